@@ -1,0 +1,34 @@
+# Compiler settings that every target of the project shares.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+option(QUARRY_WERROR "Treat warnings as errors" ON)
+set(QUARRY_SANITIZE "" CACHE STRING "Sanitizers for all targets, such as address,undefined")
+option(QUARRY_COVERAGE "Instrument for gcov" OFF)
+
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(QUARRY_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(QUARRY_SANITIZE)
+  add_compile_options(-fsanitize=${QUARRY_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QUARRY_SANITIZE})
+endif()
+if(QUARRY_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
+
+# A build from a cache of compiled files is only a convenience: without ccache nothing changes.
+find_program(QUARRY_CCACHE ccache)
+if(QUARRY_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${QUARRY_CCACHE}")
+endif()
