@@ -1,0 +1,64 @@
+# shellcheck shell=bash
+# Common set-up of the scripts: sourced, not run. Installs what is missing, configures and builds.
+#
+#   quarry_prepare PRESET     tools for building and testing, then build/PRESET; sets QUARRY to the program's path
+#   quarry_install GROUP...   the Debian packages of the named groups that are not installed yet
+#
+# Works as root or with sudo. A second call finds everything in place and takes seconds.
+
+QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+# Debian 12 package names, by what they are for.
+quarry_packages() {
+    case $1 in
+        build) echo g++ cmake ninja-build ;;
+        test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools \
+            qemu-utils sleuthkit xz-utils attr util-linux coreutils ;;
+        demo) echo xz-utils coreutils ;;
+        clang) echo clang libclang-rt-14-dev llvm ;;
+        lint) echo clang-format clang-tidy ;;
+        bench) echo libbenchmark-dev ;;
+        coverage) echo gcovr ;;
+        *) echo "unknown package group: $1" >&2; return 1 ;;
+    esac
+}
+
+quarry_say() { printf '\n== %s\n' "$*"; }
+
+quarry_install() {
+    local group package wanted missing=()
+    for group in "$@"; do
+        wanted=$(quarry_packages "$group") || return 1
+        for package in $wanted; do
+            dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+                missing+=("$package")
+        done
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    quarry_say "installing: ${missing[*]}"
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "not root and no sudo: please install ${missing[*]}" >&2; return 1; }
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update -qq &&
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+            apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds one preset; further arguments go to cmake's configure step.
+quarry_build() {
+    local preset=$1
+    shift
+    quarry_say "building: $preset"
+    local log
+    log=$(cd "$QUARRY_ROOT" && cmake --preset "$preset" "$@" 2>&1) || { echo "$log"; return 1; }
+    cmake --build "$QUARRY_ROOT/build/$preset" -- --quiet
+}
+
+quarry_prepare() {
+    local preset=${1:-release}
+    quarry_install build test && quarry_build "$preset" || return 1
+    # shellcheck disable=SC2034  # read by the script that sources this file
+    QUARRY=$QUARRY_ROOT/build/$preset/src/quarry
+}
