@@ -1,0 +1,37 @@
+// Runs a program from outside, as a shell would: arguments, standard input, both output streams, exit status.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace quarry::test {
+
+struct program_options {
+    std::string standard_input = {};
+    std::filesystem::path directory = {};            // where it runs; empty: where the test runs
+    std::map<std::string, std::string> environment;  // added to this process's own
+    std::chrono::milliseconds time_limit{60000};     // then it is killed
+    // Bytes of address space, 0 for no limit. Has no effect in a build with AddressSanitizer, whose shadow
+    // needs terabytes of it; `peak_memory_kib` tells there too.
+    std::uint64_t memory_limit = 0;
+    bool close_standard_input = false;
+};
+
+struct program_result {
+    bool exited = false;  // false: ended by a signal, or not started
+    int status = -1;      // exit status, 0 to 255
+    int signal = 0;       // what ended it
+    bool timed_out = false;
+    std::string out;
+    std::string err;
+    std::int64_t peak_memory_kib = 0;  // largest resident size
+};
+
+[[nodiscard]] program_result run_program(const std::vector<std::string>& arguments,
+                                         const program_options& options = {});
+
+}  // namespace quarry::test
