@@ -10,13 +10,29 @@ constexpr std::size_t array_offset = 40;
 constexpr std::size_t node_offset = 24;
 constexpr std::uint16_t update_number = 0x0202;
 
+bytes root_value(std::uint32_t indexed_type, std::uint32_t collation_rule,
+                 const std::vector<index_entry>& entries, bool has_blocks, std::uint32_t block_size,
+                 std::uint32_t cluster_size) {
+    byte_writer out(16);
+    out.u32(0, indexed_type).u32(4, collation_rule).u32(8, block_size);
+    // Where a cluster is larger than a block the field counts units of 512 bytes.
+    out.u8(12, block_size >= cluster_size ? block_size / cluster_size : block_size / 512);
+    out.raw(16, build_index_node(entries, 16, 0, has_blocks));
+    return out.take();
+}
+
 }  // namespace
 
 bytes index_entry::build() const {
     byte_writer out(16);
     out.u64(0, file_reference).u16(10, key.size());
     out.u16(12, flags | (sub_node ? 1u : 0u));
-    out.raw(16, key).pad_to_multiple(8);
+    out.raw(16, key);
+    if (!view_data.empty()) {
+        out.u16(0, out.size()).u16(2, view_data.size()).u32(4, 0);
+        out.raw(out.size(), view_data);
+    }
+    out.pad_to_multiple(8);
     if (sub_node) {
         out.u64(out.size(), *sub_node);
     }
@@ -52,12 +68,12 @@ bytes build_index_node(const std::vector<index_entry>& entries, std::size_t firs
 
 bytes build_index_root(const std::vector<index_entry>& entries, bool has_blocks, std::uint32_t block_size,
                        std::uint32_t cluster_size) {
-    byte_writer out(16);
-    out.u32(0, 0x30).u32(4, 1).u32(8, block_size);
-    // Below a cluster the field counts units of 512 bytes.
-    out.u8(12, block_size >= cluster_size ? block_size / cluster_size : block_size / 512);
-    out.raw(16, build_index_node(entries, 16, 0, has_blocks));
-    return out.take();
+    return root_value(0x30, 1, entries, has_blocks, block_size, cluster_size);
+}
+
+bytes build_view_index_root(std::uint32_t collation_rule, const std::vector<index_entry>& entries,
+                            std::uint32_t cluster_size) {
+    return root_value(0, collation_rule, entries, false, index_block_size, cluster_size);
 }
 
 index_block_builder::index_block_builder(std::size_t size, std::size_t stride)

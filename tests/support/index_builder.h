@@ -19,6 +19,9 @@ struct index_entry {
     bytes key = {};
     std::uint16_t flags = 0;  // 1 has a sub-node, 2 last entry
     std::optional<std::uint64_t> sub_node = {};
+    // In a view index ($SII, $SDH, $O ...): what the key leads to, behind the key. Its place and length then
+    // take the room of the file reference.
+    bytes view_data = {};
     // Numbers over the finished entry: its length stands at 8, the key's at 10, the flags at 12.
     std::vector<forced_number> forced = {};
     [[nodiscard]] bytes build() const;
@@ -37,6 +40,11 @@ struct index_entry {
 [[nodiscard]] bytes build_index_root(const std::vector<index_entry>& entries, bool has_blocks = false,
                                      std::uint32_t block_size = index_block_size,
                                      std::uint32_t cluster_size = 4096);
+
+// The value of an $INDEX_ROOT of a view index, which indexes no attribute.
+[[nodiscard]] bytes build_view_index_root(std::uint32_t collation_rule,
+                                          const std::vector<index_entry>& entries,
+                                          std::uint32_t cluster_size = 4096);
 
 class index_block_builder {
   public:

@@ -1,5 +1,6 @@
 #include "support/volume_builder.h"
 
+#include "support/system_files.h"
 #include "support/volume_image.h"
 
 #include <fstream>
@@ -70,7 +71,13 @@ file_builder& volume_builder::add_file_at(std::uint64_t entry, ntfs_name name, s
 }
 
 file_builder& volume_builder::add_secure(bytes sds) {
-    return add_system(9, false, "$Secure", root_entry).stored_stream("$SDS", std::move(sds));
+    const auto cluster = static_cast<std::uint32_t>(cluster_size());
+    file_builder& secure = add_system(9, false, "$Secure", root_entry);
+    secure.attribute(
+        attribute_builder::resident(0x90, build_view_index_root(0x12, {}, cluster)).named("$SDH"));
+    secure.attribute(
+        attribute_builder::resident(0x90, build_view_index_root(0x10, {}, cluster)).named("$SII"));
+    return secure.stored_stream("$SDS", std::move(sds));
 }
 
 void volume_builder::add_mft() {
@@ -103,13 +110,23 @@ void volume_builder::add_mft() {
 }
 
 void volume_builder::add_system_files() {
+    // A mirror holds the first four records, or a whole cluster of them.
+    const std::uint64_t mirror_size =
+        std::max(std::uint64_t{m_shape.record_size} * 4, std::uint64_t{cluster_size()});
+    m_mirror = {m_clusters.allocate(m_clusters.clusters_for(mirror_size))};
+    add_system(1, false, "$MFTMirr", root_entry).data(m_mirror, {.real = mirror_size});
+    // A log without a single record in it: the volume was left clean.
+    add_system(2, false, "$LogFile", root_entry).stored_data(bytes(65536, 0xFF));
     add_system(3, false, "$Volume", root_entry)
-        .attribute(attribute_builder::resident(0x60, ntfs_name("quarry").on_disk()))
+        .attribute(attribute_builder::resident(0x60, ntfs_name("built").on_disk()))
         .attribute(attribute_builder::resident(0x70, volume_information(3, 1)))
         .attribute(attribute_builder::resident(data_type, {}));
+    add_system(4, false, "$AttrDef", root_entry).stored_data(attribute_definitions());
     add_system(7, false, "$Boot", root_entry)
         .data(runs({{0, m_clusters.clusters_for(8192)}}), {.real = 8192});
     add_system(8, false, "$BadClus", root_entry).data("").stream("$Bad", run_list{}, {});
+    add_secure(bytes(16));
+    add_system(10, false, "$UpCase", root_entry).stored_data(upper_case_table());
     add_system(11, true, "$Extend", root_entry);
 }
 

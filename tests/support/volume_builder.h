@@ -95,6 +95,7 @@ class volume_builder {
 
     geometry m_shape;
     cluster_store m_clusters;
+    run_list m_mirror;
     std::map<std::uint64_t, std::unique_ptr<file_builder>> m_files;
     std::uint64_t m_next_entry = first_user_entry;
     std::vector<forced_number> m_forced_boot;

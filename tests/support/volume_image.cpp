@@ -253,6 +253,12 @@ void volume_image::write_mft() {
                          change.value);
         }
     }
+    if (!m_volume.m_mirror.empty()) {
+        const std::size_t mirror_size = clusters_of(m_volume.m_mirror) * m_clusters.cluster_size();
+        bytes mirror(table.content().begin(), table.content().begin() + static_cast<std::ptrdiff_t>(std::min(
+                                                                            mirror_size, table.size())));
+        m_clusters.write(m_volume.m_mirror, mirror);
+    }
     m_clusters.write(shape.mft_runs, table.take());
 }
 
@@ -274,7 +280,8 @@ bytes volume_image::boot_sector() const {
     boot.u8(13, shape.sectors_per_cluster).u8(21, 0xF8).u16(24, 63).u16(26, 255).u32(36, 0x00800080);
     boot.u64(40, m_total_clusters * shape.sectors_per_cluster)
         .u64(48, m_volume.mft_lcn())
-        .u64(56, m_volume.mft_lcn());
+        .u64(56, m_volume.m_mirror.empty() ? m_volume.mft_lcn()
+                                           : static_cast<std::uint64_t>(m_volume.m_mirror[0].lcn));
     boot.u8(64, as_clusters(shape.record_size)).u8(68, as_clusters(index_block_size));
     boot.u64(72, 0x1122334455667788).u16(510, 0xAA55);
     bytes result = boot.take();
