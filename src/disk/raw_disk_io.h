@@ -1,21 +1,36 @@
-// The one source of bytes: an image or device by path, a physical drive by number, or a virtual disk.
+// The one source of bytes: an image or a device by path, a physical drive by number, or a virtual disk.
+//
+// Every reader asks a RAW_DISK_IO for so many bytes at a byte offset of the source, and no reader sees a
+// descriptor. An object opens its source once, in its constructor, and reads only. Three kinds of source
+// differ in how a read goes. A path is read plainly: a request that reaches beyond the end of the source is
+// cut there. A drive is read in whole sectors, through a buffer in between where a request is not made of
+// whole sectors, and is never cut. A virtual disk answers from its files. Whatever the kind, bytes that were
+// asked for and could not be read are zeros.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace quarry {
 
-class vmdk_disk;
+// What RAW_DISK_IO::m_kind says about the source.
+inline constexpr std::uint32_t source_kind_path = 0;
+inline constexpr std::uint32_t source_kind_drive = 3;
+inline constexpr std::uint32_t source_kind_virtual_disk = 4;
+inline constexpr std::uint32_t source_kind_none = 8;
 
 class RAW_DISK_IO {
   public:
-    // By path. Requested kinds 0 to 3 open the path and are stored as 0.
+    // By path. The requested kinds 0 to 3 open it and are stored as 0; any other kind, and an empty path,
+    // leave the object unusable. A path that cannot be opened leaves a usable object of size 0 whose reads
+    // fail.
     RAW_DISK_IO(const std::wstring& path, bool writable, std::uint32_t requested_kind);
-    // A physical drive by number, kind 3.
+    // A physical drive by number, from 0 for the first to 19, as kind 3. Any other number leaves the object
+    // unusable. A drive that cannot be opened does so too and is told on standard error. `suppress_open` and
+    // kind 5 leave the object unusable, kinds other than 3 and 5 usable with nothing opened, so that reads
+    // fail.
     RAW_DISK_IO(std::int32_t drive_number, bool writable, bool suppress_open, std::uint32_t kind);
     // A virtual disk from its files, kind 4.
     RAW_DISK_IO(const std::vector<std::wstring>& vmdk_files, bool writable, bool check_only);
@@ -23,32 +38,47 @@ class RAW_DISK_IO {
     RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
     virtual ~RAW_DISK_IO();
 
-    // Reads `length` bytes at a byte offset of the source into `buffer`, which holds that many. Part of the
-    // length may be cut at the end of the source; bytes that were not read are zeros.
+    // Reads `length` bytes at byte `offset` of the source into `buffer`, which has room for all of them.
+    // True: `length` holds how many bytes of the source the answer covers. That is what was asked for, less
+    // what lies beyond the end of a source opened by path; the bytes of the buffer behind it are zeros, and
+    // so are those that the source should have held and did not give. False (null buffer, unusable object,
+    // length 0, offset at or beyond the end, failed read): neither the buffer nor `length` holds anything of
+    // use.
     [[nodiscard]] bool read(void* buffer, std::uint64_t& length, std::uint64_t offset);
 
+    // Bytes of the source; 0 on an unusable object.
     [[nodiscard]] std::uint64_t size() const;
     [[nodiscard]] std::uint32_t bytes_per_sector() const { return m_bytes_per_sector; }
     [[nodiscard]] bool is_ok() const { return m_ok; }
+    // Records where the volume begins that a virtual disk is read for: its byte offset in two words.
     void set_origin(std::int32_t sectors, std::uint32_t offset_low, std::uint32_t offset_high);
+    // The recorded offset, as far as it was kept; 0 when none was recorded.
     [[nodiscard]] std::uint64_t origin() const;
     // Byte offset of the first volume that a virtual disk reported; 0 for any other source.
     [[nodiscard]] std::uint64_t virtual_disk_offset() const;
 
-    std::unique_ptr<vmdk_disk> m_vmdk;
+    // The number that a drive was opened by, otherwise -1.
     std::int32_t m_drive_number = -1;
     std::int32_t m_origin_sectors = -1;
     bool m_writable = false;
+    // Set, it makes the reads of a drive fail.
     bool m_locked = false;
     int m_fd = -1;
+    // 512 once a source is open, 0 before.
     std::uint32_t m_bytes_per_sector = 0;
     std::uint32_t m_origin_offset_low = 0;
     std::uint32_t m_origin_offset_high = 0;
     std::string m_path_utf8;
     std::wstring m_path;
-    std::uint32_t m_kind = 8;
+    std::uint32_t m_kind = source_kind_none;
     bool m_ok = false;
     std::uint64_t m_size = 0;
+
+  private:
+    [[nodiscard]] bool open_descriptor();
+    [[nodiscard]] bool open_drive(std::int32_t drive_number);
+    [[nodiscard]] bool read_plain(std::uint8_t* buffer, std::uint64_t& length, std::uint64_t offset);
+    [[nodiscard]] bool read_in_sectors(std::uint8_t* buffer, std::uint64_t length, std::uint64_t offset);
 };
 
 // The directory in which physical drives stand, "/dev" unless a test puts another in its place.
