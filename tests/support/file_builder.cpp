@@ -107,6 +107,11 @@ file_builder& file_builder::reparse(const reparse_point& value) {
     return attribute(attribute_builder::resident(reparse_type, value.build()));
 }
 
+file_builder& file_builder::chain_bytes(bytes raw, std::size_t place) {
+    m_chain_bytes.emplace_back(std::move(raw), place);
+    return *this;
+}
+
 std::size_t file_builder::add_extension(std::optional<std::uint64_t> entry) {
     const std::uint64_t number = entry ? *entry : m_volume->next_entry();
     m_records.push_back(m_volume->new_record(number));

@@ -55,6 +55,9 @@ class file_builder {
     // Any attribute, in the base record (place 0) or in an extension record.
     file_builder& attribute(attribute_builder attribute, std::size_t place = 0);
     file_builder& reparse(const reparse_point& value);
+    // Bytes behind the last attribute of a record, ahead of the end marker: whatever a test wants in the
+    // chain.
+    file_builder& chain_bytes(bytes raw, std::size_t place = 0);
 
     // A new extension record; the answer is its place. With one, an $ATTRIBUTE_LIST is made unless told
     // otherwise.
@@ -96,7 +99,8 @@ class file_builder {
     file_builder& index_root_in(std::size_t place);
     file_builder& without_index();
 
-    // The header of the base record and of extension records, for forcing.
+    // The base record and the extension records, for forcing: what is added to their chains here stands ahead
+    // of all else.
     [[nodiscard]] record_builder& record(std::size_t place = 0) { return m_records.at(place); }
 
   private:
@@ -131,6 +135,7 @@ class file_builder {
     std::vector<record_builder> m_records;
     std::vector<std::uint64_t> m_record_entries;
     std::vector<placed_attribute> m_attributes;
+    std::vector<std::pair<bytes, std::size_t>> m_chain_bytes;
     std::vector<placed_name> m_names;
     bool m_index_in_blocks = false;
     bool m_index_wanted = true;

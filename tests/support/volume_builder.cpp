@@ -176,6 +176,12 @@ bytes volume_builder::image() const {
     return volume_image(*this).build();
 }
 
+bytes volume_builder::record_on_disk(std::uint64_t entry) const {
+    const bytes whole = image();
+    const auto from = whole.begin() + static_cast<std::ptrdiff_t>(record_position(entry));
+    return {from, from + static_cast<std::ptrdiff_t>(m_shape.record_size)};
+}
+
 bytes volume_builder::image_at(std::uint64_t offset_bytes) const {
     return byte_writer().raw(static_cast<std::size_t>(offset_bytes), image()).take();
 }

@@ -81,6 +81,9 @@ class volume_builder {
     // A free entry number, which is then taken. Throws std::length_error when $MFT is full.
     [[nodiscard]] std::uint64_t next_entry();
 
+    // The bytes of a record as the image has them, sector ends replaced.
+    [[nodiscard]] bytes record_on_disk(std::uint64_t entry) const;
+
     [[nodiscard]] bytes image() const;
     // The volume inside of a larger source, zeros ahead of it.
     [[nodiscard]] bytes image_at(std::uint64_t offset_bytes) const;

@@ -122,6 +122,9 @@ void volume_image::build_records(const file_builder& file, std::vector<placed_at
     for (const placed_attribute& each : attributes) {
         records[each.place].add(each.attribute);
     }
+    for (const auto& [raw, place] : file.m_chain_bytes) {
+        records.at(place).add_bytes(raw);
+    }
     for (std::size_t i = 0; i < records.size(); ++i) {
         m_records[file.m_record_entries[i]] = records[i].build();
     }

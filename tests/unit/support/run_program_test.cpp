@@ -1,0 +1,54 @@
+#include "support/run_program.h"
+
+#include <csignal>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+TEST(RunProgram, both_streams_and_the_status_are_told_apart) {
+    const program_result result = run_program({"sh", "-c", "echo out; echo err >&2; exit 3"});
+    EXPECT_TRUE(result.exited);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.out, "out\n");
+    EXPECT_EQ(result.err, "err\n");
+    EXPECT_GT(result.peak_memory_kib, 0);
+}
+
+TEST(RunProgram, standard_input_is_fed_however_long_it_is) {
+    const std::string long_text(1000000, 'x');
+    const program_result result = run_program({"cat"}, {.standard_input = long_text});
+    EXPECT_EQ(result.out, long_text);
+}
+
+TEST(RunProgram, arguments_arrive_as_they_are_given) {
+    const program_result result = run_program({"printf", "%s|", "a b", "", "$HOME"});
+    EXPECT_EQ(result.out, "a b||$HOME|");
+}
+
+TEST(RunProgram, the_environment_and_the_directory_can_be_set) {
+    const program_result result = run_program({"sh", "-c", "pwd; echo $QUARRY_PROBE"},
+                                              {.directory = "/", .environment = {{"QUARRY_PROBE", "7"}}});
+    EXPECT_EQ(result.out, "/\n7\n");
+}
+
+TEST(RunProgram, a_signal_is_no_exit) {
+    const program_result result = run_program({"sh", "-c", "kill -TERM $$"});
+    EXPECT_FALSE(result.exited);
+    EXPECT_EQ(result.signal, SIGTERM);
+}
+
+TEST(RunProgram, a_program_that_does_not_end_is_killed_at_its_time_limit) {
+    const program_result result =
+        run_program({"tail", "-f", "/dev/null"}, {.time_limit = std::chrono::milliseconds(100)});
+    EXPECT_TRUE(result.timed_out);
+    EXPECT_EQ(result.signal, SIGKILL);
+}
+
+TEST(RunProgram, a_program_that_does_not_exist_has_status_127) {
+    EXPECT_EQ(run_program({"/nowhere/program"}).status, 127);
+}
+
+}  // namespace
+}  // namespace quarry::test
