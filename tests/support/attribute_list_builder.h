@@ -13,7 +13,7 @@ struct list_item {
     std::uint64_t record = 0;  // entry number of the record that holds the attribute
     std::uint16_t sequence = 1;
     std::uint16_t id = 0;
-    ntfs_name name;
+    ntfs_name name = {};
     std::uint64_t lowest_vcn = 0;
     // Numbers over the finished entry: its length stands at 4, its name length at 6.
     std::vector<forced_number> forced = {};

@@ -18,7 +18,7 @@ struct file_times {
 };
 
 struct standard_information {
-    file_times times;
+    file_times times = {};
     std::uint32_t attributes = 0x20;
     std::uint32_t owner_id = 0;
     std::uint32_t security_id = 0;
@@ -33,9 +33,9 @@ inline constexpr std::uint8_t win32_and_dos_namespace = 3;
 
 struct file_name {
     std::uint64_t parent = reference(5, 5);
-    ntfs_name name;
+    ntfs_name name = {};
     std::uint8_t name_space = win32_namespace;
-    file_times times;
+    file_times times = {};
     std::uint64_t allocated = 0;
     std::uint64_t real = 0;
     std::uint32_t attributes = 0x20;
@@ -47,8 +47,8 @@ struct file_name {
 // behind it, as the system writes them.
 struct reparse_point {
     std::uint32_t tag = 0xA0000003;
-    ntfs_name substitute_name;
-    ntfs_name print_name;
+    ntfs_name substitute_name = {};
+    ntfs_name print_name = {};
     bool with_flags_word = false;  // the four bytes that a symbolic link has ahead of its path buffer
     std::uint32_t flags_word = 0;
     [[nodiscard]] bytes build() const;

@@ -12,9 +12,9 @@ namespace quarry::test {
 
 struct program_options {
     std::string standard_input = {};
-    std::filesystem::path directory = {};            // where it runs; empty: where the test runs
-    std::map<std::string, std::string> environment;  // added to this process's own
-    std::chrono::milliseconds time_limit{60000};     // then it is killed
+    std::filesystem::path directory = {};                 // where it runs; empty: where the test runs
+    std::map<std::string, std::string> environment = {};  // added to this process's own
+    std::chrono::milliseconds time_limit{60000};          // then it is killed
     // Bytes of address space, 0 for no limit. Has no effect in a build with AddressSanitizer, whose shadow
     // needs terabytes of it; `peak_memory_kib` tells there too.
     std::uint64_t memory_limit = 0;
