@@ -5,18 +5,23 @@
 
 namespace quarry {
 
+// Something that one thread at a time may hold.
 class LockableObject {
   public:
+    LockableObject() = default;
+    LockableObject(const LockableObject&) = delete;
+    LockableObject& operator=(const LockableObject&) = delete;
     virtual ~LockableObject() = default;
+    // Waits until no other thread holds the object.
     virtual void lock() = 0;
+    // Undoes one lock() of this thread.
     virtual void unlock() = 0;
 };
 
+// A recursive mutex: the thread that holds it may lock it again.
 class LightweightLock : public LockableObject {
   public:
     LightweightLock();
-    LightweightLock(const LightweightLock&) = delete;
-    LightweightLock& operator=(const LightweightLock&) = delete;
     ~LightweightLock() override;
     void lock() override;
     void unlock() override;
@@ -25,6 +30,7 @@ class LightweightLock : public LockableObject {
     pthread_mutex_t m_mutex;
 };
 
+// Holds an object for as long as the scope lasts.
 class AutoLock {
   public:
     explicit AutoLock(LockableObject& object) : m_object(object) { m_object.lock(); }
