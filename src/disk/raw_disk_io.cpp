@@ -126,6 +126,23 @@ bool RAW_DISK_IO::read(void* buffer, std::uint64_t& length, std::uint64_t offset
     }
 }
 
+bool RAW_DISK_IO::read_whole(void* buffer, std::uint64_t length, std::uint64_t offset) {
+    if (buffer == nullptr || !m_ok || m_fd == -1 || length == 0 || offset >= m_size ||
+        length > m_size - offset) {
+        return false;
+    }
+    const bool is_drive = m_kind == source_kind_drive;
+    if (m_kind != source_kind_path && !is_drive) {
+        return false;
+    }
+    if (is_drive && (m_locked || m_bytes_per_sector == 0 || offset % m_bytes_per_sector != 0 ||
+                     length % m_bytes_per_sector != 0)) {
+        return false;
+    }
+    const std::span<std::uint8_t> bytes(static_cast<std::uint8_t*>(buffer), length);
+    return read_at_position(m_fd, bytes, offset) == static_cast<std::int64_t>(length);
+}
+
 bool RAW_DISK_IO::read_plain(std::uint8_t* buffer, std::uint64_t& length, std::uint64_t offset) {
     const std::span<std::uint8_t> whole(buffer, length);
     length = std::min(length, m_size - offset);

@@ -45,6 +45,10 @@ class RAW_DISK_IO {
     // length 0, offset at or beyond the end, failed read): neither the buffer nor `length` holds anything of
     // use.
     [[nodiscard]] bool read(void* buffer, std::uint64_t& length, std::uint64_t offset);
+    // The same for readers that join several small reads into one: true only if every byte was asked for
+    // inside the source and did come from it. After false the buffer holds anything, and the caller makes its
+    // small reads, each of which then fails or falls short by itself.
+    [[nodiscard]] bool read_whole(void* buffer, std::uint64_t length, std::uint64_t offset);
 
     // Bytes of the source; 0 on an unusable object.
     [[nodiscard]] std::uint64_t size() const;
