@@ -1,4 +1,7 @@
-// Partition tables read from bytes in memory, for the first sector of a virtual disk.
+// Partition tables read from bytes in memory: the first sector of a virtual disk.
+//
+// The rules are those of a disk, with fewer ways out: no GPT, no ext volume, no guess at a lost first
+// partition.
 #pragma once
 
 #include "disk/ql_disk_structs.h"
@@ -6,6 +9,11 @@
 
 namespace quarry {
 
-[[nodiscard]] bool read_partitions_from_buffer(byte_view bytes, partition_list& list, bool scan, bool with_gaps);
+// Fills `list`, cleared first, with the partitions that the bytes from the start of a disk on show. Tables
+// and volumes behind the bytes do not exist here. `scan` permits a bare volume, and the search for a table;
+// `with_gaps` adds records of the table itself and of free space. True when the list is not empty. False for
+// less than 512 bytes too.
+[[nodiscard]] bool read_partitions_from_buffer(byte_view bytes, partition_list& list, bool scan,
+                                               bool with_gaps);
 
 }  // namespace quarry
