@@ -1,23 +1,43 @@
 // Where on a source the NTFS volume lies.
+//
+// A volume is read from a byte offset of its source on. That offset is either given by the user, and then
+// checked against the partition table, or found in it. Picking a volume on the user's behalf is avoided: a
+// source with partitions and no offset given is answered with a table of what there is and with an offset to
+// give. A source that is one bare volume needs no offset.
+//
+// A partition counts as an NTFS volume by its type alone. Types named "ntfs or exfat", "hidden ntfs" and
+// "ntfs volume set" do, guessed or not, so exFAT volumes and encrypted containers count as well.
 #pragma once
+
+#include "disk/raw_disk_io.h"
 
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "disk/raw_disk_io.h"
-
 namespace quarry {
 
-[[nodiscard]] bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset, RAW_DISK_IO* disk,
-                                      bool ignore_image_size);
+// Settles the byte offset of the volume on a disk. `offset` comes in as the user's, 0 for none; messages go
+// to `stream`. True: `offset` is good, and `found` is true. False: the messages tell why; `found` tells
+// whether an NTFS volume was seen, and `offset` holds the last one seen, or without any the last partition's;
+// it is unchanged when no partition was found, when it is out of bounds, or when its volume does not fit the
+// source. `ignore_image_size` accepts a volume that is larger than the rest of its source.
+[[nodiscard]] bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset,
+                                      RAW_DISK_IO* disk, bool ignore_image_size);
+
+// The same on an image, on the files of a virtual disk, and on a physical drive. An empty path or list is
+// false without a word; a source that cannot be opened is told.
 [[nodiscard]] bool locate_in_image(std::ostream& stream, const std::wstring& path, std::uint64_t& offset,
                                    bool& found, bool ignore_image_size);
 [[nodiscard]] bool locate_in_vmdk(std::ostream& stream, const std::vector<std::wstring>& files,
                                   std::uint64_t& offset, bool& found, bool ignore_image_size);
-[[nodiscard]] bool locate_on_drive(std::ostream& stream, std::int32_t drive, std::uint64_t& offset, bool& found,
-                                   bool ignore_image_size);
+[[nodiscard]] bool locate_on_drive(std::ostream& stream, std::int32_t drive, std::uint64_t& offset,
+                                   bool& found, bool ignore_image_size);
+
+// The byte offsets of all NTFS volumes of an image or a drive in the order of its table; no search on damaged
+// disks. True when there is one. An image with more than 768 partitions gives none; `offsets` is empty after
+// false.
 [[nodiscard]] bool ntfs_offsets_in_image(const std::wstring& path, std::vector<std::uint64_t>& offsets);
 [[nodiscard]] bool ntfs_offsets_on_drive(std::int32_t drive, std::vector<std::uint64_t>& offsets);
 

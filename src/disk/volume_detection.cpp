@@ -1,0 +1,198 @@
+#include "disk/volume_detection.h"
+
+#include "disk/partition_reader.h"
+#include "disk/partition_types.h"
+#include "foundation/ql_string.h"
+
+#include <limits>
+#include <sstream>
+
+namespace quarry {
+
+namespace {
+
+// Lower-case digits without padding, whatever the state of the stream that they go to.
+std::string hex(std::uint64_t value) {
+    std::ostringstream text;
+    text << "0x" << std::hex << value;
+    return text.str();
+}
+
+void tell_out_of_bounds(std::ostream& stream, std::uint64_t offset) {
+    stream << "volume offset " + hex(offset) + " is not within image bounds\n";
+}
+
+// Reads the table, by a search where there is none. True: the list is not empty, or `bare_ntfs` is set for a
+// source that is an NTFS volume without a table.
+bool read_table(std::ostream& stream, RAW_DISK_IO& disk, partition_list& list, bool& bare_ntfs) {
+    bare_ntfs = false;
+    if (!read_partitions(&disk, list, false, false)) {
+        if (ntfs_at(&disk, 0)) {
+            bare_ntfs = true;
+            return true;
+        }
+        if (!read_partitions(&disk, list, true, false)) {
+            stream << "couldn't find any partitions on disk\n";
+            return false;
+        }
+        stream << "disk is corrupted, partition info questionable\n";
+    }
+    if (list.empty()) {
+        stream << "couldn't find any partitions on disk.\n";
+        return false;
+    }
+    return true;
+}
+
+// The partition at the offset that the user gave, if it is the one to take.
+enum class verdict { accepted, refused, not_ntfs };
+
+verdict judge(std::ostream& stream, const partition_stats& record, std::uint64_t size,
+              bool ignore_image_size) {
+    const std::uint64_t offset = record.byte_offset();
+    if (!is_ntfs_type(record.m_partition_type)) {
+        stream << "volume offset selected " + hex(offset) + " is not a NTFS partition, but [" +
+                      partition_type_name(record.m_partition_type) + "]\n";
+        return verdict::not_ntfs;
+    }
+    if (size < record.byte_end() && !ignore_image_size) {
+        stream << "volume offset " + hex(offset) +
+                      " is a NTFS partition, however image size does not encapsulate entire volume\n";
+        return verdict::refused;
+    }
+    return verdict::accepted;
+}
+
+// The table for the user, and the offset to give. Deliberate: one would expect `offset` to be left alone by a
+// table. It ends as the suggestion, or as the last partition's offset where there is none, and that is what a
+// virtual disk is opened at when the user gave no offset.
+void show_table(std::ostream& stream, const partition_list& list, std::uint64_t suggestion,
+                std::uint64_t& offset) {
+    stream << "\n";
+    for (const partition_stats& record : list) {
+        offset = record.byte_offset();
+        stream << "volume offset [ " + hex(offset) + " ] : " + partition_type_name(record.m_partition_type) +
+                      "\n";
+    }
+    stream << "\n";
+    if (suggestion == 0) {
+        stream << "prob detecting ntfs partition\n";
+        return;
+    }
+    offset = suggestion;
+    stream << "use option [-offset " + hex(offset) + "]\n";
+}
+
+bool offsets_on(RAW_DISK_IO& disk, std::size_t most_partitions, std::vector<std::uint64_t>& offsets) {
+    partition_list list;
+    if (!read_partitions(&disk, list, false, false) || list.size() > most_partitions) {
+        return false;
+    }
+    for (const partition_stats& record : list) {
+        if (is_ntfs_type(record.m_partition_type)) {
+            offsets.push_back(record.byte_offset());
+        }
+    }
+    return !offsets.empty();
+}
+
+}  // namespace
+
+bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset, RAW_DISK_IO* disk,
+                        bool ignore_image_size) {
+    found = false;
+    if (disk == nullptr || !disk->is_ok()) {
+        return false;
+    }
+    const std::uint64_t size = disk->size();
+    if (size < offset) {
+        tell_out_of_bounds(stream, offset);
+        return false;
+    }
+    partition_list list;
+    bool bare_ntfs = false;
+    if (!read_table(stream, *disk, list, bare_ntfs)) {
+        return false;
+    }
+    if (bare_ntfs) {
+        offset = 0;
+        found = true;
+        return true;
+    }
+    // Deliberate: one would expect the first NTFS partition to be suggested. The last one seen is, and a
+    // partition at the offset that the user gave ends the looking.
+    std::uint64_t suggestion = 0;
+    for (const partition_stats& record : list) {
+        if (record.byte_offset() == offset) {
+            const verdict result = judge(stream, record, size, ignore_image_size);
+            if (result == verdict::not_ntfs) {
+                break;
+            }
+            found = true;
+            return result == verdict::accepted;
+        }
+        if (is_ntfs_type(record.m_partition_type)) {
+            found = true;
+            suggestion = record.byte_offset();
+            if (size < suggestion) {
+                tell_out_of_bounds(stream, suggestion);
+            }
+        }
+    }
+    show_table(stream, list, suggestion, offset);
+    return false;
+}
+
+bool locate_in_image(std::ostream& stream, const std::wstring& path, std::uint64_t& offset, bool& found,
+                     bool ignore_image_size) {
+    found = false;
+    if (path.empty()) {
+        return false;
+    }
+    RAW_DISK_IO disk(path, false, source_kind_path);
+    if (!disk.is_ok()) {
+        stream << "invalid image: " + narrow(path) + "\n";
+        return false;
+    }
+    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+}
+
+bool locate_in_vmdk(std::ostream& stream, const std::vector<std::wstring>& files, std::uint64_t& offset,
+                    bool& found, bool ignore_image_size) {
+    found = false;
+    if (files.empty()) {
+        return false;
+    }
+    RAW_DISK_IO disk(files, false, false);
+    if (!disk.is_ok()) {
+        stream << "invalid disk collection of snaps \n";
+        return false;
+    }
+    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+}
+
+bool locate_on_drive(std::ostream& stream, std::int32_t drive, std::uint64_t& offset, bool& found,
+                     bool ignore_image_size) {
+    found = false;
+    RAW_DISK_IO disk(drive, false, false, source_kind_drive);
+    if (!disk.is_ok()) {
+        stream << "problems accessing physical disk #" + std::to_string(drive) + ", aborting \n";
+        return false;
+    }
+    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+}
+
+bool ntfs_offsets_in_image(const std::wstring& path, std::vector<std::uint64_t>& offsets) {
+    constexpr std::size_t most_partitions = 768;
+    offsets.clear();
+    RAW_DISK_IO disk(path, false, source_kind_path);
+    return offsets_on(disk, most_partitions, offsets);
+}
+
+bool ntfs_offsets_on_drive(std::int32_t drive, std::vector<std::uint64_t>& offsets) {
+    offsets.clear();
+    RAW_DISK_IO disk(drive, false, false, source_kind_drive);
+    return offsets_on(disk, std::numeric_limits<std::size_t>::max(), offsets);
+}
+
+}  // namespace quarry
