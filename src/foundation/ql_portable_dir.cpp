@@ -4,13 +4,13 @@
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
 #include "foundation/ql_time.h"
+#include "foundation/uni_streams.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <sys/stat.h>
@@ -227,7 +227,7 @@ bool create_file(const std::string& path, const void* bytes, std::size_t length)
         (!in_root_or_here && !make_directories(text.substr(0, separator)))) {
         return false;
     }
-    std::ofstream file(text, std::ios::binary | std::ios::trunc);
+    uni::ofstream file(widen(text), std::ios::binary | std::ios::trunc);
     file.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(length));
     file.close();
     return file.good();
