@@ -347,6 +347,7 @@ bool list_directory(_DIR_NODE_STL& out, const std::string& directory_with_separa
 void expand_wildcards(std::vector<std::string>& paths, bool forward_slash) {
     const std::string wildcard = forward_slash ? "/*/" : R"(\*\)";
     std::vector<wildcard_path> work;
+    work.reserve(paths.size());
     for (const std::string& path : paths) {
         work.push_back({path});
     }

@@ -172,7 +172,7 @@ bool wide_to_utf8(std::string& out, std::wstring_view text) {
     out.clear();
     out.reserve(text.size());
     for (const wchar_t element : text) {
-        const auto code_point = static_cast<std::uint32_t>(element);
+        const std::uint32_t code_point = std::char_traits<wchar_t>::to_int_type(element);
         if (code_point > highest_code_point) {
             break;
         }
