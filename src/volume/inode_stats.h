@@ -1,5 +1,11 @@
-// The summary of one file record that the volume keeps of its own system files.
+// The summary of one file record that the volume keeps of its own system files, $MFT and $Bitmap.
+//
+// It gathers what the attributes of the record and of its extension records say together. Named and unnamed
+// $DATA go into one list of runs. Nothing here is kept of the files that a user asks for; those are
+// categorised.
 #pragma once
+
+#include "volume/runs.h"
 
 #include <array>
 #include <cstdint>
@@ -7,20 +13,25 @@
 #include <string>
 #include <vector>
 
-#include "volume/runs.h"
-
 namespace quarry {
 
 struct INODE_STATS {
+    // SID of the owner as text, if the security descriptors of the volume are known and name one.
     std::string security_text;
+    // Name of the last $FILE_NAME attribute, which has none as a rule (this is not the file's name).
     std::string name_narrow;
     std::wstring name_wide;
+    // The first bytes of the last $FILE_NAME value.
     std::array<std::uint8_t, 68> file_name_value{};
+    // Bytes of the file: from the last $FILE_NAME, or from $DATA where that says 0 or stands ahead of it.
     std::uint64_t size = 0;
     data_run_list bitmap_runs;
     data_run_list data_runs;
+    // One list for each $INDEX_ALLOCATION, and its attribute's name, empty where it has none.
     std::vector<data_run_list> index_runs;
+    // VCN to the place in `data_runs` of the run that starts there.
     std::map<std::uint64_t, std::uint32_t> vcn_index;
+    // Bytes of the first $BITMAP.
     std::uint64_t bitmap_size = 0;
     std::vector<std::string> index_names;
 };
