@@ -1,12 +1,24 @@
 // The file record: header, header test, and the sector ends that the update sequence array protects.
+//
+// Every file, directory and system structure of an NTFS volume has a record in $MFT, a block of one fixed
+// size (1024 bytes as a rule): a header, then a chain of attributes. When the file system writes a record it
+// saves the last two bytes of each sector in an array in the header and puts one number, the same for all, in
+// their place; whoever reads the record puts the saved words back. Index blocks carry the same first eight
+// bytes and the same protection, and the same readers take them.
+//
+// The numbers at the sector ends are not compared with the one in the header: a record that was torn by a
+// crash is read like any other. Only its signature and the header test can refuse a record.
 #pragma once
+
+#include "foundation/byte_view.h"
 
 #include <cstdint>
 #include <span>
 
-#include "foundation/byte_view.h"
-
 namespace quarry {
+
+// Bytes of a header that are kept with a file's description.
+inline constexpr std::size_t record_header_size = 42;
 
 // A named view of a file record header (or the head of an index block, which shares its first fields).
 class file_record {
@@ -17,8 +29,10 @@ class file_record {
 
     [[nodiscard]] bool is_file() const { return m_bytes.text_at(0, "FILE"); }
     [[nodiscard]] bool is_indx() const { return m_bytes.text_at(0, "INDX"); }
+    // The mark of a record that the file system itself found damaged.
     [[nodiscard]] bool is_baad() const { return m_bytes.text_at(0, "BAAD"); }
     [[nodiscard]] std::uint16_t update_sequence_offset() const { return m_bytes.u16_or_zero(4); }
+    // Words of the array: the number that stands at the sector ends, then one saved word for each sector.
     [[nodiscard]] std::uint16_t update_sequence_count() const { return m_bytes.u16_or_zero(6); }
     [[nodiscard]] std::uint64_t logfile_sequence_number() const { return m_bytes.u64_or_zero(8); }
     [[nodiscard]] std::uint16_t sequence_number() const { return m_bytes.u16_or_zero(16); }
@@ -29,7 +43,8 @@ class file_record {
     [[nodiscard]] bool is_directory() const { return (flags() & 2) != 0; }
     [[nodiscard]] std::uint32_t bytes_used() const { return m_bytes.u32_or_zero(24); }
     [[nodiscard]] std::uint32_t bytes_allocated() const { return m_bytes.u32_or_zero(28); }
-    // The whole 64-bit reference to the base record: 48-bit entry, 16-bit sequence number.
+    // The whole 64-bit reference to the base record: 48-bit entry, 16-bit sequence number. 0 in a base
+    // record.
     [[nodiscard]] std::uint64_t base_reference() const { return m_bytes.u64_or_zero(32); }
     [[nodiscard]] std::uint16_t next_attribute_id() const { return m_bytes.u16_or_zero(40); }
     [[nodiscard]] std::uint32_t entry_number() const { return m_bytes.u32_or_zero(44); }
@@ -48,14 +63,29 @@ class file_record {
 
 enum class record_kind : std::uint32_t { unknown = 0, file = 1, indx = 2, baad = 3 };
 
+// The header test: "FILE", an update sequence array at 0x30 of at most 9 words, a first attribute at 0x48 or
+// before.
 [[nodiscard]] bool record_header_ok(byte_view record);
+
+// Bytes that the update sequence array says the record has, with sectors of 512 bytes whatever the volume's
+// are; 0 for a header that fails the test and for an empty array.
 [[nodiscard]] std::uint32_t record_size_from_header(byte_view record);
 
-// Puts the saved words of the update sequence array back over the last two bytes of each sector, for words 1 up
-// to (not including) the smaller of the array's count and `limit`. Never compares, never reaches outside.
-// `sector_size` in bytes; 0 restores nothing.
+// Puts the saved words of the update sequence array back over the last two bytes of each sector, for words 1
+// up to (not including) the smaller of the array's count and `limit`. The array is where the header says.
+// Never compares, never reaches outside of `record`. `sector_size` in bytes; 0 restores nothing.
 void restore_sector_ends(std::span<std::uint8_t> record, std::uint32_t sector_size, std::uint64_t limit);
 
-[[nodiscard]] bool apply_fixups_checked(record_kind& kind, std::span<std::uint8_t> record, std::uint32_t sector_size);
+// The usual limit for a block of `size` bytes: one word for each of its whole sectors, and the number ahead
+// of them.
+[[nodiscard]] std::uint64_t sector_end_limit(std::uint64_t size, std::uint32_t sector_size);
+
+// Restores the sector ends of a record or index block of at least 1024 bytes. `kind` tells what it is, also
+// after false: `unknown` for a block that is too small or is none of the kinds (a "FILE" that fails the
+// header test among them), otherwise the kind of a block whose array is longer than the block, or in a "BAAD"
+// one than 10 words. After false the record is as it was. A "BAAD" record that gives true is restored like
+// any other; the caller decides by its kind.
+[[nodiscard]] bool apply_fixups_checked(record_kind& kind, std::span<std::uint8_t> record,
+                                        std::uint32_t sector_size);
 
 }  // namespace quarry
