@@ -1,11 +1,19 @@
-// Attributes of a file record: their headers, their typed values, attribute lists, and the searches.
+// Attributes of a file record: their headers, attribute lists, and the searches.
+//
+// Behind its header a file record holds a chain of attributes, each beginning with its type and its length; a
+// type of all ones ends the chain. A resident attribute carries its value with it, a non-resident one the
+// mapping pairs that tell where on the volume the value lies. A file whose attributes do not fit one record
+// has an attribute list, which names for each attribute the record that holds it.
+//
+// Lengths, offsets and names are as the disk has them, so nothing that an accessor returns is true of the
+// bytes until it is tested. The walks and searches of this system differ in what they test. A walk ends, at
+// the latest, where the bytes end, and at an attribute without length.
 #pragma once
+
+#include "foundation/byte_view.h"
 
 #include <cstdint>
 #include <string>
-#include <string_view>
-
-#include "foundation/byte_view.h"
 
 namespace quarry {
 
@@ -32,8 +40,9 @@ inline constexpr std::uint16_t attr_flag_compressed = 0x0001;
 inline constexpr std::uint16_t attr_flag_encrypted = 0x4000;
 inline constexpr std::uint16_t attr_flag_sparse = 0x8000;
 
-// A named view that begins at an attribute and reaches to the end of the bytes that hold it (the record, or what
-// a caller cut out). Field accessors read zero for what is not there.
+// A named view that begins at an attribute and reaches to the end of the bytes that hold it (the record, or
+// what a caller cut out). Field accessors read zero for what is not there. Offsets are bytes from the
+// attribute's start.
 class attribute {
   public:
     attribute() = default;
@@ -44,6 +53,7 @@ class attribute {
 
     // The end marker where no whole type code is left.
     [[nodiscard]] std::uint32_t type() const { return m_bytes.u32(0).value_or(attr_end_marker); }
+    // Bytes of the attribute, header included.
     [[nodiscard]] std::uint32_t length() const { return m_bytes.u32_or_zero(4); }
     [[nodiscard]] bool non_resident() const { return m_bytes.u8_or_zero(8) != 0; }
     [[nodiscard]] std::uint8_t name_length_in_units() const { return m_bytes.u8_or_zero(9); }
@@ -51,23 +61,32 @@ class attribute {
     [[nodiscard]] std::uint16_t flags() const { return m_bytes.u16_or_zero(12); }
     [[nodiscard]] std::uint16_t id() const { return m_bytes.u16_or_zero(14); }
 
+    // The bytes from the header to the attribute's own end, as far as they exist.
+    [[nodiscard]] byte_view own_bytes() const { return m_bytes.clipped(0, length()); }
+
     // Resident form.
     [[nodiscard]] std::uint32_t value_length() const { return m_bytes.u32_or_zero(16); }
     [[nodiscard]] std::uint16_t value_offset() const { return m_bytes.u16_or_zero(20); }
     // The bytes of the value that exist inside the attribute's own length and the record.
-    [[nodiscard]] byte_view value() const;
+    [[nodiscard]] byte_view value() const { return own_bytes().clipped(value_offset(), value_length()); }
+    // All bytes from the value's start on, whatever lengths say.
+    [[nodiscard]] byte_view from_value() const { return m_bytes.from(value_offset()); }
 
-    // Non-resident form.
+    // Non-resident form. Sizes in bytes.
     [[nodiscard]] std::uint64_t lowest_vcn() const { return m_bytes.u64_or_zero(16); }
     [[nodiscard]] std::uint64_t highest_vcn() const { return m_bytes.u64_or_zero(24); }
     [[nodiscard]] std::uint16_t mapping_pairs_offset() const { return m_bytes.u16_or_zero(32); }
+    // As a power of two of clusters; 0 when not compressed.
     [[nodiscard]] std::uint8_t compression_unit() const { return m_bytes.u8_or_zero(34); }
     [[nodiscard]] std::uint64_t allocated_size() const { return m_bytes.u64_or_zero(40); }
     [[nodiscard]] std::uint64_t real_size() const { return m_bytes.u64_or_zero(48); }
     [[nodiscard]] std::uint64_t initialized_size() const { return m_bytes.u64_or_zero(56); }
+    // Deliberate: one would expect this field only of a compressed attribute, which alone has it. It is read
+    // of every one; elsewhere the user sees the attribute's name or its mapping pairs as a number.
     [[nodiscard]] std::uint64_t compressed_size() const { return m_bytes.u64_or_zero(64); }
 
-    // The next attribute in the same bytes; null if there is none left there.
+    // The next attribute in the same bytes; null if there is none left there. The same one if its length is
+    // 0.
     [[nodiscard]] attribute next() const { return attribute(m_bytes.from(length())); }
 
   private:
@@ -77,34 +96,56 @@ class attribute {
 // The attribute that a record's header names as its first; null if it lies outside.
 [[nodiscard]] attribute first_attribute(byte_view record);
 
-// Finds the next attribute of a type from `at` on (itself included). `limit` bounds one attribute's length.
+// Finds the next attribute of a type from `at` on (itself included). False at the end of the bytes, at the
+// end marker, and at an attribute of another type whose length is 0 or above `limit` bytes; `at` then stands
+// there.
 [[nodiscard]] bool next_attribute_of_type(attribute& at, std::uint32_t type, std::uint32_t limit);
-[[nodiscard]] bool first_attribute_of_type(byte_view record, std::uint32_t type, attribute& out, std::uint32_t limit);
-// Finds by type and name (UTF-16LE bytes).
-[[nodiscard]] bool find_attribute_by_name(attribute& at, std::uint32_t type, byte_view name, std::uint32_t limit);
+// The same from the first attribute of a record on.
+[[nodiscard]] bool first_attribute_of_type(byte_view record, std::uint32_t type, attribute& out,
+                                           std::uint32_t limit);
 
-// One entry of an attribute list.
+// Finds by type and name (UTF-16LE bytes) from `at` on. An empty name finds an unnamed attribute, and is
+// sought as far as next_attribute_of_type goes. Any other name finds an attribute whose name begins with it,
+// and attributes longer than `limit` do not end that search. After false `at` stands where the search ended.
+[[nodiscard]] bool find_attribute_by_name(attribute& at, std::uint32_t type, byte_view name,
+                                          std::uint32_t limit);
+
+// One entry of an attribute list: a named view that reaches to the end of the list.
 class list_entry {
   public:
     list_entry() = default;
     explicit list_entry(byte_view bytes) : m_bytes(bytes) {}
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
+    // The end marker where no whole type code is left.
     [[nodiscard]] std::uint32_t type() const { return m_bytes.u32(0).value_or(attr_end_marker); }
+    // Bytes of the entry, its name included.
     [[nodiscard]] std::uint16_t length() const { return m_bytes.u16_or_zero(4); }
     [[nodiscard]] std::uint8_t name_length_in_units() const { return m_bytes.u8_or_zero(6); }
     [[nodiscard]] std::uint8_t name_offset() const { return m_bytes.u8_or_zero(7); }
     [[nodiscard]] std::uint64_t lowest_vcn() const { return m_bytes.u64_or_zero(8); }
+    // The record that holds the attribute, and its sequence number.
     [[nodiscard]] std::uint64_t entry_number() const { return m_bytes.u48_or_zero(16); }
     [[nodiscard]] std::uint16_t sequence_number() const { return m_bytes.u16_or_zero(22); }
     [[nodiscard]] std::uint16_t id() const { return m_bytes.u16_or_zero(24); }
 
+    // The next entry of the list; without bytes if there is none left. The same one if its length is 0.
+    [[nodiscard]] list_entry next() const { return list_entry(m_bytes.from(length())); }
+
   private:
     byte_view m_bytes;
 };
+
+// Bytes of a list entry without a name.
+inline constexpr std::int64_t smallest_list_entry = 26;
+
+// Finds an entry of an attribute list by type and name, by the same rule for names, from `at` on.
+// `bytes_left` counts the list's bytes from `at` on; the search ends when there are none left, at the end
+// marker, and at an entry of length 0, which sets `bytes_left` to 0.
 [[nodiscard]] bool find_list_entry_by_name(list_entry& at, std::int64_t& bytes_left, std::uint32_t type,
                                            byte_view name);
 
-// The label of a type: the long form for reports, the short one for compact output. "unk" for an unknown type.
+// The label of a type: the long form for reports, the short one for compact output. "unk" for an unknown
+// type.
 void attr_name_of_type(std::string& out, std::uint32_t type, bool short_form);
 
 }  // namespace quarry
