@@ -1,0 +1,185 @@
+#include "volume/stream_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace quarry {
+
+namespace {
+
+// One read of neighbours is no longer than this, so that the second attempt after a failed one stays small.
+constexpr std::uint64_t longest_joined_read = std::uint64_t{4} << 20;
+
+// Neighbouring clusters with one read of the source, all or nothing. Positions wrap as they do for single
+// clusters; a range that does so begins behind every source.
+bool read_adjacent_clusters(const CNtfs& ntfs, std::uint64_t lcn, std::uint64_t size, std::uint8_t* buffer) {
+    RAW_DISK_IO* const disk = ntfs.get_disk();
+    if (!ntfs.m_Validated || disk == nullptr) {
+        return false;
+    }
+    const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
+    return disk->read_whole(buffer, size, lcn * cluster_size + ntfs.m_volume_offset);
+}
+
+}  // namespace
+
+stream_reader::stream_reader(CNtfs& ntfs, const cluster_run_list& runs)
+    : m_ntfs(ntfs),
+      m_cursor(runs),
+      m_cluster_size(ntfs.m_cluster_size > 0 ? static_cast<std::uint64_t>(ntfs.m_cluster_size) : 0) {}
+
+bool stream_reader::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t& length,
+                         std::uint32_t& flags) {
+    if (m_cluster_size == 0) {
+        return false;
+    }
+    const bool skip_sparse = (flags & stream_skip_sparse) != 0;
+    const std::uint64_t end = offset + length;
+    cluster_range range{offset / m_cluster_size, end / m_cluster_size, offset % m_cluster_size,
+                        end % m_cluster_size};
+    flags = stream_was_read;
+    // Deliberate: one would expect the start of a unit of 16 clusters to set this flag. It takes 16 zero bits
+    // of the VCN, so it is set at every 65,536th cluster only. Nothing that users see depends on it.
+    if ((range.first & 0xFFFF) == 0) {
+        flags |= stream_vcn_is_even;
+        if (range.last == range.first + 16) {
+            flags |= stream_is_one_unit;
+        }
+    }
+    collect(range, skip_sparse);
+    if (m_stretches.empty() || length == 0) {
+        return false;
+    }
+    const std::uint64_t delivered = deliver(range, buffer, length, flags);
+    if (delivered == 0) {
+        return false;
+    }
+    length = delivered;
+    return true;
+}
+
+// The clusters of the range, up to the first that no run covers. A sparse cluster that is left out at either
+// end of the range takes the cut of that end with it.
+void stream_reader::collect(cluster_range& range, bool skip_sparse) {
+    m_stretches.clear();
+    // Ends behind the last cluster or at one without a run; each turn moves on by a cluster at least.
+    for (std::uint64_t vcn = range.first; vcn <= range.last;) {
+        run_cursor::stretch found;
+        if (!m_cursor.find(vcn, found)) {
+            break;
+        }
+        const std::uint64_t count = std::min(found.length_in_clusters, range.last - vcn + 1);
+        if (!found.sparse || !skip_sparse) {
+            m_stretches.push_back({found.lcn, count, found.sparse});
+        } else {
+            range.head = vcn == range.first ? 0 : range.head;
+            range.tail = count == range.last - vcn + 1 ? 0 : range.tail;
+        }
+        if (count > range.last - vcn) {
+            break;
+        }
+        vcn += count;
+    }
+}
+
+// Deliberate: the cut of the range's end applies to the last cluster that was found, not to the cluster in
+// which the range ends. Where the runs end early one would expect the last cluster whole; the reader gets the
+// cut part of it first and the rest with its next read.
+std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* buffer, std::uint64_t length,
+                                     std::uint32_t& flags) {
+    std::uint64_t delivered = 0;
+    for (std::size_t i = 0; i < m_stretches.size() && delivered < length; ++i) {
+        const run_cursor::stretch& at = m_stretches[i];
+        const bool is_last_stretch = i + 1 == m_stretches.size();
+        std::uint64_t done = 0;
+        // Each turn delivers a byte at least, or returns.
+        while (done < at.length_in_clusters && delivered < length) {
+            const std::uint64_t room = length - delivered;
+            const bool is_first = i == 0 && done == 0;
+            const bool is_last = is_last_stretch && done + 1 == at.length_in_clusters;
+            // Bytes that this cluster gives, and how many clusters give all of theirs together with it.
+            const std::uint64_t from = is_first ? range.head : 0;
+            const std::uint64_t wanted =
+                is_last && !is_first && range.tail > 0 ? range.tail : m_cluster_size - from;
+            const std::uint64_t bytes = std::min(wanted, room);
+            std::uint64_t whole = 0;
+            if (bytes == m_cluster_size) {
+                const bool keep_last = is_last_stretch && range.tail > 0 && !is_last;
+                whole = std::min(at.length_in_clusters - done - (keep_last ? 1 : 0), room / m_cluster_size);
+            }
+
+            const std::uint64_t step = whole > 0 ? whole * m_cluster_size : bytes;
+            std::uint64_t got = step;
+            if (at.sparse) {
+                flags |= stream_met_sparse;
+                std::memset(buffer + delivered, 0, step);
+            } else if (whole > 0) {
+                got = whole_clusters(at.lcn + done, whole, buffer + delivered) * m_cluster_size;
+            } else if (!part_of_cluster(at.lcn + done, from, bytes, buffer + delivered)) {
+                got = 0;
+            }
+            delivered += got;
+            if (got < step) {
+                return delivered;
+            }
+            done += std::max<std::uint64_t>(whole, 1);
+        }
+    }
+    return delivered;
+}
+
+// Reads neighbours straight into the buffer. The answer counts the clusters ahead of the first that cannot be
+// read; the rest of the buffer's share is zeros then.
+std::uint64_t stream_reader::whole_clusters(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) {
+    const std::uint64_t most = std::max<std::uint64_t>(longest_joined_read / m_cluster_size, 1);
+    std::uint64_t done = 0;
+    while (done < count) {
+        const std::uint64_t joined = std::min(count - done, most);
+        std::uint8_t* const target = buffer + done * m_cluster_size;
+        if (joined > 1 && read_adjacent_clusters(m_ntfs, lcn + done, joined * m_cluster_size, target)) {
+            done += joined;
+            continue;
+        }
+        for (std::uint64_t i = 0; i < joined; ++i) {
+            std::uint64_t size = m_cluster_size;
+            if (!m_ntfs.read_clusters(lcn + done, buffer + done * m_cluster_size, size)) {
+                std::memset(buffer + done * m_cluster_size, 0, (count - done) * m_cluster_size);
+                return done;
+            }
+            ++done;
+        }
+    }
+    return done;
+}
+
+bool stream_reader::part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
+                                    std::uint8_t* buffer) {
+    m_scratch.resize(m_cluster_size);
+    std::uint64_t size = m_cluster_size;
+    if (!m_ntfs.read_clusters(lcn, m_scratch.data(), size)) {
+        return false;
+    }
+    std::memcpy(buffer, m_scratch.data() + from, bytes);
+    return true;
+}
+
+bool CNtfs::read_stream_bytes(const cluster_run_list& runs, std::uint64_t offset, std::uint8_t* buffer,
+                              std::uint64_t& length, std::uint32_t& flags) {
+    try {
+        return stream_reader(*this, runs).read(offset, buffer, length, flags);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool CNtfs::read_stream_range(const cluster_run_list& runs, std::uint64_t offset, std::uint8_t* buffer,
+                              std::uint64_t& length, bool skip_sparse) {
+    if (buffer == nullptr || length == 0 || runs.empty()) {
+        return false;
+    }
+    std::uint32_t flags = skip_sparse ? stream_skip_sparse : 0;
+    return read_stream_bytes(runs, offset, buffer, length, flags);
+}
+
+}  // namespace quarry
