@@ -1,0 +1,154 @@
+#include "volume/compressed_unit.h"
+
+#include "volume/lznt1.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::uint64_t block_size = 4096;
+constexpr std::uint64_t header_size = 2;
+
+class chunk_header {
+  public:
+    explicit chunk_header(std::uint16_t bits) : m_bits(bits) {}
+    [[nodiscard]] bool is_compressed() const { return (m_bits & 0x8000) != 0; }
+    [[nodiscard]] std::uint64_t payload_size() const { return size_less_3() + 1u; }
+    [[nodiscard]] bool is_stored_block() const { return !is_compressed() && size_less_3() == 0xFFF; }
+    [[nodiscard]] bool ends_block() const { return !is_compressed() && size_less_3() == 0; }
+
+  private:
+    [[nodiscard]] unsigned size_less_3() const { return m_bits & 0xFFFu; }
+    std::uint16_t m_bits;
+};
+
+// A number of which the bytes behind the view count as zeros.
+std::uint16_t u16_before_zeros(byte_view bytes, std::uint64_t offset) {
+    return static_cast<std::uint16_t>(bytes.u8_or_zero(offset) | (bytes.u8_or_zero(offset + 1) << 8));
+}
+
+bool any_byte_set(byte_view bytes) {
+    return std::any_of(bytes.span().begin(), bytes.span().end(), [](std::uint8_t byte) { return byte != 0; });
+}
+
+// Offset at which the last 4096 bytes of the unit begin; negative in a shorter unit.
+std::int64_t last_block_offset(byte_view unit) {
+    return static_cast<std::int64_t>(unit.size()) - static_cast<std::int64_t>(block_size);
+}
+
+bool last_block_is_zero(byte_view unit) {
+    return !any_byte_set(
+        unit.from(static_cast<std::uint64_t>(std::max<std::int64_t>(last_block_offset(unit), 0))));
+}
+
+// Samples four words of the last block; of a unit shorter than a block, those bytes that exist.
+bool is_plain_by_tail(byte_view unit) {
+    constexpr std::array<std::int64_t, 4> sampled{0, 8, 0x200, 0x400};
+    const std::int64_t block = last_block_offset(unit);
+    for (const std::int64_t sample : sampled) {
+        const std::int64_t begin = std::max<std::int64_t>(block + sample, 0);
+        const std::int64_t end = std::max<std::int64_t>(block + sample + 8, begin);
+        if (any_byte_set(
+                unit.clipped(static_cast<std::uint64_t>(begin), static_cast<std::uint64_t>(end - begin)))) {
+            return true;
+        }
+    }
+    return unit.size() == block_size;
+}
+
+bool is_plain(byte_view unit, std::uint32_t flags) {
+    // The header of a stored chunk: the unit is made of chunks, even if none of its clusters is sparse.
+    if (unit.u8_or_zero(0) == 0xFF && unit.u8_or_zero(1) == 0x3F) {
+        return false;
+    }
+    if ((flags & unit_judge_by_tail) != 0) {
+        return is_plain_by_tail(unit);
+    }
+    return (flags & unit_judge_by_sparse) != 0 && (flags & unit_met_sparse) == 0;
+}
+
+// Gives pieces of plain bytes out and keeps count of them.
+class plain_bytes {
+  public:
+    plain_bytes(unit_output& output, std::uint64_t& written, std::uint64_t limit)
+        : m_output(output), m_written(written), m_left(limit) {}
+
+    // As many of the bytes as the limit still allows; the answer is how many these were.
+    std::uint64_t give(byte_view bytes) {
+        const byte_view piece = bytes.clipped(0, m_left);
+        m_written += piece.size();
+        m_left -= piece.size();
+        if (!piece.empty()) {
+            m_output.take(piece);
+        }
+        return piece.size();
+    }
+
+  private:
+    unit_output& m_output;
+    std::uint64_t& m_written;
+    std::uint64_t m_left;
+};
+
+// What becomes of a unit whose chunks make no sense.
+// Deliberate: one would expect the unit to fail, or its raw bytes to stand in place of its chunks. If
+// anything stands in its last 4096 bytes it is taken for plain after all, and its raw bytes follow the chunks
+// that were given out already: the user sees both.
+bool rescue(byte_view unit, plain_bytes& plain) {
+    if (last_block_is_zero(unit)) {
+        return false;
+    }
+    plain.give(unit);
+    return true;
+}
+
+bool walk_chunks(byte_view unit, plain_bytes& plain) {
+    std::array<plain_chunk, 2> chunks;
+    plain_chunk* before = &chunks[0];
+    plain_chunk* current = &chunks[1];
+    std::uint64_t position = 0;
+    // Each turn moves on by two bytes at least. Also when the limit is used up: the chunks behind it still
+    // decide whether the unit could be made out.
+    while (position < unit.size()) {
+        const chunk_header header(u16_before_zeros(unit, position));
+        const byte_view payload = unit.from(position + header_size);
+        if (header.is_compressed()) {
+            const std::size_t size = std::min<std::uint64_t>(header.payload_size(), payload.size());
+            if (!decompress_chunk(payload, size, *before, *current)) {
+                return rescue(unit, plain);
+            }
+            plain.give(current->bytes());
+            std::swap(before, current);
+            position += header_size + header.payload_size();
+        } else if (header.is_stored_block()) {
+            position += header_size + plain.give(payload.clipped(0, block_size));
+        } else if (header.ends_block()) {
+            position = (position / block_size + 1) * block_size;
+        } else {
+            return rescue(unit, plain);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool decompress_unit(unit_output& output, std::uint64_t& written, byte_view unit, std::uint64_t limit,
+                     std::uint32_t flags) {
+    written = 0;
+    if (unit.empty() || limit == 0) {
+        return false;
+    }
+    plain_bytes plain(output, written, limit);
+    if (is_plain(unit, flags)) {
+        plain.give(unit);
+        return true;
+    }
+    return walk_chunks(unit, plain);
+}
+
+}  // namespace quarry

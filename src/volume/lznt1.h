@@ -1,0 +1,52 @@
+// LZNT1, the compression of NTFS: one chunk at a time.
+//
+// A chunk stands for 4096 plain bytes. Its payload is a row of groups: a flag byte, then up to eight items,
+// of which the flag byte tells the kind, low bit first. A clear bit is a literal byte, a set bit a 16-bit
+// token that repeats bytes of the same chunk. A token splits into the distance to go back and the number of
+// bytes to repeat, and where it splits depends on how many bytes stand in the chunk already: there is no use
+// for a distance that leads ahead of the chunk, so an early token spends more bits on the length.
+//
+//     bytes so far    bits of distance    bits of length    longest distance    longest repeat
+//     1 to 16               4                  12                  16                4098
+//     17 to 32              5                  11                  32                2050
+//     ...                  one more           one less            double
+//     2049 to 4096         12                   4                4096                  18
+//
+// A repeat may reach into the bytes that it makes, which then repeat in their turn.
+#pragma once
+
+#include "foundation/byte_view.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace quarry {
+
+inline constexpr std::size_t lznt1_chunk_size = 4096;  // plain bytes of a chunk
+
+// The plain bytes of one chunk. The decoder works in strides and needs room behind the end; what stands there
+// means nothing.
+struct plain_chunk {
+    static constexpr std::size_t room_behind = 64;
+    std::array<std::uint8_t, lznt1_chunk_size + room_behind> storage{};
+
+    [[nodiscard]] byte_view bytes() const { return {storage.data(), lznt1_chunk_size}; }
+};
+
+// Splits a token that stands behind `position` plain bytes of its chunk. False if it leads ahead of the
+// chunk; both outputs are set all the same.
+[[nodiscard]] bool split_token(std::uint16_t token, std::uint64_t position, std::uint32_t& offset_back,
+                               std::uint32_t& length);
+
+// Decodes a chunk's payload of `size` bytes, which begins `bytes`. What follows in `bytes` is only touched
+// where the last token of the payload is cut by its end; behind `bytes` there are zeros. `size` is at most
+// the size of `bytes`.
+//
+// A chunk always counts as 4096 plain bytes. Where its payload ends early, `output` takes the rest from
+// `before`, the chunk that the same unit had ahead of this one; but it takes zeros if the payload has at most
+// eight bytes. False for a token that leads ahead of the chunk; `output` then holds nothing of use.
+[[nodiscard]] bool decompress_chunk(byte_view bytes, std::size_t size, const plain_chunk& before,
+                                    plain_chunk& output);
+
+}  // namespace quarry
