@@ -1,0 +1,38 @@
+// The arguments of a run as a list from which each option takes what is its own.
+//
+// An option is one word, its values are the words behind it. A lookup finds the first place of an option
+// whatever the case of its letters, and removes what it used, so that what is left in the end are the words
+// that stand for themselves. A value may look like an option: lookups do not read it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quarry {
+
+// The program's name stands at index 0.
+using arg_list = std::vector<std::string>;
+
+// True if the option is there. Removes it unless `keep`.
+bool find_flag(std::string_view name, arg_list& args, bool keep = false);
+
+// Takes the word behind an option. False, with `value` and `args` as they were, if the option is not there or
+// is the last word.
+bool find_value(std::string_view name, std::string& value, arg_list& args);
+
+// Takes the two words behind an option. False, with nothing changed, unless there are two.
+bool find_two_values(std::string_view name, std::string& first, std::string& second, arg_list& args);
+
+// The same without removing anything, from the index `skip` on.
+[[nodiscard]] bool peek_flag(std::string_view name, const arg_list& args, std::size_t skip);
+bool peek_value(std::string_view name, std::string& value, const arg_list& args, std::size_t skip);
+
+// All words behind any place of an option, for those who must know in advance what a later lookup may take.
+[[nodiscard]] std::vector<std::string> peek_all_values(std::string_view name, const arg_list& args);
+
+// The arguments with a blank between them, those that hold a blank in quotes of the given kind.
+[[nodiscard]] std::string joined_arguments(const arg_list& args, char quote);
+
+}  // namespace quarry

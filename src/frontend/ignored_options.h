@@ -1,0 +1,12 @@
+// Options that are accepted and have no meaning here. Scripts pass them to a whole family of tools; they must
+// not be taken for paths.
+#pragma once
+
+#include "frontend/arg_list.h"
+
+namespace quarry {
+
+// Removes each of these options, once, with the value of those that take one.
+void drop_ignored_options(arg_list& args);
+
+}  // namespace quarry
