@@ -1,0 +1,21 @@
+#include "frontend/standard_streams.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <initializer_list>
+#include <unistd.h>
+
+namespace quarry {
+
+void secure_standard_streams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) < 0) {
+            // The lowest free descriptor is the missing one.
+            static_cast<void>(::open("/dev/null", O_RDWR));
+        }
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+}  // namespace quarry

@@ -1,0 +1,11 @@
+// What a program that must not be stopped halfway asks of its standard streams.
+#pragma once
+
+namespace quarry {
+
+// Opens /dev/null for each of the three that the caller closed, so that no file of this run gets their
+// descriptors and with them words that were meant for a terminal. From here on a reader that goes away, and a
+// limit on the size of files, show as failed writes instead of ending the program beside a temporary file.
+void secure_standard_streams();
+
+}  // namespace quarry
