@@ -1,0 +1,50 @@
+#include "frontend/cmdline_ctx.h"
+
+#include "frontend/console.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace quarry {
+
+cmdline_ctx::~cmdline_ctx() {
+    if (m_console) {
+        clear_console_status();
+    }
+    if (m_start.seconds != 0 || m_start.fraction != 0) {
+        report_elapsed_time();
+    }
+    if (m_callback != nullptr && !m_signal.empty()) {
+        m_callback(m_signal);
+    }
+}
+
+void cmdline_ctx::configure(const cmd_params& opts, callback at_end) {
+    m_console = opts.m_console;
+    if (opts.log_is_good()) {
+        m_log_path = opts.m_log_path;
+    }
+    m_profile = opts.m_profile;
+    if (m_profile || !m_log_path.empty()) {
+        ql::clock_ntp(m_start);
+    }
+    if (at_end != nullptr && !opts.m_signal.empty()) {
+        m_callback = at_end;
+        m_signal = opts.m_signal;
+    }
+}
+
+void cmdline_ctx::report_elapsed_time() const {
+    ql::ntp_time now;
+    ql::clock_ntp(now);
+    std::ostringstream text;
+    text << "->" << ql::ntp_difference(now, m_start) << " secs\n";
+    if (m_profile) {
+        print_error(text.str());
+    }
+    if (!m_log_path.empty()) {
+        std::ofstream(m_log_path, std::ios_base::app) << text.str();
+    }
+}
+
+}  // namespace quarry

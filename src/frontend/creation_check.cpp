@@ -1,0 +1,46 @@
+#include "frontend/creation_check.h"
+
+#include "foundation/uni_fileio.h"
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quarry {
+
+namespace {
+
+constexpr ::mode_t new_file_mode = 0666;
+
+void remove_ordinary_file(const std::string& path) {
+    struct ::stat status {};
+    if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        ::unlink(path.c_str());
+    }
+}
+
+// What a path leads to when all links are followed; empty if it leads to nothing.
+std::string target_of(const std::string& path) {
+    std::array<char, PATH_MAX> target{};
+    return ::realpath(path.c_str(), target.data()) != nullptr ? target.data() : "";
+}
+
+}  // namespace
+
+bool can_be_created(const std::string& path, bool append) {
+    const bool existed = ::access(path.c_str(), F_OK) == 0;
+    const int fd =
+        uni::open_file(path, O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : 0), new_file_mode);
+    if (fd < 0) {
+        return false;
+    }
+    ::close(fd);
+    // A link that led to nothing has a target now, which is to go again.
+    remove_ordinary_file(existed ? path : target_of(path));
+    return true;
+}
+
+}  // namespace quarry

@@ -1,0 +1,77 @@
+#include "frontend/source_files.h"
+
+#include "disk/raw_disk_io.h"
+#include "foundation/ql_number.h"
+#include "foundation/ql_portable_dir.h"
+#include "foundation/ql_text.h"
+
+#include <algorithm>
+#include <sys/stat.h>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::int32_t most_drives = 26;
+
+// A path counts as typed and as an image path is made absolute.
+void add_path(std::vector<std::string>& files, const std::string& path) {
+    files.push_back(path);
+    files.push_back(canonical_path(path, '/'));
+}
+
+void add_virtual_disk(std::vector<std::string>& files, std::string list) {
+    files.push_back(list);
+    replace_char(list, ',', '|', false);
+    replace_char(list, ';', '|', false);
+    split(files, list, '|', {.trim_each = true, .append = true});
+}
+
+bool same_device(const std::string& left, const std::string& right) {
+    struct ::stat first {};
+    struct ::stat second {};
+    return ::stat(left.c_str(), &first) == 0 && ::stat(right.c_str(), &second) == 0 &&
+           S_ISBLK(first.st_mode) && S_ISBLK(second.st_mode) && first.st_rdev == second.st_rdev;
+}
+
+}  // namespace
+
+std::string drive_device(std::int32_t drive) {
+    if (drive < 0 || drive >= most_drives) {
+        return {};
+    }
+    return device_directory() + "/sd" + static_cast<char>('a' + drive);
+}
+
+std::vector<std::string> source_files_ahead(const arg_list& args) {
+    std::vector<std::string> files;
+    for (const std::string& path : peek_all_values("-image", args)) {
+        add_path(files, path);
+    }
+    for (const std::string& path : peek_all_values("-partition", args)) {
+        add_path(files, path.size() == 1 ? path + ":" : path);
+    }
+    for (const std::string& path : args) {
+        // A bare source "c:\dir\file" is read from a volume "c:".
+        if (path.size() > 1 && path[1] == ':') {
+            files.push_back(path.substr(0, 2));
+        }
+    }
+    for (const std::string& list : peek_all_values("-vmdk", args)) {
+        add_virtual_disk(files, list);
+    }
+    for (std::string number : peek_all_values("-drivenum", args)) {
+        std::int64_t drive = 0;
+        parse_i64(drive, number);
+        files.push_back(drive_device(static_cast<std::int32_t>(drive)));
+    }
+    return files;
+}
+
+bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
+    return std::any_of(files.begin(), files.end(), [&path](const std::string& file) {
+        return same_file(path, file) || same_device(path, file);
+    });
+}
+
+}  // namespace quarry

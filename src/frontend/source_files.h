@@ -1,0 +1,22 @@
+// The files of the host that a run reads as its source, so that no output is ever written over one of them.
+#pragma once
+
+#include "frontend/arg_list.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quarry {
+
+// The source files that these arguments may name, each as it is typed and as it is opened. Outputs that are
+// opened before the source options are parsed look ahead with it.
+[[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
+
+// The device of a physical drive.
+[[nodiscard]] std::string drive_device(std::int32_t drive);
+
+// True if a path leads to one of these files, links followed, or to a device node of the same device.
+[[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
+
+}  // namespace quarry
