@@ -1,0 +1,176 @@
+#include "frontend/source_options.h"
+
+#include "disk/vmdk_check.h"
+#include "disk/volume_detection.h"
+#include "foundation/byte_view.h"
+#include "foundation/ql_number.h"
+#include "foundation/ql_portable_dir.h"
+#include "foundation/ql_string.h"
+#include "foundation/ql_text.h"
+#include "frontend/console.h"
+
+#include <iostream>
+
+namespace quarry {
+
+namespace {
+
+// -offset, signed as it is typed; a text that is no number leaves the offset as it is. True if the option is
+// there.
+bool parse_offset(std::uint64_t& offset, arg_list& args) {
+    std::string value;
+    if (!find_value("-offset", value, args)) {
+        return false;
+    }
+    auto number = static_cast<std::int64_t>(offset);
+    parse_i64(number, value);
+    offset = static_cast<std::uint64_t>(number);
+    return true;
+}
+
+// Whether a volume may be longer than its source. Looked at only when an offset is known.
+bool ignores_image_size(std::uint64_t offset, arg_list& args) {
+    return offset != 0 && find_flag("-ignore_image_size", args);
+}
+
+void take_vmdk_files(std::vector<std::wstring>& list, std::string_view option, const std::string& first_value,
+                     arg_list& args) {
+    std::wstring files = widen(first_value);
+    replace_char(files, L',', L'|', false);
+    replace_char(files, L';', L'|', false);
+    split(list, files, L'|', {.trim_each = true});
+    // Deliberate: only the first place of the option holds a list. A further one is one file, separators and
+    // blanks included.
+    std::string value;
+    while (find_value(option, value, args)) {
+        list.push_back(widen(value));
+    }
+}
+
+void print_suggestion(std::string_view option, const std::vector<std::wstring>& suggested) {
+    std::vector<std::string> files;
+    if (!narrow_all(files, suggested)) {
+        return;
+    }
+    std::string text;
+    join(text, files, " | ", false);
+    print_error("suggested array: " + std::string(option) + " \"" + text + "\"\n");
+}
+
+// An image without an offset: a bare volume, or a disk whose volumes are to be shown to the user.
+bool find_volume_in_image(quarry_opts& opts) {
+    std::ostringstream stream;
+    bool found = false;
+    if (locate_in_image(stream, opts.m_image, opts.m_volume_offset, found, false)) {
+        return true;
+    }
+    if (opts.m_volume_offset == 0 && found) {
+        // Deliberate: a bare volume that is shorter than its boot sector says is taken without a word.
+        return true;
+    }
+    print_error(stream.str() + "\n");
+    return false;
+}
+
+bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
+    opts.m_image = canonical_path(std::wstring_view(widen(path)), L'/');
+    if (opts.m_image.empty()) {
+        // Deliberate: the message ends in a comma behind its line end.
+        print_error("prob understanding image [" + path + "] aborting\n,");
+        return false;
+    }
+    opts.m_volume_offset = 0;
+    parse_offset(opts.m_volume_offset, args);
+    if (opts.m_volume_offset != 0) {
+        const bool ignore_size = ignores_image_size(opts.m_volume_offset, args);
+        bool found = false;
+        return locate_in_image(std::cout, opts.m_image, opts.m_volume_offset, found, ignore_size);
+    }
+    if (!opts.m_first_ntfsvol) {
+        return find_volume_in_image(opts);
+    }
+    std::vector<std::uint64_t> offsets;
+    if (ntfs_offsets_in_image(opts.m_image, offsets)) {
+        opts.m_volume_offset = offsets.front();
+    }
+    return true;
+}
+
+bool parse_drive(quarry_opts& opts, std::string number, arg_list& args) {
+    if (!opts.pass_gate()) {
+        return false;
+    }
+    opts.m_volume_offset = 0;
+    opts.m_use_drive = true;
+    std::int64_t drive = 0;
+    parse_i64(drive, number);
+    if (!parse_offset(opts.m_volume_offset, args) && opts.m_first_ntfsvol) {
+        // Deliberate: the first volume is looked for on drive 0, whatever drive was asked for, and its offset
+        // is then used on the drive that was.
+        std::vector<std::uint64_t> offsets;
+        if (ntfs_offsets_on_drive(static_cast<std::int32_t>(opts.m_drive), offsets)) {
+            opts.m_volume_offset = offsets.front();
+        }
+    }
+    const bool ignore_size = ignores_image_size(opts.m_volume_offset, args);
+    opts.m_drive = low_32_bits(static_cast<std::uint64_t>(drive));
+    bool found = false;
+    return locate_on_drive(std::cerr, static_cast<std::int32_t>(opts.m_drive), opts.m_volume_offset, found,
+                           ignore_size);
+}
+
+}  // namespace
+
+bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check& chain_check,
+                       const vmdk_volume_check& volume_check, bool in_place, std::string_view option_name) {
+    if (!in_place && !opts.parse(args)) {
+        return false;
+    }
+    std::string value;
+    if (!find_value(option_name, value, args)) {
+        return true;
+    }
+    take_vmdk_files(opts.m_vmdk_list, option_name, value, args);
+    parse_offset(opts.m_vmdk_offset, args);
+    std::ostringstream stream;
+    std::vector<std::wstring> suggested;
+    if (!chain_check(opts.m_vmdk_list, stream, suggested)) {
+        print_error(stream.str() + "\n");
+        print_suggestion(option_name, suggested);
+        return false;
+    }
+    if (!volume_check) {
+        return true;
+    }
+    const bool ignore_size = ignores_image_size(opts.m_vmdk_offset, args);
+    stream.str("");
+    bool found = false;
+    // Deliberate: a disk with several volumes is taken without an offset, and the last of them is meant.
+    if (volume_check(stream, opts.m_vmdk_list, opts.m_vmdk_offset, found, ignore_size) || found) {
+        return true;
+    }
+    print_error(stream.str() + "\n");
+    return false;
+}
+
+bool parse_source(quarry_opts& opts, arg_list& args) {
+    if (peek_flag("-vmdk", args, 0)) {
+        opts.m_vmdk_offset = opts.m_volume_offset;
+        return parse_vmdk_option(opts, args, check_list, locate_in_vmdk, true, "-vmdk");
+    }
+    std::string value;
+    if (find_value("-partition", value, args)) {
+        opts.m_partition = widen(value.size() == 1 ? value + ":" : value);
+        return opts.pass_gate();
+    }
+    if (find_value("-image", value, args)) {
+        return parse_image(opts, value, args);
+    }
+    if (find_value("-drivenum", value, args)) {
+        return parse_drive(opts, value, args);
+    }
+    opts.m_live = true;
+    return true;
+}
+
+}  // namespace quarry

@@ -1,0 +1,36 @@
+// The options that name the source, and where on it the volume lies.
+//
+// -vmdk, -partition, -image and -drivenum exclude each other: the first of them that is there, in that order,
+// decides, and the others are not looked at.
+#pragma once
+
+#include "frontend/arg_list.h"
+#include "frontend/cmd_params.h"
+#include "frontend/quarry_opts.h"
+
+#include <functional>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quarry {
+
+// Checks a list of virtual disk files; see check_list.
+using vmdk_chain_check = std::function<bool(const std::vector<std::wstring>& list, std::ostringstream& stream,
+                                            std::vector<std::wstring>& suggested)>;
+// Finds the volume on a virtual disk; see locate_in_vmdk.
+using vmdk_volume_check = std::function<bool(std::ostream& stream, const std::vector<std::wstring>& list,
+                                             std::uint64_t& offset, bool& found, bool ignore_image_size)>;
+
+// The option that names the files of a virtual disk. Unless `in_place`, the generic options are parsed first.
+// True if the option is not there. `volume_check` may be empty.
+[[nodiscard]] bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check& chain_check,
+                                     const vmdk_volume_check& volume_check, bool in_place,
+                                     std::string_view option_name);
+
+// Chooses the source and settles the volume offset. False after a message.
+[[nodiscard]] bool parse_source(quarry_opts& opts, arg_list& args);
+
+}  // namespace quarry
