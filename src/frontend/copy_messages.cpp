@@ -1,0 +1,32 @@
+#include "frontend/copy_messages.h"
+
+#include "foundation/ql_string.h"
+#include "frontend/console.h"
+
+#include <cstdio>
+
+namespace quarry {
+
+void print_copy_message(cmd_params& opts, const std::string& text) {
+    opts.log_text(text);
+    if (opts.m_console) {
+        std::puts(text.c_str());
+    }
+}
+
+void print_copy_failed(cmd_params& opts, const std::wstring& source, const std::wstring& destination) {
+    print_copy_message(opts, "err: copy failed: " + narrow(source) + " -> " + narrow(destination));
+}
+
+void print_outcome(cmd_params& opts, bool success, const std::string& text) {
+    if (success) {
+        opts.log("info: %s", text.c_str());
+    } else {
+        opts.log("err: %s", text.c_str());
+    }
+    if (opts.m_console) {
+        print_error(text + "\n");
+    }
+}
+
+}  // namespace quarry

@@ -1,0 +1,117 @@
+#include "frontend/destination.h"
+
+#include "foundation/ql_portable_dir.h"
+#include "foundation/ql_string.h"
+#include "foundation/ql_text.h"
+#include "frontend/copy_messages.h"
+#include "frontend/creation_check.h"
+#include "frontend/source_files.h"
+
+#include <algorithm>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::wstring_view report_ending = L".meta.txt";
+
+bool ends_in_separator(const std::wstring& path) {
+    return path.ends_with(L'\\') || path.ends_with(L'/');
+}
+
+bool refuse_same_file(quarry_opts& opts) {
+    print_copy_message(opts, "err: source and destination are the same");
+    return false;
+}
+
+bool refuse_creation(quarry_opts& opts, const std::wstring& path) {
+    print_copy_message(opts, "err: can't create the file: " + narrow(path));
+    return false;
+}
+
+// True for a name that would lead out of the directory to which it is added. A source path with both
+// separators is parted at the last "\", so its name may hold "/".
+bool leads_upwards(const std::wstring& name) {
+    std::vector<std::wstring> parts;
+    split(parts, name, L'/');
+    return name.find(L'/') != std::wstring::npos &&
+           std::find(parts.begin(), parts.end(), L"..") != parts.end();
+}
+
+// Adds the source's file name to a destination that is a directory.
+bool add_source_name(std::wstring& path, quarry_opts& opts) {
+    std::wstring directory;
+    std::wstring name;
+    if (!split_path(directory, name, opts.m_src)) {
+        return true;
+    }
+    // Deliberate: only a "\" is put behind the source's directory for this comparison, so "/out/" is not
+    // taken for the directory of a source in "/out".
+    if (directory + L"\\" == path) {
+        return refuse_same_file(opts);
+    }
+    replace_char(name, L'?', L'_', false);
+    replace_char(name, L':', L'_', false);
+    path += name;
+    return !leads_upwards(name) || refuse_creation(opts, path);
+}
+
+bool add_name(std::wstring& path, quarry_opts& opts, const std::wstring& absolute) {
+    if (!opts.m_src.empty()) {
+        return add_source_name(path, opts);
+    }
+    if (!opts.m_cluster_text.empty()) {
+        path += widen(opts.m_cluster_text);
+    } else {
+        // Deliberate: a copy by entry number alone has no name to add, so a directory stays one and cannot be
+        // created as a file.
+        path = absolute;
+    }
+    return true;
+}
+
+// Nothing that is read or logged may be written over.
+bool is_free(const std::wstring& path, quarry_opts& opts, const destination_rules& rules) {
+    if (is_one_of(narrow(path), rules.sources)) {
+        return refuse_same_file(opts);
+    }
+    return !opts.is_log_file(narrow(path)) || refuse_creation(opts, path);
+}
+
+std::wstring report_path(const std::wstring& path, const quarry_opts& opts, const destination_rules& rules) {
+    const std::wstring meta = path + std::wstring(report_ending);
+    const bool taken = is_one_of(narrow(meta), rules.sources) || opts.is_log_file(narrow(meta));
+    return opts.m_meta && !taken ? meta : std::wstring();
+}
+
+}  // namespace
+
+bool settle_destination(destination& out, quarry_opts& opts, const destination_rules& rules) {
+    if (opts.m_dst.empty()) {
+        print_copy_message(opts, rules.missing_words);
+        return false;
+    }
+    const std::wstring absolute = canonical_path(std::wstring_view(opts.m_dst), L'/');
+    if (absolute.empty()) {
+        print_copy_message(opts, "err: prob understanding destination of " + narrow(opts.m_dst));
+        return false;
+    }
+    if (rules.keeps_absolute) {
+        opts.m_dst = absolute;
+    }
+    out.path = opts.m_dst;
+    if (ends_in_separator(out.path) && !add_name(out.path, opts, absolute)) {
+        return false;
+    }
+    if (!is_free(out.path, opts, rules)) {
+        return false;
+    }
+    opts.log_text("dst: " + narrow(out.path));
+    if (rules.check_creation && !can_be_created(narrow(out.path), false)) {
+        return refuse_creation(opts, out.path);
+    }
+    out.meta = report_path(out.path, opts, rules);
+    return true;
+}
+
+}  // namespace quarry

@@ -1,0 +1,31 @@
+// Where a copy goes: the rules that copies from a volume and copies from a drive share, and their
+// differences.
+//
+// A destination that ends in a separator is a directory, in which the copy takes the name of its source.
+// Before the first copy of a run the file is made and removed again, so that a wrong place shows before any
+// work. A destination that is one of the source's own files is refused before anything is opened.
+#pragma once
+
+#include "frontend/quarry_opts.h"
+
+#include <string>
+#include <vector>
+
+namespace quarry {
+
+struct destination_rules {
+    std::string missing_words;    // the message for no destination at all
+    bool keeps_absolute = false;  // the absolute form of the path is used, not only looked at
+    bool check_creation = true;   // the file can be made
+    std::vector<std::string> sources;
+};
+
+struct destination {
+    std::wstring path;
+    std::wstring meta;  // path of the report, empty for none
+};
+
+// Settles the destination from the options. False after a message.
+[[nodiscard]] bool settle_destination(destination& out, quarry_opts& opts, const destination_rules& rules);
+
+}  // namespace quarry
