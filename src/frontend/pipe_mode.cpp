@@ -1,0 +1,66 @@
+#include "frontend/pipe_mode.h"
+
+#include "foundation/ql_portable_dir.h"
+#include "foundation/ql_string.h"
+#include "frontend/copy_by_cluster.h"
+#include "frontend/copy_by_name.h"
+#include "frontend/copy_messages.h"
+#include "frontend/expand_env.h"
+#include "frontend/filter.h"
+#include "frontend/stdin_stream_ex.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace quarry {
+
+namespace {
+
+bool open_paths(qlportdir::stdin_stream_ex& paths, const quarry_opts& opts) {
+    if (opts.m_pipe) {
+        return paths.open_stdin(true);
+    }
+    constexpr std::uint32_t deepest = std::numeric_limits<std::int32_t>::max();
+    return paths.open_enum(widen(opts.m_enum_dir),
+                           static_cast<std::int32_t>(std::min(opts.m_num_subdirs, deepest)), opts.m_filter);
+}
+
+// Makes the line the source of the next copy. False, without a word, for one that the filter drops and for
+// one that names no file.
+bool take_line(quarry_opts& opts, const std::string& line) {
+    if (line.empty()) {
+        return false;
+    }
+    opts.m_src = widen(expand_env(line, true));
+    uni::fileio_stats stats;
+    bool open_failed = false;
+    if (!filter_match(&opts, open_failed, opts.m_src, opts.m_filter, &stats)) {
+        return false;
+    }
+    std::wstring directory;
+    std::wstring name;
+    return split_path(directory, name, opts.m_src) && !name.empty();
+}
+
+}  // namespace
+
+void run_pipe(quarry_opts& opts) {
+    qlportdir::stdin_stream_ex paths(&opts);
+    if (!open_paths(paths, opts)) {
+        return;
+    }
+    std::unique_ptr<CNtfs> ntfs;
+    bool first_copy = true;
+    std::string line;
+    while (paths.getline(line, true)) {
+        if (!take_line(opts, line)) {
+            continue;
+        }
+        const bool copied = opts.m_use_drive ? copy_from_drive(ntfs, opts, first_copy)
+                                             : copy_from_volume(ntfs, opts, first_copy);
+        print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
+        first_copy = first_copy && !copied;
+    }
+}
+
+}  // namespace quarry

@@ -1,0 +1,98 @@
+#include "frontend/run.h"
+
+#include "frontend/arg_list.h"
+#include "frontend/cmdline_ctx.h"
+#include "frontend/copy_by_cluster.h"
+#include "frontend/copy_by_name.h"
+#include "frontend/copy_messages.h"
+#include "frontend/pipe_mode.h"
+#include "frontend/quarry_opts.h"
+#include "frontend/run_header.h"
+#include "frontend/standard_streams.h"
+#include "frontend/usage.h"
+
+#include <cstdio>
+
+namespace quarry {
+
+namespace {
+
+constexpr int success_status = 0;
+constexpr int failure_status = -1;
+
+arg_list arguments_of(int argc, const char* const* argv) {
+    arg_list args;
+    for (int index = 0; index < argc; ++index) {
+        args.emplace_back(argv[index] == nullptr ? "" : argv[index]);
+    }
+    return args;
+}
+
+bool asks_for_help(const arg_list& args) {
+    for (const std::string_view option : {"-h", "-help", "/?", "--help"}) {
+        if (peek_flag(option, args, 0)) {
+            return true;
+        }
+    }
+    return args.size() == 1;
+}
+
+int ignore_signal_text(const std::string&) {
+    return 0;
+}
+
+bool copy_once(quarry_opts& opts) {
+    std::unique_ptr<CNtfs> ntfs;
+    const bool copied =
+        opts.m_use_drive ? copy_from_drive(ntfs, opts, true) : copy_from_volume(ntfs, opts, true);
+    ntfs.reset();
+    if (copied) {
+        print_outcome(opts, true, "copy successful");
+    } else {
+        opts.log("err: copy failed");
+    }
+    return copied;
+}
+
+// Everything between the header and the exit status. False if the run failed.
+bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header, cmdline_ctx& run_ctx) {
+    if (!opts.parse(args, version_text)) {
+        opts.log("err: cmdline");
+        return false;
+    }
+    run_ctx.configure(opts, ignore_signal_text);
+    opts.log_text(header);
+    if (opts.m_pipe || opts.m_enum) {
+        run_pipe(opts);
+        return true;
+    }
+    return copy_once(opts);
+}
+
+}  // namespace
+
+int run(int argc, const char* const* argv) {
+    const ql::time now;
+    secure_standard_streams();
+    arg_list args = arguments_of(argc, argv);
+    if (args.empty()) {
+        return failure_status;
+    }
+    cmdline_ctx run_ctx;
+    if (asks_for_help(args)) {
+        print_usage();
+        return success_status;
+    }
+    const std::string header = run_header(args, now);
+    std::fputs((header + "\n").c_str(), stdout);
+    quarry_opts opts;
+    opts.m_admin = is_administrator();
+    const bool succeeded = parse_and_copy(opts, args, header, run_ctx);
+    // Deliberate: a pipe run never fails, not even when its options could not be parsed. The outcome of each
+    // path stands in its own line.
+    const bool exits_well = succeeded || opts.m_pipe || opts.m_enum;
+    opts.log(exits_well ? "exit: 0" : "exit: -1");
+    return exits_well ? success_status : failure_status;
+}
+
+}  // namespace quarry

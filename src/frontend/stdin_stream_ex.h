@@ -1,0 +1,46 @@
+// The paths of a pipe run: lines of standard input, or the files below a directory of this host.
+//
+// A walk holds two queues: directories that are still to be listed and files that were found. Both grow with
+// what is found; lines of standard input are not kept.
+#pragma once
+
+#include "foundation/uni_streams.h"
+#include "frontend/cmd_params.h"
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <utility>
+
+namespace qlportdir {
+
+class stdin_stream_ex : public uni::stdin_stream {
+  public:
+    explicit stdin_stream_ex(const quarry::cmd_params* opts) : m_opts(opts) {}
+
+    [[nodiscard]] bool open_stdin(bool check);
+    // Files of `dir` and, up to `max_depth` levels below it, of its subdirectories. False for an empty path.
+    [[nodiscard]] bool open_enum(const std::wstring& dir, std::int32_t max_depth,
+                                 const quarry::filter_list& filter);
+    // The next path. False at the end.
+    bool getline(std::string& out, bool trim) override;
+    bool getline(std::wstring& out, bool trim) override;
+
+  private:
+    void reset();
+    // Lists directories until there is a file or no directory is left.
+    void find_files();
+
+    std::deque<std::pair<std::wstring, std::int32_t>> m_dirs;
+    std::deque<std::wstring> m_files;
+    std::int32_t m_max_depth = 1;
+    quarry::filter_list m_filter;
+    bool m_enumerating = false;
+    const quarry::cmd_params* m_opts;
+};
+
+// A found path as the rest of the run takes it: one that begins with two backslashes loses its prefix of four
+// characters unless it names a global object, and becomes empty if it is too short to hold one.
+void clean_found_path(std::wstring& path);
+
+}  // namespace qlportdir
