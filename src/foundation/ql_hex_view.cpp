@@ -1,9 +1,9 @@
 #include "foundation/ql_hex_view.h"
 
+#include "foundation/assertion.h"
+
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <iomanip>
 #include <limits>
 #include <string>
@@ -70,17 +70,15 @@ binary_data::binary_data(const std::vector<std::uint8_t>& bytes, bool copy)
 }
 
 std::uint8_t binary_data::operator()(std::uint32_t index) const {
-    if (index >= m_num_data) {
-        std::fputs("ql_hex_view: assertion failed: index < m_num_data\n", stderr);
-        std::abort();
-    }
+    quarry::require(index < m_num_data, "index < m_num_data", "ql_hex_view");
     return m_bytes[index];
 }
 
 void hex_dump(std::ostream& out, const binary_data& bytes, std::uint32_t first, std::uint32_t count,
               std::uint64_t base_address) {
     const std::ios_base::fmtflags flags = out.flags();
-    out << std::hex << std::right << std::setfill('0');
+    out.flags(std::ios_base::hex | std::ios_base::right);
+    out.fill('0');
     const std::uint64_t end = std::min<std::uint64_t>(std::uint64_t{first} + count, bytes.m_num_data);
     std::uint64_t address = base_address;
     for (std::uint64_t position = first; position < end;

@@ -1,0 +1,268 @@
+#include "foundation/ql_time_format.h"
+
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+namespace ql {
+namespace {
+
+using texts = std::pair<std::string, std::string>;
+
+// 2019-03-07 18:22:41.0934567 (GNU date: 1551982961 seconds since 1970)
+const time march_7(131964565610934567, type_time::filetime);
+const time not_valid(0, type_time::filetime);
+
+texts fixed_form(std::uint64_t filetime, bool with_fraction = true) {
+    texts out = {"before", "before"};
+    format_date_time(out.first, out.second, time(filetime, type_time::filetime), with_fraction);
+    return out;
+}
+
+std::string date_by(const char* pattern, const time& value = march_7) {
+    std::string date;
+    std::string time_of_day;
+    EXPECT_TRUE(format_with_patterns(date, time_of_day, value, pattern, ""));
+    EXPECT_EQ(time_of_day, "");
+    return date;
+}
+
+std::string time_by(const char* pattern) {
+    std::string date;
+    std::string time_of_day;
+    EXPECT_TRUE(format_with_patterns(date, time_of_day, march_7, "", pattern));
+    return time_of_day;
+}
+
+TEST(FixedForm, DateTimeAndFractionAreAlwaysWrittenOneWay) {
+    EXPECT_EQ(fixed_form(131964565610934567), texts("2019-03-07", "18:22:41.093"));
+    EXPECT_EQ(fixed_form(131964565610934567, false), texts("2019-03-07", "18:22:41"));
+}
+
+TEST(FixedForm, ZeroGivesEmptyTexts) {
+    EXPECT_EQ(fixed_form(0), texts("", ""));
+}
+
+TEST(FixedForm, TheFirstSecondOf1970GivesEmptyTextsAndTheSecondOnePrints) {
+    EXPECT_EQ(fixed_form(116444736000000000), texts("", ""));
+    EXPECT_EQ(fixed_form(116444736010000000), texts("1970-01-01", "00:00:01.000"));
+}
+
+TEST(FixedForm, TimesIn1850AreEmptyAndTimesIn1900PrintInFull) {
+    EXPECT_EQ(fixed_form(78576480000000000), texts("", ""));
+    EXPECT_EQ(fixed_form(94354848000000000), texts("1900-01-01", "00:00:00.000"));
+}
+
+TEST(FixedForm, AValueWithTheTopBitSetGivesEmptyTexts) {
+    EXPECT_EQ(fixed_form(0x8000000000000000), texts("", ""));
+}
+
+TEST(FixedForm, TheMillisecondBehindALeapDaysLastIsInMarch) {
+    EXPECT_EQ(fixed_form(131012639999990000), texts("2016-02-29", "23:59:59.999"));
+    EXPECT_EQ(fixed_form(131012640000000000), texts("2016-03-01", "00:00:00.000"));
+}
+
+TEST(FixedForm, TheLastTickOfASecondIsCutNotRounded) {
+    EXPECT_EQ(fixed_form(131012639999999999), texts("2016-02-29", "23:59:59.999"));
+}
+
+TEST(StreamInserter, DateBlankAndTimeWithFractionAreWritten) {
+    std::ostringstream out;
+    out << march_7;
+    EXPECT_EQ(out.str(), "2019-03-07 18:22:41.093");
+}
+
+TEST(StreamInserter, ATimeThatIsNotValidWritesTheBlankAlone) {
+    std::ostringstream out;
+    out << not_valid;
+    EXPECT_EQ(out.str(), " ");
+}
+
+TEST(DatePattern, UsualPatternsGiveTheirDates) {
+    EXPECT_EQ(date_by("mm/dd/yyyy"), "03/07/2019");
+    EXPECT_EQ(date_by("yyyy-mm-dd"), "2019-03-07");
+    EXPECT_EQ(date_by("yyyy/mm/dd"), "2019/03/07");
+    EXPECT_EQ(date_by("dd/mm/yy"), "07/03/19");
+    EXPECT_EQ(date_by("mmm dd, yyyy"), "Mar 07, 2019");
+    EXPECT_EQ(date_by("dd mmm yyyy"), "07 Mar 2019");
+    EXPECT_EQ(date_by("yy-mm-dd"), "19-03-07");
+}
+
+TEST(DatePattern, TheSeparatorIsASlashBeforeADashBeforeABlank) {
+    EXPECT_EQ(date_by("mm-dd/yyyy"), "03/07/2019");
+    EXPECT_EQ(date_by("mm dd-yyyy"), "03-07-2019");
+    EXPECT_EQ(date_by("mm dd yyyy"), "03 07 2019");
+    EXPECT_EQ(date_by("mm.dd.yyyy"), "03/07/2019");
+    EXPECT_EQ(date_by("yyyymmdd"), "2019/03/07");
+}
+
+TEST(DatePattern, TheYearLeadsOnlyFromTheVeryStart) {
+    EXPECT_EQ(date_by(" yyyy-mm-dd"), "03-07-2019");
+    EXPECT_EQ(date_by("mm-yyyy-dd"), "03-07-2019");
+    EXPECT_EQ(date_by("yyyy-dd-mm"), "2019-07-03");
+}
+
+TEST(DatePattern, TheCommaBehindTheDayNeedsABlankAsSeparatorAndTheMonthInFront) {
+    EXPECT_EQ(date_by("mm dd, yyyy"), "03 07, 2019");
+    EXPECT_EQ(date_by("mmm/dd, yyyy"), "Mar/07/2019");
+    EXPECT_EQ(date_by("dd, mmm yyyy"), "07 Mar 2019");
+    EXPECT_EQ(date_by(", mmm dd yyyy"), "Mar 07 2019");
+}
+
+TEST(DatePattern, APatternThatLacksYearMonthOrDayAlwaysGivesMonthDayFourDigitYear) {
+    EXPECT_EQ(date_by("yyyy-mm"), "03/07/2019");
+    EXPECT_EQ(date_by("yy-mmm"), "03/07/2019");
+    EXPECT_EQ(date_by("dd-yy"), "03/07/2019");
+    EXPECT_EQ(date_by("mm-dd"), "03/07/2019");
+    EXPECT_EQ(date_by("anything"), "03/07/2019");
+    EXPECT_EQ(date_by(""), "03/07/2019");
+}
+
+TEST(DatePattern, EveryMonthHasItsName) {
+    const char* const names[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    time value = march_7;
+    for (std::uint16_t month = 1; month <= 12; ++month) {
+        value.system_time.wMonth = month;
+        EXPECT_EQ(date_by("mmm-dd-yy", value), std::string(names[month - 1]) + "-07-19");
+    }
+}
+
+TEST(DatePattern, AMonthOutOfRangeHasAnEmptyName) {
+    time value = march_7;
+    value.system_time.wMonth = 0;
+    EXPECT_EQ(date_by("mmm-dd-yy", value), "-07-19");
+    value.system_time.wMonth = 13;
+    EXPECT_EQ(date_by("mmm-dd-yy", value), "-07-19");
+}
+
+TEST(TimePattern, HoursMinutesAndSecondsAreWrittenAsTheyAreNamed) {
+    EXPECT_EQ(time_by("hh:mm:ss"), "18:22:41");
+    EXPECT_EQ(time_by("hh:mm"), "18:22");
+    EXPECT_EQ(time_by("ss"), ":41");
+    EXPECT_EQ(time_by("hh-mm"), "");
+    EXPECT_EQ(time_by(""), "");
+}
+
+TEST(TimePattern, TheFractionHasThreeToNineDigitsAndIsCut) {
+    EXPECT_EQ(time_by("hh:mm:ss.x"), "18:22:41");
+    EXPECT_EQ(time_by("hh:mm:ss.xx"), "18:22:41");
+    EXPECT_EQ(time_by("hh:mm:ss.xxx"), "18:22:41.093");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxx"), "18:22:41.0934");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxx"), "18:22:41.09345");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxxx"), "18:22:41.093456");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxxxx"), "18:22:41.0934567");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxxxxx"), "18:22:41.09345670");
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxxxxxx"), "18:22:41.093456700");
+}
+
+TEST(TimePattern, TenDigitsGiveNoFractionWhereOneWouldExpectAllThereAre) {
+    EXPECT_EQ(time_by("hh:mm:ss.xxxxxxxxxx"), "18:22:41");
+}
+
+TEST(TimePattern, FractionDigitsAreCountedFromTheFirstThreeToTheLastOne) {
+    EXPECT_EQ(time_by("xxx--x"), ".093456");
+    EXPECT_EQ(time_by("xx-xxx"), ".093");
+}
+
+TEST(Patterns, ATimeThatIsNotValidIsFalseWithEmptyTexts) {
+    std::string date = "before";
+    std::string time_of_day = "before";
+    EXPECT_FALSE(format_with_patterns(date, time_of_day, not_valid, "mm/dd/yyyy", "hh:mm:ss"));
+    EXPECT_EQ(date, "");
+    EXPECT_EQ(time_of_day, "");
+}
+
+struct layout_case {
+    const char* pattern;
+    bool accepted;
+    char separator;
+    std::uint32_t flags;
+};
+
+TEST(ValidatePatterns, ADatePatternGivesItsSeparatorAndFlags) {
+    const layout_case cases[] = {
+        {"", true, 0, 0x00},
+        {"yyyy-mm-dd", true, '-', 0x02 | 0x04 | 0x80},
+        {"mm/dd/yyyy", true, '/', 0x02 | 0x04 | 0x40},
+        {"dd/mm/yy", true, '/', 0x02 | 0x08 | 0x20},
+        {"mmm dd, yyyy", true, ' ', 0x01 | 0x04 | 0x10 | 0x40},
+        {"yymmdd", true, 0, 0x02 | 0x08 | 0x80},
+        {"yyyy-dd-mm", false, '-', 0x02 | 0x04},
+        {"dd-yyyy-mm", false, '-', 0x02 | 0x04},
+        {"mm-yyyy-dd", false, '-', 0x02 | 0x04},
+        {"yyyy-mm", false, '-', 0x02 | 0x04},
+        {"mm-dd", false, '-', 0x02},
+        {"dd-yy", false, '-', 0x08},
+        {"x", false, 0, 0x00},
+    };
+    for (const layout_case& expected : cases) {
+        time_layout settings;
+        settings.flags = 0xFFFF;
+        settings.first_year = 7;
+        EXPECT_EQ(validate_patterns(settings, expected.pattern, "", false), expected.accepted)
+            << expected.pattern;
+        EXPECT_EQ(settings.separator, expected.separator) << expected.pattern;
+        EXPECT_EQ(settings.flags, expected.flags) << expected.pattern;
+        EXPECT_EQ(settings.first_year, 1900);
+        EXPECT_EQ(settings.last_year, 2600);
+    }
+}
+
+TEST(ValidatePatterns, ATimePatternGivesItsFractionDigitsUpToNine) {
+    time_layout settings;
+    EXPECT_TRUE(validate_patterns(settings, "", "hh:mm:ss", false));
+    EXPECT_EQ(settings.fraction_digits, 0u);
+    EXPECT_TRUE(validate_patterns(settings, "", "hh:mm:ss.xxx", false));
+    EXPECT_EQ(settings.fraction_digits, 3u);
+    EXPECT_TRUE(validate_patterns(settings, "", "hh:mm:ss.xxxxxxxxx", false));
+    EXPECT_EQ(settings.fraction_digits, 9u);
+    EXPECT_TRUE(validate_patterns(settings, "", "hh:mm:ss.xxxxxxxxxxxx", false));
+    EXPECT_EQ(settings.fraction_digits, 9u);
+    EXPECT_TRUE(validate_patterns(settings, "", "no time at all", false));
+    EXPECT_EQ(settings.fraction_digits, 0u);
+}
+
+TEST(ValidatePatterns, ThePairFlagIsKept) {
+    time_layout settings;
+    EXPECT_TRUE(validate_patterns(settings, "", "", true));
+    EXPECT_TRUE(settings.paired);
+    EXPECT_TRUE(validate_patterns(settings, "", "", false));
+    EXPECT_FALSE(settings.paired);
+}
+
+std::string anomaly(std::uint64_t created, std::uint64_t modified, std::uint64_t mft_changed,
+                    std::uint64_t accessed, std::uint64_t reference) {
+    std::string word = "before";
+    const bool flag = file_time_anomaly(word, created, modified, mft_changed, accessed, reference);
+    EXPECT_EQ(flag, !word.empty());
+    return word;
+}
+
+TEST(FileTimeAnomaly, TimesUpToTheReferenceAreInOrder) {
+    EXPECT_EQ(anomaly(1, 2, 3, 4, 4), "");
+}
+
+TEST(FileTimeAnomaly, AnyTimeBehindTheReferenceIsTheFuture) {
+    EXPECT_EQ(anomaly(5, 1, 1, 1, 4), "future");
+    EXPECT_EQ(anomaly(1, 5, 1, 1, 4), "future");
+    EXPECT_EQ(anomaly(1, 1, 5, 1, 4), "future");
+    EXPECT_EQ(anomaly(1, 1, 1, 5, 4), "future");
+}
+
+TEST(FileTimeAnomaly, AnyZeroIsNullAndOverridesTheFuture) {
+    EXPECT_EQ(anomaly(0, 9, 9, 9, 4), "null");
+    EXPECT_EQ(anomaly(9, 0, 9, 9, 4), "null");
+    EXPECT_EQ(anomaly(9, 9, 0, 9, 4), "null");
+    EXPECT_EQ(anomaly(9, 9, 9, 0, 4), "null");
+}
+
+TEST(FileTimeAnomaly, AReferenceOfZeroIsLaterThanEverything) {
+    EXPECT_EQ(anomaly(1, 2, 3, 0xFFFFFFFFFFFFFFFF, 0), "");
+}
+
+}  // namespace
+}  // namespace ql

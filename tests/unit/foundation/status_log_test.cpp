@@ -1,0 +1,147 @@
+#include "foundation/status_log.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quarry {
+namespace {
+
+class kept_log : public status_log {
+  public:
+    bool m_on = true;
+    std::vector<std::string> m_lines;
+
+  protected:
+    [[nodiscard]] bool log_is_on() const override { return m_on; }
+    void write_log_line(const std::string& text) override { m_lines.push_back(text); }
+};
+
+// The one line that a call writes.
+template <typename... Arguments>
+std::string line(const char* format, Arguments... arguments) {
+    kept_log log;
+    log.log(format, arguments...);
+    return log.m_lines.size() == 1 ? log.m_lines.front() : "not one line";
+}
+
+TEST(StatusLog, PlainTextIsTheLine) {
+    EXPECT_EQ(line("exit: 0"), "exit: 0");
+    EXPECT_EQ(line(""), "");
+}
+
+TEST(StatusLog, NothingIsWrittenWhileTheLogIsOff) {
+    kept_log log;
+    log.m_on = false;
+    log.log("info: %s", "copy successful");
+    log.log_text("header");
+    EXPECT_TRUE(log.m_lines.empty());
+}
+
+TEST(StatusLog, TheSilentLogTakesEverything) {
+    no_log().log("info: %s", "unheard");
+    no_log().log_text("unheard");
+    EXPECT_EQ(&no_log(), &no_log());
+}
+
+TEST(StatusLog, NarrowTextIsWrittenByteForByte) {
+    EXPECT_EQ(line("info: %s",
+                   "Gr\xC3\xB6\xC3\x9F"
+                   "e"),
+              "info: Gr\xC3\xB6\xC3\x9F"
+              "e");
+    EXPECT_EQ(line("[%8s|%-8s|%.2s]", "abc", "abc", "abc"), "[     abc|abc     |ab]");
+    EXPECT_EQ(line("[%*s|%-*s|%.*s]", 5, "abc", 5, "abc", 1, "abc"), "[  abc|abc  |a]");
+}
+
+TEST(StatusLog, WideTextIsWrittenInItsNarrowForm) {
+    EXPECT_EQ(line("partition letter %S", L"/dev/sda1"), "partition letter /dev/sda1");
+    EXPECT_EQ(line("dst: %ls", L"out.bin"), "dst: out.bin");
+}
+
+TEST(StatusLog, NonAsciiWideTextIsWrittenInTheCLocaleToo) {
+    EXPECT_EQ(line("<%S>", L"\u00E9\u20AC\U0001F600"), "<\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80>");
+}
+
+TEST(StatusLog, NullTextIsNamedAsNull) {
+    const char* const narrow_text = nullptr;
+    const wchar_t* const wide_text = nullptr;
+    EXPECT_EQ(line("%s %S", narrow_text, wide_text), "(null) (null)");
+}
+
+TEST(StatusLog, NumbersOfEveryWidthAreWritten) {
+    EXPECT_EQ(line("%d %i", -1, 2), "-1 2");
+    EXPECT_EQ(line("%u", 4294967295u), "4294967295");
+    EXPECT_EQ(line("%ld %lu", -3L, 4UL), "-3 4");
+    EXPECT_EQ(line("0x%llx", 0xFEDCBA9876543210ULL), "0xfedcba9876543210");
+    EXPECT_EQ(line("%lld", std::numeric_limits<long long>::min()), "-9223372036854775808");
+    EXPECT_EQ(line("%zu %td", std::size_t{5}, std::ptrdiff_t{-6}), "5 -6");
+    EXPECT_EQ(line("%jd %ju", std::intmax_t{-7}, std::uintmax_t{8}), "-7 8");
+    EXPECT_EQ(line("%hhd %hhu", 0x1FF, 0x1FF), "-1 255");
+    EXPECT_EQ(line("%hd %hu", 0x1FFFF, 0x1FFFF), "-1 65535");
+    EXPECT_EQ(line("%o %X", 8u, 0xABCu), "10 ABC");
+}
+
+TEST(StatusLog, FlagsWidthAndPrecisionOfNumbersAreKept) {
+    EXPECT_EQ(line("[%4d|%-4d|%04d|%+d|% d]", 7, 7, 7, 7, 7), "[   7|7   |0007|+7| 7]");
+    EXPECT_EQ(line("[%#x|%.3d|%6.3d]", 255u, 7, 7), "[0xff|007|   007]");
+    EXPECT_EQ(line("[%*d|%.*d]", 4, 7, 2, 7), "[   7|07]");
+    EXPECT_EQ(line("[%*d]", -4, 7), "[7   ]");
+}
+
+TEST(StatusLog, FloatingNumbersCharactersAndPointersAreWritten) {
+    EXPECT_EQ(line("%.2f %g %.1Lf", 1.5, 0.25, 2.5L), "1.50 0.25 2.5");
+    EXPECT_EQ(line("%c%c", 'o', 'k'), "ok");
+    const void* const none = nullptr;
+    EXPECT_EQ(line("%p", none), "(nil)");
+}
+
+TEST(StatusLog, TwoPercentSignsAreOne) {
+    EXPECT_EQ(line("100%% of %d", 3), "100% of 3");
+}
+
+TEST(StatusLog, AnUnknownConversionEndsTheLineWhereItStands) {
+    EXPECT_EQ(line("before %n after"), "before ");
+    EXPECT_EQ(line("before %q"), "before ");
+    EXPECT_EQ(line("before %"), "before ");
+}
+
+TEST(StatusLog, AMessageIsCutAtTheFormatsLengthPlus254Bytes) {
+    // "err: %s" has 7 characters.
+    EXPECT_EQ(line("err: %s", std::string(256, 'x').c_str()), "err: " + std::string(256, 'x'));
+    EXPECT_EQ(line("err: %s", std::string(257, 'x').c_str()), "err: " + std::string(256, 'x'));
+    EXPECT_EQ(line("err: %s", std::string(100000, 'x').c_str()), "err: " + std::string(256, 'x'));
+    // "%S" has 2 characters, "%ls" 3.
+    EXPECT_EQ(line("%S", std::wstring(1000, L'x').c_str()).size(), 256u);
+    EXPECT_EQ(line("%ls", std::wstring(1000, L'x').c_str()).size(), 257u);
+}
+
+TEST(StatusLog, TextBehindAnArgumentThatFillsTheLineIsCutOff) {
+    EXPECT_EQ(line("%s%d!", std::string(1000, 'x').c_str(), 5), std::string(259, 'x'));
+    EXPECT_EQ(line("%s%d!", std::string(258, 'x').c_str(), 57), std::string(258, 'x') + "5");
+    EXPECT_EQ(line("%s%d!", std::string(257, 'x').c_str(), 57), std::string(257, 'x') + "57");
+}
+
+TEST(StatusLog, AFieldWiderThanTheLineIsCut) {
+    EXPECT_EQ(line("%9999d", 1), std::string(260, ' '));
+}
+
+TEST(StatusLog, AFormatLongerThanAnyBufferIsWrittenWhole) {
+    const std::string format(10000, 'y');
+    EXPECT_EQ(line(format.c_str()), format);
+}
+
+TEST(StatusLog, ReadyTextIsWrittenAtAnyLengthAndWithItsLineFeeds) {
+    kept_log log;
+    const std::string text = "first\n" + std::string(100000, 'z') + "%s\n";
+    log.log_text(text);
+    ASSERT_EQ(log.m_lines.size(), 1u);
+    EXPECT_EQ(log.m_lines.front(), text);
+}
+
+}  // namespace
+}  // namespace quarry
