@@ -1,15 +1,56 @@
 // Entry categorising: from an MFT entry number to its attr_item_list.
+//
+// The record of the entry is read, each of its attributes is sorted by kind (entry_record), and an attribute
+// list is followed into the extension records that hold what the first record had no room for. What was found
+// becomes a flat list (entry_flattening). Damage ends the walk it stands in, and what was read before it
+// counts.
 #pragma once
-
-#include <cstdint>
 
 #include "foundation/status_log.h"
 #include "volume/attr_item.h"
+#include "volume/entry_record.h"
 #include "volume/ntfs.h"
+
+#include <cstdint>
+#include <vector>
 
 namespace quarry {
 
+// The items of an entry: its record, its standard information, its names, its other attributes. True if the
+// record could be read. False, with `out` empty, for a volume that is not valid, and with "err: mftfixup
+// %llx" or "err: recd bad %llx" in the log for a record that cannot be read or is none.
 [[nodiscard]] bool categorize_entry(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out, status_log& log);
-[[nodiscard]] bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out, status_log& log);
+// The same with the items of index attributes alone.
+[[nodiscard]] bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out,
+                                         status_log& log);
+
+// Reads one entry and what belongs to it. Made afresh for each entry.
+class mft_entries_ctx {
+  public:
+    mft_entries_ctx(CNtfs& ntfs, status_log& log);
+
+    // Reads the record of an entry and puts its sector ends back. The vector keeps its size from call to
+    // call. False for a volume that is not valid, a failed read, and anything that is neither a file record
+    // nor an index block. A record marked "BAAD" gives true with `bad` set, and a line in the log.
+    [[nodiscard]] bool fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry);
+
+    // The whole of an entry, extension records included.
+    [[nodiscard]] bool read_entry(entry_record& record, std::uint64_t entry);
+
+    // Follows one attribute list.
+    void handle_attribute_list(entry_record& record, std::uint64_t entry, const attribute& list);
+    // Sorts the attributes that the entries of a list name in other records than that of `entry`.
+    void walk_list_entries(entry_record& record, std::uint64_t entry, byte_view list);
+
+  private:
+    void take_from_extension(entry_record& record, std::uint64_t entry, const list_entry& named);
+
+    CNtfs& m_ntfs;
+    status_log& m_log;
+    // Bytes to read for a record.
+    std::uint64_t m_record_size;
+    std::uint32_t m_bytes_per_sector;
+    std::vector<std::uint8_t> m_extension;
+};
 
 }  // namespace quarry

@@ -1,0 +1,202 @@
+#include "volume/mft_entries.h"
+
+#include "volume/entry_flattening.h"
+#include "volume/file_record.h"
+
+#include <algorithm>
+#include <new>
+
+namespace quarry {
+
+namespace {
+
+// Bytes of a list entry ahead of its name.
+constexpr std::uint64_t list_entry_header_size = 26;
+
+unsigned long long for_log(std::uint64_t number) {
+    return number;
+}
+
+// The attribute of a type and an id in a record; null if the record has none.
+attribute find_attribute(byte_view record, std::uint32_t type, std::uint16_t id) {
+    attribute at = first_attribute(record);
+    if (at.length() >= record.size()) {
+        return {};
+    }
+    std::uint64_t left = record.size();
+    // Each turn takes an attribute's length from what is left.
+    while (!at.is_null() && at.type() != attr_end_marker) {
+        if (at.type() == type && at.id() == id) {
+            return at;
+        }
+        if (at.length() == 0 || at.length() >= left) {
+            break;
+        }
+        left -= at.length();
+        at = at.next();
+    }
+    return {};
+}
+
+}  // namespace
+
+mft_entries_ctx::mft_entries_ctx(CNtfs& ntfs, status_log& log)
+    : m_ntfs(ntfs),
+      m_log(log),
+      m_record_size(ntfs.get_mft_record_size()),
+      m_bytes_per_sector(ntfs.get_bytes_per_sector()) {}
+
+bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry) {
+    bad = false;
+    std::int64_t mft_position = 0;
+    RAW_DISK_IO* const disk = m_ntfs.get_disk();
+    if (!m_ntfs.validate(mft_position) || disk == nullptr || m_record_size > m_ntfs.source_size()) {
+        return false;
+    }
+    try {
+        record.resize(m_record_size);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    std::uint64_t length = m_record_size;
+    if (!disk->read(record.data(), length, m_ntfs.entry_position(entry) + m_ntfs.m_volume_offset)) {
+        return false;
+    }
+    // Deliberate: one would expect each record to be read in full length. Once the end of the source has cut
+    // one, all later ones of this entry are read in the cut length, and attributes beyond it are not found.
+    m_record_size = length;
+
+    const file_record header{byte_view(record)};
+    if (!record_header_ok(record) && !header.is_indx()) {
+        if (!header.is_baad()) {
+            return false;
+        }
+        m_log.log("err: fixup_mft type: BAAD");
+        bad = true;
+        return true;
+    }
+    const std::uint64_t limit = m_bytes_per_sector == 0 ? 0 : record.size() / m_bytes_per_sector + 1;
+    restore_sector_ends(record, m_bytes_per_sector, limit);
+    return true;
+}
+
+bool mft_entries_ctx::read_entry(entry_record& record, std::uint64_t entry) {
+    record = entry_record();
+    std::int64_t mft_position = 0;
+    if (!m_ntfs.validate(mft_position)) {
+        return false;
+    }
+    std::vector<std::uint8_t> bytes;
+    bool bad = false;
+    if (!fixup_mft(bytes, bad, entry) || bytes.empty()) {
+        m_log.log("err: mftfixup %llx", for_log(entry));
+        return false;
+    }
+    if (bad) {
+        m_log.log("err: recd bad %llx", for_log(entry));
+        return false;
+    }
+    record.record = std::move(bytes);
+    record.entry = entry;
+    const file_record header{byte_view(record.record)};
+    record.sequence = header.sequence_number();
+    const byte_view kept = header.bytes().clipped(0, record.header.size());
+    std::copy_n(kept.data(), kept.size(), record.header.begin());
+    record.base = header.base_reference();
+    record.has_base = record.base != 0;
+    if (header.first_attribute_offset() == 0) {
+        return true;
+    }
+
+    std::vector<attribute> lists;
+    attribute at = first_attribute(record.record);
+    // Each turn moves on by an attribute's length, and the record ends.
+    while (!at.is_null() && at.type() != attr_end_marker && at.length() != 0 &&
+           at.length() <= record.record.size()) {
+        bool is_list = false;
+        if (!categorize_attribute(record, entry, at, is_list)) {
+            break;
+        }
+        if (is_list) {
+            lists.push_back(at);
+        }
+        at = at.next();
+    }
+    for (const attribute& list : lists) {
+        handle_attribute_list(record, entry, list);
+    }
+    return true;
+}
+
+void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t entry,
+                                            const attribute& list) {
+    record.has_list = true;
+    if (!list.non_resident()) {
+        if (list.value_length() != 0 && list.value_offset() != 0) {
+            walk_list_entries(record, entry, list.value());
+        }
+        return;
+    }
+    record.list_non_resident = true;
+    data_run_list decoded;
+    cluster_run_list runs;
+    if (decode_runs(list.bytes().clipped(0, list.length()), decoded)) {
+        to_cluster_runs(decoded, runs);
+    }
+    const std::vector<std::uint8_t> clusters = m_ntfs.read_all_clusters(runs);
+    walk_list_entries(record, entry, clusters);
+}
+
+void mft_entries_ctx::walk_list_entries(entry_record& record, std::uint64_t entry, byte_view list) {
+    // Ends with the list: each entry has a length, and one whose header the list does not hold is none.
+    while (list.holds(0, list_entry_header_size)) {
+        const list_entry named(list);
+        if (named.length() == 0) {
+            return;
+        }
+        if (named.entry_number() != entry) {
+            take_from_extension(record, entry, named);
+        }
+        list = list.from(named.length());
+    }
+}
+
+// Deliberate: one would expect the sequence number of the list entry to be compared with the record's. It is
+// not, so a record that was given to another file since is read all the same.
+void mft_entries_ctx::take_from_extension(entry_record& record, std::uint64_t entry,
+                                          const list_entry& named) {
+    m_log.log("primary entry %llu pointing to ref entry %llu", for_log(entry), for_log(named.entry_number()));
+    bool bad = false;
+    if (!fixup_mft(m_extension, bad, named.entry_number()) || m_extension.empty()) {
+        return;
+    }
+    const file_record extension{byte_view(m_extension)};
+    if (!extension.is_file() || extension.first_attribute_offset() == 0) {
+        return;
+    }
+    const attribute found = find_attribute(m_extension, named.type(), named.id());
+    bool is_list = false;
+    static_cast<void>(categorize_attribute(record, entry, found, is_list));
+}
+
+bool categorize_entry(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out, status_log& log) {
+    out.clear();
+    entry_record record;
+    if (!mft_entries_ctx(ntfs, log).read_entry(record, entry)) {
+        return false;
+    }
+    out = flatten_entry(record, ntfs.get_mft_record_size());
+    return true;
+}
+
+bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out, status_log& log) {
+    out.clear();
+    entry_record record;
+    if (!mft_entries_ctx(ntfs, log).read_entry(record, entry)) {
+        return false;
+    }
+    out = flatten_index_attributes(record, ntfs.get_mft_record_size());
+    return true;
+}
+
+}  // namespace quarry
