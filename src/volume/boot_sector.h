@@ -1,4 +1,8 @@
 // The NTFS boot sector, the first 512 bytes of a volume.
+//
+// It is written when a volume is made and tells the geometry (bytes per sector, sectors per cluster) and
+// where $MFT begins. Only the eight bytes of the signature make a sector one: the checksum and the end marker
+// are not looked at, and no number in it is true of the volume until it is tested.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +14,8 @@ namespace quarry {
 // Read straight from the volume; little-endian.
 struct NTFS_BOOT {
     std::uint8_t jump[3];
-    char signature[4];
-    char oem_rest[4];
+    char signature[4];  // "NTFS"
+    char oem_rest[4];   // four blanks
     std::uint16_t bytes_per_sector;
     std::uint8_t sectors_per_cluster;
     std::uint16_t reserved_sectors;
@@ -25,7 +29,8 @@ struct NTFS_BOOT {
     std::uint32_t not_interpreted_1;
     std::uint64_t total_sectors;
     std::uint64_t mft_lcn;
-    std::uint64_t mft_mirror_lcn;
+    std::uint64_t mft_mirror_lcn;  // never read
+    // Below zero: the negated power of two of the record's size in bytes.
     std::int8_t clusters_per_record;
     std::uint8_t not_interpreted_2[3];
     std::int8_t clusters_per_index_block;
@@ -38,7 +43,10 @@ struct NTFS_BOOT {
 #pragma pack(pop)
 static_assert(sizeof(NTFS_BOOT) == 512);
 static_assert(offsetof(NTFS_BOOT, bytes_per_sector) == 11);
+static_assert(offsetof(NTFS_BOOT, signature) == 3);
+static_assert(offsetof(NTFS_BOOT, sectors_per_cluster) == 13);
 static_assert(offsetof(NTFS_BOOT, total_sectors) == 40);
+static_assert(offsetof(NTFS_BOOT, mft_lcn) == 48);
 static_assert(offsetof(NTFS_BOOT, clusters_per_record) == 64);
 static_assert(offsetof(NTFS_BOOT, volume_serial) == 72);
 static_assert(offsetof(NTFS_BOOT, end_marker) == 510);
