@@ -1,11 +1,16 @@
 // CNtfs: one NTFS volume on one source of bytes. Read only.
+//
+// The object owns the source that the volume is read through, and knows where on it the volume begins. It
+// holds the boot sector, the geometry that follows from it, and what record 0 of $MFT (the table of all file
+// records, itself a file) says of where the other records lie. Every reader of the volume is a member of it
+// or works on one.
+//
+// The factories of ntfs_open.h are the only ways to a usable object: cleared, then opened (a source is
+// there), then validated (the boot sector and record 0 were accepted). There is no way back. Failures are
+// told by booleans, never by exceptions, and without a message. Positions are bytes from the start of the
+// volume unless a comment says otherwise, lengths are bytes, LCNs count clusters of the volume. A position
+// that 63 bits cannot hold reads as a failed read.
 #pragma once
-
-#include <cstdint>
-#include <memory>
-#include <span>
-#include <string>
-#include <vector>
 
 #include "disk/raw_disk_io.h"
 #include "volume/attribute.h"
@@ -16,7 +21,21 @@
 #include "volume/runs.h"
 #include "volume/security_entry.h"
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
 namespace quarry {
+
+// No file record is as long as this, and a claim of more is cut to it: a volume with damage in one size field
+// is read all the same, without the cost that the field claims.
+inline constexpr std::uint32_t longest_record = 512 * 1024;
+
+// NTFS ends an attribute list at 256 KiB. What a damaged one claims beyond this is cut.
+inline constexpr std::uint64_t longest_attribute_list = std::uint64_t{16} * 1024 * 1024;
 
 class CNtfs {
   public:
@@ -27,18 +46,24 @@ class CNtfs {
     NTFS_BOOT m_boot{};
     security_map m_sd_cache;
     std::unique_ptr<RAW_DISK_IO> m_disk;
+    // 32 to 36, or 255 for a refused type; 0 for a virtual disk.
     std::uint8_t m_source_type = 0;
     bool m_Validated = false;
+    // Record 0 with its sector ends put back.
     std::vector<std::uint8_t> m_mft_record;
     INODE_STATS m_mft_info;
+    // $DATA of entry 6, $Bitmap; empty where that cannot be read.
     data_run_list m_bitmap_runs;
+    // Bytes from one record of $MFT to the next, as record 0 says. May differ from the size that is read.
     std::uint32_t m_record_alloc = 0;
     std::uint64_t m_num_entries = 0;
     std::int32_t m_cluster_size = 0;
     std::int64_t m_total_clusters = 0;
+    // 0 where a record is smaller than a cluster.
     std::int32_t m_mft_cluster_per_record_fixed = 0;
     std::int64_t m_mft_file_pos = 0;
     std::uint32_t m_sectors_per_cluster = 0;
+    // Byte offset of the volume on the source.
     std::uint64_t m_volume_offset = 0;
     std::uint32_t m_mft_record_size = 0;
     path_cache m_path_cache;
@@ -46,8 +71,14 @@ class CNtfs {
     security_loader m_load_security = nullptr;
 
     // Opening and geometry (ntfs_open, ntfs_validate).
+
+    // Clears the object and opens a source: 33 and 35 the path, 34 the drive number, 32 is stored and treated
+    // as 33. False for a type that is none of them, an empty path of type 33 and a source that cannot be
+    // used; m_disk is null then, and m_source_type 255 if the type was below 32 or above 36.
     [[nodiscard]] bool open_source(std::uint8_t source_type, const std::wstring& path, std::int32_t drive,
                                    std::uint64_t volume_offset, bool writable);
+    // Reads the boot sector and record 0, once in the object's life unless it fails. `mft_position` is the
+    // position of $MFT, 0 if the boot sector was not accepted. Returns m_Validated.
     [[nodiscard]] bool validate(std::int64_t& mft_position);
     [[nodiscard]] bool is_valid() const { return m_disk != nullptr && m_Validated; }
     [[nodiscard]] std::uint64_t get_num_entries() const { return m_Validated ? m_num_entries : 0; }
@@ -56,57 +87,123 @@ class CNtfs {
     }
     [[nodiscard]] std::uint32_t get_bytes_per_sector() const { return m_boot.bytes_per_sector; }
     [[nodiscard]] std::uint32_t get_sectors_per_cluster() const { return m_boot.sectors_per_cluster; }
+    // The source if it can be used, otherwise null.
     [[nodiscard]] RAW_DISK_IO* get_disk() const {
         return m_disk != nullptr && m_disk->is_ok() ? m_disk.get() : nullptr;
     }
+    // Where the volume begins on a virtual disk, in bytes, as far as the disk kept it; 0 for any other
+    // source.
     [[nodiscard]] std::uint64_t disk_origin() const;
+    // How index blocks of 4096 bytes and clusters fit into each other: clusters for one block (at least 1),
+    // whole blocks in one cluster (0 if it is smaller than a block).
     [[nodiscard]] std::uint32_t clusters_per_block() const;
     [[nodiscard]] std::uint32_t blocks_per_cluster() const;
     // Size of the source in bytes: the cap of every allocation whose size the source claims.
     [[nodiscard]] std::uint64_t source_size() const;
+    // What was learned of the system files. Asking an object that is not valid is an error of this program
+    // and ends it.
+    [[nodiscard]] INODE_STATS get_mft_inode_stats() const;
+    [[nodiscard]] data_run_list get_mft_inode_bitmap_runlist() const;
+    [[nodiscard]] data_run_list get_bitmap_inode_runlist() const;
 
-    // Positions of MFT entries.
-    [[nodiscard]] bool get_lcn_for_inode(std::uint64_t entry, std::uint64_t& lcn, std::uint32_t& byte_offset) const;
+    // Positions of MFT entries, through the runs of $MFT. False and 0 for an entry that they do not hold, for
+    // one in a sparse run, and for an object that is not valid.
+    [[nodiscard]] bool get_lcn_for_inode(std::uint64_t entry, std::uint64_t& lcn,
+                                         std::uint32_t& byte_offset) const;
     [[nodiscard]] std::uint64_t entry_position(std::uint64_t entry) const;
 
-    // Reads. Positions are bytes from the start of the volume; lengths are bytes.
-    [[nodiscard]] bool read_clusters(std::uint64_t lcn, std::uint8_t* buffer, std::uint64_t& length);
-    [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer, std::uint64_t& length,
-                                          std::uint64_t& position);
+    // Reads. What was not read of a buffer is zeros.
 
-    // File records. `record` is sized to the record's length; what was not read of it is zeros; `length` tells
-    // how many bytes were read. The vector forms allocate; the span form needs a buffer of the whole length.
+    // Position of a cluster; nothing if 63 bits cannot hold it.
+    [[nodiscard]] std::optional<std::uint64_t> cluster_position(std::uint64_t lcn) const;
+    // Clusters that lie side by side. The length must be a multiple of the cluster size; it becomes what the
+    // source had of it. One read that comes short is a read all the same. False if nothing was read.
+    [[nodiscard]] bool read_clusters(std::uint64_t lcn, std::uint8_t* buffer, std::uint64_t& length);
+    // The same into a buffer of its own, of `length` bytes or one cluster if that is more. `position` is told
+    // also after a failed read.
+    [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer,
+                                          std::uint64_t& length, std::uint64_t& position);
+    // Clusters that lie side by side, as if each was read alone, up to the first that cannot be read. Returns
+    // how many were read; the rest of the buffer, which has room for `count` clusters, is zeros.
+    [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
+                                                      std::uint8_t* buffer);
+    // All clusters of the runs of an attribute list, in run order, into one buffer. A cluster that cannot be
+    // read ends its run, the next run goes on at the same place, and zeros make up the rest. The buffer is
+    // cut at longest_attribute_list and at the size of the source, each rounded up to a cluster. True if
+    // every cluster of every run was read.
+    [[nodiscard]] bool read_all_clusters(const cluster_run_list& runs, std::vector<std::uint8_t>& out);
+
+    // File records. Entry 0 is read from the place that the boot sector tells, any other through the runs of
+    // $MFT, and only from a valid object. One read takes the whole record from its first byte on, also where
+    // $MFT goes on elsewhere in the middle of it.
+
+    // Without putting sector ends back. `length` becomes what was read. The vector is made as long as the
+    // record, and is empty after false. The span must have room for the whole record; if it has not, `length`
+    // tells the room needed.
     [[nodiscard]] bool read_record_raw(std::uint64_t entry, std::vector<std::uint8_t>& record,
                                        std::uint64_t& position, std::uint64_t& length);
-    [[nodiscard]] bool read_record_raw(std::uint64_t entry, std::span<std::uint8_t> buffer, std::uint64_t& position,
-                                       std::uint64_t& length);
-    [[nodiscard]] bool read_record(std::uint64_t entry, std::vector<std::uint8_t>& record, std::uint64_t& position,
-                                   std::uint64_t& length);
-    [[nodiscard]] bool read_record(std::uint64_t entry, std::span<std::uint8_t> buffer, std::uint64_t& position,
-                                   std::uint64_t& length);
+    [[nodiscard]] bool read_record_raw(std::uint64_t entry, std::span<std::uint8_t> buffer,
+                                       std::uint64_t& position, std::uint64_t& length);
+    // The same with the sector ends put back. False also for what is neither a record with a good header nor
+    // an index block.
+    [[nodiscard]] bool read_record(std::uint64_t entry, std::vector<std::uint8_t>& record,
+                                   std::uint64_t& position, std::uint64_t& length);
+    [[nodiscard]] bool read_record(std::uint64_t entry, std::span<std::uint8_t> buffer,
+                                   std::uint64_t& position, std::uint64_t& length);
+    // A record of get_mft_record_size() bytes from a valid object, without and with its sector ends put back.
+    // After false the vector holds nothing of use. `kind` is `unknown` where nothing was read, otherwise as
+    // from apply_fixups_checked, so that a "BAAD" record is told by its kind.
     [[nodiscard]] bool read_record_vector(std::vector<std::uint8_t>& record, std::uint64_t& position,
                                           std::uint64_t entry);
     [[nodiscard]] bool read_record_checked(std::vector<std::uint8_t>& record, std::uint64_t& position,
                                            record_kind& kind, std::uint64_t entry);
 
     // The walk behind INODE_STATS (record_parser).
+
+    // Gathers what record `entry` and the records of its attribute list say into `stats`, which is cleared
+    // first unless `append` is set. Damage ends the walk where it stands.
     void parse_record(byte_view record, INODE_STATS& stats, std::uint64_t entry, bool append);
+    // One walk over the attributes from `first` on, of which `bytes_left` bytes are left; only over `first`
+    // if `single` is set. `list_attribute` becomes the last attribute list met, or stays as it is. False if
+    // the mapping pairs of an attribute hold nothing.
     [[nodiscard]] bool parse_attributes(INODE_STATS& stats, attribute& list_attribute, attribute first,
-                                        std::int64_t bytes_left, std::uint64_t entry, bool append, bool single);
+                                        std::int64_t bytes_left, bool append, bool single);
 
     // A byte range of a stream (stream_reader).
-    [[nodiscard]] bool read_stream_bytes(const cluster_run_list& runs, std::uint64_t offset, std::uint8_t* buffer,
-                                         std::uint64_t& length, std::uint32_t& flags);
-    [[nodiscard]] bool read_stream_range(const cluster_run_list& runs, std::uint64_t offset, std::uint8_t* buffer,
-                                         std::uint64_t& length, bool skip_sparse);
+    [[nodiscard]] bool read_stream_bytes(const cluster_run_list& runs, std::uint64_t offset,
+                                         std::uint8_t* buffer, std::uint64_t& length, std::uint32_t& flags);
+    [[nodiscard]] bool read_stream_range(const cluster_run_list& runs, std::uint64_t offset,
+                                         std::uint8_t* buffer, std::uint64_t& length, bool skip_sparse);
 
-    // All clusters of a run list, in run order, into one buffer; zeros where a read fails. The size is capped by the
-    // size of the source. For attribute lists and their like.
-    [[nodiscard]] std::vector<std::uint8_t> read_all_clusters(const cluster_run_list& runs);
+  private:
+    CNtfs& operator=(CNtfs&&) = default;
+
+    [[nodiscard]] bool learn_geometry(std::int64_t& mft_position);
+    [[nodiscard]] bool read_mft_record();
+    void read_bitmap_runs();
+
+    [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
+    [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
+                                      std::uint64_t& position, std::uint64_t& length);
+    [[nodiscard]] std::uint32_t record_read_size(std::uint64_t entry) const;
+    [[nodiscard]] bool accept_record(std::span<std::uint8_t> record) const;
+
+    void take_owner(INODE_STATS& stats, std::uint32_t security_id);
+    [[nodiscard]] bool read_attribute_list(INODE_STATS& stats, const attribute& list, std::uint64_t bytes,
+                                           std::uint64_t entry);
+    [[nodiscard]] bool walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_t entry);
+    [[nodiscard]] std::uint64_t add_listed_attribute(INODE_STATS& stats, const list_entry& listed,
+                                                     std::vector<std::uint8_t>& record);
+
+    // For each run of $MFT the first of its clusters that is behind it, counted from the start of $MFT.
+    std::vector<std::uint64_t> m_mft_run_ends;
+    void index_mft_runs();
 };
 
-// One read of the volume: false for a null disk or buffer, a zero length, or nothing read.
-[[nodiscard]] bool read_at(RAW_DISK_IO* disk, std::uint64_t position, std::uint64_t volume_offset, void* buffer,
-                           std::uint64_t& length);
+// One read of the volume, which begins `volume_offset` bytes into the source: false for a null disk or
+// buffer, a zero length, a position that 63 bits cannot hold, or nothing read. `length` becomes what the
+// source had of it.
+[[nodiscard]] bool read_at(RAW_DISK_IO* disk, std::uint64_t position, std::uint64_t volume_offset,
+                           void* buffer, std::uint64_t& length);
 
 }  // namespace quarry
