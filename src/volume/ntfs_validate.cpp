@@ -1,0 +1,121 @@
+// From the boot sector and record 0 to the geometry of a volume.
+#include "volume/ntfs.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::uint64_t bitmap_entry = 6;
+
+// The eight bytes behind the jump instruction are all that makes a sector a boot sector of NTFS.
+bool has_ntfs_signature(const NTFS_BOOT& boot) {
+    const std::string_view signature(boot.signature, sizeof(boot.signature));
+    const std::string_view rest(boot.oem_rest, sizeof(boot.oem_rest));
+    return signature == "NTFS" && rest == "    ";
+}
+
+// Bytes of a file record: so many clusters, or, below zero, the negated power of two of bytes.
+std::uint64_t claimed_record_size(std::int8_t clusters_per_record, std::uint32_t cluster_size) {
+    if (clusters_per_record >= 0) {
+        return std::uint64_t{cluster_size} * static_cast<std::uint8_t>(clusters_per_record);
+    }
+    const auto shift = static_cast<std::uint32_t>(256 - clusters_per_record) % 32;
+    return std::uint64_t{1} << shift;
+}
+
+}  // namespace
+
+bool CNtfs::validate(std::int64_t& mft_position) {
+    mft_position = 0;
+    if (m_disk == nullptr) {
+        m_Validated = false;
+        return false;
+    }
+    if (m_Validated) {
+        mft_position = m_mft_file_pos;
+        return true;
+    }
+    try {
+        m_Validated = learn_geometry(mft_position) && read_mft_record();
+    } catch (const std::bad_alloc&) {
+        m_Validated = false;
+    }
+    if (m_Validated) {
+        read_bitmap_runs();
+    }
+    return m_Validated;
+}
+
+bool CNtfs::learn_geometry(std::int64_t& mft_position) {
+    std::uint64_t length = sizeof(m_boot);
+    if (!m_disk->read(&m_boot, length, m_volume_offset) || !has_ntfs_signature(m_boot)) {
+        return false;
+    }
+    if (m_boot.bytes_per_sector == 0 || m_boot.sectors_per_cluster == 0) {
+        return false;
+    }
+    const std::uint32_t cluster_size = std::uint32_t{m_boot.bytes_per_sector} * m_boot.sectors_per_cluster;
+    m_cluster_size = static_cast<std::int32_t>(cluster_size);
+    const std::uint64_t record_size = claimed_record_size(m_boot.clusters_per_record, cluster_size);
+    m_mft_record_size = low_32_bits(std::min<std::uint64_t>(record_size, longest_record));
+    m_mft_cluster_per_record_fixed = static_cast<std::int32_t>(record_size / cluster_size);
+    m_total_clusters = static_cast<std::int64_t>(m_boot.total_sectors / m_boot.sectors_per_cluster);
+    const std::optional<std::uint64_t> position = cluster_position(m_boot.mft_lcn);
+    if (!position) {
+        return false;
+    }
+    m_mft_file_pos = static_cast<std::int64_t>(*position);
+    mft_position = m_mft_file_pos;
+    m_sectors_per_cluster = m_boot.sectors_per_cluster;
+    return true;
+}
+
+bool CNtfs::read_mft_record() {
+    std::uint64_t position = 0;
+    std::uint64_t length = 0;
+    if (!read_record(0, m_mft_record, position, length)) {
+        return false;
+    }
+    const std::uint32_t size = record_size_from_header(m_mft_record);
+    if (size > m_mft_record_size) {
+        // The record is longer than the boot sector says, and the update sequence array knows better.
+        m_mft_record_size = size;
+        if (!read_record(0, m_mft_record, position, length) || !record_header_ok(m_mft_record)) {
+            return false;
+        }
+    }
+    // Deliberate: one would expect the size in the boot sector to be the step from one record to the next.
+    // The size in the header of record 0 is, so a volume where the two differ is read by the header.
+    m_record_alloc = file_record(m_mft_record).bytes_allocated();
+    if (m_record_alloc == 0) {
+        return false;
+    }
+    // Deliberate: one would expect a $MFT without usable attributes to be refused. The volume opens all the
+    // same, and record 0 can be read.
+    parse_record(m_mft_record, m_mft_info, 0, false);
+    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
+    const std::uint64_t bytes = cluster_position(count_clusters(m_mft_info.data_runs)).value_or(most);
+    m_num_entries = bytes / m_record_alloc;
+    return true;
+}
+
+void CNtfs::read_bitmap_runs() {
+    try {
+        std::vector<std::uint8_t> record;
+        std::uint64_t position = 0;
+        std::uint64_t length = 0;
+        if (read_record(bitmap_entry, record, position, length)) {
+            INODE_STATS stats;
+            parse_record(record, stats, bitmap_entry, false);
+            m_bitmap_runs = std::move(stats.data_runs);
+        }
+    } catch (const std::bad_alloc&) {
+        m_bitmap_runs.clear();
+    }
+}
+
+}  // namespace quarry
