@@ -1,21 +1,44 @@
-// The four ways to a usable CNtfs. Each sets the out pointer to null first and leaves it null on false.
+// The four ways to a usable CNtfs.
+//
+// A volume lies on a physical drive, in a partition's device, in an image, or on a virtual disk made of VMDK
+// files. Each factory opens its source, validates the volume and hands the object out. Each sets `out` to
+// null first and leaves it null on false, without a message; what went wrong is not told apart.
+// `volume_offset` is the byte offset of the volume on the source. `writable` is asked of the source and never
+// used. `load_security` reads the volume's security descriptors when they are first needed, which is while it
+// is opened; null where nobody wants them.
 #pragma once
+
+#include "volume/ntfs.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "volume/ntfs.h"
-
 namespace quarry {
 
+// CNtfs::m_source_type.
+inline constexpr std::uint8_t source_letter = 32;       // "c:" or "c:\"
+inline constexpr std::uint8_t source_path = 33;         // an image or a device
+inline constexpr std::uint8_t source_drive = 34;        // a physical drive by number
+inline constexpr std::uint8_t source_device_name = 35;  // a path that begins with two backslashes
+inline constexpr std::uint8_t last_source_type = 36;
+inline constexpr std::uint8_t source_refused = 255;
+
+// A physical drive by its number, 0 for the first.
 [[nodiscard]] bool open_by_drive(std::int32_t drive, std::uint64_t volume_offset, std::unique_ptr<CNtfs>& out,
                                  bool writable, security_loader load_security);
+// A partition by its device's path; the volume begins where the device does. A path of type 32 is opened as
+// its first character and a colon. False for an empty path.
 [[nodiscard]] bool open_by_partition(const std::wstring& path, std::unique_ptr<CNtfs>& out, bool writable,
                                      std::uint8_t source_type, security_loader load_security);
-[[nodiscard]] bool open_by_image(const std::wstring& path, std::uint64_t volume_offset, std::unique_ptr<CNtfs>& out,
-                                 bool writable, security_loader load_security);
+// An image, or whatever the path says by its form: two backslashes at the front make it type 35, "c:" and
+// "c:\" type
+// 32. False for an empty path.
+[[nodiscard]] bool open_by_image(const std::wstring& path, std::uint64_t volume_offset,
+                                 std::unique_ptr<CNtfs>& out, bool writable, security_loader load_security);
+// A virtual disk from the files of its chain. With an offset of 0 or less the first NTFS volume on the disk
+// is taken. False for an empty list.
 [[nodiscard]] bool open_by_vmdk(const std::vector<std::wstring>& files, std::int64_t volume_offset,
                                 std::unique_ptr<CNtfs>& out, bool writable, security_loader load_security);
 
