@@ -143,7 +143,9 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
     if (decode_runs(list.bytes().clipped(0, list.length()), decoded)) {
         to_cluster_runs(decoded, runs);
     }
-    const std::vector<std::uint8_t> clusters = m_ntfs.read_all_clusters(runs);
+    std::vector<std::uint8_t> clusters;
+    // A list with a damaged part serves as far as it was read.
+    static_cast<void>(m_ntfs.read_all_clusters(runs, clusters));
     walk_list_entries(record, entry, clusters);
 }
 
