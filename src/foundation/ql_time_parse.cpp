@@ -163,7 +163,8 @@ void system_time_to_filetime(std::uint64_t& out, const _windows_systemtime& syst
         days_before_year(year) + days_before_month(months % 12, is_leap_year(year)) + system_time.wDay - 1;
     const std::int64_t seconds =
         ((days * 24 + system_time.wHour) * 60 + system_time.wMinute) * 60 + system_time.wSecond;
-    out = static_cast<std::uint64_t>(seconds) * ticks_per_second + system_time.wMilliseconds * 10000u;
+    out = static_cast<std::uint64_t>(seconds) * ticks_per_second +
+          system_time.wMilliseconds * std::uint64_t{10000};
 }
 
 ntp_time filetime_to_ntp(std::uint64_t filetime) {

@@ -121,66 +121,30 @@ void append_formatted(std::string& out, std::size_t limit, const conversion& wha
     out.resize(before + std::min(room, static_cast<std::size_t>(std::max(length, 0))));
 }
 
-void append_signed(std::string& out, std::size_t limit, conversion what, argument_list& arguments) {
-    std::intmax_t value = 0;
+// Signed and unsigned numbers alike: they have the same width, and the conversion letter settles how it is
+// read.
+void append_integer(std::string& out, std::size_t limit, const conversion& what, argument_list& arguments) {
     switch (what.modifier) {
         case length_modifier::l:
-            value = va_arg(arguments.list, long);
+            append_formatted(out, limit, what, va_arg(arguments.list, long));
             break;
         case length_modifier::ll:
         case length_modifier::big_l:
-            value = va_arg(arguments.list, long long);
+            append_formatted(out, limit, what, va_arg(arguments.list, long long));
             break;
         case length_modifier::j:
-            value = va_arg(arguments.list, std::intmax_t);
+            append_formatted(out, limit, what, va_arg(arguments.list, std::intmax_t));
+            break;
+        case length_modifier::none:
+        case length_modifier::hh:
+        case length_modifier::h:
+            append_formatted(out, limit, what, va_arg(arguments.list, int));
             break;
         case length_modifier::z:
         case length_modifier::t:
-            value = va_arg(arguments.list, std::ptrdiff_t);
-            break;
-        case length_modifier::hh:
-            value = static_cast<signed char>(va_arg(arguments.list, int));
-            break;
-        case length_modifier::h:
-            value = static_cast<short>(va_arg(arguments.list, int));
-            break;
-        case length_modifier::none:
-            value = va_arg(arguments.list, int);
+            append_formatted(out, limit, what, va_arg(arguments.list, std::ptrdiff_t));
             break;
     }
-    what.modifier = length_modifier::j;
-    append_formatted(out, limit, what, value);
-}
-
-void append_unsigned(std::string& out, std::size_t limit, conversion what, argument_list& arguments) {
-    std::uintmax_t value = 0;
-    switch (what.modifier) {
-        case length_modifier::l:
-            value = va_arg(arguments.list, unsigned long);
-            break;
-        case length_modifier::ll:
-        case length_modifier::big_l:
-            value = va_arg(arguments.list, unsigned long long);
-            break;
-        case length_modifier::j:
-            value = va_arg(arguments.list, std::uintmax_t);
-            break;
-        case length_modifier::z:
-        case length_modifier::t:
-            value = va_arg(arguments.list, std::size_t);
-            break;
-        case length_modifier::hh:
-            value = static_cast<unsigned char>(va_arg(arguments.list, unsigned));
-            break;
-        case length_modifier::h:
-            value = static_cast<unsigned short>(va_arg(arguments.list, unsigned));
-            break;
-        case length_modifier::none:
-            value = va_arg(arguments.list, unsigned);
-            break;
-    }
-    what.modifier = length_modifier::j;
-    append_formatted(out, limit, what, value);
 }
 
 void append_floating(std::string& out, std::size_t limit, const conversion& what, argument_list& arguments) {
@@ -214,13 +178,11 @@ bool append_argument(std::string& out, std::size_t limit, const conversion& what
             break;
         case 'd':
         case 'i':
-            append_signed(out, limit, what, arguments);
-            break;
         case 'u':
         case 'o':
         case 'x':
         case 'X':
-            append_unsigned(out, limit, what, arguments);
+            append_integer(out, limit, what, arguments);
             break;
         case 'a':
         case 'A':
