@@ -1,0 +1,93 @@
+#include "frontend/source_files.h"
+
+#include "support/device_files.h"
+#include "support/temp_dir.h"
+#include "support/volume_builder.h"
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+namespace quarry {
+namespace {
+
+namespace fs = std::filesystem;
+using test::device_files;
+using test::temp_dir;
+using test::write_file;
+
+class source_files_test : public testing::Test {
+  protected:
+    void SetUp() override {
+        for (const char* name : {"a", "b", "c", "other"}) {
+            write_file(dir / name, {});
+        }
+    }
+    [[nodiscard]] std::string path(const char* name) const { return (dir / name).string(); }
+    [[nodiscard]] bool is_source(const char* name, const arg_list& args) const {
+        return is_one_of(path(name), source_files_ahead(args));
+    }
+    temp_dir dir;
+};
+
+TEST_F(source_files_test, look_ahead_at_images_and_partitions) {
+    EXPECT_TRUE(is_source("a", {"quarry", "-IMAGE", path("a")}));
+    EXPECT_TRUE(is_source("a", {"quarry", "-image", "\"" + path("a") + "\""}));
+    EXPECT_TRUE(is_source("a", {"quarry", "-partition", path("a")}));
+    EXPECT_FALSE(is_source("other", {"quarry", "-image", path("a"), "-partition", path("b")}));
+    EXPECT_FALSE(is_source("a", {"quarry", path("a")}));
+}
+
+TEST_F(source_files_test, look_ahead_at_every_place_of_an_option) {
+    EXPECT_TRUE(is_source("b", {"quarry", "-image", path("a"), "-image", path("b")}));
+}
+
+TEST_F(source_files_test, look_ahead_at_each_file_of_a_virtual_disk) {
+    const arg_list args = {"quarry", "-vmdk", path("a") + " | " + path("b"), "-vmdk", path("c")};
+    EXPECT_TRUE(is_source("a", args));
+    EXPECT_TRUE(is_source("b", args));
+    EXPECT_TRUE(is_source("c", args));
+    EXPECT_FALSE(is_source("other", args));
+    EXPECT_TRUE(is_source("b", {"quarry", "-vmdk", path("a") + "," + path("b")}));
+    EXPECT_TRUE(is_source("b", {"quarry", "-vmdk", path("a") + ";" + path("b")}));
+}
+
+TEST_F(source_files_test, follow_links) {
+    fs::create_symlink(path("a"), dir / "soft");
+    fs::create_hard_link(path("a"), dir / "hard");
+    EXPECT_TRUE(is_source("soft", {"quarry", "-image", path("a")}));
+    EXPECT_TRUE(is_source("hard", {"quarry", "-image", path("a")}));
+    EXPECT_TRUE(is_source("a", {"quarry", "-image", path("soft")}));
+}
+
+TEST_F(source_files_test, a_path_to_nothing_is_no_source) {
+    EXPECT_FALSE(is_one_of(path("missing"), source_files_ahead({"quarry", "-image", path("missing")})));
+    EXPECT_FALSE(is_one_of("", {""}));
+}
+
+TEST_F(source_files_test, look_ahead_at_the_device_of_a_drive) {
+    const device_files devices;
+    write_file(devices.drive(1), {});
+    EXPECT_EQ(drive_device(1), devices.drive(1));
+    EXPECT_TRUE(is_one_of(devices.drive(1), source_files_ahead({"quarry", "-drivenum", "1"})));
+    EXPECT_FALSE(is_one_of(devices.drive(1), source_files_ahead({"quarry", "-drivenum", "0"})));
+}
+
+TEST_F(source_files_test, a_drive_without_a_letter_has_no_device) {
+    EXPECT_EQ(drive_device(-1), "");
+    EXPECT_EQ(drive_device(26), "");
+    EXPECT_EQ(drive_device(25), device_directory() + "/sdz");
+}
+
+TEST_F(source_files_test, look_ahead_at_the_letter_of_a_volume) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    write_file("e:", {});
+    EXPECT_TRUE(is_one_of("e:", source_files_ahead({"quarry", "-partition", "e"})));
+    EXPECT_TRUE(is_one_of("e:", source_files_ahead({"quarry", "e:\\dir\\file", "out"})));
+    EXPECT_FALSE(is_one_of("e:", source_files_ahead({"quarry", "e"})));
+    fs::current_path(before);
+}
+
+}  // namespace
+}  // namespace quarry
