@@ -6,24 +6,6 @@
 
 namespace quarry {
 
-namespace {
-
-// One read of neighbours is no longer than this, so that the second attempt after a failed one stays small.
-constexpr std::uint64_t longest_joined_read = std::uint64_t{4} << 20;
-
-// Neighbouring clusters with one read of the source, all or nothing. Positions wrap as they do for single
-// clusters; a range that does so begins behind every source.
-bool read_adjacent_clusters(const CNtfs& ntfs, std::uint64_t lcn, std::uint64_t size, std::uint8_t* buffer) {
-    RAW_DISK_IO* const disk = ntfs.get_disk();
-    if (!ntfs.m_Validated || disk == nullptr) {
-        return false;
-    }
-    const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
-    return disk->read_whole(buffer, size, lcn * cluster_size + ntfs.m_volume_offset);
-}
-
-}  // namespace
-
 stream_reader::stream_reader(CNtfs& ntfs, const cluster_run_list& runs)
     : m_ntfs(ntfs),
       m_cursor(runs),
@@ -115,7 +97,7 @@ std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* b
                 flags |= stream_met_sparse;
                 std::memset(buffer + delivered, 0, step);
             } else if (whole > 0) {
-                got = whole_clusters(at.lcn + done, whole, buffer + delivered) * m_cluster_size;
+                got = m_ntfs.read_leading_clusters(at.lcn + done, whole, buffer + delivered) * m_cluster_size;
             } else if (!part_of_cluster(at.lcn + done, from, bytes, buffer + delivered)) {
                 got = 0;
             }
@@ -127,30 +109,6 @@ std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* b
         }
     }
     return delivered;
-}
-
-// Reads neighbours straight into the buffer. The answer counts the clusters ahead of the first that cannot be
-// read; the rest of the buffer's share is zeros then.
-std::uint64_t stream_reader::whole_clusters(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) {
-    const std::uint64_t most = std::max<std::uint64_t>(longest_joined_read / m_cluster_size, 1);
-    std::uint64_t done = 0;
-    while (done < count) {
-        const std::uint64_t joined = std::min(count - done, most);
-        std::uint8_t* const target = buffer + done * m_cluster_size;
-        if (joined > 1 && read_adjacent_clusters(m_ntfs, lcn + done, joined * m_cluster_size, target)) {
-            done += joined;
-            continue;
-        }
-        for (std::uint64_t i = 0; i < joined; ++i) {
-            std::uint64_t size = m_cluster_size;
-            if (!m_ntfs.read_clusters(lcn + done, buffer + done * m_cluster_size, size)) {
-                std::memset(buffer + done * m_cluster_size, 0, (count - done) * m_cluster_size);
-                return done;
-            }
-            ++done;
-        }
-    }
-    return done;
 }
 
 bool stream_reader::part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,

@@ -50,7 +50,6 @@ class stream_reader {
     void collect(cluster_range& range, bool skip_sparse);
     [[nodiscard]] std::uint64_t deliver(const cluster_range& range, std::uint8_t* buffer,
                                         std::uint64_t length, std::uint32_t& flags);
-    [[nodiscard]] std::uint64_t whole_clusters(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
     [[nodiscard]] bool part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
                                        std::uint8_t* buffer);
 
