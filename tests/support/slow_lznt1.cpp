@@ -1,0 +1,132 @@
+#include "support/slow_lznt1.h"
+
+#include <algorithm>
+
+namespace quarry::test {
+
+namespace {
+
+std::size_t byte_at(const bytes& text, std::size_t at) {
+    return at < text.size() ? text[at] : 0;
+}
+
+std::size_t word_at(const bytes& text, std::size_t at) {
+    return byte_at(text, at) + 256 * byte_at(text, at + 1);
+}
+
+// Distance bits behind `position` plain bytes, from the table: 4 up to 16 bytes, 5 up to 32, and so on.
+std::size_t distance_bits(std::size_t position) {
+    const std::size_t ends[] = {16, 32, 64, 128, 256, 512, 1024, 2048, 4096};
+    std::size_t row = 0;
+    while (position > ends[row]) {
+        ++row;
+    }
+    return 4 + row;
+}
+
+void give(slow_unit& out, const bytes& piece, std::size_t& left) {
+    for (const std::uint8_t byte : piece) {
+        if (left == 0) {
+            return;
+        }
+        out.plain.push_back(byte);
+        --left;
+    }
+}
+
+bool ends_in_zeros(const bytes& unit) {
+    const std::size_t begin = unit.size() < 4096 ? 0 : unit.size() - 4096;
+    for (std::size_t i = begin; i < unit.size(); ++i) {
+        if (unit[i] != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+slow_unit damaged(const bytes& unit, slow_unit out, std::size_t left) {
+    out.ok = !ends_in_zeros(unit);
+    if (out.ok) {
+        give(out, unit, left);
+    }
+    return out;
+}
+
+}  // namespace
+
+slow_chunk slow_decode_chunk(const bytes& unit, std::size_t payload_at, std::size_t payload_size,
+                             const bytes& chunk_before) {
+    bytes plain;
+    std::size_t in = 0;
+    while (in < payload_size && plain.size() < 4096) {
+        const std::size_t flags = byte_at(unit, payload_at + in);
+        ++in;
+        for (std::size_t item = 0; item < 8; ++item) {
+            if (in >= payload_size || plain.size() == 4096) {
+                break;
+            }
+            const bool is_token = (flags >> item) % 2 == 1;
+            if (!is_token) {
+                plain.push_back(static_cast<std::uint8_t>(byte_at(unit, payload_at + in)));
+                in += 1;
+                continue;
+            }
+            if (plain.empty()) {
+                return {};
+            }
+            const std::size_t token = word_at(unit, payload_at + in);
+            const std::size_t length_bits = 16 - distance_bits(plain.size());
+            const std::size_t back = (token >> length_bits) + 1;
+            const std::size_t length = token % (std::size_t{1} << length_bits) + 3;
+            if (back > plain.size()) {
+                return {};
+            }
+            in += 2;
+            for (std::size_t i = 0; i < length && plain.size() < 4096; ++i) {
+                plain.push_back(plain[plain.size() - back]);
+            }
+        }
+    }
+    while (plain.size() < 4096) {
+        plain.push_back(payload_size < 9 ? std::uint8_t{0} : chunk_before[plain.size()]);
+    }
+    return {true, plain};
+}
+
+slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit) {
+    slow_unit out;
+    std::size_t left = limit;
+    bytes before(4096, 0);
+    std::size_t at = 0;
+    while (at < unit.size()) {
+        const std::size_t header = word_at(unit, at);
+        const bool compressed = header >= 0x8000;
+        const std::size_t size_less_3 = header % 0x1000;
+        if (compressed) {
+            const std::size_t rest = unit.size() < at + 2 ? 0 : unit.size() - at - 2;
+            const slow_chunk chunk = slow_decode_chunk(unit, at + 2, std::min(size_less_3 + 1, rest), before);
+            if (!chunk.sound) {
+                return damaged(unit, out, left);
+            }
+            give(out, chunk.plain, left);
+            before = chunk.plain;
+            at += size_less_3 + 3;
+        } else if (size_less_3 == 0xFFF) {
+            const std::size_t rest = unit.size() < at + 2 ? 0 : unit.size() - at - 2;
+            const std::size_t size = std::min({std::size_t{4096}, left, rest});
+            for (std::size_t i = 0; i < size; ++i) {
+                out.plain.push_back(unit[at + 2 + i]);
+            }
+            left -= size;
+            at += 2 + size;
+        } else if (size_less_3 == 0) {
+            at = at - at % 4096 + 4096;
+        } else {
+            return damaged(unit, out, left);
+        }
+    }
+    out.ok = true;
+    return out;
+}
+
+}  // namespace quarry::test

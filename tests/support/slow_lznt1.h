@@ -1,0 +1,26 @@
+// A decoder of compressed units that is slow and easy to see through, for comparison with the fast one.
+#pragma once
+
+#include "support/byte_writer.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quarry::test {
+
+// One chunk of 4096 plain bytes. Bytes behind `unit` count as zeros.
+struct slow_chunk {
+    bool sound = false;
+    bytes plain;
+};
+[[nodiscard]] slow_chunk slow_decode_chunk(const bytes& unit, std::size_t payload_at,
+                                           std::size_t payload_size, const bytes& chunk_before);
+
+// A unit of chunks, without the question whether it is plain.
+struct slow_unit {
+    bool ok = false;
+    bytes plain;  // what was given out, also by a unit that failed
+};
+[[nodiscard]] slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit);
+
+}  // namespace quarry::test

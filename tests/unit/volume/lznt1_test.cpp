@@ -1,0 +1,302 @@
+#include "volume/lznt1.h"
+
+#include "support/lznt1_encoder.h"
+#include "support/sample_text.h"
+#include "support/slow_lznt1.h"
+
+#include <algorithm>
+#include <random>
+#include <tuple>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+struct split {
+    bool valid = false;
+    std::uint32_t offset = 0;
+    std::uint32_t length = 0;
+};
+
+split split_of(std::uint16_t token, std::uint64_t position) {
+    split out;
+    out.valid = split_token(token, position, out.offset, out.length);
+    return out;
+}
+
+// First and last position of a row, bits of offset, longest offset, longest length.
+using split_row = std::tuple<std::uint64_t, std::uint64_t, unsigned, std::uint32_t, std::uint32_t>;
+class SplitTable : public ::testing::TestWithParam<split_row> {};
+
+TEST_P(SplitTable, HasItsBitsOfOffsetAndLengthOverTheWholeRow) {
+    const auto [first, last, bits, longest_offset, longest_length] = GetParam();
+    for (std::uint64_t position = first; position <= last; ++position) {
+        const split highest = split_of(0xFFFF, position);
+        EXPECT_EQ(highest.offset, longest_offset) << position;
+        EXPECT_EQ(highest.length, longest_length) << position;
+        EXPECT_EQ(highest.valid, position >= longest_offset) << position;
+        const split lowest = split_of(0, position);
+        EXPECT_EQ(lowest.offset, 1u) << position;
+        EXPECT_EQ(lowest.length, 3u) << position;
+        EXPECT_TRUE(lowest.valid) << position;
+        const split one_and_one = split_of(static_cast<std::uint16_t>((1u << (16 - bits)) | 1), position);
+        EXPECT_EQ(one_and_one.offset, 2u) << position;
+        EXPECT_EQ(one_and_one.length, 4u) << position;
+        EXPECT_EQ(one_and_one.valid, position >= 2) << position;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, SplitTable,
+                         ::testing::Values(split_row{1, 16, 4, 16, 4098}, split_row{17, 32, 5, 32, 2050},
+                                           split_row{33, 64, 6, 64, 1026}, split_row{65, 128, 7, 128, 514},
+                                           split_row{129, 256, 8, 256, 258}, split_row{257, 512, 9, 512, 130},
+                                           split_row{513, 1024, 10, 1024, 66},
+                                           split_row{1025, 2048, 11, 2048, 34},
+                                           split_row{2049, 4096, 12, 4096, 18}));
+
+TEST(SplitToken, SplitsOneTokenInTwoWaysAtPositions16And17) {
+    const split at_16 = split_of(0x1003, 16);
+    EXPECT_TRUE(at_16.valid);
+    EXPECT_EQ(at_16.offset, 2u);
+    EXPECT_EQ(at_16.length, 6u);
+    const split at_17 = split_of(0x1003, 17);
+    EXPECT_TRUE(at_17.valid);
+    EXPECT_EQ(at_17.offset, 3u);
+    EXPECT_EQ(at_17.length, 6u);
+}
+
+TEST(SplitToken, AllowsNoTokenAtTheStartOfAChunk) {
+    for (const unsigned token : {0u, 1u, 0x0FFFu, 0x1000u, 0x8000u, 0xFFFFu}) {
+        const split at_start = split_of(static_cast<std::uint16_t>(token), 0);
+        EXPECT_FALSE(at_start.valid) << token;
+        EXPECT_EQ(at_start.offset, 1u) << token;
+    }
+}
+
+struct decoded {
+    bool sound = false;
+    bytes plain;
+};
+
+// The payload is all of the first `size` bytes; `before` is what the chunk before was filled with.
+decoded decode(const bytes& text, std::size_t size, std::uint8_t before = 0) {
+    plain_chunk chunk_before;
+    plain_chunk output;
+    chunk_before.storage.fill(before);
+    output.storage.fill(0xEE);
+    decoded out;
+    out.sound = decompress_chunk(byte_view(text), size, chunk_before, output);
+    if (out.sound) {
+        out.plain = output.bytes().to_vector();
+    }
+    return out;
+}
+
+decoded decode(const bytes& payload) {
+    return decode(payload, payload.size());
+}
+
+bytes filled_up(bytes start, std::uint8_t rest) {
+    start.resize(lznt1_chunk_size, rest);
+    return start;
+}
+
+bytes first_bytes(const bytes& text, std::size_t count) {
+    return bytes(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+TEST(DecompressChunk, CopiesLiterals) {
+    const decoded got = decode(from_hex("00 41 42 43 44 45 46 47 48 00 49"), 11, 0x2E);
+    ASSERT_TRUE(got.sound);
+    EXPECT_EQ(got.plain, filled_up(to_bytes("ABCDEFGHI"), 0x2E));
+}
+
+TEST(DecompressChunk, TakesTheLowestFlagBitFirst) {
+    // 0b10: a literal, then a token that repeats it four times, then literals.
+    const decoded got = decode(from_hex("02 41 01 00 42 43 44 45 46 47"), 10, 0x2E);
+    ASSERT_TRUE(got.sound);
+    EXPECT_EQ(got.plain, filled_up(to_bytes("AAAAABCDEFG"), 0x2E));
+}
+
+TEST(DecompressChunk, RepeatsWhatARepeatMakesWhereItOverlaps) {
+    lznt1_payload payload;
+    payload.literals(to_bytes("xyz")).repeat(2, 5).literals(to_bytes("END!"));
+    const decoded got = decode(payload.build(), payload.build().size(), 0x2E);
+    ASSERT_TRUE(got.sound);
+    EXPECT_EQ(got.plain, filled_up(to_bytes("xyzyzyzyEND!"), 0x2E));
+}
+
+TEST(DecompressChunk, ClearsTheChunkFirstForAPayloadOfAtMostEightBytes) {
+    const decoded eight = decode(from_hex("00 41 42 43 44 45 46 47"), 8, 0x2E);
+    ASSERT_TRUE(eight.sound);
+    EXPECT_EQ(eight.plain, filled_up(to_bytes("ABCDEFG"), 0));
+    const decoded nine = decode(from_hex("00 41 42 43 44 45 46 47 48"), 9, 0x2E);
+    ASSERT_TRUE(nine.sound);
+    EXPECT_EQ(nine.plain, filled_up(to_bytes("ABCDEFGH"), 0x2E));
+}
+
+TEST(DecompressChunk, GivesZerosForAnEmptyPayload) {
+    const decoded got = decode(from_hex("00 41"), 0, 0x2E);
+    ASSERT_TRUE(got.sound);
+    EXPECT_EQ(got.plain, bytes(4096, 0));
+}
+
+TEST(DecompressChunk, ShowsTheBytesOfTheChunkBeforeWhereItsPayloadEndsEarly) {
+    const bytes chunk_before = pattern(4096, 5);
+    plain_chunk before;
+    std::copy(chunk_before.begin(), chunk_before.end(), before.storage.begin());
+    plain_chunk output;
+    const bytes payload = from_hex("00 41 42 43 44 45 46 47 48");
+    ASSERT_TRUE(decompress_chunk(byte_view(payload), 9, before, output));
+    bytes expected = to_bytes("ABCDEFGH");
+    expected.insert(expected.end(), chunk_before.begin() + 8, chunk_before.end());
+    EXPECT_EQ(output.bytes().to_vector(), expected);
+}
+
+TEST(DecompressChunk, EndsARepeatWithTheChunk) {
+    lznt1_payload payload;
+    payload.literal('a').repeat(1, 4094);
+    EXPECT_EQ(decode(payload.build()).plain, filled_up(bytes(4095, 'a'), 0));
+    lznt1_payload longer;
+    longer.literal('a').repeat(1, 4098).literals(bytes(8, 'b'));
+    EXPECT_EQ(decode(longer.build()).plain, bytes(4096, 'a'));
+}
+
+TEST(DecompressChunk, LeavesWhatFollowsAFullChunkAlone) {
+    lznt1_payload payload;
+    payload.literal('a').repeat(1, 4095).token(0xFFFF).token(0xFFFF).literal('b');
+    const decoded got = decode(payload.build());
+    ASSERT_TRUE(got.sound) << "tokens behind the end decide nothing";
+    EXPECT_EQ(got.plain, bytes(4096, 'a'));
+}
+
+TEST(DecompressChunk, RefusesATokenAheadOfTheChunk) {
+    EXPECT_FALSE(decode(from_hex("01 00 00 41 41 41 41 41 41 41")).sound);
+    EXPECT_FALSE(decode(from_hex("02 41 00 10 41 41 41 41 41 41")).sound) << "two back behind one byte";
+    lznt1_payload payload;
+    payload.literals(bytes(16, 'a')).token(0xF000);
+    EXPECT_TRUE(decode(payload.build()).sound) << "16 back behind 16 bytes";
+    lznt1_payload wide;
+    wide.literals(bytes(17, 'a')).token(0x9000);
+    EXPECT_FALSE(decode(wide.build()).sound) << "19 back behind 17 bytes";
+}
+
+TEST(DecompressChunk, TakesTheSecondByteOfATokenFromBehindItsPayload) {
+    // The token's low byte ends the payload. Its high byte 0x10 makes the distance 2.
+    const bytes text = from_hex("04 41 42 03 10");
+    EXPECT_EQ(decode(text, 4).plain, filled_up(to_bytes("ABABABAB"), 0));
+    // With nothing behind the payload the high byte is 0: distance 1.
+    EXPECT_EQ(decode(from_hex("04 41 42 03")).plain, filled_up(to_bytes("ABBBBBBB"), 0));
+}
+
+TEST(DecompressChunk, TouchesNothingElseBehindItsPayload) {
+    bytes text = from_hex("00 41 42 43 44 45 46 47 48 00");
+    text.resize(100, 'z');
+    EXPECT_EQ(decode(text, 10, 0x2E).plain, filled_up(to_bytes("ABCDEFGH"), 0x2E)) << "a flag byte ends it";
+    EXPECT_EQ(decode(text, 5, 0x2E).plain, filled_up(to_bytes("ABCD"), 0));
+}
+
+// What the encoder made comes back, and the slow decoder agrees.
+void expect_round_trip(const bytes& plain) {
+    const bytes payload = lznt1_compress(plain);
+    const slow_chunk slow = slow_decode_chunk(payload, 0, payload.size(), bytes(4096, 0));
+    ASSERT_TRUE(slow.sound);
+    const decoded got = decode(payload);
+    ASSERT_TRUE(got.sound);
+    EXPECT_EQ(got.plain, slow.plain);
+    EXPECT_TRUE(std::equal(plain.begin(), plain.end(), got.plain.begin()));
+}
+
+TEST(DecompressChunk, GivesTextBack) {
+    for (std::uint32_t seed = 1; seed <= 40; ++seed) {
+        expect_round_trip(text_like(4096, seed));
+    }
+}
+
+TEST(DecompressChunk, GivesRandomBytesBack) {
+    for (std::uint32_t seed = 1; seed <= 10; ++seed) {
+        expect_round_trip(random_bytes(3600, seed));
+    }
+}
+
+TEST(DecompressChunk, GivesRepetitiveBytesBack) {
+    for (std::size_t period = 1; period <= 70; ++period) {
+        bytes plain = random_bytes(period, static_cast<std::uint32_t>(period));
+        while (plain.size() < 4096) {
+            plain.push_back(plain[plain.size() - period]);
+        }
+        expect_round_trip(plain);
+    }
+    expect_round_trip(bytes(4096, 0));
+}
+
+TEST(DecompressChunk, GivesBytesOfEverySizeBack) {
+    for (std::size_t size = 1; size <= 4096; size += size < 300 ? 1 : 37) {
+        expect_round_trip(text_like(size, static_cast<std::uint32_t>(size)));
+    }
+}
+
+// At each position the longest and the shortest distance, each with the longest and the shortest repeat.
+TEST(DecompressChunk, RepeatsAtEveryPositionOfTheSplit) {
+    const bytes start = random_bytes(4095, 3);
+    for (std::size_t position = 1; position < 4096; ++position) {
+        const unsigned bits = lznt1_distance_bits(position);
+        const std::size_t furthest = std::min(position, std::size_t{1} << bits);
+        const std::size_t longest = (std::size_t{1} << (16 - bits)) + 2;
+        for (const std::size_t back : {std::size_t{1}, furthest}) {
+            for (const std::size_t length : {std::size_t{3}, longest}) {
+                lznt1_payload payload;
+                payload.literals(first_bytes(start, position)).repeat(back, length);
+                bytes expected = first_bytes(start, position);
+                for (std::size_t i = 0; i < length && expected.size() < 4096; ++i) {
+                    expected.push_back(expected[expected.size() - back]);
+                }
+                const std::uint8_t rest = payload.build().size() < 9 ? 0 : 0x2E;
+                ASSERT_EQ(decode(payload.build(), payload.build().size(), 0x2E).plain,
+                          filled_up(expected, rest))
+                    << position << " " << back << " " << length;
+            }
+        }
+    }
+}
+
+void expect_same_as_slow(const bytes& text, std::size_t size) {
+    const bytes chunk_before = pattern(4096, 9);
+    plain_chunk before;
+    std::copy(chunk_before.begin(), chunk_before.end(), before.storage.begin());
+    plain_chunk output;
+    const bool sound = decompress_chunk(byte_view(text), size, before, output);
+    const slow_chunk slow = slow_decode_chunk(text, 0, size, chunk_before);
+    ASSERT_EQ(sound, slow.sound);
+    if (sound) {
+        ASSERT_EQ(output.bytes().to_vector(), slow.plain);
+    }
+}
+
+TEST(DecompressChunk, DecodesAnyBytesAsTheSlowDecoderDoes) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 20000; ++round) {
+        // Few set flag bits and small tokens, so that a good part gets far.
+        const std::size_t size = random() % 200;
+        bytes text(size + random() % 4);
+        for (auto& byte : text) {
+            byte = static_cast<std::uint8_t>(random() % 3 == 0 ? random() : random() % 8);
+        }
+        expect_same_as_slow(text, size);
+    }
+}
+
+TEST(DecompressChunk, DecodesDamagedTextAsTheSlowDecoderDoes) {
+    const bytes payload = lznt1_compress(text_like(4096, 77));
+    for (std::size_t at = 0; at < payload.size(); ++at) {
+        bytes damaged = payload;
+        damaged[at] = static_cast<std::uint8_t>(~damaged[at]);
+        expect_same_as_slow(damaged, damaged.size());
+        expect_same_as_slow(payload, at);
+        expect_same_as_slow(first_bytes(payload, at), at);
+    }
+}
+
+}  // namespace
+}  // namespace quarry::test
