@@ -9,7 +9,9 @@ namespace {
 constexpr std::uint32_t data_type = 0x80;
 constexpr std::uint32_t reparse_type = 0xC0;
 constexpr std::uint32_t directory_attribute = 0x10000000;
+constexpr std::uint32_t sparse_attribute = 0x200;
 constexpr std::uint32_t reparse_attribute = 0x400;
+constexpr std::uint32_t compressed_attribute = 0x800;
 
 }  // namespace
 
@@ -51,6 +53,7 @@ attribute_builder file_builder::in_clusters(run_list where, const stream_setting
 
 file_builder& file_builder::add_content(ntfs_name name, bytes content) {
     if (content.size() <= m_volume->shape().record_size / 2) {
+        m_real_size = name.units.empty() ? content.size() : m_real_size;
         return attribute(attribute_builder::resident(data_type, std::move(content)).named(std::move(name)));
     }
     return stored_stream(std::move(name), std::move(content));
@@ -69,6 +72,7 @@ file_builder& file_builder::data(bytes content, run_list where, stream_settings 
 }
 
 file_builder& file_builder::resident_data(bytes content) {
+    m_real_size = content.size();
     return attribute(attribute_builder::resident(data_type, std::move(content)));
 }
 
@@ -81,6 +85,12 @@ file_builder& file_builder::stream(ntfs_name name, bytes content) {
 }
 
 file_builder& file_builder::stream(ntfs_name name, run_list where, stream_settings settings) {
+    if (name.units.empty()) {
+        m_real_size = settings.real.value_or(clusters_of(where) * m_volume->cluster_size());
+        m_allocated_size = settings.allocated.value_or(clusters_of(where) * m_volume->cluster_size());
+        m_standard.attributes |= (settings.flags & 0x8000) != 0 ? sparse_attribute : 0;
+        m_standard.attributes |= (settings.flags & 0x0001) != 0 ? compressed_attribute : 0;
+    }
     return attribute(in_clusters(std::move(where), settings).named(std::move(name)));
 }
 

@@ -130,7 +130,7 @@ class file_builder {
     bool m_list_wanted = true;
     std::optional<bytes> m_list_value;
     standard_information m_standard;
-    std::uint64_t m_real_size = 0;
+    std::uint64_t m_real_size = 0;  // of the unnamed $DATA, for the copies of it in $FILE_NAME
     std::uint64_t m_allocated_size = 0;
     std::vector<record_builder> m_records;
     std::vector<std::uint64_t> m_record_entries;

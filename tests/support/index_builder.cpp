@@ -1,5 +1,6 @@
 #include "support/index_builder.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace quarry::test {
@@ -116,8 +117,10 @@ std::size_t index_block_builder::first_entry_position() const {
 bytes index_block_builder::build_unprotected() const {
     byte_writer out(node_offset);
     out.text(0, m_signature).u16(4, array_offset).u16(6, array_count()).u64(16, m_vcn);
+    const bool inner = std::any_of(m_entries.begin(), m_entries.end(),
+                                   [](const auto& entry) { return entry.sub_node.has_value(); });
     out.raw(node_offset,
-            build_index_node(m_entries, first_entry_position() - node_offset, m_size - node_offset));
+            build_index_node(m_entries, first_entry_position() - node_offset, m_size - node_offset, inner));
     if (out.size() > m_size) {
         throw std::length_error("the entries do not fit the index block");
     }

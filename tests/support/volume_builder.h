@@ -39,7 +39,8 @@ struct geometry {
     std::size_t mft_runs_in_record_0 = 0;
     // The volume has at least this many clusters.
     std::uint64_t total_clusters = 0;
-    // All of the entries that a formatted volume has, so that other tools accept the volume.
+    // All of the entries that a formatted volume has, so that other tools accept the volume. Unused slots
+    // that the mirror of $MFT covers then hold empty records.
     bool system_files = false;
 };
 

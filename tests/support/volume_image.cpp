@@ -244,6 +244,12 @@ void volume_image::write_mft() {
         record.resize(shape.record_size);
         table.raw(static_cast<std::size_t>(entry) * shape.record_size, record);
     };
+    // Other tools want a record, used or not, in each slot that the mirror covers.
+    const std::size_t mirror_size = clusters_of(m_volume.m_mirror) * m_clusters.cluster_size();
+    for (std::uint64_t entry = 0; entry < mirror_size / shape.record_size && entry < shape.mft_entries;
+         ++entry) {
+        put(entry, m_volume.new_record(entry).flags(0).links(0).build());
+    }
     for (const auto& [entry, record] : m_records) {
         put(entry, record);
     }
@@ -257,7 +263,6 @@ void volume_image::write_mft() {
         }
     }
     if (!m_volume.m_mirror.empty()) {
-        const std::size_t mirror_size = clusters_of(m_volume.m_mirror) * m_clusters.cluster_size();
         bytes mirror(table.content().begin(), table.content().begin() + static_cast<std::ptrdiff_t>(std::min(
                                                                             mirror_size, table.size())));
         m_clusters.write(m_volume.m_mirror, mirror);
