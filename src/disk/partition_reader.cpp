@@ -16,19 +16,20 @@ constexpr std::uint32_t searched_sector_size = 512;
 // The last position that the search for a table looks at.
 constexpr std::uint64_t search_limit = 0x100000;
 
-// Reads of a disk for the rules. A view is good until the next read through the same object.
+// Reads of a disk for the rules. A view is good until the next read through the same object, and no longer
+// than it.
 class disk_source {
   public:
     explicit disk_source(RAW_DISK_IO& disk) : m_disk(disk) {}
 
-    [[nodiscard]] std::optional<byte_view> read(std::uint64_t offset, std::uint64_t length) {
+    [[nodiscard]] std::optional<byte_view> read(std::uint64_t offset, std::uint64_t length) & {
         m_bytes.resize(length);
         if (!m_disk.read(m_bytes.data(), length, offset)) {
             return std::nullopt;
         }
         return byte_view(m_bytes).clipped(0, length);
     }
-    [[nodiscard]] sector_source as_source() {
+    [[nodiscard]] sector_source as_source() & {
         return [this](std::uint64_t offset, std::uint64_t length) { return read(offset, length); };
     }
 
@@ -138,7 +139,8 @@ bool ntfs_at(RAW_DISK_IO* disk, std::uint64_t byte_offset) {
     if (!usable(disk)) {
         return false;
     }
-    const std::optional<byte_view> bytes = disk_source(*disk).read(byte_offset, head_of_boot_sector);
+    disk_source source(*disk);
+    const std::optional<byte_view> bytes = source.read(byte_offset, head_of_boot_sector);
     return bytes.has_value() && has_ntfs_name(*bytes);
 }
 
