@@ -289,14 +289,14 @@ TEST(ExtendedChain, two_tables_that_link_to_each_other_end_the_chain) {
 
 TEST(ExtendedChain, of_100000_links_is_followed_to_its_end) {
     // Every sector is a table that links to the next one, up to sector 100,001, which links behind the disk.
-    const sector_source source = [](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
-        static bytes sector;
+    byte_writer sector(table({{0x05, 0, 1}}));
+    const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
         const std::uint64_t number = offset / 512;
         if (number > 100001) {
             return std::nullopt;
         }
-        sector = table({{0x05, static_cast<std::uint32_t>(number), 1}});
-        return byte_view(sector);
+        sector.u32(446 + 8, number);
+        return byte_view(sector.content());
     };
     partition_list list;
     EXPECT_TRUE(walk_extended_chain(list, 1, 512, rules_for_disks, source).first_table_read);
