@@ -1,0 +1,34 @@
+// The stream of $INDEX_ALLOCATION: the index blocks of a directory that is too large for its file record.
+//
+// The stream is a row of blocks of 4,096 bytes, stored in clusters that may be smaller or larger than a
+// block. Each block is protected like a file record: the last two bytes of each sector are put back from its
+// update sequence array. The $BITMAP that says which blocks are live is not looked at, so a block that the
+// file system has freed still shows the children that it held. A block that cannot be read, is marked "BAAD"
+// or is anything else but "INDX" shows none: a damaged index is a shorter list, not an error.
+#pragma once
+
+#include "volume/ntfs.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace quarry {
+
+// Passed as a count: all blocks from the first one asked for.
+inline constexpr std::uint32_t all_index_blocks = 0xFFFFFFFF;
+
+// Reads blocks of an index stream, sector ends put back, into `blocks`, from block `first_block` on. `count`
+// is how many are wanted, and afterwards how many `blocks` holds. Sparse runs do not count for the size of
+// the stream, but they take their place in `blocks`, as zeros; so do clusters that cannot be read. False,
+// with `blocks` empty and `count` 0, if no run is stored or `first_block` is at or beyond the end. A stream
+// too short for a single block is true with no blocks. Never holds more bytes than the source.
+[[nodiscard]] bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint32_t& count,
+                                     const cluster_run_list& runs, std::uint64_t first_block);
+
+// Adds the children that the blocks of an $INDEX_ALLOCATION name to the collection. False if the volume or
+// the attribute is null, its initialized size is 0, or its blocks cannot be had; damaged blocks are passed
+// over.
+[[nodiscard]] bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs,
+                                          const attribute& allocation, bool keep_going);
+
+}  // namespace quarry
