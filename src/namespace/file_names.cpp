@@ -1,0 +1,120 @@
+#include "namespace/file_names.h"
+
+#include "foundation/ql_string.h"
+#include "namespace/attribute_clusters.h"
+#include "volume/attribute_values.h"
+
+#include <tuple>
+#include <vector>
+
+namespace quarry {
+
+namespace {
+
+// An attribute longer than this ends the search for names.
+constexpr std::uint32_t longest_attribute = 1024;
+// Types from here on end the search for a listed attribute.
+constexpr std::uint32_t first_ending_type = 0xFFFFFFFE;
+constexpr std::uint8_t posix_namespace = 0;
+constexpr std::uint8_t win32_namespace_bit = 1;
+
+struct name_rules {
+    std::uint64_t entry;
+    bool all_namespaces;
+    std::uint64_t parent_filter;
+};
+
+[[nodiscard]] bool is_long_name(std::uint8_t name_space) {
+    return name_space == posix_namespace || (name_space & win32_namespace_bit) != 0;
+}
+
+void add_name(file_name_list& names, const attribute& at, const name_rules& rules) {
+    const file_name_value value(at.own_bytes().from(at.value_offset()));
+    if (at.value_length() == 0 || value.name_length_in_units() == 0) {
+        return;
+    }
+    if (!rules.all_namespaces && !is_long_name(value.name_space())) {
+        return;
+    }
+    const std::uint64_t parent = reference_entry(value.parent());
+    if (rules.parent_filter != any_parent && parent != rules.parent_filter) {
+        return;
+    }
+    file_name found{rules.entry, {}, parent, value.name_space()};
+    read_utf16_wide(found.name, value.name_bytes(), static_cast<std::int64_t>(value.name_bytes().size()));
+    names.insert(std::move(found));
+}
+
+void add_names_of_record(file_name_list& names, byte_view record, const name_rules& rules) {
+    attribute at;
+    // Ends at the end of the record: each step is at least one byte long.
+    for (bool found = first_attribute_of_type(record, attr_file_name, at, longest_attribute); found;
+         found = next_attribute_of_type(at, attr_file_name, longest_attribute)) {
+        add_name(names, at, rules);
+        if (at.length() == 0 || at.length() > longest_attribute) {
+            break;
+        }
+        at = at.next();
+    }
+}
+
+// True if a record holds the attribute that a list entry names by type and id.
+[[nodiscard]] bool holds_listed_attribute(byte_view record, const list_entry& listed) {
+    // Ends at the end of the record, or at an attribute without length.
+    for (attribute at = first_attribute(record); !at.is_null() && at.type() < first_ending_type;
+         at = at.next()) {
+        if (at.type() == listed.type() && at.id() == listed.id()) {
+            return true;
+        }
+        if (at.length() == 0) {
+            break;
+        }
+    }
+    return false;
+}
+
+void add_names_of_list(file_name_list& names, CNtfs& ntfs, byte_view list, const name_rules& rules) {
+    std::vector<std::uint8_t> record;
+    // Ends with the list, or at an entry without length.
+    for (list_entry at(list); !at.bytes().empty() && at.length() != 0; at = at.next()) {
+        if (at.entry_number() == rules.entry) {
+            continue;
+        }
+        std::uint64_t position = 0;
+        record_kind kind = record_kind::unknown;
+        if (ntfs.read_record_checked(record, position, kind, at.entry_number()) &&
+            kind == record_kind::file && holds_listed_attribute(record, at)) {
+            add_names_of_record(names, record, rules);
+        }
+    }
+}
+
+// The value of an attribute list; empty if there is none that can be read.
+[[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list) {
+    if (!list.non_resident()) {
+        return list.value_offset() == 0 ? std::vector<std::uint8_t>() : list.value().to_vector();
+    }
+    std::vector<std::uint8_t> bytes;
+    static_cast<void>(read_attribute_clusters(ntfs, list, bytes));
+    return bytes;
+}
+
+}  // namespace
+
+bool file_name_order::operator()(const file_name& left, const file_name& right) const {
+    return std::tie(left.entry, left.name, left.parent) < std::tie(right.entry, right.name, right.parent);
+}
+
+bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
+                    bool all_namespaces, std::uint64_t parent_filter) {
+    names.clear();
+    const name_rules rules{entry, all_namespaces, parent_filter};
+    attribute list;
+    if (first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
+        add_names_of_list(names, ntfs, list_bytes(ntfs, list), rules);
+    }
+    add_names_of_record(names, record, rules);
+    return !names.empty();
+}
+
+}  // namespace quarry

@@ -1,0 +1,40 @@
+// The names of a file, from the $FILE_NAME attributes of its record.
+//
+// A file has one name for each of its hard links, and often a short 8.3 name beside a long one. Names that do
+// not fit the file's record stand in extension records, which its $ATTRIBUTE_LIST names. Each name says in
+// which directory it stands; the sequence number of that reference is not looked at.
+#pragma once
+
+#include "volume/ntfs.h"
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+namespace quarry {
+
+// One name. Two names are the same if the file, the text and the parent are; the namespace takes no part.
+struct file_name {
+    std::uint64_t entry = 0;  // MFT entry number of the file
+    std::wstring name;
+    std::uint64_t parent = 0;  // MFT entry number of the directory
+    std::uint8_t name_space = 0;
+};
+
+// By entry number, then name, then parent.
+struct file_name_order {
+    [[nodiscard]] bool operator()(const file_name& left, const file_name& right) const;
+};
+using file_name_list = std::set<file_name, file_name_order>;
+
+// As a parent filter: names under any parent count.
+inline constexpr std::uint64_t any_parent = ~std::uint64_t{0};
+
+// Collects the names of file `entry`, whose record (sector ends put back) is `record`. Without
+// `all_namespaces`, names that are short names only are left out. With a parent filter, only names in that
+// directory count. A part of the attribute list that cannot be read is passed over. False if no name was
+// found; `names` is then empty.
+[[nodiscard]] bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
+                                  bool all_namespaces, std::uint64_t parent_filter);
+
+}  // namespace quarry
