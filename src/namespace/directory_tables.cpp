@@ -1,0 +1,129 @@
+#include "namespace/directory_tables.h"
+
+#include "foundation/ql_string.h"
+#include "namespace/directory_index.h"
+#include "namespace/file_names.h"
+
+#include <vector>
+
+namespace quarry {
+
+namespace {
+
+// What a name and a directory cost in the cache beside the name's own bytes. On the source, each of them
+// takes more.
+constexpr std::uint64_t cost_of_name = 64;
+constexpr std::uint64_t cost_of_directory = 256;
+
+dir_cache_entry& add_to_cache(CNtfs& ntfs, std::uint64_t entry, std::uint64_t parent, bool deleted) {
+    dir_cache_entry fresh;
+    fresh.m_entry = entry;
+    fresh.m_parents.insert(parent);
+    fresh.m_deleted = deleted;
+    return ntfs.m_path_cache.try_emplace(entry, std::move(fresh)).first->second;
+}
+
+// Reads the names of the children of one directory.
+class name_filler {
+  public:
+    name_filler(CNtfs& ntfs, dir_cache_entry& directory, status_log& log)
+        : m_ntfs(ntfs), m_directory(directory), m_log(log), m_record(ntfs.get_mft_record_size()) {}
+
+    void fill() {
+        // Ends with the children, or when their names cost more than the source can hold.
+        for (const std::uint64_t child : m_directory.m_children) {
+            // The root directory lists itself.
+            if (child != m_directory.m_entry) {
+                add_child(child);
+            }
+            if (m_cost > m_ntfs.source_size()) {
+                break;
+            }
+        }
+    }
+
+  private:
+    void add_child(std::uint64_t child) {
+        std::uint64_t position = 0;
+        std::uint64_t length = 0;
+        if (!m_ntfs.read_record(child, std::span(m_record), position, length)) {
+            m_log.log("err: readFR: inode 0x%llx", static_cast<unsigned long long>(child));
+            return;
+        }
+        if (length < m_record.size()) {
+            m_log.log("err: paramsFR: inode 0x%llx", static_cast<unsigned long long>(child));
+            return;
+        }
+        file_name_list names;
+        if (!get_file_names(names, m_ntfs, child, m_record, false, any_parent)) {
+            m_log.log("err: namelookup: inode 0x%llx", static_cast<unsigned long long>(child));
+            return;
+        }
+        for (const file_name& each : names) {
+            add_name(each.name, child);
+        }
+        const file_record header(m_record);
+        if (header.is_directory()) {
+            add_to_cache(m_ntfs, child, m_directory.m_entry, !header.in_use());
+            m_cost += cost_of_directory;
+        }
+    }
+
+    // Of children whose names lower to the same text the first one, that with the lowest number, keeps it.
+    void add_name(const std::wstring& name, std::uint64_t child) {
+        std::string text = narrow(name);
+        lower_narrow(text);
+        m_cost += text.size() + cost_of_name;
+        m_directory.m_child_names.emplace(std::move(text), child);
+    }
+
+    CNtfs& m_ntfs;
+    dir_cache_entry& m_directory;
+    status_log& m_log;
+    std::vector<std::uint8_t> m_record;
+    std::uint64_t m_cost = 0;
+};
+
+// The directory's entry in the cache, with the numbers of its children; null if a directory that was not in
+// the cache has none.
+[[nodiscard]] dir_cache_entry* directory_with_children(CNtfs& ntfs, std::uint64_t directory,
+                                                       status_log& log) {
+    const auto known = ntfs.m_path_cache.find(directory);
+    if (known != ntfs.m_path_cache.end() && !known->second.m_children.empty()) {
+        return &known->second;
+    }
+    log.log("info: get children nodes");
+    _inode_collection children;
+    const bool indexed = get_directory_children(ntfs, directory, children, false);
+    if (known == ntfs.m_path_cache.end() && (!indexed || children.empty())) {
+        log.log("info: none found");
+        return nullptr;
+    }
+    dir_cache_entry& entry =
+        known != ntfs.m_path_cache.end() ? known->second : add_to_cache(ntfs, directory, directory, false);
+    entry.m_children = std::move(children);
+    log.log("info: # children [%d]", static_cast<int>(entry.m_children.size()));
+    return &entry;
+}
+
+}  // namespace
+
+const dir_cache_entry* directory_tables(CNtfs& ntfs, std::uint64_t directory, status_log& log) {
+    dir_cache_entry* const entry = directory_with_children(ntfs, directory, log);
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    if (!entry->m_child_names.empty()) {
+        log.log("info: cache lookup");
+        return entry;
+    }
+    log.log("info: get children names");
+    name_filler(ntfs, *entry, log).fill();
+    if (entry->m_child_names.empty()) {
+        log.log("err: no child names");
+        return nullptr;
+    }
+    return entry;
+}
+
+}  // namespace quarry
