@@ -75,7 +75,8 @@ class attribute {
     // Non-resident form. Sizes in bytes.
     [[nodiscard]] std::uint64_t lowest_vcn() const { return m_bytes.u64_or_zero(16); }
     [[nodiscard]] std::uint64_t highest_vcn() const { return m_bytes.u64_or_zero(24); }
-    [[nodiscard]] std::uint16_t mapping_pairs_offset() const { return m_bytes.u16_or_zero(32); }
+    // Behind every attribute if the header is cut ahead of it.
+    [[nodiscard]] std::uint16_t mapping_pairs_offset() const { return m_bytes.u16(32).value_or(0xFFFF); }
     // As a power of two of clusters; 0 when not compressed.
     [[nodiscard]] std::uint8_t compression_unit() const { return m_bytes.u8_or_zero(34); }
     [[nodiscard]] std::uint64_t allocated_size() const { return m_bytes.u64_or_zero(40); }
