@@ -20,7 +20,7 @@ attribute_builder attribute_builder::resident(std::uint32_t type, bytes value) {
     return result;
 }
 
-attribute_builder attribute_builder::non_resident(std::uint32_t type, run_list runs) {
+attribute_builder attribute_builder::non_resident(std::uint32_t type, const run_list& runs) {
     attribute_builder result = with_pairs(type, encode_mapping_pairs(runs));
     result.m_clusters = clusters_of(runs);
     return result;

@@ -13,7 +13,7 @@ class attribute_builder {
   public:
     [[nodiscard]] static attribute_builder resident(std::uint32_t type, bytes value);
     // Sizes follow from the runs and the cluster size unless they are given.
-    [[nodiscard]] static attribute_builder non_resident(std::uint32_t type, run_list runs);
+    [[nodiscard]] static attribute_builder non_resident(std::uint32_t type, const run_list& runs);
     // The same with mapping pairs as they shall stand in the attribute (no zero is appended).
     [[nodiscard]] static attribute_builder with_pairs(std::uint32_t type, bytes pairs);
 

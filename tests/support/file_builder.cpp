@@ -56,7 +56,7 @@ file_builder& file_builder::add_content(ntfs_name name, bytes content) {
         m_real_size = name.units.empty() ? content.size() : m_real_size;
         return attribute(attribute_builder::resident(data_type, std::move(content)).named(std::move(name)));
     }
-    return stored_stream(std::move(name), std::move(content));
+    return stored_stream(std::move(name), content);
 }
 
 file_builder& file_builder::data(bytes content) {
@@ -67,8 +67,8 @@ file_builder& file_builder::data(run_list where, stream_settings settings) {
     return stream({}, std::move(where), settings);
 }
 
-file_builder& file_builder::data(bytes content, run_list where, stream_settings settings) {
-    return stream({}, std::move(content), std::move(where), settings);
+file_builder& file_builder::data(const bytes& content, run_list where, stream_settings settings) {
+    return stream({}, content, std::move(where), settings);
 }
 
 file_builder& file_builder::resident_data(bytes content) {
@@ -76,8 +76,8 @@ file_builder& file_builder::resident_data(bytes content) {
     return attribute(attribute_builder::resident(data_type, std::move(content)));
 }
 
-file_builder& file_builder::stored_data(bytes content, stream_settings settings) {
-    return stored_stream({}, std::move(content), settings);
+file_builder& file_builder::stored_data(const bytes& content, stream_settings settings) {
+    return stored_stream({}, content, settings);
 }
 
 file_builder& file_builder::stream(ntfs_name name, bytes content) {
@@ -94,7 +94,8 @@ file_builder& file_builder::stream(ntfs_name name, run_list where, stream_settin
     return attribute(in_clusters(std::move(where), settings).named(std::move(name)));
 }
 
-file_builder& file_builder::stream(ntfs_name name, bytes content, run_list where, stream_settings settings) {
+file_builder& file_builder::stream(ntfs_name name, const bytes& content, run_list where,
+                                   stream_settings settings) {
     if (!settings.real) {
         settings.real = content.size();
     }
@@ -102,9 +103,9 @@ file_builder& file_builder::stream(ntfs_name name, bytes content, run_list where
     return stream(std::move(name), std::move(where), settings);
 }
 
-file_builder& file_builder::stored_stream(ntfs_name name, bytes content, stream_settings settings) {
+file_builder& file_builder::stored_stream(ntfs_name name, const bytes& content, stream_settings settings) {
     const run_list where = {m_volume->clusters().allocate(m_volume->clusters().clusters_for(content.size()))};
-    return stream(std::move(name), std::move(content), where, settings);
+    return stream(std::move(name), content, where, settings);
 }
 
 file_builder& file_builder::attribute(attribute_builder attribute, std::size_t place) {

@@ -41,17 +41,17 @@ class file_builder {
     // Runs alone: the clusters keep whatever is written to them by other means.
     file_builder& data(run_list where, stream_settings settings = {});
     // Content written through the runs; the real size is that of the content.
-    file_builder& data(bytes content, run_list where, stream_settings settings = {});
+    file_builder& data(const bytes& content, run_list where, stream_settings settings = {});
     file_builder& resident_data(bytes content);
-    file_builder& stored_data(bytes content, stream_settings settings = {});
+    file_builder& stored_data(const bytes& content, stream_settings settings = {});
     // The same for a named $DATA.
     file_builder& stream(ntfs_name name, bytes content);
     file_builder& stream(ntfs_name name, std::string_view text) {
         return stream(std::move(name), to_bytes(text));
     }
     file_builder& stream(ntfs_name name, run_list where, stream_settings settings = {});
-    file_builder& stream(ntfs_name name, bytes content, run_list where, stream_settings settings = {});
-    file_builder& stored_stream(ntfs_name name, bytes content, stream_settings settings = {});
+    file_builder& stream(ntfs_name name, const bytes& content, run_list where, stream_settings settings = {});
+    file_builder& stored_stream(ntfs_name name, const bytes& content, stream_settings settings = {});
     // Any attribute, in the base record (place 0) or in an extension record.
     file_builder& attribute(attribute_builder attribute, std::size_t place = 0);
     file_builder& reparse(const reparse_point& value);

@@ -111,7 +111,7 @@ std::uint16_t index_block_builder::array_count() const {
 }
 
 std::size_t index_block_builder::first_entry_position() const {
-    return (array_offset + 2u * array_count() + 7u) / 8u * 8u;
+    return (array_offset + std::size_t{2} * array_count() + 7) / 8 * 8;
 }
 
 bytes index_block_builder::build_unprotected() const {
@@ -141,7 +141,8 @@ bytes index_block_builder::build_restored() const {
     bytes block = build_unprotected();
     bytes on_disk = block;
     protect_sector_ends(on_disk, array_offset, array_count(), update_number, m_stride);
-    for (std::size_t i = array_offset; i < array_offset + 2u * array_count() && i < block.size(); ++i) {
+    for (std::size_t i = array_offset; i < array_offset + std::size_t{2} * array_count() && i < block.size();
+         ++i) {
         block[i] = on_disk[i];
     }
     return block;

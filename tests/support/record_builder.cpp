@@ -96,7 +96,7 @@ std::uint16_t record_builder::real_count() const {
 }
 
 std::size_t record_builder::real_first_attribute() const {
-    return (m_array_offset + 2u * real_count() + 7u) / 8u * 8u;
+    return (m_array_offset + std::size_t{2} * real_count() + 7) / 8 * 8;
 }
 
 std::size_t record_builder::attribute_offset(std::size_t index) const {
@@ -144,7 +144,8 @@ bytes record_builder::build_restored() const {
     bytes on_disk = record;
     protect_sector_ends(on_disk, m_array_offset, real_count(), m_number, m_stride);
     // The array itself is the one thing that both forms share.
-    const std::size_t array_end = std::min<std::size_t>(record.size(), m_array_offset + 2u * real_count());
+    const std::size_t array_end =
+        std::min<std::size_t>(record.size(), m_array_offset + std::size_t{2} * real_count());
     for (std::size_t i = m_array_offset; i < array_end; ++i) {
         record[i] = on_disk[i];
     }

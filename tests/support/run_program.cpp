@@ -63,6 +63,7 @@ void close_end(int& end) {
         setrlimit(RLIMIT_AS, &limit);
     }
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));  // NOLINT(cppcoreguidelines-pro-type-const-cast)
     }

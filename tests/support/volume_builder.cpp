@@ -70,14 +70,14 @@ file_builder& volume_builder::add_file_at(std::uint64_t entry, ntfs_name name, s
     return add(entry, false, std::move(name), parent_entry);
 }
 
-file_builder& volume_builder::add_secure(bytes sds) {
+file_builder& volume_builder::add_secure(const bytes& sds) {
     const auto cluster = static_cast<std::uint32_t>(cluster_size());
     file_builder& secure = add_system(9, false, "$Secure", root_entry);
     secure.attribute(
         attribute_builder::resident(0x90, build_view_index_root(0x12, {}, cluster)).named("$SDH"));
     secure.attribute(
         attribute_builder::resident(0x90, build_view_index_root(0x10, {}, cluster)).named("$SII"));
-    return secure.stored_stream("$SDS", std::move(sds));
+    return secure.stored_stream("$SDS", sds);
 }
 
 void volume_builder::add_mft() {

@@ -55,7 +55,7 @@ class volume_builder {
     file_builder& add_directory(ntfs_name name, std::uint64_t parent_entry = root_entry);
     file_builder& add_file_at(std::uint64_t entry, ntfs_name name, std::uint64_t parent_entry = root_entry);
     // $Secure with these bytes as its $SDS stream.
-    file_builder& add_secure(bytes sds);
+    file_builder& add_secure(const bytes& sds);
     // An entry that exists already: 0, 5, 6, or what was added.
     [[nodiscard]] file_builder& file(std::uint64_t entry) { return *m_files.at(entry); }
     [[nodiscard]] file_builder& root() { return file(root_entry); }

@@ -131,8 +131,9 @@ void volume_image::build_records(const file_builder& file, std::vector<placed_at
 }
 
 attribute_builder volume_image::attribute_list(const file_builder& file,
-                                               std::vector<placed_attribute>& attributes) {
+                                               const std::vector<placed_attribute>& attributes) {
     std::vector<list_item> items;
+    items.reserve(attributes.size());
     for (const placed_attribute& each : attributes) {
         items.push_back({.type = each.attribute.type(),
                          .record = file.m_record_entries[each.place],
@@ -167,6 +168,7 @@ std::vector<index_entry> volume_image::children(const file_builder& directory) c
     std::stable_sort(found.begin(), found.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<index_entry> result;
+    result.reserve(found.size());
     for (auto& [name, entry] : found) {
         result.push_back(std::move(entry));
     }
@@ -201,7 +203,7 @@ std::vector<volume_image::placed_attribute> volume_image::index_in_blocks(const 
 }
 
 bytes volume_image::mft_bitmap() const {
-    bytes bitmap((m_volume.shape().mft_entries + 63) / 64 * 8);
+    bytes bitmap((std::size_t{m_volume.shape().mft_entries} + 63) / 64 * 8);
     for (const auto& [entry, file] : m_volume.m_files) {
         for (const std::uint64_t record : file->m_record_entries) {
             if (!file->m_deleted) {

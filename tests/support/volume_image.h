@@ -21,7 +21,7 @@ class volume_image {
     void build_records(const file_builder& file, std::vector<placed_attribute> attributes);
     [[nodiscard]] std::vector<placed_attribute> names_and_information(const file_builder& file) const;
     [[nodiscard]] attribute_builder attribute_list(const file_builder& file,
-                                                   std::vector<placed_attribute>& attributes);
+                                                   const std::vector<placed_attribute>& attributes);
     [[nodiscard]] file_name key_of(const file_builder& file, std::size_t name) const;
     [[nodiscard]] std::vector<index_entry> children(const file_builder& directory) const;
     [[nodiscard]] std::vector<placed_attribute> index_in_root(const file_builder& directory) const;

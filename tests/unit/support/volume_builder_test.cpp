@@ -57,7 +57,7 @@ TEST(VolumeBuilder, files_take_entries_from_24_on_and_unused_slots_are_zero) {
 TEST(VolumeBuilder, content_goes_into_the_record_or_through_the_given_runs) {
     volume_builder volume;
     volume.add_file("small").data("tiny content");
-    volume.add_file("placed").data(pattern(3 * 4096), runs({{102, 1}, {hole, 1}, {100, 1}}));
+    volume.add_file("placed").data(pattern(std::size_t{3} * 4096), runs({{102, 1}, {hole, 1}, {100, 1}}));
     const bytes image = volume.image();
     const bytes expected = pattern(3 * 4096);
     EXPECT_TRUE(std::equal(expected.begin(), expected.begin() + 4096, image.begin() + 102 * 4096));
