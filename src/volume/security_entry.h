@@ -1,4 +1,4 @@
-// One security descriptor of $Secure:$SDS, as text. Filled by the report's reader, kept by the volume.
+// One security descriptor of $Secure:$SDS. Filled by the report's reader, kept by the volume.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,12 @@ namespace quarry {
 struct security_entry {
     std::uint64_t stream_offset = 0;
     std::uint64_t security_id = 0;
+    // SIDs as text; empty for none, and for one that cannot be read.
     std::string owner;
     std::string group;
-    std::vector<std::string> sacl;
-    std::vector<std::string> dacl;
+    // The descriptor itself. The lines of its ACLs are made of it when they are asked for, because a volume
+    // has many descriptors and a run needs the lines of few.
+    std::vector<std::uint8_t> descriptor;
 };
 using security_map = std::map<std::uint64_t, security_entry>;
 

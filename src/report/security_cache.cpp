@@ -1,0 +1,184 @@
+#include "report/security_cache.h"
+
+#include "foundation/status_log.h"
+#include "report/security_descriptor.h"
+#include "report/sid_names.h"
+#include "volume/attribute.h"
+#include "volume/mft_entries.h"
+#include "volume/stream_pump.h"
+
+#include <algorithm>
+#include <optional>
+#include <ostream>
+#include <streambuf>
+#include <utility>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::uint64_t secure_entry = 9;
+constexpr std::uint64_t record_alignment = 16;
+// A head and a descriptor that is only its own head.
+constexpr std::uint32_t record_without_parts = 40;
+// NTFS fills $SDS in blocks of this size and lets no record cross from one into the next.
+constexpr std::uint32_t largest_record = 0x40000;
+// A record tells its position in 32 bits; behind them there is none.
+constexpr std::uint64_t positions_end = std::uint64_t{1} << 32;
+
+// Text of the SID at an offset of a record's descriptor; empty if there is none. `bytes_ahead` are those of
+// the bytes left that the SID cannot have.
+std::string sid_of_record(byte_view record, std::uint32_t offset, std::uint64_t bytes_ahead) {
+    std::string text;
+    if (offset != 0) {
+        const std::uint64_t available = record.size() - std::min<std::uint64_t>(record.size(), bytes_ahead);
+        static_cast<void>(sid_to_text(text, record.from(sds_record_view::head_size + offset), available));
+    }
+    return text;
+}
+
+// Takes $SDS as it comes and enters its records into a map. It holds no more than one record and what came
+// with it, whatever the stream's size is said to be.
+class sds_walker : public std::streambuf {
+  public:
+    // `limit`: bytes of the stream that are taken.
+    sds_walker(security_map& map, std::uint64_t limit) : m_map(map), m_limit(limit) {}
+
+    // Walks what is left once all bytes have come.
+    void finish() { walk(true); }
+
+  protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+        if (count <= 0 || m_start + m_bytes.size() >= m_limit) {
+            return 0;  // the stream of this buffer fails, and the copy ends
+        }
+        m_bytes.insert(m_bytes.end(), bytes, bytes + count);
+        walk(false);
+        forget_walked();
+        return count;
+    }
+    int_type overflow(int_type character) override {
+        if (traits_type::eq_int_type(character, traits_type::eof())) {
+            return traits_type::not_eof(character);
+        }
+        const char byte = traits_type::to_char_type(character);
+        return xsputn(&byte, 1) == 1 ? character : traits_type::eof();
+    }
+
+  private:
+    // Each turn moves on by at least 16 bytes.
+    void walk(bool all_came) {
+        while (m_at < m_bytes.size()) {
+            const byte_view left = byte_view(m_bytes).from(m_at);
+            const sds_record_view head(left);
+            if (left.size() < sds_record_view::head_size && !all_came) {
+                return;
+            }
+            std::uint64_t step = record_alignment;
+            if (may_be_record(head)) {
+                if (head.size() > left.size() && !all_came) {
+                    return;
+                }
+                step = take_record(head).value_or(step);
+            }
+            m_at += static_cast<std::size_t>(step);
+        }
+    }
+
+    [[nodiscard]] bool may_be_record(const sds_record_view& head) const {
+        return head.stream_offset() == m_start + m_at && head.stream_offset() < positions_end &&
+               head.size() > record_without_parts && head.size() <= largest_record;
+    }
+
+    // Enters a record if all of it is there, and gives the distance to the next one.
+    [[nodiscard]] std::optional<std::uint64_t> take_record(const sds_record_view& record) {
+        const std::optional<byte_view> whole = record.bytes().sub(0, record.size());
+        if (!whole) {
+            return std::nullopt;
+        }
+        security_entry entry;
+        if (parse_security_record(entry, *whole)) {
+            m_map.try_emplace(entry.security_id, std::move(entry));
+        }
+        return (std::uint64_t{record.size()} + record_alignment - 1) / record_alignment * record_alignment;
+    }
+
+    void forget_walked() {
+        const std::size_t walked = std::min(m_at, m_bytes.size());
+        m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(walked));
+        m_start += walked;
+        m_at -= walked;
+    }
+
+    security_map& m_map;
+    std::uint64_t m_limit;
+    std::vector<std::uint8_t> m_bytes;
+    std::uint64_t m_start = 0;  // position in the stream of the first of m_bytes
+    std::size_t m_at = 0;       // of the walk in m_bytes; behind their end if the next record begins there
+};
+
+}  // namespace
+
+bool parse_security_record(security_entry& entry, byte_view record) {
+    // The owner ends at least this much ahead of the bytes' end, and the group that much.
+    constexpr std::uint64_t bytes_ahead_of_owner = 24;
+    constexpr std::uint64_t bytes_ahead_of_group = 32;
+    entry = {};
+    const sds_record_view view(record);
+    if (record.empty() || record.size() < view.size()) {
+        return false;
+    }
+    const security_descriptor_view descriptor(view.descriptor());
+    entry.stream_offset = view.stream_offset();
+    entry.security_id = view.security_id();
+    entry.owner = sid_of_record(record, descriptor.owner_offset(), bytes_ahead_of_owner);
+    entry.group = sid_of_record(record, descriptor.group_offset(), bytes_ahead_of_group);
+    entry.descriptor = descriptor.bytes().to_vector();
+    return descriptor.owner_offset() != 0 || descriptor.group_offset() != 0;
+}
+
+std::vector<std::string> sacl_lines(const security_entry& entry) {
+    const byte_view descriptor(entry.descriptor);
+    return acl_lines(descriptor, security_descriptor_view(descriptor).sacl_offset());
+}
+
+std::vector<std::string> dacl_lines(const security_entry& entry) {
+    const byte_view descriptor(entry.descriptor);
+    return acl_lines(descriptor, security_descriptor_view(descriptor).dacl_offset());
+}
+
+void read_sds(CNtfs& ntfs, security_map& map) {
+    map.clear();
+    attr_item_list items;
+    if (!ntfs.is_valid() || !categorize_entry(ntfs, secure_entry, items, no_log())) {
+        return;
+    }
+    const auto sds = std::find_if(items.begin(), items.end(), [](const attr_item& item) {
+        return item.type == attr_data && item.name == "$SDS";
+    });
+    if (sds == items.end()) {
+        return;
+    }
+    // Holes can make a stream as long as they like; the source bounds what can be in it.
+    const std::uint64_t longest = ntfs.source_size() + static_cast<std::uint64_t>(ntfs.m_cluster_size);
+    sds_walker walker(map, std::min(longest, positions_end));
+    std::ostream stream(&walker);
+    pump_context context{no_log()};
+    if (copy_to_stream(&ntfs, *sds, stream, false, false, context)) {
+        walker.finish();
+    } else {
+        map.clear();
+    }
+}
+
+bool load_security_cache(CNtfs& ntfs) {
+    if (!ntfs.is_valid()) {
+        return false;
+    }
+    if (ntfs.m_sd_cache.empty()) {
+        read_sds(ntfs, ntfs.m_sd_cache);
+    }
+    return !ntfs.m_sd_cache.empty();
+}
+
+}  // namespace quarry
