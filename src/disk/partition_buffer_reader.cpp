@@ -26,7 +26,7 @@ std::optional<std::uint32_t> sector_size_of(byte_view bytes) {
         return searched_sector_size;
     }
     // A sector size counts only when there is something behind the first sector.
-    return find_sector_size(bytes, 2 * searched_sector_size, bytes.size() - 1);
+    return find_sector_size(bytes, std::uint64_t{2} * searched_sector_size, bytes.size() - 1);
 }
 
 void read_table(byte_view bytes, partition_list& list, std::uint32_t sector_size, bool with_gaps) {
