@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/resource.h>
@@ -47,33 +48,61 @@ void close_end(int& end) {
     }
 }
 
+void connect_output(int stream, output_end state, int captured) {
+    if (state == output_end::captured) {
+        dup2(captured, stream);
+    } else if (state == output_end::closed) {
+        close(stream);
+    } else {
+        pipe_ends unread = make_pipe();
+        close_end(unread.read);
+        dup2(unread.write, stream);
+    }
+}
+
+void limit_resource(int resource, std::uint64_t most) {
+    if (most != 0) {
+        const rlimit limit{most, most};
+        setrlimit(static_cast<__rlimit_resource>(resource), &limit);
+    }
+}
+
+bool become_nobody() {
+    constexpr uid_t nobody = 65534;
+    return setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0;
+}
+
 [[noreturn]] void become_program(const std::vector<std::string>& arguments, const program_options& options,
                                  const pipe_ends& in, const pipe_ends& out, const pipe_ends& err) {
     dup2(in.read, STDIN_FILENO);
-    dup2(out.write, STDOUT_FILENO);
-    dup2(err.write, STDERR_FILENO);
+    connect_output(STDOUT_FILENO, options.standard_output, out.write);
+    connect_output(STDERR_FILENO, options.standard_error, err.write);
     if (options.close_standard_input) {
         close(STDIN_FILENO);
     }
     for (const auto& [name, value] : options.environment) {
         setenv(name.c_str(), value.c_str(), 1);
     }
-    if (options.memory_limit != 0 && !address_sanitizer) {
-        const rlimit limit{options.memory_limit, options.memory_limit};
-        setrlimit(RLIMIT_AS, &limit);
-    }
+    limit_resource(RLIMIT_AS, address_sanitizer ? 0 : options.memory_limit);
+    limit_resource(RLIMIT_FSIZE, options.file_size_limit);
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));  // NOLINT(cppcoreguidelines-pro-type-const-cast)
     }
     argv.push_back(nullptr);
-    if (options.directory.empty() || chdir(options.directory.c_str()) == 0) {
+    const bool in_place = options.directory.empty() || chdir(options.directory.c_str()) == 0;
+    if (in_place && options.as_nobody) {
+        // Found while the way to it is still open.
+        const int program = open(argv[0], O_PATH | O_CLOEXEC);
+        if (program >= 0 && become_nobody()) {
+            fexecve(program, argv.data(), environ);
+        }
+    } else if (in_place) {
         execvp(argv[0], argv.data());
     }
     _exit(127);
 }
-
 // Moves what a pipe holds into `text`; false once the other side has closed it.
 bool drain(int end, std::string& text) {
     std::array<char, 65536> buffer{};

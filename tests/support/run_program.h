@@ -10,6 +10,13 @@
 
 namespace quarry::test {
 
+// What one of the output streams of a program leads to.
+enum class output_end {
+    captured,
+    closed,  // the program starts without the descriptor
+    broken   // a pipe that nobody reads from
+};
+
 struct program_options {
     std::string standard_input = {};
     std::filesystem::path directory = {};                 // where it runs; empty: where the test runs
@@ -18,7 +25,14 @@ struct program_options {
     // Bytes of address space, 0 for no limit. Has no effect in a build with AddressSanitizer, whose shadow
     // needs terabytes of it; `peak_memory_kib` tells there too.
     std::uint64_t memory_limit = 0;
+    // No file may grow beyond this many bytes; 0 for no limit.
+    std::uint64_t file_size_limit = 0;
     bool close_standard_input = false;
+    output_end standard_output = output_end::captured;
+    output_end standard_error = output_end::captured;
+    // As the ordinary user "nobody", for which the tests must run as root. The program's own file need not be
+    // in a place that this user can reach.
+    bool as_nobody = false;
 };
 
 struct program_result {

@@ -1,6 +1,10 @@
 #include "support/run_program.h"
 
+#include "support/requirements.h"
+#include "support/temp_dir.h"
+
 #include <csignal>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -48,6 +52,35 @@ TEST(RunProgram, a_program_that_does_not_end_is_killed_at_its_time_limit) {
 
 TEST(RunProgram, a_program_that_does_not_exist_has_status_127) {
     EXPECT_EQ(run_program({"/nowhere/program"}).status, 127);
+}
+
+TEST(RunProgram, an_output_can_be_closed) {
+    const program_result result = run_program({"sh", "-c", "echo out 2>/dev/null || echo refused >&2"},
+                                              {.standard_output = output_end::closed});
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "refused\n");
+}
+
+TEST(RunProgram, an_output_that_nobody_reads_ends_a_program_that_does_not_expect_it) {
+    const program_result result =
+        run_program({"sh", "-c", "echo out; echo still here >&2"}, {.standard_output = output_end::broken});
+    EXPECT_EQ(result.signal, SIGPIPE);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(RunProgram, the_size_of_files_can_be_limited) {
+    const temp_dir dir;
+    const program_result result = run_program({"sh", "-c", "head -c 5000 /dev/zero >x; wc -c <x"},
+                                              {.directory = dir.path(), .file_size_limit = 1000});
+    EXPECT_EQ(result.out, "1000\n");
+}
+
+TEST(RunProgram, an_ordinary_user_runs_a_program_that_only_root_can_reach) {
+    QUARRY_NEEDS_ROOT();
+    const temp_dir dir;
+    std::filesystem::copy_file("/usr/bin/id", dir / "id");
+    EXPECT_EQ(run_program({dir / "id", "-u"}, {.as_nobody = true}).out, "65534\n");
+    EXPECT_EQ(run_program({dir / "id", "-G"}, {.as_nobody = true}).out, "65534\n");
 }
 
 }  // namespace
