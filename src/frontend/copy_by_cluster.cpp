@@ -6,6 +6,7 @@
 #include "frontend/copy_messages.h"
 #include "frontend/destination.h"
 #include "frontend/extraction.h"
+#include "report/cluster_report.h"
 #include "volume/ntfs_open.h"
 
 namespace quarry {
@@ -38,6 +39,7 @@ void pass_over_cluster(uni::ofstream& out, std::uint64_t length, std::uint64_t c
 // lies behind the end of the source.
 void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni::ofstream& report) {
     const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
+    const std::uint64_t origin = ntfs.disk_origin();
     const std::uint64_t clusters_in_source = ntfs.source_size() / cluster_size + 1;
     std::vector<std::uint8_t> bytes;
     for (std::uint64_t lcn = range.start_lcn; lcn < range.end_lcn; ++lcn) {
@@ -48,16 +50,23 @@ void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni
         std::uint64_t length = cluster_size;
         std::uint64_t position = 0;
         if (ntfs.read_cluster_alloc(lcn, bytes, length, position)) {
+            if (reports) {
+                write_cluster_read_line(report, lcn, origin + position, length == cluster_size);
+            }
             write_cluster(out, bytes, length, cluster_size);
         } else {
+            if (reports) {
+                write_cluster_failed_line(report, lcn);
+            }
             pass_over_cluster(out, length, cluster_size);
         }
     }
 }
 
 // The part that both cluster copies share.
-bool copy_clusters_of(CNtfs& ntfs, const std::string&, std::uint64_t, std::uint64_t start_lcn,
-                      std::uint64_t count, const std::wstring& dst, const std::wstring& meta) {
+bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t volume_offset,
+                      std::uint64_t start_lcn, std::uint64_t count, const std::wstring& dst,
+                      const std::wstring& meta) {
     uni::ofstream out(dst, std::ios_base::out | std::ios_base::binary);
     if (!out.is_open()) {
         // Deliberate: a copy of clusters whose file cannot be opened counts as a success.
@@ -66,6 +75,10 @@ bool copy_clusters_of(CNtfs& ntfs, const std::string&, std::uint64_t, std::uint6
     uni::ofstream report;
     if (!meta.empty()) {
         report.open(meta);
+    }
+    if (report.is_open()) {
+        write_cluster_report_head(report, source_text, volume_offset, ntfs.disk_origin(),
+                                  ntfs.get_bytes_per_sector(), start_lcn, count);
     }
     copy_range(ntfs, {start_lcn, start_lcn + count}, out, report);
     return true;

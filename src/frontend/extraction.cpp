@@ -5,6 +5,8 @@
 #include "frontend/named_by_hash.h"
 #include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
+#include "report/attribute_report.h"
+#include "report/security_cache.h"
 #include "volume/mft_entries.h"
 #include "volume/ntfs_open.h"
 #include "volume/stream_pump.h"
@@ -40,9 +42,14 @@ std::uint8_t source_type_of(copy_job& job) {
     return begins_as_device_name(job.partition) ? device_name_source : path_source;
 }
 
+// Descriptors are printed in reports alone, so they are loaded only for one.
+security_loader loader_for(const copy_job& job) {
+    return job.meta.empty() ? nullptr : load_security_cache;
+}
+
 bool open_source(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opts) {
     const auto offset = static_cast<unsigned long long>(job.volume_offset);
-    const security_loader loader = nullptr;
+    const security_loader loader = loader_for(job);
     if (!job.vmdk_list.empty()) {
         std::vector<std::string> names;
         std::string text;
@@ -116,6 +123,21 @@ bool list_attributes(attr_item_list& items, CNtfs& ntfs, std::uint64_t entry, cm
     return true;
 }
 
+// A report that cannot be opened is no failure; the job goes on as one without a report.
+void write_report(copy_job& job, CNtfs& ntfs, const attr_item_list& items) {
+    if (job.meta.empty() || items.empty()) {
+        job.meta.clear();
+        return;
+    }
+    uni::ofstream report;
+    report.open(job.meta);
+    if (!report.is_open()) {
+        job.meta.clear();
+        return;
+    }
+    write_attribute_report(report, ntfs, job.entry, job.src, items);
+}
+
 std::uint64_t first_run_position(const attr_item& item, const CNtfs& ntfs) {
     return item.runs.empty() ? 0 : item.runs.front().lcn * static_cast<std::uint64_t>(ntfs.m_cluster_size);
 }
@@ -164,6 +186,7 @@ bool extract_stream(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opt
     if (!list_attributes(items, *ntfs, job.entry, opts)) {
         return false;
     }
+    write_report(job, *ntfs, items);
     const stream_choice choice = choose_stream(items, stream_name, opts.m_file_stats);
     if (choice.mod_time == 0 || !choice.chosen) {
         // Deliberate: a stream that is not there is no failure. No file is made, and the run succeeds.
