@@ -36,4 +36,8 @@ struct INODE_STATS {
     std::vector<std::string> index_names;
 };
 
+// Gives the runs of `data_runs` their VCNs and enters each in `vcn_index`. A further call goes on behind the
+// runs that are numbered already; an index of more runs than there are is begun anew.
+void number_runs(INODE_STATS& stats);
+
 }  // namespace quarry

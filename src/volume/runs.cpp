@@ -1,7 +1,6 @@
 #include "volume/runs.h"
 
 #include "volume/attribute.h"
-#include "volume/inode_stats.h"
 
 #include <iterator>
 #include <limits>
@@ -195,25 +194,6 @@ bool to_cluster_runs(const data_run_list& runs, cluster_run_list& list) {
         list.push_back({sparse ? 0 : run.lcn, run.vcn, sparse, run.num_clusters});
     }
     return true;
-}
-
-void number_runs(INODE_STATS& stats) {
-    std::map<std::uint64_t, std::uint32_t>& numbered = stats.vcn_index;
-    if (numbered.size() > stats.data_runs.size() ||
-        (!numbered.empty() && numbered.rbegin()->second >= stats.data_runs.size())) {
-        numbered.clear();
-    }
-    std::uint64_t vcn = 0;
-    if (!numbered.empty()) {
-        const auto& [last_vcn, last_index] = *numbered.rbegin();
-        vcn = last_vcn + stats.data_runs[last_index].num_clusters;
-    }
-    for (std::size_t i = numbered.size(); i < stats.data_runs.size(); ++i) {
-        data_run& run = stats.data_runs[i];
-        numbered[vcn] = low_32_bits(i);
-        run.vcn = vcn;
-        vcn += run.num_clusters;
-    }
 }
 
 void merge_runs(const cluster_run_list& new_runs, cluster_run_list& existing, merge_progress& progress) {

@@ -24,8 +24,6 @@
 
 namespace quarry {
 
-struct INODE_STATS;
-
 // A few bytes kept in place, because every run of a list has some.
 template <std::size_t Capacity>
 class inline_bytes {
@@ -97,10 +95,6 @@ inline constexpr std::uint64_t sparse_lcn = ~std::uint64_t{0};
 
 // Appends what decode_runs gave in the compact form. Always true.
 bool to_cluster_runs(const data_run_list& runs, cluster_run_list& list);
-
-// Gives the runs of `data_runs` their VCNs and enters each in `vcn_index`. A further call goes on behind the
-// runs that are numbered already; an index of more runs than there are is begun anew.
-void number_runs(INODE_STATS& stats);
 
 // What merge_runs has learned of one list that it has merged into: so many runs at its front are numbered
 // from 0 without a gap, none of them of length 0. Kept beside a list that grows by many merges, it makes

@@ -1,0 +1,130 @@
+#include "foundation/ql_number.h"
+#include "foundation/ql_string.h"
+#include "frontend/console.h"
+#include "frontend/expand_env.h"
+#include "frontend/quarry_opts.h"
+#include "frontend/source_options.h"
+
+namespace quarry {
+
+namespace {
+
+std::wstring expanded_path(const std::string& path) {
+    return widen(expand_env(path, true));
+}
+
+void parse_path(std::wstring& path, std::string_view option, arg_list& args) {
+    std::string value;
+    if (find_value(option, value, args)) {
+        path = expanded_path(value);
+    }
+}
+
+}  // namespace
+
+bool quarry_opts::parse(arg_list& args, std::string_view version) {
+    m_csv = false;
+    m_hex_output = false;
+    if (!cmd_params::parse(args)) {
+        return false;
+    }
+    m_version = version;
+    m_tool_name = "QUARRY";
+    if (!parse_switches(args) || !parse_source(*this, args)) {
+        return false;
+    }
+    parse_path(m_dst, "-dst", args);
+    parse_path(m_src, "-src", args);
+    return parse_object(args);
+}
+
+bool quarry_opts::parse_switches(arg_list& args) {
+    struct switch_option {
+        std::string_view name;
+        bool quarry_opts::*member;
+        bool gated;
+    };
+    static constexpr switch_option switches[] = {
+        {"-first_ntfsvol", &quarry_opts::m_first_ntfsvol, true},
+        {"-meta", &quarry_opts::m_meta, false},
+        {"-skip_sparse_clusters", &quarry_opts::m_skip_sparse, true},
+        {"-md5", &quarry_opts::m_md5, false},
+        {"-raw", &quarry_opts::m_raw, true},
+    };
+    for (const switch_option& option : switches) {
+        if (find_flag(option.name, args)) {
+            this->*option.member = true;
+            if (option.gated && !pass_gate()) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool quarry_opts::parse_object(arg_list& args) {
+    std::string value;
+    if (find_value("-mft", value, args)) {
+        if (!pass_gate()) {
+            return false;
+        }
+        parse_u64(m_entry, value);
+        return has_destination();
+    }
+    if (peek_flag("-cluster", args, 0)) {
+        return parse_clusters(args) && has_destination();
+    }
+    if (m_pipe) {
+        m_src.clear();
+        return has_destination();
+    }
+    take_positional_arguments(args);
+    return true;
+}
+
+bool quarry_opts::parse_clusters(arg_list& args) {
+    std::string first;
+    std::string second;
+    if (find_two_values("-cluster", first, second, args)) {
+        m_cluster_text = first;
+        if (!pass_gate()) {
+            return false;
+        }
+        parse_u64(m_start_lcn, first);
+        parse_u64(m_cluster_count, second);
+        return true;
+    }
+    if (find_value("-cluster", first, args)) {
+        if (!pass_gate()) {
+            return false;
+        }
+        parse_u64(m_start_lcn, first);
+        // Deliberate: with one number the text is the count, not the cluster, so a destination directory gets
+        // a file "1" whatever cluster was asked for.
+        m_cluster_text = "1";
+        m_cluster_count = 1;
+        return true;
+    }
+    print_error("invalid: should be: -cluster <cluster num> [<num clusters>]\n");
+    return false;
+}
+
+void quarry_opts::take_positional_arguments(const arg_list& args) {
+    if (args.size() > 2 && m_src.empty() && m_dst.empty()) {
+        m_src = expanded_path(args[1]);
+        m_dst = expanded_path(args[2]);
+    } else if (args.size() == 2) {
+        // Deliberate: a source that stands alone is taken as typed, where -src and a pair of paths have their
+        // %NAME% references replaced.
+        m_src = widen(args[1]);
+    }
+}
+
+bool quarry_opts::has_destination() const {
+    if (m_dst.empty()) {
+        print_error("option [-dst <destination file>] needed for this option\n");
+    }
+    return !m_dst.empty();
+}
+
+}  // namespace quarry
