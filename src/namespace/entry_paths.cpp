@@ -4,6 +4,7 @@
 #include "namespace/file_names.h"
 
 #include <cstddef>
+#include <map>
 #include <set>
 
 namespace quarry {
@@ -13,9 +14,9 @@ namespace {
 constexpr std::uint64_t root_directory = 5;
 // A path that programs can name has at most 32,767 characters, so at most half as many elements.
 constexpr std::size_t most_elements = 16384;
-// What one call may read and give. A file has at most some tens of thousands of links; directories with
+// What one call may try and give. A file has at most some tens of thousands of links; directories with
 // several names each, which no file system makes, would multiply without end.
-constexpr std::size_t most_records = 1000000;
+constexpr std::size_t most_levels_entered = 1000000;
 constexpr std::size_t most_characters = 4000000;
 
 // A walk from an entry up to the root, along each of its names and each name of its parents.
@@ -32,7 +33,7 @@ class upward_walk {
         // Ends because each level has finitely many names, no directory stands on two levels at once, and the
         // number of levels entered is bounded.
         while (!m_levels.empty()) {
-            if (m_levels.back().next == m_levels.back().names.size()) {
+            if (m_levels.back().next == m_levels.back().names->size()) {
                 m_entries_on_the_way.erase(m_levels.back().entry);
                 m_levels.pop_back();
             } else {
@@ -45,34 +46,46 @@ class upward_walk {
   private:
     struct level {
         std::uint64_t entry = 0;
-        std::vector<file_name> names;
+        const std::vector<file_name>* names = nullptr;
         std::size_t next = 0;
         std::size_t components_below = 0;
     };
 
     // Goes up to an entry. False if its path ends here: it has no names, or the walk came through it already.
     [[nodiscard]] bool enter(std::uint64_t entry) {
-        if (m_levels.size() >= most_elements || m_records >= most_records ||
-            m_entries_on_the_way.count(entry) != 0) {
+        if (m_levels.size() >= most_elements || m_levels_entered >= most_levels_entered ||
+            m_characters >= most_characters || m_entries_on_the_way.count(entry) != 0) {
             return false;
         }
-        ++m_records;
-        std::vector<std::uint8_t> record;
-        std::uint64_t position = 0;
-        std::uint64_t length = 0;
-        file_name_list names;
-        if (!m_ntfs.read_record(entry, record, position, length) ||
-            !get_file_names(names, m_ntfs, entry, record, false, any_parent)) {
+        const std::vector<file_name>& names = names_of(entry);
+        if (names.empty()) {
             return false;
         }
+        ++m_levels_entered;
         m_entries_on_the_way.insert(entry);
-        m_levels.push_back({entry, {names.begin(), names.end()}, 0, m_components.size()});
+        m_levels.push_back({entry, &names, 0, m_components.size()});
         return true;
+    }
+
+    // Each record is read once, however many ways lead through it.
+    [[nodiscard]] const std::vector<file_name>& names_of(std::uint64_t entry) {
+        const auto [known, is_new] = m_names.try_emplace(entry);
+        if (is_new) {
+            std::vector<std::uint8_t> record;
+            std::uint64_t position = 0;
+            std::uint64_t length = 0;
+            file_name_list names;
+            if (m_ntfs.read_record(entry, record, position, length) &&
+                get_file_names(names, m_ntfs, entry, record, false, any_parent)) {
+                known->second.assign(names.begin(), names.end());
+            }
+        }
+        return known->second;
     }
 
     void follow_next_name() {
         level& top = m_levels.back();
-        const file_name name = top.names[top.next++];
+        const file_name& name = (*top.names)[top.next++];
         m_components.resize(top.components_below);
         // Deliberate: one would expect only the entry itself to be named by the component given for it. As
         // long as that component stands alone it stands for any name that equals it, so a directory that
@@ -106,7 +119,8 @@ class upward_walk {
     std::vector<std::wstring>& m_results;
     std::vector<level> m_levels;
     std::set<std::uint64_t> m_entries_on_the_way;
-    std::size_t m_records = 0;
+    std::map<std::uint64_t, std::vector<file_name>> m_names;
+    std::size_t m_levels_entered = 0;
     std::size_t m_characters = 0;
 };
 

@@ -1,6 +1,6 @@
-#include "foundation/ql_string.h"
 #include "namespace/file_names.h"
 
+#include "foundation/ql_string.h"
 #include "support/opened_volume.h"
 
 #include <string>

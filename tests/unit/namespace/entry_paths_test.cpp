@@ -1,0 +1,232 @@
+#include "namespace/entry_paths.h"
+
+#include "support/opened_volume.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using texts = std::vector<std::wstring>;
+
+struct answer {
+    bool result;
+    texts paths;
+};
+
+answer paths_of(const volume_builder& volume, std::uint64_t entry, const texts& components = {}) {
+    opened_volume opened(volume);
+    answer found;
+    found.result = paths_of_entry(opened.ntfs(), entry, components, found.paths);
+    return found;
+}
+
+class EntryPaths : public ::testing::Test {
+  protected:
+    volume_builder m_volume;
+    std::uint64_t m_users = m_volume.add_directory("Users").entry();
+    std::uint64_t m_anna = m_volume.add_directory("Anna", m_users).entry();
+    file_builder& m_file = m_volume.add_file("Notes.txt", m_anna);
+};
+
+TEST_F(EntryPaths, GoUpToTheRootAndEndInABackslash) {
+    const answer found = paths_of(m_volume, m_file.entry());
+    EXPECT_TRUE(found.result);
+    EXPECT_EQ(found.paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, OfAnEntryInTheRootHaveOneElement) {
+    EXPECT_EQ(paths_of(m_volume, m_users).paths, (texts{LR"(Users\)"}));
+}
+
+TEST_F(EntryPaths, OfTheRootAreEmptyText) {
+    EXPECT_EQ(paths_of(m_volume, 5).paths, (texts{L""}));
+}
+
+TEST_F(EntryPaths, AreAddedToTheResults) {
+    opened_volume opened(m_volume);
+    texts results = {L"before"};
+    EXPECT_TRUE(paths_of_entry(opened.ntfs(), m_users, {}, results));
+    EXPECT_EQ(results, (texts{L"before", LR"(Users\)"}));
+}
+
+TEST_F(EntryPaths, ShowNoElementThatIsADot) {
+    EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"."}).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, EndInTheComponentsBelowTheEntry) {
+    EXPECT_EQ(paths_of(m_volume, m_anna, {L"below", L"Notes.txt"}).paths,
+              (texts{LR"(Users\Anna\Notes.txt\below\)"}));
+}
+
+TEST_F(EntryPaths, ShowASoleComponentThatEqualsTheNameOnce) {
+    EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"Notes.txt"}).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
+    EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"notes.txt"}).paths,
+              (texts{LR"(Users\Anna\Notes.txt\notes.txt\)"}))
+        << "the case decides";
+    EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"x", L"Notes.txt"}).paths,
+              (texts{LR"(Users\Anna\Notes.txt\Notes.txt\x\)"}))
+        << "not with a second component";
+}
+
+TEST_F(EntryPaths, ShowADirectoryThatBearsTheNameOfTheFileInItOnceWithASoleComponent) {
+    const std::uint64_t outer = m_volume.add_directory("same").entry();
+    const std::uint64_t inner = m_volume.add_file("same", outer).entry();
+    EXPECT_EQ(paths_of(m_volume, inner, {L"same"}).paths, (texts{LR"(same\)"}));
+    EXPECT_EQ(paths_of(m_volume, inner).paths, (texts{LR"(same\)"}))
+        << "the file's name is then the component";
+    EXPECT_EQ(paths_of(m_volume, inner, {L"."}).paths, (texts{LR"(same\same\)"}));
+}
+
+TEST_F(EntryPaths, AreOneForEachHardLinkInTheOrderOfTheNames) {
+    m_file.hard_link("Link.txt", m_users).hard_link("Another.txt", 5).hard_link("Link.txt", m_anna);
+    // "Link.txt" stands in two directories, of which "Users" has the lower number.
+    EXPECT_EQ(paths_of(m_volume, m_file.entry()).paths,
+              (texts{LR"(Another.txt\)", LR"(Users\Link.txt\)", LR"(Users\Anna\Link.txt\)",
+                     LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, ShowASoleComponentBelowAHardLinkOfAnotherName) {
+    m_file.hard_link("Link.txt", m_users);
+    EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"Notes.txt"}).paths,
+              (texts{LR"(Users\Link.txt\Notes.txt\)", LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, LeaveShortNamesOut) {
+    m_file.short_name("NOTES~1.TXT");
+    EXPECT_EQ(paths_of(m_volume, m_file.entry()).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, DoNotLookAtSequenceNumbers) {
+    m_volume.file(m_anna).sequence(1);
+    const bytes image = m_volume.image();
+    volume_builder& volume = m_volume;
+    volume.force_record(m_anna, 16, 2, 0x7777);
+    ASSERT_NE(volume.image(), image);
+    EXPECT_EQ(paths_of(volume, m_file.entry()).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, FailForARecordThatCannotBeRead) {
+    const answer found = paths_of(m_volume, 60);
+    EXPECT_FALSE(found.result);
+    EXPECT_TRUE(found.paths.empty());
+}
+
+TEST_F(EntryPaths, FailForARecordWithoutNames) {
+    EXPECT_FALSE(paths_of(m_volume, m_volume.add_file("gone").without_names().entry()).result);
+    EXPECT_FALSE(paths_of(m_volume, m_volume.add_file("SHORT").name_space(dos_namespace).entry()).result);
+}
+
+TEST_F(EntryPaths, EndAtAParentThatCannotBeRead) {
+    m_file.hard_link("lost", 60).unindexed().hard_link("kept", m_users);
+    const answer found = paths_of(m_volume, m_file.entry());
+    EXPECT_TRUE(found.result);
+    EXPECT_EQ(found.paths, (texts{LR"(Users\Anna\Notes.txt\)", LR"(Users\kept\)"}));
+}
+
+TEST_F(EntryPaths, AreNoneAndNoFailureWhenTheOnlyParentCannotBeRead) {
+    const answer found = paths_of(m_volume, m_volume.add_file("lost", 60).entry());
+    EXPECT_TRUE(found.result);
+    EXPECT_TRUE(found.paths.empty());
+}
+
+TEST_F(EntryPaths, EndAtACycleOfParents) {
+    const std::uint64_t first = m_volume.add_directory("first", 40).entry();
+    const std::uint64_t second = m_volume.add_directory("second", first).entry();
+    file_builder& cyclic = m_volume.add_file_at(40, "third", second);
+    const answer found = paths_of(m_volume, second);
+    EXPECT_TRUE(found.result);
+    EXPECT_TRUE(found.paths.empty());
+    // Another name of a directory on the way still leads out.
+    cyclic.hard_link("way out", 5);
+    EXPECT_EQ(paths_of(m_volume, second).paths, (texts{LR"(way out\first\second\)"}));
+}
+
+TEST_F(EntryPaths, EndAtADirectoryThatIsItsOwnParent) {
+    const std::uint64_t own = m_volume.add_directory("own", 27).entry();
+    ASSERT_EQ(own, 27u);
+    const answer found = paths_of(m_volume, own);
+    EXPECT_TRUE(found.result);
+    EXPECT_TRUE(found.paths.empty());
+}
+
+TEST_F(EntryPaths, MayReachADirectoryTwiceOnDifferentWays) {
+    file_builder& shared = m_volume.add_file("shared", m_anna);
+    shared.hard_link("shared", m_users);
+    EXPECT_EQ(paths_of(m_volume, shared.entry()).paths,
+              (texts{LR"(Users\shared\)", LR"(Users\Anna\shared\)"}));
+}
+
+TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
+    volume_builder volume({.mft_entries = 64});
+    // Each directory stands in the next one under two names, so that the ways up double with every level.
+    std::uint64_t parent = 5;
+    for (int level = 0; level < 30; ++level) {
+        parent = volume.add_directory("a", parent).hard_link("b", parent).entry();
+    }
+    const answer found = paths_of(volume, parent, {L"."});
+    EXPECT_TRUE(found.result);
+    ASSERT_FALSE(found.paths.empty());
+    std::size_t characters = 0;
+    for (const std::wstring& path : found.paths) {
+        characters += path.size();
+    }
+    EXPECT_LE(characters, 4000000u);
+    EXPECT_EQ(found.paths.front(), [] {
+        std::wstring text;
+        for (int level = 0; level < 30; ++level) {
+            text += LR"(a\)";
+        }
+        return text;
+    }());
+}
+
+TEST_F(EntryPaths, OfADirectoryDeeperThanAnyPathCanNameAreNone) {
+    // Entry 100 stands in the root and each one behind it in the one before.
+    constexpr std::uint64_t levels = 16385;
+    volume_builder volume({.mft_runs = runs({{4, (100 + levels) / 4 + 1}})});
+    for (std::uint64_t entry = 100; entry < 100 + levels; ++entry) {
+        const std::uint64_t parent = entry == 100 ? 5 : entry - 1;
+        const file_name name = {.parent = reference(parent, 1), .name = "d"};
+        volume.clusters().write_at(
+            volume.record_position(entry),
+            volume.new_record(entry).add(attribute_builder::resident(0x30, name.build())).build());
+    }
+    opened_volume opened(volume);
+    texts results;
+    EXPECT_TRUE(paths_of_entry(opened.ntfs(), 100 + levels - 1, {L"."}, results));
+    EXPECT_TRUE(results.empty());
+    EXPECT_TRUE(paths_of_entry(opened.ntfs(), 100 + levels - 2, {L"."}, results));
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].size(), 2u * 16384);
+}
+
+TEST_F(EntryPaths, InNarrowTextBeginAtTheLeaf) {
+    opened_volume opened(m_volume);
+    std::vector<std::string> paths = {"stale"};
+    EXPECT_TRUE(narrow_paths_of_entry(opened.ntfs(), m_file.entry(), "Notes.txt", paths));
+    EXPECT_EQ(paths, (std::vector<std::string>{R"(Users\Anna\Notes.txt\)"}));
+    EXPECT_TRUE(narrow_paths_of_entry(opened.ntfs(), m_file.entry(), "", paths));
+    EXPECT_EQ(paths, (std::vector<std::string>{R"(Users\Anna\Notes.txt\)"}));
+}
+
+TEST_F(EntryPaths, InNarrowTextAreUtf8) {
+    const std::uint64_t entry = m_volume.add_file(u"\u00C4\U0001F600").entry();
+    opened_volume opened(m_volume);
+    std::vector<std::string> paths;
+    EXPECT_TRUE(narrow_paths_of_entry(opened.ntfs(), entry, "\xC3\x84\xF0\x9F\x98\x80", paths));
+    EXPECT_EQ(paths, (std::vector<std::string>{"\xC3\x84\xF0\x9F\x98\x80\\"}));
+}
+
+TEST_F(EntryPaths, InNarrowTextFailWithoutAPath) {
+    opened_volume opened(m_volume);
+    std::vector<std::string> paths = {"stale"};
+    EXPECT_FALSE(narrow_paths_of_entry(opened.ntfs(), 60, "", paths));
+    EXPECT_TRUE(paths.empty());
+}
+
+}  // namespace
+}  // namespace quarry::test

@@ -1,0 +1,660 @@
+#include "namespace/path_resolution.h"
+
+#include "support/capturing_log.h"
+#include "support/opened_volume.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using lines = std::vector<std::string>;
+
+struct lookup {
+    bool found = false;
+    std::uint64_t entry = 1;
+    std::uint64_t parent = 1;
+    std::wstring canonical = L"stale";
+    std::wstring path;
+    lines log;
+};
+
+lookup resolve(CNtfs* ntfs, const wchar_t* path, bool follow_links = true) {
+    lookup result;
+    capturing_log log;
+    result.path = path;
+    result.found =
+        resolve_path(result.entry, result.parent, result.canonical, ntfs, result.path, follow_links, log);
+    result.log = log.lines;
+    return result;
+}
+
+constexpr std::uint64_t none = ~std::uint64_t{0};
+
+// The root directory lists itself (5), $MFT (0) and $Bitmap (6) beside what a test adds from entry 24 on.
+class PathResolution : public ::testing::Test {
+  protected:
+    // The volume as it stands at the first lookup of a test.
+    [[nodiscard]] CNtfs& ntfs() {
+        if (!m_opened) {
+            m_opened = std::make_unique<opened_volume>(m_volume);
+        }
+        return m_opened->ntfs();
+    }
+    [[nodiscard]] lookup find(const wchar_t* path, bool follow_links = true) {
+        return resolve(&ntfs(), path, follow_links);
+    }
+    [[nodiscard]] std::uint64_t entry_of(const wchar_t* path) {
+        const lookup result = find(path);
+        return result.found ? result.entry : 0;
+    }
+
+    volume_builder m_volume;
+    std::unique_ptr<opened_volume> m_opened;
+};
+
+TEST_F(PathResolution, FindsAFileInTheRoot) {
+    m_volume.add_file("a.txt");
+    const lookup result = find(LR"(\a.txt)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 24u);
+    EXPECT_EQ(result.parent, 5u);
+    EXPECT_EQ(result.canonical, LR"(\a.txt)");
+    EXPECT_EQ(result.log, (lines{R"(anal: \a.txt)", "root dir", "seg: a.txt", "info: get children nodes",
+                                 "info: # children [4]", "info: get children names",
+                                 "info: inode found for seg: a.txt : 0x18"}));
+}
+
+TEST_F(PathResolution, FindsAFileInDirectoriesAndTellsEachStep) {
+    const std::uint64_t outer = m_volume.add_directory("Outer").entry();
+    const std::uint64_t inner = m_volume.add_directory("Inner", outer).entry();
+    m_volume.add_file("a.txt", inner);
+    m_volume.add_file("b.txt", inner);
+    const lookup result = find(L"Outer/Inner/a.txt");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 26u);
+    EXPECT_EQ(result.parent, 25u);
+    EXPECT_EQ(result.canonical, LR"(Outer\Inner\a.txt)");
+    EXPECT_EQ(result.log, (lines{"anal: Outer/Inner/a.txt", "seg: outer", "info: get children nodes",
+                                 "info: # children [4]", "info: get children names",
+                                 "info: inode found for seg: outer : 0x18", "seg: inner",
+                                 "info: get children nodes", "info: # children [1]",
+                                 "info: get children names", "info: inode found for seg: inner : 0x19",
+                                 "seg: a.txt", "info: get children nodes", "info: # children [2]",
+                                 "info: get children names", "info: inode found for seg: a.txt : 0x1a"}));
+}
+
+TEST_F(PathResolution, AnswersALaterLookupFromTheCache) {
+    const std::uint64_t outer = m_volume.add_directory("Outer").entry();
+    m_volume.add_file("a.txt", outer);
+    ASSERT_TRUE(find(LR"(\Outer\a.txt)").found);
+    const lookup again = find(LR"(\outer\A.TXT)");
+    EXPECT_TRUE(again.found);
+    EXPECT_EQ(again.entry, 25u);
+    EXPECT_EQ(again.canonical, LR"(\outer\A.TXT)") << "the case is the one that was typed";
+    EXPECT_EQ(again.log, (lines{R"(anal: \outer\A.TXT)", "root dir", "seg: outer", "info: cache lookup",
+                                "info: inode found for seg: outer : 0x18", "seg: a.txt", "info: cache lookup",
+                                "info: inode found for seg: a.txt : 0x19"}));
+}
+
+TEST_F(PathResolution, AnswersALaterLookupWithoutAReadOfTheDirectory) {
+    m_volume.add_file("a.txt");
+    ASSERT_TRUE(find(LR"(\a.txt)").found);
+    // What was learned stays, whatever becomes of the source.
+    std::filesystem::resize_file(m_opened->path(), 0);
+    EXPECT_TRUE(find(LR"(\a.txt)").found);
+    EXPECT_FALSE(find(LR"(\b.txt)").found);
+}
+
+TEST_F(PathResolution, WithoutAVolumeOrAPathFailsWithoutALine) {
+    for (const lookup& result : {resolve(nullptr, LR"(\a.txt)"), find(L"")}) {
+        EXPECT_FALSE(result.found);
+        EXPECT_EQ(result.entry, 0u);
+        EXPECT_EQ(result.parent, none);
+        EXPECT_EQ(result.canonical, L"");
+        EXPECT_EQ(result.log, lines());
+    }
+}
+
+TEST_F(PathResolution, OfOneBackslashIsTheRoot) {
+    const lookup result = find(LR"(\)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 5u);
+    EXPECT_EQ(result.parent, none);
+    EXPECT_EQ(result.canonical, LR"(\)");
+    EXPECT_EQ(result.log, (lines{R"(anal: \)", "root dir", "path empty"}));
+}
+
+TEST_F(PathResolution, OfOneSlashIsTheRootWrittenAsABackslash) {
+    const lookup result = find(L"//");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 5u);
+    EXPECT_EQ(result.canonical, LR"(\)");
+    EXPECT_EQ(result.log, (lines{"anal: //", "root dir", "path empty"}));
+}
+
+TEST_F(PathResolution, OfADriveLetterIsTheRootWithItselfAsParent) {
+    const lookup result = find(LR"(c:\)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 5u);
+    EXPECT_EQ(result.parent, 5u);
+    EXPECT_EQ(result.canonical, L"c:");
+    EXPECT_EQ(result.log, (lines{R"(anal: c:\)"}));
+}
+
+TEST_F(PathResolution, OfADriveLetterAndAFileNameWithoutSeparatorIsTheRoot) {
+    m_volume.add_file("file.txt");
+    const lookup result = find(L"c:file.txt");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 5u);
+    EXPECT_EQ(result.canonical, L"c:file.txt");
+}
+
+TEST_F(PathResolution, PassesOverAnyDriveLetterAndKeepsItInTheCanonicalPath) {
+    m_volume.add_file("a.txt");
+    const lookup result = find(LR"(\7:\a.txt)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 24u);
+    EXPECT_EQ(result.canonical, LR"(\7:\a.txt)");
+}
+
+TEST_F(PathResolution, CutsAStreamNameOffAndKeepsItInTheCanonicalPath) {
+    m_volume.add_file("a.txt");
+    const lookup result = find(LR"(\A.txt:Zone.Identifier:$DATA)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 24u);
+    EXPECT_EQ(result.canonical, LR"(\A.txt:Zone.Identifier:$DATA)");
+    EXPECT_EQ(result.log.at(2), "seg: a.txt");
+}
+
+TEST_F(PathResolution, CutsAStreamNameOffADirectoryOnTheWayToo) {
+    const std::uint64_t outer = m_volume.add_directory("Outer").entry();
+    m_volume.add_file("a.txt", outer);
+    EXPECT_EQ(entry_of(LR"(\Outer:$I30\a.txt)"), 25u);
+}
+
+TEST_F(PathResolution, FoldsTheLettersAToZ) {
+    m_volume.add_file("MiXeD[`{@.TXT");
+    EXPECT_EQ(entry_of(LR"(\mIxEd[`{@.txt)"), 24u);
+}
+
+TEST_F(PathResolution, DoesNotFoldOtherLetters) {
+    m_volume.add_file(u"\u00C4rger");
+    EXPECT_EQ(entry_of(L"\\\u00C4RGER"), 24u);
+    EXPECT_EQ(entry_of(L"\\\u00E4rger"), 0u);
+}
+
+TEST_F(PathResolution, FindsNamesOutsideOfTheBasicPlaneAndDamagedOnes) {
+    m_volume.add_file(u"\U0001F600");
+    const std::u16string damaged = {u'A', 0xD800, u'B'};
+    m_volume.add_file(ntfs_name(damaged));
+    EXPECT_EQ(entry_of(L"\\\U0001F600"), 24u);
+    const std::wstring typed = {L'\\', L'a', wchar_t{0xD800}, L'b'};
+    EXPECT_EQ(entry_of(typed.c_str()), 25u);
+}
+
+TEST_F(PathResolution, DoesNotFindALongNamedDirectoryByItsShortName) {
+    const std::uint64_t directory = m_volume.add_directory("Program Files").short_name("PROGRA~1").entry();
+    m_volume.add_file("a.txt", directory);
+    EXPECT_EQ(entry_of(LR"(\Program Files\a.txt)"), 25u);
+    const lookup result = find(LR"(\PROGRA~1\a.txt)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log,
+              (lines{R"(anal: \PROGRA~1\a.txt)", "root dir", "seg: progra~1", "info: cache lookup",
+                     "err: no child nodes", R"(inode not found for \PROGRA~1\a.txt)"}));
+}
+
+TEST_F(PathResolution, FindsANameOfTheWin32AndDosNamespace) {
+    m_volume.add_file("SHORT.TXT").name_space(win32_and_dos_namespace);
+    EXPECT_EQ(entry_of(LR"(\short.txt)"), 24u);
+}
+
+TEST_F(PathResolution, GivesTheChildWithTheLowerNumberForANameInTwoCases) {
+    m_volume.add_file_at(30, "readme").name_space(posix_namespace);
+    m_volume.add_file_at(27, "README").name_space(posix_namespace);
+    EXPECT_EQ(entry_of(LR"(\readme)"), 27u);
+    EXPECT_EQ(entry_of(LR"(\README)"), 27u);
+}
+
+TEST_F(PathResolution, FindsAFileByEachOfItsHardLinks) {
+    const std::uint64_t directory = m_volume.add_directory("dir").entry();
+    m_volume.add_file("one", directory).hard_link("two", 5);
+    EXPECT_EQ(entry_of(LR"(\dir\one)"), 25u);
+    EXPECT_EQ(entry_of(LR"(\two)"), 25u);
+    // The names come from the record, whichever directory they stand in.
+    EXPECT_EQ(entry_of(LR"(\dir\two)"), 25u);
+    EXPECT_EQ(entry_of(LR"(\one)"), 25u);
+}
+
+TEST_F(PathResolution, DoesNotFindASegmentThatHoldsTheOtherSeparator) {
+    const std::uint64_t a = m_volume.add_directory("a").entry();
+    const std::uint64_t b = m_volume.add_directory("b", a).entry();
+    m_volume.add_file("c", b);
+    EXPECT_EQ(entry_of(LR"(a/b/c)"), 26u);
+    const lookup result = find(LR"(a/b\c)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log, (lines{R"(anal: a/b\c)", "seg: a", "info: cache lookup",
+                                 "info: inode found for seg: a : 0x18", R"(seg: b\c)", "info: cache lookup",
+                                 "err: no child nodes", R"(inode not found for a/b\c)"}));
+}
+
+TEST_F(PathResolution, RemovesBlanksAndTabsAroundASegment) {
+    const std::uint64_t a = m_volume.add_directory("a b").entry();
+    m_volume.add_file("c", a);
+    const lookup result = find(L"\\  \ta b\t \\c ");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 25u);
+    EXPECT_EQ(result.canonical, L"\\  \ta b\t \\c ");
+}
+
+TEST_F(PathResolution, DoesNotFindASegmentOfBlanksAlone) {
+    const lookup result = find(LR"(\   )");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log.at(2), "seg: ");
+    EXPECT_EQ(result.log.at(6), "err: no child nodes");
+}
+
+TEST_F(PathResolution, DoesNotFindANameThatDoesNotExist) {
+    const lookup result = find(L"nowhere");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log,
+              (lines{"anal: nowhere", "seg: nowhere", "info: get children nodes", "info: # children [3]",
+                     "info: get children names", "err: no child nodes", "inode not found for nowhere"}));
+}
+
+TEST_F(PathResolution, OfAFileAsADirectoryFailsForWantOfChildren) {
+    m_volume.add_file("file");
+    const lookup result = find(LR"(\file\below)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log,
+              (lines{R"(anal: \file\below)", "root dir", "seg: file", "info: get children nodes",
+                     "info: # children [4]", "info: get children names",
+                     "info: inode found for seg: file : 0x18", "seg: below", "info: get children nodes",
+                     "info: none found", R"(inode not found for \file\below)"}));
+    EXPECT_EQ(ntfs().m_path_cache.count(24), 0u);
+}
+
+TEST_F(PathResolution, FindsADeletedFileWhoseEntryIsStillInAFreedBlock) {
+    const std::uint64_t directory = m_volume.add_directory("dir").entry();
+    m_volume.add_file("live", directory);
+    file_builder& gone = m_volume.add_file("gone", directory).deleted();
+    m_volume.file(directory).extra_index_block(
+        index_block_builder().add(name_entry(gone.file_reference(), {.name = "gone"})).build());
+    EXPECT_EQ(entry_of(LR"(\dir\gone)"), 26u);
+}
+
+TEST_F(PathResolution, DoesNotLookAtTheSequenceNumberOfAChild) {
+    m_volume.root().extra_entry(name_entry(reference(24, 0x7777), {.name = "stale"}));
+    m_volume.add_file("now").deleted();
+    EXPECT_EQ(entry_of(LR"(\now)"), 24u);
+    EXPECT_EQ(entry_of(LR"(\stale)"), 0u) << "the name of the index is not read";
+}
+
+TEST_F(PathResolution, FindsTheMftByName) {
+    EXPECT_TRUE(find(LR"(\$mft)").found);
+    EXPECT_EQ(find(LR"(\$MFT)").entry, 0u);
+}
+
+TEST_F(PathResolution, TakesTheDeviceOfAShadowCopyOffThePath) {
+    m_volume.add_file("a.txt");
+    const lookup result = find(LR"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy3\a.txt)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.path, LR"(\a.txt)");
+    EXPECT_EQ(result.canonical, LR"(\a.txt)");
+    EXPECT_EQ(result.log.at(0), R"(anal: \a.txt)");
+}
+
+TEST_F(PathResolution, ShowsTheShortenedPathWhenItFails) {
+    const lookup result = find(LR"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy3\none)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log.back(), R"(inode not found for \none)");
+}
+
+// Children that cannot be used: each one is missing, and the rest is found.
+
+TEST_F(PathResolution, PassesOverAChildThatCannotBeRead) {
+    m_volume.add_file("bad");
+    m_volume.add_file("good");
+    m_volume.force_record(24, 0, 4, 0);
+    const lookup result = find(LR"(\good)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.log, (lines{R"(anal: \good)", "root dir", "seg: good", "info: get children nodes",
+                                 "info: # children [5]", "info: get children names",
+                                 "err: readFR: inode 0x18", "info: inode found for seg: good : 0x19"}));
+    EXPECT_FALSE(find(LR"(\bad)").found);
+}
+
+TEST_F(PathResolution, PassesOverAChildOutsideOfTheMft) {
+    m_volume.add_file("good");
+    m_volume.root().extra_entry(name_entry(reference(0xABCDEF012345, 1), {.name = "far"}));
+    const lookup result = find(LR"(\good)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.log.at(6), "err: readFR: inode 0xabcdef012345");
+}
+
+TEST_F(PathResolution, PassesOverAChildWhoseRecordIsCutByTheEndOfTheSource) {
+    // $MFT lies behind everything else, and half of its last record is missing.
+    volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
+    volume.add_file("good");
+    volume.add_file("cut");
+    bytes image = volume.image();
+    image.resize(volume.record_position(25) + 512);
+    opened_volume opened(image);
+    const lookup result = resolve(&opened.ntfs(), LR"(\good)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.log.at(6), "err: paramsFR: inode 0x19");
+    EXPECT_EQ(result.log.size(), 8u);
+}
+
+TEST_F(PathResolution, PassesOverAChildWithoutNames) {
+    m_volume.root().extra_entry(name_entry(reference(24, 1), {.name = "nameless"}));
+    m_volume.add_file("nameless").without_names();
+    m_volume.add_file("good");
+    const lookup result = find(LR"(\good)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.log.at(6), "err: namelookup: inode 0x18");
+    EXPECT_EQ(result.log.size(), 8u);
+}
+
+TEST_F(PathResolution, TellsOfBadChildrenInAscendingOrder) {
+    for (const char* name : {"a", "b", "c", "good"}) {
+        m_volume.add_file(name);
+    }
+    for (const std::uint64_t bad : {26u, 24u}) {
+        m_volume.force_record(bad, 0, 4, 0);
+    }
+    const lookup result = find(LR"(\good)");
+    EXPECT_EQ(lines(result.log.begin() + 6, result.log.end()),
+              (lines{"err: readFR: inode 0x18", "err: readFR: inode 0x1a",
+                     "info: inode found for seg: good : 0x1b"}));
+}
+
+TEST_F(PathResolution, FailsInADirectoryOfWhichNoChildHasAName) {
+    const std::uint64_t directory = m_volume.add_directory("dir").entry();
+    m_volume.add_file("bad", directory);
+    m_volume.force_record(25, 0, 4, 0);
+    const lookup result = find(LR"(\dir\bad)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(
+        lines(result.log.begin() + 7, result.log.end()),
+        (lines{"seg: bad", "info: get children nodes", "info: # children [1]", "info: get children names",
+               "err: readFR: inode 0x19", "err: no child names", R"(inode not found for \dir\bad)"}));
+    // The children are known now and their names are tried again.
+    const lookup again = find(LR"(\dir\bad)");
+    EXPECT_EQ(lines(again.log.begin() + 5, again.log.end()),
+              (lines{"seg: bad", "info: get children names", "err: readFR: inode 0x19", "err: no child names",
+                     R"(inode not found for \dir\bad)"}));
+}
+
+// The states in which a directory can be in the cache.
+
+TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheAndHasNoIndexFindsNone) {
+    m_volume.root().without_index();
+    const lookup result = find(LR"(\a)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(result.log, (lines{R"(anal: \a)", "root dir", "seg: a", "info: get children nodes",
+                                 "info: none found", R"(inode not found for \a)"}));
+    EXPECT_TRUE(ntfs().m_path_cache.empty());
+}
+
+TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheFailsWhenItsIndexFailsInPart) {
+    // The root gives a child, and the allocation then fails the directory.
+    m_volume.add_file("a");
+    m_volume.root().without_index();
+    m_volume.root().attribute(
+        attribute_builder::resident(0x90, build_index_root({name_entry(reference(24, 1), {.name = "a"})}))
+            .named("$I30"));
+    m_volume.root().attribute(
+        attribute_builder::non_resident(0xA0, runs({{40, 1}})).initialized(0).named("$I30"));
+    EXPECT_EQ(find(LR"(\a)").log.at(4), "info: none found");
+    // With an entry in the cache the result is not asked for.
+    ntfs().m_path_cache[5].m_entry = 5;
+    EXPECT_TRUE(find(LR"(\a)").found);
+}
+
+TEST_F(PathResolution, InADirectoryInTheCacheWithoutChildrenFindsNoNamesEither) {
+    m_volume.add_directory("dir").without_index();
+    const lookup result = find(LR"(\dir\a)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(lines(result.log.begin() + 7, result.log.end()),
+              (lines{"seg: a", "info: get children nodes", "info: # children [0]", "info: get children names",
+                     "err: no child names", R"(inode not found for \dir\a)"}));
+    const lookup again = find(LR"(\dir\a)");
+    EXPECT_EQ(again.log.at(6), "info: get children nodes") << "an empty directory is read again";
+}
+
+TEST_F(PathResolution, InADirectoryInTheCacheWithoutNamesReadsThem) {
+    m_volume.add_file("a");
+    ntfs().m_path_cache[5].m_children = {24};
+    const lookup result = find(LR"(\a)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.log, (lines{R"(anal: \a)", "root dir", "seg: a", "info: get children names",
+                                 "info: inode found for seg: a : 0x18"}));
+}
+
+TEST_F(PathResolution, InADirectoryInTheCacheWithNamesLooksNowhereElse) {
+    m_volume.add_file("a");
+    ntfs().m_path_cache[5].m_children = {24};
+    ntfs().m_path_cache[5].m_child_names = {{"made up", 24}};
+    EXPECT_EQ(entry_of(LR"(\MADE up)"), 24u);
+    EXPECT_EQ(entry_of(LR"(\a)"), 0u);
+}
+
+TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
+    const std::uint64_t outer = m_volume.add_directory("Outer").entry();
+    m_volume.add_directory("Gone").deleted_but_indexed();
+    m_volume.add_file("File.txt", outer);
+    ASSERT_TRUE(find(LR"(\Outer)").found);
+    path_cache& cache = ntfs().m_path_cache;
+    ASSERT_EQ(cache.size(), 3u);
+    const dir_cache_entry& root = cache.at(5);
+    EXPECT_EQ(root.m_entry, 5u);
+    EXPECT_EQ(root.m_parents, (std::set<std::uint64_t>{5}));
+    EXPECT_TRUE(root.m_is_dir);
+    EXPECT_FALSE(root.m_deleted);
+    EXPECT_EQ(std::vector<std::uint64_t>(root.m_children.begin(), root.m_children.end()),
+              (std::vector<std::uint64_t>{0, 5, 6, 24, 25}));
+    EXPECT_EQ(root.m_child_names, (std::map<std::string, std::uint64_t>{
+                                      {"$mft", 0}, {"$bitmap", 6}, {"outer", 24}, {"gone", 25}}))
+        << "the root lists itself, and passes over itself";
+    const dir_cache_entry& known = cache.at(24);
+    EXPECT_EQ(known.m_entry, 24u);
+    EXPECT_EQ(known.m_parents, (std::set<std::uint64_t>{5}));
+    EXPECT_TRUE(known.m_is_dir);
+    EXPECT_FALSE(known.m_deleted);
+    EXPECT_TRUE(known.m_children.empty());
+    EXPECT_TRUE(known.m_child_names.empty());
+    EXPECT_TRUE(cache.at(25).m_deleted);
+    ASSERT_TRUE(find(LR"(\Outer\file.txt)").found);
+    EXPECT_EQ(known.m_child_names, (std::map<std::string, std::uint64_t>{{"file.txt", 26}}));
+}
+
+TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
+    const std::uint64_t one = m_volume.add_directory("one").entry();
+    const std::uint64_t two = m_volume.add_directory("two").entry();
+    m_volume.add_directory("shared", one).hard_link("shared", two);
+    ASSERT_TRUE(find(LR"(\two\shared)").found);
+    ASSERT_TRUE(find(LR"(\one\shared)").found);
+    EXPECT_EQ(ntfs().m_path_cache.at(26).m_parents, (std::set<std::uint64_t>{two}));
+}
+
+TEST_F(PathResolution, OfAChildThatIsItsOwnDirectoryPassesOverIt) {
+    const std::uint64_t own = m_volume.add_directory("own").entry();
+    m_volume.file(own).extra_entry(name_entry(reference(own, 1), {.name = "own"}));
+    m_volume.add_file("a", own);
+    EXPECT_EQ(entry_of(LR"(\own\a)"), 25u);
+    EXPECT_EQ(entry_of(LR"(\own\own)"), 0u);
+}
+
+// Links.
+
+class Links : public PathResolution {
+  protected:
+    Links() {
+        m_volume.add_file("file", m_volume.add_directory("Sub", m_target).entry());
+        m_volume.add_file("top.txt");
+    }
+    file_builder& add_link(const char* name, const char* target, std::uint64_t parent = 5) {
+        return m_volume.add_directory(name, parent)
+            .reparse({.substitute_name = std::string(R"(\??\)") + target, .print_name = target});
+    }
+    std::uint64_t m_target =
+        m_volume.add_directory("Target").entry();  // 24, with "Sub" 25, "file" 26; "top.txt" 27
+};
+
+TEST_F(Links, InTheMiddleOfAPathRestartFromTheRootWithTheRestOfIt) {
+    add_link("link", R"(C:\Target)");
+    const lookup result = find(LR"(\link\Sub\file:stream)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 26u);
+    EXPECT_EQ(result.parent, 25u);
+    EXPECT_EQ(result.canonical, LR"(\C:\Target\Sub\file:stream)");
+    EXPECT_EQ(result.log, (lines{R"(anal: \link\Sub\file:stream)",
+                                 "root dir",
+                                 "seg: link",
+                                 "info: get children nodes",
+                                 "info: # children [6]",
+                                 "info: get children names",
+                                 "info: restart segments [link]",
+                                 "seg: target",
+                                 "info: cache lookup",
+                                 "info: inode found for seg: target : 0x18",
+                                 "seg: sub",
+                                 "info: get children nodes",
+                                 "info: # children [1]",
+                                 "info: get children names",
+                                 "info: inode found for seg: sub : 0x19",
+                                 "seg: file",
+                                 "info: get children nodes",
+                                 "info: # children [1]",
+                                 "info: get children names",
+                                 "info: inode found for seg: file : 0x1a"}));
+}
+
+TEST_F(Links, AtTheEndOfAPathLeadToTheirTarget) {
+    add_link("link", R"(C:\Target\Sub)");
+    const lookup result = find(LR"(link)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 25u);
+    EXPECT_EQ(result.parent, 24u);
+    EXPECT_EQ(result.canonical, LR"(C:\Target\Sub)");
+}
+
+TEST_F(Links, BelowADirectoryRestartFromTheRoot) {
+    add_link("link", R"(C:\Target\Sub)", m_target);
+    EXPECT_EQ(entry_of(LR"(\Target\link\file)"), 26u);
+}
+
+TEST_F(Links, ToAnotherVolumeAreResolvedOnThisOne) {
+    add_link("link", R"(X:\Target)");
+    EXPECT_EQ(entry_of(LR"(\link\Sub)"), 25u);
+}
+
+TEST_F(Links, WithoutADriveLetterBeginAtTheirFirstSegment) {
+    add_link("link", R"(\Target)");
+    const lookup result = find(LR"(\link\Sub)");
+    EXPECT_EQ(result.entry, 25u);
+    EXPECT_EQ(result.canonical, LR"(\Target\Sub)");
+}
+
+TEST_F(Links, SplitTheRestOfThePathAtBackslashesToo) {
+    add_link("link", R"(C:\Target)");
+    EXPECT_EQ(entry_of(LR"(link/Sub\file)"), 26u);
+}
+
+TEST_F(Links, DropTheStreamNameOfTheLinkItself) {
+    add_link("link", R"(C:\Target)");
+    EXPECT_EQ(find(LR"(\link:$I30)").canonical, LR"(\C:\Target)");
+}
+
+TEST_F(Links, AreNotFollowedUnlessAskedFor) {
+    const std::uint64_t link = add_link("link", R"(C:\Target)").entry();
+    const lookup result = find(LR"(\link)", false);
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, link);
+    EXPECT_EQ(result.canonical, LR"(\link)");
+    EXPECT_EQ(result.log.back(), "info: inode found for seg: link : 0x1c");
+}
+
+TEST_F(Links, MayLeadToLinks) {
+    add_link("one", R"(C:\two)");
+    add_link("two", R"(C:\Target)");
+    const lookup result = find(LR"(\one\Sub)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 25u);
+    EXPECT_EQ(std::count(result.log.begin(), result.log.end(), "info: restart segments [link]"), 2);
+}
+
+TEST_F(Links, ToTheRootAloneLeadToThemselvesAtTheEndOfAPath) {
+    const std::uint64_t link = add_link("link", R"(C:\)").entry();
+    const lookup result = find(LR"(\link)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, link) << "no segment is left that would lead anywhere else";
+    EXPECT_EQ(result.parent, 0u);
+    EXPECT_EQ(result.canonical, LR"(\C:)");
+    EXPECT_EQ(entry_of(LR"(\link\top.txt)"), 27u);
+}
+
+TEST_F(Links, WithoutAPrintNameLeaveTheRestOfThePath) {
+    m_volume.add_directory("link").reparse({.substitute_name = R"(\??\C:\Target)"});
+    const lookup result = find(LR"(\link\top.txt)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, 27u);
+    EXPECT_EQ(result.canonical, LR"(\top.txt)");
+}
+
+TEST_F(Links, ThatAreBrokenFailWithThePathThatWasAsked) {
+    add_link("link", R"(C:\Nowhere)");
+    const lookup result = find(LR"(\link\x)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(lines(result.log.end() - 5, result.log.end()),
+              (lines{"info: restart segments [link]", "seg: nowhere", "info: cache lookup",
+                     "err: no child nodes", R"(inode not found for \link\x)"}));
+}
+
+TEST_F(Links, ToThemselvesFailAfter64Restarts) {
+    add_link("link", R"(C:\link)");
+    const lookup result = find(LR"(\link\Sub)");
+    EXPECT_FALSE(result.found);
+    EXPECT_EQ(std::count(result.log.begin(), result.log.end(), "info: restart segments [link]"), 64);
+    EXPECT_EQ(lines(result.log.end() - 3, result.log.end()),
+              (lines{"seg: link", "info: cache lookup", R"(inode not found for \link\Sub)"}));
+}
+
+TEST_F(Links, ToEachOtherFail) {
+    add_link("one", R"(C:\two\x)");
+    add_link("two", R"(C:\one\x)");
+    EXPECT_FALSE(find(LR"(\one)").found);
+}
+
+TEST_F(Links, InARowOf64AreFollowed) {
+    volume_builder volume({.mft_entries = 128});
+    for (int i = 0; i < 64; ++i) {
+        const std::string target = R"(C:\link)" + std::to_string(i + 1);
+        volume.add_directory("link" + std::to_string(i))
+            .reparse({.substitute_name = target, .print_name = target});
+    }
+    const std::uint64_t end = volume.add_file("link64").entry();
+    opened_volume opened(volume);
+    const lookup result = resolve(&opened.ntfs(), LR"(\link0)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, end);
+}
+
+TEST_F(Links, WhoseRecordCanNoLongerBeReadAreNone) {
+    const std::uint64_t link = add_link("link", R"(C:\Target)").entry();
+    ASSERT_TRUE(find(LR"(\link)").found);
+    bytes image = m_volume.image();
+    image[m_volume.record_position(link)] = 0;
+    write_file(m_opened->path(), image);
+    const lookup result = find(LR"(\link)");
+    EXPECT_TRUE(result.found);
+    EXPECT_EQ(result.entry, link);
+}
+
+}  // namespace
+}  // namespace quarry::test
