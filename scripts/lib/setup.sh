@@ -12,7 +12,7 @@ QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 quarry_packages() {
     case $1 in
         build) echo g++ cmake ninja-build ;;
-        test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools \
+        test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools e2fsprogs \
             qemu-utils sleuthkit xz-utils attr util-linux coreutils ;;
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;
