@@ -199,7 +199,7 @@ bool categorize_attribute(entry_record& record, std::uint64_t entry, const attri
     if (at.is_null() || at.length() == 0 || at.length() > at.bytes().size()) {
         return false;
     }
-    const attribute own(at.bytes().clipped(0, at.length()));
+    const attribute own(at.own_bytes());
     const auto value = value_of(own);
     switch (own.type()) {
         case attr_attribute_list:

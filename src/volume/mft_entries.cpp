@@ -43,14 +43,14 @@ attribute find_attribute(byte_view record, std::uint32_t type, std::uint16_t id)
 mft_entries_ctx::mft_entries_ctx(CNtfs& ntfs, status_log& log)
     : m_ntfs(ntfs),
       m_log(log),
-      m_record_size(ntfs.get_mft_record_size()),
+      m_record_size(std::min(ntfs.get_mft_record_size(), longest_record)),
       m_bytes_per_sector(ntfs.get_bytes_per_sector()) {}
 
 bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry) {
     bad = false;
     std::int64_t mft_position = 0;
     RAW_DISK_IO* const disk = m_ntfs.get_disk();
-    if (!m_ntfs.validate(mft_position) || disk == nullptr || m_record_size > m_ntfs.source_size()) {
+    if (!m_ntfs.validate(mft_position) || disk == nullptr) {
         return false;
     }
     try {
@@ -75,8 +75,7 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
         bad = true;
         return true;
     }
-    const std::uint64_t limit = m_bytes_per_sector == 0 ? 0 : record.size() / m_bytes_per_sector + 1;
-    restore_sector_ends(record, m_bytes_per_sector, limit);
+    restore_sector_ends(record, m_bytes_per_sector, sector_end_limit(record.size(), m_bytes_per_sector));
     return true;
 }
 
@@ -140,7 +139,7 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
     record.list_non_resident = true;
     data_run_list decoded;
     cluster_run_list runs;
-    if (decode_runs(list.bytes().clipped(0, list.length()), decoded)) {
+    if (decode_runs(list.own_bytes(), decoded)) {
         to_cluster_runs(decoded, runs);
     }
     std::vector<std::uint8_t> clusters;

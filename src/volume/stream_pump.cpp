@@ -47,7 +47,7 @@ transfer_plan plan_transfer(const CNtfs& ntfs, const attr_item& item, bool raw) 
 void restore_index_blocks(std::span<std::uint8_t> transfer, std::uint32_t sector_size) {
     for (std::size_t at = 0; transfer.size() - at >= index_block_size; at += index_block_size) {
         restore_sector_ends(transfer.subspan(at, index_block_size), sector_size,
-                            sector_size == 0 ? 0 : index_block_size / sector_size + 1);
+                            sector_end_limit(index_block_size, sector_size));
     }
 }
 

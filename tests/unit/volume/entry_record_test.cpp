@@ -1,0 +1,305 @@
+#include "volume/entry_record.h"
+
+#include "support/attribute_builder.h"
+#include "support/attribute_values.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+constexpr std::uint64_t entry = 0x2A;
+
+// Sorts one attribute that ends its record, or has `behind` behind it there.
+bool sort(entry_record& record, const bytes& built, const bytes& behind = {}) {
+    const bytes rest = concat({built, behind});
+    bool is_list = true;
+    const bool ok = categorize_attribute(record, entry, attribute(byte_view(rest)), is_list);
+    EXPECT_FALSE(is_list);
+    return ok;
+}
+
+entry_record sorted(const attribute_builder& built) {
+    entry_record record;
+    EXPECT_TRUE(sort(record, built.build()));
+    return record;
+}
+
+const general_attribute& only_attribute(const entry_record& record) {
+    EXPECT_EQ(record.attributes.size(), 1u);
+    return record.attributes.begin()->second;
+}
+
+TEST(CategorizeAttribute, RefusesWhatIsNotWhollyInsideItsRecord) {
+    entry_record record;
+    const bytes built = attribute_builder::resident(0x80, to_bytes("abc")).build();
+    bool is_list = true;
+    EXPECT_FALSE(categorize_attribute(record, entry, attribute(), is_list));
+    EXPECT_FALSE(is_list);
+    for (std::size_t size = 1; size < built.size(); ++size) {
+        EXPECT_FALSE(sort(record, bytes(built.begin(), built.begin() + static_cast<std::ptrdiff_t>(size))))
+            << size;
+    }
+    EXPECT_FALSE(sort(record, attribute_builder::resident(0x80, to_bytes("abc")).length(0).build()));
+    EXPECT_TRUE(record.attributes.empty());
+    EXPECT_TRUE(sort(record, built));
+}
+
+TEST(CategorizeAttribute, LeavesAnAttributeListToTheCaller) {
+    entry_record record;
+    const bytes list = attribute_builder::resident(0x20, pattern(32)).build();
+    bool is_list = false;
+    EXPECT_TRUE(categorize_attribute(record, entry, attribute(byte_view(list)), is_list));
+    EXPECT_TRUE(is_list);
+    EXPECT_TRUE(record.attributes.empty());
+}
+
+struct label_row {
+    std::uint32_t type;
+    const char* label;
+    std::size_t value_size;
+};
+class Labels : public ::testing::TestWithParam<label_row> {};
+
+TEST_P(Labels, StandInTheGeneralForm) {
+    const label_row& row = GetParam();
+    const entry_record record =
+        sorted(attribute_builder::resident(row.type, pattern(row.value_size)).id(7).named("n"));
+    EXPECT_EQ(only_attribute(record).label, row.label);
+    EXPECT_EQ(only_attribute(record).name, L"n");
+    EXPECT_EQ(record.attributes.begin()->first, (std::uint64_t{7} << 48) | row.type);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, Labels,
+    ::testing::Values(label_row{0x40, "obj id", 16}, label_row{0x50, "security descr", 20},
+                      label_row{0x60, "vol name", 8}, label_row{0x70, "vol info", 12},
+                      label_row{0x80, "ads", 5}, label_row{0x90, "indx root", 32},
+                      label_row{0xA0, "indx alloc", 8}, label_row{0xB0, "bitmap", 8},
+                      label_row{0xD0, "extended attribs info", 8}, label_row{0xE0, "extended attribs", 8},
+                      label_row{0xF0, "property set", 8}, label_row{0x100, "logged stream", 8},
+                      label_row{0x110, "unk", 8}, label_row{0x08, "unk", 8}, label_row{0x1000, "unk", 8}));
+
+TEST(CategorizeAttribute, LabelsUnnamedData) {
+    const entry_record record = sorted(attribute_builder::resident(0x80, to_bytes("abc")).id(3));
+    EXPECT_EQ(only_attribute(record).label, "unnamed data");
+    EXPECT_TRUE(record.has_unnamed_data);
+    EXPECT_EQ(record.unnamed_data_key, attribute_key(0x80, 3));
+    EXPECT_FALSE(sorted(attribute_builder::resident(0x80, to_bytes("abc")).named("x")).has_unnamed_data);
+    EXPECT_FALSE(sorted(attribute_builder::resident(0xB0, to_bytes("abc"))).has_unnamed_data);
+}
+
+TEST(CategorizeAttribute, KeepsTheBytesOfTheWholeAttribute) {
+    const bytes built = attribute_builder::resident(0x80, to_bytes("abc")).build();
+    entry_record record;
+    ASSERT_TRUE(sort(record, built, pattern(40)));
+    EXPECT_EQ(only_attribute(record).bytes, built);
+}
+
+TEST(CategorizeAttribute, DecodesTheRunsOfANonResidentAttribute) {
+    for (const std::uint32_t type : {0x50u, 0x80u, 0x90u, 0xA0u, 0xB0u, 0xD0u, 0xE0u, 0xF0u, 0x100u, 0x60u}) {
+        const entry_record record = sorted(attribute_builder::non_resident(type, {{100, 8}, {hole, 2}}));
+        const cluster_run_list& runs = only_attribute(record).runs.list();
+        ASSERT_EQ(runs.size(), 2u) << type;
+        EXPECT_EQ(runs[0].lcn, 100u);
+        EXPECT_EQ(runs[0].length, 8u);
+        EXPECT_TRUE(runs[1].sparse);
+    }
+}
+
+// Names.
+
+TEST(CategorizeAttribute, ReadsANameThatEndsWithItsRecord) {
+    const bytes built = attribute_builder::resident(0x80, {}).named("abcd").build();
+    ASSERT_EQ(built.size(), 32u) << "the name is the last thing in the attribute";
+    entry_record record;
+    ASSERT_TRUE(sort(record, built));
+    EXPECT_EQ(only_attribute(record).name, L"abcd");
+}
+
+TEST(CategorizeAttribute, ReadsANameBehindTheAttributeAsLongAsTheRecordHoldsIt) {
+    entry_record record;
+    const bytes built =
+        attribute_builder::resident(0x80, to_bytes("abcdefgh")).force(9, 1, 2).force(10, 2, 32).build();
+    ASSERT_TRUE(sort(record, built, ntfs_name("xy").on_disk()));
+    EXPECT_EQ(only_attribute(record).name, L"xy");
+}
+
+// Of a name that the record's end cuts, the part that exists is read; only the count of units is compared.
+TEST(CategorizeAttribute, ReadsThePartOfANameThatItsRecordHolds) {
+    const bytes built = attribute_builder::resident(0x80, {}).named("abcdefgh").force(9, 1, 12).build();
+    ASSERT_EQ(built.size(), 40u);
+    entry_record record;
+    ASSERT_TRUE(sort(record, built));
+    EXPECT_EQ(only_attribute(record).name, L"abcdefgh") << "24 + 12 is not above 40";
+    entry_record longer;
+    ASSERT_TRUE(
+        sort(longer, attribute_builder::resident(0x80, {}).named("abcdefgh").force(9, 1, 17).build()));
+    EXPECT_EQ(only_attribute(longer).name, L"") << "24 + 17 is";
+    EXPECT_EQ(only_attribute(longer).label, "ads");
+}
+
+TEST(CategorizeAttribute, ReadsNoNameAtOffsetZero) {
+    EXPECT_EQ(only_attribute(sorted(attribute_builder::resident(0x80, {}).named("ab").force(10, 2, 0))).name,
+              L"");
+}
+
+// Each kind.
+
+TEST(CategorizeAttribute, KeepsStandardInformationUnderItsId) {
+    standard_information value;
+    value.security_id = 5;
+    const entry_record record = sorted(attribute_builder::resident(0x10, value.build()).id(4).flags(1));
+    ASSERT_EQ(record.std_infos.size(), 1u);
+    EXPECT_EQ(record.std_infos.begin()->first, 4u);
+    EXPECT_EQ(record.std_infos.begin()->second.bytes, value.build());
+    EXPECT_EQ(record.std_infos.begin()->second.flags, 1u);
+    EXPECT_EQ(record.std_infos.begin()->second.judgement, "");
+    EXPECT_TRUE(record.attributes.empty());
+}
+
+TEST(CategorizeAttribute, KeepsAtMost72BytesOfStandardInformation) {
+    EXPECT_EQ(sorted(attribute_builder::resident(0x10, pattern(100))).std_infos.begin()->second.bytes.size(),
+              72u);
+    EXPECT_EQ(sorted(attribute_builder::resident(0x10, pattern(48))).std_infos.begin()->second.bytes.size(),
+              48u);
+}
+
+TEST(CategorizeAttribute, JudgesAZeroTimeAsNull) {
+    for (int which = 0; which < 4; ++which) {
+        standard_information value;
+        std::uint64_t* const times[] = {&value.times.created, &value.times.modified, &value.times.mft_changed,
+                                        &value.times.accessed};
+        *times[which] = 0;
+        EXPECT_EQ(
+            sorted(attribute_builder::resident(0x10, value.build())).std_infos.begin()->second.judgement,
+            "null");
+        file_name name;
+        name.times = value.times;
+        EXPECT_EQ(
+            sorted(attribute_builder::resident(0x30, name.build())).file_names.begin()->second.judgement,
+            "null");
+    }
+}
+
+TEST(CategorizeAttribute, JudgesNoTimeAsTooLate) {
+    standard_information value;
+    value.times.created = ~std::uint64_t{0};
+    EXPECT_EQ(sorted(attribute_builder::resident(0x10, value.build())).std_infos.begin()->second.judgement,
+              "");
+}
+
+TEST(CategorizeAttribute, KeepsTheFirstOfTwoOfOneId) {
+    entry_record record;
+    ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 1)).build()));
+    ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 2)).build()));
+    EXPECT_EQ(record.std_infos.at(0).bytes, pattern(48, 1));
+}
+
+class NeedsAValue : public ::testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(NeedsAValue, OrIsPassedOver) {
+    const std::uint32_t type = GetParam();
+    for (const auto& built : {attribute_builder::resident(type, pattern(80)).force(16, 4, 0),
+                              attribute_builder::resident(type, pattern(80)).force(20, 2, 0),
+                              attribute_builder::non_resident(type, {{100, 4}})}) {
+        const entry_record record = sorted(built);
+        EXPECT_TRUE(record.std_infos.empty());
+        EXPECT_TRUE(record.file_names.empty());
+        EXPECT_TRUE(record.volume_infos.empty());
+        EXPECT_TRUE(record.object_ids.empty());
+        EXPECT_TRUE(record.reparse_points.empty());
+        EXPECT_TRUE(record.attributes.empty());
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Types, NeedsAValue, ::testing::Values(0x10, 0x30, 0x40, 0x70, 0xC0));
+
+TEST(CategorizeAttribute, KeepsAFileNameUnderParentNameAndEntry) {
+    file_name name;
+    name.parent = reference(0x1234, 9);
+    name.name = "Caf\xC3\xA9";
+    const entry_record record = sorted(attribute_builder::resident(0x30, name.build()).id(2));
+    ASSERT_EQ(record.file_names.size(), 1u);
+    EXPECT_EQ(record.file_names.begin()->first, "00001234_Caf\xC3\xA9_0000002a");
+    EXPECT_EQ(record.file_names.begin()->second.bytes, name.build());
+    EXPECT_EQ(record.file_names.begin()->second.id, 2u);
+    EXPECT_TRUE(record.attributes.empty());
+}
+
+TEST(FileNameKey, HasAtLeastEightDigits) {
+    EXPECT_EQ(file_name_key(0x123456789ABC, "n", 0), "123456789abc_n_00000000");
+    EXPECT_EQ(file_name_key(5, "", 0xFFFFFFFF), "00000005__ffffffff");
+}
+
+TEST(CategorizeAttribute, KeepsAFileNameCutAtEveryLength) {
+    file_name name;
+    name.name = "name";
+    const bytes value = name.build();
+    for (std::size_t size = 1; size <= value.size(); ++size) {
+        const entry_record record = sorted(attribute_builder::resident(
+            0x30, bytes(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(size))));
+        ASSERT_EQ(record.file_names.size(), 1u);
+        const std::string cut = size < 66 ? "" : std::string("name").substr(0, (size - 66) / 2);
+        const std::string parent = size < 8 ? "00000000" : "00000005";
+        EXPECT_EQ(record.file_names.begin()->first, parent + "_" + cut + "_0000002a") << size;
+    }
+}
+
+TEST(CategorizeAttribute, PassesOverAnObjectIdBelow16Bytes) {
+    EXPECT_TRUE(sorted(attribute_builder::resident(0x40, pattern(15))).attributes.empty());
+    const entry_record record = sorted(attribute_builder::resident(0x40, pattern(16)).id(3));
+    EXPECT_EQ(record.object_ids.at(3).length, 16u);
+    EXPECT_EQ(record.object_ids.at(3).bytes, pattern(16));
+    EXPECT_EQ(record.attributes.size(), 1u);
+}
+
+TEST(CategorizeAttribute, KeepsAtMost64BytesOfAnObjectId) {
+    const entry_record record = sorted(attribute_builder::resident(0x40, pattern(100)));
+    EXPECT_EQ(record.object_ids.at(0).length, 100u);
+    const bytes value = pattern(100);
+    EXPECT_EQ(record.object_ids.at(0).bytes, bytes(value.begin(), value.begin() + 64));
+}
+
+TEST(CategorizeAttribute, KeepsTheVolumeName) {
+    EXPECT_EQ(sorted(attribute_builder::resident(0x60, ntfs_name("Data").on_disk()).id(1)).volume_names.at(1),
+              L"Data");
+    EXPECT_EQ(sorted(attribute_builder::resident(0x60, ntfs_name("Data").on_disk()).named("other"))
+                  .volume_names.at(0),
+              L"other");
+    EXPECT_EQ(sorted(attribute_builder::resident(0x60, {})).volume_names.at(0), L"") << "never passed over";
+}
+
+TEST(CategorizeAttribute, KeepsTheVersionOfTheVolume) {
+    const entry_record record =
+        sorted(attribute_builder::resident(0x70, concat({volume_information(3, 1), pattern(4)})).id(6));
+    EXPECT_EQ(record.volume_infos.at(6).version_text, "ver: 3:1 (WinXP)");
+    EXPECT_EQ(record.volume_infos.at(6).bytes, volume_information(3, 1));
+    EXPECT_EQ(record.attributes.size(), 1u);
+}
+
+TEST(CategorizeAttribute, KeepsTheFirst16BytesOfAnIndexRoot) {
+    const bytes value = pattern(40);
+    const entry_record record = sorted(attribute_builder::resident(0x90, value).id(2));
+    EXPECT_EQ(record.index_roots.at(2), bytes(value.begin(), value.begin() + 16));
+    EXPECT_EQ(only_attribute(record).view().value().to_vector(), value);
+    EXPECT_TRUE(sorted(attribute_builder::resident(0x90, {})).index_roots.at(0).empty())
+        << "never passed over";
+}
+
+TEST(CategorizeAttribute, KeepsTheNameThatAReparsePointShows) {
+    reparse_point link;
+    link.substitute_name = "\\??\\C:\\target";
+    link.print_name = "C:\\target";
+    const entry_record record = sorted(attribute_builder::resident(0xC0, link.build()).id(2));
+    EXPECT_EQ(record.reparse_points.at(2), L"C:\\target");
+    EXPECT_EQ(only_attribute(record).label, "reparse point");
+    reparse_point nameless;
+    nameless.tag = 0x80000013;
+    EXPECT_TRUE(sorted(attribute_builder::resident(0xC0, nameless.build())).attributes.empty())
+        << "passed over";
+}
+
+}  // namespace
+}  // namespace quarry::test
