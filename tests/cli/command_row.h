@@ -1,0 +1,82 @@
+// Command lines as rows of a table: what is typed, and what it prints on both streams, logs, makes and
+// returns.
+//
+// A row runs in a directory of its own, which "@" stands for in its words and expectations. The sources of
+// scene.h that its words name are in there, and an empty directory "@/out". Each row is run with a status
+// log, as root and as an ordinary user, or as the one that it asks for.
+#pragma once
+
+#include "support/temp_dir.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+enum class who { anyone, root, ordinary };
+
+// How far a run came.
+enum class stage {
+    refused,  // its options could not be parsed
+    ran       // a copy was tried
+};
+
+struct row {
+    std::string name;  // a sentence
+    std::vector<std::string> words;
+    who user = who::anyone;
+    stage reached = stage::ran;
+    int status = 0;
+    std::string out = {};  // behind the header
+    std::string err = {};  // without the emptying of the status line at the end
+    // Lines of the log behind the header, without those of path lookups and of the exit status.
+    std::vector<std::string> log = {};
+    // All of "@/out" afterwards, by name: files to the byte, and texts in which "@" has its meaning.
+    std::map<std::string, std::string> files = {};
+    std::map<std::string, std::string> texts = {};
+    std::string input = {};
+    std::map<std::string, std::string> environment = {};
+    bool quiet = false;  // `words` hold -quiet
+};
+
+// A row, run as one kind of user.
+struct command {
+    row what;
+    who user;
+};
+void PrintTo(const command& value, std::ostream* out);
+
+[[nodiscard]] std::vector<command> commands(const std::vector<row>& rows);
+[[nodiscard]] std::string command_name(const testing::TestParamInfo<command>& info);
+
+class command_rows : public testing::TestWithParam<command> {
+  protected:
+    void SetUp() override;
+    // Runs the row and compares everything with what it says.
+    void expect_row();
+
+  private:
+    [[nodiscard]] std::string in_place(std::string text) const;
+    [[nodiscard]] std::vector<std::string> arguments() const;
+    [[nodiscard]] std::string expected_log(const std::string& header) const;
+    [[nodiscard]] std::string actual_log() const;
+    [[nodiscard]] std::map<std::string, std::string> files_made() const;
+    void expect_files() const;
+
+    temp_dir m_dir;
+};
+
+}  // namespace quarry::test
+
+// Runs a table of rows under a name.
+#define QUARRY_COMMAND_TABLE(name, rows)                                                      \
+    class name : public quarry::test::command_rows {};                                        \
+    TEST_P(name, row) {                                                                       \
+        expect_row();                                                                         \
+    }                                                                                         \
+    INSTANTIATE_TEST_SUITE_P(commands, name, testing::ValuesIn(quarry::test::commands(rows)), \
+                             quarry::test::command_name)

@@ -1,0 +1,155 @@
+#include "cli/scene.h"
+
+#include "support/disk_builder.h"
+#include "support/volume_builder.h"
+
+#include <functional>
+#include <map>
+
+namespace quarry::test {
+
+namespace {
+
+constexpr std::uint64_t volume_sector = 2048;
+constexpr std::int64_t holes_lcn = 200;
+
+std::string text_of(const bytes& content) {
+    return {content.begin(), content.end()};
+}
+
+bytes volume() {
+    volume_builder built;
+    built.add_file("a.txt").data("hello world\n").stream("Note", "named stream\n");
+    const std::uint64_t windows = built.add_directory("Windows").entry();
+    built.add_file("notepad.exe", windows).data(to_bytes(notepad_content()));
+    built.add_file("empty.txt").data("");
+    file_times undated;
+    undated.modified = 0;
+    built.add_file("undated.txt").data("undated").times(undated);
+    built.add_file("packed.txt")
+        .data(runs({{hole, 2}}), {.real = 5000})
+        .stored_stream("WofCompressedData", to_bytes(packed_content()));
+    built.add_file("holes.bin").data(runs({{holes_lcn, 1}, {hole, 1}, {holes_lcn + 1, 3}}), {.real = 20000});
+    built.write_clusters(holes_lcn, to_bytes(holes_without_hole()));
+    file_builder& many = built.add_directory("many").index_in_blocks();
+    built.add_file("b.txt", many.entry()).data("b\n");
+    return built.image();
+}
+
+std::uint32_t sectors_of(const bytes& content) {
+    return static_cast<std::uint32_t>(content.size() / 512);
+}
+
+// A disk with one volume of a type at sector 2048, and whatever else its table says.
+bytes disk_with(std::vector<table_slot> slots, std::uint64_t cut_sectors = 0) {
+    const bytes content = volume();
+    slots.push_back({0x07, volume_sector, sectors_of(content)});
+    return disk_builder(volume_sector + sectors_of(content) - cut_sectors)
+        .table(0, slots)
+        .put(volume_sector,
+             bytes(content.begin(), content.end() - static_cast<std::ptrdiff_t>(cut_sectors * 512)))
+        .image();
+}
+
+// The volume behind a FAT partition, and a second volume behind it.
+bytes two_volumes() {
+    const bytes content = volume();
+    const std::uint32_t size = sectors_of(content);
+    return disk_builder(4096 + size)
+        .table(0, {{0x0C, 63, 1000}, {0x07, volume_sector, size}, {0x07, 4096, size}})
+        .put(63, fat32_boot_sector(1000))
+        .put(volume_sector, content)
+        .put(4096, content)
+        .image();
+}
+
+// The first sectors are lost; a table is left at sector 100, 1,948 sectors ahead of the volume.
+bytes damaged_disk() {
+    const bytes content = volume();
+    return disk_builder(volume_sector + sectors_of(content))
+        .table(100, {{0x07, 1948, sectors_of(content)}})
+        .put(volume_sector, content)
+        .image();
+}
+
+bytes gpt_disk() {
+    const bytes content = volume();
+    const std::uint64_t last = volume_sector + sectors_of(content) - 1;
+    return disk_builder(last + 34)
+        .gpt({{volume_sector, last, "Basic data partition"}})
+        .put(volume_sector, content)
+        .image();
+}
+
+const std::map<std::string, std::function<bytes()>>& sources() {
+    static const std::map<std::string, std::function<bytes()>> known = {
+        {"disk", volume},
+        {"disk_cut",
+         [] {
+             const bytes whole = volume();
+             return bytes(whole.begin(), whole.end() - 4096);
+         }},
+        {"mbr", [] { return disk_with({}); }},
+        {"mbr_cut", [] { return disk_with({}, 8); }},
+        {"mbr_outside",
+         [] {
+             return disk_with({{0x07, 0x100000, 8}});
+         }},
+        {"two", two_volumes},
+        {"gpt", gpt_disk},
+        {"damaged", damaged_disk},
+        {"fat",
+         [] {
+             return disk_builder(2000).table(0, {{0x0C, 63, 1000}}).put(63, fat32_boot_sector(1000)).image();
+         }},
+        {"no_table", [] { return disk_builder(2048).table(0, {}).image(); }},
+        {"zeros", [] { return bytes(1 << 20); }},
+        {"empty", [] { return bytes(); }},
+        {"one_byte", [] { return bytes{0xEB}; }},
+        {"511_bytes",
+         [] {
+             const bytes whole = volume();
+             return bytes(whole.begin(), whole.begin() + 511);
+         }},
+        {"513_bytes",
+         [] {
+             const bytes whole = volume();
+             return bytes(whole.begin(), whole.begin() + 513);
+         }},
+    };
+    return known;
+}
+
+}  // namespace
+
+bool make_source(const std::string& name, const std::filesystem::path& path) {
+    const auto found = sources().find(name);
+    if (found == sources().end()) {
+        return false;
+    }
+    write_file(path, found->second());
+    return true;
+}
+
+std::string notepad_content() {
+    return text_of(pattern(100'000, 3));
+}
+
+std::string packed_content() {
+    return text_of(pattern(5'000, 5));
+}
+
+std::string head_of_disk(std::size_t size) {
+    return text_of(volume()).substr(0, size);
+}
+
+std::string holes_without_hole() {
+    return text_of(pattern(16'384, 7));
+}
+
+std::string holes_content() {
+    const std::string stored = holes_without_hole();
+    return (stored.substr(0, 4096) + std::string(4096, '\0') + stored.substr(4096)).substr(0, 20'000);
+}
+
+}  // namespace quarry::test
