@@ -14,11 +14,12 @@ namespace quarry::test {
 
 class opened_volume {
   public:
-    explicit opened_volume(const volume_builder& volume) : opened_volume(volume.image()) {}
+    explicit opened_volume(const volume_builder& volume, security_loader load_security = nullptr)
+        : opened_volume(volume.image(), load_security) {}
     // Throws std::runtime_error if the bytes are not accepted as a volume.
-    explicit opened_volume(const bytes& image) {
+    explicit opened_volume(const bytes& image, security_loader load_security = nullptr) {
         write_file(path(), image);
-        if (!open_by_image(path().wstring(), 0, m_ntfs, false, nullptr)) {
+        if (!open_by_image(path().wstring(), 0, m_ntfs, false, load_security)) {
             throw std::runtime_error("the image does not open as a volume");
         }
     }
