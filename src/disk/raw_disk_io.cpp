@@ -1,6 +1,7 @@
 #include "disk/raw_disk_io.h"
 
 #include "disk/positioned_read.h"
+#include "disk/vmdk_disk.h"
 #include "foundation/ql_string.h"
 #include "foundation/uni_fileio.h"
 
@@ -12,6 +13,7 @@
 #include <span>
 #include <stdexcept>
 #include <unistd.h>
+#include <utility>
 
 namespace quarry {
 
@@ -66,11 +68,26 @@ RAW_DISK_IO::RAW_DISK_IO(std::int32_t drive_number, bool writable, bool suppress
     m_ok = kind != source_kind_drive || open_drive(drive_number);
 }
 
-RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::wstring>& /*vmdk_files*/, bool writable, bool /*check_only*/)
-    : m_writable(writable), m_kind(source_kind_virtual_disk) {}
+RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::wstring>& vmdk_files, bool writable, bool check_only)
+    : m_writable(writable), m_kind(source_kind_virtual_disk) {
+    if (check_only) {
+        return;
+    }
+    auto disk = std::make_unique<vmdk_disk>(writable);
+    if (!disk->add_files(vmdk_files) || !disk->link()) {
+        return;
+    }
+    m_vmdk = std::move(disk);
+    m_path_utf8 = m_vmdk->m_base->m_path_utf8;
+    m_fd = m_vmdk->m_base->m_fd;
+    m_size = m_vmdk->m_base->capacity_bytes();
+    m_bytes_per_sector = default_bytes_per_sector;
+    m_ok = true;
+}
 
 RAW_DISK_IO::~RAW_DISK_IO() {
-    if (m_fd != -1) {
+    // The descriptor of a virtual disk belongs to its base file.
+    if (m_fd != -1 && !m_vmdk) {
         ::close(m_fd);
     }
 }
@@ -121,6 +138,8 @@ bool RAW_DISK_IO::read(void* buffer, std::uint64_t& length, std::uint64_t offset
         case 2:
         case source_kind_drive:
             return read_in_sectors(bytes, length, offset);
+        case source_kind_virtual_disk:
+            return m_vmdk && m_vmdk->read(buffer, offset, length);
         default:
             return false;
     }
@@ -130,6 +149,9 @@ bool RAW_DISK_IO::read_whole(void* buffer, std::uint64_t length, std::uint64_t o
     if (buffer == nullptr || !m_ok || m_fd == -1 || length == 0 || offset >= m_size ||
         length > m_size - offset) {
         return false;
+    }
+    if (m_kind == source_kind_virtual_disk) {
+        return m_vmdk && m_vmdk->read_whole(buffer, offset, length);
     }
     const bool is_drive = m_kind == source_kind_drive;
     if (m_kind != source_kind_path && !is_drive) {
@@ -208,7 +230,7 @@ std::uint64_t RAW_DISK_IO::origin() const {
 }
 
 std::uint64_t RAW_DISK_IO::virtual_disk_offset() const {
-    return 0;
+    return m_vmdk ? m_vmdk->disk_offset() : 0;
 }
 
 }  // namespace quarry

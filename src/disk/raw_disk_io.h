@@ -10,10 +10,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace quarry {
+
+class vmdk_disk;
 
 // What RAW_DISK_IO::m_kind says about the source.
 inline constexpr std::uint32_t source_kind_path = 0;
@@ -32,7 +35,8 @@ class RAW_DISK_IO {
     // kind 5 leave the object unusable, kinds other than 3 and 5 usable with nothing opened, so that reads
     // fail.
     RAW_DISK_IO(std::int32_t drive_number, bool writable, bool suppress_open, std::uint32_t kind);
-    // A virtual disk from its files, kind 4.
+    // A virtual disk from its files, in any order, as kind 4. The object is usable if the files make one
+    // whole chain; its size is that of the base disk. `check_only` opens nothing and leaves it unusable.
     RAW_DISK_IO(const std::vector<std::wstring>& vmdk_files, bool writable, bool check_only);
     RAW_DISK_IO(const RAW_DISK_IO&) = delete;
     RAW_DISK_IO& operator=(const RAW_DISK_IO&) = delete;
@@ -58,9 +62,11 @@ class RAW_DISK_IO {
     void set_origin(std::int32_t sectors, std::uint32_t offset_low, std::uint32_t offset_high);
     // The recorded offset, as far as it was kept; 0 when none was recorded.
     [[nodiscard]] std::uint64_t origin() const;
-    // Byte offset of the first volume that a virtual disk reported; 0 for any other source.
+    // Byte offset of the first partition that a virtual disk reported; 0 for any other source.
     [[nodiscard]] std::uint64_t virtual_disk_offset() const;
 
+    // The chain of files behind a virtual disk; null for any other source.
+    std::unique_ptr<vmdk_disk> m_vmdk;
     // The number that a drive was opened by, otherwise -1.
     std::int32_t m_drive_number = -1;
     std::int32_t m_origin_sectors = -1;

@@ -1,4 +1,10 @@
 // The first pass over a list of VMDK files: is it a whole chain, and what would make it one?
+//
+// A user names the files of a chain, in any order. A snapshot names its parent by content ID, and by a hint:
+// the path where the parent was when the snapshot was taken, on whatever machine that was. When a parent is
+// not in the list, the hint tells where to look, there or beside the listed files. What is found is suggested
+// and looked at in turn, so that one run tells all that is missing. Such a list never passes: the user is to
+// name every file of the chain.
 #pragma once
 
 #include <sstream>
@@ -7,6 +13,10 @@
 
 namespace quarry {
 
+// True when the files of `list` form a chain, and also when a parent is missing by its content ID but a
+// listed file bears the hinted name; opening the chain for real refuses such a list. `suggested` becomes
+// `list` and the parents that were worked out. `stream` gets the words for the user; words of earlier passes
+// give way to later ones.
 [[nodiscard]] bool check_list(const std::vector<std::wstring>& list, std::ostringstream& stream,
                               std::vector<std::wstring>& suggested);
 

@@ -1,36 +1,84 @@
 // A chain of sparse VMDK files that acts as one disk.
+//
+// A base disk and the snapshots taken from it form a chain: each snapshot names its parent by content ID.
+// What was written after a snapshot stands in the newer file, so a read goes to the newest file that holds
+// the grain, then down to the base; a grain that no file holds was never written and reads as zeros. A read
+// never fails for what is on the disk: grains that cannot be read are zeros too.
 #pragma once
+
+#include "disk/vmdk_file.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace quarry {
 
-class vmdk_file;
+// The parent's content ID that makes a file the base of a chain. Compared as it stands: in quotes, in
+// capitals or with a carriage return behind it, it is the ID of a file that is missing.
+inline constexpr const char* cid_of_no_parent = "ffffffff";
 
 class vmdk_disk {
   public:
-    explicit vmdk_disk(bool writable);
+    explicit vmdk_disk(bool writable) : m_writable(writable) {}
     vmdk_disk(const vmdk_disk&) = delete;
     vmdk_disk& operator=(const vmdk_disk&) = delete;
-    ~vmdk_disk();
+    ~vmdk_disk() = default;
 
+    // Opens files and keeps each under its content ID, the first of those that share one. False at the first
+    // that is no sparse file or cannot be opened.
     [[nodiscard]] bool add_files(const std::vector<std::wstring>& list);
     [[nodiscard]] bool add_file(const std::wstring& path);
+
+    // Makes the chain out of the files. False if there is no base, or a parent that is not among them.
     [[nodiscard]] bool link();
+
+    // Reads `length` bytes from byte `offset` of the disk on into `buffer`, which holds that many. False for
+    // a chain that is not ready, a null buffer, a length of 0, and a range that leaves 64 bits; `length` and
+    // the buffer are then as before. Otherwise every byte of the buffer is filled.
     [[nodiscard]] bool read(void* buffer, std::uint64_t offset, std::uint64_t& length);
+
+    // The same for readers that join several small reads into one: true only if each small read within the
+    // range would have given the same bytes, and no file failed to give what it holds. After false the buffer
+    // holds anything.
+    [[nodiscard]] bool read_whole(void* buffer, std::uint64_t offset, std::uint64_t length);
+
+    // Byte offset of the first partition that the base file's first sector names, of whatever type; 0 if it
+    // names none or the chain is not ready.
     [[nodiscard]] std::uint64_t disk_offset() const;
 
-    std::map<std::string, std::unique_ptr<vmdk_file>> m_files;
-    vmdk_file* m_newest = nullptr;
+    std::map<std::string, std::unique_ptr<vmdk_file>> m_files;  // by content ID
+    vmdk_file* m_newest = nullptr;                              // where reads begin
     vmdk_file* m_base = nullptr;
     bool m_writable = false;
     bool m_ready = false;
-    std::vector<vmdk_file*> m_chain;
+    std::vector<vmdk_file*> m_chain;  // the base first, then each child
+
+  private:
+    // Where an offset of the disk is found.
+    struct place {
+        vmdk_file* m_holder = nullptr;  // null if no file holds it
+        std::uint64_t m_position = 0;   // in the holder
+        std::uint64_t m_chunk = 0;  // bytes from the offset on that are read from there without another look
+    };
+
+    [[nodiscard]] place place_of(std::uint64_t offset);
+    void find_neighbourhood(std::uint64_t offset);
+    [[nodiscard]] std::uint64_t bytes_in_row(const place& first, std::uint64_t offset, std::uint64_t limit);
+    [[nodiscard]] bool fill_grain_by_grain(std::span<std::uint8_t> out, std::uint64_t offset);
+    [[nodiscard]] bool fill(std::span<std::uint8_t> out, std::uint64_t offset);
+
+    // The last place that was looked up: its holder and position at m_known.m_begin, and the offsets around
+    // it for which every file of the chain answers alike.
+    grain_span m_known;
+    vmdk_file* m_known_holder = nullptr;
+    std::uint64_t m_known_position = 0;
+    // A byte of the disk is the same wherever the read that brings it begins. It need not be where grains of
+    // different sizes meet: a read goes on to the end of the grain it found, over a newer file's smaller one.
+    bool m_reads_join = false;
 };
 
 }  // namespace quarry

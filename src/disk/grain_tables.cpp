@@ -1,0 +1,123 @@
+#include "disk/grain_tables.h"
+
+#include <algorithm>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::uint64_t entry_bytes = 4;
+
+}  // namespace
+
+bool read_grain_directory(std::vector<std::uint32_t>& out, const vmdk_header& header,
+                          const metadata_source& file) {
+    out.clear();
+    const std::uint64_t metadata_bytes = header.overhead() * vmdk_sector_size;
+    const std::optional<std::uint64_t> begin = vmdk_sectors_in_bytes(header.grain_directory_offset());
+    if (metadata_bytes == 0 || metadata_bytes != low_32_bits(metadata_bytes) || !begin ||
+        *begin + entry_bytes > metadata_bytes) {
+        return false;
+    }
+    std::vector<std::uint8_t> bytes(entry_bytes);
+    if (file.m_read(bytes, *begin) == -1) {
+        return false;
+    }
+    const std::uint64_t end = byte_view(bytes).u32_or_zero(0) * vmdk_sector_size;
+    if (end > metadata_bytes) {
+        return false;
+    }
+    // A directory that its own entries place beyond the end of the file has no entries there.
+    const std::uint64_t existing_end = std::min(end, file.m_size);
+    if (existing_end <= *begin) {
+        return true;
+    }
+    bytes.resize((existing_end - *begin) / entry_bytes * entry_bytes);
+    if (file.m_read(bytes, *begin) == -1) {
+        return false;
+    }
+    out.reserve(bytes.size() / entry_bytes);
+    for (std::uint64_t offset = 0; offset < bytes.size(); offset += entry_bytes) {
+        out.push_back(byte_view(bytes).u32_or_zero(offset));
+    }
+    return true;
+}
+
+// The bytes that hold all tables, each byte in one range: tables that touch or overlap share one.
+void grain_tables::plan_ranges(std::vector<std::uint32_t> sectors, std::uint64_t table_bytes,
+                               std::uint64_t file_size) {
+    std::sort(sectors.begin(), sectors.end());
+    std::uint64_t stored = 0;
+    for (const std::uint32_t sector : sectors) {
+        const std::uint64_t begin = sector * vmdk_sector_size;
+        const std::uint64_t end = std::min(begin + table_bytes, file_size);
+        if (begin >= end) {
+            continue;
+        }
+        if (m_ranges.empty() || begin > m_ranges.back().m_end) {
+            m_ranges.push_back({begin, begin, stored, begin});
+        }
+        kept_range& range = m_ranges.back();
+        stored += std::max(end, range.m_end) - range.m_end;
+        range.m_end = std::max(end, range.m_end);
+    }
+    m_store.resize(stored);
+}
+
+void grain_tables::read_range(kept_range& range, const metadata_source& file) {
+    const auto store = std::span(m_store).subspan(range.m_stored_at, range.m_end - range.m_begin);
+    std::uint64_t done = 0;
+    // Each turn adds bytes or is the last. No bytes and no error: the file has become shorter, and the rest
+    // is zeros.
+    while (done < store.size()) {
+        const std::int64_t count = file.m_read(store.subspan(done), range.m_begin + done);
+        if (count < 0) {
+            range.m_failed_from = range.m_begin + done;
+            return;
+        }
+        if (count == 0) {
+            break;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    range.m_failed_from = range.m_end;
+}
+
+void grain_tables::read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
+                        const metadata_source& file) {
+    m_ranges.clear();
+    plan_ranges(directory, entries_per_table * entry_bytes, file.m_size);
+    for (kept_range& range : m_ranges) {
+        read_range(range, file);
+    }
+    const auto failed = [this](std::uint32_t sector) {
+        const std::uint64_t position = sector * vmdk_sector_size;
+        const kept_range* range = range_of(position);
+        return range != nullptr && position >= range->m_failed_from;
+    };
+    const auto end = std::find_if(directory.begin(), directory.end(), failed);
+    m_size = static_cast<std::size_t>(end - directory.begin());
+}
+
+const grain_tables::kept_range* grain_tables::range_of(std::uint64_t position) const {
+    const auto behind = std::upper_bound(
+        m_ranges.begin(), m_ranges.end(), position,
+        [](std::uint64_t wanted, const kept_range& range) { return wanted < range.m_begin; });
+    if (behind == m_ranges.begin() || position >= std::prev(behind)->m_end) {
+        return nullptr;
+    }
+    return &*std::prev(behind);
+}
+
+std::uint32_t grain_tables::entry(std::uint32_t table_sector, std::uint64_t index) const {
+    const std::uint64_t position = table_sector * vmdk_sector_size + index * entry_bytes;
+    const kept_range* range = range_of(position);
+    if (range == nullptr) {
+        return 0;
+    }
+    const std::uint64_t offset = range->m_stored_at + (position - range->m_begin);
+    const std::uint64_t width = std::min(entry_bytes, range->m_end - position);
+    return low_32_bits(byte_view(m_store).number_of_width(offset, static_cast<unsigned>(width)));
+}
+
+}  // namespace quarry

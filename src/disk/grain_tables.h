@@ -1,0 +1,70 @@
+// The grain directory and the grain tables of a sparse VMDK file.
+//
+// The directory is a row of 32-bit numbers: the sector where each grain table begins. A table is a row of
+// 32-bit numbers again: the sector where each grain lies in the file, or 0. Nothing says how many entries the
+// directory has. In a monolithic file the tables follow it directly, so it ends where its own first entry
+// says that the first table begins.
+//
+// All entries of all tables stay in memory, because each read of the disk looks at them. They are kept as the
+// bytes of the file that hold them, each byte once: tables that a damaged directory puts over each other, or
+// beyond the end of the file, cost no more than the file has. What lies beyond its end reads as zeros.
+#pragma once
+
+#include "disk/vmdk_layout.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+namespace quarry {
+
+// The file that metadata is read from.
+struct metadata_source {
+    std::uint64_t m_size = 0;
+    // Fills the span with bytes from a file position on, zeros where the file has none. Returns how many were
+    // read, or -1 if an error came before the first.
+    std::function<std::int64_t(std::span<std::uint8_t>, std::uint64_t)> m_read;
+};
+
+// Reads the directory that a header tells of. False if the header's numbers cannot be: metadata of no bytes
+// or of 4 GiB and more, a directory or a first table behind the metadata. `out` is empty after false, and
+// also where the first table does not begin behind the directory.
+[[nodiscard]] bool read_grain_directory(std::vector<std::uint32_t>& out, const vmdk_header& header,
+                                        const metadata_source& file);
+
+class grain_tables {
+  public:
+    // Reads the tables of a directory, with so many entries each. A table that cannot be read ends the work;
+    // those in front of it in the directory stay.
+    void read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
+              const metadata_source& file);
+
+    // How many tables there are, from the start of the directory.
+    [[nodiscard]] std::size_t size() const { return m_size; }
+    [[nodiscard]] bool empty() const { return m_size == 0; }
+
+    // An entry of the table that begins at a sector which the directory names: the sector of a grain, or 0.
+    // An index behind the table's end gives 0 or what lies there.
+    [[nodiscard]] std::uint32_t entry(std::uint32_t table_sector, std::uint64_t index) const;
+
+  private:
+    // Bytes of the file that are kept: those from m_begin up to m_end, in m_store from m_stored_at on.
+    struct kept_range {
+        std::uint64_t m_begin = 0;
+        std::uint64_t m_end = 0;
+        std::uint64_t m_stored_at = 0;
+        std::uint64_t m_failed_from = 0;  // m_end if all of it was read
+    };
+
+    void plan_ranges(std::vector<std::uint32_t> sectors, std::uint64_t table_bytes, std::uint64_t file_size);
+    void read_range(kept_range& range, const metadata_source& file);
+    [[nodiscard]] const kept_range* range_of(std::uint64_t position) const;
+
+    std::vector<kept_range> m_ranges;  // ascending, apart from each other
+    std::vector<std::uint8_t> m_store;
+    std::size_t m_size = 0;
+};
+
+}  // namespace quarry
