@@ -135,7 +135,8 @@ void command_rows::SetUp() {
     fs::permissions(m_dir / "out", fs::perms::all);
     fs::create_directory(m_dir / "locked");
     fs::permissions(m_dir / "locked", static_cast<fs::perms>(0555));
-    for (const std::string& word : GetParam().what.words) {
+    for (std::string word : GetParam().what.words) {
+        std::erase(word, '"');
         if (word.starts_with("@/")) {
             make_source(word.substr(2), m_dir / word.substr(2));
         }

@@ -143,6 +143,12 @@ std::string head_of_disk(std::size_t size) {
     return text_of(volume()).substr(0, size);
 }
 
+std::string file_table() {
+    const volume_builder built;
+    const std::size_t begin = built.mft_lcn() * built.cluster_size();
+    return head_of_disk(begin + built.shape().mft_entries * built.shape().record_size).substr(begin);
+}
+
 std::string holes_without_hole() {
     return text_of(pattern(16'384, 7));
 }

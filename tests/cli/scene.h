@@ -27,6 +27,8 @@ bool make_source(const std::string& name, const std::filesystem::path& path);
 [[nodiscard]] std::string packed_content();
 // The first `size` bytes of a source.
 [[nodiscard]] std::string head_of_disk(std::size_t size);
+// What the file table of the volume holds.
+[[nodiscard]] std::string file_table();
 // The content of /holes.bin: with the hole as zeros, and the stored clusters alone.
 [[nodiscard]] std::string holes_content();
 [[nodiscard]] std::string holes_without_hole();
