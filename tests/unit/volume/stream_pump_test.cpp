@@ -1,0 +1,592 @@
+#include "volume/stream_pump.h"
+
+#include "support/capturing_log.h"
+#include "support/opened_volume.h"
+#include "support/slow_stream.h"
+#include "volume/attribute.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using lines = std::vector<std::string>;
+constexpr std::uint64_t cluster = 4096;
+constexpr std::uint64_t volume_clusters = 160;
+
+bytes patterned_image(std::uint32_t sectors_per_cluster = 8) {
+    geometry shape;
+    shape.sectors_per_cluster = sectors_per_cluster;
+    shape.mft_entries = 8;
+    shape.total_clusters = volume_clusters;
+    volume_builder volume(shape);
+    volume.write_clusters(40, pattern((volume_clusters - 40) * sectors_per_cluster * 512, 17));
+    return volume.image();
+}
+
+attr_item resident_item(bytes value) {
+    attr_item item;
+    item.type = attr_data;
+    item.value_size = static_cast<std::uint32_t>(value.size());
+    item.value = std::move(value);
+    return item;
+}
+
+// A stream in clusters, its sizes those of its runs on clusters of 4096 bytes.
+attr_item stored_item(const run_list& runs) {
+    attr_item item;
+    item.type = attr_data;
+    item.non_resident = true;
+    std::uint64_t vcn = 0;
+    for (const run& each : runs) {
+        const bool sparse = each.lcn == hole;
+        item.runs.push_back({.lcn = sparse ? 0 : static_cast<std::uint64_t>(each.lcn),
+                             .vcn = vcn,
+                             .sparse = sparse,
+                             .length = static_cast<std::uint32_t>(each.length)});
+        vcn += each.length;
+    }
+    item.allocated = item.real = item.initialized = vcn * cluster;
+    return item;
+}
+
+// The same with one size for real and initialized.
+attr_item stored_item(const run_list& runs, std::uint64_t size) {
+    attr_item item = stored_item(runs);
+    item.real = item.initialized = size;
+    return item;
+}
+
+struct pumped {
+    bool ok = false;
+    bytes out;
+    std::uint64_t bytes_copied = 0;
+    std::string md5;
+    lines log;
+};
+
+pumped pump(CNtfs* ntfs, attr_item& item, const pump_rules& rules = {}) {
+    pumped got;
+    std::ostringstream out;
+    capturing_log log;
+    pump_context context{.log = log, .bytes_copied = 99};
+    got.md5 = "old";
+    got.ok = pump_stream(ntfs, item, out, rules, got.md5, context);
+    got.out = to_bytes(out.str());
+    got.bytes_copied = context.bytes_copied;
+    got.log = log.lines;
+    return got;
+}
+
+// A stream buffer that notes each write and takes as many bytes as it is told.
+class counting_buffer : public std::streambuf {
+  public:
+    explicit counting_buffer(std::size_t room = std::numeric_limits<std::size_t>::max()) : m_room(room) {}
+    std::vector<std::size_t> writes;
+    std::size_t taken = 0;
+
+  protected:
+    std::streamsize xsputn(const char* /*text*/, std::streamsize count) override {
+        writes.push_back(static_cast<std::size_t>(count));
+        const std::size_t accepted = std::min(m_room - taken, static_cast<std::size_t>(count));
+        taken += accepted;
+        return static_cast<std::streamsize>(accepted);
+    }
+
+  private:
+    std::size_t m_room;
+};
+
+bytes part(const bytes& text, std::uint64_t from, std::uint64_t count) {
+    const auto at = text.begin() + static_cast<std::ptrdiff_t>(from);
+    return {at, at + static_cast<std::ptrdiff_t>(count)};
+}
+
+class PumpStream : public ::testing::Test {
+  protected:
+    bytes m_image = patterned_image();
+    opened_volume m_volume{m_image};
+
+    [[nodiscard]] bytes clusters(std::uint64_t lcn, std::uint64_t count) const {
+        return part(m_image, lcn * cluster, count * cluster);
+    }
+    pumped pump(attr_item item, const pump_rules& rules = {}) {
+        return test::pump(&m_volume.ntfs(), item, rules);
+    }
+};
+
+// Resident values.
+
+TEST_F(PumpStream, WritesAResidentStreamOf100BytesAtOnce) {
+    attr_item item = resident_item(pattern(100));
+    counting_buffer buffer;
+    std::ostream out(&buffer);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_TRUE(pump_stream(&m_volume.ntfs(), item, out, {}, md5, context));
+    EXPECT_EQ(buffer.writes, (std::vector<std::size_t>{100}));
+    EXPECT_EQ(context.bytes_copied, 100u);
+    EXPECT_EQ(log.lines, (lines{"info: data size 0x64"}));
+}
+
+TEST_F(PumpStream, WritesAResidentStreamTheSameWhateverTheRules) {
+    for (const pump_rules& rules : {pump_rules{.raw = true}, pump_rules{.skip_sparse = true},
+                                    pump_rules{.raw = true, .skip_sparse = true, .include_slack = true}}) {
+        const pumped got = pump(resident_item(pattern(100)), rules);
+        EXPECT_TRUE(got.ok);
+        EXPECT_EQ(got.out, pattern(100));
+        EXPECT_EQ(got.bytes_copied, 100u);
+    }
+}
+
+TEST_F(PumpStream, FailsForAnEmptyResidentValueAndTellsItsSize) {
+    const pumped got = pump(resident_item({}), {.want_md5 = true});
+    EXPECT_FALSE(got.ok);
+    EXPECT_EQ(got.bytes_copied, 0u);
+    EXPECT_EQ(got.log, (lines{"info: data size 0x0"}));
+    EXPECT_EQ(got.md5, "00000000000000000000000000000000");
+}
+
+TEST_F(PumpStream, HasNoDataInAValueThatWasNotKept) {
+    attr_item item = resident_item({});
+    item.value_size = 1024;
+    const pumped got = pump(item, {.want_md5 = true});
+    EXPECT_FALSE(got.ok);
+    EXPECT_EQ(got.log, (lines{"err: no data"}));
+    EXPECT_EQ(got.md5, "");
+}
+
+TEST_F(PumpStream, HasNoDataInAStreamWithoutRuns) {
+    const pumped got = pump(stored_item({}, 100));
+    EXPECT_FALSE(got.ok);
+    EXPECT_EQ(got.log, (lines{"err: no data"}));
+}
+
+// What it begins with.
+
+TEST_F(PumpStream, RefusesANullVolumeWithoutAWord) {
+    attr_item item = resident_item(pattern(10));
+    const pumped got = test::pump(nullptr, item, {.want_md5 = true});
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(got.log.empty());
+    EXPECT_EQ(got.bytes_copied, 0u);
+    EXPECT_EQ(got.md5, "");
+}
+
+TEST_F(PumpStream, TellsOfNoDataAheadOfANullVolume) {
+    attr_item item = stored_item({});
+    EXPECT_EQ(test::pump(nullptr, item).log, (lines{"err: no data"}));
+}
+
+TEST_F(PumpStream, RefusesAStreamThatIsNotGoodWithoutAWord) {
+    attr_item item = resident_item(pattern(10));
+    std::ostream out(nullptr);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_FALSE(pump_stream(&m_volume.ntfs(), item, out, {}, md5, context));
+    EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(PumpStream, ClearsAnOldErrorOfTheStream) {
+    attr_item item = resident_item(pattern(10));
+    std::ostringstream out;
+    out.setstate(std::ios::failbit | std::ios::badbit);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_TRUE(pump_stream(&m_volume.ntfs(), item, out, {}, md5, context));
+    EXPECT_EQ(out.str().size(), 10u);
+}
+
+// Streams in clusters.
+
+TEST_F(PumpStream, EndsInsideTheLastClusterAtTheRealSize) {
+    attr_item item = stored_item({{50, 2}}, 5000);
+    counting_buffer buffer;
+    std::ostream out(&buffer);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_TRUE(pump_stream(&m_volume.ntfs(), item, out, {}, md5, context));
+    EXPECT_EQ(buffer.writes, (std::vector<std::size_t>{5000}));
+    EXPECT_EQ(context.bytes_copied, 5000u);
+    EXPECT_EQ(log.lines, (lines{"info: data size 0x1388"}));
+    EXPECT_EQ(pump(stored_item({{50, 2}}, 5000)).out, part(clusters(50, 2), 0, 5000));
+}
+
+TEST_F(PumpStream, WritesTheAllocatedSizeWithRaw) {
+    const pumped got = pump(stored_item({{50, 2}}, 5000), {.raw = true});
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, clusters(50, 2));
+    EXPECT_EQ(got.bytes_copied, 8192u);
+    EXPECT_EQ(got.log, (lines{"info: data size 0x2000"}));
+}
+
+// Clusters beyond the initialized size go out as they stand on the disk.
+TEST_F(PumpStream, WritesWhatTheClustersHoldBeyondTheInitializedSize) {
+    attr_item item = stored_item({{50, 3}}, 10000);
+    item.initialized = 5000;
+    const pumped got = pump(item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, part(clusters(50, 3), 0, 10000));
+}
+
+TEST_F(PumpStream, TakesTheLargerOfTheRealAndTheInitializedSize) {
+    attr_item item = stored_item({{50, 3}}, 10000);
+    item.real = 5000;
+    EXPECT_EQ(pump(item).out.size(), 10000u);
+}
+
+TEST_F(PumpStream, FailsForAnEmptyStreamWithRunsAndTellsItsSize) {
+    const pumped got = pump(stored_item({{50, 2}}, 0), {.want_md5 = true});
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(got.out.empty());
+    EXPECT_EQ(got.log, (lines{"info: data size 0x0"}));
+    EXPECT_EQ(got.md5, "00000000000000000000000000000000");
+}
+
+TEST_F(PumpStream, EndsWithTheRunsWhereTheyAreShorterThanTheSize) {
+    const pumped got = pump(stored_item({{50, 2}}, 100000));
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, clusters(50, 2));
+    EXPECT_EQ(got.log, (lines{"info: data size 0x186a0"})) << "the size, not what there is of it";
+}
+
+TEST_F(PumpStream, WritesZerosForAHole) {
+    const pumped got = pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000));
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, part(concat({clusters(50, 1), bytes(4096, 0), clusters(51, 3)}), 0, 20000));
+}
+
+// 15,904 bytes up to the cut of the range's end, then the 480 bytes of the last cluster behind it.
+TEST_F(PumpStream, LeavesAHoleOutAndTakesTheSlackOfTheLastClusterForIt) {
+    attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000);
+    counting_buffer buffer;
+    std::ostream out(&buffer);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_TRUE(pump_stream(&m_volume.ntfs(), item, out, {.skip_sparse = true}, md5, context));
+    EXPECT_EQ(buffer.writes, (std::vector<std::size_t>{15904, 480}));
+    EXPECT_EQ(context.bytes_copied, 16384u);
+    EXPECT_EQ(pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000), {.skip_sparse = true}).out,
+              clusters(50, 4));
+}
+
+TEST_F(PumpStream, TakesTheHolesOutOfTheItemsRuns) {
+    attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000);
+    ASSERT_TRUE(test::pump(&m_volume.ntfs(), item, {.skip_sparse = true}).ok);
+    EXPECT_EQ(item.runs.size(), 2u);
+    EXPECT_EQ(test::pump(&m_volume.ntfs(), item).out, clusters(50, 4))
+        << "a second pump sees the shorter list";
+}
+
+TEST_F(PumpStream, WritesTheStoredClustersOfTheAllocatedSizeWithRawAndHolesLeftOut) {
+    const pumped got =
+        pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 100), {.raw = true, .skip_sparse = true});
+    EXPECT_EQ(got.out, clusters(50, 4));
+    const pumped zeros = pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 100), {.raw = true});
+    EXPECT_EQ(zeros.out, concat({clusters(50, 1), bytes(4096, 0), clusters(51, 3)}));
+}
+
+TEST_F(PumpStream, WritesNothingOfAStreamThatIsAllHolesWhenTheyAreLeftOut) {
+    const pumped got = pump(stored_item({{hole, 4}}), {.skip_sparse = true});
+    EXPECT_TRUE(got.ok);
+    EXPECT_TRUE(got.out.empty());
+    EXPECT_EQ(pump(stored_item({{hole, 4}})).out, bytes(4 * cluster, 0));
+}
+
+TEST_F(PumpStream, EndsAheadOfAClusterThatCannotBeReadAndCountsAsDone) {
+    // The run leaves the volume behind its second cluster.
+    const pumped got = pump(stored_item({{volume_clusters - 2, 100}}), {.want_md5 = true});
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, clusters(volume_clusters - 2, 2));
+    EXPECT_EQ(got.bytes_copied, 8192u);
+    EXPECT_EQ(got.log, (lines{"info: data size 0x64000"}));
+    EXPECT_NE(got.md5, "00000000000000000000000000000000");
+}
+
+TEST_F(PumpStream, WritesNothingWhereTheFirstClusterCannotBeReadAndCountsAsDone) {
+    const pumped got = pump(stored_item({{volume_clusters + 5, 4}}), {.want_md5 = true});
+    EXPECT_TRUE(got.ok);
+    EXPECT_TRUE(got.out.empty());
+    EXPECT_EQ(got.md5, "d41d8cd98f00b204e9800998ecf8427e") << "the digest of no bytes";
+}
+
+TEST_F(PumpStream, EndsAtAVcnWithoutARun) {
+    attr_item item = stored_item({{50, 2}, {60, 2}});
+    item.runs[1].vcn = 3;
+    const pumped got = pump(item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, clusters(50, 2));
+}
+
+TEST_F(PumpStream, AddsTheSlackOfTheAllocatedSizeWhenAskedTo) {
+    const pumped got = pump(stored_item({{50, 3}}, 5000), {.include_slack = true});
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, clusters(50, 3));
+    EXPECT_EQ(got.bytes_copied, 3 * cluster);
+    attr_item large = stored_item({{45, 100}}, 65536 + 10);
+    EXPECT_EQ(pump(large, {.include_slack = true}).out, clusters(45, 100));
+}
+
+// Flags.
+
+TEST_F(PumpStream, CopiesTheStoredBytesOfAStreamFlaggedCompressedAndSparse) {
+    attr_item item = stored_item({{50, 4}, {hole, 12}});
+    item.flags = attr_flag_compressed | attr_flag_sparse;
+    item.unit = 4;
+    item.compressed = 4 * cluster;
+    EXPECT_EQ(pump(item).out, concat({clusters(50, 4), bytes(12 * cluster, 0)}));
+}
+
+TEST_F(PumpStream, CopiesTheStoredBytesOfAnEncryptedStream) {
+    attr_item item = stored_item({{50, 4}});
+    item.flags = attr_flag_encrypted;
+    EXPECT_EQ(pump(item).out, clusters(50, 4));
+}
+
+TEST_F(PumpStream, TakesAStreamForCompressedByFlagUnitAndCompressedSizeTogether) {
+    // Sixteen clusters that begin with a chunk header: made plain they give one chunk of zeros.
+    bytes image = m_image;
+    std::fill_n(image.begin() + 50 * cluster, 4096, std::uint8_t{0});
+    image[50 * cluster] = 0x00;
+    image[50 * cluster + 1] = 0xB0;
+    opened_volume volume(image);
+    attr_item item = stored_item({{50, 1}, {hole, 15}});
+    item.flags = attr_flag_compressed;
+    item.unit = 4;
+    item.compressed = cluster;
+    const auto size_of = [&](const attr_item& given, const pump_rules& rules) {
+        attr_item copy = given;
+        return test::pump(&volume.ntfs(), copy, rules).out.size();
+    };
+    EXPECT_EQ(size_of(item, {}), 4096u);
+    EXPECT_EQ(size_of(item, {.skip_sparse = true}), 4096u) << "holes are part of a compressed stream";
+    EXPECT_EQ(size_of(item, {.raw = true}), 65536u);
+    EXPECT_EQ(size_of(item, {.raw = true, .skip_sparse = true}), 4096u) << "the stored cluster";
+    attr_item no_unit = item;
+    no_unit.unit = 0;
+    EXPECT_EQ(size_of(no_unit, {}), 65536u);
+    attr_item no_size = item;
+    no_size.compressed = 0;
+    EXPECT_EQ(size_of(no_size, {}), 65536u);
+    attr_item other_unit = item;
+    other_unit.unit = 9;
+    EXPECT_EQ(size_of(other_unit, {}), 4096u) << "whatever the unit is";
+}
+
+// Digest.
+
+TEST_F(PumpStream, DigestsWhatItWrites) {
+    EXPECT_EQ(pump(resident_item(to_bytes("abc")), {.want_md5 = true}).md5,
+              "900150983cd24fb0d6963f7d28e17f72");
+    // The MD5 of 4096 zeros.
+    EXPECT_EQ(pump(stored_item({{hole, 1}}), {.want_md5 = true}).md5, "620f0b67a91f7f74151bc5be745b7110");
+    EXPECT_EQ(pump(resident_item(to_bytes("abc"))).md5, "") << "not wanted";
+}
+
+TEST_F(PumpStream, CopiesWithTheRulesOfItsThinForms) {
+    std::ostringstream out;
+    capturing_log log;
+    pump_context context{.log = log};
+    attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 5000);
+    EXPECT_TRUE(copy_to_stream(&m_volume.ntfs(), item, out, true, true, context));
+    EXPECT_EQ(to_bytes(out.str()), clusters(50, 4));
+    std::ostringstream hashed;
+    std::string md5;
+    attr_item abc = resident_item(to_bytes("abc"));
+    EXPECT_TRUE(copy_hashed(&m_volume.ntfs(), abc, hashed, false, false, true, md5, context));
+    EXPECT_EQ(md5, "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_TRUE(copy_hashed(&m_volume.ntfs(), abc, hashed, false, false, false, md5, context));
+    EXPECT_EQ(md5, "");
+}
+
+// A stream that takes no more.
+
+TEST_F(PumpStream, CountsAsDoneWhenTheStreamTakesNoMore) {
+    attr_item item = stored_item({{hole, 10000}});
+    counting_buffer buffer(100000);
+    std::ostream out(&buffer);
+    capturing_log log;
+    pump_context context{.log = log};
+    std::string md5;
+    EXPECT_TRUE(pump_stream(&m_volume.ntfs(), item, out, {}, md5, context));
+    EXPECT_FALSE(out.good());
+    EXPECT_EQ(buffer.taken, 100000u);
+    EXPECT_LE(buffer.writes.size(), 2u) << "nothing more can arrive, so nothing more is read";
+}
+
+// Index blocks.
+
+TEST_F(PumpStream, PutsTheSectorEndsOfIndexBlocksBack) {
+    bytes protected_block = pattern(4096, 3);
+    byte_writer block(protected_block);
+    block.text(0, "INDX").u16(4, 0x28).u16(6, 9).u16(0x28, 0x0101);
+    for (std::size_t i = 1; i <= 8; ++i) {
+        block.u16(0x28 + 2 * i, 0xA000 + i).u16(i * 512 - 2, 0x0101);
+    }
+    byte_writer restored(block.content());
+    for (std::size_t i = 1; i <= 8; ++i) {
+        restored.u16(i * 512 - 2, 0xA000 + i);
+    }
+    bytes image = m_image;
+    std::copy(block.content().begin(), block.content().end(), image.begin() + 50 * cluster);
+    opened_volume volume(image);
+    attr_item item = stored_item({{50, 1}});
+    item.type = attr_index_allocation;
+    EXPECT_EQ(test::pump(&volume.ntfs(), item).out, restored.content());
+    EXPECT_EQ(test::pump(&volume.ntfs(), item, {.raw = true}).out, block.content());
+    item.type = attr_data;
+    EXPECT_EQ(test::pump(&volume.ntfs(), item).out, block.content());
+}
+
+TEST_F(PumpStream, LooksAtNoSignatureOfAnIndexBlock) {
+    bytes block(4096, 0x11);
+    byte_writer writer(block);
+    writer.u16(4, 0x100).u16(6, 2).u16(0x102, 0x2222);
+    bytes image = m_image;
+    std::copy(writer.content().begin(), writer.content().end(), image.begin() + 50 * cluster);
+    opened_volume volume(image);
+    attr_item item = stored_item({{50, 1}});
+    item.type = attr_index_allocation;
+    bytes expected = writer.content();
+    expected[510] = expected[511] = 0x22;
+    EXPECT_EQ(test::pump(&volume.ntfs(), item).out, expected);
+}
+
+TEST_F(PumpStream, RestoresNothingInABlockWithACountBelow2OrAPartOfABlock) {
+    for (const unsigned count : {0u, 1u}) {
+        bytes image = m_image;
+        image[50 * cluster + 6] = static_cast<std::uint8_t>(count);
+        image[50 * cluster + 7] = 0;
+        opened_volume volume(image);
+        attr_item item = stored_item({{50, 1}});
+        item.type = attr_index_allocation;
+        EXPECT_EQ(test::pump(&volume.ntfs(), item).out, part(image, 50 * cluster, cluster));
+    }
+    attr_item item = stored_item({{50, 1}}, 4095);
+    item.type = attr_index_allocation;
+    EXPECT_EQ(pump(item).out, part(clusters(50, 1), 0, 4095));
+}
+
+TEST_F(PumpStream, TakesNoByteFromOutsideABlockWhoseArrayReachesOutOfIt) {
+    for (const unsigned offset : {4090u, 4094u, 4095u, 4096u, 65535u}) {
+        bytes image = m_image;
+        image[50 * cluster + 4] = static_cast<std::uint8_t>(offset & 0xFF);
+        image[50 * cluster + 5] = static_cast<std::uint8_t>(offset >> 8);
+        image[50 * cluster + 6] = 0xFF;
+        image[50 * cluster + 7] = 0xFF;
+        opened_volume volume(image);
+        attr_item item = stored_item({{50, 2}}, 4096);
+        item.type = attr_index_allocation;
+        bytes expected = part(image, 50 * cluster, cluster);
+        // Words of the array that lie inside, each two bytes from the block's own end.
+        for (std::size_t word = 1; offset + 2 * word + 2 <= 4096 && word <= 8; ++word) {
+            expected[word * 512 - 2] = expected[offset + 2 * word];
+            expected[word * 512 - 1] = expected[offset + 2 * word + 1];
+        }
+        EXPECT_EQ(test::pump(&volume.ntfs(), item).out, expected) << offset;
+    }
+}
+
+// Beside the plain way.
+
+void expect_same_as_slow(CNtfs& ntfs, const attr_item& item, const pump_rules& rules) {
+    const slow_copy expected = slow_pump(ntfs, item, rules.raw, rules.skip_sparse, rules.include_slack);
+    attr_item copy = item;
+    const pumped got = pump(&ntfs, copy, rules);
+    ASSERT_EQ(got.ok, expected.ok);
+    ASSERT_EQ(got.out, expected.out);
+    ASSERT_EQ(got.bytes_copied, expected.bytes_copied);
+    ASSERT_EQ(got.log, expected.log);
+}
+
+attr_item random_item(std::mt19937& random, std::uint64_t cluster_size) {
+    attr_item item;
+    item.type = random() % 4 == 0 ? attr_index_allocation : attr_data;
+    item.non_resident = true;
+    std::uint64_t vcn = 0;
+    for (auto i = 1 + random() % 10; i > 0; --i) {
+        const bool sparse = random() % 4 == 0;
+        const auto length = static_cast<std::uint32_t>(random() % (random() % 4 == 0 ? 60 : 12));
+        const std::uint64_t lcn =
+            random() % 20 == 0 ? volume_clusters - 3 : random() % (volume_clusters - 20);
+        item.runs.push_back({.lcn = sparse ? 0 : lcn, .vcn = vcn, .sparse = sparse, .length = length});
+        vcn += length;
+    }
+    item.runs.push_back({.lcn = 45, .vcn = vcn, .sparse = false, .length = 2});
+    vcn += 2;
+    item.allocated = vcn * cluster_size;
+    item.real = random() % 3 == 0 ? item.allocated + random() % 9000 : 1 + random() % item.allocated;
+    item.initialized = random() % (item.real + 1);
+    return item;
+}
+
+void expect_same_on_random_items(CNtfs& ntfs, std::mt19937& random, int rounds) {
+    for (int round = 0; round < rounds; ++round) {
+        const attr_item item = random_item(random, static_cast<std::uint64_t>(ntfs.m_cluster_size));
+        expect_same_as_slow(ntfs, item, {});
+        expect_same_as_slow(ntfs, item, {.raw = true});
+        expect_same_as_slow(ntfs, item, {.skip_sparse = true});
+        expect_same_as_slow(ntfs, item, {.raw = true, .skip_sparse = true});
+        expect_same_as_slow(ntfs, item, {.include_slack = true});
+    }
+}
+
+TEST(PumpBesideThePlainOne, GivesTheSameOnRandomRuns) {
+    std::mt19937 random(1);
+    for (const std::uint32_t sectors : {1u, 2u, 8u}) {
+        opened_volume volume(patterned_image(sectors));
+        expect_same_on_random_items(volume.ntfs(), random, 60);
+    }
+}
+
+TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageCutShort) {
+    std::mt19937 random(2);
+    for (int cut = 0; cut < 12; ++cut) {
+        bytes image = patterned_image(1);
+        image.resize(20 * 1024 + random() % (image.size() - 20 * 1024));
+        opened_volume volume(image);
+        expect_same_on_random_items(volume.ntfs(), random, 12);
+    }
+}
+
+TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
+    std::mt19937 random(3);
+    for (int cut = 0; cut < 12; ++cut) {
+        opened_volume volume(patterned_image(1));
+        std::filesystem::resize_file(volume.path(), 20 * 1024 + random() % (50 * 1024));
+        expect_same_on_random_items(volume.ntfs(), random, 12);
+    }
+}
+
+TEST(PumpInManyRuns, CopiesAFileOfAMillionRuns) {
+    volume_builder volume({.sectors_per_cluster = 1, .mft_entries = 8, .total_clusters = 400});
+    volume.write_clusters(200, pattern(200 * 512, 5));
+    opened_volume opened(volume);
+    attr_item item;
+    item.type = attr_data;
+    item.non_resident = true;
+    for (std::uint64_t i = 0; i < 1000000; ++i) {
+        item.runs.push_back({.lcn = 200 + i * 7 % 200, .vcn = i, .sparse = false, .length = 1});
+    }
+    item.real = item.initialized = item.allocated = 512 * std::uint64_t{1000000};
+    counting_buffer buffer;
+    std::ostream out(&buffer);
+    capturing_log log;
+    pump_context context{.log = log};
+    EXPECT_TRUE(copy_to_stream(&opened.ntfs(), item, out, false, false, context));
+    EXPECT_EQ(buffer.taken, 512000000u);
+}
+
+}  // namespace
+}  // namespace quarry::test
