@@ -94,6 +94,7 @@ copy "Names in any script" mountain.txt '/Ünïcödé/pickaxe ⛏️ mountain �
     "${volume[@]}" -src '/Ünïcödé/pickaxe ⛏️ mountain 🏔️.txt'
 copy "Through a hard link" second-name.txt "/archive/second name.txt" "${volume[@]}" -src "/archive/second name.txt"
 copy "Through a junction" through-junction.txt /Shortcut/letter.txt "${volume[@]}" -src /Shortcut/letter.txt
+copy "A file that the file system compressed" bench.log /packed/bench.log "${volume[@]}" -src /packed/bench.log
 copy "A file in fragments" fragments.bin /fragments-a.bin "${volume[@]}" -src /fragments-a.bin
 
 quarry_say "holes"

@@ -1,7 +1,6 @@
 """Files whose attributes do not fit one record: many names, many streams, lists in the record and outside of it."""
 
 import os
-import struct
 
 from volumes import pattern
 
@@ -35,19 +34,10 @@ def reachable_streams(volume, entry):
     Attributes of different extension records may carry the same id, and a list of a file's attributes by type and
     id has room for one of them.
     """
-    attribute_list = volume.icat(f"{entry}-32")
-    items = []
-    at = 0
-    while at + 26 <= len(attribute_list):
-        kind, length, name_length, name_offset = struct.unpack_from("<IHBB", attribute_list, at)
-        reference, attribute_id = struct.unpack_from("<QH", attribute_list, at + 16)
-        name = attribute_list[at + name_offset:at + name_offset + 2 * name_length].decode("utf-16-le")
-        if kind == 0x80:
-            items.append((reference & 0xFFFFFFFFFFFF != entry, attribute_id, name))
-        at += length
+    data = [item for item in volume.attribute_list(entry) if item.kind == 0x80]
     found = {}
-    for _, attribute_id, name in sorted(items, key=lambda item: item[0]):
-        found.setdefault(attribute_id, name)
+    for item in sorted(data, key=lambda item: item.record != entry):
+        found.setdefault(item.attribute_id, item.name)
     return set(found.values())
 
 

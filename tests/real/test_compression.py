@@ -39,8 +39,12 @@ def test_copies_are_decompressed(compressed, quarry):
 
 
 def test_holes_are_kept_whatever_is_asked_for(compressed, quarry):
-    for name in ("zeros", "mixed"):
+    for name in ("mixed", "text", "one unit and a byte"):
         assert quarry.gated(compressed, f"/packed/{name}", "-skip_sparse_clusters") == CONTENTS[name], name
+
+
+def test_a_file_of_which_nothing_is_stored_counts_as_not_compressed_and_is_all_hole(compressed, quarry):
+    assert quarry.gated(compressed, "/packed/zeros", "-skip_sparse_clusters") == b""
 
 
 def test_a_raw_copy_is_not_decompressed(compressed, quarry):

@@ -44,18 +44,33 @@ def test_a_file_in_more_than_a_thousand_fragments(make_volume, quarry):
     assert quarry.read_entry(volume, entry) == content
 
 
-def test_a_named_stream_in_fragments(make_volume, quarry):
+def fragmented_stream(make_volume, clusters):
+    """A volume with a named stream of so many clusters in gaps, its content, and the entry."""
     volume = make_volume(size=16 * MIB)
-    content = pattern(300 * 4096 + 5)
+    content = pattern(clusters * 4096 - 5)
     with volume.mounted() as root:
         (root / "file").write_bytes(b"unnamed")
         leave_only_gaps(root, 500, 4096)
         with open(f"{root}/file:stream", "wb") as stream:
             stream.write(content)
         entry = (root / "file").stat().st_ino
-    assert fragments(volume, entry) > 200
+    assert fragments(volume, entry) > clusters // 2
+    return volume, content, entry
+
+
+def test_a_named_stream_in_fragments(make_volume, quarry):
+    volume, content, _ = fragmented_stream(make_volume, 100)
     assert quarry.read(volume, "/file:stream") == content
     assert quarry.read(volume, "/file") == b"unnamed"
+
+
+def test_a_named_stream_in_two_attributes_is_copied_as_far_as_the_one_with_the_higher_id(make_volume, quarry):
+    """Only the unnamed stream is put together from attributes with different ids."""
+    volume, content, entry = fragmented_stream(make_volume, 400)
+    pieces = [item for item in volume.attribute_list(entry) if item.name == "stream"]
+    assert len(pieces) == 2
+    assert pieces[0].lowest_vcn == 0 and pieces[0].attribute_id > pieces[1].attribute_id
+    assert quarry.read(volume, "/file:stream") == content[:pieces[1].lowest_vcn * 4096]
 
 
 def test_a_sparse_file_of_many_islands(make_volume, quarry):

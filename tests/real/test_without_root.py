@@ -44,5 +44,5 @@ def test_a_hashed_copy(filled, quarry, scratch):
 
 def test_system_files_by_name(filled, quarry):
     volume, _ = filled
-    for name, entry in (("$MFT", 0), ("$Bitmap", 6), ("$UpCase", 10)):
+    for name, entry in (("$MFTMirr", 1), ("$Bitmap", 6), ("$UpCase", 10)):
         assert quarry.read(volume, "/" + name) == volume.icat(f"{entry}-128"), name

@@ -12,6 +12,7 @@ import resource
 import shutil
 import struct
 import subprocess
+import typing
 
 import pytest
 
@@ -112,6 +113,14 @@ class Quarry:
         return content
 
 
+class ListItem(typing.NamedTuple):
+    kind: int
+    record: int
+    attribute_id: int
+    lowest_vcn: int
+    name: str
+
+
 class Volume:
     """One NTFS volume in an image file, sparse on the host."""
 
@@ -153,6 +162,18 @@ class Volume:
         """A stream by entry or entry-type-id, as the sleuthkit reads it."""
         need_tools("icat")
         return run_tool("icat", "-f", "ntfs", self.image, address)
+
+    def attribute_list(self, entry):
+        """The entries of an $ATTRIBUTE_LIST, in its order."""
+        stored = self.icat(f"{entry}-32")
+        items, at = [], 0
+        while at + 26 <= len(stored):
+            kind, length, name_length, name_offset, lowest_vcn, reference, attribute_id = struct.unpack_from(
+                "<IHBBQQH", stored, at)
+            name = stored[at + name_offset:at + name_offset + 2 * name_length].decode("utf-16-le")
+            items.append(ListItem(kind, reference & 0xFFFFFFFFFFFF, attribute_id, lowest_vcn, name))
+            at += length
+        return items
 
     def attribute_lines(self, entry):
         """The attribute lines of istat: "Type: $DATA (128-3)   Name: N/A   Non-Resident   size: 8192 ..."."""
