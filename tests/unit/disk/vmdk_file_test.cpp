@@ -422,11 +422,14 @@ TEST_F(VmdkFile, without_a_first_grain_the_files_own_header_is_taken_for_the_fir
     EXPECT_TRUE(m_file->m_volume_offsets.empty());
 }
 
-TEST_F(VmdkFile, an_extended_partition_that_links_to_itself_is_survived) {
-    vmdk_builder file;
-    file.put(0, table_sector({{7, 63, 100}, {5, 1, 100}}));
-    ASSERT_TRUE(open(file));
-    EXPECT_EQ(m_file->m_volume_offsets.size(), 2u);
+TEST_F(VmdkFile, an_extended_partition_whose_tables_are_not_in_the_first_sector_is_listed_and_not_followed) {
+    for (const std::uint32_t first : {1u, 63u, 511u, 512u, 0xFFFFFFFFu}) {
+        vmdk_builder file;
+        file.put(0, table_sector({{7, 63, 100}, {5, first, 100}}));
+        ASSERT_TRUE(open(file));
+        EXPECT_EQ(m_file->m_volume_offsets,
+                  (std::vector<std::uint64_t>{63 * 512, first * std::uint64_t{512}}));
+    }
 }
 
 TEST_F(VmdkFile, a_file_for_writing_is_opened_so) {
