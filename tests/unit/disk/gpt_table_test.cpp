@@ -3,6 +3,7 @@
 #include "support/byte_writer.h"
 #include "support/disk_builder.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -144,6 +145,52 @@ TEST(GptTable, with_more_entries_than_the_source_holds_is_refused_where_the_sour
         EXPECT_LT(made.reads, 2048u * 512 / 128 + 10) << size;
         EXPECT_EQ(made.longest_read, 16384u) << "no read is as large as an entry claims";
     }
+}
+
+// A disk of `size` bytes that begins with `head` and is zeros from there on.
+reading read_sparse(const bytes& head, std::uint64_t size) {
+    reading made;
+    bytes buffer;
+    const sector_source source = [&](std::uint64_t offset, std::uint64_t length) -> std::optional<byte_view> {
+        if (offset >= size) {
+            return std::nullopt;
+        }
+        ++made.reads;
+        buffer = byte_view(head).clipped(offset, length).to_vector();
+        buffer.resize(std::min(length, size - offset));
+        return byte_view(buffer);
+    };
+    made.result = read_gpt_table(made.list, source, size, false);
+    return made;
+}
+
+TEST(GptTable, is_looked_through_up_to_65536_entries_and_must_lie_inside_of_the_source_beyond) {
+    disk_builder disk(2048);
+    disk.gpt({{100, 199, "x"}}).force(header + 80, 4, 0xFFFFFFFF);
+    const bytes head = disk.image();
+    // 1,024 bytes ahead of the table, and the last of 2^32 - 1 entries of 128 bytes begins 128 before its
+    // end.
+    const std::uint64_t last_entry = 1024 + std::uint64_t{0xFFFFFFFE} * 128;
+    const reading fits = read_sparse(head, last_entry + 1);
+    EXPECT_TRUE(fits.result);
+    EXPECT_EQ(fits.list.size(), 1u);
+    EXPECT_LT(fits.reads, 65536u + 10);
+    EXPECT_FALSE(read_sparse(head, last_entry).result);
+    EXPECT_FALSE(read_sparse(head, 1024 + 65536 * 128).result) << "entry 65,536 is behind the source";
+    disk.force(header + 84, 4, 0xFFFFFFFF);
+    EXPECT_FALSE(read_sparse(disk.image(), ~std::uint64_t{0} >> 1).result) << "2^64 bytes of entries";
+}
+
+TEST(GptTable, finds_the_last_of_65536_entries_and_not_the_one_behind_it) {
+    disk_builder disk(20000);
+    std::vector<gpt_partition> partitions(65537, gpt_partition{0, 0, "", 0, 0, 0});
+    partitions[65535] = {100, 199, "last"};
+    partitions[65536] = {200, 299, "behind"};
+    disk.gpt(partitions, {2, 65537, 128});
+    const reading made = read(disk.image());
+    EXPECT_TRUE(made.result);
+    ASSERT_EQ(made.list.size(), 1u);
+    EXPECT_EQ(made.list[0].m_name, "last");
 }
 
 TEST(GptTable, with_its_entries_behind_the_source_is_refused) {

@@ -192,6 +192,15 @@ TEST(ExtendedChain, ends_at_a_bad_entry_even_if_a_link_stands_behind_it) {
     }
 }
 
+TEST(ExtendedChain, links_stand_in_the_list_among_the_other_partitions) {
+    disk_builder disk(1000);
+    disk.table(100, {{0x05, 50, 20}}).table(150, {{0x0F, 80, 21}});
+    counted_source bytes_of = {disk.image()};
+    partition_list list;
+    walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
+    EXPECT_THAT(told(list), ElementsAre("05 150+20", "0f 180+21"));
+}
+
 TEST(ExtendedChain, does_not_look_behind_a_link_in_a_table) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}, {0x07, 1, 10}});
