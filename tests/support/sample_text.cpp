@@ -10,7 +10,7 @@ namespace quarry::test {
 bytes text_like(std::size_t size, std::uint32_t seed) {
     std::mt19937 random(seed);
     std::vector<std::string> words;
-    for (int i = 0; i < 1200; ++i) {
+    for (int i = 0; i < 200; ++i) {
         std::string word;
         const std::size_t length = 2 + random() % 8;
         for (std::size_t k = 0; k < length; ++k) {

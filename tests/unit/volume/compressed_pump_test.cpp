@@ -1,0 +1,457 @@
+#include "volume/compressed_pump.h"
+
+#include "support/capturing_log.h"
+#include "support/lznt1_encoder.h"
+#include "support/opened_volume.h"
+#include "support/sample_text.h"
+#include "support/slow_stream.h"
+#include "volume/attribute.h"
+#include "volume/stream_pump.h"
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using lines = std::vector<std::string>;
+constexpr std::size_t unit_clusters = 16;
+
+// A compressed stream under construction: units one behind the other on a volume, as the file system stores
+// them.
+class compressed_stream {
+  public:
+    explicit compressed_stream(std::uint32_t sectors_per_cluster = 8)
+        : m_cluster(sectors_per_cluster * 512),
+          m_volume({.sectors_per_cluster = sectors_per_cluster, .mft_entries = 8}) {}
+
+    [[nodiscard]] std::size_t cluster() const { return m_cluster; }
+    [[nodiscard]] std::size_t unit() const { return unit_clusters * m_cluster; }
+
+    // These bytes in the first clusters of a unit, the rest of it sparse.
+    compressed_stream& unit_of_bytes(const bytes& stored) {
+        const std::size_t clusters = (stored.size() + m_cluster - 1) / m_cluster;
+        if (clusters > 0) {
+            const run where = m_volume.clusters().allocate(clusters);
+            m_volume.clusters().take({where});
+            m_volume.clusters().write({where}, stored);
+            m_runs.push_back(where);
+        }
+        if (clusters < unit_clusters) {
+            m_runs.push_back({hole, unit_clusters - clusters});
+        }
+        m_allocated += unit();
+        return *this;
+    }
+    // Compressed if that saves a cluster, otherwise stored.
+    compressed_stream& unit_of_text(const bytes& plain) {
+        const bytes chunks = lznt1_chunks(plain);
+        m_real += plain.size();
+        return unit_of_bytes(chunks.size() + m_cluster <= unit() ? chunks : plain);
+    }
+    compressed_stream& text(const bytes& plain) {
+        for (std::size_t at = 0; at < plain.size(); at += unit()) {
+            const std::size_t size = std::min(unit(), plain.size() - at);
+            unit_of_text({plain.begin() + static_cast<std::ptrdiff_t>(at),
+                          plain.begin() + static_cast<std::ptrdiff_t>(at + size)});
+        }
+        return *this;
+    }
+    compressed_stream& hole_unit() {
+        m_real += unit();
+        return unit_of_bytes({});
+    }
+
+    [[nodiscard]] attr_item item() const {
+        attr_item out;
+        out.type = attr_data;
+        out.non_resident = true;
+        out.flags = attr_flag_compressed;
+        out.unit = 4;
+        out.compressed = 1;
+        out.real = out.initialized = m_real;
+        out.allocated = m_allocated;
+        std::uint64_t vcn = 0;
+        for (const run& each : m_runs) {
+            const bool sparse = each.lcn == hole;
+            out.runs.push_back({.lcn = sparse ? 0 : static_cast<std::uint64_t>(each.lcn),
+                                .vcn = vcn,
+                                .sparse = sparse,
+                                .length = static_cast<std::uint32_t>(each.length)});
+            vcn += each.length;
+        }
+        return out;
+    }
+    [[nodiscard]] const volume_builder& volume() const { return m_volume; }
+
+  private:
+    std::size_t m_cluster;
+    volume_builder m_volume;
+    run_list m_runs;
+    std::uint64_t m_real = 0;
+    std::uint64_t m_allocated = 0;
+};
+
+struct pumped {
+    bool ok = false;
+    bytes out;
+    std::uint64_t bytes_copied = 0;
+    std::string md5;
+    lines log;
+};
+
+pumped pump(CNtfs& ntfs, attr_item item, bool want_md5 = false) {
+    pumped got;
+    std::ostringstream out;
+    capturing_log log;
+    pump_context context{.log = log};
+    got.ok = copy_hashed(&ntfs, item, out, false, false, want_md5, got.md5, context);
+    got.out = to_bytes(out.str());
+    got.bytes_copied = context.bytes_copied;
+    got.log = log.lines;
+    return got;
+}
+
+pumped pump(const compressed_stream& stream, bool want_md5 = false) {
+    opened_volume opened(stream.volume());
+    return pump(opened.ntfs(), stream.item(), want_md5);
+}
+
+bytes first_bytes(const bytes& text, std::size_t count) {
+    return bytes(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+TEST(PumpCompressed, GivesTextBack) {
+    const bytes text = text_like(200000, 1);
+    const pumped got = pump(compressed_stream().text(text));
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, text);
+    EXPECT_EQ(got.bytes_copied, 200000u);
+    EXPECT_EQ(got.log, (lines{"info: data size 0x30d40"}));
+}
+
+TEST(PumpCompressed, GivesTextBackForSizesAroundChunksAndUnits) {
+    for (const std::uint32_t sectors : {1u, 2u, 8u}) {
+        const std::size_t unit = std::size_t{sectors} * 512 * 16;
+        for (const std::size_t base : {std::size_t{4096}, unit, 2 * unit}) {
+            for (const int more : {-1, 0, 1}) {
+                const bytes text = text_like(base + static_cast<std::size_t>(more + 1) - 1, 2);
+                compressed_stream stream(sectors);
+                stream.text(text);
+                const pumped got = pump(stream);
+                EXPECT_TRUE(got.ok);
+                EXPECT_EQ(got.out, text) << sectors << " " << text.size();
+                EXPECT_EQ(got.bytes_copied, text.size());
+            }
+        }
+    }
+}
+
+TEST(PumpCompressed, GivesStoredUnitsBackBetweenCompressedOnes) {
+    compressed_stream stream;
+    const bytes plain =
+        concat({text_like(stream.unit(), 3), random_bytes(stream.unit(), 4), text_like(5000, 5)});
+    EXPECT_EQ(pump(stream.text(plain)).out, plain);
+}
+
+TEST(PumpCompressed, WritesAUnitOf16StoredClustersRaw) {
+    compressed_stream stream;
+    const bytes plain = random_bytes(stream.unit(), 4);
+    const pumped got = pump(stream.unit_of_text(plain));
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, plain);
+}
+
+TEST(PumpCompressed, WalksTheChunksOfAFullUnitThatBeginsWithAStoredChunk) {
+    compressed_stream stream;
+    const bytes first = random_bytes(4096, 1);
+    bytes stored = lznt1_stored_chunk(first);
+    stored.resize(stream.unit());
+    const bytes second = text_like(4096, 2);
+    stream.unit_of_bytes(stored).unit_of_text(second);
+    attr_item item = stream.item();
+    item.real = item.initialized = stream.unit() + 4096;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, concat({first, second})) << "the position moves by the whole unit";
+}
+
+// A unit whose chunks run out early yields 4096 bytes for each chunk, and the position moves on by the unit.
+TEST(PumpCompressed, GivesWhatAUnitHasAndMovesOnByTheWholeUnit) {
+    compressed_stream stream;
+    const bytes three = text_like(3 * 4096, 6);
+    const bytes last = text_like(4096, 7);
+    stream.unit_of_bytes(lznt1_chunks(three)).unit_of_text(last);
+    attr_item item = stream.item();
+    item.real = item.initialized = stream.unit() + 4096;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, concat({three, last}));
+    EXPECT_EQ(got.bytes_copied, stream.unit() + 4096) << "counted by the size, not by what was written";
+}
+
+// The first unit without any cluster ends the copy, and what came before counts as success.
+TEST(PumpCompressed, EndsAtTheFirstUnitThatIsAHole) {
+    compressed_stream stream;
+    const bytes three = text_like(3 * stream.unit(), 8);
+    stream.text(three).hole_unit();
+    for (int i = 0; i < 6; ++i) {
+        stream.unit_of_text(text_like(stream.unit(), 9));
+    }
+    const pumped got = pump(stream);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, three);
+    EXPECT_EQ(got.bytes_copied, 10 * stream.unit());
+}
+
+TEST(PumpCompressed, FailsWhereTheFirstUnitIsAHole) {
+    compressed_stream stream;
+    stream.hole_unit().unit_of_text(text_like(stream.unit(), 9));
+    const pumped got = pump(stream, true);
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(got.out.empty());
+    EXPECT_EQ(got.bytes_copied, 0u);
+    EXPECT_EQ(got.md5, "00000000000000000000000000000000");
+}
+
+TEST(PumpCompressed, GivesZerosForAUnitThatSaysSoInChunks) {
+    compressed_stream stream;
+    const bytes zeros(stream.unit(), 0);
+    EXPECT_EQ(pump(stream.unit_of_text(zeros)).out, zeros);
+}
+
+TEST(PumpCompressed, EndsAtTheRealSizeNotAtTheInitializedOne) {
+    compressed_stream stream;
+    const bytes text = text_like(100000, 10);
+    stream.text(text);
+    attr_item item = stream.item();
+    item.initialized = 5;
+    opened_volume opened(stream.volume());
+    EXPECT_EQ(pump(opened.ntfs(), item).out, text);
+    item.real = 70000;
+    EXPECT_EQ(pump(opened.ntfs(), item).out, first_bytes(text, 70000));
+    item.initialized = 80000;
+    EXPECT_EQ(pump(opened.ntfs(), item).out, first_bytes(text, 80000));
+}
+
+TEST(PumpCompressed, FailsForASizeOfZeroAndTellsIt) {
+    compressed_stream stream;
+    stream.text(text_like(100, 1));
+    attr_item item = stream.item();
+    item.real = item.initialized = 0;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_FALSE(got.ok);
+    EXPECT_EQ(got.log, (lines{"info: data size 0x0"}));
+}
+
+// Only a read that reaches the sparse tail of the last unit tells that it holds chunks.
+TEST(PumpCompressed, ReadsTheLastUnitUpToTheEndOfWhatIsAllocated) {
+    compressed_stream stream;
+    const bytes last = text_like(3000, 12);
+    const bytes text = concat({text_like(stream.unit(), 11), last});
+    stream.text(text);
+    attr_item item = stream.item();
+    opened_volume opened(stream.volume());
+    EXPECT_EQ(pump(opened.ntfs(), item).out, text);
+    // Without the tail in the allocated size the last read ends inside the first cluster, and the chunk looks
+    // plain.
+    item.allocated = text.size();
+    bytes stored = lznt1_chunks(last);
+    stored.resize(3000);
+    EXPECT_EQ(pump(opened.ntfs(), item).out, concat({first_bytes(text, stream.unit()), stored}));
+}
+
+TEST(PumpCompressed, SurvivesAnAllocatedSizeWithoutSense) {
+    compressed_stream stream;
+    const bytes text = text_like(stream.unit() + 9000, 11);
+    stream.text(text);
+    opened_volume opened(stream.volume());
+    for (const std::uint64_t allocated :
+         {std::uint64_t{0}, std::uint64_t{1}, ~std::uint64_t{0}, ~std::uint64_t{0} - 70000}) {
+        attr_item item = stream.item();
+        item.allocated = allocated;
+        const pumped got = pump(opened.ntfs(), item);
+        EXPECT_TRUE(got.ok);
+        EXPECT_EQ(first_bytes(got.out, stream.unit()), first_bytes(text, stream.unit()));
+    }
+}
+
+TEST(PumpCompressed, EndsAheadOfAUnitThatCannotBeRead) {
+    compressed_stream stream;
+    const bytes text = text_like(3 * stream.unit(), 13);
+    stream.text(text);
+    attr_item item = stream.item();
+    // The third unit lies outside of the volume.
+    for (cluster_run& run : item.runs) {
+        if (run.vcn == 2 * unit_clusters) {
+            run.lcn = 1000000;
+        }
+    }
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, first_bytes(text, 2 * stream.unit()));
+}
+
+TEST(PumpCompressed, FailsWhereTheFirstUnitCannotBeRead) {
+    compressed_stream stream;
+    stream.text(text_like(3000, 13));
+    attr_item item = stream.item();
+    item.runs[0].lcn = 1000000;
+    opened_volume opened(stream.volume());
+    EXPECT_FALSE(pump(opened.ntfs(), item).ok);
+}
+
+TEST(PumpCompressed, EndsAheadOfAUnitWithAnImpossibleHeader) {
+    compressed_stream stream;
+    const bytes text = text_like(stream.unit(), 14);
+    stream.text(text).unit_of_bytes(from_hex("01 30 00 00")).unit_of_text(text);
+    const pumped got = pump(stream);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, text);
+}
+
+// What a damaged unit gave out ahead of the damage is not written.
+TEST(PumpCompressed, WritesNothingOfAUnitThatFailsInTheMiddle) {
+    compressed_stream stream;
+    const bytes text = text_like(stream.unit(), 14);
+    stream.text(text)
+        .unit_of_bytes(concat({lznt1_chunks(text_like(8192, 15)), from_hex("01 30")}))
+        .unit_of_text(text);
+    EXPECT_EQ(pump(stream).out, text);
+}
+
+TEST(PumpCompressed, WritesTheChunksAndTheRawUnitWhereTheLastBlockIsNotZero) {
+    compressed_stream stream;
+    const bytes text = text_like(4096, 16);
+    bytes damaged = concat({lznt1_stored_chunk(text), from_hex("01 30")});
+    damaged.resize(stream.unit(), 0xCC);
+    stream.unit_of_bytes(damaged);
+    attr_item item = stream.item();
+    item.real = item.initialized = 20 * 4096;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, concat({text, first_bytes(damaged, 15 * 4096)}))
+        << "up to the limit: the runs hold 16 clusters";
+}
+
+TEST(PumpCompressed, DigestsWhatItWrites) {
+    compressed_stream stream;
+    const bytes zeros(4096, 0);
+    const pumped got = pump(stream.unit_of_text(zeros), true);
+    EXPECT_EQ(got.out, zeros);
+    EXPECT_EQ(got.md5, "620f0b67a91f7f74151bc5be745b7110");
+}
+
+TEST(PumpCompressed, BeginsAtTheGivenOffset) {
+    compressed_stream stream;
+    const bytes text = text_like(3 * stream.unit(), 17);
+    stream.text(text);
+    opened_volume opened(stream.volume());
+    std::ostringstream out;
+    stream_sink sink(out, nullptr);
+    const attr_item item = stream.item();
+    EXPECT_TRUE(
+        pump_compressed(opened.ntfs(), item.runs, sink, stream.unit(), 2 * stream.unit(), item.allocated));
+    EXPECT_EQ(to_bytes(out.str()),
+              bytes(text.begin() + static_cast<std::ptrdiff_t>(stream.unit()), text.end()));
+}
+
+// Chunks of three bytes claim 4096 each. The copy gives them, and memory does not follow.
+TEST(PumpCompressed, WritesAThousandfoldUnitWithoutHoldingIt) {
+    compressed_stream stream;
+    bytes chunks;
+    for (std::size_t i = 0; i < 20000; ++i) {
+        const bytes chunk = from_hex("00 B0 00");
+        chunks.insert(chunks.end(), chunk.begin(), chunk.end());
+    }
+    stream.unit_of_bytes(chunks);
+    attr_item item = stream.item();
+    item.runs.push_back({.lcn = 0, .vcn = unit_clusters, .sparse = true, .length = 100000});
+    item.real = item.initialized = item.allocated = 300000000;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out.size(), 20000u * 4096);
+    EXPECT_EQ(std::count(got.out.begin(), got.out.end(), 0), 20000 * 4096);
+}
+
+TEST(PumpCompressed, WritesNothingOfAThousandfoldUnitThatFails) {
+    compressed_stream stream;
+    bytes chunks;
+    for (std::size_t i = 0; i < 100; ++i) {
+        const bytes chunk = from_hex("00 B0 00");
+        chunks.insert(chunks.end(), chunk.begin(), chunk.end());
+    }
+    stream.unit_of_bytes(concat({chunks, from_hex("01 30")}));
+    attr_item item = stream.item();
+    item.runs.push_back({.lcn = 0, .vcn = unit_clusters, .sparse = true, .length = 1000});
+    item.real = item.initialized = item.allocated = 4000000;
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(got.out.empty());
+}
+
+TEST(PumpCompressed, StopsReadingWhenTheStreamTakesNoMore) {
+    compressed_stream stream;
+    stream.text(text_like(3 * stream.unit(), 18));
+    opened_volume opened(stream.volume());
+    std::ofstream full("/dev/full", std::ios::binary);
+    if (!full.is_open()) {
+        GTEST_SKIP() << "no /dev/full here";
+    }
+    capturing_log log;
+    pump_context context{.log = log};
+    attr_item item = stream.item();
+    EXPECT_TRUE(copy_to_stream(&opened.ntfs(), item, full, false, false, context));
+    EXPECT_FALSE(full.good());
+}
+
+// Beside the plain way.
+
+TEST(PumpCompressedBesideThePlainOne, GivesTheSameOnDamagedStreams) {
+    std::mt19937 random(4);
+    for (const std::uint32_t sectors : {1u, 8u}) {
+        compressed_stream stream(sectors);
+        stream.text(concat({text_like(2 * stream.unit(), 19), random_bytes(stream.unit(), 20),
+                            text_like(stream.unit() + 1500, 21)}));
+        const bytes image = stream.volume().image();
+        const attr_item item = stream.item();
+        for (int round = 0; round < 60; ++round) {
+            bytes damaged = image;
+            const auto first = static_cast<std::size_t>(item.runs[0].lcn) * stream.cluster();
+            for (auto i = random() % 4; i > 0; --i) {
+                damaged[first + random() % (image.size() - first)] = static_cast<std::uint8_t>(random());
+            }
+            if (random() % 3 == 0) {
+                damaged.resize(first + random() % (image.size() - first));
+            }
+            attr_item changed = item;
+            if (random() % 3 == 0) {
+                changed.real = changed.initialized = 1 + random() % (item.allocated + 5000);
+            }
+            if (random() % 3 == 0) {
+                changed.runs[random() % changed.runs.size()].sparse = random() % 2 == 0;
+            }
+            opened_volume opened(damaged);
+            const slow_copy expected = slow_pump_compressed(opened.ntfs(), changed);
+            const pumped got = pump(opened.ntfs(), changed);
+            ASSERT_EQ(got.ok, expected.ok);
+            ASSERT_EQ(got.out, expected.out);
+            ASSERT_EQ(got.bytes_copied, expected.bytes_copied);
+            ASSERT_EQ(got.log, expected.log);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quarry::test
