@@ -1,5 +1,6 @@
 #include "frontend/source_options.h"
 
+#include "disk/vmdk_check.h"
 #include "disk/volume_detection.h"
 #include "foundation/byte_view.h"
 #include "foundation/ql_number.h"
@@ -133,7 +134,7 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
     parse_offset(opts.m_vmdk_offset, args);
     std::ostringstream stream;
     std::vector<std::wstring> suggested;
-    if (chain_check && !chain_check(opts.m_vmdk_list, stream, suggested)) {
+    if (!chain_check(opts.m_vmdk_list, stream, suggested)) {
         print_error(stream.str() + "\n");
         print_suggestion(option_name, suggested);
         return false;
@@ -155,7 +156,7 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
 bool parse_source(quarry_opts& opts, arg_list& args) {
     if (peek_flag("-vmdk", args, 0)) {
         opts.m_vmdk_offset = opts.m_volume_offset;
-        return parse_vmdk_option(opts, args, {}, locate_in_vmdk, true, "-vmdk");
+        return parse_vmdk_option(opts, args, check_list, locate_in_vmdk, true, "-vmdk");
     }
     std::string value;
     if (find_value("-partition", value, args)) {

@@ -135,6 +135,9 @@ void command_rows::SetUp() {
     fs::permissions(m_dir / "out", fs::perms::all);
     fs::create_directory(m_dir / "locked");
     fs::permissions(m_dir / "locked", static_cast<fs::perms>(0555));
+    for (const std::string& name : GetParam().what.with_sources) {
+        ASSERT_TRUE(make_source(name, m_dir / name)) << name;
+    }
     for (std::string word : GetParam().what.words) {
         std::erase(word, '"');
         if (word.starts_with("@/")) {

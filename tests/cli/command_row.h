@@ -40,7 +40,8 @@ struct row {
     std::map<std::string, std::string> texts = {};
     std::string input = {};
     std::map<std::string, std::string> environment = {};
-    bool quiet = false;  // `words` hold -quiet
+    bool quiet = false;                          // `words` hold -quiet
+    std::vector<std::string> with_sources = {};  // sources that no word names by itself
 };
 
 // A row, run as one kind of user.

@@ -81,7 +81,7 @@ const std::vector<row> rows = {
     pipe("a filter of a directory passes what lies below it", {"-filter", "/MANY"},
          "/a.txt\n/many/b.txt\n/manyold/c.txt\n", "success: /many/b.txt\n",
          first_copy("b.txt", "/many/b.txt", "0x2", "/many/b.txt"), {{"b.txt", "b\n"}}),
-    pipe("a filter sees the line with its references replaced", {"-filter", "a.txt"}, "/%QUARRY_NAME%.txt\n",
+    pipe("a filter sees the line with its references replaced", {"-filter", "*a.txt"}, "/%QUARRY_NAME%.txt\n",
          "success: /%QUARRY_NAME%.txt\n", first_copy("/a.txt", "/a.txt", "0xc", "/%QUARRY_NAME%.txt"),
          a_file),
     pipe("skip filters are not looked at", {"-filter_skip", "*.txt"}, "/a.txt\n", a_line, a_log, a_file),

@@ -1,8 +1,10 @@
 #include "cli/scene.h"
 
 #include "support/disk_builder.h"
+#include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 
@@ -81,6 +83,32 @@ bytes gpt_disk() {
         .image();
 }
 
+// A virtual disk in one file, which holds the grains of `content` out of a disk of `size` bytes.
+bytes virtual_disk(const bytes& content, std::size_t size, const std::string& cid,
+                   const std::string& parent_cid, const std::string& hint) {
+    vmdk_builder file;
+    file.cid = cid;
+    file.parent_cid = parent_cid;
+    file.parent_hint = hint;
+    file.grains = (size + file.grain_bytes() - 1) / file.grain_bytes();
+    file.entries_per_table = 512;
+    return file.put_all(0, content).build();
+}
+
+// The disk "two" without its first 4,096 bytes, which the snapshot has: only together they are a disk.
+bytes base_of_virtual_disk() {
+    bytes content = two_volumes();
+    std::fill(content.begin(), content.begin() + 4096, 0);
+    return virtual_disk(content, content.size(), "0000000a", "ffffffff", "");
+}
+
+bytes snapshot(const std::string& cid, const std::string& parent_cid, const std::string& hint) {
+    bytes head = two_volumes();
+    const std::size_t size = head.size();
+    head.resize(4096);
+    return virtual_disk(head, size, cid, parent_cid, hint);
+}
+
 const std::map<std::string, std::function<bytes()>>& sources() {
     static const std::map<std::string, std::function<bytes()>> known = {
         {"disk", volume},
@@ -103,6 +131,17 @@ const std::map<std::string, std::function<bytes()>>& sources() {
              return disk_builder(2000).table(0, {{0x0C, 63, 1000}}).put(63, fat32_boot_sector(1000)).image();
          }},
         {"no_table", [] { return disk_builder(2048).table(0, {}).image(); }},
+        {"base.vmdk", base_of_virtual_disk},
+        {"snap.vmdk", [] { return snapshot("0000000b", "0000000a", "\"base.vmdk\""); }},
+        {"stranger.vmdk", [] { return snapshot("0000000b", "0000000f", "\"base.vmdk\""); }},
+        {"self.vmdk", [] { return snapshot("0000000b", "0000000b", "\"self.vmdk\""); }},
+        {"orphan.vmdk", [] { return snapshot("0000000b", "0000000a", "\"/no/such/gone.vmdk\""); }},
+        {"volume.vmdk",
+         [] {
+             const bytes content = disk_with({});
+             return virtual_disk(content, content.size(), "0000000a", "ffffffff", "");
+         }},
+        {"zeros.vmdk", [] { return virtual_disk(bytes(65536), 65536, "0000000a", "ffffffff", ""); }},
         {"zeros", [] { return bytes(1 << 20); }},
         {"empty", [] { return bytes(); }},
         {"one_byte", [] { return bytes{0xEB}; }},

@@ -12,7 +12,8 @@
 //     entry 31  /many                  a directory whose index lies in a block
 //     entry 32  /many/b.txt            "b\n"
 //
-// The others hold this volume at byte 0x100000 or hold none; see the source.
+// The others hold this volume at byte 0x100000 or hold none; see the source. Those that end in ".vmdk" are
+// virtual disks.
 #pragma once
 
 #include <filesystem>

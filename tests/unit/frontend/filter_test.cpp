@@ -171,6 +171,13 @@ TEST(filter_match, a_pattern_without_stars_is_the_whole_name) {
     EXPECT_FALSE(passes("a.txt:s", L"/d/a.txt:s"));
 }
 
+TEST(filter_match, a_file_in_the_root_keeps_its_separator_as_part_of_its_name) {
+    EXPECT_FALSE(passes("a.txt", L"/a.txt"));
+    EXPECT_TRUE(passes("*a.txt", L"/a.txt"));
+    EXPECT_FALSE(passes("a*", L"/a.txt"));
+    EXPECT_TRUE(passes("a.txt", L"c:/a.txt"));
+}
+
 TEST(filter_match, a_directory_passes_all_files_below_it_and_nothing_in_a_longer_name) {
     EXPECT_TRUE(passes("/windows", L"/windows/a.txt"));
     EXPECT_TRUE(passes("/windows", L"/Windows/x/a.txt"));
