@@ -13,6 +13,9 @@ namespace {
 // children than the source has room for is none.
 constexpr std::uint64_t smallest_entry_with_name = 84;
 
+// Bytes that are read at once, or one cluster if that is more.
+constexpr std::uint64_t buffer_size = 256 * 1024;
+
 // How blocks lie in clusters: several clusters make a block, or a cluster holds several blocks. Where neither
 // size is a multiple of the other, whole clusters make a block (its rest stays zero), and only the whole
 // blocks of a cluster are looked at (its rest is not).
@@ -88,20 +91,26 @@ class block_assembler {
     std::uint64_t m_read_in_a_row = 0;
 };
 
-// Reads one stored run from its LCN on. False if nothing further can come from the source.
-[[nodiscard]] bool read_run(CNtfs& ntfs, block_assembler& assembler, std::uint64_t lcn,
-                            std::uint64_t clusters) {
-    std::vector<std::uint8_t> cluster(static_cast<std::size_t>(ntfs.m_cluster_size));
+// Reads one stored run from its LCN on, as many clusters at once as fit the buffer. A cluster that cannot be
+// read gives up what is left of the run.
+void read_run(CNtfs& ntfs, block_assembler& assembler, std::uint64_t lcn, std::uint64_t clusters,
+              std::span<std::uint8_t> buffer) {
+    const auto cluster_size = static_cast<std::size_t>(ntfs.m_cluster_size);
     // Ends with the run or with the blocks, whichever comes first.
-    for (std::uint64_t i = 0; i < clusters && !assembler.done(); ++i) {
-        std::uint64_t length = cluster.size();
-        if (!ntfs.read_clusters(lcn + i, cluster.data(), length)) {
-            assembler.skip(clusters - i);
-            return length != 0;
+    while (clusters != 0 && !assembler.done()) {
+        const std::uint64_t wanted =
+            std::min({clusters, assembler.clusters_left(), std::uint64_t{buffer.size() / cluster_size}});
+        const std::uint64_t got = ntfs.read_leading_clusters(lcn, wanted, buffer.data());
+        for (std::size_t i = 0; i < got; ++i) {
+            assembler.put(buffer.subspan(i * cluster_size, cluster_size));
         }
-        assembler.put(cluster);
+        if (got < wanted) {
+            assembler.skip(clusters - got);
+            break;
+        }
+        lcn += wanted;
+        clusters -= wanted;
     }
-    return true;
 }
 
 // The run that holds a cluster of the stream, counted without sparse runs, and the cluster's place in that
@@ -154,13 +163,15 @@ bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint
     const std::uint64_t shown = std::min({wanted, total - first_block, most_blocks(ntfs)});
     blocks.resize(static_cast<std::size_t>((ahead + shown) * index_block_size));
     block_assembler assembler(layout, ntfs.get_bytes_per_sector(), blocks);
+    std::vector<std::uint8_t> buffer(static_cast<std::size_t>(
+        std::max(buffer_size / layout.cluster_size, std::uint64_t{1}) * layout.cluster_size));
     // Ends with the list or with the blocks, whichever comes first.
-    for (bool more = true; more && index < runs.size() && !assembler.done(); ++index, place = 0) {
+    for (; index < runs.size() && !assembler.done(); ++index, place = 0) {
         const std::uint64_t length = runs[index].length - place;
         if (runs[index].sparse) {
             assembler.skip(length);
         } else {
-            more = read_run(ntfs, assembler, runs[index].lcn + place, length);
+            read_run(ntfs, assembler, runs[index].lcn + place, length, buffer);
         }
     }
     blocks.erase(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(ahead * index_block_size));

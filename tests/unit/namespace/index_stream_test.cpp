@@ -172,6 +172,185 @@ TEST_P(IndexStream, NeverHoldsMoreThanTheSource) {
     EXPECT_EQ(found.blocks.size(), found.count * std::size_t{4096});
 }
 
+// Clusters that are larger than a block, or that no number of blocks or of which no number fills.
+
+read_blocks read_in_clusters_of(std::uint32_t sectors, const bytes& content, std::uint64_t first = 0,
+                                std::uint32_t count = all_index_blocks) {
+    volume_builder volume({.sectors_per_cluster = sectors, .mft_entries = 32, .total_clusters = 200});
+    volume.write_clusters(100, content);
+    opened_volume opened(volume);
+    const auto clusters = static_cast<std::uint32_t>(content.size() / (sectors * 512));
+    return read(opened.ntfs(), {stored(100, clusters)}, first, count);
+}
+
+TEST(IndexStreamInLargeClusters, GivesEachBlockOfACluster) {
+    bytes content;
+    bytes expected;
+    for (std::uint64_t i = 0; i < 6; ++i) {
+        content = concat({content, block_of(100 + i).build()});
+        expected = concat({expected, block_of(100 + i).build_restored()});
+    }
+    EXPECT_EQ(read_in_clusters_of(16, content).blocks, expected);
+    const auto part = [&](std::ptrdiff_t first, std::ptrdiff_t count) {
+        return bytes(expected.begin() + first * 4096, expected.begin() + (first + count) * 4096);
+    };
+    for (std::uint32_t first = 0; first < 6; ++first) {
+        for (std::uint32_t count = 1; first + count <= 6; ++count) {
+            const read_blocks found = read_in_clusters_of(16, content, first, count);
+            EXPECT_TRUE(found.result);
+            EXPECT_EQ(found.count, count);
+            EXPECT_EQ(found.blocks, part(first, count)) << first << " " << count;
+        }
+    }
+}
+
+TEST(IndexStreamInOddClusters, LooksAtTheWholeBlocksOfAClusterLargerThanABlock) {
+    // Clusters of 10,240 bytes hold two blocks each; what is behind them is not looked at.
+    const bytes rest = index_block_builder().add({.file_reference = 99}).build();
+    const bytes half(rest.begin(), rest.begin() + 2048);
+    const bytes content = concat({block_of(100).build(), block_of(101).build(), half, block_of(102).build(),
+                                  block_of(103).build(), half});
+    const read_blocks found = read_in_clusters_of(20, content);
+    EXPECT_TRUE(found.result);
+    EXPECT_EQ(found.count, 4u);
+    EXPECT_EQ(found.blocks, concat({block_of(100).build_restored(), block_of(101).build_restored(),
+                                    block_of(102).build_restored(), block_of(103).build_restored()}));
+}
+
+TEST(IndexStreamInOddClusters, FillsABlockWithTheWholeClustersThatFitIt) {
+    // Two clusters of 1,536 bytes make a block, of which the last 1,024 bytes stay zero.
+    bytes first = block_of(100).build();
+    bytes second = block_of(101).build();
+    first.resize(3072);
+    second.resize(3072);
+    const read_blocks found = read_in_clusters_of(3, concat({first, second}));
+    EXPECT_TRUE(found.result);
+    EXPECT_EQ(found.count, 2u);
+    const auto cut = [](std::uint64_t child) {
+        bytes block = block_of(child).build_restored();
+        std::fill(block.begin() + 3072, block.end(), std::uint8_t{0});
+        // The ends of the seventh and eighth sector come from the array all the same; they are zero here.
+        return block;
+    };
+    EXPECT_EQ(found.blocks, concat({cut(100), cut(101)}));
+}
+
+TEST(IndexStreamBlocks, LeavesABlockOfWhichAClusterIsMissingUnrestored) {
+    volume_builder volume({.sectors_per_cluster = 2, .mft_entries = 32, .total_clusters = 300});
+    const bytes block = block_of(100).build();
+    volume.write_clusters(200, block);
+    opened_volume opened(volume);
+    // The third of its four clusters is sparse. Two stored blocks make room for the second half of it.
+    const read_blocks found =
+        read(opened.ntfs(), {stored(200, 2), sparse(1), stored(203, 1), stored(200, 4)});
+    ASSERT_TRUE(found.result);
+    ASSERT_EQ(found.count, 1u);
+    bytes expected = block;
+    std::fill(expected.begin() + 2048, expected.begin() + 3072, std::uint8_t{0});
+    EXPECT_EQ(found.blocks, expected);
+}
+
+TEST(IndexStreamBlocks, RestoresOnlyWhatBeginsWithIndx) {
+    volume_builder volume({.mft_entries = 32, .total_clusters = 300});
+    const bytes baad = index_block_builder().signature("BAAD").add({.file_reference = 7}).build();
+    volume.write_clusters(200, baad);
+    opened_volume opened(volume);
+    EXPECT_EQ(read(opened.ntfs(), {stored(200, 1)}).blocks, baad);
+}
+
+TEST(IndexStreamBlocks, SurvivesAnArrayOutsideOfItsBlock) {
+    for (const std::uint64_t offset : {4090ull, 4094ull, 4095ull, 65535ull}) {
+        volume_builder volume({.mft_entries = 32, .total_clusters = 300});
+        volume.write_clusters(200,
+                              block_of(100).force_on_disk(4, 2, offset).force_on_disk(6, 2, 65535).build());
+        opened_volume opened(volume);
+        const read_blocks found = read(opened.ntfs(), {stored(200, 1)});
+        EXPECT_TRUE(found.result);
+        EXPECT_EQ(found.blocks.size(), 4096u);
+    }
+}
+
+TEST(IndexStreamBlocks, OfAnAttributeNeedsVolumeAttributeAndInitializedBytes) {
+    volume_builder volume({.mft_entries = 32, .total_clusters = 300});
+    volume.write_clusters(200, block_of(100).build());
+    opened_volume opened(volume);
+    const bytes good = attribute_builder::non_resident(0xA0, runs({{200, 1}})).build();
+    _inode_collection found;
+    EXPECT_FALSE(parse_index_allocation(found, nullptr, attribute(byte_view(good)), false));
+    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(), false));
+    const bytes empty = attribute_builder::non_resident(0xA0, runs({{200, 1}})).initialized(0).build();
+    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(empty)), false));
+    const bytes without_length = attribute_builder::non_resident(0xA0, runs({{200, 1}})).length(0).build();
+    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(without_length)), false));
+    EXPECT_EQ(found.size(), 0u);
+    EXPECT_TRUE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(good)), false));
+    EXPECT_EQ(found.size(), 1u);
+}
+
+// The plain way: one cluster after the other, each with a read of its own, each to its place.
+bytes read_plainly(CNtfs& ntfs, const cluster_run_list& list) {
+    const std::uint64_t cluster = static_cast<std::uint64_t>(ntfs.m_cluster_size);
+    std::uint64_t stored_clusters = 0;
+    for (const cluster_run& run : list) {
+        stored_clusters += run.sparse ? 0 : run.length;
+    }
+    bytes blocks(stored_clusters * cluster / 4096 * 4096);
+    std::vector<bool> is_read(blocks.size() / 512);
+    std::uint64_t at = 0;
+    bool begun = false;
+    for (const cluster_run& run : list) {
+        begun = begun || (!run.sparse && run.length != 0);
+        if (!begun) {
+            continue;
+        }
+        bool failed = run.sparse;
+        for (std::uint64_t i = 0; i < run.length && at < blocks.size(); ++i, at += cluster) {
+            bytes one(cluster);
+            std::uint64_t length = cluster;
+            failed = failed || !ntfs.read_clusters(run.lcn + i, one.data(), length);
+            for (std::uint64_t k = 0; !failed && k < cluster && at + k < blocks.size(); ++k) {
+                blocks[at + k] = one[k];
+                is_read[(at + k) / 512] = true;
+            }
+        }
+    }
+    for (std::size_t block = 0; block < blocks.size(); block += 4096) {
+        bool whole = true;
+        for (std::size_t sector = 0; sector < 8; ++sector) {
+            whole = whole && is_read[block / 512 + sector];
+        }
+        if (whole && to_bytes("INDX") == bytes(blocks.begin() + static_cast<std::ptrdiff_t>(block),
+                                               blocks.begin() + static_cast<std::ptrdiff_t>(block + 4))) {
+            restore_sector_ends(std::span(blocks).subspan(block, 4096), 512, 9);
+        }
+    }
+    return blocks;
+}
+
+TEST_P(IndexStream, OnRandomRunsAndDamagedSourcesIsWhatPlainReadsGive) {
+    bytes image = m_volume.image();
+    std::mt19937 random(GetParam());
+    // The source ends in the middle of a cluster of the blocks' area, or holds it whole.
+    for (const std::size_t cut :
+         std::vector<std::size_t>{0, 200u * GetParam() + 5 * 4096, 200u * GetParam() + 3 * 4096 + 100}) {
+        if (cut != 0) {
+            image.resize(std::min(image.size(), cut));
+        }
+        opened_volume opened(image);
+        for (int round = 0; round < 100; ++round) {
+            cluster_run_list list;
+            for (std::uint32_t i = 0; i <= random() % 6; ++i) {
+                const auto length = static_cast<std::uint32_t>(random() % (clusters_of_blocks(6) + 1));
+                const std::uint64_t lcn =
+                    random() % 20 == 0 ? 0x7FFFFFFFFFFFFFFF : 195 + random() % clusters_of_blocks(10);
+                list.push_back(random() % 4 == 0 ? sparse(length) : stored(lcn, length));
+            }
+            const bytes expected = read_plainly(opened.ntfs(), list);
+            EXPECT_EQ(read(opened.ntfs(), list).blocks, expected) << round;
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(ClusterSizes, IndexStream, ::testing::Values(512u, 1024u, 2048u, 4096u),
                          [](const auto& shape) { return "Of" + std::to_string(shape.param); });
 
