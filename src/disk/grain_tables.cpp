@@ -7,6 +7,25 @@ namespace quarry {
 namespace {
 
 constexpr std::uint64_t entry_bytes = 4;
+constexpr std::uint64_t most_bytes_at_once = 0x100000;
+
+// Fills a part of a buffer. Returns how many bytes there are in front of an error; all of them without one,
+// for a file that has become shorter leaves zeros.
+std::uint64_t read_part(std::span<std::uint8_t> out, std::uint64_t position, const metadata_source& file) {
+    std::uint64_t done = 0;
+    // Each turn adds bytes or is the last.
+    while (done < out.size()) {
+        const std::int64_t count = file.m_read(out.subspan(done), position + done);
+        if (count < 0) {
+            return done;
+        }
+        if (count == 0) {
+            break;
+        }
+        done += static_cast<std::uint64_t>(count);
+    }
+    return out.size();
+}
 
 }  // namespace
 
@@ -47,7 +66,6 @@ bool read_grain_directory(std::vector<std::uint32_t>& out, const vmdk_header& he
 void grain_tables::plan_ranges(std::vector<std::uint32_t> sectors, std::uint64_t table_bytes,
                                std::uint64_t file_size) {
     std::sort(sectors.begin(), sectors.end());
-    std::uint64_t stored = 0;
     for (const std::uint32_t sector : sectors) {
         const std::uint64_t begin = sector * vmdk_sector_size;
         const std::uint64_t end = std::min(begin + table_bytes, file_size);
@@ -55,37 +73,53 @@ void grain_tables::plan_ranges(std::vector<std::uint32_t> sectors, std::uint64_t
             continue;
         }
         if (m_ranges.empty() || begin > m_ranges.back().m_end) {
-            m_ranges.push_back({begin, begin, stored, begin});
+            m_ranges.push_back({begin, end});
         }
-        kept_range& range = m_ranges.back();
-        stored += std::max(end, range.m_end) - range.m_end;
-        range.m_end = std::max(end, range.m_end);
+        m_ranges.back().m_end = std::max(end, m_ranges.back().m_end);
     }
-    m_store.resize(stored);
+}
+
+// Adds bytes to the blocks, zeros behind them up to the next block.
+void grain_tables::keep(std::span<const std::uint8_t> bytes) {
+    static constexpr block zeros{};
+    // Each turn takes a block, and the last one the rest.
+    while (!bytes.empty()) {
+        const std::span<const std::uint8_t> part = bytes.first(std::min(block_bytes, bytes.size()));
+        std::uint32_t number = 0;
+        if (!std::equal(part.begin(), part.end(), zeros.begin())) {
+            std::copy(part.begin(), part.end(), m_blocks.emplace_back(zeros).begin());
+            number = static_cast<std::uint32_t>(m_blocks.size());
+        }
+        m_block_numbers.push_back(number);
+        bytes = bytes.subspan(part.size());
+    }
 }
 
 void grain_tables::read_range(kept_range& range, const metadata_source& file) {
-    const auto store = std::span(m_store).subspan(range.m_stored_at, range.m_end - range.m_begin);
-    std::uint64_t done = 0;
-    // Each turn adds bytes or is the last. No bytes and no error: the file has become shorter, and the rest
-    // is zeros.
-    while (done < store.size()) {
-        const std::int64_t count = file.m_read(store.subspan(done), range.m_begin + done);
-        if (count < 0) {
-            range.m_failed_from = range.m_begin + done;
-            return;
-        }
-        if (count == 0) {
+    range.m_first_block = m_block_numbers.size();
+    range.m_failed_from = range.m_end;
+    std::vector<std::uint8_t> buffer(std::min(most_bytes_at_once, range.m_end - range.m_begin));
+    // Each turn reads a part of the range, and the last one its end.
+    for (std::uint64_t position = range.m_begin; position < range.m_end;) {
+        const auto part =
+            std::span(buffer).first(std::min<std::uint64_t>(buffer.size(), range.m_end - position));
+        const std::uint64_t read = read_part(part, position, file);
+        keep(part);
+        if (read < part.size()) {
+            range.m_failed_from = position + read;
             break;
         }
-        done += static_cast<std::uint64_t>(count);
+        position += part.size();
     }
-    range.m_failed_from = range.m_end;
+    const std::uint64_t blocks = (range.m_end - range.m_begin + block_bytes - 1) / block_bytes;
+    m_block_numbers.resize(range.m_first_block + blocks);
 }
 
 void grain_tables::read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
                         const metadata_source& file) {
     m_ranges.clear();
+    m_block_numbers.clear();
+    m_blocks.clear();
     plan_ranges(directory, entries_per_table * entry_bytes, file.m_size);
     for (kept_range& range : m_ranges) {
         read_range(range, file);
@@ -115,9 +149,9 @@ std::uint32_t grain_tables::entry(std::uint32_t table_sector, std::uint64_t inde
     if (range == nullptr) {
         return 0;
     }
-    const std::uint64_t offset = range->m_stored_at + (position - range->m_begin);
-    const std::uint64_t width = std::min(entry_bytes, range->m_end - position);
-    return low_32_bits(byte_view(m_store).number_of_width(offset, static_cast<unsigned>(width)));
+    const std::uint64_t offset = position - range->m_begin;
+    const std::uint32_t number = m_block_numbers[range->m_first_block + offset / block_bytes];
+    return number == 0 ? 0 : byte_view(m_blocks[number - 1]).u32_or_zero(offset % block_bytes);
 }
 
 }  // namespace quarry

@@ -7,13 +7,16 @@
 //
 // All entries of all tables stay in memory, because each read of the disk looks at them. They are kept as the
 // bytes of the file that hold them, each byte once: tables that a damaged directory puts over each other, or
-// beyond the end of the file, cost no more than the file has. What lies beyond its end reads as zeros.
+// beyond the end of the file, cost no more than the file has. Stretches of zeros, most of the tables of a
+// disk that was hardly written to, cost next to nothing. What lies beyond the end of the file reads as zeros.
 #pragma once
 
 #include "disk/vmdk_layout.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <span>
 #include <vector>
@@ -50,20 +53,26 @@ class grain_tables {
     [[nodiscard]] std::uint32_t entry(std::uint32_t table_sector, std::uint64_t index) const;
 
   private:
-    // Bytes of the file that are kept: those from m_begin up to m_end, in m_store from m_stored_at on.
+    static constexpr std::size_t block_bytes = 4096;
+    using block = std::array<std::uint8_t, block_bytes>;
+
+    // Bytes of the file that are kept: those from m_begin up to m_end, in blocks from m_begin on.
     struct kept_range {
         std::uint64_t m_begin = 0;
         std::uint64_t m_end = 0;
-        std::uint64_t m_stored_at = 0;
+        std::size_t m_first_block = 0;    // index into m_block_numbers
         std::uint64_t m_failed_from = 0;  // m_end if all of it was read
     };
 
     void plan_ranges(std::vector<std::uint32_t> sectors, std::uint64_t table_bytes, std::uint64_t file_size);
     void read_range(kept_range& range, const metadata_source& file);
+    void keep(std::span<const std::uint8_t> bytes);
     [[nodiscard]] const kept_range* range_of(std::uint64_t position) const;
 
     std::vector<kept_range> m_ranges;  // ascending, apart from each other
-    std::vector<std::uint8_t> m_store;
+    // For each block of each range its place in m_blocks, counted from 1, or 0 for a block of zeros.
+    std::vector<std::uint32_t> m_block_numbers;
+    std::deque<block> m_blocks;
     std::size_t m_size = 0;
 };
 

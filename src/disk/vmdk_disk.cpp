@@ -87,27 +87,27 @@ bool vmdk_disk::link() {
 // around it that get the same one.
 void vmdk_disk::find_neighbourhood(std::uint64_t offset) {
     m_known = {0, std::numeric_limits<std::uint64_t>::max()};
-    m_known_holder = nullptr;
+    vmdk_file* holder = nullptr;
     std::uint64_t position = 0;
     // Ends at the base: link() gave each file of the chain the file in front of it as its parent.
-    for (vmdk_file* file = m_newest; file != nullptr; file = file->m_parent) {
+    for (vmdk_file* file = m_newest; file != nullptr && holder == nullptr; file = file->m_parent) {
         const grain_span span = file->span_of(offset);
         m_known = {std::max(m_known.m_begin, span.m_begin), std::min(m_known.m_end, span.m_end)};
         if (file->map_offset(offset, position)) {
-            m_known_holder = file;
-            break;
+            holder = file;
         }
     }
-    m_known_position = position - (offset - m_known.m_begin);
+    const std::uint64_t inside = offset - m_known.m_begin;
+    const vmdk_file& measure = holder != nullptr ? *holder : *m_base;
+    m_known_place = {holder, position - inside, measure.bytes_to_grain_end(offset) + inside};
 }
 
 vmdk_disk::place vmdk_disk::place_of(std::uint64_t offset) {
     if (offset < m_known.m_begin || offset >= m_known.m_end) {
         find_neighbourhood(offset);
     }
-    const vmdk_file* measure = m_known_holder != nullptr ? m_known_holder : m_base;
-    return {m_known_holder, m_known_position + (offset - m_known.m_begin),
-            measure->bytes_to_grain_end(offset)};
+    const std::uint64_t inside = offset - m_known.m_begin;
+    return {m_known_place.m_holder, m_known_place.m_position + inside, m_known_place.m_chunk - inside};
 }
 
 // How many bytes from an offset on, at most `limit`, lie in one row with the place of the first: in one file,

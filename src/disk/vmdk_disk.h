@@ -71,11 +71,10 @@ class vmdk_disk {
     [[nodiscard]] bool fill_grain_by_grain(std::span<std::uint8_t> out, std::uint64_t offset);
     [[nodiscard]] bool fill(std::span<std::uint8_t> out, std::uint64_t offset);
 
-    // The last place that was looked up: its holder and position at m_known.m_begin, and the offsets around
-    // it for which every file of the chain answers alike.
+    // The last place that was looked up, and the offsets around it for which every file of the chain answers
+    // alike. The place is that of the first of them.
+    place m_known_place;
     grain_span m_known;
-    vmdk_file* m_known_holder = nullptr;
-    std::uint64_t m_known_position = 0;
     // A byte of the disk is the same wherever the read that brings it begins. It need not be where grains of
     // different sizes meet: a read goes on to the end of the grain it found, over a newer file's smaller one.
     bool m_reads_join = false;

@@ -239,6 +239,46 @@ TEST(grain_tables, a_file_that_shrinks_while_it_is_read_leaves_zeros) {
     EXPECT_EQ(tables.entry(3, 0), 0u);
 }
 
+// 3 MiB of tables from sector 1 on, each number its own index among all numbers of the file, but for a
+// mebibyte of zeros from byte 0x80000 on.
+bytes large_tables() {
+    byte_writer out(0x300200);
+    for (std::size_t index = 0; index < 0x300200 / 4; ++index) {
+        const bool zero = index * 4 >= 0x80000 && index * 4 < 0x180000;
+        out.u32(4 * index, zero ? 0 : index);
+    }
+    return out.take();
+}
+
+TEST(grain_tables, tables_of_several_mebibytes_with_zeros_between_them_are_read_in_parts) {
+    counted_file file(large_tables());
+    grain_tables tables;
+    tables.read({1}, 0xC0000, file.source());
+    ASSERT_EQ(tables.size(), 1u);
+    EXPECT_EQ(file.m_bytes_asked, 0x300000u);
+    for (const std::uint64_t index : {0ull, 1ull, 1023ull, 1024ull, 0x1FF7Full, 0x5FF80ull, 0x60000ull,
+                                      0x7FFFFull, 0x80000ull, 0xBFFFEull, 0xBFFFFull}) {
+        EXPECT_EQ(tables.entry(1, index), 128 + index) << index;
+    }
+    EXPECT_EQ(tables.entry(1, 0x1FF80), 0u);
+    EXPECT_EQ(tables.entry(1, 0x5FF7F), 0u);
+    EXPECT_EQ(tables.entry(1, 0xC0000), 0u);
+}
+
+TEST(grain_tables, an_error_in_a_later_part_leaves_the_parts_in_front_of_it) {
+    counted_file file(large_tables());
+    file.m_bad_from = 0x280000;
+    file.m_bad_to = 0x280200;
+    std::vector<std::uint32_t> directory;
+    for (std::uint32_t sector = 1; sector < 0x1801; ++sector) {
+        directory.push_back(sector);
+    }
+    grain_tables tables;
+    tables.read(directory, 128, file.source());
+    EXPECT_EQ(tables.size(), 0x1400u - 1u);
+    EXPECT_EQ(tables.entry(0x13FF, 127), 0x9FFFFu);
+}
+
 TEST(grain_tables, no_directory_makes_no_tables) {
     counted_file file(numbered_sectors());
     grain_tables tables;
