@@ -111,10 +111,11 @@ bool CNtfs::get_lcn_for_inode(std::uint64_t entry, std::uint64_t& lcn, std::uint
     const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
     const std::uint64_t target = *byte / cluster_size;
     const auto end = std::upper_bound(m_mft_run_ends.begin(), m_mft_run_ends.end(), target);
-    if (end == m_mft_run_ends.end()) {
+    const auto index = static_cast<std::size_t>(end - m_mft_run_ends.begin());
+    if (end == m_mft_run_ends.end() || index >= m_mft_info.data_runs.size()) {
         return false;
     }
-    const data_run& run = m_mft_info.data_runs[static_cast<std::size_t>(end - m_mft_run_ends.begin())];
+    const data_run& run = m_mft_info.data_runs[index];
     const std::uint64_t clusters_in = target - (*end - run.num_clusters);
     if (run.lcn == sparse_lcn || run.lcn > sparse_lcn - clusters_in) {
         return false;
@@ -179,6 +180,7 @@ std::uint64_t CNtfs::read_leading_clusters(std::uint64_t lcn, std::uint64_t coun
     const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
     const std::uint64_t most = std::max<std::uint64_t>(longest_joined_read / cluster_size, 1);
     std::uint64_t done = 0;
+    // Each turn reads a cluster at least, or returns.
     while (done < count) {
         const std::uint64_t joined = std::min(count - done, most);
         if (joined > 1 && read_neighbours(lcn + done, joined, buffer + done * cluster_size)) {

@@ -12,10 +12,11 @@ namespace {
 constexpr std::uint64_t mft_entry = 0;
 
 // An attribute list that names the same attributes again and again would make a small source cost much
-// memory. All that extension records hold for one file cannot be more than so many bytes, and a share of the
-// source.
-constexpr std::uint64_t usual_attribute_bytes = 512 * 1024;
+// memory. What extension records hold for one file ends at so many bytes and a share of the source, each
+// attribute counted as a whole header at least.
+constexpr std::uint64_t usual_attribute_bytes = std::uint64_t{512} * 1024;
 constexpr std::uint64_t source_bytes_for_one_attribute_byte = 128;
+constexpr std::uint64_t smallest_counted_attribute = 64;
 
 // A non-resident attribute without data may have no mapping pairs at all.
 bool has_no_pairs(const attribute& at) {
@@ -131,6 +132,8 @@ bool CNtfs::parse_attributes(INODE_STATS& stats, attribute& list_attribute, attr
         bool decoded = true;
         switch (at.type()) {
             case attr_standard_information:
+                // Deliberate: one would expect the older form of 48 bytes to have no security id. The four
+                // bytes at its place are taken for one, which at most names a wrong owner of a system file.
                 take_owner(stats, standard_information_value(at.from_value()).security_id());
                 break;
             case attr_attribute_list:
@@ -235,8 +238,8 @@ bool CNtfs::walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_
 }
 
 // Parses the attribute that a list entry names, out of the extension record that holds it; `record` is room
-// for that. A record that was used anew since the list was written is passed over. Returns the bytes of the
-// attribute, 0 if it was not found.
+// for that. A record that was used anew since the list was written is passed over. Returns the bytes that the
+// attribute counts for, 0 if it was not found.
 std::uint64_t CNtfs::add_listed_attribute(INODE_STATS& stats, const list_entry& listed,
                                           std::vector<std::uint8_t>& record) {
     std::uint64_t position = 0;
@@ -261,7 +264,7 @@ std::uint64_t CNtfs::add_listed_attribute(INODE_STATS& stats, const list_entry& 
             if (&stats == &m_mft_info) {
                 index_mft_runs();
             }
-            return at.length();
+            return std::max<std::uint64_t>(at.length(), smallest_counted_attribute);
         }
         if (at.length() == 0) {
             return 0;

@@ -335,6 +335,21 @@ TEST(ParseRecord, the_security_id_gives_the_owner) {
     EXPECT_EQ(owner_of({.security_id = 0x999}), "");
 }
 
+TEST(ParseRecord, in_the_older_form_of_48_bytes_the_four_bytes_behind_it_are_taken_for_a_security_id) {
+    CNtfs volume;
+    volume.m_record_alloc = 1024;
+    volume.m_mft_info.size = 1;
+    volume.m_Validated = true;
+    volume.m_load_security = load_two_owners;
+    INODE_STATS stats;
+    record_builder record;
+    record.add(attribute_builder::resident(0x10, standard_information{.size = 48}.build()));
+    // The id's place is four bytes into the next attribute: its length.
+    record.add(attribute_builder::resident(0x40, bytes(0x100 - 24)));
+    volume.parse_record(record.build_restored(), stats, 6, false);
+    EXPECT_EQ(stats.security_text, "S-1-5-18");
+}
+
 TEST(ParseRecord, the_owner_is_asked_for_only_where_it_can_be_known) {
     EXPECT_EQ(owner_of({.security_id = 0}), "");
     EXPECT_EQ(loads, 0);
@@ -587,6 +602,21 @@ TEST(AttributeList, sixty_thousand_entries_for_one_record_end_soon_and_cost_litt
     // Half a mebibyte of attributes, 72 bytes each with one run, and a little for the source.
     EXPECT_GT(volume->m_mft_info.data_runs.size(), 7000u);
     EXPECT_LT(volume->m_mft_info.data_runs.size(), 8000u);
+}
+
+TEST(AttributeList, entries_for_an_attribute_of_one_byte_cost_no_more_memory_than_others) {
+    volume_builder builder(split_mft());
+    bytes list;
+    const bytes entry = build_attribute_list({{.type = 0x80, .record = 15, .id = 9}});
+    while (list.size() < 60000 * entry.size()) {
+        list.insert(list.end(), entry.begin(), entry.end());
+    }
+    builder.file(0).attribute_list(list).list_in_clusters();
+    // A resident value, which stays an element of the list each time.
+    builder.file(0).attribute(attribute_builder::resident(0x80, bytes(8)).id(9).length(1), 1);
+    opened_volume volume(builder);
+    EXPECT_GT(volume->m_mft_info.data_runs.size(), 8192u);
+    EXPECT_LT(volume->m_mft_info.data_runs.size(), 9000u);
 }
 
 TEST(AttributeList, a_list_longer_than_the_distance_of_records_is_not_read) {
