@@ -6,6 +6,7 @@
 #include "foundation/ql_text.h"
 
 #include <algorithm>
+#include <optional>
 #include <sys/stat.h>
 
 namespace quarry {
@@ -27,11 +28,19 @@ void add_virtual_disk(std::vector<std::string>& files, std::string list) {
     split(files, list, '|', {.trim_each = true, .append = true});
 }
 
-bool same_device(const std::string& left, const std::string& right) {
-    struct ::stat first {};
-    struct ::stat second {};
-    return ::stat(left.c_str(), &first) == 0 && ::stat(right.c_str(), &second) == 0 &&
-           S_ISBLK(first.st_mode) && S_ISBLK(second.st_mode) && first.st_rdev == second.st_rdev;
+// A name in the file system that leads to something, and what that is.
+std::optional<struct ::stat> status_of(const std::string& path) {
+    struct ::stat status {};
+    if (path.empty() || ::stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return status;
+}
+
+bool is_same_source(const struct ::stat& left, const struct ::stat& right) {
+    const bool same_file = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+    const bool same_device = S_ISBLK(left.st_mode) && S_ISBLK(right.st_mode) && left.st_rdev == right.st_rdev;
+    return same_file || same_device;
 }
 
 }  // namespace
@@ -69,9 +78,11 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
 }
 
 bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
-    return std::any_of(files.begin(), files.end(), [&path](const std::string& file) {
-        return same_file(path, file) || same_device(path, file);
-    });
+    const auto status = status_of(path);
+    return status && std::any_of(files.begin(), files.end(), [&status](const std::string& file) {
+               const auto other = status_of(file);
+               return other && is_same_source(*status, *other);
+           });
 }
 
 }  // namespace quarry

@@ -1,0 +1,322 @@
+// What must never happen: a source written over, a temporary file left, words in a copy, a run that hangs or
+// takes all memory.
+
+#include "cli/command_line.h"
+#include "support/requirements.h"
+
+#include <algorithm>
+#include <sys/stat.h>
+
+namespace quarry::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// An address sanitizer takes memory of its own.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool measures_memory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool measures_memory = false;
+#else
+constexpr bool measures_memory = true;
+#endif
+#else
+constexpr bool measures_memory = true;
+#endif
+
+constexpr std::int64_t most_memory_kib = 64 * 1024;
+const std::string notepad_copy_name_begin = "01d5c1194ac40080_o_";
+
+using words = std::vector<std::string>;
+
+class source_files : public command_line_test {
+  protected:
+    void SetUp() override {
+        source("disk");
+        before = text("disk");
+        fs::create_hard_link(m_dir / "disk", m_dir / "hard");
+        fs::create_symlink("disk", m_dir / "soft");
+    }
+    void TearDown() override { EXPECT_TRUE(text("disk") == before); }
+    std::string before;
+};
+
+TEST_F(source_files, are_no_destination_under_any_name) {
+    for (const char* name : {"disk", "hard", "soft", "./disk", "disk/../disk"}) {
+        for (const words& more :
+             {words{"-src", "/a.txt"}, words{"-src", "/a.txt", "-md5"}, words{"-src", "/a.txt", "-quiet"}}) {
+            words line = {"-image", "disk", "-dst", name};
+            line.insert(line.end(), more.begin(), more.end());
+            EXPECT_EQ(run(line).status, 255) << name;
+            ASSERT_TRUE(text("disk") == before) << name;
+        }
+    }
+}
+
+TEST_F(source_files, are_no_destination_of_clusters_and_of_lists) {
+    QUARRY_NEEDS_ROOT();
+    EXPECT_EQ(run({"-image", "disk", "-cluster", "5", "1", "-dst", "hard"}).status, 255);
+    EXPECT_EQ(run({"-partition", "disk", "-src", "/a.txt", "-dst", "soft"}).status, 255);
+    const program_result list =
+        run({"-image", "disk", "-pipe", "-dst", "hard"}, {.standard_input = "/a.txt\n/many/b.txt\n"});
+    EXPECT_TRUE(list.err.starts_with("failed: /a.txt\nfailed: /many/b.txt\n")) << list.err;
+}
+
+TEST_F(source_files, are_no_status_log_and_no_out_file) {
+    for (const char* name : {"disk", "hard", "soft"}) {
+        EXPECT_EQ(run({"-diags", name, "-image", "disk", "-src", "/a.txt", "-dst", "o"}).status, 0);
+        EXPECT_EQ(text("o"), "hello world\n");
+        const program_result out = run({"-out", name, "-src", "/a.txt", "-dst", "o", "-image", "disk"});
+        EXPECT_EQ(out.err, std::string("prob opening file ") + name + " for output, aborting\n");
+        ASSERT_TRUE(text("disk") == before) << name;
+    }
+}
+
+TEST_F(source_files, are_no_report) {
+    fs::create_symlink("disk", m_dir / "o.meta.txt");
+    EXPECT_EQ(run({"-image", "disk", "-src", "/a.txt", "-dst", "o", "-meta"}).status, 0);
+    EXPECT_EQ(text("o"), "hello world\n");
+    EXPECT_TRUE(fs::is_symlink(m_dir / "o.meta.txt"));
+    EXPECT_EQ(run({"-image", "disk", "-src", "/a.txt", "-dst", "o", "-meta", "-md5"}).status, 0);
+    EXPECT_TRUE(fs::is_symlink(m_dir / "o.meta.txt"));
+}
+
+TEST_F(source_files, are_not_replaced_by_a_copy_of_their_name) {
+    const std::string name = "01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4";
+    fs::create_hard_link(m_dir / "disk", m_dir / name);
+    EXPECT_EQ(run({"-image", name, "-src", "/a.txt", "-dst", "o", "-md5"}).status, 255);
+    EXPECT_TRUE(text(name) == before);
+    EXPECT_EQ(files(), (words{name, "disk", "hard", "soft"}));
+}
+
+class standard_streams : public command_line_test {
+  protected:
+    void SetUp() override { source("disk"); }
+    void expect_named_copy() const {
+        EXPECT_EQ(files(), (words{"01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4", "disk"}));
+        EXPECT_EQ(text("01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4"), "hello world\n");
+    }
+    const words copy = {"-image", "disk", "-src", "/a.txt", "-dst", "o", "-md5"};
+};
+
+TEST_F(standard_streams, that_are_closed_lend_their_descriptors_to_no_file) {
+    for (const output_end out : {output_end::captured, output_end::closed}) {
+        for (const output_end err : {output_end::captured, output_end::closed}) {
+            fs::remove(m_dir / "01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4");
+            const program_result result =
+                run(copy, {.close_standard_input = true, .standard_output = out, .standard_error = err});
+            EXPECT_EQ(result.status, 0);
+            expect_named_copy();
+        }
+    }
+}
+
+TEST_F(standard_streams, that_nobody_reads_stop_no_copy) {
+    EXPECT_EQ(run(copy, {.standard_output = output_end::broken}).status, 0);
+    expect_named_copy();
+    EXPECT_EQ(run(copy, {.standard_output = output_end::broken, .standard_error = output_end::broken}).status,
+              0);
+    expect_named_copy();
+}
+
+TEST_F(standard_streams, that_nobody_reads_leave_no_temporary_file_behind_a_failed_copy) {
+    const program_result result = run({"-image", "disk", "-src", "/empty.txt", "-dst", "o", "-md5"},
+                                      {.standard_output = output_end::broken});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(files(), words{"disk"});
+}
+
+class small_disks : public command_line_test {
+  protected:
+    void SetUp() override { source("disk"); }
+};
+
+TEST_F(small_disks, make_a_copy_named_by_its_digest_fail_and_leave_no_file) {
+    const program_result result = run({"-image", "disk", "-src", "/Windows/notepad.exe", "-dst", "o", "-md5"},
+                                      {.file_size_limit = 50000});
+    EXPECT_TRUE(result.exited);
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(files(), words{"disk"});
+}
+
+TEST_F(small_disks, cut_any_other_copy_which_still_counts_as_done) {
+    const program_result result =
+        run({"-image", "disk", "-src", "/Windows/notepad.exe", "-dst", "o"}, {.file_size_limit = 50000});
+    EXPECT_TRUE(result.exited);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(text("o") == notepad_content().substr(0, 50000));
+}
+
+class odd_sources : public command_line_test {};
+
+TEST_F(odd_sources, that_are_pipes_or_sockets_neither_block_nor_count) {
+    ASSERT_EQ(::mkfifo((m_dir / "fifo").c_str(), 0600), 0);
+    const program_result result =
+        run({"-image", "fifo", "-src", "/a.txt", "-dst", "o"}, {.time_limit = std::chrono::seconds(10)});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(result.err, "couldn't find any partitions on disk\n\n");
+}
+
+TEST_F(odd_sources, of_endless_zeros_hold_no_volume) {
+    const program_result result =
+        run({"-image", "/dev/zero", "-src", "/a.txt", "-dst", "o"}, {.time_limit = std::chrono::seconds(10)});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(result.err, "couldn't find any partitions on disk\n\n");
+}
+
+// A number in the boot sector or in record 0 that no volume has.
+struct damage {
+    const char* name;
+    std::size_t offset;
+    unsigned width;
+    std::uint64_t value;
+};
+class damaged_boot_sectors : public command_line_test, public testing::WithParamInterface<damage> {};
+
+TEST_P(damaged_boot_sectors, are_no_volume) {
+    volume_builder volume;
+    volume.add_file("a.txt").data("hello world\n");
+    volume.force_boot(GetParam().offset, GetParam().width, GetParam().value);
+    volume.write_to(m_dir / "image");
+    const program_result result = run({"-image", "image", "-src", "/a.txt", "-dst", "o", "-diags", "log"},
+                                      {.time_limit = std::chrono::seconds(10)});
+    ASSERT_TRUE(result.exited) << result.signal;
+    EXPECT_EQ(result.status, 255);
+    EXPECT_NE(text("log").find("->err: pNTFS\n->err: copy failed\n->exit: -1\n"), std::string::npos)
+        << text("log");
+    EXPECT_EQ(files(), (words{"image", "log"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    boot, damaged_boot_sectors,
+    testing::Values(damage{"no_bytes_per_sector", 11, 2, 0}, damage{"no_sectors_per_cluster", 13, 1, 0},
+                    damage{"no_clusters_per_record", 64, 1, 0},
+                    damage{"a_file_table_beyond_the_end", 48, 8, 0x7FFFFFFF},
+                    damage{"a_file_table_at_the_last_cluster_there_can_be", 48, 8, 0xFFFFFFFFFFFFFFFF}),
+    [](const auto& damaged) { return std::string(damaged.param.name); });
+
+class hostile_claims : public command_line_test {
+  protected:
+    // Copies /a.txt with a report and expects that it takes little time and memory, whatever comes of it.
+    void copy_in_little_memory(volume_builder& volume) const {
+        volume.add_file("a.txt").data("hello world\n");
+        volume.write_to(m_dir / "image");
+        ASSERT_LE(fs::file_size(m_dir / "image"), 1U << 20);
+        const program_result result = run({"-image", "image", "-src", "/a.txt", "-dst", "o", "-meta"},
+                                          {.time_limit = std::chrono::seconds(20)});
+        EXPECT_TRUE(result.exited) << result.signal;
+        EXPECT_FALSE(result.timed_out);
+        if (measures_memory) {
+            EXPECT_LT(result.peak_memory_kib, most_memory_kib);
+        }
+    }
+};
+
+TEST_F(hostile_claims, of_a_security_stream_of_a_tebibyte_take_little_memory) {
+    volume_builder volume;
+    volume.add_file_at(9, "$Secure")
+        .stream("$SDS", runs({{hole, 0x10000000}}), {.real = 1ULL << 40, .initialized = 1ULL << 40});
+    volume.file(6).security_id(0x100);
+    copy_in_little_memory(volume);
+    EXPECT_EQ(text("o"), "hello world\n");
+}
+
+TEST_F(hostile_claims, of_records_of_two_gibibytes_take_little_memory) {
+    volume_builder volume;
+    volume.force_boot(64, 1, 0xE1);
+    copy_in_little_memory(volume);
+}
+
+TEST_F(hostile_claims, of_an_allocated_record_size_of_a_gibibyte_take_little_memory) {
+    volume_builder volume;
+    volume.force_record(0, 28, 4, 0x40000000);
+    copy_in_little_memory(volume);
+}
+
+TEST_F(hostile_claims, of_an_index_of_a_tebibyte_take_little_memory) {
+    volume_builder volume;
+    volume.root().index_in_blocks();
+    volume.root().attribute(attribute_builder::non_resident(0xA0, runs({{hole, 0x10000000}}))
+                                .named("$I30")
+                                .cluster_size(volume.cluster_size()));
+    copy_in_little_memory(volume);
+}
+
+TEST_F(hostile_claims, of_an_image_cut_at_any_length_are_survived) {
+    source("disk");
+    const std::string whole = text("disk");
+    for (std::size_t length = 0; length < whole.size(); length += 40'009) {
+        fs::resize_file(m_dir / "disk", whole.size());
+        write_file(m_dir / "disk", to_bytes(std::string_view(whole).substr(0, length)));
+        const program_result result =
+            run({"-image", "disk", "-src", "/Windows/notepad.exe", "-dst", "o", "-quiet"},
+                {.time_limit = std::chrono::seconds(10)});
+        ASSERT_TRUE(result.exited) << length;
+        if (result.status == 0) {
+            EXPECT_TRUE(notepad_content().starts_with(text("o"))) << length;
+            fs::remove(m_dir / "o");
+        } else {
+            EXPECT_EQ(result.status, 255) << length;
+        }
+    }
+}
+
+class long_lists : public command_line_test {
+  protected:
+    void SetUp() override { source("disk"); }
+    // A run over `count` lines, all alike.
+    program_result run_over(const std::string& line, std::size_t count, const words& more) {
+        std::string input;
+        for (std::size_t i = 0; i < count; ++i) {
+            input += line;
+        }
+        words all = {"-image", "disk", "-pipe"};
+        all.insert(all.end(), more.begin(), more.end());
+        program_result result =
+            run(all, {.standard_input = std::move(input), .time_limit = std::chrono::minutes(5)});
+        EXPECT_TRUE(result.exited);
+        EXPECT_EQ(result.status, 0);
+        return result;
+    }
+};
+
+TEST_F(long_lists, of_100000_copies_take_no_more_memory_than_short_ones) {
+    const program_result few = run_over("/a.txt\n", 100, {"-dst", "/dev/null"});
+    const program_result many = run_over("/a.txt\n", 100'000, {"-dst", "/dev/null"});
+    std::string expected;
+    for (int i = 0; i < 100'000; ++i) {
+        expected += "success: /a.txt\n";
+    }
+    EXPECT_TRUE(many.err == expected + emptied_status_line);
+    if (measures_memory) {
+        // The test's own memory, which holds the input, counts until it has become the program.
+        EXPECT_LT(many.peak_memory_kib, few.peak_memory_kib + 4096);
+    }
+}
+
+TEST_F(long_lists, of_dropped_lines_end_soon) {
+    run_over("/nothing/to/see\n", 500'000, {"-dst", "o", "-filter", "*.none"});
+    EXPECT_EQ(files(), words{"disk"});
+}
+
+TEST_F(long_lists, may_come_from_a_closed_standard_input) {
+    const program_result result =
+        run({"-image", "disk", "-pipe", "-dst", "o"}, {.close_standard_input = true});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, emptied_status_line);
+    EXPECT_EQ(files(), words{"disk"});
+}
+
+class empty_words : public command_line_test {};
+
+TEST_F(empty_words, are_words_like_any_other) {
+    source("disk");
+    EXPECT_EQ(behind_header(run({""}).out), "err: -dst <filename> was not specified\n");
+    EXPECT_EQ(run({"-image", "disk", "-src", "", "-dst", ""}).status, 255);
+    EXPECT_EQ(run({"-offset", "", "-image", "disk", "-src", "/a.txt", "-dst", "o"}).status, 0);
+    EXPECT_EQ(text("o"), "hello world\n");
+}
+
+}  // namespace
+}  // namespace quarry::test
