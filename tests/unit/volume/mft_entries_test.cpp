@@ -786,8 +786,9 @@ TEST(CategorizeEntry, ReadsLaterRecordsInTheLengthToWhichTheEndOfTheSourceCutOne
         bytes cut = volume.image();
         cut.resize(size);
         opened_volume opened(cut);
+        const categorized got = categorize(opened.ntfs(), 26);
         std::vector<std::string> names;
-        for (const attr_item* const item : of_type(categorize(opened.ntfs(), 26).items, 0x80)) {
+        for (const attr_item* const item : of_type(got.items, 0x80)) {
             names.push_back(item->name);
         }
         return names;
