@@ -1,7 +1,9 @@
 #include "volume/ntfs_open.h"
 
 #include "support/device_files.h"
+#include "support/disk_builder.h"
 #include "support/temp_dir.h"
+#include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
 
 #include <filesystem>
@@ -165,6 +167,53 @@ TEST(OpenByVmdk, an_empty_list_and_files_that_are_none_are_refused) {
     volume = something();
     EXPECT_FALSE(open_by_vmdk({(dir / "plain").wstring()}, 0, volume, false, nullptr));
     EXPECT_EQ(volume, nullptr);
+}
+
+// A virtual disk of one file with these bytes.
+std::vector<std::wstring> virtual_disk(const temp_dir& dir, const bytes& content) {
+    vmdk_builder file;
+    file.put_all(0, content);
+    file.write(dir / "disk.vmdk");
+    return {(dir / "disk.vmdk").wstring()};
+}
+
+bytes disk_with_a_volume_at_sector_63() {
+    return disk_builder(512).table(0, {{0x07, 63, 300}}).put(63, volume_builder().image()).image();
+}
+
+TEST(OpenByVmdk, without_an_offset_the_first_volume_of_the_disk_is_taken) {
+    const temp_dir dir;
+    const std::vector<std::wstring> files = virtual_disk(dir, disk_with_a_volume_at_sector_63());
+    for (const std::int64_t offset : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{-32256}}) {
+        std::unique_ptr<CNtfs> volume = something();
+        ASSERT_TRUE(open_by_vmdk(files, offset, volume, false, load_nothing));
+        EXPECT_EQ(volume->m_volume_offset, 63u * 512);
+        EXPECT_EQ(volume->disk_origin(), 63u * 512);
+        EXPECT_EQ(volume->m_disk->m_origin_sectors, 0);
+        EXPECT_EQ(volume->m_source_type, 0);
+        EXPECT_EQ(volume->m_disk->m_kind, source_kind_virtual_disk);
+        EXPECT_EQ(volume->m_load_security, &load_nothing);
+        EXPECT_FALSE(volume->m_bitmap_runs.empty()) << "entry 6 was read through the virtual disk";
+    }
+}
+
+TEST(OpenByVmdk, an_offset_above_zero_is_taken_as_it_is) {
+    const temp_dir dir;
+    const std::vector<std::wstring> files = virtual_disk(dir, disk_with_a_volume_at_sector_63());
+    std::unique_ptr<CNtfs> volume;
+    EXPECT_TRUE(open_by_vmdk(files, 63 * 512, volume, false, nullptr));
+    EXPECT_EQ(volume->m_volume_offset, 63u * 512);
+    EXPECT_FALSE(open_by_vmdk(files, 64 * 512, volume, false, nullptr));
+    EXPECT_EQ(volume, nullptr);
+}
+
+TEST(OpenByVmdk, a_disk_that_reports_no_volume_is_one) {
+    const temp_dir dir;
+    const std::vector<std::wstring> files = virtual_disk(dir, volume_builder().image());
+    std::unique_ptr<CNtfs> volume;
+    EXPECT_TRUE(open_by_vmdk(files, 0, volume, false, nullptr));
+    EXPECT_EQ(volume->m_volume_offset, 0u);
+    EXPECT_EQ(volume->disk_origin(), 0u);
 }
 
 TEST(OpenSource, a_refused_type_becomes_255) {
