@@ -29,7 +29,7 @@ def test_many_names_in_a_list(make_volume, quarry):
 
 
 def reachable_streams(volume, entry):
-    """Names of the $DATA attributes that a list leads to, one for each attribute id: the base record's, then the first listed.
+    """Names of the $DATA attributes that a list leads to: for each id the base record's, or else the first listed.
 
     Attributes of different extension records may carry the same id, and a list of a file's attributes by type and
     id has room for one of them.

@@ -1,7 +1,8 @@
 """Sectors of 4096 bytes, on which mkntfs makes records of 4096 bytes.
 
-Update sequences protect every 512 bytes whatever the sector size, but the reader goes by the sector size of the boot sector: of a
-record or block of 4096 bytes it puts one sector end back. What lies across the other ends keeps the update sequence number.
+Update sequences protect every 512 bytes whatever the sector size, but the reader goes by the sector size of the boot
+sector: of a record or block of 4096 bytes it puts one sector end back. What lies across the other ends keeps the update
+sequence number.
 """
 
 import struct

@@ -17,13 +17,16 @@ enum class output_end {
     broken   // a pipe that nobody reads from
 };
 
+// False in a build with AddressSanitizer, whose shadow takes terabytes of address space: there no limit is
+// set.
+[[nodiscard]] bool memory_limit_works();
+
 struct program_options {
     std::string standard_input = {};
     std::filesystem::path directory = {};                 // where it runs; empty: where the test runs
     std::map<std::string, std::string> environment = {};  // added to this process's own
     std::chrono::milliseconds time_limit{60000};          // then it is killed
-    // Bytes of address space, 0 for no limit. Has no effect in a build with AddressSanitizer, whose shadow
-    // needs terabytes of it; `peak_memory_kib` tells there too.
+    // Bytes of address space, 0 for no limit; see memory_limit_works.
     std::uint64_t memory_limit = 0;
     // No file may grow beyond this many bytes; 0 for no limit.
     std::uint64_t file_size_limit = 0;
@@ -42,7 +45,6 @@ struct program_result {
     bool timed_out = false;
     std::string out;
     std::string err;
-    std::int64_t peak_memory_kib = 0;  // largest resident size
 };
 
 [[nodiscard]] program_result run_program(const std::vector<std::string>& arguments,
