@@ -121,10 +121,10 @@ TEST_F(VmdkFile, a_file_cut_at_any_length_opens_only_with_a_first_table_or_not_a
     const bytes whole = three_grains().build();
     // The directory is in sector 3 and its first table in sector 4.
     for (const std::size_t length : {0u, 1u, 3u, 4u, 79u, 511u, 512u, 513u, 1536u, 1539u}) {
-        EXPECT_FALSE(open(bytes(whole.begin(), whole.begin() + length))) << length;
+        EXPECT_FALSE(open(byte_view(whole).clipped(0, length).to_vector())) << length;
     }
     for (const std::size_t length : {1540u, 2047u, 2048u, 2051u, 2052u, 4095u, 4096u, 4097u}) {
-        EXPECT_TRUE(open(bytes(whole.begin(), whole.begin() + length))) << length;
+        EXPECT_TRUE(open(byte_view(whole).clipped(0, length).to_vector())) << length;
         EXPECT_EQ(position(0).has_value(), length > 2049u) << length;
         EXPECT_EQ(read(0, 1).has_value(), length > 4096u) << length;
     }
