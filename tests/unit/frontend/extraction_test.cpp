@@ -1,0 +1,298 @@
+#include "frontend/extraction.h"
+
+#include "support/temp_dir.h"
+#include "support/volume_builder.h"
+
+#include <filesystem>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace quarry {
+namespace {
+
+namespace fs = std::filesystem;
+using test::hole;
+using test::runs;
+using test::temp_dir;
+using test::to_bytes;
+
+class extraction_test : public testing::Test {
+  protected:
+    void SetUp() override {
+        arg_list args = {"quarry", "-diags", dir / "log"};
+        ASSERT_TRUE(opts.parse(args));
+        job.dst = (dir / "o").wstring();
+    }
+    // Writes the volume out as the image of the job.
+    void use(test::volume_builder& volume) {
+        volume.write_to(dir / "image");
+        job.image = (dir / "image").wstring();
+    }
+    bool copy() { return extract_stream(ntfs, job, opts); }
+    [[nodiscard]] std::string text(const char* name) const {
+        const test::bytes content = test::read_file(dir / name);
+        return {content.begin(), content.end()};
+    }
+    // The log behind the command line.
+    [[nodiscard]] std::string log() const {
+        const std::string all = text("log");
+        return all.substr(all.find('\n') + 1);
+    }
+    temp_dir dir;
+    cmd_params opts;
+    copy_job job;
+    std::unique_ptr<CNtfs> ntfs;
+};
+
+TEST_F(extraction_test, of_a_failed_out_stream_ends_at_once) {
+    std::ostringstream out;
+    out.setstate(std::ios_base::failbit);
+    job.out_stream = &out;
+    EXPECT_FALSE(copy());
+    EXPECT_EQ(log(), "->err: out stream bad\n");
+    EXPECT_EQ(ntfs, nullptr);
+}
+
+TEST_F(extraction_test, opens_the_volume_once_for_all_jobs) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    const CNtfs* const opened = ntfs.get();
+    copy_job other;
+    other.src = L"/a.txt";
+    other.image = L"/no/such/image";
+    other.dst = (dir / "p").wstring();
+    EXPECT_TRUE(extract_stream(ntfs, other, opts));
+    EXPECT_EQ(ntfs.get(), opened);
+    EXPECT_EQ(text("p"), "text");
+}
+
+TEST_F(extraction_test, leaves_the_statistics_of_the_entry_behind) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text").times(
+        {.created = 11, .modified = 22, .mft_changed = 33, .accessed = 44});
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(opts.m_file_stats.m_entry, 24U);
+    EXPECT_EQ(opts.m_file_stats.m_size, 4U);
+    EXPECT_EQ(opts.m_file_stats.m_modified, 22U);
+    EXPECT_EQ(opts.m_file_stats.m_created, 11U);
+    EXPECT_EQ(opts.m_file_stats.m_accessed, 44U);
+    EXPECT_EQ(opts.m_file_stats.m_mft_changed, 33U);
+    EXPECT_EQ(opts.m_file_stats.m_time_kind, ql::type_time::filetime);
+    EXPECT_EQ(opts.m_file_stats.m_mask, 4U);
+    EXPECT_TRUE(opts.m_file_stats.m_valid);
+}
+
+TEST_F(extraction_test, statistics_of_an_earlier_entry_do_not_outlive_a_failure) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    job.entry = 9999;
+    EXPECT_FALSE(copy());
+    EXPECT_FALSE(opts.m_file_stats.m_valid);
+    EXPECT_EQ(opts.m_file_stats.m_entry, 0U);
+}
+
+TEST_F(extraction_test,
+       the_size_of_a_stream_in_clusters_is_its_initialized_size_and_its_place_that_of_its_first_run) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data(runs({{150, 2}}), {.real = 8000, .initialized = 5000});
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(opts.m_file_stats.m_size, 5000U);
+    EXPECT_EQ(job.data_position, 150U * 4096U);
+    EXPECT_FALSE(job.wof_present);
+}
+
+TEST_F(extraction_test, a_file_that_the_system_compressed_is_noted) {
+    test::volume_builder volume;
+    volume.add_file("a.txt")
+        .data(runs({{hole, 4}}), {.real = 16000})
+        .stream("WofCompressedData", runs({{160, 2}}), {.real = 7000, .initialized = 6000});
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(job.wof_present);
+    EXPECT_EQ(job.wof_size, 7000U);
+    EXPECT_EQ(job.wof_position, 160U * 4096U);
+    EXPECT_EQ(text("o").size(), 7000U);
+}
+
+TEST_F(extraction_test, a_compressed_stream_that_is_resident_does_not_take_the_place_of_the_unnamed_one) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("plain").stream("WofCompressedData", "packed");
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_FALSE(job.wof_present);
+    EXPECT_EQ(text("o"), "plain");
+}
+
+TEST_F(extraction_test, an_entry_without_standard_information_is_not_copied_and_no_failure) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text").without_standard_information();
+    use(volume);
+    job.src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_FALSE(fs::exists(dir / "o"));
+}
+
+TEST_F(extraction_test, the_index_of_a_directory_is_a_stream) {
+    test::volume_builder volume;
+    test::file_builder& directory = volume.add_directory("dir").index_in_blocks();
+    volume.add_file("a.txt", directory.entry()).data("text");
+    use(volume);
+    job.src = L"\\dir:$i30";
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(text("o").size(), 4096U);
+    EXPECT_EQ(text("o").substr(0, 4), "INDX");
+}
+
+TEST_F(extraction_test, a_report_is_written_for_any_entry_that_has_attributes) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt:nosuch";
+    job.meta = (dir / "report").wstring();
+    EXPECT_TRUE(copy());
+    EXPECT_FALSE(fs::exists(dir / "o"));
+    EXPECT_EQ(text("report").substr(0, 15), "\\a.txt:nosuch\n\n");
+}
+
+TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt";
+    job.meta = (dir / "missing/report").wstring();
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(text("o"), "text");
+    EXPECT_EQ(job.meta, L"");
+}
+
+TEST_F(extraction_test, an_older_report_that_cannot_be_replaced_is_not_passed_off_as_the_new_one) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt";
+    job.md5 = true;
+    fs::create_directory(dir / "report");
+    job.meta = (dir / "report").wstring();
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(fs::is_directory(dir / "report"));
+}
+
+TEST_F(extraction_test, a_destination_that_cannot_be_opened_fails) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"/a.txt";
+    job.dst = (dir / "missing/o").wstring();
+    EXPECT_FALSE(copy());
+}
+
+TEST_F(extraction_test, a_path_that_is_found_becomes_the_path_as_it_stands_on_the_volume) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    use(volume);
+    job.src = L"c:/A.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(job.entry, 24U);
+    EXPECT_EQ(job.src, L"c:\\A.txt");
+}
+
+TEST_F(extraction_test, an_entry_that_cannot_be_read_is_told) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    volume.replace_record(24, test::bytes(1024, 'x'));
+    use(volume);
+    job.entry = 24;
+    EXPECT_FALSE(copy());
+    EXPECT_NE(log().find("->info: inode \n->err: fixup: 0x18\n"), std::string::npos) << log();
+}
+
+TEST_F(extraction_test, an_entry_that_the_system_marked_as_bad_is_told) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    volume.force_record(24, 0, 4, 0x44414142);  // "BAAD"
+    use(volume);
+    job.entry = 24;
+    EXPECT_FALSE(copy());
+    EXPECT_NE(log().find("->err: fixup: 0x18\n"), std::string::npos) << log();
+}
+
+TEST_F(extraction_test, an_image_that_shrinks_between_two_jobs_gives_what_is_left_and_zeros) {
+    const test::bytes content = test::pattern(100'000);
+    const std::string whole(content.begin(), content.end());
+    test::volume_builder volume;
+    volume.add_file("a.txt").data(runs({{150, 25}}), {.real = 100'000});
+    volume.write_clusters(150, content);
+    use(volume);
+    job.entry = 24;
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(text("o"), whole);
+    fs::resize_file(dir / "image", 160U * 4096U);
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(text("o") == whole.substr(0, 40'960) + std::string(59'040, '\0'));
+    fs::resize_file(dir / "image", 4096);
+    EXPECT_FALSE(copy());
+}
+
+// How the driver names what it opens, and what type it takes a path for.
+struct opening {
+    const char* name;
+    std::wstring partition;
+    std::wstring src;
+    std::string logged;
+};
+class opened_paths : public extraction_test, public testing::WithParamInterface<opening> {};
+
+TEST_P(opened_paths, are_logged_with_their_type) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    job.partition = GetParam().partition;
+    job.src = GetParam().src;
+    EXPECT_FALSE(copy());
+    EXPECT_EQ(log(), "->info: pNTFS part:" + GetParam().logged + "\n->err: pNTFS\n");
+    fs::current_path(before);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    drivers, opened_paths,
+    testing::Values(opening{"a_letter", L"c:", L"/x", "c:, type:32"},
+                    opening{"a_colon_behind_any_first_character", L"?:more", L"/x", "?:more, type:32"},
+                    opening{"a_device_name", L"\\\\.\\C:", L"/x", "\\\\.\\C:, type:35"},
+                    opening{"a_path", L"/no/such", L"c:\\x", "/no/such, type:33"},
+                    opening{"a_source_with_a_letter", L"", L"c:\\x", "c:\\x, type:32"},
+                    opening{"a_source_with_a_device_name", L"", L"\\\\?\\x", "\\\\?\\x, type:35"},
+                    opening{"a_source_without_either", L"", L"/x", ", type:33"},
+                    opening{"nothing", L"", L"", ", type:33"}),
+    [](const auto& opened) { return std::string(opened.param.name); });
+
+TEST_F(extraction_test, a_virtual_disk_goes_before_an_image_and_an_image_before_a_drive) {
+    job.vmdk_list = {L"a", L"b"};
+    job.image = L"/no/such/image";
+    job.drive = 7;
+    job.volume_offset = 0x200;
+    EXPECT_FALSE(copy());
+    EXPECT_EQ(log(), "->info: pNTFS vm:a;b:0x200\n->err: pNTFS\n");
+    job.vmdk_list.clear();
+    EXPECT_FALSE(copy());
+    EXPECT_NE(log().find("->info: pNTFS img:/no/such/image:0x200\n->err: pNTFS\n"), std::string::npos);
+    job.image.clear();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(copy());
+    testing::internal::GetCapturedStderr();
+    EXPECT_NE(log().find("->info: pNTFS drv:7:0x200\n->err: pNTFS\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quarry

@@ -1,0 +1,172 @@
+#include "frontend/quarry_opts.h"
+
+#include "support/temp_dir.h"
+#include "support/volume_builder.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace quarry {
+namespace {
+
+using test::temp_dir;
+
+class quarry_opts_test : public testing::Test {
+  protected:
+    void SetUp() override {
+        test::volume_builder().write_to(dir / "image");
+        image = (dir / "image").string();
+        opts.m_admin = true;
+    }
+    bool parse(arg_list words) {
+        args = std::move(words);
+        args.insert(args.begin(), "quarry");
+        testing::internal::CaptureStderr();
+        const bool good = opts.parse(args, "ver: 9");
+        said = testing::internal::GetCapturedStderr();
+        return good;
+    }
+    temp_dir dir;
+    std::string image;
+    quarry_opts opts;
+    arg_list args;
+    std::string said;
+};
+
+TEST_F(quarry_opts_test, begins_with_its_defaults) {
+    const quarry_opts fresh;
+    EXPECT_FALSE(fresh.m_admin);
+    EXPECT_FALSE(fresh.m_meta);
+    EXPECT_FALSE(fresh.m_raw);
+    EXPECT_FALSE(fresh.m_md5);
+    EXPECT_FALSE(fresh.m_skip_sparse);
+    EXPECT_FALSE(fresh.m_use_drive);
+    EXPECT_FALSE(fresh.m_first_ntfsvol);
+    EXPECT_FALSE(fresh.m_live);
+    EXPECT_EQ(fresh.m_drive, 0U);
+    EXPECT_EQ(fresh.m_entry, 0xFFFFFFFFFFFFFFFFU);
+    EXPECT_EQ(fresh.m_volume_offset, 0U);
+    EXPECT_EQ(fresh.m_start_lcn, 0U);
+    EXPECT_EQ(fresh.m_cluster_count, 0U);
+    EXPECT_EQ(fresh.m_src + fresh.m_dst + fresh.m_image + fresh.m_partition, L"");
+    EXPECT_EQ(fresh.m_cluster_text, "");
+}
+
+TEST_F(quarry_opts_test, keeps_the_version_and_the_tools_name_and_clears_output_formats) {
+    opts.m_csv = true;
+    opts.m_hex_output = true;
+    EXPECT_TRUE(parse({}));
+    EXPECT_EQ(opts.m_version, "ver: 9");
+    EXPECT_EQ(opts.m_tool_name, "QUARRY");
+    EXPECT_FALSE(opts.m_csv);
+    EXPECT_FALSE(opts.m_hex_output);
+}
+
+TEST_F(quarry_opts_test, each_switch_sets_its_flag) {
+    EXPECT_TRUE(parse({"-meta", "-SKIP_SPARSE_CLUSTERS", "-md5", "-Raw", "-first_ntfsvol"}));
+    EXPECT_TRUE(opts.m_meta);
+    EXPECT_TRUE(opts.m_skip_sparse);
+    EXPECT_TRUE(opts.m_md5);
+    EXPECT_TRUE(opts.m_raw);
+    EXPECT_TRUE(opts.m_first_ntfsvol);
+    EXPECT_EQ(args.size(), 1U);
+}
+
+TEST_F(quarry_opts_test, without_a_source_option_the_path_alone_names_the_volume) {
+    EXPECT_TRUE(parse({"-src", "c:\\a", "-dst", "b"}));
+    EXPECT_TRUE(opts.m_live);
+    EXPECT_EQ(opts.m_src, L"c:\\a");
+    EXPECT_EQ(opts.m_dst, L"b");
+    EXPECT_EQ(said, "");
+}
+
+TEST_F(quarry_opts_test, a_partition_of_one_letter_gets_a_colon) {
+    EXPECT_TRUE(parse({"-partition", "e"}));
+    EXPECT_EQ(opts.m_partition, L"e:");
+    EXPECT_FALSE(opts.m_live);
+    EXPECT_TRUE(parse({"-partition", "/dev/sdz1"}));
+    EXPECT_EQ(opts.m_partition, L"/dev/sdz1");
+}
+
+TEST_F(quarry_opts_test, a_partition_goes_before_an_image_which_is_never_looked_at) {
+    EXPECT_TRUE(parse({"-image", "/no/such/image", "-partition", "y"}));
+    EXPECT_EQ(opts.m_image, L"");
+    EXPECT_EQ(args, (arg_list{"quarry", "-image", "/no/such/image"}));
+}
+
+TEST_F(quarry_opts_test, an_image_is_made_absolute_and_keeps_offset_0) {
+    EXPECT_TRUE(parse({"-image", image, "-src", "a", "-dst", "b"}));
+    EXPECT_EQ(opts.m_image, std::wstring(image.begin(), image.end()));
+    EXPECT_EQ(opts.m_volume_offset, 0U);
+    EXPECT_FALSE(opts.m_live);
+}
+
+TEST_F(quarry_opts_test, an_entry_may_stand_beside_a_path) {
+    EXPECT_TRUE(parse({"-mft", "5", "-src", "a", "-dst", "b"}));
+    EXPECT_EQ(opts.m_entry, 5U);
+    EXPECT_EQ(opts.m_src, L"a");
+}
+
+TEST_F(quarry_opts_test, an_entry_goes_before_clusters_and_words) {
+    EXPECT_TRUE(parse({"-cluster", "1", "2", "-mft", "5", "-dst", "b", "x", "y"}));
+    EXPECT_EQ(opts.m_entry, 5U);
+    EXPECT_EQ(opts.m_cluster_text, "");
+    EXPECT_EQ(opts.m_src, L"");
+}
+
+TEST_F(quarry_opts_test, clusters_have_a_start_and_a_count) {
+    EXPECT_TRUE(parse({"-cluster", "100", "8", "-dst", "b"}));
+    EXPECT_EQ(opts.m_start_lcn, 100U);
+    EXPECT_EQ(opts.m_cluster_count, 8U);
+    EXPECT_EQ(opts.m_cluster_text, "100");
+}
+
+TEST_F(quarry_opts_test, with_one_number_the_text_is_the_count_not_the_cluster) {
+    EXPECT_TRUE(parse({"-cluster", "100", "-dst", "b"}));
+    EXPECT_EQ(opts.m_start_lcn, 100U);
+    EXPECT_EQ(opts.m_cluster_count, 1U);
+    EXPECT_EQ(opts.m_cluster_text, "1");
+}
+
+TEST_F(quarry_opts_test, a_list_clears_the_source_and_needs_a_destination) {
+    EXPECT_TRUE(parse({"-pipe", "-src", "a", "-dst", "b"}));
+    EXPECT_EQ(opts.m_src, L"");
+    EXPECT_TRUE(parse({"-pipe", "-dst", "b", "x", "y", "z"}));
+    EXPECT_EQ(opts.m_src, L"");
+    EXPECT_EQ(opts.m_dst, L"b");
+    opts.m_dst.clear();
+    EXPECT_FALSE(parse({"-pipe", "x"}));
+    EXPECT_EQ(said, "option [-dst <destination file>] needed for this option\n");
+}
+
+TEST_F(quarry_opts_test, a_source_that_stands_alone_is_taken_as_typed) {
+    setenv("QUARRY_A", "alpha", 1);
+    EXPECT_TRUE(parse({"%QUARRY_A%"}));
+    EXPECT_EQ(opts.m_src, L"%QUARRY_A%");
+    EXPECT_EQ(opts.m_dst, L"");
+    opts.m_src.clear();
+    EXPECT_TRUE(parse({"%QUARRY_A%", "%QUARRY_A%b"}));
+    EXPECT_EQ(opts.m_src, L"alpha");
+    EXPECT_EQ(opts.m_dst, L"alphab");
+}
+
+TEST_F(quarry_opts_test, a_path_of_a_shadow_copy_can_be_written_with_vss) {
+    EXPECT_TRUE(parse({"-src", "%vss%3\\x", "-dst", "b"}));
+    EXPECT_EQ(opts.m_src, L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3\\x");
+}
+
+TEST_F(quarry_opts_test, no_option_is_an_error_by_itself) {
+    EXPECT_TRUE(parse({}));
+    EXPECT_TRUE(opts.m_live);
+    EXPECT_TRUE(parse({"-unknown", "x", "y", "z"}));
+    EXPECT_EQ(said, "");
+}
+
+TEST(is_administrator, is_who_runs_as_root) {
+    EXPECT_EQ(is_administrator(), ::getuid() == 0 || ::geteuid() == 0);
+}
+
+}  // namespace
+}  // namespace quarry
