@@ -181,11 +181,13 @@ program_result run_program(const std::vector<std::string>& arguments, const prog
     close_end(out.read);
     close_end(err.read);
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    rusage usage{};
+    while (wait4(child, &status, 0, &usage) < 0 && errno == EINTR) {
     }
     result.exited = WIFEXITED(status);
     result.status = result.exited ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result.peak_memory_kib = usage.ru_maxrss;
     return result;
 }
 

@@ -45,6 +45,9 @@ struct program_result {
     bool timed_out = false;
     std::string out;
     std::string err;
+    // Largest resident size. No less than the test's own at the start, which counts until the child has
+    // become the program: good for "no more than", and only where the test is small itself.
+    std::int64_t peak_memory_kib = 0;
 };
 
 [[nodiscard]] program_result run_program(const std::vector<std::string>& arguments,

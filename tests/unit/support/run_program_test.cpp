@@ -17,6 +17,7 @@ TEST(RunProgram, both_streams_and_the_status_are_told_apart) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.out, "out\n");
     EXPECT_EQ(result.err, "err\n");
+    EXPECT_GT(result.peak_memory_kib, 0);
 }
 
 TEST(RunProgram, standard_input_is_fed_however_long_it_is) {
