@@ -6,5 +6,5 @@ set -euo pipefail
 source "$(dirname "$0")/lib/setup.sh"
 
 quarry_install build test bench
-quarry_prepare release
+quarry_prepare release quarry
 exec python3 -B "$QUARRY_ROOT/bench/compare.py" --quarry "$QUARRY" "$@"

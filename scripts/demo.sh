@@ -6,7 +6,7 @@ set -euo pipefail
 source "$(dirname "$0")/lib/setup.sh"
 
 quarry_install demo
-quarry_prepare release
+quarry_prepare release quarry
 
 samples=$QUARRY_ROOT/samples
 work=$(mktemp -d)

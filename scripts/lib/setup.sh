@@ -1,7 +1,8 @@
 # shellcheck shell=bash
 # Common set-up of the scripts: sourced, not run. Installs what is missing, configures and builds.
 #
-#   quarry_prepare PRESET     tools for building and testing, then build/PRESET; sets QUARRY to the program's path
+#   quarry_prepare PRESET [TARGET]   tools for building and testing, then build/PRESET, all of it or one target;
+#                                    sets QUARRY to the program's path
 #   quarry_install GROUP...   the Debian packages of the named groups that are not installed yet
 #
 # Works as root or with sudo. A second call finds everything in place and takes seconds.
@@ -46,19 +47,17 @@ quarry_install() {
             apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# Configures and builds one preset; further arguments go to cmake's configure step.
+# Configures and builds one preset, all of it or one target.
 quarry_build() {
-    local preset=$1
-    shift
+    local preset=$1 target=${2:-all} log
     quarry_say "building: $preset"
-    local log
-    log=$(cd "$QUARRY_ROOT" && cmake --preset "$preset" "$@" 2>&1) || { echo "$log"; return 1; }
-    cmake --build "$QUARRY_ROOT/build/$preset" -- --quiet
+    log=$(cd "$QUARRY_ROOT" && cmake --preset "$preset" 2>&1) || { echo "$log"; return 1; }
+    cmake --build "$QUARRY_ROOT/build/$preset" --target "$target" -- --quiet
 }
 
 quarry_prepare() {
     local preset=${1:-release}
-    quarry_install build test && quarry_build "$preset" || return 1
+    quarry_install build test && quarry_build "$preset" "${2:-all}" || return 1
     # shellcheck disable=SC2034  # read by the script that sources this file
     QUARRY=$QUARRY_ROOT/build/$preset/src/quarry
 }
