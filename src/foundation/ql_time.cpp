@@ -67,11 +67,7 @@ _windows_systemtime calendar_fields(std::uint64_t ticks) {
 std::time_t present_local_offset_in_seconds() {
     const std::time_t now = ::time(nullptr);
     std::tm local = {};
-    std::tm universal = {};
-    if (::localtime_r(&now, &local) == nullptr || ::gmtime_r(&now, &universal) == nullptr) {
-        return 0;
-    }
-    return std::mktime(&local) - std::mktime(&universal);
+    return ::localtime_r(&now, &local) == nullptr ? 0 : local.tm_gmtoff;
 }
 
 }  // namespace

@@ -37,24 +37,30 @@ std::string sid_of_record(byte_view record, std::uint32_t offset, std::uint64_t 
     return text;
 }
 
-// Takes $SDS as it comes and enters its records into a map. It holds no more than one record and what came
-// with it, whatever the stream's size is said to be.
+// Takes $SDS as it comes and enters its records into a map. It keeps no more than a record that is not whole
+// yet, whatever the stream's size is said to be.
 class sds_walker : public std::streambuf {
   public:
     // `limit`: bytes of the stream that are taken.
     sds_walker(security_map& map, std::uint64_t limit) : m_map(map), m_limit(limit) {}
 
     // Walks what is left once all bytes have come.
-    void finish() { walk(true); }
+    void finish() { m_position += walk(byte_view(m_kept), true); }
 
   protected:
     std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-        if (count <= 0 || m_start + m_bytes.size() >= m_limit) {
+        if (count <= 0 || m_position + m_kept.size() >= m_limit) {
             return 0;  // the stream of this buffer fails, and the copy ends
         }
-        m_bytes.insert(m_bytes.end(), bytes, bytes + count);
-        walk(false);
-        forget_walked();
+        const byte_view came(static_cast<const std::uint8_t*>(static_cast<const void*>(bytes)),
+                             static_cast<std::size_t>(count));
+        if (m_kept.empty()) {
+            go_on(came);
+        } else {
+            m_kept.insert(m_kept.end(), came.span().begin(), came.span().end());
+            const std::vector<std::uint8_t> all = std::move(m_kept);
+            go_on(byte_view(all));
+        }
         return count;
     }
     int_type overflow(int_type character) override {
@@ -66,27 +72,44 @@ class sds_walker : public std::streambuf {
     }
 
   private:
-    // Each turn moves on by at least 16 bytes.
-    void walk(bool all_came) {
-        while (m_at < m_bytes.size()) {
-            const byte_view left = byte_view(m_bytes).from(m_at);
-            const sds_record_view head(left);
-            if (left.size() < sds_record_view::head_size && !all_came) {
-                return;
+    // Walks bytes that stand at m_position, and keeps those that are not walked yet.
+    void go_on(byte_view bytes) {
+        // The next record may begin behind the bytes, by less than the alignment.
+        const std::uint64_t ahead = std::min<std::uint64_t>(m_ahead, bytes.size());
+        m_ahead -= ahead;
+        m_position += ahead;
+        const byte_view rest = bytes.from(ahead);
+        const std::uint64_t walked = walk(rest, false);
+        const std::uint64_t taken = std::min<std::uint64_t>(walked, rest.size());
+        m_ahead += walked - taken;
+        m_position += taken;
+        m_kept = rest.from(taken).to_vector();
+    }
+
+    // Gives the distance to the first place that more bytes are needed for, or that lies at the end of the
+    // bytes or behind it. Each turn moves on by at least 16 bytes.
+    [[nodiscard]] std::uint64_t walk(byte_view bytes, bool all_came) {
+        std::uint64_t at = 0;
+        while (at < bytes.size()) {
+            const sds_record_view head(bytes.from(at));
+            const std::uint64_t left = head.bytes().size();
+            if (left < sds_record_view::head_size && !all_came) {
+                return at;
             }
             std::uint64_t step = record_alignment;
-            if (may_be_record(head)) {
-                if (head.size() > left.size() && !all_came) {
-                    return;
+            if (may_be_record(head, m_position + at)) {
+                if (head.size() > left && !all_came) {
+                    return at;
                 }
                 step = take_record(head).value_or(step);
             }
-            m_at += static_cast<std::size_t>(step);
+            at += step;
         }
+        return at;
     }
 
-    [[nodiscard]] bool may_be_record(const sds_record_view& head) const {
-        return head.stream_offset() == m_start + m_at && head.stream_offset() < positions_end &&
+    [[nodiscard]] static bool may_be_record(const sds_record_view& head, std::uint64_t position) {
+        return head.stream_offset() == position && position < positions_end &&
                head.size() > record_without_parts && head.size() <= largest_record;
     }
 
@@ -103,18 +126,11 @@ class sds_walker : public std::streambuf {
         return (std::uint64_t{record.size()} + record_alignment - 1) / record_alignment * record_alignment;
     }
 
-    void forget_walked() {
-        const std::size_t walked = std::min(m_at, m_bytes.size());
-        m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(walked));
-        m_start += walked;
-        m_at -= walked;
-    }
-
     security_map& m_map;
     std::uint64_t m_limit;
-    std::vector<std::uint8_t> m_bytes;
-    std::uint64_t m_start = 0;  // position in the stream of the first of m_bytes
-    std::size_t m_at = 0;       // of the walk in m_bytes; behind their end if the next record begins there
+    std::vector<std::uint8_t> m_kept;  // bytes from m_position on
+    std::uint64_t m_position = 0;      // of the walk in the stream
+    std::uint64_t m_ahead = 0;         // bytes to pass over before it goes on
 };
 
 }  // namespace
