@@ -394,8 +394,13 @@ bytes small_unit() {
 
 TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
     const bytes unit = small_unit();
+    const std::size_t first = lznt1_chunks(text_like(1200, 21)).size();
     const std::size_t zeros = small_chunks().size() + 8;
-    for (std::size_t at = 0; at < unit.size(); at += at < zeros ? 1 : 97) {
+    for (std::size_t at = 0; at < unit.size(); ++at) {
+        // Inside of stored bytes and of zeros one place is like the next.
+        if ((at > first + 8 && at < first + 4090 && at % 61 != 0) || (at > zeros && at % 61 != 0)) {
+            continue;
+        }
         bytes damaged = unit;
         damaged[at] = static_cast<std::uint8_t>(~damaged[at]);
         expect_same_as_slow(damaged, 9000);
@@ -404,7 +409,8 @@ TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
 
 TEST(DecompressUnit, TakesAUnitCutAtEachLengthAsTheSlowDecoderDoes) {
     const bytes unit = small_unit();
-    for (std::size_t size = 1; size < unit.size(); size += size < 6200 ? 1 : 61) {
+    for (std::size_t size = 1; size < unit.size();
+         size += size < 700 || (size > 4700 && size < 5300) ? 1 : 41) {
         expect_same_as_slow(first_bytes(unit, size), 1000000);
     }
 }

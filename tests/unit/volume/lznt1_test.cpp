@@ -237,26 +237,42 @@ TEST(DecompressChunk, GivesBytesOfEverySizeBack) {
     }
 }
 
+void expect_repeat(const lznt1_payload& so_far, const bytes& text, std::size_t back, std::size_t length) {
+    lznt1_payload payload = so_far;
+    const bytes built = payload.repeat(back, length).build();
+    bytes expected = first_bytes(text, so_far.position());
+    for (std::size_t i = 0; i < length && expected.size() < 4096; ++i) {
+        expected.push_back(expected[expected.size() - back]);
+    }
+    const std::uint8_t rest = built.size() < 9 ? 0 : 0x2E;
+    ASSERT_EQ(decode(built, built.size(), 0x2E).plain, filled_up(expected, rest))
+        << so_far.position() << " " << back << " " << length;
+}
+
 // At each position the longest and the shortest distance, each with the longest and the shortest repeat.
 TEST(DecompressChunk, RepeatsAtEveryPositionOfTheSplit) {
-    const bytes start = random_bytes(4095, 3);
+    const bytes text = random_bytes(4095, 3);
+    lznt1_payload so_far;
     for (std::size_t position = 1; position < 4096; ++position) {
+        so_far.literal(text[position - 1]);
         const unsigned bits = lznt1_distance_bits(position);
         const std::size_t furthest = std::min(position, std::size_t{1} << bits);
         const std::size_t longest = (std::size_t{1} << (16 - bits)) + 2;
-        for (const std::size_t back : {std::size_t{1}, furthest}) {
-            for (const std::size_t length : {std::size_t{3}, longest}) {
-                lznt1_payload payload;
-                payload.literals(first_bytes(start, position)).repeat(back, length);
-                bytes expected = first_bytes(start, position);
-                for (std::size_t i = 0; i < length && expected.size() < 4096; ++i) {
-                    expected.push_back(expected[expected.size() - back]);
-                }
-                const std::uint8_t rest = payload.build().size() < 9 ? 0 : 0x2E;
-                ASSERT_EQ(decode(payload.build(), payload.build().size(), 0x2E).plain,
-                          filled_up(expected, rest))
-                    << position << " " << back << " " << length;
-            }
+        expect_repeat(so_far, text, 1, 3);
+        expect_repeat(so_far, text, 1, longest);
+        expect_repeat(so_far, text, furthest, 3);
+        expect_repeat(so_far, text, furthest, longest);
+    }
+}
+
+// Each distance with each length, far enough from the start for both.
+TEST(DecompressChunk, RepeatsFromEveryDistanceNearBy) {
+    const bytes text = random_bytes(200, 4);
+    lznt1_payload so_far;
+    so_far.literals(text);
+    for (std::size_t back = 1; back <= 70; ++back) {
+        for (std::size_t length = 3; length <= 70; ++length) {
+            expect_repeat(so_far, text, back, length);
         }
     }
 }
