@@ -124,7 +124,8 @@ class CNtfs {
     [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer,
                                           std::uint64_t& length, std::uint64_t& position);
     // Clusters that lie side by side, as if each was read alone, up to the first that cannot be read. Returns
-    // how many were read; the rest of the buffer, which has room for `count` clusters, is zeros.
+    // how many were read; the rest of the buffer, which has room for `count` clusters, is zeros. An object
+    // that is not valid reads none and leaves the buffer.
     [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
                                                       std::uint8_t* buffer);
     // All clusters of the runs of an attribute list, in run order, into one buffer. A cluster that cannot be

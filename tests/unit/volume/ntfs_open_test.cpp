@@ -266,7 +266,7 @@ TEST(OpenSource, opening_clears_what_the_object_held) {
     EXPECT_FALSE(volume.m_Validated);
     EXPECT_EQ(volume.m_cluster_size, 0);
     EXPECT_EQ(volume.m_mft_record_size, 0u);
-    EXPECT_EQ(volume.m_boot.bytes_per_sector, 0);
+    EXPECT_EQ(volume.get_bytes_per_sector(), 0u);
     EXPECT_TRUE(volume.m_mft_record.empty());
     EXPECT_TRUE(volume.m_mft_info.data_runs.empty());
     EXPECT_TRUE(volume.m_bitmap_runs.empty());
