@@ -151,6 +151,10 @@ class CNtfs {
                                    std::uint64_t& position, std::uint64_t& length);
     [[nodiscard]] bool read_record(std::uint64_t entry, std::span<std::uint8_t> buffer,
                                    std::uint64_t& position, std::uint64_t& length);
+    // The two halves of read_record, for who reads neighbouring records at once: how many bytes a record has
+    // on disk, and the test of what was read, which puts the sector ends back.
+    [[nodiscard]] std::uint32_t record_read_size(std::uint64_t entry) const;
+    [[nodiscard]] bool accept_record(std::span<std::uint8_t> record) const;
     // A record of get_mft_record_size() bytes from a valid object, without and with its sector ends put back.
     // After false the vector holds nothing of use. `kind` is `unknown` where nothing was read, otherwise as
     // from apply_fixups_checked, so that a "BAAD" record is told by its kind.
@@ -186,8 +190,6 @@ class CNtfs {
     [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
     [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
                                       std::uint64_t& position, std::uint64_t& length);
-    [[nodiscard]] std::uint32_t record_read_size(std::uint64_t entry) const;
-    [[nodiscard]] bool accept_record(std::span<std::uint8_t> record) const;
 
     void take_owner(INODE_STATS& stats, std::uint32_t security_id);
     [[nodiscard]] bool read_attribute_list(INODE_STATS& stats, const attribute& list, std::uint64_t bytes,

@@ -1,0 +1,64 @@
+#include "volume/record_read_ahead.h"
+
+#include <algorithm>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::uint64_t longest_stretch = std::uint64_t{256} * 1024;
+// Bytes that are not wanted, between two records that are. More of them cost more than a second read.
+constexpr std::uint64_t widest_gap = std::uint64_t{4} * 1024;
+
+}  // namespace
+
+bool record_read_ahead::read(std::span<const std::uint64_t> entries, std::span<std::uint8_t> record,
+                             std::uint64_t& length) {
+    const std::uint64_t entry = entries.front();
+    const std::uint64_t size = m_ntfs.record_read_size(entry);
+    std::uint64_t position = m_ntfs.entry_position(entry);
+    // Entry 0 has a place of its own, and what has no place is for the single read to refuse.
+    if (entry != 0 && position != 0 && size <= record.size()) {
+        if (!m_held.holds(position, size) && !m_refused.holds(position, size)) {
+            fetch(neighbours(entries, size));
+        }
+        if (m_held.holds(position, size)) {
+            const auto from = m_bytes.begin() + static_cast<std::ptrdiff_t>(position - m_held.begin);
+            std::copy_n(from, size, record.begin());
+            length = size;
+            return m_ntfs.accept_record(record.first(size));
+        }
+    }
+    return m_ntfs.read_record(entry, record, position, length);
+}
+
+// The place of the first entry and of those behind it that lie near enough.
+record_read_ahead::stretch record_read_ahead::neighbours(std::span<const std::uint64_t> entries,
+                                                         std::uint64_t size) const {
+    const std::uint64_t begin = m_ntfs.entry_position(entries.front());
+    stretch found{begin, begin + size};
+    for (const std::uint64_t entry : entries.subspan(1)) {
+        const std::uint64_t position = m_ntfs.entry_position(entry);
+        if (position < begin || position > found.end + widest_gap ||
+            position + size > begin + longest_stretch) {
+            break;
+        }
+        found.end = std::max(found.end, position + size);
+    }
+    return found;
+}
+
+void record_read_ahead::fetch(const stretch& wanted) {
+    const std::uint64_t size = wanted.end - wanted.begin;
+    RAW_DISK_IO* const disk = m_ntfs.get_disk();
+    m_bytes.resize(static_cast<std::size_t>(size));
+    if (disk != nullptr && m_ntfs.m_Validated &&
+        disk->read_whole(m_bytes.data(), size, wanted.begin + m_ntfs.m_volume_offset)) {
+        m_held = wanted;
+    } else {
+        m_held = {};
+        m_refused = wanted;
+    }
+}
+
+}  // namespace quarry
