@@ -3,7 +3,10 @@
 #include "foundation/ql_string.h"
 #include "namespace/directory_index.h"
 #include "namespace/file_names.h"
+#include "volume/record_read_ahead.h"
 
+#include <span>
+#include <string>
 #include <vector>
 
 namespace quarry {
@@ -27,26 +30,30 @@ dir_cache_entry& add_to_cache(CNtfs& ntfs, std::uint64_t entry, std::uint64_t pa
 class name_filler {
   public:
     name_filler(CNtfs& ntfs, dir_cache_entry& directory, status_log& log)
-        : m_ntfs(ntfs), m_directory(directory), m_log(log), m_record(ntfs.get_mft_record_size()) {}
+        : m_ntfs(ntfs),
+          m_directory(directory),
+          m_log(log),
+          m_reader(ntfs),
+          m_record(ntfs.get_mft_record_size()) {}
 
     void fill() {
+        const std::span children(m_directory.m_children.begin(), m_directory.m_children.end());
         // Ends with the children, or when their names cost more than the source can hold.
-        for (const std::uint64_t child : m_directory.m_children) {
+        for (std::size_t i = 0; i < children.size() && m_cost <= m_ntfs.source_size(); ++i) {
             // The root directory lists itself.
-            if (child != m_directory.m_entry) {
-                add_child(child);
-            }
-            if (m_cost > m_ntfs.source_size()) {
-                break;
+            if (children[i] != m_directory.m_entry) {
+                add_child(children.subspan(i));
             }
         }
+        m_directory.m_child_names.assign(std::move(m_child_names));
     }
 
   private:
-    void add_child(std::uint64_t child) {
-        std::uint64_t position = 0;
+    // The first of those children that are still to come.
+    void add_child(std::span<const std::uint64_t> children) {
+        const std::uint64_t child = children.front();
         std::uint64_t length = 0;
-        if (!m_ntfs.read_record(child, std::span(m_record), position, length)) {
+        if (!m_reader.read(children, m_record, length)) {
             m_log.log("err: readFR: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
@@ -54,13 +61,15 @@ class name_filler {
             m_log.log("err: paramsFR: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
-        file_name_list names;
-        if (!get_file_names(names, m_ntfs, child, m_record, false, any_parent)) {
+        if (!get_file_names(m_names, m_ntfs, child, m_record, false, any_parent)) {
             m_log.log("err: namelookup: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
-        for (const file_name& each : names) {
-            add_name(each.name, child);
+        for (const file_name& each : m_names) {
+            std::string text = narrow(each.name);
+            lower_narrow(text);
+            m_cost += text.size() + cost_of_name;
+            m_child_names.emplace_back(std::move(text), child);
         }
         const file_record header(m_record);
         if (header.is_directory()) {
@@ -69,18 +78,13 @@ class name_filler {
         }
     }
 
-    // Of children whose names lower to the same text the first one, that with the lowest number, keeps it.
-    void add_name(const std::wstring& name, std::uint64_t child) {
-        std::string text = narrow(name);
-        lower_narrow(text);
-        m_cost += text.size() + cost_of_name;
-        m_directory.m_child_names.emplace(std::move(text), child);
-    }
-
     CNtfs& m_ntfs;
     dir_cache_entry& m_directory;
     status_log& m_log;
+    record_read_ahead m_reader;
     std::vector<std::uint8_t> m_record;
+    file_name_list m_names;
+    std::vector<child_name_table::named_child> m_child_names;
     std::uint64_t m_cost = 0;
 };
 

@@ -46,7 +46,7 @@ class upward_walk {
   private:
     struct level {
         std::uint64_t entry = 0;
-        const std::vector<file_name>* names = nullptr;
+        const file_name_list* names = nullptr;
         std::size_t next = 0;
         std::size_t components_below = 0;
     };
@@ -57,7 +57,7 @@ class upward_walk {
             m_characters >= most_characters || m_entries_on_the_way.count(entry) != 0) {
             return false;
         }
-        const std::vector<file_name>& names = names_of(entry);
+        const file_name_list& names = names_of(entry);
         if (names.empty()) {
             return false;
         }
@@ -68,16 +68,15 @@ class upward_walk {
     }
 
     // Each record is read once, however many ways lead through it.
-    [[nodiscard]] const std::vector<file_name>& names_of(std::uint64_t entry) {
+    [[nodiscard]] const file_name_list& names_of(std::uint64_t entry) {
         const auto [known, is_new] = m_names.try_emplace(entry);
         if (is_new) {
             std::vector<std::uint8_t> record;
             std::uint64_t position = 0;
             std::uint64_t length = 0;
-            file_name_list names;
-            if (m_ntfs.read_record(entry, record, position, length) &&
-                get_file_names(names, m_ntfs, entry, record, false, any_parent)) {
-                known->second.assign(names.begin(), names.end());
+            if (m_ntfs.read_record(entry, record, position, length)) {
+                // A record without names leaves the list empty.
+                static_cast<void>(get_file_names(known->second, m_ntfs, entry, record, false, any_parent));
             }
         }
         return known->second;
@@ -119,7 +118,7 @@ class upward_walk {
     std::vector<std::wstring>& m_results;
     std::vector<level> m_levels;
     std::set<std::uint64_t> m_entries_on_the_way;
-    std::map<std::uint64_t, std::vector<file_name>> m_names;
+    std::map<std::uint64_t, file_name_list> m_names;
     std::size_t m_levels_entered = 0;
     std::size_t m_characters = 0;
 };

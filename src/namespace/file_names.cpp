@@ -4,6 +4,7 @@
 #include "namespace/attribute_clusters.h"
 #include "volume/attribute_values.h"
 
+#include <algorithm>
 #include <tuple>
 #include <vector>
 
@@ -19,7 +20,6 @@ constexpr std::uint8_t posix_namespace = 0;
 constexpr std::uint8_t win32_namespace_bit = 1;
 
 struct name_rules {
-    std::uint64_t entry;
     bool all_namespaces;
     std::uint64_t parent_filter;
 };
@@ -40,9 +40,8 @@ void add_name(file_name_list& names, const attribute& at, const name_rules& rule
     if (rules.parent_filter != any_parent && parent != rules.parent_filter) {
         return;
     }
-    file_name found{rules.entry, {}, parent, value.name_space()};
+    file_name& found = names.emplace_back(file_name{{}, parent, value.name_space()});
     read_utf16_wide(found.name, value.name_bytes(), static_cast<std::int64_t>(value.name_bytes().size()));
-    names.insert(std::move(found));
 }
 
 void add_names_of_record(file_name_list& names, byte_view record, const name_rules& rules) {
@@ -73,11 +72,12 @@ void add_names_of_record(file_name_list& names, byte_view record, const name_rul
     return false;
 }
 
-void add_names_of_list(file_name_list& names, CNtfs& ntfs, byte_view list, const name_rules& rules) {
+void add_names_of_list(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view list,
+                       const name_rules& rules) {
     std::vector<std::uint8_t> record;
     // Ends with the list, or at an entry without length.
     for (list_entry at(list); !at.bytes().empty() && at.length() != 0; at = at.next()) {
-        if (at.entry_number() == rules.entry) {
+        if (at.entry_number() == entry) {
             continue;
         }
         std::uint64_t position = 0;
@@ -87,6 +87,17 @@ void add_names_of_list(file_name_list& names, CNtfs& ntfs, byte_view list, const
             add_names_of_record(names, record, rules);
         }
     }
+}
+
+void put_in_order(file_name_list& names) {
+    if (names.size() < 2) {
+        return;
+    }
+    const auto key = [](const file_name& each) { return std::tie(each.name, each.parent); };
+    std::stable_sort(names.begin(), names.end(),
+                     [&](const file_name& left, const file_name& right) { return key(left) < key(right); });
+    const auto same = [&](const file_name& left, const file_name& right) { return key(left) == key(right); };
+    names.erase(std::unique(names.begin(), names.end(), same), names.end());
 }
 
 // The value of an attribute list; empty if there is none that can be read.
@@ -101,19 +112,16 @@ void add_names_of_list(file_name_list& names, CNtfs& ntfs, byte_view list, const
 
 }  // namespace
 
-bool file_name_order::operator()(const file_name& left, const file_name& right) const {
-    return std::tie(left.entry, left.name, left.parent) < std::tie(right.entry, right.name, right.parent);
-}
-
 bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
                     bool all_namespaces, std::uint64_t parent_filter) {
     names.clear();
-    const name_rules rules{entry, all_namespaces, parent_filter};
+    const name_rules rules{all_namespaces, parent_filter};
     attribute list;
     if (first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
-        add_names_of_list(names, ntfs, list_bytes(ntfs, list), rules);
+        add_names_of_list(names, ntfs, entry, list_bytes(ntfs, list), rules);
     }
     add_names_of_record(names, record, rules);
+    put_in_order(names);
     return !names.empty();
 }
 

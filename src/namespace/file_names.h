@@ -8,24 +8,19 @@
 #include "volume/ntfs.h"
 
 #include <cstdint>
-#include <set>
 #include <string>
+#include <vector>
 
 namespace quarry {
 
-// One name. Two names are the same if the file, the text and the parent are; the namespace takes no part.
 struct file_name {
-    std::uint64_t entry = 0;  // MFT entry number of the file
     std::wstring name;
     std::uint64_t parent = 0;  // MFT entry number of the directory
     std::uint8_t name_space = 0;
 };
 
-// By entry number, then name, then parent.
-struct file_name_order {
-    [[nodiscard]] bool operator()(const file_name& left, const file_name& right) const;
-};
-using file_name_list = std::set<file_name, file_name_order>;
+// The names of one file, ordered by name and then by parent. Of names that agree in both there is one.
+using file_name_list = std::vector<file_name>;
 
 // As a parent filter: names under any parent count.
 inline constexpr std::uint64_t any_parent = ~std::uint64_t{0};

@@ -196,7 +196,7 @@ bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const at
     }
     const std::uint64_t most_children = ntfs->source_size() / smallest_entry_with_name;
     // Ends with the blocks; an index whose entries overlap must not show more than the source can hold.
-    for (std::uint64_t at = 0; at < blocks.size() && collection.size() <= most_children;
+    for (std::uint64_t at = 0; at < blocks.size() && collection.held() <= most_children;
          at += index_block_size) {
         const index_block block(byte_view(blocks).clipped(at, index_block_size));
         if (block.is_indx()) {

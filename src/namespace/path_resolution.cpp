@@ -4,6 +4,7 @@
 #include "namespace/path_segments.h"
 #include "namespace/reparse_link.h"
 
+#include <optional>
 #include <vector>
 
 namespace quarry {
@@ -62,12 +63,12 @@ class path_walk {
         if (tables == nullptr) {
             return false;
         }
-        const auto child = tables->m_child_names.find(name);
-        if (child == tables->m_child_names.end()) {
+        const std::optional<std::uint64_t> child = tables->m_child_names.find(name);
+        if (!child) {
             m_log.log("err: no child nodes");
             return false;
         }
-        m_entry = child->second;
+        m_entry = *child;
         return true;
     }
 

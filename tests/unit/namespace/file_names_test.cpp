@@ -33,12 +33,9 @@ found_names in_order(const file_name_list& names) {
 class NamesOfARecord : public ::testing::Test {
   protected:
     found_names read(const bytes& record, bool all_namespaces = false, std::uint64_t parent = any_parent) {
-        file_name_list names = {{1, L"stale", 1, 1}};
+        file_name_list names = {{L"stale", 1, 1}};
         CNtfs ntfs;
         m_result = get_file_names(names, ntfs, 30, byte_view(record), all_namespaces, parent);
-        for (const quarry::file_name& each : names) {
-            EXPECT_EQ(each.entry, 30u);
-        }
         return in_order(names);
     }
     bool m_result = false;

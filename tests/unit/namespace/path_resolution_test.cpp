@@ -439,7 +439,7 @@ TEST_F(PathResolution, InADirectoryInTheCacheWithoutNamesReadsThem) {
 TEST_F(PathResolution, InADirectoryInTheCacheWithNamesLooksNowhereElse) {
     m_volume.add_file("a");
     ntfs().m_path_cache[5].m_children = {24};
-    ntfs().m_path_cache[5].m_child_names = {{"made up", 24}};
+    ntfs().m_path_cache[5].m_child_names.assign({{"made up", 24}});
     EXPECT_EQ(entry_of(LR"(\MADE up)"), 24u);
     EXPECT_EQ(entry_of(LR"(\a)"), 0u);
 }
@@ -458,8 +458,8 @@ TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
     EXPECT_FALSE(root.m_deleted);
     EXPECT_EQ(std::vector<std::uint64_t>(root.m_children.begin(), root.m_children.end()),
               (std::vector<std::uint64_t>{0, 5, 6, 24, 25}));
-    EXPECT_EQ(root.m_child_names, (std::map<std::string, std::uint64_t>{
-                                      {"$mft", 0}, {"$bitmap", 6}, {"outer", 24}, {"gone", 25}}))
+    using names = std::vector<child_name_table::named_child>;
+    EXPECT_EQ(root.m_child_names.names(), (names{{"$bitmap", 6}, {"$mft", 0}, {"gone", 25}, {"outer", 24}}))
         << "the root lists itself, and passes over itself";
     const dir_cache_entry& known = cache.at(24);
     EXPECT_EQ(known.m_entry, 24u);
@@ -470,7 +470,7 @@ TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
     EXPECT_TRUE(known.m_child_names.empty());
     EXPECT_TRUE(cache.at(25).m_deleted);
     ASSERT_TRUE(find(LR"(\Outer\file.txt)").found);
-    EXPECT_EQ(known.m_child_names, (std::map<std::string, std::uint64_t>{{"file.txt", 26}}));
+    EXPECT_EQ(known.m_child_names.names(), (names{{"file.txt", 26}}));
 }
 
 TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
