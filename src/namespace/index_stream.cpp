@@ -3,6 +3,8 @@
 #include "namespace/index_block.h"
 
 #include <algorithm>
+#include <array>
+#include <functional>
 #include <span>
 
 namespace quarry {
@@ -14,7 +16,7 @@ namespace {
 constexpr std::uint64_t smallest_entry_with_name = 84;
 
 // Bytes that are read at once, or one cluster if that is more.
-constexpr std::uint64_t buffer_size = 256 * 1024;
+constexpr std::uint64_t buffer_size = std::uint64_t{256} * 1024;
 
 // How blocks lie in clusters: several clusters make a block, or a cluster holds several blocks. Where neither
 // size is a multiple of the other, whole clusters make a block (its rest stays zero), and only the whole
@@ -30,14 +32,17 @@ struct block_layout {
     std::uint64_t blocks_per_cluster;
 };
 
+// Is given each block of which anything was read, in stream order: its place, from 0 for the first block of
+// the first cluster that is looked at, and its bytes, sector ends put back.
+using block_visitor = std::function<void(std::uint64_t place, std::span<std::uint8_t> block)>;
+
 // Takes clusters in stream order and makes blocks of them.
 class block_assembler {
   public:
-    // `blocks` has its final size and is all zeros; its first byte is that of the first cluster given.
-    block_assembler(const block_layout& layout, std::uint32_t bytes_per_sector,
-                    std::vector<std::uint8_t>& blocks)
-        : m_layout(layout), m_bytes_per_sector(bytes_per_sector), m_blocks(blocks) {
-        const std::uint64_t count = blocks.size() / index_block_size;
+    // Makes at most `count` blocks.
+    block_assembler(const CNtfs& ntfs, const block_layout& layout, std::uint64_t count,
+                    const block_visitor& visit)
+        : m_layout(layout), m_bytes_per_sector(ntfs.get_bytes_per_sector()), m_count(count), m_visit(visit) {
         m_end =
             (count + layout.blocks_per_cluster - 1) / layout.blocks_per_cluster * layout.clusters_per_block;
     }
@@ -45,50 +50,73 @@ class block_assembler {
     [[nodiscard]] bool done() const { return m_cluster >= m_end; }
     [[nodiscard]] std::uint64_t clusters_left() const { return m_end - m_cluster; }
 
-    // Clusters that hold nothing: their place stays zero.
-    void skip(std::uint64_t clusters) {
-        m_cluster += std::min(clusters, clusters_left());
-        m_read_in_a_row = 0;
+    // The bytes of the next cluster, which may be changed; only while not done.
+    void put(std::span<std::uint8_t> cluster) {
+        if (m_layout.clusters_per_block == 1) {
+            put_blocks(cluster);
+        } else {
+            put_part_of_block(cluster);
+        }
     }
 
-    // The bytes of the next cluster; only while not done.
-    void put(std::span<const std::uint8_t> cluster) {
+    // Clusters that hold nothing.
+    void skip(std::uint64_t clusters) {
         const std::uint64_t place = m_cluster % m_layout.clusters_per_block;
-        const std::uint64_t block = m_cluster / m_layout.clusters_per_block * m_layout.blocks_per_cluster;
-        const std::uint64_t at = block * index_block_size + place * m_layout.cluster_size;
-        const std::uint64_t whole = std::min(cluster.size(), m_layout.blocks_per_cluster * index_block_size);
-        std::copy_n(cluster.begin(), std::min<std::uint64_t>(whole, m_blocks.size() - at),
-                    m_blocks.begin() + static_cast<std::ptrdiff_t>(at));
-        ++m_cluster;
-        m_read_in_a_row = place == 0 ? 1 : m_read_in_a_row + 1;
-        // A block of which a cluster is missing keeps its sector ends as they are on disk.
-        if (m_read_in_a_row == m_layout.clusters_per_block) {
-            restore(block);
-            m_read_in_a_row = 0;
+        if (clusters >= m_layout.clusters_per_block - place) {
+            finish();
+        }
+        m_cluster += std::min(clusters, clusters_left());
+    }
+
+    // Behind the last cluster: what there is of a block that was begun.
+    void finish() {
+        if (m_read_of_block != 0) {
+            show(m_cluster / m_layout.clusters_per_block, m_block,
+                 m_read_of_block == m_layout.clusters_per_block);
+            m_block.fill(0);
+            m_read_of_block = 0;
         }
     }
 
   private:
-    void restore(std::uint64_t first_block) {
-        for (std::uint64_t i = 0; i < m_layout.blocks_per_cluster; ++i) {
-            const std::uint64_t at = (first_block + i) * index_block_size;
-            if (at >= m_blocks.size()) {
-                break;
-            }
-            const auto block = std::span(m_blocks).subspan(static_cast<std::size_t>(at), index_block_size);
-            if (index_block(byte_view(block)).is_indx()) {
-                restore_sector_ends(block, m_bytes_per_sector,
-                                    sector_end_limit(index_block_size, m_bytes_per_sector));
-            }
+    void put_blocks(std::span<std::uint8_t> cluster) {
+        const std::uint64_t first = m_cluster * m_layout.blocks_per_cluster;
+        for (std::uint64_t i = 0; i < m_layout.blocks_per_cluster && first + i < m_count; ++i) {
+            show(first + i, cluster.subspan(static_cast<std::size_t>(i * index_block_size), index_block_size),
+                 true);
         }
+        ++m_cluster;
+    }
+
+    void put_part_of_block(std::span<const std::uint8_t> cluster) {
+        const std::uint64_t place = m_cluster % m_layout.clusters_per_block;
+        std::copy(cluster.begin(), cluster.end(),
+                  m_block.begin() + static_cast<std::ptrdiff_t>(place * m_layout.cluster_size));
+        ++m_read_of_block;
+        if (place + 1 == m_layout.clusters_per_block) {
+            finish();
+        }
+        ++m_cluster;
+    }
+
+    // A block of which a cluster is missing keeps its sector ends as they are on disk.
+    void show(std::uint64_t place, std::span<std::uint8_t> block, bool complete) const {
+        if (complete && index_block(byte_view(block)).is_indx()) {
+            restore_sector_ends(block, m_bytes_per_sector,
+                                sector_end_limit(index_block_size, m_bytes_per_sector));
+        }
+        m_visit(place, block);
     }
 
     block_layout m_layout;
     std::uint32_t m_bytes_per_sector;
-    std::vector<std::uint8_t>& m_blocks;
+    std::uint64_t m_count;
+    const block_visitor& m_visit;
     std::uint64_t m_end = 0;
     std::uint64_t m_cluster = 0;
-    std::uint64_t m_read_in_a_row = 0;
+    // Where several clusters make a block: the present one, and how many of its clusters were read.
+    std::array<std::uint8_t, index_block_size> m_block{};
+    std::uint64_t m_read_of_block = 0;
 };
 
 // Reads one stored run from its LCN on, as many clusters at once as fit the buffer. A cluster that cannot be
@@ -130,18 +158,23 @@ void read_run(CNtfs& ntfs, block_assembler& assembler, std::uint64_t lcn, std::u
     return false;
 }
 
-// As many bytes of blocks as the source can hold at all.
+// As many blocks as the source can hold at all.
 [[nodiscard]] std::uint64_t most_blocks(const CNtfs& ntfs) {
     return (ntfs.source_size() + static_cast<std::uint64_t>(ntfs.m_cluster_size)) / index_block_size + 1;
 }
 
-}  // namespace
+// The part of a stream that is looked at.
+struct block_range {
+    std::uint64_t in_front = 0;  // blocks in the first cluster ahead of the first that is wanted
+    std::uint64_t count = 0;     // blocks that are wanted
+    std::size_t run = 0;         // the run that holds the first cluster ...
+    std::uint64_t place = 0;     // ... and the cluster's place in it
+};
 
-bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint32_t& count,
-                       const cluster_run_list& runs, std::uint64_t first_block) {
-    blocks.clear();
-    const std::uint64_t wanted = count;
-    count = 0;
+// Cuts what is wanted to what there is. False if no run is stored, or the first block lies at or beyond the
+// end.
+[[nodiscard]] bool find_range(block_range& range, const CNtfs& ntfs, const cluster_run_list& runs,
+                              std::uint64_t first_block, std::uint64_t wanted) {
     const block_layout layout(ntfs);
     const std::uint64_t bytes = run_bytes(runs, layout.cluster_size, true);
     if (bytes == 0) {
@@ -152,21 +185,24 @@ bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint
     if (total == 0) {
         return true;
     }
-    std::size_t index = 0;
-    std::uint64_t place = 0;
     const std::uint64_t first_cluster = first_block / layout.blocks_per_cluster * layout.clusters_per_block;
-    if (first_block >= total || !find_stored_cluster(runs, first_cluster, index, place)) {
+    if (first_block >= total || !find_stored_cluster(runs, first_cluster, range.run, range.place)) {
         return false;
     }
-    const std::uint64_t ahead =
-        first_block % layout.blocks_per_cluster;  // blocks of the first cluster not wanted
-    const std::uint64_t shown = std::min({wanted, total - first_block, most_blocks(ntfs)});
-    blocks.resize(static_cast<std::size_t>((ahead + shown) * index_block_size));
-    block_assembler assembler(layout, ntfs.get_bytes_per_sector(), blocks);
+    range.in_front = first_block % layout.blocks_per_cluster;
+    range.count = std::min({wanted, total - first_block, most_blocks(ntfs)});
+    return true;
+}
+
+void visit_blocks(CNtfs& ntfs, const cluster_run_list& runs, const block_range& range,
+                  const block_visitor& visit) {
+    const block_layout layout(ntfs);
+    block_assembler assembler(ntfs, layout, range.in_front + range.count, visit);
     std::vector<std::uint8_t> buffer(static_cast<std::size_t>(
         std::max(buffer_size / layout.cluster_size, std::uint64_t{1}) * layout.cluster_size));
+    std::uint64_t place = range.place;
     // Ends with the list or with the blocks, whichever comes first.
-    for (; index < runs.size() && !assembler.done(); ++index, place = 0) {
+    for (std::size_t index = range.run; index < runs.size() && !assembler.done(); ++index, place = 0) {
         const std::uint64_t length = runs[index].length - place;
         if (runs[index].sparse) {
             assembler.skip(length);
@@ -174,8 +210,27 @@ bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint
             read_run(ntfs, assembler, runs[index].lcn + place, length, buffer);
         }
     }
-    blocks.erase(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(ahead * index_block_size));
-    count = static_cast<std::uint32_t>(shown);
+    assembler.finish();
+}
+
+}  // namespace
+
+bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint32_t& count,
+                       const cluster_run_list& runs, std::uint64_t first_block) {
+    blocks.clear();
+    block_range range;
+    const bool found = find_range(range, ntfs, runs, first_block, count);
+    count = static_cast<std::uint32_t>(found ? range.count : 0);
+    if (count == 0) {
+        return found;
+    }
+    blocks.resize(static_cast<std::size_t>(range.count * index_block_size));
+    visit_blocks(ntfs, runs, range, [&](std::uint64_t place, std::span<std::uint8_t> block) {
+        if (place >= range.in_front) {
+            const std::uint64_t at = (place - range.in_front) * index_block_size;
+            std::copy(block.begin(), block.end(), blocks.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+    });
     return true;
 }
 
@@ -186,23 +241,20 @@ bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const at
     }
     data_run_list pairs;
     cluster_run_list runs;
-    if (!decode_runs(allocation.bytes(), pairs) || !to_cluster_runs(pairs, runs)) {
+    block_range range;
+    if (!decode_runs(allocation.bytes(), pairs) || !to_cluster_runs(pairs, runs) ||
+        !find_range(range, *ntfs, runs, 0, all_index_blocks)) {
         return false;
     }
-    std::vector<std::uint8_t> blocks;
-    std::uint32_t count = all_index_blocks;
-    if (!read_index_blocks(*ntfs, blocks, count, runs, 0)) {
-        return false;
-    }
+    // An index whose entries overlap must not show more children than the source can hold.
     const std::uint64_t most_children = ntfs->source_size() / smallest_entry_with_name;
-    // Ends with the blocks; an index whose entries overlap must not show more than the source can hold.
-    for (std::uint64_t at = 0; at < blocks.size() && collection.held() <= most_children;
-         at += index_block_size) {
-        const index_block block(byte_view(blocks).clipped(at, index_block_size));
-        if (block.is_indx()) {
+    visit_blocks(*ntfs, runs, range, [&](std::uint64_t /*place*/, std::span<std::uint8_t> bytes) {
+        const index_block block{byte_view(bytes)};
+        if (block.is_indx() && collection.held() <= most_children) {
+            // A block that is refused is passed over.
             static_cast<void>(parse_index_block(collection, block, keep_going));
         }
-    }
+    });
     return true;
 }
 
