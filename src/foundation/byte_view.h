@@ -3,8 +3,8 @@
 // Everything that comes from a disk, an image or a virtual disk is read through this one class. A view knows
 // where its bytes begin and how many there are; a question about bytes outside of it is answered with "no"
 // (an empty optional, an empty view, or zero where the accessor's name says so), never with a read.
-// All numbers are little-endian, as NTFS, MBR, GPT and VMDK store them. Offsets are bytes from the view's start;
-// they are 64 bits wide so that a sum of disk values cannot wrap before it is tested.
+// All numbers are little-endian, as NTFS, MBR, GPT and VMDK store them. Offsets are bytes from the view's
+// start; they are 64 bits wide so that a sum of disk values cannot wrap before it is tested.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +36,9 @@ class byte_view {
     }
 
     // Numbers at an offset; empty if any of their bytes lies outside.
-    [[nodiscard]] std::optional<std::uint8_t> u8(std::uint64_t offset) const { return number<std::uint8_t>(offset); }
+    [[nodiscard]] std::optional<std::uint8_t> u8(std::uint64_t offset) const {
+        return number<std::uint8_t>(offset);
+    }
     [[nodiscard]] std::optional<std::uint16_t> u16(std::uint64_t offset) const {
         return number<std::uint16_t>(offset);
     }
