@@ -1,6 +1,6 @@
 #include "volume/attribute_values.h"
 
-#include <algorithm>
+#include "foundation/ql_time_format.h"
 
 namespace quarry {
 
@@ -30,11 +30,9 @@ const char* system_of_version(std::uint8_t major, std::uint8_t minor) {
 
 std::string judge_times(std::uint64_t created, std::uint64_t modified, std::uint64_t mft_changed,
                         std::uint64_t accessed, std::uint64_t limit) {
-    const auto [earliest, latest] = std::minmax({created, modified, mft_changed, accessed});
-    if (earliest == 0) {
-        return "null";
-    }
-    return latest > limit ? "future" : "";
+    std::string word;
+    static_cast<void>(ql::file_time_anomaly(word, created, modified, mft_changed, accessed, limit));
+    return word;
 }
 
 std::string volume_information_value::text() const {
