@@ -1,5 +1,6 @@
 // Runs over a whole list: lines of standard input and walks of a directory.
 
+#include "cli/command_line.h"
 #include "cli/command_row.h"
 #include "cli/scene.h"
 
@@ -176,6 +177,20 @@ const std::vector<row> long_rows = {
 
 QUARRY_COMMAND_TABLE(list_on_standard_input, rows);
 QUARRY_COMMAND_TABLE(long_lines, long_rows);
+
+class list_of_copies : public command_line_test {};
+
+TEST_F(list_of_copies, tries_the_destination_out_only_until_its_first_success) {
+    source("disk");
+    std::filesystem::create_directories(m_dir / "out/b.txt");
+    const program_result before =
+        run({"-image", "disk", "-pipe", "-dst", "out/"}, {.standard_input = "/many/b.txt\n"});
+    EXPECT_EQ(behind_header(before.out), "err: can't create the file: out/b.txt\n");
+    const program_result after =
+        run({"-image", "disk", "-pipe", "-dst", "out/"}, {.standard_input = "/a.txt\n/many/b.txt\n"});
+    EXPECT_EQ(behind_header(after.out), "");
+    EXPECT_EQ(after.err, std::string("success: /a.txt\nfailed: /many/b.txt\n") + emptied_status_line);
+}
 
 }  // namespace
 }  // namespace quarry::test

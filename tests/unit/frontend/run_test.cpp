@@ -66,6 +66,26 @@ TEST_F(run_test, an_entry_of_a_drive_and_a_list_from_a_drive_are_copied) {
     EXPECT_NE(out.find("err: copy failed: /nosuch -> " + (dir / "o").string() + "\n"), std::string::npos);
 }
 
+TEST_F(run_test, a_list_is_copied_from_a_drive) {
+    QUARRY_NEEDS_ROOT();
+    const test::device_files devices;
+    test::volume_builder volume;
+    volume.add_file("a.txt", volume.add_directory("walk").entry()).data("hello");
+    test::write_file(devices.drive(3), volume.image());
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    std::filesystem::create_directory("walk");
+    std::filesystem::create_directory("out");
+    test::write_file("walk/a.txt", {});
+    test::write_file("walk/b.txt", {});
+    EXPECT_EQ(run_words({"-drivenum", "3", "-enumdir", "walk", "-dst", "out/", "-quiet"}), 0);
+    EXPECT_EQ(test::read_file("out/a.txt"), to_bytes("hello"));
+    EXPECT_FALSE(std::filesystem::exists("out/b.txt"));
+    EXPECT_EQ(run_words({"-drivenum", "3", "-enumdir", "walk", "-dst", "out/"}), 0);
+    EXPECT_EQ(err.substr(0, err.find('\x1b')), "success: walk/a.txt\nfailed: walk/b.txt\n");
+    std::filesystem::current_path(before);
+}
+
 TEST_F(run_test, an_image_cut_at_any_length_gives_a_part_of_the_file_or_a_failure) {
     test::volume_builder volume;
     const test::bytes content = test::pattern(30'000);
