@@ -59,7 +59,7 @@ bool exclusive_file::descriptor_buffer::close() {
     if (m_fd < 0) {
         return true;
     }
-    const bool flushed = sync() == 0;
+    const bool flushed = descriptor_buffer::sync() == 0;
     const bool closed = ::close(m_fd) == 0;
     m_fd = -1;
     setp(nullptr, nullptr);

@@ -100,7 +100,7 @@ general_attribute general_form(const attribute& at, std::wstring name) {
 // An attribute whose runs are spread over records becomes one: the piece first met keeps its sizes, and its
 // run list grows. Deliberate: one would expect every named stream to come together the same way. Pieces of a
 // named stream that carry different ids stay apart, and a piece whose id stands for another name is dropped.
-void store_general_form(entry_record& record, const attribute& at, general_attribute form) {
+void store_general_form(entry_record& record, const attribute& at, general_attribute&& form) {
     const std::uint64_t key = attribute_key(at.type(), at.id());
     if (!value_of(at)) {
         const auto found = record.attributes.find(key);
