@@ -1,0 +1,59 @@
+// Opens one sparse VMDK file of any bytes, asks where grains lie and reads through it.
+#include "disk/vmdk_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+// Bytes as a file that has a path.
+class memory_file {
+  public:
+    memory_file(const std::uint8_t* bytes, std::size_t size) : m_fd(::memfd_create("vmdk", 0)) {
+        if (m_fd < 0 || ::write(m_fd, bytes, size) != static_cast<::ssize_t>(size)) {
+            std::abort();
+        }
+    }
+    memory_file(const memory_file&) = delete;
+    memory_file& operator=(const memory_file&) = delete;
+    ~memory_file() { ::close(m_fd); }
+    [[nodiscard]] std::wstring path() const { return L"/proc/self/fd/" + std::to_wstring(m_fd); }
+
+  private:
+    int m_fd;
+};
+
+void read_around(const quarry::vmdk_file& file, std::uint64_t offset) {
+    std::array<std::uint8_t, 8192> buffer{};
+    std::uint64_t place = 0;
+    const bool mapped = file.map_offset(offset, place);
+    std::uint64_t length = buffer.size();
+    const bool read = file.read_mapped(file.m_fd, buffer.data(), offset, length);
+    // What the file does not hold cannot be read, and a read never gives more than it was asked for.
+    if ((read && !mapped) || (read && length > buffer.size()) || file.bytes_to_grain_end(offset) == 0) {
+        std::abort();
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const memory_file bytes(data, size);
+    quarry::vmdk_file file;
+    if (!file.open(bytes.path(), false)) {
+        return 0;
+    }
+    constexpr std::uint64_t last = ~std::uint64_t{0};
+    for (const std::uint64_t offset :
+         {std::uint64_t{0}, std::uint64_t{511}, file.m_grain_bytes - 1, file.m_grain_bytes, file.m_table_span,
+          file.capacity_bytes() / 2, file.capacity_bytes(), last - 8192, last}) {
+        read_around(file, offset);
+    }
+    return 0;
+}
