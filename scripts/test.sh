@@ -11,4 +11,4 @@ quarry_prepare "$preset"
 quarry_say "testing: $preset"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
-ctest --test-dir "$QUARRY_ROOT/build/$preset" --output-on-failure --parallel "$(nproc)" --timeout 300 "$@"
+ctest --test-dir "$QUARRY_ROOT/build/$preset" --output-on-failure --parallel "$(nproc)" --timeout 900 "$@"
