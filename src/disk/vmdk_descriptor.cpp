@@ -3,6 +3,7 @@
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace quarry {

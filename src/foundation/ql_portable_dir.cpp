@@ -189,6 +189,8 @@ std::string canonical_path(std::string_view path, char default_separator) {
         text = resolve_upwards(directory, separator + *tail, separator);
     }
     collapse_doubled(text, separator);
+    // Deliberate: a path that a drive letter leads gets a "/" in front if "/" separates it, where one would
+    // expect it to stay as it does with "\". So `C:/sub` is "/C:/sub".
     if (text.empty() || (separator == '/' && text.front() != '/')) {
         text.insert(0, 1, separator);
     }
