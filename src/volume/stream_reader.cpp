@@ -51,14 +51,16 @@ void stream_reader::collect(cluster_range& range, bool skip_sparse) {
         if (!m_cursor.find(vcn, found)) {
             break;
         }
-        const std::uint64_t count = std::min(found.length_in_clusters, range.last - vcn + 1);
+        const std::uint64_t behind = range.last - vcn;
+        const bool reaches_end = found.length_in_clusters > behind;
+        const std::uint64_t count = reaches_end ? behind + 1 : found.length_in_clusters;
         if (!found.sparse || !skip_sparse) {
             m_stretches.push_back({found.lcn, count, found.sparse});
         } else {
             range.head = vcn == range.first ? 0 : range.head;
-            range.tail = count == range.last - vcn + 1 ? 0 : range.tail;
+            range.tail = reaches_end ? 0 : range.tail;
         }
-        if (count > range.last - vcn) {
+        if (reaches_end) {
             break;
         }
         vcn += count;
@@ -86,9 +88,11 @@ std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* b
 }
 
 // What the clusters of stretch `index` from `done` on give next, where `room` bytes are still wanted: as many
-// whole clusters as there are, or a part of one. Deliberate: the cut of the range's end applies to the last
-// cluster that was found, not to the cluster in which the range ends. Where the runs end early one would
-// expect the last cluster whole; the reader gets the cut part of it first and the rest with its next read.
+// whole clusters as there are, or a part of one.
+//
+// Deliberate: one would expect the cut of the range's end to apply to the cluster in which the range ends. It
+// applies to the last cluster that was found, so where the runs end early that one is cut, and its rest comes
+// with the next read. The user sees all of it.
 stream_reader::share stream_reader::next_share(const cluster_range& range, std::size_t index,
                                                std::uint64_t done, std::uint64_t room) const {
     const std::uint64_t rest = m_stretches[index].length_in_clusters - done;
