@@ -95,6 +95,7 @@ class plain_bytes {
 };
 
 // What becomes of a unit whose chunks make no sense.
+//
 // Deliberate: one would expect the unit to fail, or its raw bytes to stand in place of its chunks. If
 // anything stands in its last 4096 bytes it is taken for plain after all, and its raw bytes follow the chunks
 // that were given out already: the user sees both.
@@ -125,6 +126,9 @@ bool walk_chunks(byte_view unit, plain_bytes& plain) {
             std::swap(before, current);
             position += header_size + header.payload_size();
         } else if (header.is_stored_block()) {
+            // Deliberate: one would expect to go on behind the block. The walk goes on behind the part of it
+            // that was given, so where the limit cuts a block its rest is read as chunk headers. It is zeros
+            // as a rule, which end the block; anything else may cost the user the unit.
             position += header_size + plain.give(payload.clipped(0, block_size));
         } else if (header.ends_block()) {
             position = (position / block_size + 1) * block_size;

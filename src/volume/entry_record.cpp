@@ -22,6 +22,7 @@ std::string hexadecimal(std::uint64_t number) {
 }
 
 // The attribute's name; empty if it has none, or one that does not lie in the record.
+//
 // Deliberate: one would expect the length to count bytes here as it does when the name is read. It is
 // compared as the count of units that the header gives, so of a name that the record's end cuts, the part
 // that exists is read.
@@ -98,8 +99,10 @@ general_attribute general_form(const attribute& at, std::wstring name) {
 }
 
 // An attribute whose runs are spread over records becomes one: the piece first met keeps its sizes, and its
-// run list grows. Deliberate: one would expect every named stream to come together the same way. Pieces of a
-// named stream that carry different ids stay apart, and a piece whose id stands for another name is dropped.
+// run list grows.
+//
+// Deliberate: one would expect every named stream to come together the same way. Pieces of a named stream
+// that carry different ids stay apart, and a piece whose id stands for another name is dropped.
 void store_general_form(entry_record& record, const attribute& at, general_attribute&& form) {
     const std::uint64_t key = attribute_key(at.type(), at.id());
     if (!value_of(at)) {

@@ -51,64 +51,76 @@ void stream_reader::collect(cluster_range& range, bool skip_sparse) {
         if (!m_cursor.find(vcn, found)) {
             break;
         }
-        const std::uint64_t count = std::min(found.length_in_clusters, range.last - vcn + 1);
+        const std::uint64_t behind = range.last - vcn;
+        const bool reaches_end = found.length_in_clusters > behind;
+        const std::uint64_t count = reaches_end ? behind + 1 : found.length_in_clusters;
         if (!found.sparse || !skip_sparse) {
             m_stretches.push_back({found.lcn, count, found.sparse});
         } else {
             range.head = vcn == range.first ? 0 : range.head;
-            range.tail = count == range.last - vcn + 1 ? 0 : range.tail;
+            range.tail = reaches_end ? 0 : range.tail;
         }
-        if (count > range.last - vcn) {
+        if (reaches_end) {
             break;
         }
         vcn += count;
     }
 }
 
-// Deliberate: the cut of the range's end applies to the last cluster that was found, not to the cluster in
-// which the range ends. Where the runs end early one would expect the last cluster whole; the reader gets the
-// cut part of it first and the rest with its next read.
 std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* buffer, std::uint64_t length,
                                      std::uint32_t& flags) {
     std::uint64_t delivered = 0;
-    for (std::size_t i = 0; i < m_stretches.size() && delivered < length; ++i) {
+    for (std::size_t i = 0; i < m_stretches.size(); ++i) {
         const run_cursor::stretch& at = m_stretches[i];
-        const bool is_last_stretch = i + 1 == m_stretches.size();
-        std::uint64_t done = 0;
-        // Each turn delivers a byte at least, or returns.
-        while (done < at.length_in_clusters && delivered < length) {
-            const std::uint64_t room = length - delivered;
-            const bool is_first = i == 0 && done == 0;
-            const bool is_last = is_last_stretch && done + 1 == at.length_in_clusters;
-            // Bytes that this cluster gives, and how many clusters give all of theirs together with it.
-            const std::uint64_t from = is_first ? range.head : 0;
-            const std::uint64_t wanted =
-                is_last && !is_first && range.tail > 0 ? range.tail : m_cluster_size - from;
-            const std::uint64_t bytes = std::min(wanted, room);
-            std::uint64_t whole = 0;
-            if (bytes == m_cluster_size) {
-                const bool keep_last = is_last_stretch && range.tail > 0 && !is_last;
-                whole = std::min(at.length_in_clusters - done - (keep_last ? 1 : 0), room / m_cluster_size);
-            }
-
-            const std::uint64_t step = whole > 0 ? whole * m_cluster_size : bytes;
-            std::uint64_t got = step;
-            if (at.sparse) {
-                flags |= stream_met_sparse;
-                std::memset(buffer + delivered, 0, step);
-            } else if (whole > 0) {
-                got = m_ntfs.read_leading_clusters(at.lcn + done, whole, buffer + delivered) * m_cluster_size;
-            } else if (!part_of_cluster(at.lcn + done, from, bytes, buffer + delivered)) {
-                got = 0;
-            }
+        flags |= at.sparse && delivered < length ? stream_met_sparse : 0;
+        // Each turn takes a cluster at least.
+        for (std::uint64_t done = 0; done < at.length_in_clusters && delivered < length;) {
+            const share next = next_share(range, i, done, length - delivered);
+            const std::uint64_t got = take(next, at, done, buffer + delivered);
             delivered += got;
-            if (got < step) {
+            if (got < next.bytes) {
                 return delivered;
             }
-            done += std::max<std::uint64_t>(whole, 1);
+            done += next.clusters;
         }
     }
     return delivered;
+}
+
+// What the clusters of stretch `index` from `done` on give next, where `room` bytes are still wanted: as many
+// whole clusters as there are, or a part of one.
+//
+// Deliberate: one would expect the cut of the range's end to apply to the cluster in which the range ends. It
+// applies to the last cluster that was found, so where the runs end early that one is cut, and its rest comes
+// with the next read. The user sees all of it.
+stream_reader::share stream_reader::next_share(const cluster_range& range, std::size_t index,
+                                               std::uint64_t done, std::uint64_t room) const {
+    const std::uint64_t rest = m_stretches[index].length_in_clusters - done;
+    const bool is_first = index == 0 && done == 0;
+    const bool end_is_cut = index + 1 == m_stretches.size() && range.tail > 0;
+    const std::uint64_t from = is_first ? range.head : 0;
+    if (end_is_cut && rest == 1 && !is_first) {
+        return {.from = 0, .bytes = std::min(range.tail, room), .clusters = 1};
+    }
+    if (from > 0 || room < m_cluster_size) {
+        return {.from = from, .bytes = std::min(m_cluster_size - from, room), .clusters = 1};
+    }
+    const std::uint64_t whole = end_is_cut && rest > 1 ? rest - 1 : rest;
+    const std::uint64_t clusters = std::min(whole, room / m_cluster_size);
+    return {.from = 0, .bytes = clusters * m_cluster_size, .clusters = clusters};
+}
+
+// Puts a share into the buffer. Fewer bytes than it has: the clusters behind them cannot be read.
+std::uint64_t stream_reader::take(const share& wanted, const run_cursor::stretch& at, std::uint64_t done,
+                                  std::uint8_t* buffer) {
+    if (at.sparse) {
+        std::memset(buffer, 0, wanted.bytes);
+        return wanted.bytes;
+    }
+    if (wanted.bytes == wanted.clusters * m_cluster_size) {
+        return m_ntfs.read_leading_clusters(at.lcn + done, wanted.clusters, buffer) * m_cluster_size;
+    }
+    return part_of_cluster(at.lcn + done, wanted.from, wanted.bytes, buffer) ? wanted.bytes : 0;
 }
 
 bool stream_reader::part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,

@@ -47,9 +47,19 @@ class stream_reader {
         std::uint64_t head = 0;
         std::uint64_t tail = 0;
     };
+    // Bytes that one cluster gives from `from` on, or that a number of whole ones give.
+    struct share {
+        std::uint64_t from = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t clusters = 0;
+    };
     void collect(cluster_range& range, bool skip_sparse);
     [[nodiscard]] std::uint64_t deliver(const cluster_range& range, std::uint8_t* buffer,
                                         std::uint64_t length, std::uint32_t& flags);
+    [[nodiscard]] share next_share(const cluster_range& range, std::size_t index, std::uint64_t done,
+                                   std::uint64_t room) const;
+    [[nodiscard]] std::uint64_t take(const share& wanted, const run_cursor::stretch& at, std::uint64_t done,
+                                     std::uint8_t* buffer);
     [[nodiscard]] bool part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
                                        std::uint8_t* buffer);
 
