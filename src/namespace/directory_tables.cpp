@@ -65,6 +65,8 @@ class name_filler {
             m_log.log("err: namelookup: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
+        // Deliberate: one would expect only the names that the child has in this directory. All its long
+        // names count, so a path may end in the name that a hard link has elsewhere.
         for (const file_name& each : m_names) {
             std::string text = narrow(each.name);
             lower_narrow(text);

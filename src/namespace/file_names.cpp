@@ -5,6 +5,7 @@
 #include "volume/attribute_values.h"
 
 #include <algorithm>
+#include <set>
 #include <tuple>
 #include <vector>
 
@@ -72,23 +73,6 @@ void add_names_of_record(file_name_list& names, byte_view record, const name_rul
     return false;
 }
 
-void add_names_of_list(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view list,
-                       const name_rules& rules) {
-    std::vector<std::uint8_t> record;
-    // Ends with the list, or at an entry without length.
-    for (list_entry at(list); !at.bytes().empty() && at.length() != 0; at = at.next()) {
-        if (at.entry_number() == entry) {
-            continue;
-        }
-        std::uint64_t position = 0;
-        record_kind kind = record_kind::unknown;
-        if (ntfs.read_record_checked(record, position, kind, at.entry_number()) &&
-            kind == record_kind::file && holds_listed_attribute(record, at)) {
-            add_names_of_record(names, record, rules);
-        }
-    }
-}
-
 void put_in_order(file_name_list& names) {
     if (names.size() < 2) {
         return;
@@ -99,6 +83,53 @@ void put_in_order(file_name_list& names) {
     const auto same = [&](const file_name& left, const file_name& right) { return key(left) == key(right); };
     names.erase(std::unique(names.begin(), names.end(), same), names.end());
 }
+
+// The names of the records that an attribute list names.
+class listed_names {
+  public:
+    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules)
+        : m_names(names), m_ntfs(ntfs), m_rules(rules) {}
+
+    void add(std::uint64_t entry, byte_view list) {
+        // Ends with the list, or at an entry without length.
+        for (list_entry at(list); !at.bytes().empty() && at.length() != 0; at = at.next()) {
+            if (at.entry_number() != entry && m_done.count(at.entry_number()) == 0) {
+                add_record(at);
+            }
+        }
+    }
+
+  private:
+    // A list may name a record many times: its names are taken once, and it is not read twice in a row.
+    void add_record(const list_entry& listed) {
+        if (listed.entry_number() != m_held) {
+            std::uint64_t position = 0;
+            record_kind kind = record_kind::unknown;
+            m_held = listed.entry_number();
+            m_held_is_file =
+                m_ntfs.read_record_checked(m_record, position, kind, m_held) && kind == record_kind::file;
+        }
+        if (!m_held_is_file || !holds_listed_attribute(m_record, listed)) {
+            return;
+        }
+        m_done.insert(m_held);
+        add_names_of_record(m_names, m_record, m_rules);
+        if (m_names.size() > m_next_ordering) {
+            put_in_order(m_names);
+            m_next_ordering = std::max(m_next_ordering, 2 * m_names.size());
+        }
+    }
+
+    file_name_list& m_names;
+    CNtfs& m_ntfs;
+    const name_rules& m_rules;
+    std::set<std::uint64_t> m_done;
+    std::uint64_t m_held = ~std::uint64_t{0};
+    bool m_held_is_file = false;
+    std::vector<std::uint8_t> m_record;
+    // Records that lie over each other hold the same names; the doubles go before they are many.
+    std::size_t m_next_ordering = 1024;
+};
 
 // The value of an attribute list; empty if there is none that can be read.
 [[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list) {
@@ -118,7 +149,7 @@ bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byt
     const name_rules rules{all_namespaces, parent_filter};
     attribute list;
     if (first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
-        add_names_of_list(names, ntfs, entry, list_bytes(ntfs, list), rules);
+        listed_names(names, ntfs, rules).add(entry, list_bytes(ntfs, list));
     }
     add_names_of_record(names, record, rules);
     put_in_order(names);

@@ -2,6 +2,7 @@
 
 #include "support/opened_volume.h"
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -164,7 +165,7 @@ TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
     volume_builder volume({.mft_entries = 64});
     // Each directory stands in the next one under two names, so that the ways up double with every level.
     std::uint64_t parent = 5;
-    for (int level = 0; level < 30; ++level) {
+    for (int level = 0; level < 24; ++level) {
         parent = volume.add_directory("a", parent).hard_link("b", parent).entry();
     }
     const answer found = paths_of(volume, parent, {L"."});
@@ -177,7 +178,7 @@ TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
     EXPECT_LE(characters, 4000000u);
     EXPECT_EQ(found.paths.front(), [] {
         std::wstring text;
-        for (int level = 0; level < 30; ++level) {
+        for (int level = 0; level < 24; ++level) {
             text += LR"(a\)";
         }
         return text;
@@ -226,6 +227,27 @@ TEST_F(EntryPaths, InNarrowTextFailWithoutAPath) {
     std::vector<std::string> paths = {"stale"};
     EXPECT_FALSE(narrow_paths_of_entry(opened.ntfs(), 60, "", paths));
     EXPECT_TRUE(paths.empty());
+}
+
+TEST_F(EntryPaths, OnADamagedVolumeEndInABackslash) {
+    m_file.hard_link("Link", m_users);
+    opened_volume opened(m_volume);
+    const bytes image = m_volume.image();
+    const std::size_t position = m_volume.record_position(m_users);
+    std::mt19937 random(5);
+    for (int round = 0; round < 200; ++round) {
+        bytes damaged = image;
+        for (int i = 0; i < 15; ++i) {
+            damaged[position + random() % 3072] = static_cast<std::uint8_t>(random());
+        }
+        write_file(opened.path(), damaged);
+        texts paths;
+        const bool found = paths_of_entry(opened.ntfs(), m_file.entry(), {L"x"}, paths);
+        EXPECT_TRUE(found || paths.empty());
+        for (const std::wstring& path : paths) {
+            EXPECT_EQ(path.back(), L'\\');
+        }
+    }
 }
 
 }  // namespace

@@ -331,6 +331,22 @@ TEST_F(NamesOfAListedFile, AreThoseOfTheRecordAloneWhenTheListHasNoValue) {
     EXPECT_EQ(read(other.entry()), (found_names{{L"other", 5}}));
 }
 
+TEST_F(NamesOfAListedFile, AreTheSameHoweverOftenTheListNamesARecord) {
+    file_builder& file = m_volume.add_file("base");
+    const std::size_t place = file.add_extension();
+    const std::size_t other = file.add_extension();
+    file.attribute(named("one").id(7), place).attribute(named("two").id(7), other);
+    std::vector<list_item> items;
+    for (int i = 0; i < 20000; ++i) {
+        // Every third entry names an attribute that is not there.
+        items.push_back({.type = 0x30,
+                         .record = file.extension_entry(i % 2 == 0 ? place : other),
+                         .id = static_cast<std::uint16_t>(i % 3 == 0 ? 8 : 7)});
+    }
+    file.attribute_list(build_attribute_list(items)).list_in_clusters();
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
+}
+
 TEST_F(NamesOfAListedFile, ShowANameThatTwoRecordsHoldOnce) {
     file_builder& file = m_volume.add_file("same");
     file.attribute(named("same"), file.add_extension());

@@ -353,7 +353,7 @@ TEST(IndexText, SurvivesAnArrayOutsideOfTheBlock) {
 
 TEST(IndexText, SurvivesDamageOfAnyKind) {
     std::mt19937 random(20);
-    for (int round = 0; round < 2000; ++round) {
+    for (int round = 0; round < 500; ++round) {
         bytes block = index_block_builder()
                           .add(named(30, "a"))
                           .add(view("01000000", "78563412 01010000 8877665544332211 90000000"))

@@ -1,9 +1,11 @@
 #include "namespace/path_resolution.h"
 
+#include "foundation/ql_string.h"
 #include "support/capturing_log.h"
 #include "support/opened_volume.h"
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -654,6 +656,38 @@ TEST_F(Links, WhoseRecordCanNoLongerBeReadAreNone) {
     const lookup result = find(LR"(\link)");
     EXPECT_TRUE(result.found);
     EXPECT_EQ(result.entry, link);
+}
+
+// Damage: a lookup ends, and its last line tells how.
+
+TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {
+    add_link("link", R"(C:\Target\Sub)");
+    add_link("self", R"(C:\self\x)");
+    m_volume.root().index_in_blocks();
+    const bytes image = m_volume.image();
+    const std::size_t records = m_volume.record_position(24);
+    opened_volume opened(m_volume);
+    std::mt19937 random(23);
+    for (int round = 0; round < 150; ++round) {
+        bytes damaged = image;
+        for (int i = 0; i < 20; ++i) {
+            // The records of a test's own entries, or anything behind $MFT, where the index of the root is.
+            const std::size_t at = i % 2 == 0 ? records + random() % 8192
+                                              : image.size() - 1 - random() % (image.size() - records);
+            damaged[at] = static_cast<std::uint8_t>(random());
+        }
+        if (round % 5 == 0) {
+            damaged.resize(records + random() % 8192);
+        }
+        write_file(opened.path(), damaged);
+        opened->m_path_cache.clear();
+        for (const wchar_t* path :
+             {LR"(\link\file)", LR"(\self)", LR"(\Target\Sub\file)", LR"(\top.txt)", LR"(\top.txt\x)"}) {
+            const lookup result = resolve(&opened.ntfs(), path);
+            ASSERT_FALSE(result.log.empty());
+            EXPECT_EQ(result.log.back() == "inode not found for " + narrow(path), !result.found);
+        }
+    }
 }
 
 }  // namespace
