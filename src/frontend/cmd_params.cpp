@@ -110,11 +110,8 @@ void cmd_params::open_log(arg_list& args) {
     m_log_stream = std::move(stream);
     m_log_on = true;
     log_command_line();
-    if (find_flag("-l2", args)) {
-        m_log_level = 2;
-    } else if (find_flag("-l3", args)) {
-        m_log_level = 3;
-    }
+    m_log_level = find_flag("-l3", args) ? 3 : 0;
+    m_log_level = find_flag("-l2", args) ? 2 : m_log_level;
 }
 
 void cmd_params::log_command_line() {
@@ -133,13 +130,13 @@ bool cmd_params::is_log_file(const std::string& path) const {
     return m_log_on && same_file(path, m_log_path);
 }
 
-bool cmd_params::check_out_file(arg_list& args) {
+bool cmd_params::check_out_file(arg_list& args) const {
     std::string path;
     if (!find_value("-out", path, args) && !find_value("-outfile", path, args)) {
         return true;
     }
     const bool append = find_flag("-append", args);
-    const bool writable = !is_one_of(path, source_files_ahead(args)) &&
+    const bool writable = !is_one_of(path, source_files_ahead(args)) && !is_log_file(path) &&
                           (can_be_created(path, append) || (append && can_be_created(path, false)));
     if (!writable) {
         print_error("prob opening file " + path + " for output, aborting\n");

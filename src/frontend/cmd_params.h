@@ -69,7 +69,7 @@ class cmd_params : public status_log, public time_range {
   private:
     void open_log(arg_list& args);
     void log_command_line();
-    [[nodiscard]] static bool check_out_file(arg_list& args);
+    [[nodiscard]] bool check_out_file(arg_list& args) const;
     void parse_run_options(arg_list& args);
     void parse_filters(arg_list& args);
     [[nodiscard]] bool parse_time_range(arg_list& args);

@@ -11,6 +11,8 @@ void print_copy_message(cmd_params& opts, const std::string& text) {
     opts.log_text(text);
     if (opts.m_console) {
         std::puts(text.c_str());
+        // Where both streams lead to one file, its lines stand in the order in which they were said.
+        std::fflush(stdout);
     }
 }
 

@@ -85,6 +85,7 @@ int run(int argc, const char* const* argv) {
     }
     const std::string header = run_header(args, now);
     std::fputs((header + "\n").c_str(), stdout);
+    std::fflush(stdout);
     quarry_opts opts;
     opts.m_admin = is_administrator();
     const bool succeeded = parse_and_copy(opts, args, header, run_ctx);

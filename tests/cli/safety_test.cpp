@@ -290,6 +290,23 @@ TEST_F(long_lists, may_come_from_a_closed_standard_input) {
     EXPECT_EQ(files(), words{"disk"});
 }
 
+class want_of_memory : public command_line_test {};
+
+// The destination grows with each of its references until there is no room left.
+TEST_F(want_of_memory, ends_the_run_with_a_word_and_leaves_no_file) {
+    source("disk");
+    const program_result result =
+        run({"-image", "disk", "-src", "/a.txt", "-dst", "%QUARRY_GROWS%", "-md5"},
+            {.environment = {{"QUARRY_GROWS", std::string(100'000, 'x') + "%QUARRY_GROWS%"}},
+             .memory_limit = most_memory});
+    EXPECT_TRUE(result.exited) << result.signal;
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(files(), words{"disk"});
+    if (memory_limit_works()) {
+        EXPECT_EQ(result.err, "quarry: std::bad_alloc\n");
+    }
+}
+
 class empty_words : public command_line_test {};
 
 TEST_F(empty_words, are_words_like_any_other) {

@@ -255,6 +255,12 @@ TEST_F(cmd_params_test, an_out_file_that_is_a_source_is_refused_and_stays_whole)
     EXPECT_EQ(text_of(dir / "image"), "evidence");
 }
 
+TEST_F(cmd_params_test, an_out_file_that_is_the_log_is_refused_and_the_log_stays) {
+    EXPECT_FALSE(parse({"-diags", path("log"), "-out", path("log")}));
+    EXPECT_EQ(said, "prob opening file " + path("log") + " for output, aborting\n");
+    EXPECT_TRUE(fs::exists(dir / "log"));
+}
+
 TEST_F(cmd_params_test, append_without_an_out_file_is_not_looked_at) {
     EXPECT_TRUE(parse({"-append"}));
     EXPECT_EQ(args.size(), 2U);
@@ -329,6 +335,7 @@ TEST_F(cmd_params_test, a_log_level_is_looked_at_only_behind_an_open_log_and_the
     EXPECT_TRUE(nothing_left());
     EXPECT_TRUE(parse({"-l3", "-l2", "-diags", path("log")}));
     EXPECT_EQ(opts->m_log_level, 2);
+    EXPECT_TRUE(nothing_left());
 }
 
 TEST_F(cmd_params_test, a_log_that_fails_in_a_write_is_not_noticed) {
