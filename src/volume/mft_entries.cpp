@@ -137,14 +137,9 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
         return;
     }
     record.list_non_resident = true;
-    data_run_list decoded;
-    cluster_run_list runs;
-    if (decode_runs(list.own_bytes(), decoded)) {
-        to_cluster_runs(decoded, runs);
-    }
     std::vector<std::uint8_t> clusters;
     // A list with a damaged part serves as far as it was read.
-    static_cast<void>(m_ntfs.read_all_clusters(runs, clusters));
+    static_cast<void>(m_ntfs.read_list_clusters(list, clusters));
     walk_list_entries(record, entry, clusters);
 }
 

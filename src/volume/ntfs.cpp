@@ -225,11 +225,26 @@ bool CNtfs::read_all_clusters(const cluster_run_list& runs, std::vector<std::uin
     return complete;
 }
 
+bool CNtfs::read_list_clusters(const attribute& list, std::vector<std::uint8_t>& out) {
+    data_run_list pairs;
+    cluster_run_list runs;
+    if (!decode_runs(list.bytes(), pairs) || !to_cluster_runs(pairs, runs)) {
+        out.clear();
+        return false;
+    }
+    return read_all_clusters(runs, out);
+}
+
+// Deliberate: one would expect all records of a volume to have one length. Entry 0 has the boot sector's, the
+// others have that in the header of record 0, so where the two differ a reader with a buffer for the one does
+// not get the others.
 std::uint32_t CNtfs::record_read_size(std::uint64_t entry) const {
     return std::min(entry == 0 ? m_mft_record_size : m_record_alloc, longest_record);
 }
 
-// Reads as many bytes as the buffer holds from the start of a record.
+// Reads as many bytes as the buffer holds from the start of a record. Deliberate: one would expect a record
+// that begins at the end of a piece of $MFT to go on in the next piece. It is read on where it stands, so its
+// end is whatever lies there on disk.
 bool CNtfs::read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer, std::uint64_t& position,
                            std::uint64_t& length) {
     if (entry != 0 && (!m_Validated || get_disk() == nullptr)) {

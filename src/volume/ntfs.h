@@ -133,6 +133,8 @@ class CNtfs {
     // cut at longest_attribute_list and at the size of the source, each rounded up to a cluster. True if
     // every cluster of every run was read.
     [[nodiscard]] bool read_all_clusters(const cluster_run_list& runs, std::vector<std::uint8_t>& out);
+    // The same of a non-resident attribute list, through the runs that its mapping pairs tell.
+    [[nodiscard]] bool read_list_clusters(const attribute& list, std::vector<std::uint8_t>& out);
 
     // File records. Entry 0 is read from the place that the boot sector tells, any other through the runs of
     // $MFT, and only from a valid object. One read takes the whole record from its first byte on, also where

@@ -203,14 +203,9 @@ bool CNtfs::read_attribute_list(INODE_STATS& stats, const attribute& list, std::
     if (list.initialized_size() == 0) {
         return true;
     }
-    data_run_list pairs;
-    cluster_run_list runs;
     std::vector<std::uint8_t> value;
-    if (!decode_runs(list.bytes(), pairs) || !to_cluster_runs(pairs, runs)) {
-        return false;
-    }
     // A list with a damaged part serves as far as it was read.
-    static_cast<void>(read_all_clusters(runs, value));
+    static_cast<void>(read_list_clusters(list, value));
     return walk_attribute_list(stats, value, entry);
 }
 

@@ -355,6 +355,20 @@ TEST(EntryPosition, a_sparse_run_holds_no_entry_but_counts) {
     EXPECT_EQ(position_of_entry_16("01 04 01 04 00"), 0u);
 }
 
+TEST(EntryPosition, the_first_entry_in_a_sparse_run_has_no_lcn) {
+    volume_builder builder;
+    builder.replace_record(0, builder.new_record(0)
+                                  .add(attribute_builder::with_pairs(0x80, from_hex("11 04 04 01 04 00")))
+                                  .build());
+    opened_volume volume(builder);
+    for (const std::uint64_t entry : {16u, 20u}) {
+        std::uint64_t lcn = 77;
+        std::uint32_t offset = 77;
+        EXPECT_FALSE(volume->get_lcn_for_inode(entry, lcn, offset));
+        EXPECT_EQ(lcn, 0u);
+    }
+}
+
 TEST(EntryPosition, an_empty_run_holds_no_entry) {
     EXPECT_EQ(position_of_entry_16("11 00 04 11 04 04 00"), 12u * cluster);
 }
@@ -584,6 +598,7 @@ TEST(ReadRecord, only_entry_0_is_read_before_the_volume_is_valid) {
     opened_volume volume(builder);
     volume->m_Validated = false;
     EXPECT_TRUE(restored(volume.ntfs(), 0).result);
+    EXPECT_FALSE(raw(volume.ntfs(), 24).result);
     EXPECT_FALSE(restored(volume.ntfs(), 24).result);
     EXPECT_FALSE(in_place(volume.ntfs(), 24, 1024).result);
     bytes vector;
@@ -666,7 +681,7 @@ TEST(ReadRecord, a_step_that_no_attribute_fits_into_leaves_record_0_alone) {
 
 TEST(ReadRecord, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros) {
     volume_builder builder({.mft_runs = {{100, 16}}});
-    builder.add_file_at(63, "last");
+    builder.add_file_at(63, "last").resident_data(pattern(800));
     bytes image = builder.image();
     image.resize(100 * 4096 + 63 * 1024 + 600);
     opened_volume volume(image);

@@ -225,6 +225,15 @@ TEST(ParseRecord, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
     EXPECT_EQ(in_clusters.bitmap_size, 5000u);
 }
 
+TEST(ParseRecord, the_runs_of_a_later_bitmap_replace_those_of_an_earlier_one) {
+    const INODE_STATS stats =
+        parsed(record_builder()
+                   .add(attribute_builder::with_pairs(0xB0, from_hex("11 02 05 00")).real(5000))
+                   .add(attribute_builder::with_pairs(0xB0, from_hex("11 03 09 00")).named("x").real(6000)));
+    EXPECT_EQ(plain(stats.bitmap_runs), (plain_runs{{9, 3}}));
+    EXPECT_EQ(stats.bitmap_size, 5000u);
+}
+
 TEST(ParseRecord, other_types_are_passed_over) {
     record_builder record;
     for (const std::uint32_t type :
@@ -389,6 +398,20 @@ TEST(ParseAttributes, no_bytes_left_and_a_null_attribute_are_success) {
     EXPECT_TRUE(volume.parse_attributes(stats, list, attribute(), 1024, true, false));
 }
 
+TEST(ParseAttributes,
+     an_attribute_longer_than_the_distance_of_records_ends_the_walk_however_many_bytes_are_left) {
+    CNtfs volume;
+    volume.m_record_alloc = 72;
+    INODE_STATS stats;
+    attribute list;
+    const bytes record = record_builder().add(data("11 10 04 00")).build_restored();
+    EXPECT_TRUE(volume.parse_attributes(stats, list, first_attribute(record), 4096, true, false));
+    EXPECT_EQ(stats.data_runs.size(), 1u);
+    volume.m_record_alloc = 71;
+    EXPECT_TRUE(volume.parse_attributes(stats, list, first_attribute(record), 4096, true, false));
+    EXPECT_EQ(stats.data_runs.size(), 1u);
+}
+
 TEST(ParseAttributes, the_last_attribute_list_is_told) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
@@ -480,7 +503,8 @@ TEST(AttributeList, an_entry_whose_type_and_id_are_in_no_attribute_adds_nothing_
 }
 
 TEST(AttributeList, an_entry_that_points_to_the_record_itself_is_passed_over) {
-    EXPECT_EQ(pieces_after({{.record = 0}, {.record = 15}, {.record = 0}}), 2u);
+    // In record 0 the $DATA has the id 2.
+    EXPECT_EQ(pieces_after({{.record = 0, .id = 2}, {.record = 15}, {.record = 0, .id = 2}}), 2u);
 }
 
 TEST(AttributeList, a_record_that_is_none_is_passed_over) {
@@ -497,6 +521,19 @@ TEST(AttributeList, a_baad_record_and_an_index_block_are_passed_over) {
         builder.force_record(15, 0, 4, signature);
         opened_volume volume(builder);
         EXPECT_EQ(volume->m_mft_info.data_runs.size(), 1u);
+    }
+}
+
+TEST(AttributeList, a_record_whose_first_attribute_is_as_long_as_a_record_is_not_searched) {
+    for (const std::uint32_t length : {1023u, 1024u}) {
+        volume_builder builder(split_mft());
+        builder.replace_record(15, builder.new_record(15)
+                                       .base(reference(0, 1))
+                                       .add(data("11 08 7F 00").id(0).lowest_vcn(8).length(length))
+                                       .build());
+        builder.file(0).attribute_list(build_attribute_list({{.record = 15}}));
+        opened_volume volume(builder);
+        EXPECT_EQ(volume->m_mft_info.data_runs.size(), length < 1024 ? 2u : 1u);
     }
 }
 
