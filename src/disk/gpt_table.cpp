@@ -39,13 +39,14 @@ std::optional<std::uint64_t> position_of(std::uint64_t sector, std::uint32_t sec
 
 // A name without the zeros that fill its place.
 std::string name_of(const gpt_entry& entry) {
+    const byte_view place = entry.name();
     std::uint64_t length = 0;
-    while (entry.name().u16_or_zero(length) != 0) {
+    while (place.u16_or_zero(length) != 0) {
         length += 2;
     }
     std::string name;
     // A name with a broken surrogate pair counts as far as it could be read.
-    static_cast<void>(utf16_to_utf8(name, entry.name().clipped(0, length)));
+    static_cast<void>(utf16_to_utf8(name, place.clipped(0, length)));
     name.shrink_to_fit();
     return name;
 }

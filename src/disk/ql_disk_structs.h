@@ -12,6 +12,7 @@
 
 #include "foundation/byte_view.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -98,9 +99,8 @@ class gpt_entry {
   private:
     [[nodiscard]] std::array<std::uint8_t, 16> guid(std::uint64_t offset) const {
         std::array<std::uint8_t, 16> bytes{};
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            bytes[i] = m_bytes.u8_or_zero(offset + i);
-        }
+        const byte_view place = m_bytes.clipped(offset, bytes.size());
+        std::copy(place.span().begin(), place.span().end(), bytes.begin());
         return bytes;
     }
 
