@@ -1,24 +1,47 @@
 #include "disk/vmdk_descriptor.h"
 
 #include "foundation/ql_string.h"
-#include "foundation/ql_text.h"
 
 #include <algorithm>
-#include <string_view>
+#include <cstdint>
+#include <utility>
 
 namespace quarry {
 
 namespace {
 
+// The text up to its first zero byte.
 std::string terminated_text_of(byte_view bytes) {
-    std::string text(bytes.span().begin(), bytes.span().end());
-    text.resize(std::min(text.find('\0'), text.size()));
-    return text;
+    const auto end = std::find(bytes.span().begin(), bytes.span().end(), std::uint8_t{0});
+    return {bytes.span().begin(), end};
 }
 
 }  // namespace
 
 void vmdk_descriptor::parse(byte_view text) {
+    const std::string whole = terminated_text_of(text);
+    // Each turn takes a line off.
+    for (std::string_view rest = whole; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        if (!line.empty()) {
+            keep(line);
+            take_value(line);
+        }
+    }
+}
+
+void vmdk_descriptor::keep(std::string_view line) {
+    if (m_descriptor_lines.size() == most_descriptor_lines) {
+        return;
+    }
+    std::wstring wide;
+    // Bad UTF-8 ends the line early and loses nothing else.
+    static_cast<void>(utf8_to_wide(wide, line));
+    m_descriptor_lines.push_back(std::move(wide));
+}
+
+void vmdk_descriptor::take_value(std::string_view line) {
     const struct {
         std::string_view m_key;
         std::string& m_value;
@@ -28,19 +51,12 @@ void vmdk_descriptor::parse(byte_view text) {
         {"encoding=", m_encoding},
         {"parentfilenamehint=", m_parent_hint},
     };
-    std::vector<std::string> lines;
-    split(lines, terminated_text_of(text), '\n');
-    for (const std::string& line : lines) {
-        std::wstring wide;
-        // Bad UTF-8 ends the line early and loses nothing else.
-        static_cast<void>(utf8_to_wide(wide, line));
-        m_descriptor_lines.push_back(std::move(wide));
-        std::string lowered = line;
-        lower_narrow(lowered);
-        for (const auto& [key, value] : known) {
-            if (lowered.starts_with(key)) {
-                value = line.substr(key.size());
-            }
+    constexpr std::size_t longest_key = 19;
+    std::string lowered(line.substr(0, longest_key));
+    lower_narrow(lowered);
+    for (const auto& [key, value] : known) {
+        if (lowered.starts_with(key)) {
+            value = line.substr(key.size());
         }
     }
 }

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarry {
@@ -21,8 +22,12 @@ namespace quarry {
 // may claim 2 TiB.
 inline constexpr std::size_t longest_descriptor_bytes = 0x200000;
 
+// The most lines that are kept. Real descriptors have a few dozen; one of nothing but short lines would take
+// many times its size in memory.
+inline constexpr std::size_t most_descriptor_lines = 0x4000;
+
 struct vmdk_descriptor {
-    // Every line that is not empty. A line that is no UTF-8 is kept as far as it is.
+    // Every line that is not empty, up to so many. A line that is no UTF-8 is kept as far as it is.
     std::vector<std::wstring> m_descriptor_lines;
     std::string m_encoding;
     std::string m_parent_cid;
@@ -30,8 +35,12 @@ struct vmdk_descriptor {
     std::string m_parent_hint;
 
     // Reads the text up to its first zero byte, or all of it. Keys may be in any case. Of several lines with
-    // one key the last counts.
+    // one key the last counts, also behind the lines that are kept.
     void parse(byte_view text);
+
+  private:
+    void keep(std::string_view line);
+    void take_value(std::string_view line);
 };
 
 }  // namespace quarry

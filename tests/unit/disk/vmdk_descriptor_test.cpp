@@ -83,5 +83,22 @@ TEST(vmdk_descriptor, lines_behind_a_very_long_one_are_found) {
     EXPECT_EQ(descriptor.m_descriptor_lines[0].size(), 0x100000u);
 }
 
+TEST(vmdk_descriptor, of_more_lines_than_any_real_one_has_only_the_first_are_kept_and_all_are_looked_at) {
+    std::string text;
+    for (int i = 0; i < 0x4000; ++i) {
+        text += "x\n";
+    }
+    EXPECT_EQ(parsed(text).m_descriptor_lines.size(), 0x4000u);
+    const vmdk_descriptor descriptor = parsed(text + "CID=1\n");
+    EXPECT_EQ(descriptor.m_descriptor_lines.size(), 0x4000u);
+    EXPECT_EQ(descriptor.m_descriptor_lines.back(), L"x");
+    EXPECT_EQ(descriptor.m_cid, "1");
+}
+
+TEST(vmdk_descriptor, a_key_that_fills_its_line_or_is_cut_there_gives_no_value) {
+    EXPECT_EQ(parsed("parentFileNameHint=\n").m_parent_hint, "");
+    EXPECT_EQ(parsed("parentFileNameHint=x\nparentFileNameHint\n").m_parent_hint, "x");
+}
+
 }  // namespace
 }  // namespace quarry::test
