@@ -99,7 +99,7 @@ chain_result walk_extended_chain(partition_list& list, std::uint64_t base, std::
     // Each turn reads a table that was not read before, and the source has only so many.
     std::unordered_set<std::uint64_t> seen = {base};
     std::optional<std::uint64_t> next = first_result.next_table;
-    while (next.has_value() && seen.insert(*next).second) {
+    while (next.has_value() && list.size() < most_chained_partitions && seen.insert(*next).second) {
         const std::optional<byte_view> table = source(*next * sector_size, table_size);
         if (!table.has_value() || (rules.links_need_mark && !is_mbr(*table))) {
             break;

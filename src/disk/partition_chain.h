@@ -13,6 +13,7 @@
 #include "disk/sector_source.h"
 #include "foundation/byte_view.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace quarry {
@@ -50,9 +51,14 @@ struct chain_result {
     std::uint8_t last_ordinary_type = 0;
 };
 
+// The length of a list at which a chain is not followed further. No disk has so many partitions; a source
+// that is nothing but tables would have one for each 128 of its bytes, and cost several times its size in
+// memory.
+inline constexpr std::size_t most_chained_partitions = 0x40000;
+
 // Appends the partitions of an extended chain whose first table stands in sector `base`, the links included.
-// The chain ends where a table has no link, has a bad entry or cannot be read, and at a table that was seen
-// already.
+// The chain ends where a table has no link, has a bad entry or cannot be read, at a table that was seen
+// already, and when the list has become very long.
 chain_result walk_extended_chain(partition_list& list, std::uint64_t base, std::uint32_t sector_size,
                                  const chain_rules& rules, const sector_source& source);
 

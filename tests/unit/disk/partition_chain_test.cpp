@@ -314,6 +314,19 @@ TEST(ExtendedChain, of_100000_links_is_followed_to_its_end) {
     EXPECT_EQ(list.back().m_start_sector, 100002u);
 }
 
+// As above, with three partitions in front of each link.
+TEST(ExtendedChain, is_not_followed_further_when_the_list_has_262144_partitions) {
+    byte_writer sector(table({{0x83, 1, 1}, {0x83, 1, 1}, {0x83, 1, 1}, {0x05, 0, 1}}));
+    const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
+        sector.u32(446 + 3 * 16 + 8, offset / 512);
+        return byte_view(sector.content());
+    };
+    partition_list list;
+    EXPECT_TRUE(walk_extended_chain(list, 1, 512, rules_for_disks, source).first_table_read);
+    ASSERT_EQ(list.size(), 262144u);
+    EXPECT_EQ(list.back().m_start_sector, 65537u) << "of 65,536 tables";
+}
+
 TEST(ExtendedChain, a_link_past_32_bits_is_not_cut) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 0xFFFFFFFF, 10}, {0x05, 0xFFFFFFFF, 0xFFFFFFFF}});
