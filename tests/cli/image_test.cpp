@@ -68,6 +68,8 @@ const std::vector<row> good_rows = {
     copies("an offset of 0 counts as none", {"-image", "@/disk", "-offset", "0"}, "img:@/disk:0x0"),
     copies("a bare volume that is cut short is taken without a word", {"-image", "@/disk_cut"},
            "img:@/disk_cut:0x0"),
+    copies("a bare volume that is cut short is taken with an offset of 0 too",
+           {"-image", "@/disk_cut", "-offset", "0"}, "img:@/disk_cut:0x0"),
     copies("an offset that is a volume is taken", {"-image", "@/mbr", "-offset", "0x100000"},
            "img:@/mbr:0x100000"),
     copies("an offset may be decimal", {"-image", "@/mbr", "-offset", "1048576"}, "img:@/mbr:0x100000"),

@@ -232,6 +232,16 @@ TEST_F(VmdkCheck, a_base_that_does_not_bear_the_hinted_name_does_not_hide_a_miss
     EXPECT_EQ(m_suggested, (paths{base, snapshot, at("middle.vmdk")}));
 }
 
+TEST_F(VmdkCheck, a_listed_snapshot_whose_content_id_changed_passes_and_is_refused_when_opened) {
+    const paths list = {write("base.vmdk", file_of("1", "ffffffff")),
+                        write("middle.vmdk", file_of("4", "1", "\"base.vmdk\"")),
+                        write("snap.vmdk", file_of("5", "3", "\"middle.vmdk\""))};
+    EXPECT_TRUE(check(list));
+    EXPECT_EQ(m_words, "");
+    EXPECT_EQ(m_suggested, list);
+    EXPECT_FALSE(RAW_DISK_IO(list, false, false).is_ok());
+}
+
 TEST_F(VmdkCheck, files_without_a_base_fail_without_words_if_one_bears_the_hinted_name) {
     const paths list = {write("middle.vmdk", file_of("4", "1", "\"base.vmdk\"")),
                         write("snap.vmdk", file_of("3", "2", "\"middle.vmdk\""))};

@@ -176,6 +176,21 @@ TEST_F(VmdkFile, a_descriptor_behind_the_end_of_the_file_is_empty_and_one_at_no_
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_descriptor_offset, 8, far_away)));
 }
 
+// Version, flags (compressed grains and markers among them), the second directory, unclean shutdown, the four
+// characters that tell a broken transfer, the compression, the pad.
+TEST_F(VmdkFile, a_file_with_compressed_grains_is_opened_and_its_grains_come_as_they_lie) {
+    vmdk_builder file = three_grains();
+    file.force(4, 4, 0xFFFFFFFF).force(8, 4, 0x00030003).force(48, 8, far_away).force(72, 1, 1);
+    file.force(73, 4, 0).force(77, 2, 1);
+    for (std::size_t at = 79; at < 512; ++at) {
+        file.force(at, 1, 0xFF);
+    }
+    ASSERT_TRUE(open(file));
+    EXPECT_EQ(read(0, 4096), pattern(4096, 10));
+    EXPECT_EQ(read(40 * 4096, 4096), pattern(4096, 11));
+    EXPECT_EQ(m_file->m_cid, "c0000000");
+}
+
 TEST_F(VmdkFile, grains_or_tables_without_a_size_are_refused) {
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_grain_size, 8, 0)));
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_entries_per_table, 4, 0)));

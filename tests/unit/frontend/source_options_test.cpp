@@ -2,6 +2,7 @@
 
 #include "support/device_files.h"
 #include "support/disk_builder.h"
+#include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
 #include <gtest/gtest.h>
@@ -200,6 +201,20 @@ TEST_F(drive_option_test, a_volume_longer_than_its_drive_needs_its_size_ignored)
     EXPECT_TRUE(parse({"-drivenum", "3", "-offset", "0x100000", "-ignore_image_size"}));
 }
 
+// An image of that kind is taken without a word.
+TEST_F(drive_option_test,
+       a_bare_volume_longer_than_its_drive_is_refused_without_an_offset_whatever_its_size) {
+    test::disk_builder disk(1000);
+    disk.put(0, test::ntfs_boot_sector(1001)).write_to(devices.drive(3));
+    for (const arg_list& words :
+         {arg_list{"-drivenum", "3"}, arg_list{"-drivenum", "3", "-ignore_image_size"}}) {
+        EXPECT_FALSE(parse(words));
+        EXPECT_EQ(said,
+                  "volume offset 0x0 is a NTFS partition, however image size does not encapsulate entire "
+                  "volume\n");
+    }
+}
+
 TEST_F(drive_option_test, a_drive_that_is_not_there_is_told_with_its_device) {
     EXPECT_FALSE(parse({"-drivenum", "7"}));
     EXPECT_EQ(said, "prob opening " + devices.drive(7).string() +
@@ -216,6 +231,30 @@ TEST_F(drive_option_test, is_for_administrators_and_sets_nothing_for_others) {
     EXPECT_FALSE(parse({"-drivenum", "0", "-offset", "0x100000"}));
     EXPECT_EQ(said, "Need Admin privs to use this option\n");
     EXPECT_FALSE(opts.m_use_drive);
+}
+
+// The extended partition, a link in each table but the last, and a volume in the last one.
+test::disk_builder disk_with_partitions(std::uint32_t count) {
+    test::disk_builder disk(4096);
+    disk.table(0, {{0x05, 100, 2000}});
+    for (std::uint32_t table = 0; table + 2 < count; ++table) {
+        disk.table(100 + table, {{0x05, table + 1, 1}});
+    }
+    return disk.table(100 + count - 2, {{0x07, 1, 1}});
+}
+
+TEST(image_option_test, the_first_volume_of_an_image_with_more_than_768_partitions_stays_at_0) {
+    const test::temp_dir dir;
+    for (const std::uint32_t count : {768U, 769U}) {
+        disk_with_partitions(count).write_to(dir / "image");
+        quarry_opts opts;
+        opts.m_first_ntfsvol = true;
+        arg_list words = {"quarry", "-image", (dir / "image").string()};
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(parse_source(opts, words));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(opts.m_volume_offset, count == 768 ? (100U + 767U) * 512U : 0U);
+    }
 }
 
 }  // namespace
