@@ -40,11 +40,7 @@ attribute find_attribute(byte_view record, std::uint32_t type, std::uint16_t id)
 
 }  // namespace
 
-mft_entries_ctx::mft_entries_ctx(CNtfs& ntfs, status_log& log)
-    : m_ntfs(ntfs),
-      m_log(log),
-      m_record_size(std::min(ntfs.get_mft_record_size(), longest_record)),
-      m_bytes_per_sector(ntfs.get_bytes_per_sector()) {}
+mft_entries_ctx::mft_entries_ctx(CNtfs& ntfs, status_log& log) : m_ntfs(ntfs), m_log(log) {}
 
 bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry) {
     bad = false;
@@ -52,6 +48,9 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
     RAW_DISK_IO* const disk = m_ntfs.get_disk();
     if (!m_ntfs.validate(mft_position) || disk == nullptr) {
         return false;
+    }
+    if (m_record_size == 0) {
+        m_record_size = std::min(m_ntfs.get_mft_record_size(), longest_record);
     }
     try {
         record.resize(m_record_size);
@@ -75,7 +74,8 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
         bad = true;
         return true;
     }
-    restore_sector_ends(record, m_bytes_per_sector, sector_end_limit(record.size(), m_bytes_per_sector));
+    const std::uint32_t sector_size = m_ntfs.get_bytes_per_sector();
+    restore_sector_ends(record, sector_size, sector_end_limit(record.size(), sector_size));
     return true;
 }
 

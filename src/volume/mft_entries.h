@@ -47,9 +47,8 @@ class mft_entries_ctx {
 
     CNtfs& m_ntfs;
     status_log& m_log;
-    // Bytes to read for a record.
-    std::uint64_t m_record_size;
-    std::uint32_t m_bytes_per_sector;
+    // Bytes to read for a record; 0 until one is read, because only a valid volume knows them.
+    std::uint64_t m_record_size = 0;
     std::vector<std::uint8_t> m_extension;
 };
 

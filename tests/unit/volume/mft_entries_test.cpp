@@ -691,6 +691,73 @@ TEST(CategorizeEntry, AcceptsAnIndexBlockInThePlaceOfARecord) {
     EXPECT_EQ(got.items[0].record_size, 0u);
 }
 
+TEST(CategorizeEntry, SurvivesAnIndexBlockWhoseArrayAndFirstAttributeLieAnywhere) {
+    for (const std::uint64_t first : {0u, 1020u, 1023u, 1024u, 65535u}) {
+        for (const std::uint64_t array : {0u, 1021u, 1023u, 65535u}) {
+            volume_builder volume;
+            volume.replace_record(
+                24, byte_writer(1024).text(0, "INDX").u16(4, array).u16(6, 65535).u16(20, first).take());
+            const categorized got = categorize(volume);
+            EXPECT_TRUE(got.ok);
+            EXPECT_EQ(types_of(got.items), (std::vector<std::uint32_t>{0x110})) << first;
+        }
+    }
+}
+
+TEST(CategorizeEntry, RestoresTheSectorsOfTheRecordAloneWhateverTheCountSays) {
+    volume_builder volume;
+    record_builder record = volume.new_record(24);
+    record.update_sequence_count(9).add(attribute_builder::resident(0x80, pattern(600)));
+    volume.replace_record(24, record.build());
+    EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->value, pattern(600));
+}
+
+TEST(CategorizeEntry, RestoresNothingWhereASectorIsLargerThanTheRecord) {
+    volume_builder volume({.bytes_per_sector = 4096, .sectors_per_cluster = 1, .record_size = 1024});
+    volume.add_file("a").resident_data(bytes(600, 'x'));
+    const bytes value = of_type(categorize(volume).items, 0x80).at(0)->value;
+    EXPECT_EQ(std::count(value.begin(), value.end(), 'x'), 598) << "two bytes are the update sequence number";
+}
+
+TEST(CategorizeEntry, TakesARecordOf512Bytes) {
+    volume_builder volume({.record_size = 512});
+    volume.replace_record(
+        24, volume.new_record(24).add(attribute_builder::resident(0x80, to_bytes("small"))).build());
+    EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->value, to_bytes("small"));
+}
+
+TEST(CategorizeEntry, FindsEntry0ThroughTheRunsOfMft) {
+    volume_builder volume;
+    opened_volume opened(volume);
+    EXPECT_TRUE(categorize(opened.ntfs(), 0).ok);
+    opened->m_mft_info = {};
+    const categorized got = categorize(opened.ntfs(), 0);
+    EXPECT_FALSE(got.ok) << "its place in the boot sector does not count here";
+    EXPECT_EQ(got.log, (lines{"err: mftfixup 0"}));
+}
+
+TEST(CategorizeEntry, RefusesARecordThatCannotBeRead) {
+    volume_builder volume({.mft_runs = {{4, 8}, {1000, 8}}});
+    bytes image = volume.image();
+    image.resize(100 * 4096);
+    opened_volume opened(image);
+    const categorized got = categorize(opened.ntfs(), 40);
+    EXPECT_FALSE(got.ok);
+    EXPECT_EQ(got.log, (lines{"err: mftfixup 28"}));
+}
+
+TEST(CategorizeEntry, LearnsTheSizesOfAVolumeThatItValidatesItself) {
+    volume_builder builder({.record_size = 4096});
+    builder.add_file("a").resident_data(pattern(1900));
+    const temp_dir dir;
+    builder.write_to(dir / "image");
+    CNtfs volume;
+    ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+    const categorized got = categorize(volume, 24);
+    ASSERT_TRUE(got.ok);
+    EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, pattern(1900));
+}
+
 TEST(CategorizeEntry, AcceptsARecordWhoseSectorEndsDoNotMatch) {
     volume_builder volume;
     volume.add_file("a").resident_data(pattern(600)).record().force_on_disk(510, 2, 0xDEAD);
