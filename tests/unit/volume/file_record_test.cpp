@@ -176,6 +176,13 @@ TEST(SectorEnds, counts_and_limits_of_0_and_1_restore_nothing) {
     }
 }
 
+TEST(SectorEnds, the_volumes_own_sector_size_counts_though_each_512_bytes_are_protected) {
+    bytes record = block(4096, 9);
+    restore_sector_ends(record, 4096, sector_end_limit(record.size(), 4096));
+    EXPECT_EQ(sector_ends(record), (words{0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 1}))
+        << "the first saved word stands at the end of the record";
+}
+
 TEST(SectorEnds, a_sector_size_of_0_restores_nothing) {
     bytes record = block(1024, 9);
     const bytes before = record;
@@ -292,6 +299,16 @@ TEST(CheckedFixups, an_array_longer_than_the_block_is_refused_and_leaves_the_blo
     const bytes before = record;
     record_kind kind = record_kind::unknown;
     EXPECT_FALSE(apply_fixups_checked(kind, record, 512));
+    EXPECT_EQ(kind, record_kind::file);
+    EXPECT_EQ(record, before);
+}
+
+TEST(CheckedFixups, an_array_of_512_byte_sectors_is_refused_where_the_volume_has_larger_ones) {
+    // What is written on sectors of 4096 bytes: nine words, of which the volume's sector size allows two.
+    bytes record = block(4096, 9);
+    const bytes before = record;
+    record_kind kind = record_kind::unknown;
+    EXPECT_FALSE(apply_fixups_checked(kind, record, 4096));
     EXPECT_EQ(kind, record_kind::file);
     EXPECT_EQ(record, before);
 }

@@ -491,6 +491,12 @@ TEST(ReadRecord, with_sectors_larger_than_the_record_nothing_is_restored) {
     opened_volume volume(builder);
     EXPECT_EQ(restored(volume.ntfs(), 24).record, builder.record_on_disk(24));
     EXPECT_EQ(byte_view(builder.record_on_disk(24)).u16(6), 3);
+    bytes vector;
+    std::uint64_t position = 0;
+    record_kind kind = record_kind::unknown;
+    EXPECT_FALSE(volume->read_record_checked(vector, position, kind, 24))
+        << "two sectors of 4096 bytes are more than this record has";
+    EXPECT_EQ(kind, record_kind::file);
 }
 
 TEST(ReadRecord, a_torn_record_is_read_like_any_other) {
@@ -564,6 +570,21 @@ TEST(ReadRecord, a_file_record_that_fails_the_header_test_is_refused) {
     }
 }
 
+TEST(ReadRecord, a_record_of_512_bytes_is_read_but_the_checked_reader_refuses_it) {
+    volume_builder builder({.record_size = 512});
+    builder.replace_record(24, builder.new_record(24).add(attribute_builder::resident(0x80, {})).build());
+    opened_volume volume(builder);
+    ASSERT_EQ(volume->get_mft_record_size(), 512u);
+    EXPECT_TRUE(restored(volume.ntfs(), 24).result);
+    EXPECT_TRUE(in_place(volume.ntfs(), 24, 512).result);
+    bytes vector;
+    std::uint64_t position = 0;
+    record_kind kind = record_kind::file;
+    EXPECT_FALSE(volume->read_record_checked(vector, position, kind, 24));
+    EXPECT_EQ(kind, record_kind::unknown);
+    EXPECT_TRUE(volume->read_record_vector(vector, position, 24));
+}
+
 TEST(ReadRecord, a_slot_that_was_never_used_is_refused) {
     opened_volume volume{volume_builder()};
     const record_read read = restored(volume.ntfs(), 24);
@@ -590,6 +611,11 @@ TEST(ReadRecord, entry_0_is_read_from_where_the_boot_sector_says_though_there_ar
     const record_read read = restored(volume.ntfs(), 0);
     EXPECT_TRUE(read.result);
     EXPECT_EQ(read.position, 16384u);
+    bytes vector;
+    std::uint64_t position = 0;
+    record_kind kind = record_kind::unknown;
+    EXPECT_TRUE(volume->read_record_checked(vector, position, kind, 0));
+    EXPECT_EQ(position, 16384u);
 }
 
 TEST(ReadRecord, only_entry_0_is_read_before_the_volume_is_valid) {
@@ -619,6 +645,11 @@ TEST(ReadRecord, an_entry_that_no_run_holds_is_refused) {
         record_kind kind = record_kind::file;
         EXPECT_FALSE(volume->read_record_checked(vector, position, kind, entry));
         EXPECT_EQ(kind, record_kind::unknown);
+        // An entry without a place reads from the start of the volume, where the boot sector is no record.
+        const record_read nowhere = raw(volume.ntfs(), entry);
+        EXPECT_TRUE(nowhere.result);
+        EXPECT_EQ(nowhere.position, 0u);
+        EXPECT_TRUE(byte_view(nowhere.record).text_at(3, "NTFS    "));
     }
 }
 

@@ -257,12 +257,56 @@ TEST(Validate, record_0_must_be_a_record) {
     }
 }
 
+TEST(Validate, the_place_of_mft_is_told_though_record_0_is_refused) {
+    const temp_dir dir;
+    volume_builder builder;
+    builder.force_record(0, 0, 4, 0);
+    builder.write_to(dir / "image");
+    CNtfs volume;
+    ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+    std::int64_t position = 77;
+    EXPECT_FALSE(volume.validate(position));
+    EXPECT_EQ(position, 16384);
+    EXPECT_FALSE(volume.m_Validated);
+    EXPECT_EQ(volume.m_boot.mft_lcn, 4u) << "the boot sector stays";
+}
+
+TEST(Validate, the_mirror_of_mft_does_not_serve_where_record_0_is_damaged) {
+    bytes image = volume_builder({.system_files = true}).image();
+    ASSERT_NE(opened(image), nullptr);
+    apply(image, {{16384, 4, 0}});
+    const std::uint64_t mirror = byte_view(image).u64_or_zero(56) * 4096;
+    ASSERT_TRUE(byte_view(image).text_at(mirror, "FILE")) << "the mirror is whole";
+    EXPECT_EQ(opened(image), nullptr);
+}
+
+TEST(Validate, a_record_0_whose_header_is_bad_once_it_is_read_at_its_own_length_is_refused) {
+    // With sectors of 4 bytes the saved words of record 0 go over its header: the first one over "LE".
+    bytes image = volume_builder().image();
+    apply(image, {{bytes_per_sector_field, 2, 4}, {mft_lcn_field, 8, 16384 / (4 * 8)}});
+    EXPECT_NE(opened(image), nullptr) << "the header was good when it was tested";
+    // A record of 8 bytes does not reach to the saved words, and says that it is 1024 bytes long.
+    apply(image, {{clusters_per_record_field, 1, 0xFD}});
+    EXPECT_EQ(opened(image), nullptr);
+}
+
 TEST(Validate, an_index_block_in_the_place_of_record_0_is_accepted_and_used_as_one) {
     volume_builder builder;
     builder.force_record(0, 0, 4, 0x58444E49);
     const auto volume = opened(builder.image());
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->get_num_entries(), 64u);
+}
+
+TEST(Validate, an_index_block_in_the_place_of_record_0_may_name_any_first_attribute) {
+    for (const std::uint64_t offset : {0u, 1u, 1020u, 1023u, 1024u, 65535u}) {
+        volume_builder builder;
+        builder.force_record(0, 0, 4, 0x58444E49);
+        builder.force_record(0, 20, 2, offset);
+        const auto volume = opened(builder.image());
+        ASSERT_NE(volume, nullptr) << offset;
+        EXPECT_EQ(volume->get_num_entries(), 0u) << offset;
+    }
 }
 
 TEST(Validate, a_torn_record_0_is_accepted) {
@@ -348,6 +392,7 @@ TEST(Validate, each_number_of_clusters_per_record_gives_its_size_or_refuses_the_
         {2, 8192, 2},            //
         {127, 520192, 127},      //
         {0x80, 0, 0},            // one byte
+        {0xD6, 1024, 0},         // 2^42, taken modulo 32
         {0xE0, 0, 0},            // one byte
         {0xE1, 524288, 524288},  // 2 GiB, of which no record needs more
         {0xE2, 524288, 262144},  // 1 GiB

@@ -106,6 +106,11 @@ TEST(DecodeMappingPairs, a_run_keeps_its_pair_but_neither_its_difference_nor_its
     EXPECT_TRUE(list[1].label.empty());
     EXPECT_FALSE(list[1].resident);
     EXPECT_FALSE(list[1].negative);
+
+    bytes widest = from_hex("FF");
+    widest.resize(31, 0x01);
+    ASSERT_TRUE(decode_mapping_pairs(widest, list, 0x80, true));
+    EXPECT_EQ(list[0].pair.view().to_vector(), widest) << "also the widest of 31 bytes";
 }
 
 TEST(DecodeMappingPairs, pairs_cut_at_any_length_give_the_runs_that_are_whole) {
@@ -273,6 +278,17 @@ TEST(DecodeRuns, the_magnitude_of_a_negative_difference_is_taken_within_its_byte
     EXPECT_EQ(widest[0].lcn, all_ones - 1);
 }
 
+TEST(DecodeRuns, a_hundred_thousand_runs_are_decoded) {
+    bytes pairs;
+    for (int i = 0; i < 100000; ++i) {
+        pairs.insert(pairs.end(), {0x11, 0x01, 0x02});
+    }
+    const data_run_list runs = decoded_in_full(pairs);
+    ASSERT_EQ(runs.size(), 100000u);
+    EXPECT_EQ(runs.back().lcn, 200000u);
+    EXPECT_EQ(runs.back().vcn, 99999u);
+}
+
 TEST(DecodeRuns, the_vcn_wraps_at_64_bits) {
     data_run_list list;
     const bytes attribute = attribute_builder::with_pairs(0x80, from_hex("11 08 40 11 08 40 00"))
@@ -291,6 +307,9 @@ TEST(ToClusterRuns, a_first_run_may_stand_at_lcn_0) {
     EXPECT_EQ(compact(from_hex("11 08 00 00")), (cluster_run_list{{0, 0, false, 8}}));
     EXPECT_EQ(compact(from_hex("01 08 00")), (cluster_run_list{{0, 0, true, 8}}))
         << "without an LCN it is sparse";
+    cluster_run_list list;
+    EXPECT_TRUE(to_cluster_runs({data_run()}, list));
+    EXPECT_TRUE(list.at(0).sparse) << "and so it is without a pair";
 }
 
 TEST(ToClusterRuns, a_pair_with_an_lcn_difference_of_0_counts_as_sparse_unless_it_is_the_first_of_its_list) {
