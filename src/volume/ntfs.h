@@ -34,8 +34,9 @@ namespace quarry {
 // is read all the same, without the cost that the field claims.
 inline constexpr std::uint32_t longest_record = 512 * 1024;
 
-// NTFS ends an attribute list at 256 KiB. What a damaged one claims beyond this is cut.
-inline constexpr std::uint64_t longest_attribute_list = std::uint64_t{16} * 1024 * 1024;
+// NTFS ends an attribute list at 256 KiB. What a damaged one claims beyond this is cut, because each two
+// bytes of it may ask for the read of a record.
+inline constexpr std::uint64_t longest_attribute_list = std::uint64_t{2} * 1024 * 1024;
 
 class CNtfs {
   public:

@@ -203,6 +203,9 @@ bool CNtfs::read_attribute_list(INODE_STATS& stats, const attribute& list, std::
     if (list.initialized_size() == 0) {
         return true;
     }
+    // Deliberate: one would expect a list to end with its real size. It is walked to the end of its clusters,
+    // so entries that an earlier, longer list left behind the end still count if they stand where a walk
+    // comes.
     std::vector<std::uint8_t> value;
     // A list with a damaged part serves as far as it was read.
     static_cast<void>(read_list_clusters(list, value));

@@ -4,6 +4,8 @@
 #include "volume/attribute_values.h"
 #include "volume/ntfs.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 namespace quarry::test {
@@ -245,13 +247,20 @@ TEST(ParseRecord, other_types_are_passed_over) {
 }
 
 TEST(ParseRecord, a_chain_without_an_end_marker_ends_when_its_bytes_run_out) {
-    record_builder record;
-    // 24 bytes each, up to the end of the record at 1024 from 0x38 on: 40 of them and 8 bytes.
-    for (int i = 0; i < 40; ++i) {
+    record_builder record(4096);
+    // 39 attributes of 24 bytes and one of 32 make 968 bytes.
+    for (int i = 0; i < 39; ++i) {
         record.add(attribute_builder::resident(0x40, {}));
     }
-    const INODE_STATS stats = parsed(record.without_end_marker().build_restored());
-    EXPECT_TRUE(stats.data_runs.empty());
+    record.add(attribute_builder::resident(0xB0, bytes(8)));
+    record.add(attribute_builder::resident(0xB0, bytes(8)));
+    const bytes chain = record.without_end_marker().build_restored();
+    EXPECT_EQ(parsed(chain, 967).bitmap_runs.size(), 0u);
+    EXPECT_EQ(parsed(chain, 968).bitmap_runs.size(), 1u) << "the walk came to the last of them";
+    EXPECT_EQ(parsed(chain, 999).bitmap_runs.size(), 1u);
+    EXPECT_EQ(parsed(chain, 1000).bitmap_runs.size(), 2u);
+    // The same where the record itself ends: 72 bytes of header, 968 of attributes.
+    EXPECT_EQ(parsed(bytes(chain.begin(), chain.begin() + 1040), 4096).bitmap_runs.size(), 1u);
 }
 
 TEST(ParseRecord, an_attribute_of_length_0_ends_the_walk_after_its_turn) {
@@ -370,6 +379,26 @@ TEST(ParseRecord, the_owner_is_asked_for_only_where_it_can_be_known) {
     EXPECT_EQ(owner_of({.security_id = 0x100, .loader = load_none}), "")
         << "a loader that says no is believed";
     EXPECT_EQ(loads, 1);
+}
+
+TEST(ParseRecord, a_standard_information_whose_value_lies_outside_of_the_record_has_no_owner) {
+    // The attribute stands at 56 in a record of 1024 bytes, the id in the bytes 52 to 55 of its value.
+    for (const std::uint64_t offset : {913u, 968u, 969u, 65535u}) {
+        loads = 0;
+        CNtfs volume;
+        volume.m_record_alloc = 1024;
+        volume.m_mft_info.size = 1;
+        volume.m_Validated = true;
+        volume.m_load_security = load_two_owners;
+        INODE_STATS stats;
+        bytes record = record_builder()
+                           .add(attribute_builder::resident(0x10, bytes(72)).force(20, 2, offset))
+                           .build_restored();
+        std::fill(record.begin() + 900, record.end(), std::uint8_t{0x01});
+        volume.parse_record(record, stats, 6, false);
+        EXPECT_EQ(stats.security_text, "");
+        EXPECT_EQ(loads, 0) << "bytes outside read as no id";
+    }
 }
 
 TEST(ParseAttributes, a_single_attribute_is_parsed_alone) {
@@ -537,6 +566,33 @@ TEST(AttributeList, a_record_whose_first_attribute_is_as_long_as_a_record_is_not
     }
 }
 
+TEST(AttributeList, the_search_in_an_extension_record_ends_at_the_distance_of_records) {
+    // Records of 4096 bytes every 1024 bytes: entry 60 is the record in the slot of entry 15.
+    for (const std::size_t filler : {392u, 400u, 408u}) {
+        volume_builder builder(
+            {.record_size = 4096, .mft_runs = {{4, 32}, {200, 32}}, .mft_runs_in_record_0 = 1});
+        builder.force_record(0, 28, 4, 1024);
+        builder.file(0).attribute_list(build_attribute_list({{.record = 60, .id = 9}}));
+        builder.replace_record(15, builder.new_record(15)
+                                       .base(reference(0, 1))
+                                       .add(attribute_builder::resident(0x40, bytes(600 - 24)))
+                                       .add(attribute_builder::resident(0x40, bytes(filler)))
+                                       .add(data("11 20 7F 00").id(9).lowest_vcn(32))
+                                       .build());
+        opened_volume volume(builder);
+        ASSERT_EQ(volume->get_mft_record_size(), 4096u);
+        // 600 bytes and 24 + 400 make 1024.
+        EXPECT_EQ(volume->m_mft_info.data_runs.size(), filler < 400 ? 2u : 1u) << filler;
+    }
+}
+
+TEST(AttributeList, an_entry_shorter_than_its_fields_is_stepped_over_by_its_length) {
+    // What then stands in the place of the next entry has a length of 0 or one beyond the list.
+    for (std::uint64_t length = 1; length < 26; ++length) {
+        EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, length}}}, {.record = 15}}), 1u) << length;
+    }
+}
+
 TEST(AttributeList, an_entry_of_length_0_or_beyond_the_list_ends_the_walk) {
     EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, 0}}}, {.record = 15}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 0}, {.record = 0, .forced = {{4, 2, 0xFFFF}}}, {.record = 15}}), 1u);
@@ -602,6 +658,15 @@ std::uint64_t pieces_with_list_in(const run_list& where) {
     return volume->m_mft_info.data_runs.size();
 }
 
+TEST(AttributeList, a_list_in_clusters_is_walked_to_the_end_of_its_clusters_whatever_its_real_size) {
+    volume_builder builder(split_mft());
+    builder.write_clusters(150, build_attribute_list({{.record = 0, .id = 2}, {.record = 15}}));
+    builder.file(0).without_attribute_list().attribute(
+        attribute_builder::non_resident(0x20, runs({{150, 1}})).real(32).initialized(32));
+    opened_volume volume(builder);
+    EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u) << "the second entry stands behind the real size";
+}
+
 TEST(AttributeList, a_run_of_a_list_that_cannot_be_read_leaves_the_next_one_in_its_place) {
     EXPECT_EQ(pieces_with_list_in({{150, 1}}), 2u);
     EXPECT_EQ(pieces_with_list_in({{1000000, 1}, {150, 1}}), 2u);
@@ -641,6 +706,20 @@ TEST(AttributeList, sixty_thousand_entries_for_one_record_end_soon_and_cost_litt
     EXPECT_LT(volume->m_mft_info.data_runs.size(), 8000u);
 }
 
+TEST(AttributeList, entries_of_two_bytes_that_name_no_record_end_within_seconds) {
+    // Each entry says that the next one begins two bytes on, in as many clusters as the source has.
+    volume_builder builder(split_mft());
+    bytes list(std::size_t{4} << 20);
+    for (std::size_t i = 0; i < list.size(); i += 2) {
+        list[i] = 2;
+    }
+    builder.write_clusters(300, list);
+    builder.file(0).without_attribute_list().attribute(
+        attribute_builder::non_resident(0x20, runs({{300, 1024}})).real(32).initialized(32));
+    opened_volume volume(builder);
+    EXPECT_EQ(volume->m_mft_info.data_runs.size(), 1u);
+}
+
 TEST(AttributeList, entries_for_an_attribute_of_one_byte_cost_no_more_memory_than_others) {
     volume_builder builder(split_mft());
     bytes list;
@@ -670,6 +749,43 @@ TEST(AttributeList, entry_6_may_have_a_list_too) {
     builder.file(6).attribute(attribute_builder::non_resident(0x80, runs({{77, 3}})).lowest_vcn(1), place);
     opened_volume volume(builder);
     EXPECT_EQ(plain(volume->m_bitmap_runs), (plain_runs{{20, 1}, {77, 3}}));
+}
+
+TEST(AttributeList, entry_6_may_have_all_its_runs_in_an_extension_record) {
+    volume_builder builder;
+    builder.replace_record(
+        6, builder.new_record(6)
+               .add(attribute_builder::resident(0x20, build_attribute_list({{.record = 30, .id = 4}})))
+               .build());
+    builder.replace_record(30, builder.new_record(30).sequence(1).add(data("11 03 4D 00").id(4)).build());
+    opened_volume volume(builder);
+    EXPECT_EQ(plain(volume->m_bitmap_runs), (plain_runs{{77, 3}}));
+}
+
+// Whether the volume counts as valid once a record with this list was parsed as that of an entry.
+bool valid_after(const bytes& list, std::uint64_t entry, bool with_data = true, bool valid_before = false) {
+    CNtfs volume;
+    volume.m_record_alloc = 1024;
+    volume.m_Validated = valid_before;
+    INODE_STATS stats;
+    record_builder record;
+    record.add(attribute_builder::resident(0x20, list));
+    if (with_data) {
+        record.add(data("11 10 04 00"));
+    }
+    volume.parse_record(record.build_restored(), stats, entry, false);
+    EXPECT_EQ(stats.vcn_index.size(), with_data ? 1u : 0u);
+    return volume.m_Validated;
+}
+
+TEST(AttributeList, the_list_of_mft_makes_the_volume_valid_unless_it_cannot_be_read) {
+    const bytes longer_than_the_list(8, 0x11);
+    EXPECT_TRUE(valid_after({}, 0)) << "an empty list is no failure";
+    EXPECT_TRUE(valid_after(build_attribute_list({{.record = 0}}), 0));
+    EXPECT_FALSE(valid_after(longer_than_the_list, 0));
+    EXPECT_TRUE(valid_after(longer_than_the_list, 0, true, true)) << "what was valid stays so";
+    EXPECT_FALSE(valid_after({}, 0, false)) << "without runs the list is not read";
+    EXPECT_FALSE(valid_after({}, 6)) << "only that of $MFT does";
 }
 
 TEST(AttributeList, two_records_that_name_each_other_end) {
