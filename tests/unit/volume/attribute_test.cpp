@@ -220,6 +220,14 @@ TEST(FindByName, a_length_of_0_ends_every_search) {
     EXPECT_EQ(found_by_name(record, 0x80, {}), 1) << "the first one matches ahead of the test";
 }
 
+TEST(FindByName, a_chain_without_an_end_marker_ends_with_its_bytes) {
+    const bytes record = named_attributes();
+    for (std::size_t length = 0; length <= record.size(); ++length) {
+        attribute at = first_attribute(byte_view(record.data(), length));
+        EXPECT_FALSE(find_attribute_by_name(at, 0xA0, name("none"), no_limit)) << length;
+    }
+}
+
 TEST(FindByName, a_name_outside_of_the_record_does_not_match) {
     bytes record = named_attributes();
     for (std::uint64_t offset : {4095u, 65535u}) {

@@ -3,7 +3,9 @@
 #include "support/attribute_builder.h"
 #include "support/attribute_values.h"
 
+#include <algorithm>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -196,6 +198,50 @@ TEST(CategorizeAttribute, KeepsTheFirstOfTwoOfOneId) {
     ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 1)).build()));
     ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 2)).build()));
     EXPECT_EQ(record.std_infos.at(0).bytes, pattern(48, 1));
+}
+
+// A value ends with its attribute, wherever its header says that it lies; what stands behind is not taken.
+TEST(CategorizeAttribute, TakesNoByteOfAValueFromBehindItsAttribute) {
+    const auto holds_none = [](const bytes& kept) {
+        return std::find(kept.begin(), kept.end(), std::uint8_t{0xEE}) == kept.end();
+    };
+    for (const std::uint32_t type : {0x10u, 0x30u, 0x40u, 0x50u, 0x60u, 0x70u, 0x90u, 0xC0u}) {
+        for (const auto& [offset, length] : {std::pair(24u, 81u),
+                                             {24u, 0xFFFFFFFFu},
+                                             {100u, 80u},
+                                             {104u, 80u},
+                                             {120u, 80u},
+                                             {0xFFFFu, 0xFFFFFFFFu}}) {
+            entry_record record;
+            EXPECT_TRUE(sort(record,
+                             attribute_builder::resident(type, bytes(80, 0x11))
+                                 .force(20, 2, offset)
+                                 .force(16, 4, length)
+                                 .build(),
+                             bytes(100, 0xEE)));
+            for (const auto& [key, kept] : record.std_infos) {
+                EXPECT_TRUE(holds_none(kept.bytes)) << offset;
+            }
+            for (const auto& [key, kept] : record.file_names) {
+                EXPECT_TRUE(holds_none(kept.bytes)) << offset;
+            }
+            for (const auto& [key, kept] : record.object_ids) {
+                EXPECT_TRUE(holds_none(kept.bytes)) << offset;
+            }
+            for (const auto& [key, kept] : record.volume_infos) {
+                EXPECT_TRUE(holds_none(kept.bytes)) << offset;
+            }
+            for (const auto& [key, kept] : record.index_roots) {
+                EXPECT_TRUE(holds_none(kept)) << offset;
+            }
+            for (const auto& [key, kept] : record.attributes) {
+                EXPECT_TRUE(holds_none(kept.bytes)) << offset;
+            }
+            for (const auto& [key, kept] : record.volume_names) {
+                EXPECT_EQ(kept.find(L'\xEEEE'), std::wstring::npos) << offset;
+            }
+        }
+    }
 }
 
 class NeedsAValue : public ::testing::TestWithParam<std::uint32_t> {};
