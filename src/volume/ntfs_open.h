@@ -33,8 +33,7 @@ inline constexpr std::uint8_t source_refused = 255;
 [[nodiscard]] bool open_by_partition(const std::wstring& path, std::unique_ptr<CNtfs>& out, bool writable,
                                      std::uint8_t source_type, security_loader load_security);
 // An image, or whatever the path says by its form: two backslashes at the front make it type 35, "c:" and
-// "c:\" type
-// 32. False for an empty path.
+// "c:\" type 32. False for an empty path.
 [[nodiscard]] bool open_by_image(const std::wstring& path, std::uint64_t volume_offset,
                                  std::unique_ptr<CNtfs>& out, bool writable, security_loader load_security);
 // A virtual disk from the files of its chain. With an offset of 0 or less the first NTFS volume on the disk
