@@ -76,6 +76,11 @@ void stdin_stream_ex::find_files() {
         for (const _DIR_NODE& node : nodes) {
             std::wstring found = quarry::widen(node.m_path);
             bool open_failed = false;
+            if (found.empty()) {
+                // A name that is no UTF-8 is none that a volume could have. Without this look a directory of
+                // such a name would be listed as the root of the host.
+                continue;
+            }
             if (node.is_dir()) {
                 m_dirs.emplace_back(found, depth + 1);
             } else if (quarry::filter_match(m_opts, open_failed, found, m_filter, nullptr)) {

@@ -1,7 +1,8 @@
 // The paths of a pipe run: lines of standard input, or the files below a directory of this host.
 //
 // A walk holds two queues: directories that are still to be listed and files that were found. Both grow with
-// what is found; lines of standard input are not kept.
+// what is found; lines of standard input are not kept. Names that are no UTF-8 are left out, with all below
+// them.
 #pragma once
 
 #include "foundation/uni_streams.h"

@@ -66,6 +66,13 @@ TEST_F(walk_test, takes_links_to_directories_for_files_and_so_ends) {
     EXPECT_EQ(walk(100, "loop"), names{"sub/loop"});
 }
 
+TEST_F(walk_test, leaves_out_names_that_are_no_utf_8_and_never_takes_one_for_the_root) {
+    std::filesystem::create_directories(dir / "\xFF/below");
+    write_file(dir / "\xFF/below/f.txt", {});
+    write_file(dir / "sub/\xFF.txt", {});
+    EXPECT_EQ(walk(2, ""), (names{"a.txt", "b.doc", "sub/c.txt", "sub/deep/d.txt"}));
+}
+
 TEST_F(walk_test, of_a_directory_that_is_missing_finds_nothing) {
     EXPECT_EQ(walk(3, "", "/missing"), names{});
 }
