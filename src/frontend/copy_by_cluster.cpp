@@ -6,6 +6,7 @@
 #include "frontend/copy_messages.h"
 #include "frontend/destination.h"
 #include "frontend/extraction.h"
+#include "frontend/source_files.h"
 #include "report/cluster_report.h"
 #include "volume/ntfs_open.h"
 
@@ -84,20 +85,29 @@ bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t
     return true;
 }
 
+// Deliberate: where the image cannot be opened the first drive is tried in its place, without a word. It is a
+// source then, and no output may go to it.
+bool open_image_or_first_drive(std::unique_ptr<CNtfs>& ntfs, const std::wstring& path,
+                               std::uint64_t volume_offset, const std::wstring& dst,
+                               const std::wstring& meta) {
+    if (open_by_image(path, volume_offset, ntfs, false, nullptr)) {
+        return true;
+    }
+    const std::vector<std::string> first_drive = {drive_device(0)};
+    return !is_one_of(narrow(dst), first_drive) && !is_one_of(narrow(meta), first_drive) &&
+           open_by_drive(0, volume_offset, ntfs, false, nullptr);
+}
+
 }  // namespace
 
 bool copy_clusters(const std::vector<std::wstring>& vmdk_list, const std::wstring& source_text,
                    std::uint64_t volume_offset, std::uint64_t start_lcn, std::uint64_t count,
                    const std::wstring& dst, const std::wstring& meta) {
     std::unique_ptr<CNtfs> ntfs;
-    bool opened = false;
-    if (!vmdk_list.empty()) {
-        opened = open_by_vmdk(vmdk_list, static_cast<std::int64_t>(volume_offset), ntfs, false, nullptr);
-    } else {
-        // Deliberate: where the image cannot be opened the first drive is tried in its place, without a word.
-        opened = open_by_image(source_text, volume_offset, ntfs, false, nullptr) ||
-                 open_by_drive(0, volume_offset, ntfs, false, nullptr);
-    }
+    const bool opened =
+        vmdk_list.empty()
+            ? open_image_or_first_drive(ntfs, source_text, volume_offset, dst, meta)
+            : open_by_vmdk(vmdk_list, static_cast<std::int64_t>(volume_offset), ntfs, false, nullptr);
     return opened && ntfs != nullptr &&
            copy_clusters_of(*ntfs, narrow(source_text), volume_offset, start_lcn, count, dst, meta);
 }

@@ -253,6 +253,20 @@ TEST_F(cluster_copy_test, where_the_image_cannot_be_opened_the_first_drive_is_tr
               "drive/partition:       " + (dir / "missing").string());
 }
 
+TEST_F(cluster_copy_test, the_first_drive_is_a_source_then_and_no_output_may_go_to_it) {
+    const device_files devices;
+    test::write_file(devices.drive(0), volume_image());
+    fs::create_symlink(devices.drive(0), dir / "link");
+    image = (dir / "missing").wstring();
+    const std::wstring drive = devices.drive(0).wstring();
+    const std::wstring link = (dir / "link").wstring();
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, drive, L""));
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, link, L""));
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), link));
+    EXPECT_FALSE(fs::exists(dir / "o"));
+    EXPECT_TRUE(test::read_file(devices.drive(0)) == volume_image());
+}
+
 TEST_F(cluster_copy_test, reads_the_volume_at_its_offset) {
     test::volume_builder volume;
     volume.write_clusters(120, test::pattern(4096));
