@@ -10,12 +10,8 @@ std::vector<std::string> source_files_of(const copy_job& job) {
     for (const std::wstring& file : job.vmdk_list) {
         files.push_back(narrow(file));
     }
-    // The letter form of a volume is opened without what follows the letter, and a bare path may begin with
-    // one.
-    for (const std::wstring& path : {job.partition, job.src}) {
-        if (path.size() > 1 && path[1] == L':') {
-            files.push_back(narrow(path.substr(0, 2)));
-        }
+    for (const std::wstring& path : {job.image, job.partition, job.src}) {
+        add_named_volume(files, narrow(path));
     }
     return files;
 }

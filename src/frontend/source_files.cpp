@@ -4,10 +4,13 @@
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
+#include "frontend/expand_env.h"
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace quarry {
 
@@ -37,6 +40,23 @@ std::optional<struct ::stat> status_of(const std::string& path) {
     return status;
 }
 
+// The file that a loop device shows, so that writing to it would change the device. A partition of the device
+// lies in the directory of the whole.
+std::optional<struct ::stat> file_behind(const struct ::stat& device) {
+    if (!S_ISBLK(device.st_mode)) {
+        return std::nullopt;
+    }
+    const std::string directory = "/sys/dev/block/" + std::to_string(::major(device.st_rdev)) + ":" +
+                                  std::to_string(::minor(device.st_rdev));
+    for (const char* place : {"/loop/backing_file", "/../loop/backing_file"}) {
+        std::string path;
+        if (std::ifstream file(directory + place); std::getline(file, path)) {
+            return status_of(path);
+        }
+    }
+    return std::nullopt;
+}
+
 bool is_same_source(const struct ::stat& left, const struct ::stat& right) {
     const bool same_file = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
     const bool same_device = S_ISBLK(left.st_mode) && S_ISBLK(right.st_mode) && left.st_rdev == right.st_rdev;
@@ -52,6 +72,15 @@ std::string drive_device(std::int32_t drive) {
     return device_directory() + "/sd" + static_cast<char>('a' + drive);
 }
 
+void add_named_volume(std::vector<std::string>& files, const std::string& path) {
+    if (path.size() > 1 && path[1] == ':') {
+        files.push_back(path.substr(0, 2));
+    }
+    if (path.starts_with("\\\\")) {
+        files.push_back(path);
+    }
+}
+
 std::vector<std::string> source_files_ahead(const arg_list& args) {
     std::vector<std::string> files;
     for (const std::string& path : peek_all_values("-image", args)) {
@@ -60,11 +89,10 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
     for (const std::string& path : peek_all_values("-partition", args)) {
         add_path(files, path.size() == 1 ? path + ":" : path);
     }
-    for (const std::string& path : args) {
-        // A bare source "c:\dir\file" is read from a volume "c:".
-        if (path.size() > 1 && path[1] == ':') {
-            files.push_back(path.substr(0, 2));
-        }
+    for (const std::string& word : args) {
+        add_named_volume(files, word);
+        add_named_volume(files, canonical_path(word, '/'));
+        add_named_volume(files, canonical_path(expand_env(word, true), '/'));
     }
     for (const std::string& list : peek_all_values("-vmdk", args)) {
         add_virtual_disk(files, list);
@@ -81,7 +109,9 @@ bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
     const auto status = status_of(path);
     return status && std::any_of(files.begin(), files.end(), [&status](const std::string& file) {
                const auto other = status_of(file);
-               return other && is_same_source(*status, *other);
+               const auto behind = other ? file_behind(*other) : std::nullopt;
+               return (other && is_same_source(*status, *other)) ||
+                      (behind && is_same_source(*status, *behind));
            });
 }
 

@@ -9,6 +9,10 @@
 
 namespace quarry {
 
+// Adds the volume that a path names by itself: "c:" for "c:\dir\file", and the path as it stands for
+// "\\.\device". Other paths name none.
+void add_named_volume(std::vector<std::string>& files, const std::string& path);
+
 // The source files that these arguments may name, each as it is typed and as it is opened. Outputs that are
 // opened before the source options are parsed look ahead with it.
 [[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
@@ -16,7 +20,8 @@ namespace quarry {
 // The device of a physical drive.
 [[nodiscard]] std::string drive_device(std::int32_t drive);
 
-// True if a path leads to one of these files, links followed, or to a device node of the same device.
+// True if a path leads to one of these files, links followed, to a device node of the same device, or to the
+// file that is behind one of them as a loop device.
 [[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
 
 }  // namespace quarry
