@@ -67,6 +67,16 @@ TEST_F(named_by_hash_test, without_a_directory_part_the_file_is_made_in_the_curr
     EXPECT_EQ(names(), name_set{final_name});
 }
 
+// A separator in front parts nothing, so the "/" ends up inside of the final name.
+TEST_F(named_by_hash_test, a_destination_in_the_root_directory_fails_and_leaves_no_file) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    job.dst = L"/report.doc";
+    EXPECT_FALSE(copy());
+    fs::current_path(before);
+    EXPECT_TRUE(names().empty());
+}
+
 TEST_F(named_by_hash_test, a_report_follows_the_copy) {
     job.meta = (dir / "report.doc.meta.txt").wstring();
     write_file(dir / "report.doc.meta.txt", to_bytes("report"));
