@@ -98,7 +98,7 @@ class sds_walker : public std::streambuf {
             }
             std::uint64_t step = record_alignment;
             if (may_be_record(head, m_position + at)) {
-                if (head.size() > left && !all_came) {
+                if (reach_of(head) > left && !all_came) {
                     return at;
                 }
                 step = take_record(head).value_or(step);
@@ -113,14 +113,19 @@ class sds_walker : public std::streambuf {
                head.size() > record_without_parts && head.size() <= largest_record;
     }
 
+    // Bytes from a record's start to where the last of its SIDs may end, which is behind the record if the
+    // SID's count is too large.
+    [[nodiscard]] static std::uint64_t reach_of(const sds_record_view& record) {
+        return std::uint64_t{record.size()} + sid_view::longest;
+    }
+
     // Enters a record if all of it is there, and gives the distance to the next one.
     [[nodiscard]] std::optional<std::uint64_t> take_record(const sds_record_view& record) {
-        const std::optional<byte_view> whole = record.bytes().sub(0, record.size());
-        if (!whole) {
+        if (!record.bytes().holds(0, record.size())) {
             return std::nullopt;
         }
         security_entry entry;
-        if (parse_security_record(entry, *whole)) {
+        if (parse_security_record(entry, record.bytes().clipped(0, reach_of(record)))) {
             m_map.try_emplace(entry.security_id, std::move(entry));
         }
         return (std::uint64_t{record.size()} + record_alignment - 1) / record_alignment * record_alignment;

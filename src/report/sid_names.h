@@ -19,6 +19,8 @@ namespace quarry {
 // what is not there.
 class sid_view {
   public:
+    // Bytes of a SID with all the sub-authorities that a count of one byte can tell of.
+    static constexpr std::uint32_t longest = 8 + 4 * 255;
     explicit sid_view(byte_view bytes) : m_bytes(bytes) {}
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
     [[nodiscard]] std::uint8_t revision() const { return m_bytes.u8_or_zero(0); }
@@ -35,8 +37,8 @@ class sid_view {
     byte_view m_bytes;
 };
 
-// Writes "S-1-5-32-544" and its like. False, with empty text, for fewer than 12 bytes and for a SID that is
-// longer than `available_bytes` or than the bytes there are.
+// Writes "S-1-5-32-544" and its like. False, with empty text, for fewer than 12 available bytes and for a SID
+// that is longer than `available_bytes` or than the bytes there are.
 [[nodiscard]] bool sid_to_text(std::string& out, byte_view sid, std::uint64_t available_bytes);
 
 // The name of a well-known SID, "unk" for any other. With one sub-authority the authority chooses the name;

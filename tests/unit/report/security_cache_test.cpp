@@ -196,7 +196,20 @@ TEST(ReadSds, ARecordOf40BytesIsNoneAndOneOf41Is) {
     };
     EXPECT_EQ(owners_of(map_of(sds_of(0))), "");
     EXPECT_EQ(owners_of(map_of(sds_of(40))), "");
-    EXPECT_EQ(owners_of(map_of(sds_of(41))), "256 ");
+    EXPECT_EQ(owners_of(map_of(sds_of(41))), "256 S-0-0");  // eight zeros, the last seven behind the record
+}
+
+TEST(ReadSds, ASidMayRunOnBehindItsRecordWhereOneWouldExpectItToEndWithIt) {
+    // The owner begins in the last eight bytes of a record of 48. Its three sub-authorities are the hash, the
+    // id and the position of the record behind that. At 0xFFD0 a transfer of the copy ends between the two.
+    for (const std::uint32_t position : {0u, 0xFFD0u}) {
+        byte_writer sds(position + 48);
+        sds.u32(position + 4, 0x100).u64(position + 8, position).u32(position + 16, 48);
+        sds.u32(position + 24, 20).u8(position + 40, 1).u8(position + 41, 3).u8(position + 47, 5);
+        sds.raw(sds.size(), sds_record(0x101, sds.size(), admins_owner));
+        EXPECT_EQ(owners_of(map_of(sds.take())),
+                  "256 S-1-5-305419896-257-" + std::to_string(position + 48) + ", 257 S-1-5-32-544");
+    }
 }
 
 TEST(ReadSds, ARecordThatEndsBehindTheStreamIsNone) {

@@ -142,6 +142,11 @@ TEST(SecurityDescriptorText, WithoutAnOwnerTheGroupHasAllBytesAvailable) {
     EXPECT_EQ(printed(value, ""), "Security Identifiers\ngroup sid [S-1-5-21-1-2-3-4-5-513]\n");
 }
 
+TEST(SecurityDescriptorText, AnOwnerWithoutSubAuthoritiesAtTheEndIsShown) {
+    EXPECT_EQ(printed(security_descriptor{.owner = sid(5, {})}.build(), ""),
+              "Security Identifiers\nowner sid [S-1-5]\n");
+}
+
 TEST(SecurityDescriptorText, TheOwnersLengthIsTakenOffWhatTheGroupMayHave) {
     // The group stands over the owner: 20 + 36 bytes, of which the owner takes 36 and leaves too few.
     byte_writer value(20);
