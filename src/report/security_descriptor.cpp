@@ -52,6 +52,8 @@ void add_ace(ace_map& map, const ace_view& ace) {
     if (found == map.end()) {
         map.emplace(std::move(key), std::move(line));
     } else {
+        // Deliberate: one would expect each right once. The words of all entries of a key stand one behind
+        // the other, so the same word can stand twice.
         found->second.mask += " | " + line.mask;
     }
 }
@@ -166,7 +168,8 @@ void print_security_descriptor(std::ostream& out, byte_view descriptor, std::str
     std::uint64_t available = descriptor.size();
     if (view.owner_offset() != 0) {
         print_sid(out, prefix, "owner sid", descriptor, view.owner_offset(), available);
-        // What the owner takes is gone for the group, wherever the two stand.
+        // Deliberate: one would expect the group to have all bytes behind its start. What the owner takes is
+        // gone for it, wherever the two stand.
         const std::uint64_t owner_length = sid_view(descriptor.from(view.owner_offset())).length();
         available -= std::min(available, owner_length);
     }

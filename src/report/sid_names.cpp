@@ -132,6 +132,8 @@ std::string_view sid_name(byte_view sid) {
     if (!last) {
         return unknown;
     }
+    // Deliberate: one would expect a relative id to be named within its own domain only. It alone decides, so
+    // the administrators of all domains read alike, and a user whose id is in the table takes that name.
     return view.count() == 1 ? name_by_authority(view.authority(), *last) : name_of_relative_id(*last);
 }
 

@@ -20,8 +20,8 @@ class child_name_table {
   public:
     using named_child = std::pair<std::string, std::uint64_t>;
 
-    // Takes the place of what was there. Of children with the same name the one with the lowest number has
-    // it.
+    // Takes the place of what was there. Deliberate: one would expect names that differ in case alone to lead
+    // to different children. Of children with the same lowered name the one with the lowest number has it.
     void assign(std::vector<named_child> names);
     // The child that has a name; nothing if none has.
     [[nodiscard]] std::optional<std::uint64_t> find(const std::string& name) const;
