@@ -114,6 +114,25 @@ TEST(ReparseLink, MovesThePrintNameByTheZeroWordsAheadOfTheSubstituteName) {
     EXPECT_EQ(read_value(value_with(6, 20, 2, {{6, "s"}, {20, "p"}})).target, L"p");
 }
 
+TEST(ReparseLink, DoesNotLookAtTheLengthOfItsValue) {
+    for (const std::uint64_t length : {0ull, 15ull, 16ull, 17ull, 0xFFFFFFFFull}) {
+        const bytes record =
+            record_builder()
+                .add(attribute_builder::resident(0xC0, junction.build()).force(16, 4, length))
+                .build_restored();
+        EXPECT_EQ(read(record).target, LR"(C:\Target)") << length;
+    }
+}
+
+TEST(ReparseLink, MayHaveNamesThatLieOverEachOther) {
+    // The print name begins with the third unit of the substitute name, or is the same.
+    EXPECT_EQ(read_value(value_with(0, 4, 6, {{0, "abcdef"}})).target, L"cde");
+    EXPECT_EQ(read_value(value_with(0, 0, 6, {{0, "abcdef"}})).target, L"abc");
+    // One that begins at an odd byte is read from there: 'a' and 'b' without and with the zeros around them.
+    EXPECT_EQ(read_value(value_with(0, 1, 4, {{0, "abc"}})).target,
+              (std::wstring{wchar_t{0x6200}, wchar_t{0x6300}}));
+}
+
 TEST(ReparseLink, EndsThePrintNameAtItsFirstZeroUnit) {
     EXPECT_EQ(read_value(value_with(0, 20, 40, {{0, "s"}, {20, "path"}, {30, "more"}})).target, L"path");
 }
