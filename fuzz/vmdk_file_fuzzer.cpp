@@ -1,33 +1,14 @@
 // Opens one sparse VMDK file of any bytes, asks where grains lie and reads through it.
 #include "disk/vmdk_file.h"
+#include "memory_file.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
-
-// Bytes as a file that has a path.
-class memory_file {
-  public:
-    memory_file(const std::uint8_t* bytes, std::size_t size) : m_fd(::memfd_create("vmdk", 0)) {
-        if (m_fd < 0 || ::write(m_fd, bytes, size) != static_cast<::ssize_t>(size)) {
-            std::abort();
-        }
-    }
-    memory_file(const memory_file&) = delete;
-    memory_file& operator=(const memory_file&) = delete;
-    ~memory_file() { ::close(m_fd); }
-    [[nodiscard]] std::wstring path() const { return L"/proc/self/fd/" + std::to_wstring(m_fd); }
-
-  private:
-    int m_fd;
-};
 
 void read_around(const quarry::vmdk_file& file, std::uint64_t offset) {
     std::array<std::uint8_t, 8192> buffer{};
@@ -44,7 +25,7 @@ void read_around(const quarry::vmdk_file& file, std::uint64_t offset) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const memory_file bytes(data, size);
+    const quarry::fuzz::memory_file bytes(data, size);
     quarry::vmdk_file file;
     if (!file.open(bytes.path(), false)) {
         return 0;
