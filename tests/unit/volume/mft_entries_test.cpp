@@ -833,6 +833,22 @@ TEST(CategorizeEntry, IsTheSameForEveryLengthAtWhichTheImageEndsBehindTheRecord)
     }
 }
 
+// The saved words are put back over the whole record, also where the source ended ahead of a sector's end.
+TEST(CategorizeEntry, PutsBackTheSectorEndsOfARecordThatTheSourceCuts) {
+    volume_builder volume({.mft_entries = 28});
+    record_builder record = volume.new_record(27);
+    // 56 bytes of header, 24 of the attribute's, and a value to the end of the record.
+    record.add(attribute_builder::resident(0x80, bytes(944, 'x'))).without_end_marker();
+    volume.replace_record(27, record.build());
+    bytes image = volume.image();
+    image.resize(volume.record_position(27) + 600);
+    opened_volume opened(image);
+    bytes expected(600 - 80, 'x');
+    expected.resize(942);
+    expected.resize(944, 'x');
+    EXPECT_EQ(of_type(categorize(opened.ntfs(), 27).items, 0x80).at(0)->value, expected);
+}
+
 // Once the end of the source has cut a record, later ones of the entry are read in the cut length.
 TEST(CategorizeEntry, ReadsLaterRecordsInTheLengthToWhichTheEndOfTheSourceCutOne) {
     geometry shape;

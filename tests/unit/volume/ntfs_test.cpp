@@ -237,6 +237,22 @@ TEST(ReadLeadingClusters, a_file_that_has_shrunk_gives_what_single_reads_give) {
     EXPECT_EQ(leading(volume, 40, 4), std::pair(std::uint64_t{4}, expected));
 }
 
+TEST(ReadLeadingClusters, more_than_one_read_may_hold_are_read_one_read_after_the_other) {
+    // 2500 clusters are 9.8 MiB; the image ends 100 bytes into the last of 2400.
+    const temp_dir dir;
+    bytes image = patterned_image();
+    const bytes content = pattern(2400 * cluster);
+    image.insert(image.end(), content.begin(), content.end());
+    image.resize(image.size() - cluster + 100);
+    opened_volume volume(image);
+    bytes expected = content;
+    std::fill(expected.begin() + 2399 * cluster + 100, expected.end(), std::uint8_t{0});
+    expected.resize(2500 * cluster);
+    const auto [read, buffer] = leading(volume, 64, 2500);
+    EXPECT_EQ(read, 2400u);
+    EXPECT_TRUE(buffer == expected);
+}
+
 TEST(ReadAllClusters, the_runs_follow_one_another) {
     const bytes image = patterned_image();
     opened_volume volume(image);
@@ -380,6 +396,21 @@ TEST(EntryPosition, an_lcn_that_no_position_can_hold_is_not_found) {
     EXPECT_EQ(position_of_entry_16("81 04 FB FF FF FF FF FF FF FF 00"), 0u) << "an LCN of -1";
 }
 
+TEST(EntryPosition, an_lcn_that_wraps_inside_of_a_run_is_not_found) {
+    volume_builder builder;
+    // Four clusters at 4, then 16 from LCN -2 on, the third of which would be cluster 0.
+    builder.replace_record(0, builder.new_record(0)
+                                  .add(attribute_builder::with_pairs(0x80, from_hex("11 04 04 11 10 FA 00")))
+                                  .build());
+    opened_volume volume(builder);
+    for (const std::uint64_t entry : {16u, 20u, 24u, 28u, 32u}) {
+        std::uint64_t lcn = 77;
+        std::uint32_t offset = 77;
+        EXPECT_EQ(volume->get_lcn_for_inode(entry, lcn, offset), entry < 24) << entry;
+        EXPECT_EQ(volume->entry_position(entry), 0u) << entry;
+    }
+}
+
 TEST(EntryPosition, an_object_that_is_not_valid_knows_no_entry) {
     CNtfs volume;
     EXPECT_EQ(volume.entry_position(0), 0u);
@@ -409,6 +440,26 @@ TEST(IndexBlocks, blocks_and_clusters_fit_into_each_other) {
         EXPECT_EQ(volume.clusters_per_block(), each.clusters_per_block) << each.cluster_size;
         EXPECT_EQ(volume.blocks_per_cluster(), each.blocks_per_cluster) << each.cluster_size;
     }
+}
+
+TEST(Source, a_disk_that_cannot_be_used_is_none) {
+    opened_volume volume{volume_builder()};
+    ASSERT_NE(volume->get_disk(), nullptr);
+    volume->m_disk->m_ok = false;
+    EXPECT_EQ(volume->get_disk(), nullptr);
+    EXPECT_EQ(volume->source_size(), 0u);
+    EXPECT_TRUE(volume->is_valid()) << "what was learned stays";
+    bytes buffer(cluster);
+    std::uint64_t length = cluster;
+    std::uint64_t position = 0;
+    EXPECT_FALSE(volume->read_clusters(4, buffer.data(), length));
+    EXPECT_FALSE(volume->read_cluster_alloc(4, buffer, length, position));
+    EXPECT_FALSE(volume->read_record(5, buffer, position, length));
+    EXPECT_FALSE(volume->read_record(0, buffer, position, length));
+    volume->m_disk->set_origin(0, 512, 0);
+    EXPECT_EQ(volume->disk_origin(), 0u);
+    volume->m_disk->m_ok = true;
+    EXPECT_EQ(volume->disk_origin(), 512u);
 }
 
 struct record_read {
@@ -713,6 +764,7 @@ TEST(ReadRecord, a_step_that_no_attribute_fits_into_leaves_record_0_alone) {
 TEST(ReadRecord, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros) {
     volume_builder builder({.mft_runs = {{100, 16}}});
     builder.add_file_at(63, "last").resident_data(pattern(600));
+    builder.force_record(63, 0x34, 2, 0x5A5A);  // the saved word of the second sector, whose end is not there
     bytes image = builder.image();
     image.resize(100 * 4096 + 63 * 1024 + 600);
     opened_volume volume(image);

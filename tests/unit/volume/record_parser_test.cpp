@@ -154,6 +154,12 @@ TEST(ParseRecord, a_file_name_attribute_that_has_a_name_of_its_own_gives_that) {
     EXPECT_EQ(stats.name_narrow, "outer");
     EXPECT_EQ(stats.size, 0u);
     EXPECT_EQ(stats.file_name_value[64], 0);
+    const INODE_STATS later =
+        parsed(record_builder()
+                   .add(attribute_builder::resident(0x30, file_name{.name = "inner"}.build()).named("outer"))
+                   .add(attribute_builder::resident(0x30, file_name{.name = "later"}.build())));
+    EXPECT_EQ(later.name_wide, L"") << "a later one without a name takes it away";
+    EXPECT_EQ(later.name_narrow, "");
 }
 
 TEST(ParseRecord, a_file_name_without_a_value_is_passed_over_and_a_cut_one_is_survived) {
