@@ -33,8 +33,7 @@ bool has_drive_letter(std::string_view path) {
 // separator of either kind. So `a\b/c` has the directory "a" and the name "b/c".
 //
 // Deliberate: a separator in front parts nothing, where one would expect the root directory. So `/c` has the
-// directory
-// "." and the name "/c".
+// directory "." and the name "/c".
 //
 // Deliberate: a name of ".." goes to the directory and leaves ".", and behind "/" it takes two slashes along,
 // where one would expect it to stay. So `a/..` has the directory "a//.." and the name ".".
@@ -179,6 +178,8 @@ std::string canonical_path(std::string_view path, char default_separator) {
     }
     const char separator = separator_of(text, default_separator);
     if (text.front() == separator) {
+        // Deliberate: a path that begins with its separator stays with its doubled separators and its "..",
+        // where one would expect what becomes of a relative one.
         return text;
     }
     if (const std::optional<std::string> tail = tail_of_relative(text, separator)) {

@@ -25,9 +25,9 @@ namespace quarry {
 // The absolute form of a path. Double quotes and a pair of single quotes are taken off with the blanks around
 // them. The path's separator is "/" if it holds one, else "\" if it holds one, else the default. A path that
 // begins with its separator is returned as it stands. Any other is put behind the current directory, unless a
-// drive letter leads it;
-// ".." segments in front each take one level off the current directory, down to the root; doubled separators
-// become one. Empty for an empty path, and if the current directory is needed and not known.
+// drive letter leads it; ".." segments in front each take one level off the current directory, down to the
+// root; doubled separators become one. Empty for an empty path, and if the current directory is needed and
+// not known.
 [[nodiscard]] std::string canonical_path(std::string_view path, char default_separator);
 [[nodiscard]] std::wstring canonical_path(std::wstring_view path, wchar_t default_separator);
 
@@ -86,9 +86,8 @@ using _DIR_NODE_STL = std::vector<_DIR_NODE>;
 
 // Appends the entries of a directory, in the order of their names, without "." and "..". Links count as what
 // they are, not as what they lead to. Entries have the given depth, directories one more. The separator is
-// "/" with `forward_slash`, else
-// "\", and then a "\" in `directory_with_separator` is a separator too. False if the directory cannot be
-// opened.
+// "/" with `forward_slash`, else "\", and then a "\" in `directory_with_separator` is a separator too. False
+// if the directory cannot be opened.
 [[nodiscard]] bool list_directory(_DIR_NODE_STL& out, const std::string& directory_with_separator,
                                   std::int32_t depth, bool directories_only, bool forward_slash);
 

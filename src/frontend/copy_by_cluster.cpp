@@ -140,12 +140,17 @@ bool copy_from_drive(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool check
     job.skip_sparse = opts.m_skip_sparse;
     job.protected_files = rules.sources;
     job.protected_files.push_back(opts.m_log_path);
+    // Deliberate: on a drive clusters come before a path and an entry, where every other source has them
+    // last.
+    //
     // Deliberate: a copy of clusters from a drive has no report, whatever -meta says.
     const bool copied = opts.m_cluster_text.empty()
                             ? extract_stream(ntfs, job, opts)
                             : copy_clusters_from_drive(job.drive, job.volume_offset, opts.m_start_lcn,
                                                        opts.m_cluster_count, job.dst, {});
     if (!copied) {
+        // Deliberate: a failure of the driver is told on the console, where a copy from any other source
+        // leaves it to the log.
         print_copy_failed(opts, opts.m_src, opts.m_dst);
     }
     return copied;

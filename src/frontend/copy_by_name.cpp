@@ -86,6 +86,7 @@ bool copy_from_volume(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool chec
     job.protected_files = rules.sources;
     job.protected_files.push_back(opts.m_log_path);
     opts.log("partition letter %S", job.partition.c_str());
+    // Deliberate: a path or an entry wins over clusters, which are then dropped without a word.
     if (opts.m_src.empty() && opts.m_entry == no_entry) {
         if (!copy_requested_clusters(job, opts)) {
             print_copy_failed(opts, opts.m_src, job.dst);

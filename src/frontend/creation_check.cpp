@@ -38,6 +38,9 @@ bool can_be_created(const std::string& path, bool append) {
         return false;
     }
     ::close(fd);
+    // Deliberate: an ordinary file that was there before is gone afterwards, where one would expect it to
+    // stay until the copy replaces it. A copy that then fails leaves no file at all.
+    //
     // A link that led to nothing has a target now, which is to go again.
     remove_ordinary_file(existed ? path : target_of(path));
     return true;

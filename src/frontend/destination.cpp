@@ -96,6 +96,8 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
         print_copy_message(opts, "err: prob understanding destination of " + narrow(opts.m_dst));
         return false;
     }
+    // Deliberate: a relative destination stays relative unless the caller keeps its absolute form, which is
+    // otherwise only looked at. So messages and the log show what was typed.
     if (rules.keeps_absolute) {
         opts.m_dst = absolute;
     }

@@ -23,6 +23,8 @@ constexpr std::uint8_t letter_source = 32;
 constexpr std::uint8_t path_source = 33;
 constexpr std::uint8_t device_name_source = 35;
 
+// Deliberate: a colon behind any first character makes a letter form of a text of any length. So the path
+// "a:b" is opened as the file "a:".
 bool begins_as_letter(const std::wstring& path) {
     return path.size() > 1 && path[1] == L':';
 }

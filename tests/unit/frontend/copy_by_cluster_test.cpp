@@ -99,7 +99,7 @@ TEST_F(drive_copy_test, takes_the_absolute_form_of_the_destination_over) {
     EXPECT_EQ(text_of(dir / "o"), "hello");
 }
 
-TEST_F(drive_copy_test, tells_that_the_driver_failed) {
+TEST_F(drive_copy_test, a_failure_of_the_driver_is_told_on_the_console) {
     opts.m_src = L"/nosuch";
     EXPECT_FALSE(copy());
     EXPECT_EQ(said, "err: copy failed: /nosuch -> " + (dir / "o").string() + "\n");

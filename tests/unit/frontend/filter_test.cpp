@@ -230,7 +230,7 @@ class signature_filter_test : public testing::Test {
     bool open_failed = false;
 };
 
-TEST_F(signature_filter_test, compares_the_bytes_of_the_hosts_file_at_the_offset) {
+TEST_F(signature_filter_test, the_bytes_of_the_hosts_file_at_that_path_are_compared_at_the_offset) {
     EXPECT_TRUE(fits("3031", "a"));
     EXPECT_TRUE(fits("3132|1", "a"));
     EXPECT_FALSE(fits("3132", "a"));
@@ -286,7 +286,7 @@ class range_filter_test : public testing::Test {
     uni::fileio_stats stats;
 };
 
-TEST_F(range_filter_test, holds_the_times_of_the_hosts_file_of_that_name) {
+TEST_F(range_filter_test, the_times_of_the_hosts_file_of_that_name_are_meant) {
     EXPECT_TRUE(in(starting("2020/01/01")));
     EXPECT_EQ(stats.m_time_kind, ql::type_time::filetime);
     EXPECT_NE(stats.m_modified, 0U);
