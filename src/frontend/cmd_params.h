@@ -27,7 +27,6 @@ class cmd_params : public status_log, public time_range {
     std::string m_program_name;  // without directory and last extension
     std::string m_version;
     std::string m_tool_name;
-    std::string m_extra_text;
     std::string m_date_format = "yyyy-mm-dd";
     std::string m_time_format = "hh:mm:ss.xxx";
     ql::time_layout m_time_layout;

@@ -84,6 +84,8 @@ bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
     if (opts.m_volume_offset != 0) {
         const bool ignore_size = ignores_image_size(opts.m_volume_offset, args);
         bool found = false;
+        // Deliberate: with an offset the words about the image go to standard output, where one would expect
+        // standard error, as without one.
         return locate_in_image(std::cout, opts.m_image, opts.m_volume_offset, found, ignore_size);
     }
     if (!opts.m_first_ntfsvol) {
@@ -154,6 +156,8 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
 }
 
 bool parse_source(quarry_opts& opts, arg_list& args) {
+    // Deliberate: the option without a list hides the image all the same, where one would expect an option
+    // without its value to count as absent. The run goes on without a source.
     if (peek_flag("-vmdk", args, 0)) {
         opts.m_vmdk_offset = opts.m_volume_offset;
         return parse_vmdk_option(opts, args, check_list, locate_in_vmdk, true, "-vmdk");
