@@ -1,9 +1,15 @@
 #include "foundation/status_log.h"
 
+#include "support/run_program.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
 #include <limits>
 #include <string>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -133,6 +139,31 @@ TEST(StatusLog, AFieldWiderThanTheLineIsCut) {
 TEST(StatusLog, AFormatLongerThanAnyBufferIsWrittenWhole) {
     const std::string format(10000, 'y');
     EXPECT_EQ(line(format.c_str()), format);
+}
+
+// From here on the process gets no more memory than this.
+void limit_further_memory(std::uint64_t bytes) {
+    std::uint64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t most = pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) + bytes;
+    const rlimit limit{most, most};
+    ::setrlimit(RLIMIT_AS, &limit);
+}
+
+// Runs in a process of its own, which exits with 0 if the line has the length.
+[[noreturn]] void log_with_little_memory(const std::string& format, std::size_t expected_length) {
+    kept_log log;
+    limit_further_memory(8U << 20);
+    log.log(format.c_str());
+    std::_Exit(log.m_lines.size() == 1 && log.m_lines.front().size() == expected_length ? 0 : 1);
+}
+
+TEST(StatusLogDeathTest, ALineForWhichThereIsNoMemoryIsCutAt255Bytes) {
+    const std::string format(32U << 20, 'y');
+    EXPECT_EXIT(log_with_little_memory("short", 5), testing::ExitedWithCode(0), "");
+    // Without a limit the line is whole.
+    const std::size_t length = test::memory_limit_works() ? 255 : format.size();
+    EXPECT_EXIT(log_with_little_memory(format, length), testing::ExitedWithCode(0), "");
 }
 
 TEST(StatusLog, ReadyTextIsWrittenAtAnyLengthAndWithItsLineFeeds) {
