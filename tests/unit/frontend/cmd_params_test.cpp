@@ -300,7 +300,7 @@ TEST_F(cmd_params_test, a_command_line_is_never_cut) {
 }
 
 TEST_F(cmd_params_test, a_log_that_cannot_be_opened_is_absent_without_a_word) {
-    for (const char* bad : {"/no/such/dir/x", "/", ""}) {
+    for (const char* bad : {"/no/such/dir/x", "/", "", "log\xFF"}) {
         EXPECT_TRUE(parse({"-diags", bad}));
         EXPECT_EQ(said, "");
         EXPECT_FALSE(opts->m_log_on);

@@ -4,6 +4,8 @@
 #include "support/volume_builder.h"
 
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -101,6 +103,28 @@ TEST_F(quarry_opts_test, an_image_is_made_absolute_and_keeps_offset_0) {
     EXPECT_EQ(opts.m_image, std::wstring(image.begin(), image.end()));
     EXPECT_EQ(opts.m_volume_offset, 0U);
     EXPECT_FALSE(opts.m_live);
+}
+
+TEST_F(quarry_opts_test, every_option_is_taken_with_its_value_in_any_case_of_its_letters) {
+    const std::string log = (dir / "log").string();
+    const std::string out = (dir / "out").string();
+    std::istringstream text(
+        "-PAIR_DATETIME -L2 -APPEND -ENUMDIR d -NUM_SUBDIRS 1 -PROFILE -PIPE -FILTER_SKIP s -FILTER f "
+        "-FILTER_PATH p -FILTER_SIG 4d5a -CMD_START_TIME 2020/01/01 -CMD_STOP_TIME 2020/01/02 "
+        "-BASE10 -BASE16 -DATEFORMAT yyyy-mm-dd -TIMEFORMAT hh:mm:ss -VERBOSE -V -QUIET -SIGNAL s "
+        "-FIRST_NTFSVOL "
+        "-META -SKIP_SPARSE_CLUSTERS -MD5 -RAW -OFFSET 0 -SRC a -DST b -MFT 5");
+    arg_list words(std::istream_iterator<std::string>(text), {});
+    words.insert(words.end(), {"-DIAGS", log, "-OUTFILE", out, "-IMAGE", image});
+    EXPECT_TRUE(parse(words));
+    EXPECT_EQ(said, "");
+    EXPECT_EQ(args, arg_list{"quarry"});
+    for (const arg_list& others :
+         {arg_list{"-CLUSTER", "1", "2", "-DST", "b"}, arg_list{"-Cluster", "1", "-PARTITION", "e"},
+          arg_list{"-DIAGS", log, "-L3", "-OUT", out}}) {
+        EXPECT_TRUE(parse(others));
+        EXPECT_EQ(args, arg_list{"quarry"}) << testing::PrintToString(others);
+    }
 }
 
 TEST_F(quarry_opts_test, an_entry_may_stand_beside_a_path) {

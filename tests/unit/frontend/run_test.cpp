@@ -53,6 +53,22 @@ TEST_F(run_test, a_null_argument_is_an_empty_one) {
     testing::internal::GetCapturedStderr();
 }
 
+TEST_F(run_test, a_pipe_run_never_fails_not_even_when_its_options_could_not_be_parsed) {
+    EXPECT_EQ(run_words({"-image", dir / "missing", "-pipe", "-dst", "o"}), 0);
+    EXPECT_EQ(err, "couldn't find any partitions on disk\n\n");
+    EXPECT_EQ(run_words({"-image", dir / "missing", "-enumdir", dir.path()}), 0);
+    EXPECT_EQ(run_words({"-image", dir / "missing", "-dst", "o"}), -1);
+}
+
+TEST_F(run_test, a_program_of_the_name_of_a_help_option_helps) {
+    const char* const argv[] = {"-H", "a", "b"};
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(3, argv), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("Usage:\n"), std::string::npos);
+}
+
 TEST_F(run_test, an_entry_of_a_drive_and_a_list_from_a_drive_are_copied) {
     QUARRY_NEEDS_ROOT();
     const test::device_files devices;

@@ -198,7 +198,7 @@ TEST_F(drive_option_test, a_volume_longer_than_its_drive_needs_its_size_ignored)
     EXPECT_EQ(said,
               "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire "
               "volume\n");
-    EXPECT_TRUE(parse({"-drivenum", "3", "-offset", "0x100000", "-ignore_image_size"}));
+    EXPECT_TRUE(parse({"-DRIVENUM", "3", "-Offset", "0x100000", "-IGNORE_IMAGE_SIZE"}));
 }
 
 // An image of that kind is taken without a word.
@@ -222,8 +222,11 @@ TEST_F(drive_option_test, a_drive_that_is_not_there_is_told_with_its_device) {
 }
 
 TEST_F(drive_option_test, a_number_that_cannot_be_read_is_drive_0) {
-    EXPECT_TRUE(parse({"-drivenum", "abc", "-offset", "0x100000"}));
-    EXPECT_EQ(opts.m_drive, 0U);
+    for (const char* bad : {"abc", "", " ", "0x", "x", "o", "-"}) {
+        opts.m_drive = 1;
+        EXPECT_TRUE(parse({"-drivenum", bad, "-offset", "0x100000"})) << bad;
+        EXPECT_EQ(opts.m_drive, 0U) << bad;
+    }
 }
 
 TEST_F(drive_option_test, is_for_administrators_and_sets_nothing_for_others) {
