@@ -61,6 +61,8 @@ const std::vector<row> good_rows = {
              "info: data size 0xc", "info: copy successful"},
      .files = {{"o", "hello world\n"}},
      .with_sources = base},
+    copies("an offset that cannot be read is none", {"-vmdk", "@/base.vmdk|@/snap.vmdk", "-offset", "abc"},
+           both),
     copies("the one volume of a disk is found", {"-vmdk", "@/volume.vmdk"}, "@/volume.vmdk:0x100000"),
     copies("a virtual disk goes before an image which is not looked at",
            {"-image", "@/missing", "-vmdk", "@/volume.vmdk"}, "@/volume.vmdk:0x100000"),
@@ -114,6 +116,8 @@ const std::vector<row> refused_rows = {
     refused("a disk without partitions is told", {"-vmdk", "@/zeros.vmdk"},
             "couldn't find any partitions on disk\n\n"),
     refused("an empty list is no chain", {"-vmdk", ""}, "\n"),
+    refused("a list of separators is no chain", {"-vmdk", " | ,;"}, "\n"),
+    refused("a list that is no UTF-8 is no chain", {"-vmdk", "@/base.vmdk\xFF"}, "\n"),
 };
 
 const std::vector<row> without_value = {
