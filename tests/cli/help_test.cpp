@@ -56,6 +56,13 @@ TEST_F(header, takes_its_date_from_dateformat_even_one_that_is_then_refused) {
     EXPECT_THAT(result.err, testing::HasSubstr("invalid yy/mm/dd and more, using default format\n"));
 }
 
+TEST_F(header, has_a_date_by_a_pattern_that_is_then_told_to_be_none) {
+    const program_result result = run({"-quiet", "-dateformat", "yymmdd", "x"});
+    EXPECT_THAT(result.out, testing::ContainsRegex("\nrun time: [0-9][0-9]/[0-9][0-9]/[0-9][0-9] "));
+    EXPECT_EQ(result.err, "invalid yymmdd, using default format\n");
+    EXPECT_EQ(run({"-quiet", "-dateformat", "yyyy/mm/dd", "x"}).err, "");
+}
+
 TEST_F(header, keeps_its_own_pattern_when_dateformat_has_no_value) {
     EXPECT_THAT(run({"x", "-dateformat"}).out,
                 testing::ContainsRegex("\nrun time: [0-9][0-9]/[0-9][0-9]/[0-9][0-9][0-9][0-9] [0-9][0-9]:"));

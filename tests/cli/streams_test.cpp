@@ -23,7 +23,7 @@ const std::vector<shown_text> texts = {
      place::standard_output,
      false},
     {"the_usage", "Usage:\n", {"-h"}, place::standard_error, false},
-    {"a_message_of_the_gate_or_of_a_missing_destination",
+    {"a_message_of_a_missing_destination",
      "option [-dst <destination file>] needed for this option\n",
      {"-image", "disk", "-pipe"},
      place::standard_error,
@@ -53,6 +53,36 @@ const std::vector<shown_text> texts = {
      {"-dateformat", "x", "-image", "disk"},
      place::standard_error,
      false},
+    {"a_message_about_the_time_format",
+     "invalid hh.mm.ss, using default format\n",
+     {"-timeformat", "hh.mm.ss", "-image", "disk"},
+     place::standard_error,
+     false},
+    {"a_message_about_the_start_time",
+     "invalid start time, ignoring\n",
+     {"-cmd_start_time", "2020/13/01", "-image", "disk"},
+     place::standard_error,
+     false},
+    {"a_message_about_the_stop_time",
+     "invalid stop time, ignoring\n",
+     {"-cmd_stop_time", "2020/13/01", "-image", "disk"},
+     place::standard_error,
+     false},
+    {"a_message_about_cluster_numbers",
+     "invalid: should be: -cluster <cluster num> [<num clusters>]\n",
+     {"-image", "disk", "-cluster"},
+     place::standard_error,
+     false},
+    {"a_message_about_an_offset_out_of_bounds",
+     "volume offset 0x7fffffff is not within image bounds\n",
+     {"-image", "disk", "-offset", "0x7fffffff"},
+     place::standard_output,
+     false},
+    {"a_message_about_an_image_without_a_volume",
+     "couldn't find any partitions on disk\n\n",
+     {"-image", "missing"},
+     place::standard_error,
+     false},
     {"a_message_about_the_out_file",
      "prob opening file /no/such/dir/x for output, aborting\n",
      {"-out", "/no/such/dir/x"},
@@ -66,6 +96,26 @@ const std::vector<shown_text> texts = {
     {"a_failed_check_of_the_destination",
      "err: can't create the file: /no/such/dir/x\n",
      {"-image", "disk", "-src", "/a.txt", "-dst", "/no/such/dir/x"},
+     place::standard_output,
+     true},
+    {"a_message_about_the_source",
+     "err: prob understanding source of \"\"\n",
+     {"-src", "\"\"", "-dst", "o"},
+     place::standard_output,
+     true},
+    {"a_message_about_the_destination",
+     "err: prob understanding destination of \"\"\n",
+     {"-image", "disk", "-src", "/a.txt", "-dst", "\"\""},
+     place::standard_output,
+     true},
+    {"a_message_about_a_destination_that_is_the_source",
+     "err: source and destination are the same\n",
+     {"-image", "disk", "-src", "/a.txt", "-dst", "disk"},
+     place::standard_output,
+     true},
+    {"a_message_about_a_failed_copy",
+     "err: copy failed:  -> ",
+     {"-image", "disk", "-dst", "o"},
      place::standard_output,
      true},
     {"the_final_line",
@@ -143,6 +193,20 @@ TEST_F(quiet, without_diags_a_failing_driver_shows_the_header_and_the_exit_statu
     EXPECT_EQ(behind_header(result.out), "");
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(files(), std::vector<std::string>{"disk"});
+}
+
+class status_log : public command_line_test {};
+
+TEST_F(status_log, that_cannot_be_opened_is_absent_without_a_word_and_the_copy_runs) {
+    source("disk");
+    for (const char* log : {"/no/such/dir/x", "", ".", "\xFF"}) {
+        const program_result result = run({"-diags", log, "-image", "disk", "-src", "/a.txt", "-dst", "o"});
+        EXPECT_EQ(result.status, 0) << log;
+        EXPECT_EQ(behind_header(result.out), "") << log;
+        EXPECT_EQ(result.err, std::string("copy successful\n") + emptied_status_line) << log;
+        EXPECT_EQ(files(), (std::vector<std::string>{"disk", "o"})) << log;
+        std::filesystem::remove(m_dir / "o");
+    }
 }
 
 class elapsed_time : public command_line_test {};
