@@ -282,6 +282,11 @@ TEST_F(long_lists, of_dropped_lines_end_soon) {
     EXPECT_EQ(files(), words{"disk"});
 }
 
+TEST_F(long_lists, of_10000000_empty_lines_end_soon) {
+    EXPECT_EQ(run_over("\n", 10'000'000, {"-dst", "o"}).err, emptied_status_line);
+    EXPECT_EQ(files(), words{"disk"});
+}
+
 TEST_F(long_lists, may_come_from_a_closed_standard_input) {
     const program_result result =
         run({"-image", "disk", "-pipe", "-dst", "o"}, {.close_standard_input = true});
@@ -315,6 +320,26 @@ TEST_F(empty_words, are_words_like_any_other) {
     EXPECT_EQ(run({"-image", "disk", "-src", "", "-dst", ""}).status, 255);
     EXPECT_EQ(run({"-offset", "", "-image", "disk", "-src", "/a.txt", "-dst", "o"}).status, 0);
     EXPECT_EQ(text("o"), "hello world\n");
+}
+
+class words_that_look_like_options : public command_line_test {};
+
+TEST_F(words_that_look_like_options, are_values_like_any_other) {
+    source("disk");
+    EXPECT_EQ(run({"-image", "disk", "-src", "/a.txt", "-dst", "-o"}).status, 0);
+    EXPECT_EQ(text("-o"), "hello world\n");
+    EXPECT_EQ(run({"-image", "disk", "-src", "/a.txt", "-dst", "-src"}).status, 0);
+    EXPECT_EQ(text("-src"), "hello world\n");
+    EXPECT_EQ(files(), (words{"-o", "-src", "disk"}));
+}
+
+// The lookup that comes first has the word, and what is left of the other option is a path.
+TEST_F(words_that_look_like_options, go_to_the_option_that_is_looked_up_first) {
+    source("disk");
+    const program_result result = run({"-image", "disk", "-src", "/a.txt", "-dst", "-meta"});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(behind_header(result.out), "err: -dst <filename> was not specified\n");
+    EXPECT_EQ(files(), words{"disk"});
 }
 
 }  // namespace

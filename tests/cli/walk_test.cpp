@@ -50,6 +50,15 @@ TEST_F(walk, gives_the_files_of_the_directory_and_of_as_many_levels_below_as_it_
     EXPECT_EQ(told(result).size(), 2U);
 }
 
+TEST_F(walk, goes_no_level_below_for_a_number_that_cannot_be_read) {
+    for (const char* bad : {"", "abc", "x", "0x", "o", "-", " 1"}) {
+        const program_result result =
+            run({"-enumdir", host("Windows"), "-num_subdirs", bad, "-image", "disk", "-dst", "out/"});
+        EXPECT_EQ(result.status, 0) << bad;
+        EXPECT_EQ(told(result), lines{"failed: " + host("Windows/notepad.exe")}) << bad;
+    }
+}
+
 TEST_F(walk, passes_the_filter_twice) {
     const program_result result = run({"-enumdir", m_dir.path(), "-num_subdirs", "9", "-filter", "*.txt",
                                        "-image", "disk", "-dst", "out/"});
@@ -99,6 +108,8 @@ TEST_F(host_filter, compares_a_signature_with_the_hosts_file) {
     EXPECT_EQ(passed({"-filter_sig", "4D5A"}, "a.txt\nnone.txt\nmissing.txt\n"), lines{"success: a.txt"});
     EXPECT_EQ(passed({"-filter_sig", "5a|1"}, "a.txt\nnone.txt\n"), lines{"success: a.txt"});
     EXPECT_EQ(passed({"-filter_sig", "78,1", "-filter_sig", "4d5a,0x0"}, "a.txt\n"), lines{"success: a.txt"});
+    EXPECT_EQ(passed({"-filter_sig", "4d5a|abc"}, "a.txt\n"), lines{"success: a.txt"});
+    EXPECT_EQ(passed({"-filter_sig", "4d5a,"}, "a.txt\n"), lines{"success: a.txt"});
     for (const char* bad : {"4d5", "zz", "", "|", "4d5a|100"}) {
         EXPECT_EQ(passed({"-filter_sig", bad}, "a.txt\n"), lines{}) << bad;
     }
