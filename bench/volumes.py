@@ -4,6 +4,7 @@ import os
 import pathlib
 import random
 import shutil
+import struct
 import subprocess
 import time
 
@@ -71,9 +72,10 @@ def inode_of(mounted_path):
 class Volumes:
     """Makes and remembers volumes below one directory."""
 
-    def __init__(self, directory):
+    def __init__(self, directory, writer=None):
         self.directory = pathlib.Path(directory)
         self.directory.mkdir(parents=True, exist_ok=True)
+        self.writer = writer
 
     def get(self, name, size, cluster, fill, options=""):
         """The image and what `fill(mount_point)` answered when it was made."""
@@ -85,9 +87,47 @@ class Volumes:
             facts.write_text(repr(answer), encoding="utf-8")
         return image, eval(facts.read_text(encoding="utf-8"), {"__builtins__": {}})  # our own repr
 
+    def written(self, kind, count):
+        """An image by write_bench_volume and the numbers that it told."""
+        image, facts = self.directory / f"{kind}{count}.img", self.directory / f"{kind}{count}.facts"
+        if not facts.exists():
+            told = subprocess.run([self.writer, kind, str(image), str(count)], check=True, capture_output=True, text=True)
+            facts.write_text(told.stdout, encoding="utf-8")
+        return image, *map(int, facts.read_text(encoding="utf-8").split())
+
+    def converted(self, image):
+        """The image as one virtual disk."""
+        disk = image.with_suffix(".vmdk")
+        if not disk.exists():
+            subprocess.run(["qemu-img", "convert", "-f", "raw", "-O", "vmdk", "-o", "subformat=monolithicSparse",
+                            str(image), str(disk)], check=True)
+        return disk
+
+    def chain(self, image, count):
+        """The image as a chain of virtual disks, the base first."""
+        directory = self.directory / f"chain{count}"
+        if not directory.exists():
+            directory.mkdir()
+            subprocess.run([self.writer, "chain", str(image), str(directory), str(count)], check=True)
+        return [directory / f"disk{number}.vmdk" for number in range(count)]
+
+    def huge_disk(self, size):
+        """A virtual disk of which little is written: its path, the entry of a small file, bytes of its tables."""
+        image, facts = self.get(f"huge{size >> 30}", size, 65536, fill_small)
+        disk = self.converted(image)
+        with open(disk, "rb") as file:
+            # The number of sectors ahead of the first grain stands at byte 64 of the header.
+            tables = struct.unpack_from("<Q", file.read(512), 64)[0] * 512
+        return disk, facts["small"], tables
+
     def drop(self, name):
         for path in self.directory.glob(f"{name}.*"):
             shutil.rmtree(path) if path.is_dir() else path.unlink()
+
+
+def fill_small(point):
+    (point / "small.txt").write_bytes(random_block(KIB, 2))
+    return {"small": inode_of(point / "small.txt")}
 
 
 def fill_contiguous(size):

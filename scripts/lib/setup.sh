@@ -18,7 +18,7 @@ quarry_packages() {
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy ;;
-        bench) echo libbenchmark-dev time ;;
+        bench) echo libbenchmark-dev time python3-matplotlib ;;
         coverage) echo gcovr ;;
         *) echo "unknown package group: $1" >&2; return 1 ;;
     esac

@@ -30,22 +30,23 @@ bool is_in_order(const cluster_run_list& runs) {
 
 run_cursor::run_cursor(const cluster_run_list& runs) : m_runs(runs), m_in_order(is_in_order(runs)) {}
 
+// Over a whole stream the answer is the run of the last one or the run behind it; anything else is searched
+// for.
 bool run_cursor::find_in_order(std::uint64_t vcn, std::size_t& index) {
-    if (m_last >= m_runs.size() || vcn < m_runs[m_last].vcn) {
+    const auto is_at = [&](std::size_t run) {
+        return run < m_runs.size() && m_runs[run].vcn <= vcn && vcn < end_vcn(m_runs[run]);
+    };
+    if (!is_at(m_last)) {
+        ++m_last;
+    }
+    if (!is_at(m_last)) {
         const auto behind =
             std::upper_bound(m_runs.begin(), m_runs.end(), vcn,
                              [](std::uint64_t wanted, const cluster_run& run) { return wanted < run.vcn; });
-        if (behind == m_runs.begin()) {
-            return false;
-        }
-        m_last = static_cast<std::size_t>(behind - m_runs.begin()) - 1;
-    }
-    // Ends at the end of the list; over a whole stream each run is passed once.
-    while (m_last < m_runs.size() && end_vcn(m_runs[m_last]) <= vcn) {
-        ++m_last;
+        m_last = behind == m_runs.begin() ? 0 : static_cast<std::size_t>(behind - m_runs.begin()) - 1;
     }
     index = m_last;
-    return m_last < m_runs.size() && m_runs[m_last].vcn <= vcn;
+    return is_at(m_last);
 }
 
 bool run_cursor::find(std::uint64_t vcn, stretch& out) {

@@ -72,7 +72,7 @@ void volume_image::build_file(const file_builder& file) {
     std::vector<placed_attribute> attributes = names_and_information(file);
     attributes.insert(attributes.end(), file.m_attributes.begin(), file.m_attributes.end());
     if (file.entry() == 0) {
-        attributes.push_back({attribute_builder::resident(bitmap_type, mft_bitmap()), 0});
+        attributes.push_back({in_record_or_clusters(bitmap_type, mft_bitmap()), 0});
     }
     if (!file.is_directory() || !file.m_index_wanted) {
         build_records(file, std::move(attributes));
@@ -199,7 +199,12 @@ std::vector<volume_image::placed_attribute> volume_image::index_in_blocks(const 
                                               : build_index_root(tree.root, true, index_block_size, cluster);
     return {{attribute_builder::resident(0x90, root).named("$I30"), directory.m_root_place},
             {in_clusters(0xA0, tree.blocks).named("$I30"), directory.m_allocation_place},
-            {attribute_builder::resident(bitmap_type, bitmap).named("$I30"), 0}};
+            {in_record_or_clusters(bitmap_type, bitmap).named("$I30"), 0}};
+}
+
+attribute_builder volume_image::in_record_or_clusters(std::uint32_t type, const bytes& content) {
+    const bool fits = content.size() <= m_volume.shape().record_size / 4;
+    return fits ? attribute_builder::resident(type, content) : in_clusters(type, content);
 }
 
 bytes volume_image::mft_bitmap() const {

@@ -27,6 +27,7 @@ class volume_image {
     [[nodiscard]] std::vector<placed_attribute> index_in_root(const file_builder& directory) const;
     [[nodiscard]] std::vector<placed_attribute> index_in_blocks(const file_builder& directory);
     [[nodiscard]] attribute_builder in_clusters(std::uint32_t type, const bytes& content);
+    [[nodiscard]] attribute_builder in_record_or_clusters(std::uint32_t type, const bytes& content);
     void build_volume_bitmap();
     [[nodiscard]] bytes mft_bitmap() const;
     [[nodiscard]] bytes boot_sector() const;

@@ -1,0 +1,147 @@
+// Writes the sources of the benchmarks that no other tool can make in reasonable time.
+//
+//     write_bench_volume runs PATH COUNT        a volume with /runs.bin, a file of COUNT runs of one cluster
+//     write_bench_volume security PATH COUNT    a volume whose $Secure holds COUNT descriptors
+//     write_bench_volume chain IMAGE DIR COUNT  the image as COUNT virtual disk files, each a snapshot of the
+//     one before
+//
+// The entry number of the file, and for `security` the size of its stream, go to standard output.
+#include "support/security_builder.h"
+#include "support/vmdk_builder.h"
+#include "support/volume_builder.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+namespace quarry::test {
+namespace {
+
+constexpr std::uint64_t cluster_bytes = 512;
+
+// Single clusters with one to three clusters between them, so that no two runs can be taken for one.
+run_list scattered(std::uint64_t first_lcn, std::uint64_t count) {
+    run_list list;
+    std::uint64_t lcn = first_lcn;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        list.push_back({static_cast<std::int64_t>(lcn), 1});
+        lcn += 2 + i * 7919 % 3;
+    }
+    return list;
+}
+
+// A pair takes three bytes, so that these fit a record of 1024 bytes, and all records a list of 256 KiB,
+// which other readers insist on. The first record has names too.
+constexpr std::size_t runs_per_record = 280;
+constexpr std::size_t runs_in_first_record = 100;
+
+void write_runs(const std::string& path, std::uint64_t count) {
+    const std::uint64_t first_lcn = 200'000;
+    const run_list all = scattered(first_lcn, count);
+    const auto records = static_cast<std::uint32_t>(count / runs_per_record + 64);
+    volume_builder volume({.sectors_per_cluster = 1,
+                           .mft_entries = records,
+                           .total_clusters = first_lcn + 4 * count,
+                           .system_files = true});
+    file_builder& file = volume.add_file("runs.bin");
+    for (std::size_t at = 0, next = 0; at < all.size(); at = next) {
+        next = std::min(at + (at == 0 ? runs_in_first_record : runs_per_record), all.size());
+        const run_list piece(all.begin() + static_cast<std::ptrdiff_t>(at),
+                             all.begin() + static_cast<std::ptrdiff_t>(next));
+        if (at == 0) {
+            file.data(piece, {.real = count * cluster_bytes, .allocated = count * cluster_bytes});
+        } else {
+            file.attribute(attribute_builder::non_resident(0x80, piece).lowest_vcn(at).allocated(0).real(0),
+                           file.add_extension());
+        }
+    }
+    file.list_in_clusters();
+    bytes image = volume.image();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const auto at = static_cast<std::size_t>(all[i].lcn) * cluster_bytes;
+        for (std::size_t byte = 0; byte < cluster_bytes; byte += 4) {
+            image[at + byte] = static_cast<std::uint8_t>(i + byte);
+            image[at + byte + 1] = static_cast<std::uint8_t>(i >> 8);
+        }
+    }
+    write_file(path, image);
+    std::cout << file.entry() << '\n';
+}
+
+void write_security(const std::string& path, std::uint32_t count) {
+    std::vector<bytes> descriptors;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const bytes user = sid(5, {21, 1000 + i, 2000 + i, 3000 + i, 500 + i});
+        const bytes everyone = sid(1, {0});
+        descriptors.push_back(
+            security_descriptor{.owner = user,
+                                .group = sid(5, {32, 544}),
+                                .dacl = acl({ace(0, 0x001F01FF, user), ace(0, 0x001200A9, everyone)})}
+                .build());
+    }
+    const bytes stream = sds_stream(descriptors);
+    volume_builder volume;
+    volume.add_secure(stream);
+    const std::uint64_t entry = volume.add_file("a.txt").data("a few bytes\n").entry();
+    volume.write_to(path);
+    std::cout << entry << ' ' << stream.size() << '\n';
+}
+
+// Extents of a mebibyte go to the files in an order that looks like work over months.
+std::size_t holder(std::uint64_t extent, std::size_t files) {
+    return static_cast<std::size_t>(extent * 2'654'435'761U >> 7) % files;
+}
+
+void write_chain(const std::string& image_path, const std::filesystem::path& directory, std::size_t files) {
+    const bytes image = read_file(image_path);
+    constexpr std::uint64_t grain_bytes = 65536;
+    constexpr std::uint64_t grains_per_extent = (1 << 20) / grain_bytes;
+    const std::uint64_t grains = (image.size() + grain_bytes - 1) / grain_bytes;
+    for (std::size_t file = 0; file < files; ++file) {
+        vmdk_builder disk;
+        disk.grain_sectors = grain_bytes / 512;
+        disk.entries_per_table = 512;
+        disk.grains = grains;
+        disk.cid = std::string("0000000") + "0123456789abcdef"[file % 16];
+        disk.parent_cid =
+            file == 0 ? "ffffffff" : std::string("0000000") + "0123456789abcdef"[(file - 1) % 16];
+        disk.parent_hint = file == 0 ? "" : "disk" + std::to_string(file - 1) + ".vmdk";
+        for (std::uint64_t grain = 0; grain < grains; ++grain) {
+            if (holder(grain / grains_per_extent, files) == file) {
+                const auto begin = image.begin() + static_cast<std::ptrdiff_t>(grain * grain_bytes);
+                const auto left = std::min(grain_bytes, image.size() - grain * grain_bytes);
+                disk.put(grain, bytes(begin, begin + static_cast<std::ptrdiff_t>(left)));
+            }
+        }
+        disk.write(directory / ("disk" + std::to_string(file) + ".vmdk"));
+    }
+}
+
+int write(const std::vector<std::string>& words) {
+    if (words.size() == 3 && words[0] == "runs") {
+        write_runs(words[1], std::stoull(words[2]));
+    } else if (words.size() == 3 && words[0] == "security") {
+        write_security(words[1], static_cast<std::uint32_t>(std::stoul(words[2])));
+    } else if (words.size() == 4 && words[0] == "chain") {
+        write_chain(words[1], words[2], std::stoul(words[3]));
+    } else {
+        std::cerr << "usage: write_bench_volume runs|security PATH COUNT, or chain IMAGE DIR COUNT\n";
+        return 2;
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace quarry::test
+
+int main(int argc, char** argv) {
+    try {
+        return quarry::test::write({argv + 1, argv + argc});
+    } catch (const std::exception& problem) {
+        std::cerr << problem.what() << '\n';
+        return 1;
+    }
+}
