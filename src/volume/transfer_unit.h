@@ -1,7 +1,6 @@
 // How much of a stream moves at a time.
 //
-// Streams move in units of 16 clusters. That is also what a compressed stream is made of, whatever its
-// attribute says.
+// Streams move in units of 16 clusters. That is also what a compressed stream is made of.
 #pragma once
 
 #include "volume/ntfs.h"
@@ -10,6 +9,9 @@
 
 namespace quarry {
 
+// Deliberate: one would expect a compressed stream to move in the units that its attribute tells. It moves in
+// units of 16 clusters whatever the attribute says; NTFS makes no others, and where damage made the field
+// another number the user still gets the file.
 inline constexpr std::uint64_t clusters_per_unit = 16;
 
 // Bytes of a unit. A boot sector may claim clusters of many megabytes, so a unit of more than 1 MiB is cut to
