@@ -19,17 +19,31 @@ CONTENTS = {
 }
 
 
-@pytest.fixture(params=(512, 1024, 4096))
+CLUSTER_SIZES = (512, 1024, 2048, 4096)
+CHUNK = 4096
+
+
+def make_packed_directory(root):
+    """What is put into it gets compressed."""
+    (root / "packed").mkdir()
+    os.setxattr(root / "packed", "system.ntfs_attrib", struct.pack("<I", FILE_ATTRIBUTE_COMPRESSED))
+    return root / "packed"
+
+
+def assert_compressed(volume, entry):
+    data = [line for line in volume.attribute_lines(entry) if "$DATA" in line]
+    assert "Compressed" in data[0], "ntfs-3g did not compress"
+
+
+@pytest.fixture(params=CLUSTER_SIZES)
 def compressed(request, make_volume):
     volume = make_volume(cluster=request.param)
     with volume.mounted("compression") as root:
-        (root / "packed").mkdir()
-        os.setxattr(root / "packed", "system.ntfs_attrib", struct.pack("<I", FILE_ATTRIBUTE_COMPRESSED))
+        packed = make_packed_directory(root)
         for name, content in CONTENTS.items():
-            (root / "packed" / name).write_bytes(content)
-        entry = (root / "packed" / "text").stat().st_ino
-    data = [line for line in volume.attribute_lines(entry) if "$DATA" in line]
-    assert "Compressed" in data[0], "ntfs-3g did not compress"
+            (packed / name).write_bytes(content)
+        entry = (packed / "text").stat().st_ino
+    assert_compressed(volume, entry)
     return volume
 
 
@@ -56,17 +70,91 @@ def test_a_raw_copy_is_not_decompressed(compressed, quarry):
     assert raw[1] >> 4 == 0b1011
 
 
+@pytest.mark.parametrize("cluster", CLUSTER_SIZES)
+def test_sizes_around_chunks_and_units(make_volume, quarry, cluster):
+    unit = 16 * cluster
+    borders = {border + more for border in (CHUNK, 2 * CHUNK, 16 * CHUNK, unit - cluster, unit, unit + CHUNK, 2 * unit,
+                                            3 * unit) for more in (-1, 0, 1)}
+    volume = make_volume(cluster=cluster)
+    expected = {}
+    with volume.mounted("compression") as root:
+        packed = make_packed_directory(root)
+        for size in sorted(borders):
+            # Text, bytes that do not compress, and units of either kind by turns.
+            expected[f"text{size}"] = CONTENTS["text"][:size]
+            expected[f"random{size}"] = pattern(size, size)
+            expected[f"both{size}"] = b"".join(
+                (CONTENTS["text"] if at // unit % 2 else pattern(unit, at))[:min(unit, size - at)]
+                for at in range(0, size, unit))
+        entries = {}
+        for name, content in expected.items():
+            (packed / name).write_bytes(content)
+            entries[name] = (packed / name).stat().st_ino
+    assert_compressed(volume, entries[f"text{2 * unit + 1}"])
+    for name, content in expected.items():
+        assert quarry.read(volume, f"/packed/{name}") == content, name
+
+
+@pytest.fixture(params=CLUSTER_SIZES)
+def with_holes(request, make_volume):
+    """A volume, the bytes of a unit, and {name: content} of compressed files of which parts were never written."""
+    unit = 16 * request.param
+    text = CONTENTS["text"]
+    volume = make_volume(cluster=request.param)
+    contents = {}
+    with volume.mounted("compression") as root:
+        packed = make_packed_directory(root)
+        for name, parts, size in (
+                ("half units", [(0, unit // 2), (unit + unit // 2, unit), (3 * unit, 100)], 0),
+                ("a chunk", [(0, CHUNK), (2 * CHUNK, unit)], 0),
+                ("unit 4 of 10", [(0, 3 * unit), (4 * unit, 6 * unit)], 0),
+                ("the first unit", [(unit, 2 * unit)], 0),
+                ("the end", [(0, 2 * unit + 10)], 5 * unit)):
+            with open(packed / name, "wb") as file:
+                for at, length in parts:
+                    file.seek(at)
+                    file.write((text * 3)[:length])
+                file.truncate(max(size, file.tell()))
+            contents[name] = (packed / name).read_bytes()
+        with open(packed / "zeros", "wb") as file:
+            file.write(text[:unit] + bytes(unit) + text[:unit])
+        contents["zeros"] = text[:unit] + bytes(unit) + text[:unit]
+        entries = [(packed / name).stat().st_ino for name in contents]
+    for entry in entries:
+        assert_compressed(volume, entry)
+    return volume, unit, contents
+
+
+def test_holes_inside_of_units_are_zeros(with_holes, quarry):
+    volume, _, contents = with_holes
+    for name in ("half units", "a chunk"):
+        assert quarry.read(volume, f"/packed/{name}") == contents[name], name
+
+
+def test_a_copy_ends_at_the_first_unit_that_is_a_hole_and_counts_as_done(with_holes, quarry):
+    volume, unit, contents = with_holes
+    for name, whole_units in (("unit 4 of 10", 3), ("the end", 3), ("zeros", 1)):
+        assert len(contents[name]) > whole_units * unit
+        assert quarry.read(volume, f"/packed/{name}") == contents[name][:whole_units * unit], name
+
+
+def test_a_copy_fails_where_the_first_unit_is_a_hole(with_holes, quarry):
+    volume, _, _ = with_holes
+    copy = quarry.run("-image", volume.image, "-src", "/packed/the first unit")
+    assert not copy.ok
+    assert copy.content == b""
+
+
 def test_compressed_bytes_survive_a_journey_through_a_fragmented_stream(make_volume, quarry):
     """Units written out of order lie in many runs."""
     volume = make_volume()
     unit = 65536
     content = b"".join((b"unit %04d " % i) * 6554 for i in range(60))[:60 * unit]
     with volume.mounted("compression") as root:
-        (root / "packed").mkdir()
-        os.setxattr(root / "packed", "system.ntfs_attrib", struct.pack("<I", FILE_ATTRIBUTE_COMPRESSED))
+        packed = make_packed_directory(root)
         for part in (0, 1):
             for index in range(part, 60, 2):
-                with open(root / "packed" / f"file{part}", "ab") as file:
+                with open(packed / f"file{part}", "ab") as file:
                     file.write(content[index * unit:(index + 1) * unit])
     for part in (0, 1):
         expected = b"".join(content[index * unit:(index + 1) * unit] for index in range(part, 60, 2))
