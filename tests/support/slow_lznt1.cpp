@@ -25,23 +25,15 @@ std::size_t distance_bits(std::size_t position) {
 }
 
 void give(slow_unit& out, const bytes& piece, std::size_t& left) {
-    for (const std::uint8_t byte : piece) {
-        if (left == 0) {
-            return;
-        }
-        out.plain.push_back(byte);
-        --left;
-    }
+    const std::size_t size = std::min(piece.size(), left);
+    out.plain.insert(out.plain.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(size));
+    left -= size;
 }
 
 bool ends_in_zeros(const bytes& unit) {
     const std::size_t begin = unit.size() < 4096 ? 0 : unit.size() - 4096;
-    for (std::size_t i = begin; i < unit.size(); ++i) {
-        if (unit[i] != 0) {
-            return false;
-        }
-    }
-    return true;
+    return std::count(unit.begin() + static_cast<std::ptrdiff_t>(begin), unit.end(), 0) ==
+           static_cast<std::ptrdiff_t>(unit.size() - begin);
 }
 
 slow_unit damaged(const bytes& unit, slow_unit out, std::size_t left) {
@@ -87,9 +79,8 @@ slow_chunk slow_decode_chunk(const bytes& unit, std::size_t payload_at, std::siz
             }
         }
     }
-    while (plain.size() < 4096) {
-        plain.push_back(payload_size < 9 ? std::uint8_t{0} : chunk_before[plain.size()]);
-    }
+    const bytes rest = payload_size < 9 ? bytes(4096, 0) : chunk_before;
+    plain.insert(plain.end(), rest.begin() + static_cast<std::ptrdiff_t>(plain.size()), rest.end());
     return {true, plain};
 }
 
@@ -114,10 +105,8 @@ slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit) {
         } else if (size_less_3 == 0xFFF) {
             const std::size_t rest = unit.size() < at + 2 ? 0 : unit.size() - at - 2;
             const std::size_t size = std::min({std::size_t{4096}, left, rest});
-            for (std::size_t i = 0; i < size; ++i) {
-                out.plain.push_back(unit[at + 2 + i]);
-            }
-            left -= size;
+            const auto begin = unit.begin() + static_cast<std::ptrdiff_t>(std::min(at + 2, unit.size()));
+            give(out, bytes(begin, begin + static_cast<std::ptrdiff_t>(size)), left);
             at += 2 + size;
         } else if (size_less_3 == 0) {
             at = at - at % 4096 + 4096;

@@ -5,6 +5,7 @@
 #include "support/opened_volume.h"
 #include "support/sample_text.h"
 #include "support/slow_stream.h"
+#include "unit/volume/allocation_counter.h"
 #include "volume/attribute.h"
 #include "volume/stream_pump.h"
 
@@ -414,6 +415,47 @@ TEST(PumpCompressed, StopsReadingWhenTheStreamTakesNoMore) {
     attr_item item = stream.item();
     EXPECT_TRUE(copy_to_stream(&opened.ntfs(), item, full, false, false, context));
     EXPECT_FALSE(full.good());
+}
+
+// Takes every byte and keeps none.
+class bytes_to_nowhere : public std::streambuf {
+  public:
+    [[nodiscard]] std::size_t taken() const { return m_taken; }
+
+  protected:
+    std::streamsize xsputn(const char* /*text*/, std::streamsize count) override {
+        m_taken += static_cast<std::size_t>(count);
+        return count;
+    }
+
+  private:
+    std::size_t m_taken = 0;
+};
+
+// Pieces of memory asked for by a pump of as many triples of units: chunks, stored clusters, chunks of zeros.
+std::size_t allocations_for(std::size_t triples) {
+    compressed_stream stream(1);
+    for (std::size_t i = 0; i < triples; ++i) {
+        stream.unit_of_text(text_like(stream.unit(), 22)).unit_of_text(random_bytes(stream.unit(), 23));
+        stream.unit_of_text(bytes(stream.unit(), 0));
+    }
+    opened_volume opened(stream.volume());
+    const attr_item item = stream.item();
+    bytes_to_nowhere buffer;
+    std::ostream out(&buffer);
+    stream_sink sink(out, nullptr);
+    const std::size_t before = allocations_so_far();
+    const bool ok = pump_compressed(opened.ntfs(), item.runs, sink, 0, item.real, item.allocated);
+    const std::size_t after = allocations_so_far();
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(buffer.taken(), triples * 3 * stream.unit());
+    return after - before;
+}
+
+TEST(PumpCompressed, AsksForNoMemoryForAUnitOrAChunk) {
+    const std::size_t few = allocations_for(2);
+    EXPECT_GT(few, 0u) << "the buffers of the pump";
+    EXPECT_EQ(allocations_for(40), few);
 }
 
 // Beside the plain way.

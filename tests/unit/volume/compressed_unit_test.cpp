@@ -389,18 +389,12 @@ bytes small_chunks() {
 }
 
 bytes small_unit() {
-    return padded(small_chunks(), 3 * 4096);
+    return padded(small_chunks(), 2 * 4096);
 }
 
 TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
     const bytes unit = small_unit();
-    const std::size_t first = lznt1_chunks(text_like(1200, 21)).size();
-    const std::size_t zeros = small_chunks().size() + 8;
     for (std::size_t at = 0; at < unit.size(); ++at) {
-        // Inside of stored bytes and of zeros one place is like the next.
-        if ((at > first + 8 && at < first + 4090 && at % 61 != 0) || (at > zeros && at % 61 != 0)) {
-            continue;
-        }
         bytes damaged = unit;
         damaged[at] = static_cast<std::uint8_t>(~damaged[at]);
         expect_same_as_slow(damaged, 9000);
@@ -409,8 +403,7 @@ TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
 
 TEST(DecompressUnit, TakesAUnitCutAtEachLengthAsTheSlowDecoderDoes) {
     const bytes unit = small_unit();
-    for (std::size_t size = 1; size < unit.size();
-         size += size < 700 || (size > 4700 && size < 5300) ? 1 : 41) {
+    for (std::size_t size = 1; size <= unit.size(); ++size) {
         expect_same_as_slow(first_bytes(unit, size), 1000000);
     }
 }

@@ -471,6 +471,24 @@ TEST(CategorizeEntry, ListsResidentUnnamedStreamsOfDifferentIdsOneByOne) {
     EXPECT_EQ(streams[1]->value, to_bytes("second"));
 }
 
+// Of several unnamed streams the first in the order of the items takes a piece, whichever was met first.
+TEST(CategorizeEntry, JoinsAPieceToTheFirstOfSeveralUnnamedStreams) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 5));
+    file.attribute(attribute_builder::resident(0x80, to_bytes("resident")).id(3));
+    file.attribute(piece({{300, 16}}, 16, 7), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_EQ(streams[0]->id, 3u);
+    EXPECT_EQ(streams[0]->value, to_bytes("resident"));
+    EXPECT_TRUE(streams[0]->runs.empty()) << "the runs of a resident stream are not listed";
+    EXPECT_EQ(streams[1]->id, 5u);
+    EXPECT_EQ(runs_of(*streams[1]), (flat_runs{{0, 100, 16, false}}));
+}
+
 TEST(CategorizeEntry, ListsAnEmptyResidentStream) {
     volume_builder volume;
     volume.add_file("a").resident_data({});
@@ -992,6 +1010,62 @@ TEST(CategorizeEntry, ReadsTheListAsFarAsItsClustersCanBeRead) {
     const categorized got = categorize(volume);
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+// What is kept of an entry beside its items.
+
+entry_record entry_of(const volume_builder& volume, std::uint64_t entry) {
+    opened_volume opened(volume);
+    capturing_log log;
+    entry_record record;
+    record.has_list = record.has_base = record.has_unnamed_data = true;
+    record.file_names["left over"] = {};
+    EXPECT_TRUE(mft_entries_ctx(opened.ntfs(), log).read_entry(record, entry));
+    return record;
+}
+
+TEST(ReadEntry, KeepsTheRecordAndTheStartOfItsHeader) {
+    volume_builder volume;
+    volume.add_file("a").resident_data(pattern(600)).sequence(0x1234);
+    const entry_record got = entry_of(volume, first_user_entry);
+    EXPECT_EQ(got.entry, first_user_entry);
+    EXPECT_EQ(got.sequence, 0x1234u);
+    bytes record = volume.record_on_disk(first_user_entry);
+    ASSERT_EQ(record.size(), 1024u);
+    EXPECT_EQ(bytes(got.header.begin(), got.header.end()), bytes(record.begin(), record.begin() + 42));
+    // The saved words of the two sector ends stand behind the update sequence number at 0x30.
+    std::copy_n(record.begin() + 0x32, 2, record.begin() + 510);
+    std::copy_n(record.begin() + 0x34, 2, record.begin() + 1022);
+    EXPECT_EQ(got.record, record);
+    EXPECT_FALSE(got.has_base);
+    EXPECT_EQ(got.base, 0u);
+    EXPECT_FALSE(got.has_list);
+    EXPECT_FALSE(got.list_non_resident);
+    EXPECT_TRUE(got.has_unnamed_data);
+    EXPECT_EQ(got.file_names.size(), 1u);
+}
+
+TEST(ReadEntry, TellsOfAnAttributeListAndWhereItLies) {
+    for (const bool in_clusters : {false, true}) {
+        volume_builder volume;
+        auto& file = volume.add_file("a").attribute_list(build_attribute_list({{.record = 24, .id = 1}}));
+        if (in_clusters) {
+            file.list_in_clusters();
+        }
+        const entry_record got = entry_of(volume, first_user_entry);
+        EXPECT_TRUE(got.has_list);
+        EXPECT_EQ(got.list_non_resident, in_clusters);
+        EXPECT_FALSE(got.has_unnamed_data);
+    }
+}
+
+TEST(ReadEntry, KeepsTheBaseReferenceAsItIsStored) {
+    volume_builder volume;
+    auto& file = volume.add_file("a").sequence(9);
+    const std::size_t place = file.add_extension();
+    const entry_record got = entry_of(volume, file.extension_entry(place));
+    EXPECT_TRUE(got.has_base);
+    EXPECT_EQ(got.base, 0x0009000000000018u);
 }
 
 TEST(CategorizeIndexOnly, ListsIndexAttributesAndNothingElse) {

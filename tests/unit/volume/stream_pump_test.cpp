@@ -3,6 +3,7 @@
 #include "support/capturing_log.h"
 #include "support/opened_volume.h"
 #include "support/slow_stream.h"
+#include "unit/volume/allocation_counter.h"
 #include "volume/attribute.h"
 
 #include <algorithm>
@@ -379,9 +380,27 @@ TEST_F(PumpStream, TakesAStreamForCompressedByFlagUnitAndCompressedSizeTogether)
     attr_item no_size = item;
     no_size.compressed = 0;
     EXPECT_EQ(size_of(no_size, {}), 65536u);
-    attr_item other_unit = item;
-    other_unit.unit = 9;
-    EXPECT_EQ(size_of(other_unit, {}), 4096u) << "whatever the unit is";
+    attr_item encrypted = item;
+    encrypted.flags = attr_flag_compressed | attr_flag_encrypted;
+    EXPECT_EQ(size_of(encrypted, {}), 65536u) << "as it is stored";
+    attr_item marked = item;
+    marked.flags = 0x0002;
+    EXPECT_EQ(size_of(marked, {}), 65536u);
+}
+
+TEST_F(PumpStream, MovesACompressedStreamInUnitsOf16ClustersWhateverItsAttributeSays) {
+    // Two units of 16 clusters, each one chunk of zeros.
+    bytes image = m_image;
+    std::fill_n(image.begin() + 50 * cluster, 4096, std::uint8_t{0});
+    image[50 * cluster + 1] = 0xB0;
+    opened_volume volume(image);
+    attr_item item = stored_item({{50, 1}, {hole, 15}, {50, 1}, {hole, 15}});
+    item.flags = attr_flag_compressed;
+    item.compressed = 2 * cluster;
+    for (const unsigned unit : {1u, 3u, 4u, 5u, 9u, 255u}) {
+        item.unit = static_cast<std::uint8_t>(unit);
+        EXPECT_EQ(test::pump(&volume.ntfs(), item).out, bytes(8192, 0)) << unit;
+    }
 }
 
 // Digest.
@@ -447,6 +466,38 @@ TEST_F(PumpStream, PutsTheSectorEndsOfIndexBlocksBack) {
     EXPECT_EQ(test::pump(&volume.ntfs(), item, {.raw = true}).out, block.content());
     item.type = attr_data;
     EXPECT_EQ(test::pump(&volume.ntfs(), item).out, block.content());
+}
+
+// One saved word for each sector of a block, four or one of them here.
+TEST(PumpOfIndexBlocks, PutsOneSectorEndBackForEachSectorOfTheVolume) {
+    for (const std::uint32_t sector : {1024u, 2048u, 4096u}) {
+        geometry shape;
+        shape.bytes_per_sector = sector;
+        shape.sectors_per_cluster = 4096 / sector;
+        shape.record_size = 4096;
+        shape.stride = sector;
+        shape.total_clusters = 100;
+        bytes block(8192, 0x11);
+        byte_writer writer(block);
+        for (const std::size_t at : {0u, 4096u}) {
+            writer.u16(at + 4, 0x28).u16(at + 6, 9);
+            for (std::size_t word = 1; word <= 8; ++word) {
+                writer.u16(at + 0x28 + 2 * word, 0xA000 + word);
+            }
+        }
+        volume_builder volume(shape);
+        volume.write_clusters(90, writer.content());
+        opened_volume opened(volume);
+        attr_item item = stored_item({{90, 2}});
+        item.type = attr_index_allocation;
+        byte_writer restored(writer.content());
+        for (const std::size_t at : {0u, 4096u}) {
+            for (std::size_t word = 1; word <= 4096 / sector; ++word) {
+                restored.u16(at + word * sector - 2, 0xA000 + word);
+            }
+        }
+        EXPECT_EQ(pump(&opened.ntfs(), item).out, restored.content()) << sector;
+    }
 }
 
 TEST_F(PumpStream, LooksAtNoSignatureOfAnIndexBlock) {
@@ -567,6 +618,31 @@ TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
         std::filesystem::resize_file(volume.path(), 20 * 1024 + random() % (50 * 1024));
         expect_same_on_random_items(volume.ntfs(), random, 12);
     }
+}
+
+TEST(PumpInManyRuns, AsksForNoMemoryForATransfer) {
+    opened_volume opened(patterned_image(1));
+    const auto allocations_for = [&](std::uint64_t count) {
+        attr_item item = stored_item({{45, 20}});
+        item.runs.clear();
+        for (std::uint64_t i = 0; i < count; ++i) {
+            item.runs.push_back({.lcn = 45 + i % 7, .vcn = i, .sparse = i % 5 == 0, .length = 1});
+        }
+        item.real = item.initialized = item.allocated = count * 512 - 100;
+        counting_buffer buffer;
+        buffer.writes.reserve(1000);
+        std::ostream out(&buffer);
+        capturing_log log;
+        pump_context context{.log = log};
+        const std::size_t before = allocations_so_far();
+        const bool ok = copy_to_stream(&opened.ntfs(), item, out, false, false, context);
+        const std::size_t after = allocations_so_far();
+        EXPECT_TRUE(ok);
+        EXPECT_EQ(buffer.taken, count * 512 - 100);
+        return after - before;
+    };
+    // A transfer has 512 clusters of 512 bytes.
+    EXPECT_EQ(allocations_for(20 * 512), allocations_for(2 * 512));
 }
 
 TEST(PumpInManyRuns, CopiesAFileOfAMillionRuns) {
