@@ -212,12 +212,59 @@ def compare_with_istat(quarry, volume, entry, *object_arguments):
     report = report_of(quarry, volume, *(object_arguments or ("-mft", entry)))
     assert report is not None, f"entry {entry} has no report"
     ours, theirs = parse_report(report), parse_istat(istat_of(volume, entry))
+    ours["text"] = report
     _, cluster, _ = volume.geometry()
     for said in (ours, theirs):
         said["streams"] = [without_what_istat_hides(stream, cluster) for stream in said["streams"]]
     for key, value in theirs.items():
         assert ours[key] == value, (entry, key)
     return ours
+
+
+def lists_of_ntfsinfo(section):
+    """Expected lines of one ACL."""
+    lines = {}
+    for kind, mask, sid in re.findall(r"type:(\w+)\s+flags:\S+\s+access:0x([0-9a-f]+)\s+SID: (\S+)", section):
+        words = " | ".join(word for bit, word in MASK_WORDS if int(mask, 16) >> bit & 1)
+        key = sid + TYPE_WORD[kind]
+        if key in lines:
+            lines[key] += " | " + words
+        else:
+            lines[key] = f"  {TYPE_WORD[kind]:<15} {SID_NAMES.get(sid, 'unk'):<15} {words}"
+    return [lines[key] for key in sorted(lines)]
+
+
+def compare_with_ntfsinfo(volume, entry, report):
+    """Owner, group, lists, allocated sizes and name spaces. Gives the number of descriptors compared."""
+    told = run_tool("ntfsinfo", "-f", "-v", "-i", entry, volume.image).decode(errors="replace")
+    for space, name in re.findall(r"Namespace:\t\t (.*)\n\tFilename:\t\t '(.*)'", told):
+        word = ", (indexed)" if space in ("Win32", "Win32 & DOS") else ""
+        assert f"\nFilename Attrib: {name}{word}\n" in report, entry
+    sections = told.split("Dumping attribute ")
+    # The sizes of a directory are told twice; a descriptor's are in no report.
+    sizes = {size for section in sections if not section.startswith("$SECURITY_DESCRIPTOR")
+             for size in re.findall(r"^\tAllocated size:\t\t (\d+) ", section, re.MULTILINE)}
+    assert sizes == set(re.findall(r"^  allocated:  0x[0-9a-f]+ \[(\d+)\]$", report, re.MULTILINE)), entry
+    # A descriptor in clusters of its own has no text.
+    descriptors = [section for section in sections
+                   if section.startswith("$SECURITY_DESCRIPTOR") and "\tResident: \t\t Yes\n" in section]
+    for section in descriptors:
+        system, discretionary = section.split("\tSystem ACL:", 1)[1].split("\tDiscretionary ACL:", 1)
+        expected = ["Security Descriptor Attrib: ", "  Security Identifiers", f"  owner sid [{field('Owner SID:' + TABS, section)}]",
+                    f"  group sid [{field('Group SID:' + TABS, section)}]"]
+        for heading, entries in (("System", system), ("Discretionary", discretionary)):
+            lines = lists_of_ntfsinfo(entries)
+            if lines:
+                expected += ["", f"  {heading} Access Control List", *lines]
+        assert "\n".join(["", *expected, ""]) in report, entry
+    return len(descriptors)
+
+
+def compare_with_both(quarry, volume, entry):
+    """The same with what ntfsinfo says of a used entry; it tells of $MFT in pieces."""
+    said = compare_with_istat(quarry, volume, entry)
+    said["descriptors"] = 0 if entry == 0 or said["deleted"] else compare_with_ntfsinfo(volume, entry, said["text"])
+    return said
 
 
 @pytest.fixture
@@ -267,13 +314,17 @@ def fill_with_entries(volume):
             (folder / "deleted").unlink()
 
 
-def test_the_report_of_every_entry_of_a_volume_says_what_istat_says(make_volume, quarry):
+def test_the_report_of_every_entry_of_a_volume_says_what_istat_and_ntfsinfo_say(make_volume, quarry):
     need(os.geteuid() == 0, "-mft is for administrators only")
+    need_tools("ntfsinfo")
     volume = make_volume(size=128 * MIB)
     fill_with_entries(volume)
+    with volume.mounted() as root:
+        for index, folder in enumerate(sorted(root.glob("folder *"))):
+            os.chown(folder / "dated", 1000 + index, 2000 + index)
     entries = range(number_of_entries(volume))
     assert len(entries) >= ENTRIES
-    reports = for_each_entry(entries, lambda entry: compare_with_istat(quarry, volume, entry))
+    reports = for_each_entry(entries, lambda entry: compare_with_both(quarry, volume, entry))
     # What must have come up for the comparison to mean something.
     assert sum(report["deleted"] for report in reports) > 200
     assert sum(report["directory"] for report in reports) > 200
@@ -281,6 +332,7 @@ def test_the_report_of_every_entry_of_a_volume_says_what_istat_says(make_volume,
     streams = [stream for report in reports for stream in report["streams"]]
     assert sum("Sparse" in flags for _, _, flags, _, _, _ in streams) > 200
     assert max(len(runs) for *_, runs in streams) >= 5
+    assert sum(report["descriptors"] for report in reports) > 200
 
 
 def test_the_report_of_a_file_in_many_fragments_lists_every_run(make_volume, quarry):
@@ -294,10 +346,12 @@ def test_the_report_of_a_file_in_many_fragments_lists_every_run(make_volume, qua
     assert max(len(runs) for *_, runs in report["streams"]) > 1000
 
 
-def test_the_report_of_every_entry_of_the_sample_disk_says_what_istat_says(sample_volume, quarry):
+def test_the_report_of_every_entry_of_the_sample_disk_says_what_istat_and_ntfsinfo_say(sample_volume, quarry):
     need(os.geteuid() == 0, "-mft is for administrators only")
+    need_tools("ntfsinfo")
     entries = range(number_of_entries(sample_volume))
-    reports = for_each_entry(entries, lambda entry: compare_with_istat(quarry, sample_volume, entry))
+    reports = for_each_entry(entries, lambda entry: compare_with_both(quarry, sample_volume, entry))
+    assert sum(report["descriptors"] for report in reports) > 20
     words = {word for report in reports for words, _, _ in report["information"] for word in words}
     assert words >= {"HIDDEN", "SYSTEM", "ARCHIVE", "SPARSE_FILE", "COMPRESSED", "REPARSE_PT"}
 
@@ -312,61 +366,6 @@ def test_the_report_of_every_path_of_the_sample_disk_says_what_istat_says(sample
         compare_with_istat(quarry, sample_volume, entry, "-src", path)
         checked += 1
     assert checked > 15
-
-
-def lists_of_ntfsinfo(section):
-    """Expected lines of one ACL."""
-    lines = {}
-    for kind, mask, sid in re.findall(r"type:(\w+)\s+flags:\S+\s+access:0x([0-9a-f]+)\s+SID: (\S+)", section):
-        words = " | ".join(word for bit, word in MASK_WORDS if int(mask, 16) >> bit & 1)
-        key = sid + TYPE_WORD[kind]
-        if key in lines:
-            lines[key] += " | " + words
-        else:
-            lines[key] = f"  {TYPE_WORD[kind]:<15} {SID_NAMES.get(sid, 'unk'):<15} {words}"
-    return [lines[key] for key in sorted(lines)]
-
-
-def compare_with_ntfsinfo(quarry, volume, entry):
-    """Owner, group, lists, allocated sizes and name spaces. Gives the number of descriptors compared."""
-    told = run_tool("ntfsinfo", "-f", "-v", "-i", entry, volume.image).decode(errors="replace")
-    report = report_of(quarry, volume, "-mft", entry)
-    for space, name in re.findall(r"Namespace:\t\t (.*)\n\tFilename:\t\t '(.*)'", told):
-        word = ", (indexed)" if space in ("Win32", "Win32 & DOS") else ""
-        assert f"\nFilename Attrib: {name}{word}\n" in report, entry
-    sections = told.split("Dumping attribute ")
-    # The sizes of a directory are told twice; a descriptor's are in no report.
-    sizes = {size for section in sections if not section.startswith("$SECURITY_DESCRIPTOR")
-             for size in re.findall(r"^\tAllocated size:\t\t (\d+) ", section, re.MULTILINE)}
-    assert sizes == set(re.findall(r"^  allocated:  0x[0-9a-f]+ \[(\d+)\]$", report, re.MULTILINE)), entry
-    # A descriptor in clusters of its own has no text.
-    descriptors = [section for section in sections
-                   if section.startswith("$SECURITY_DESCRIPTOR") and "\tResident: \t\t Yes\n" in section]
-    for section in descriptors:
-        system, discretionary = section.split("\tSystem ACL:", 1)[1].split("\tDiscretionary ACL:", 1)
-        expected = ["Security Descriptor Attrib: ", "  Security Identifiers", f"  owner sid [{field('Owner SID:' + TABS, section)}]",
-                    f"  group sid [{field('Group SID:' + TABS, section)}]"]
-        for heading, entries in (("System", system), ("Discretionary", discretionary)):
-            lines = lists_of_ntfsinfo(entries)
-            if lines:
-                expected += ["", f"  {heading} Access Control List", *lines]
-        assert "\n".join(["", *expected, ""]) in report, entry
-    return len(descriptors)
-
-
-def test_descriptors_name_spaces_and_allocated_sizes_are_those_of_ntfsinfo(make_volume, sample_volume, quarry):
-    need(os.geteuid() == 0, "-mft is for administrators only")
-    need_tools("ntfsinfo")
-    volume = make_volume()
-    with volume.mounted() as root:
-        for index in range(30):
-            folder = fill_folder(root, index)
-            os.chown(folder / "dated", 1000 + index, 2000 + index)
-    for checked in (volume, sample_volume):
-        used = [entry for entry in range(number_of_entries(checked)) if "Not Allocated" not in istat_of(checked, entry)]
-        # $MFT and what lies in extension records is told by ntfsinfo in pieces.
-        descriptors = for_each_entry(used[1:], lambda entry: compare_with_ntfsinfo(quarry, checked, entry))
-        assert sum(descriptors) > 20
 
 
 def test_a_report_of_clusters_tells_each_cluster_and_what_is_not_there(make_volume, quarry):
