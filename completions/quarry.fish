@@ -1,0 +1,86 @@
+# fish completion for quarry: options, the files they take, and only what still fits.
+
+# True if one of these options stands on the line, in any letter case. An option whose value is being typed does
+# not count yet.
+function __quarry_has
+    set -l typed (commandline --tokenize --cut-at-cursor | string lower)
+    set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe
+    if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
+        set -e typed[-1]
+    end
+    for option in $argv
+        contains -- $option $typed; and return 0
+    end
+    return 1
+end
+
+function __quarry_partitions
+    lsblk --noheadings --list --paths --output NAME 2>/dev/null
+end
+
+function __quarry_drives
+    set -l letters a b c d e f g h i j k l m n o p q r s t
+    for disk in /dev/sd[a-t]
+        test -b $disk; and math (contains --index (string sub --start=-1 $disk) $letters) - 1
+    end
+end
+
+function __quarry_first
+    test (count (commandline --tokenize --cut-at-cursor)) -eq 1
+end
+
+# __quarry_option CONDITION NAME ARGUMENTS...: offered once, while the condition holds.
+function __quarry_option
+    complete -c quarry -n "not __quarry_has -$argv[2]; and $argv[1]" -o $argv[2] $argv[3..]
+end
+
+# The same, as often as one likes.
+function __quarry_repeated
+    complete -c quarry -n "$argv[1]" -o $argv[2] $argv[3..]
+end
+
+complete -c quarry -e
+complete -c quarry -f
+
+set -l no_source 'not __quarry_has -vmdk -partition -image -drivenum'
+set -l lines '__quarry_has -pipe -enumdir'
+set -l no_lines 'not __quarry_has -pipe -enumdir'
+set -l no_object 'not __quarry_has -pipe -enumdir -src -mft -cluster'
+
+__quarry_option __quarry_first h -d 'Usage'
+__quarry_option $no_source image -r -F -d 'Raw image of a disk or volume'
+__quarry_option $no_source partition -x -a '(__quarry_partitions)' -d 'Partition by its device (root)'
+__quarry_option $no_source drivenum -x -a '(__quarry_drives)' -d 'Physical drive, 0 is /dev/sda (root)'
+__quarry_repeated 'not __quarry_has -partition -image -drivenum' vmdk -r -F -d 'Sparse VMDK with its snapshots'
+
+__quarry_option '__quarry_has -vmdk -image -drivenum; and not __quarry_has -first_ntfsvol' offset -x \
+    -d 'Byte where the volume begins'
+__quarry_option '__quarry_has -image -drivenum; and not __quarry_has -offset' first_ntfsvol \
+    -d 'First NTFS volume of the table (root)'
+__quarry_option '__quarry_has -offset' ignore_image_size -d 'Take a volume that is cut short'
+
+__quarry_option "$no_lines; and not __quarry_has -cluster" src -x -d 'Path on the volume, with :stream if wanted'
+__quarry_option "$no_lines; and not __quarry_has -cluster" mft -x -d 'MFT entry number (root)'
+__quarry_option $no_object cluster -x -d 'Clusters: first and count (root)'
+__quarry_option $no_object pipe -d 'Paths from standard input'
+__quarry_option $no_object enumdir -x -a '(__fish_complete_directories)' -d 'Paths of a directory'
+__quarry_option '__quarry_has -enumdir' num_subdirs -x -d 'How deep'
+__quarry_repeated $lines filter -x -d 'Only names that fit'
+__quarry_repeated $lines filter_sig -x -d 'Only files with these bytes'
+__quarry_repeated "$lines; and __quarry_has -filter" filter_skip -x -d 'Accepted, without effect'
+__quarry_option "$lines; and __quarry_has -filter" filter_path -x -d 'Accepted, without effect'
+__quarry_option $lines cmd_start_time -x -d 'Only files of this time and later'
+__quarry_option $lines cmd_stop_time -x -d 'Only files up to this time'
+
+__quarry_option true dst -r -F -d 'The copy, or a directory that ends in /'
+__quarry_option true md5 -d 'Name the copy by modification time and MD5'
+__quarry_option true meta -d 'Write a report of the file record'
+__quarry_option true raw -d 'Clusters as stored, slack included (root)'
+__quarry_option true skip_sparse_clusters -d 'Leave holes out (root)'
+__quarry_option true diags -r -F -d 'Log of the run'
+__quarry_option true quiet -d 'Nothing but the header'
+__quarry_option true profile -d 'Print the seconds taken'
+__quarry_option true dateformat -x -a 'yyyy-mm-dd yyyy/mm/dd dd/mm/yyyy mm/dd/yyyy' -d 'Date in the header'
+__quarry_option true out -r -F -d 'Check that a file can be written'
+
+functions -e __quarry_option __quarry_repeated
