@@ -1,0 +1,114 @@
+"""The manual page, the completions and the program name the same options; the page has every message."""
+
+import glob
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+MANUAL = os.path.join(ROOT, "docs", "quarry.1")
+
+
+def text_of(*path):
+    with open(os.path.join(ROOT, *path), encoding="utf-8") as file:
+        return file.read()
+
+
+def sources(pattern):
+    return "\n".join(text_of(path) for path in sorted(glob.glob(os.path.join(ROOT, pattern), recursive=True)))
+
+
+def options_of_program():
+    return set(re.findall(r'"(-[a-z][a-z0-9_]*)"', sources("src/frontend/*.cpp")))
+
+
+def options_without_effect():
+    return set(re.findall(r'\{"(-[a-z0-9_]+)", (?:true|false)\}', text_of("src", "frontend", "ignored_options.cpp")))
+
+
+def options_of_manual():
+    found = set()
+    for line in text_of("docs", "quarry.1").split("\n"):
+        if line.startswith((".It Fl ", ".Fl ")):
+            # Further names behind commas, and further "Fl" on the same line.
+            words = re.sub(r" (Ar|Op|Ns|No|Ql|Pa|Sm) .*?(?= , Fl |$)", " ", line.split("Fl ", 1)[1])
+            found |= {"-" + word for word in re.findall(r"\b[a-z][a-z0-9_]*", words)}
+    return found
+
+
+def rendered():
+    return re.sub(r"\s+", " ", subprocess.run(["mandoc", "-T", "ascii", MANUAL], check=True,
+                                              capture_output=True, text=True).stdout.replace("\b", "\x00"))
+
+
+def plain(text):
+    return re.sub(r"_\x00|.\x00", "", text)
+
+
+@pytest.fixture
+def page():
+    if shutil.which("mandoc") is None:
+        if os.environ.get("CI"):
+            pytest.fail("mandoc is not installed")
+        pytest.skip("mandoc is not installed")
+    return plain(rendered())
+
+
+def test_the_page_is_without_a_fault(page):
+    lint = subprocess.run(["mandoc", "-T", "lint", "-W", "all", MANUAL], check=False, capture_output=True, text=True)
+    assert (lint.returncode, lint.stdout + lint.stderr) == (0, "")
+
+
+def test_the_page_has_every_option_of_the_program_and_no_other():
+    assert options_of_manual() == options_of_program()
+
+
+@pytest.mark.parametrize("completion, pattern", [
+    ("quarry.bash", r"(?<![\w-])(-[a-z][a-z0-9_]*)"),
+    ("_quarry", r"'[*!]?(-[a-z][a-z0-9_]*)[\[:]"),
+    ("quarry.fish", r"^__quarry_(?:option|repeated) .*?([a-z][a-z0-9_]*)(?= -[a-z] | -[rx] |$|\s\\$)"),
+])
+def test_completions_name_only_options_that_have_an_effect(completion, pattern):
+    text = text_of("completions", completion)
+    if completion == "quarry.fish":
+        named = {"-" + name for name in re.findall(r"^__quarry_(?:option|repeated) (?:'[^']*'|\"[^\"]*\"|\S+) (\w+)",
+                                                   text, re.M)}
+    else:
+        named = set(re.findall(pattern, text))
+    wanted = options_of_program() - options_without_effect() - HIDDEN
+    assert wanted <= named
+    if completion != "quarry.bash":
+        assert named <= options_of_program() - options_without_effect()
+
+
+# Spoken of in the page alone: other names of an option, and what changes nothing that a copy shows.
+HIDDEN = {"-help", "-outfile", "-append", "-l2", "-l3", "-pair_datetime", "-base10", "-base16", "-timeformat", "-v",
+          "-verbose", "-signal"}
+
+
+def messages():
+    """What the program says: every literal that is logged or printed for the user, up to its first variable part."""
+    frontend_and_disk = sources("src/frontend/*.cpp") + sources("src/disk/volume_detection.cpp")
+    found = re.findall(r'"((?:err|info): [^"]*)"', sources("src/**/*.cpp"))
+    found += re.findall(r'\.log\("([^"]*)"', sources("src/**/*.cpp"))
+    found += re.findall(r'print_error\("([^"]*)"', frontend_and_disk)
+    found += re.findall(r'(?:stream|m_stream) << "([^"]*)"', sources("src/disk/v*.cpp"))
+    found += re.findall(r'say\("([^"]*)"', sources("src/disk/vmdk_check.cpp"))
+    for text in found:
+        start = re.split(r"%|\\n|\[ ?$", text)[0].strip()
+        if start and start not in ("err:", "info:"):
+            yield start
+
+
+@pytest.mark.parametrize("message", sorted(set(messages())))
+def test_the_page_explains(page, message):
+    assert re.sub(r"\s+", " ", message) in page
+
+
+def test_messages_are_found_in_the_sources():
+    found = set(messages())
+    assert {"err: find inode", "Need Admin privs to use this option", "invalid start time, ignoring",
+            "couldn't find any partitions on disk", "suggested array:"} <= found
