@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# Makes the Debian package and the source tarball, and tries both: the package is installed in a bare Debian system
+# in a scratch directory, copies a file of the sample disk there and is removed without a trace; the tarball holds
+# what git knows and builds as the README says. Both end in build/release/packages.
+# Usage: scripts/package.sh
+set -euo pipefail
+# shellcheck source-path=SCRIPTDIR source=lib/setup.sh
+source "$(dirname "$0")/lib/setup.sh"
+
+quarry_install build package
+quarry_prepare release quarry
+cd "$QUARRY_ROOT"
+packages=$QUARRY_ROOT/build/release/packages
+work=$(mktemp -d)
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+trap '"${as_root[@]}" rm -rf "$work"' EXIT
+
+fail() { printf 'FAILED: %s\n' "$*" >&2; exit 1; }
+
+# same WHAT FILE FILE
+same() { diff "$2" "$3" >&2 || fail "$1"; }
+
+manifest() { awk -F'\t' -v path="$1" -v field="$2" '$1 == path { print $field }' samples/MANIFEST.tsv; }
+
+quarry_say "packing"
+rm -rf "$packages"
+cpack --config build/release/CPackConfig.cmake >"$work/cpack.log" || { cat "$work/cpack.log"; fail "cpack"; }
+cpack --config build/release/CPackSourceConfig.cmake >"$work/cpack.log" || { cat "$work/cpack.log"; fail "cpack"; }
+deb=$(echo "$packages"/*.deb)
+tarball=$(echo "$packages"/*.tar.gz)
+ls -l "$deb" "$tarball"
+dpkg-deb --info "$deb"
+dpkg-deb --contents "$deb" | awk '{ print $1, $2, $6 }'
+
+quarry_say "a bare system"
+# From the same sources as this machine's packages, whichever form they are written in.
+sources=()
+for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
+    [ ! -s "$file" ] || sources+=("$file")
+done
+root=$work/root
+"${as_root[@]}" mmdebstrap --quiet --variant=essential --mode=root bookworm "$root" "${sources[@]}" 2>"$work/system.log" ||
+    { cat "$work/system.log" >&2; fail "no system to install in"; }
+chmod 755 "$work"
+inside() { "${as_root[@]}" chroot "$root" env PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C "$@"; }
+
+# Every file and directory but the package system's own books.
+files_of_system() { "${as_root[@]}" find "$root" -path "$root/var/lib/dpkg" -prune -o -path "$root/var/log" -prune -o -print | sort; }
+files_of_system >"$work/before"
+
+quarry_say "installing, running, removing"
+"${as_root[@]}" cp "$deb" "$root/var/log/quarry.deb"
+inside dpkg --install /var/log/quarry.deb
+inside quarry -h 2>"$work/usage"
+"$QUARRY" -h 2>"$work/usage.built"
+same "the usage of the installed program" "$work/usage.built" "$work/usage"
+for file in bin/quarry share/man/man1/quarry.1.gz share/bash-completion/completions/quarry \
+    share/zsh/vendor-completions/_quarry share/fish/vendor_completions.d/quarry.fish share/doc/quarry/changelog.gz; do
+    [ -s "$root/usr/$file" ] || fail "not installed: /usr/$file"
+done
+zcat "$root/usr/share/man/man1/quarry.1.gz" | cmp - docs/quarry.1
+same "the licence" LICENSE "$root/usr/share/doc/quarry/copyright"
+# The binary needs the C library and nothing else.
+[ "$(dpkg-deb --field "$deb" Depends | sed 's/ (.*//')" = libc6 ] || fail "depends on more than the C library"
+
+xz -dc samples/disk.img.xz | "${as_root[@]}" tee "$root/var/log/disk.img" >/dev/null
+# By path as an ordinary user, by entry as root.
+inside chmod 1777 /var/log
+inside chroot --userspec=nobody:nogroup / quarry -image /var/log/disk.img -offset 0x100000 \
+    -src /Pictures/terraces.png -dst /var/log/terraces.png
+inside quarry -image /var/log/disk.img -offset 0x100000 -mft "$(manifest /deleted.txt 2)" -dst /var/log/deleted.txt
+for path in /Pictures/terraces.png /deleted.txt; do
+    echo "$(manifest $path 4)  $root/var/log/$(basename $path)" | sha256sum --check
+done
+
+inside dpkg --remove quarry
+files_of_system >"$work/removed"
+same "files are left after removal" "$work/before" "$work/removed"
+inside dpkg --purge quarry 2>"$work/purge.log" || { cat "$work/purge.log"; fail "purge"; }
+[ -z "$(inside dpkg-query --show --showformat='${Status}' quarry 2>/dev/null)" ] || fail "the package is still known"
+
+quarry_say "the source tarball"
+tar -tf "$tarball" | grep -v '/$' | sed 's|^[^/]*/||' | sort >"$work/packed"
+git ls-files | sort >"$work/known"
+same "files of the tarball and of git" "$work/known" "$work/packed"
+tar -xf "$tarball" -C "$work"
+cd "$work"/quarry-*/
+# The commands of the README, on the tree as it was unpacked.
+cmake --preset release -DQUARRY_TESTS=OFF >/dev/null
+cmake --build --preset release -- --quiet
+DESTDIR=$work/installed cmake --install build/release --prefix /usr/local >/dev/null
+"$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
+same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
+[ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
+[ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
+quarry_say "package and tarball are good"
