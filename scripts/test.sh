@@ -6,7 +6,11 @@ source "$(dirname "$0")/lib/setup.sh"
 
 preset=${1:-release}
 [ $# -eq 0 ] || shift
-case $preset in clang | sanitizers) quarry_install clang ;; esac
+case $preset in
+    clang | sanitizers) quarry_install clang ;;
+    release | debug) quarry_install docs ;;
+esac
+[ "$preset" != release ] || [ -z "${CI:-}" ] || quarry_install cluster
 quarry_prepare "$preset"
 quarry_say "testing: $preset"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
