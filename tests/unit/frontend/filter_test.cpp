@@ -192,6 +192,11 @@ TEST(filter_match, a_directory_is_found_in_a_path_with_the_other_slash) {
     EXPECT_FALSE(passes("/windows", L"c:\\windowsold\\a.txt"));
 }
 
+TEST(filter_match, a_directory_may_end_at_a_slash_or_at_a_null_and_at_no_backslash_behind_slashes) {
+    EXPECT_TRUE(passes("/windows", std::wstring(L"/windows\0x/a.txt", 16)));
+    EXPECT_FALSE(passes("/windows", L"/windows\\x\\a.txt"));
+}
+
 TEST(filter_match, only_the_first_place_of_a_directory_counts) {
     EXPECT_FALSE(passes("/windows", L"/windowsold/windows/a.txt"));
 }
