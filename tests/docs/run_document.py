@@ -9,8 +9,9 @@ In Markdown every fenced block is something:
     ```sh               commands; each must succeed
     ```console          what a terminal shows: commands behind "$ " (more lines of one behind "> ") and below each
                         what it prints. A line "..." stands for any lines, "..." in a line for any text. A command
-                        must succeed unless `echo $?` comes next. Time, host and platform of quarry's header and
-                        the last line of a log ("->0.01 secs") are compared by their form.
+                        must succeed unless `echo $?` comes next. The directory of the run is shown as /cases/7.
+                        Time, host and platform of quarry's header and the last line of a log ("->0.01 secs")
+                        are compared by their form.
     ```sh file=NAME     a file of that name, executable (any language may stand for sh)
     ```sh ci            commands too long for a document's test: each is a step of .ci/run or a
                         command of a script that is one
@@ -36,6 +37,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 SKIPPED = 77
 TIME_LIMIT_SECONDS = 600
+SHOWN_DIRECTORY = "/cases/7"
 SYSTEM_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
@@ -257,17 +259,17 @@ def run_steps(steps, program):
         except subprocess.TimeoutExpired:
             pass
         return [problem for number, step in enumerate(steps)
-                if (problem := judge(step, os.path.join(notes, str(number))))]
+                if (problem := judge(step, os.path.join(notes, str(number)), work))]
     finally:
         shutil.rmtree(scratch, ignore_errors=True)
 
 
-def judge(step, base):
-    """What is wrong with a step that was run, or nothing."""
+def judge(step, base, work):
+    """What is wrong with a step that was run in the directory `work`, or nothing."""
     if not os.path.exists(base + ".status"):
         return f"line {step.line}: did not come to an end\n  $ {step.command}"
     with open(base + ".out", encoding="utf-8", errors="replace", newline="") as file:
-        actual = as_on_a_terminal(file.read())
+        actual = as_on_a_terminal(file.read().replace(work, SHOWN_DIRECTORY))
     with open(base + ".status", encoding="utf-8") as file:
         status = int(file.read())
     printed = "\n".join("  | " + line for line in actual)
@@ -353,4 +355,6 @@ def self_test():
 if __name__ == "__main__":
     if len(sys.argv) != 2:
         sys.exit(__doc__)
+    if sys.argv[1] != "--self-test" and "QUARRY_PROGRAM" not in os.environ:
+        sys.exit("QUARRY_PROGRAM does not name the program")
     sys.exit(self_test() if sys.argv[1] == "--self-test" else run_document(sys.argv[1]))
