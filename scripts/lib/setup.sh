@@ -15,7 +15,8 @@ quarry_packages() {
         build) echo g++ cmake ninja-build ;;
         test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools e2fsprogs \
             qemu-utils sleuthkit xz-utils attr util-linux coreutils ;;
-        docs) echo mandoc zsh fish parallel ewf-tools libnbd-bin qemu-system-common libvhdi-utils sleuthkit openssh-client ;;
+        docs) echo mandoc zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
+            libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
         package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils ;;
