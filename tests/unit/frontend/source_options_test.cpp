@@ -1,5 +1,6 @@
 #include "frontend/source_options.h"
 
+#include "foundation/ql_string.h"
 #include "support/device_files.h"
 #include "support/disk_builder.h"
 #include "support/temp_dir.h"
@@ -177,6 +178,19 @@ TEST_F(drive_option_test, the_first_volume_is_looked_for_on_drive_0_whatever_dri
     EXPECT_EQ(opts.m_volume_offset, 0x100000U);
     EXPECT_FALSE(parse({"-drivenum", "1"}));
     EXPECT_EQ(said, "\nvolume offset [ 0x200000 ] : ntfs or exfat\n\nuse option [-offset 0x200000]\n");
+}
+
+TEST_F(drive_option_test, the_first_of_virtual_disk_partition_image_and_drive_decides) {
+    EXPECT_TRUE(parse({"-drivenum", "7", "-image", devices.drive(2), "-src", "x"}));
+    EXPECT_EQ(opts.m_image, widen(devices.drive(2).string()));
+    EXPECT_TRUE(parse({"-drivenum", "7", "-image", "/no/such", "-partition", "p"}));
+    EXPECT_EQ(opts.m_partition, L"p:");
+    opts.m_partition.clear();
+    EXPECT_FALSE(parse({"-drivenum", "7", "-image", "/no/such", "-partition", "p", "-vmdk", "/no/such"}));
+    EXPECT_EQ(said, "/no/such can't be opened\n\nsuggested array: -vmdk \"/no/such\"\n");
+    EXPECT_EQ(opts.m_partition, L"");
+    EXPECT_FALSE(opts.m_use_drive);
+    EXPECT_FALSE(opts.m_live);
 }
 
 TEST_F(drive_option_test, a_given_offset_goes_before_the_first_volume) {
