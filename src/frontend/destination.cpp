@@ -79,7 +79,8 @@ bool is_free(const std::wstring& path, quarry_opts& opts, const destination_rule
 }
 
 std::wstring report_path(const std::wstring& path, const quarry_opts& opts, const destination_rules& rules) {
-    const std::wstring meta = path + std::wstring(report_ending);
+    std::wstring meta = path;
+    meta += report_ending;
     const bool taken = is_one_of(narrow(meta), rules.sources) || opts.is_log_file(narrow(meta));
     return opts.m_meta && !taken ? meta : std::wstring();
 }
