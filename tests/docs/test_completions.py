@@ -100,36 +100,44 @@ def ask_fish(line):
 
 
 class Zsh:
-    """An interactive zsh on a terminal of its own."""
+    """An interactive zsh on a terminal of its own. Nothing is typed before its line editor has shown the prompt: until
+    then the terminal itself would take the keys."""
+
+    PROMPT = "<ready>"
 
     def __init__(self):
         child, self.terminal = pty.fork()
         if child == 0:
-            os.execvp("zsh", ["zsh", "-f", "-i"])
+            os.execvpe("zsh", ["zsh", "-f", "-i"], {**os.environ, "PS1": self.PROMPT})
         self.child = child
-        self.run("PS1=; unset zle_bracketed_paste; stty -echo columns 4000 rows 500; LISTMAX=10000")
+        self.unread = ""
+        self.read_until(self.PROMPT)
+        self.run("unset zle_bracketed_paste; stty -echo columns 4000 rows 500; LISTMAX=10000")
         self.run(f"fpath=({COMPLETIONS} $fpath); autoload -Uz compinit && compinit -u -D")
         self.run("setopt list_rows_first no_list_types mark_dirs; zstyle ':completion:*' list-colors ''")
         # The list stands between two marks, one candidate a line.
         self.run("show() { compadd() { local -a found; builtin compadd -A found \"$@\"; "
                  "print -rl -- \"<\"${^found}\">\"; builtin compadd \"$@\" }; zle list-choices; unfunction compadd; "
-                 "BUFFER=; print -r -- LIS''TED }; zle -N show; bindkey '^D' show")
+                 "BUFFER=; print -r -- LIS''TED }; zle -N show; bindkey '^T' show")
 
     def send(self, text):
         os.write(self.terminal, text.encode())
 
     def read_until(self, mark):
-        seen = ""
-        deadline = time.monotonic() + 30
-        while mark not in seen:
+        """What was shown up to the mark and with it."""
+        deadline = time.monotonic() + 60
+        while mark not in self.unread:
             ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
-            assert ready, f"zsh did not answer: {seen!r}"
-            seen += os.read(self.terminal, 65536).decode(errors="replace")
-        return seen
+            assert ready, f"zsh did not answer: {self.unread!r}"
+            self.unread += os.read(self.terminal, 65536).decode(errors="replace")
+        seen, _, self.unread = self.unread.partition(mark)
+        return seen + mark
 
     def run(self, command):
         self.send(f"{command}; print MARK''ED\n")
-        return self.read_until("MARKED")
+        seen = self.read_until("MARKED")
+        self.read_until(self.PROMPT)
+        return seen
 
     def close(self):
         self.send("\x15exit\n")
@@ -146,9 +154,9 @@ def zsh():
 
 
 def ask_zsh(shell, line):
-    shell.send(line + "\x04")
+    shell.send(line + "\x14")
     seen = shell.read_until("LISTED")
-    return with_slashes(set(re.findall(r"<([^<>\r\n]+)>", seen)))
+    return with_slashes(set(re.findall(r"<([^<>\r\n]+)>", seen)) - {"ready"})
 
 
 @pytest.mark.parametrize("line", CASES)
