@@ -8,6 +8,7 @@
 #include "frontend/extraction.h"
 #include "frontend/source_files.h"
 #include "report/cluster_report.h"
+#include "report/report_file.h"
 #include "volume/ntfs_open.h"
 
 namespace quarry {
@@ -74,10 +75,7 @@ bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t
         return true;
     }
     uni::ofstream report;
-    if (!meta.empty()) {
-        report.open(meta);
-    }
-    if (report.is_open()) {
+    if (!meta.empty() && open_report(report, meta)) {
         write_cluster_report_head(report, source_text, volume_offset, ntfs.disk_origin(),
                                   ntfs.get_bytes_per_sector(), start_lcn, count);
     }

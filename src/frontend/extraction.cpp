@@ -6,6 +6,7 @@
 #include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
+#include "report/report_file.h"
 #include "report/security_cache.h"
 #include "volume/mft_entries.h"
 #include "volume/ntfs_open.h"
@@ -133,8 +134,7 @@ void write_report(copy_job& job, CNtfs& ntfs, const attr_item_list& items) {
         return;
     }
     uni::ofstream report;
-    report.open(job.meta);
-    if (!report.is_open()) {
+    if (!open_report(report, job.meta)) {
         job.meta.clear();
         return;
     }

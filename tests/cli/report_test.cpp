@@ -4,6 +4,8 @@
 #include "support/requirements.h"
 #include "support/security_builder.h"
 
+#include <sys/stat.h>
+
 namespace quarry::test {
 namespace {
 
@@ -382,6 +384,18 @@ TEST_F(reports, whose_name_is_too_long_stop_no_copy) {
     EXPECT_EQ(run({"-image", "image", "-dst", name, "-meta", "-src", "/a.txt"}).status, 0);
     EXPECT_EQ(text(name), "hello world\n");
     EXPECT_EQ(files(), (std::vector<std::string>{"image", name}));
+}
+
+TEST_F(reports, on_a_pipe_are_not_written_and_stop_no_copy) {
+    volume.add_file("a.txt").data("hello world\n");
+    volume.write_to(m_dir / "image");
+    ASSERT_EQ(::mkfifo((m_dir / "o.meta.txt").c_str(), 0600), 0);
+    EXPECT_EQ(run({"-image", "image", "-dst", "o", "-meta", "-src", "/a.txt"},
+                  {.time_limit = std::chrono::seconds(10)})
+                  .status,
+              0);
+    EXPECT_EQ(text("o"), "hello world\n");
+    EXPECT_TRUE(fs::is_fifo(m_dir / "o.meta.txt"));
 }
 
 TEST_F(reports, of_clusters_on_a_full_device_stop_no_copy) {
