@@ -147,6 +147,21 @@ TEST(GptTable, with_more_entries_than_the_source_holds_is_refused_where_the_sour
     }
 }
 
+TEST(GptTable, that_fills_a_mebibyte_with_entries_in_use_costs_two_reads_for_each) {
+    disk_builder disk(2048);
+    disk.gpt(std::vector<gpt_partition>(8184, gpt_partition{1, 2000, "used"}), {2, 8184, 128});
+    const reading made = read(disk.image());
+    EXPECT_TRUE(made.result);
+    EXPECT_EQ(made.list.size(), 8184u);
+    // The first sector, the header, and of each entry itself and its partition.
+    EXPECT_EQ(made.reads, 2u + 2u * 8184u);
+    disk.force(header + 80, 4, 0xFFFFFFFF);
+    const reading claimed = read(disk.image());
+    EXPECT_FALSE(claimed.result);
+    EXPECT_EQ(claimed.list.size(), 8184u);
+    EXPECT_EQ(claimed.reads, 2u + 2u * 8184u + 1u);
+}
+
 // A disk of `size` bytes that begins with `head` and is zeros from there on.
 reading read_sparse(const bytes& head, std::uint64_t size) {
     reading made;
