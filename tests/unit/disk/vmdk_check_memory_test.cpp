@@ -12,8 +12,9 @@
 
 namespace {
 
+constexpr std::size_t no_size = static_cast<std::size_t>(-1);
 // While this is set, no object of its size can be made.
-std::size_t size_without_memory = 0;  // NOLINT: seen by operator new
+std::size_t size_without_memory = no_size;  // NOLINT: seen by operator new
 
 }  // namespace
 
@@ -44,7 +45,7 @@ TEST(VmdkCheckMemory, a_file_for_which_there_is_no_memory_ends_the_check_with_it
     std::vector<std::wstring> suggested;
     size_without_memory = sizeof(vmdk_file);
     const bool passes = check_list(list, words, suggested);
-    size_without_memory = 0;
+    size_without_memory = no_size;
     EXPECT_FALSE(passes);
     EXPECT_EQ(words.str(), "prob creating virtual vmware disk mapping\n");
     EXPECT_EQ(suggested, list);
