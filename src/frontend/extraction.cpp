@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 
 namespace quarry {
 
@@ -114,7 +115,9 @@ bool list_attributes(attr_item_list& items, CNtfs& ntfs, std::uint64_t entry, cm
     }
     std::uint64_t position = 0;
     std::uint64_t length = record.size();
-    if (!ntfs.read_record(entry, record, position, length)) {
+    // Into a buffer of the boot sector's record size: an entry of a volume whose record 0 claims larger ones
+    // is not read.
+    if (!ntfs.read_record(entry, std::span(record), position, length)) {
         opts.log("err: fixup: 0x%llx", static_cast<unsigned long long>(entry));
         return false;
     }

@@ -3,6 +3,7 @@
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -217,6 +218,42 @@ TEST_F(extraction_test, an_entry_that_cannot_be_read_is_told) {
     job.entry = 24;
     EXPECT_FALSE(copy());
     EXPECT_NE(log().find("->info: inode \n->err: fixup: 0x18\n"), std::string::npos) << log();
+}
+
+// With records of 2048 bytes entry 12 lies where entry 24 does.
+TEST_F(extraction_test, an_entry_that_is_larger_than_the_boot_sectors_record_size_is_not_read) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    constexpr std::size_t allocated_size = 28;
+    volume.force_record(0, allocated_size, 4, 2048);
+    use(volume);
+    job.entry = 12;
+    EXPECT_FALSE(copy());
+    EXPECT_NE(log().find("->info: inode \n->err: fixup: 0xc\n"), std::string::npos) << log();
+    EXPECT_FALSE(fs::exists(dir / "o"));
+}
+
+// Record 0 is read from where the boot sector says, and categorised from where its own runs say.
+TEST_F(extraction_test, an_entry_that_cannot_be_categorised_is_told) {
+    constexpr std::size_t lcn_elsewhere = 120;
+    constexpr std::size_t lcn_of_mft = 48;
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    volume.force_boot(lcn_of_mft, 8, lcn_elsewhere);
+    volume.write_clusters(lcn_elsewhere, test::bytes(4096));
+    test::bytes image = volume.image();
+    const auto mft = image.begin() + static_cast<std::ptrdiff_t>(volume.mft_lcn() * 4096);
+    std::copy(mft, mft + 1024, image.begin() + static_cast<std::ptrdiff_t>(lcn_elsewhere * 4096));
+    std::fill(mft, mft + 1024, std::uint8_t{0});
+    test::write_file(dir / "image", image);
+    job.image = (dir / "image").wstring();
+    job.entry = 0;
+    EXPECT_FALSE(copy());
+    EXPECT_NE(log().find("->err: categorize: 0x0\n"), std::string::npos) << log();
+    EXPECT_FALSE(opts.m_file_stats.m_valid);
+    job.entry = 24;
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(text("o"), "text");
 }
 
 TEST_F(extraction_test, an_entry_that_the_system_marked_as_bad_is_told) {
