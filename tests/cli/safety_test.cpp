@@ -77,6 +77,13 @@ TEST_F(source_files, are_not_replaced_by_a_copy_of_their_name) {
     EXPECT_EQ(files(), (words{name, "disk", "hard", "soft"}));
 }
 
+TEST_F(source_files, leave_their_place_to_no_copy_and_neither_does_the_status_log) {
+    const std::string name = "01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4";
+    EXPECT_EQ(run({"-image", "disk", "-src", "/a.txt", "-dst", "o", "-md5", "-diags", name}).status, 255);
+    EXPECT_NE(text(name).find("->err: copy failed\n->exit: -1\n"), std::string::npos) << text(name);
+    EXPECT_EQ(files(), (words{name, "disk", "hard", "soft"}));
+}
+
 class standard_streams : public command_line_test {
   protected:
     void SetUp() override { source("disk"); }

@@ -80,6 +80,53 @@ TEST_F(drive_copy_test, copies_an_entry_named_by_its_digest_with_its_report) {
     EXPECT_TRUE(fs::exists(dir / (name + "_meta.txt")));
 }
 
+TEST_F(drive_copy_test, the_status_log_is_not_replaced_by_a_copy_of_its_name) {
+    opts.m_entry = 24;
+    opts.m_md5 = true;
+    const std::string name = "01d5c1194ac40080_o_5d41402abc4b2a76b9719d911017c592";
+    fs::create_hard_link(dir / "log", dir / name);
+    EXPECT_FALSE(copy());
+    EXPECT_TRUE(fs::equivalent(dir / "log", dir / name));
+}
+
+TEST_F(drive_copy_test, a_volume_may_lie_anywhere_on_the_drive) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("further on");
+    volume.write_clusters(120, test::pattern(4096));
+    test::write_file(devices.drive(1), volume.image_at(0x100000));
+    opts.m_volume_offset = 0x100000;
+    opts.m_src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_EQ(text_of(dir / "o"), "further on");
+    EXPECT_TRUE(logged("info: pNTFS drv:1:0x100000"));
+    opts.m_cluster_text = "120";
+    opts.m_start_lcn = 120;
+    opts.m_cluster_count = 1;
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(test::read_file(dir / "o") == test::pattern(4096));
+}
+
+TEST_F(drive_copy_test, slack_is_taken_along_and_holes_are_left_out_if_asked_for) {
+    const test::bytes content = test::pattern(3 * 4096);
+    const std::string stored(content.begin(), content.end());
+    test::volume_builder volume;
+    volume.add_file("a.txt").data(test::runs({{120, 1}, {test::hole, 1}, {121, 2}}),
+                                  {.real = 3 * 4096 + 100});
+    volume.write_clusters(120, content);
+    test::write_file(devices.drive(1), volume.image());
+    const std::string with_hole = stored.substr(0, 4096) + std::string(4096, '\0') + stored.substr(4096);
+    opts.m_src = L"/a.txt";
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(text_of(dir / "o") == with_hole.substr(0, 3 * 4096 + 100));
+    opts.m_raw = true;
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(text_of(dir / "o") == with_hole);
+    opts.m_raw = false;
+    opts.m_skip_sparse = true;
+    EXPECT_TRUE(copy());
+    EXPECT_TRUE(text_of(dir / "o") == stored);
+}
+
 TEST_F(drive_copy_test, without_a_destination_aborts_in_its_own_words) {
     opts.m_dst.clear();
     EXPECT_FALSE(copy());

@@ -26,13 +26,16 @@ std::vector<fs::path> files_in(const temp_dir& dir) {
 
 TEST(random_name, has_five_characters_of_0_to_9_and_a_to_f) {
     std::set<std::string> names;
+    std::set<char> drawn;
     for (int i = 0; i < 1000; ++i) {
         const std::string name = random_name();
         EXPECT_EQ(name.size(), 5U);
         EXPECT_EQ(name.find_first_not_of("0123456789abcdef"), std::string::npos) << name;
         names.insert(name);
+        drawn.insert(name.begin(), name.end());
     }
     EXPECT_GT(names.size(), 900U);
+    EXPECT_EQ(drawn.size(), 16U);
 }
 
 TEST(exclusive_file, is_a_new_file_in_the_directory_and_goes_with_its_owner) {

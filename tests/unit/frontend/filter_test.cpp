@@ -310,6 +310,13 @@ TEST_F(range_filter_test, times_that_are_known_already_are_not_looked_up) {
     EXPECT_TRUE(in(starting("2020/01/01")));
 }
 
+TEST_F(range_filter_test, one_time_that_is_known_is_enough) {
+    path = L"/no/such/file";
+    stats.m_created = 200'000'000'000'000'000;
+    EXPECT_TRUE(in(starting("2020/01/01")));
+    EXPECT_EQ(stats.m_modified, 0U);
+}
+
 TEST_F(range_filter_test, a_range_that_is_off_or_without_statistics_is_not_looked_at) {
     path = L"/no/such/file";
     EXPECT_TRUE(in(time_range()));

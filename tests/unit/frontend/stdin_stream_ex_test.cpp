@@ -1,10 +1,12 @@
 #include "frontend/stdin_stream_ex.h"
 
 #include "frontend/filter.h"
+#include "support/standard_input.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -85,6 +87,38 @@ TEST_F(walk_test, hands_out_wide_paths_too) {
     EXPECT_EQ(line, (dir / "sub/c.txt").wstring());
     EXPECT_FALSE(paths.getline(line, true));
     EXPECT_EQ(line, L"");
+}
+
+TEST_F(walk_test, opening_again_forgets_the_walk_before) {
+    stdin_stream_ex paths(nullptr);
+    std::string line;
+    ASSERT_TRUE(paths.open_enum(dir.path().wstring(), 5, {}));
+    ASSERT_TRUE(paths.getline(line, true));
+    ASSERT_TRUE(paths.open_enum((dir / "sub").wstring(), 0, {}));
+    ASSERT_TRUE(paths.getline(line, true));
+    EXPECT_EQ(line, dir / "sub/c.txt");
+    EXPECT_FALSE(paths.getline(line, true));
+    ASSERT_TRUE(paths.open_enum(dir.path().wstring(), 5, {}));
+    ASSERT_TRUE(paths.open_stdin(true));
+    const quarry::test::standard_input redirected(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_FALSE(paths.getline(line, true));
+}
+
+TEST_F(walk_test, of_a_directory_whose_name_begins_with_two_backslashes_hands_out_cleaned_paths) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    std::filesystem::create_directory("\\\\dir");
+    write_file("\\\\dir/file", {});
+    write_file("\\\\dir/" + std::string(41, 'x'), {});
+    stdin_stream_ex paths(nullptr);
+    ASSERT_TRUE(paths.open_enum(L"\\\\dir", 0, {}));
+    std::string line;
+    EXPECT_TRUE(paths.getline(line, true));
+    EXPECT_EQ(line, "");
+    EXPECT_TRUE(paths.getline(line, true));
+    EXPECT_EQ(line, "r/" + std::string(41, 'x'));
+    EXPECT_FALSE(paths.getline(line, true));
+    std::filesystem::current_path(before);
 }
 
 TEST(stdin_stream_ex, an_empty_directory_name_cannot_be_opened) {
