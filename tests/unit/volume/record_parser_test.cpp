@@ -741,6 +741,24 @@ TEST(AttributeList, entries_for_an_attribute_of_one_byte_cost_no_more_memory_tha
     EXPECT_LT(volume->m_mft_info.data_runs.size(), 9000u);
 }
 
+TEST(AttributeList, on_sectors_of_4096_bytes_the_pieces_of_mft_in_extension_records_are_not_found) {
+    geometry shape = split_mft();
+    shape.bytes_per_sector = 4096;
+    shape.sectors_per_cluster = 1;
+    shape.record_size = 4096;
+    shape.mft_runs = {{4, 32}, {200, 32}};
+    {
+        volume_builder builder(shape);
+        opened_volume volume(builder);
+        EXPECT_EQ(plain(volume->m_mft_info.data_runs), (plain_runs{{4, 32}}))
+            << "nine words are too many for a record of one sector";
+    }
+    shape.stride = 4096;  // which no file system writes
+    volume_builder builder(shape);
+    opened_volume volume(builder);
+    EXPECT_EQ(plain(volume->m_mft_info.data_runs), (plain_runs{{4, 32}, {200, 32}}));
+}
+
 TEST(AttributeList, a_list_longer_than_the_distance_of_records_is_not_read) {
     volume_builder builder(split_mft());
     builder.force_record(0, 28, 4, 64);
