@@ -184,6 +184,8 @@ void write_head(std::ostream& out, CNtfs& ntfs, std::uint64_t entry) {
     std::uint64_t lcn = 0;
     std::uint32_t byte_offset = 0;
     if (ntfs.get_lcn_for_inode(entry, lcn, byte_offset)) {
+        // Deliberate: one would expect the start of the partition to be the offset of the volume. Only a
+        // virtual disk tells of it; of an image, a drive or a partition 0 is shown.
         out << "  MFT entry LCN:offset: 0x" << hex(lcn, 8) << ":0x" << hex(byte_offset, 4) << " ["
             << std::to_string(lcn) << ':' << std::to_string(byte_offset) << "]\n"
             << "  start of partition:   0x"

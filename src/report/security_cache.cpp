@@ -45,7 +45,7 @@ class sds_walker : public std::streambuf {
     sds_walker(security_map& map, std::uint64_t limit) : m_map(map), m_limit(limit) {}
 
     // Walks what is left once all bytes have come.
-    void finish() { m_position += walk(byte_view(m_kept), true); }
+    void finish() { static_cast<void>(walk(byte_view(m_kept), true)); }
 
   protected:
     std::streamsize xsputn(const char* bytes, std::streamsize count) override {
@@ -74,20 +74,13 @@ class sds_walker : public std::streambuf {
   private:
     // Walks bytes that stand at m_position, and keeps those that are not walked yet.
     void go_on(byte_view bytes) {
-        // The next record may begin behind the bytes, by less than the alignment.
-        const std::uint64_t ahead = std::min<std::uint64_t>(m_ahead, bytes.size());
-        m_ahead -= ahead;
-        m_position += ahead;
-        const byte_view rest = bytes.from(ahead);
-        const std::uint64_t walked = walk(rest, false);
-        const std::uint64_t taken = std::min<std::uint64_t>(walked, rest.size());
-        m_ahead += walked - taken;
-        m_position += taken;
-        m_kept = rest.from(taken).to_vector();
+        const std::uint64_t walked = walk(bytes, false);
+        m_position += walked;
+        m_kept = bytes.from(walked).to_vector();
     }
 
-    // Gives the distance to the first place that more bytes are needed for, or that lies at the end of the
-    // bytes or behind it. Each turn moves on by at least 16 bytes.
+    // Gives the distance to the first place that more bytes are needed for, which lies within the bytes or at
+    // their end unless all came. Each turn moves on by at least 16 bytes.
     [[nodiscard]] std::uint64_t walk(byte_view bytes, bool all_came) {
         std::uint64_t at = 0;
         while (at < bytes.size()) {
@@ -135,7 +128,6 @@ class sds_walker : public std::streambuf {
     std::uint64_t m_limit;
     std::vector<std::uint8_t> m_kept;  // bytes from m_position on
     std::uint64_t m_position = 0;      // of the walk in the stream
-    std::uint64_t m_ahead = 0;         // bytes to pass over before it goes on
 };
 
 }  // namespace

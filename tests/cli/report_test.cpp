@@ -369,6 +369,23 @@ TEST_F(reports, of_a_failed_copy_under_md5_stay_where_they_are) {
     EXPECT_EQ(files(), (std::vector<std::string>{"image", "o.meta.txt"}));
 }
 
+TEST_F(reports, show_where_the_partition_starts_on_a_virtual_disk_alone) {
+    const auto start = [this](const std::vector<std::string>& source_words) {
+        std::vector<std::string> line = {"-src", "/a.txt", "-dst", "o", "-meta"};
+        line.insert(line.end(), source_words.begin(), source_words.end());
+        EXPECT_EQ(run(line).status, 0);
+        const std::string report = text("o.meta.txt");
+        const std::size_t at = report.find("  start of");
+        return report.substr(at, report.find('\n', at) - at);
+    };
+    source("mbr");
+    source("volume.vmdk");
+    EXPECT_EQ(start({"-image", "mbr", "-offset", "0x100000"}),
+              "  start of partition:   0x000000000000 bytes [0x0 sectors]");
+    EXPECT_EQ(start({"-vmdk", "volume.vmdk"}),
+              "  start of partition:   0x000000100000 bytes [0x800 sectors]");
+}
+
 TEST_F(reports, on_a_full_device_stop_no_copy) {
     volume.add_file("a.txt").data("hello world\n");
     volume.write_to(m_dir / "image");

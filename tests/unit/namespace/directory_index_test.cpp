@@ -347,6 +347,16 @@ TEST_F(DirectoryIndex, PassesOverAListedAllocationThatIsInItsOwnRecord) {
     EXPECT_EQ(found.children, (numbers{100}));
 }
 
+TEST_F(DirectoryIndex, PassesOverAListedRootThatIsInItsOwnRecord) {
+    // The record's own attribute is named "$I300": not exactly enough for the record, but for a list.
+    by_hand().attribute(attribute_builder::resident(0x90, build_index_root({child(100)})).named("$I300"));
+    m_directory.attribute_list(
+        build_attribute_list({{.type = 0x90, .record = m_directory.entry(), .name = "$I30"}}));
+    const listing found = children();
+    EXPECT_FALSE(found.result);
+    EXPECT_TRUE(found.children.empty());
+}
+
 TEST_F(DirectoryIndex, FailsWhenTheListedRecordCannotBeRead) {
     for (const std::uint32_t type : {0x90u, 0xA0u}) {
         volume_builder volume;

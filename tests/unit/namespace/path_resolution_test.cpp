@@ -658,6 +658,23 @@ TEST_F(Links, WhoseRecordCanNoLongerBeReadAreNone) {
     EXPECT_EQ(result.entry, link);
 }
 
+TEST_F(Links, WhoseRecordIsCutByTheEndOfTheSourceAreNone) {
+    // $MFT lies behind everything else, and half of its last record is missing.
+    volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
+    volume.add_file("target");
+    volume.add_directory("link").reparse(
+        {.substitute_name = R"(\??\C:\target)", .print_name = R"(C:\target)"});
+    bytes image = volume.image();
+    const std::size_t half = volume.record_position(25) + 512;
+    for (const bool cut : {false, true}) {
+        image.resize(cut ? half : image.size());
+        opened_volume opened(image);
+        opened->m_path_cache[5].m_children = {24, 25};
+        opened->m_path_cache[5].m_child_names.assign({{"link", 25}, {"target", 24}});
+        EXPECT_EQ(resolve(&opened.ntfs(), LR"(\link)").entry, cut ? 25u : 24u);
+    }
+}
+
 // Damage: a lookup ends, and its last line tells how.
 
 TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {

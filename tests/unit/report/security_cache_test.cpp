@@ -201,8 +201,9 @@ TEST(ReadSds, ARecordOf40BytesIsNoneAndOneOf41Is) {
 
 TEST(ReadSds, ASidMayRunOnBehindItsRecordWhereOneWouldExpectItToEndWithIt) {
     // The owner begins in the last eight bytes of a record of 48. Its three sub-authorities are the hash, the
-    // id and the position of the record behind that. At 0xFFD0 a transfer of the copy ends between the two.
-    for (const std::uint32_t position : {0u, 0xFFD0u}) {
+    // id and the position of the record behind that. At 0x3FFD0 a transfer of the copy, of 256 KiB, ends
+    // between the two.
+    for (const std::uint32_t position : {0u, 0x3FFD0u}) {
         byte_writer sds(position + 48);
         sds.u32(position + 4, 0x100).u64(position + 8, position).u32(position + 16, 48);
         sds.u32(position + 24, 20).u8(position + 40, 1).u8(position + 41, 3).u8(position + 47, 5);
@@ -330,6 +331,20 @@ TEST(ReadSds, AStreamOfATebibyteOfHolesCostsNoMore) {
     read_sds(opened.ntfs(), map);
     EXPECT_EQ(owners_of(map), "256 S-1-5-18");
     EXPECT_LT(peak_memory() - before, 16 * 1024);
+}
+
+TEST(ReadSds, AStreamIsReadNoFurtherThanTheSourceIsLong) {
+    // Behind a hole of a gibibyte stands a record that knows its place, which is none that a source of less
+    // than a megabyte has room for.
+    volume_builder volume;
+    const test::run where = volume.clusters().allocate(2);
+    bytes clusters = sds_stream({system_owner});
+    clusters.resize(4096);
+    clusters = concat({clusters, sds_record(0x101, 0x40001000, admins_owner)});
+    volume.add_file_at(9, "$Secure")
+        .stream("$SDS", clusters, {{where.lcn, 1}, {test::hole, 0x40000}, {where.lcn + 1, 1}},
+                {.real = 0x40002000});
+    EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18");
 }
 
 TEST(SecurityCache, ItIsFilledOnFirstNeedAndOnlyThen) {
