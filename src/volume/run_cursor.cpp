@@ -7,8 +7,10 @@ namespace quarry {
 
 namespace {
 
+constexpr std::uint64_t last_vcn = std::numeric_limits<std::uint64_t>::max();
+
 bool ends_within_64_bits(const cluster_run& run) {
-    return run.length <= std::numeric_limits<std::uint64_t>::max() - run.vcn;
+    return run.length <= last_vcn - run.vcn;
 }
 
 std::uint64_t end_vcn(const cluster_run& run) {
@@ -26,24 +28,51 @@ bool is_in_order(const cluster_run_list& runs) {
     return true;
 }
 
+// The runs that cover something, by VCN, each cut ahead of the last VCN there is: behind it, a run whose
+// numbers wrap covers nothing. Empty if runs overlap.
+cluster_run_list sorted_copy(const cluster_run_list& runs) {
+    cluster_run_list sorted;
+    for (const cluster_run& run : runs) {
+        const auto length =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(run.length, last_vcn - run.vcn));
+        if (length != 0) {
+            sorted.push_back({run.lcn, run.vcn, run.sparse, length});
+        }
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const cluster_run& left, const cluster_run& right) { return left.vcn < right.vcn; });
+    return is_in_order(sorted) ? sorted : cluster_run_list();
+}
+
 }  // namespace
 
-run_cursor::run_cursor(const cluster_run_list& runs) : m_runs(runs), m_in_order(is_in_order(runs)) {}
+run_cursor::run_cursor(const cluster_run_list& runs) : m_runs(runs), m_in_order(is_in_order(runs)) {
+    if (!m_in_order) {
+        m_sorted = sorted_copy(runs);
+    }
+}
+
+const cluster_run_list* run_cursor::ordered() const {
+    if (m_in_order) {
+        return &m_runs;
+    }
+    return m_sorted.empty() ? nullptr : &m_sorted;
+}
 
 // Over a whole stream the answer is the run of the last one or the run behind it; anything else is searched
 // for.
-bool run_cursor::find_in_order(std::uint64_t vcn, std::size_t& index) {
+bool run_cursor::find_in_order(const cluster_run_list& runs, std::uint64_t vcn, std::size_t& index) {
     const auto is_at = [&](std::size_t run) {
-        return run < m_runs.size() && m_runs[run].vcn <= vcn && vcn < end_vcn(m_runs[run]);
+        return run < runs.size() && runs[run].vcn <= vcn && vcn < end_vcn(runs[run]);
     };
     if (!is_at(m_last)) {
         ++m_last;
     }
     if (!is_at(m_last)) {
         const auto behind =
-            std::upper_bound(m_runs.begin(), m_runs.end(), vcn,
+            std::upper_bound(runs.begin(), runs.end(), vcn,
                              [](std::uint64_t wanted, const cluster_run& run) { return wanted < run.vcn; });
-        m_last = behind == m_runs.begin() ? 0 : static_cast<std::size_t>(behind - m_runs.begin()) - 1;
+        m_last = behind == runs.begin() ? 0 : static_cast<std::size_t>(behind - runs.begin()) - 1;
     }
     index = m_last;
     return is_at(m_last);
@@ -52,11 +81,12 @@ bool run_cursor::find_in_order(std::uint64_t vcn, std::size_t& index) {
 bool run_cursor::find(std::uint64_t vcn, stretch& out) {
     std::size_t index = 0;
     std::uint64_t lcn = 0;
-    if (m_in_order) {
-        if (!find_in_order(vcn, index)) {
+    const cluster_run_list* const runs = ordered();
+    if (runs != nullptr && (m_in_order || vcn != last_vcn)) {
+        if (!find_in_order(*runs, vcn, index)) {
             return false;
         }
-        const cluster_run& run = m_runs[index];
+        const cluster_run& run = (*runs)[index];
         out = {run.sparse ? 0 : run.lcn - run.vcn + vcn, end_vcn(run) - vcn, run.sparse};
         return true;
     }

@@ -30,10 +30,15 @@ class run_cursor {
     [[nodiscard]] bool find(std::uint64_t vcn, stretch& out);
 
   private:
-    [[nodiscard]] bool find_in_order(std::uint64_t vcn, std::size_t& index);
+    [[nodiscard]] bool find_in_order(const cluster_run_list& runs, std::uint64_t vcn, std::size_t& index);
+
+    // The list in the order in which it is searched; null where that is no order at all.
+    [[nodiscard]] const cluster_run_list* ordered() const;
 
     const cluster_run_list& m_runs;
     bool m_in_order;
+    // The runs by VCN where the list itself has them in another order; empty if that leaves some overlapping.
+    cluster_run_list m_sorted;
     std::size_t m_last = 0;
 };
 

@@ -120,6 +120,28 @@ TEST(RunCursor, AnswersAsFindRunDoesOnEveryList) {
 }
 
 // A search from the front for each cluster would take a day here.
+TEST(RunCursor, WalksAMillionRunsWhoseNumbersWrapInOnePass) {
+    // The first run stands on the last VCN but one, so that the third has VCN 0. Searching the list from its
+    // front for each cluster would take 5 * 10^11 steps.
+    constexpr std::uint64_t first = ~std::uint64_t{0} - 1;
+    cluster_run_list runs;
+    for (std::uint64_t i = 0; i < 1000000; ++i) {
+        runs.push_back(run_at(first + i, 2 * i, 1));
+    }
+    run_cursor cursor(runs);
+    run_cursor::stretch at;
+    for (std::uint64_t vcn = 0; vcn < 999998; ++vcn) {
+        ASSERT_TRUE(cursor.find(vcn, at));
+        ASSERT_EQ(at.lcn, 2 * (vcn + 2));
+        ASSERT_EQ(at.length_in_clusters, 1u);
+    }
+    EXPECT_FALSE(cursor.find(999998, at));
+    EXPECT_TRUE(cursor.find(first, at));
+    EXPECT_EQ(at.lcn, 0u);
+    EXPECT_TRUE(cursor.find(first + 1, at));
+    EXPECT_EQ(at.lcn, 2u);
+}
+
 TEST(RunCursor, WalksAMillionRunsInOnePass) {
     cluster_run_list runs;
     for (std::uint64_t i = 0; i < 1000000; ++i) {
