@@ -98,6 +98,16 @@ general_attribute general_form(const attribute& at, std::wstring name) {
     return form;
 }
 
+std::uint64_t run_memory(const joined_runs& runs) {
+    return runs.list().size() * sizeof(cluster_run);
+}
+
+void join_runs(entry_record& record, general_attribute& held, const general_attribute& piece) {
+    const std::uint64_t before = run_memory(held.runs);
+    held.runs.join(piece.runs.list());
+    record.held_bytes += run_memory(held.runs) - std::min(before, run_memory(held.runs));
+}
+
 // An attribute whose runs are spread over records becomes one: the piece first met keeps its sizes, and its
 // run list grows.
 //
@@ -109,16 +119,19 @@ void store_general_form(entry_record& record, const attribute& at, general_attri
         const auto found = record.attributes.find(key);
         if (found != record.attributes.end()) {
             if (found->second.name == form.name) {
-                found->second.runs.join(form.runs.list());
+                join_runs(record, found->second, form);
             }
             return;
         }
         if (is_unnamed_data(at) && record.has_unnamed_data) {
-            record.attributes.at(record.unnamed_data_key).runs.join(form.runs.list());
+            join_runs(record, record.attributes.at(record.unnamed_data_key), form);
             return;
         }
     }
-    const bool is_new = record.attributes.try_emplace(key, std::move(form)).second;
+    const auto [stored, is_new] = record.attributes.try_emplace(key, std::move(form));
+    if (is_new) {
+        record.held_bytes += stored->second.bytes.size() + run_memory(stored->second.runs);
+    }
     if (is_new && is_unnamed_data(at)) {
         record.unnamed_data_key = record.has_unnamed_data ? std::min(record.unnamed_data_key, key) : key;
         record.has_unnamed_data = true;
@@ -134,8 +147,10 @@ void keep_file_name(entry_record& record, std::uint64_t entry, const attribute& 
     const file_name_value value(bytes);
     std::string name;
     read_utf16_narrow(name, value.name_bytes(), static_cast<std::int64_t>(value.name_bytes().size()), false);
-    record.file_names.try_emplace(file_name_key(reference_entry(value.parent()), name, entry),
-                                  keep(at, value));
+    const std::string key = file_name_key(reference_entry(value.parent()), name, entry);
+    if (record.file_names.try_emplace(key, keep(at, value)).second) {
+        record.held_bytes += key.size() + bytes.size();
+    }
 }
 
 // The text of a volume name: what its attribute is called, or else its value.

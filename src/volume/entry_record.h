@@ -69,6 +69,8 @@ struct entry_record {
     // An unnamed $DATA is among them; if several are, the key of the first.
     bool has_unnamed_data = false;
     std::uint64_t unnamed_data_key = 0;
+    // Bytes of memory that attributes and file names take here, their runs included.
+    std::uint64_t held_bytes = 0;
 };
 
 // Orders attributes by id, those of one id by type.

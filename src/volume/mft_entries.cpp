@@ -12,6 +12,9 @@ namespace {
 
 // Bytes of a list entry ahead of its name.
 constexpr std::uint64_t list_entry_header_size = 26;
+// What an entry may take in memory for each byte of the source. All attributes of a sound file stand on the
+// source, each run stands for a cluster there, and extension records that lie over each other are none.
+constexpr std::uint64_t most_memory_for_a_byte = 2;
 
 unsigned long long for_log(std::uint64_t number) {
     return number;
@@ -127,6 +130,16 @@ bool mft_entries_ctx::read_entry(entry_record& record, std::uint64_t entry) {
     return true;
 }
 
+bool mft_entries_ctx::may_go_on(const entry_record& record) const {
+    return (m_followed_bytes < most_followed_bytes || m_followed_reads < usual_followed_reads) &&
+           record.held_bytes / most_memory_for_a_byte <= m_ntfs.source_size();
+}
+
+void mft_entries_ctx::count_read(std::uint64_t bytes) {
+    ++m_followed_reads;
+    m_followed_bytes += bytes;
+}
+
 void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t entry,
                                             const attribute& list) {
     record.has_list = true;
@@ -137,20 +150,25 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
         return;
     }
     record.list_non_resident = true;
+    if (!may_go_on(record)) {
+        return;
+    }
     std::vector<std::uint8_t> clusters;
     // A list with a damaged part serves as far as it was read.
     static_cast<void>(m_ntfs.read_list_clusters(list, clusters));
+    count_read(clusters.size());
     walk_list_entries(record, entry, clusters);
 }
 
 void mft_entries_ctx::walk_list_entries(entry_record& record, std::uint64_t entry, byte_view list) {
     // Ends with the list: each entry has a length, and one whose header the list does not hold is none.
-    while (list.holds(0, list_entry_header_size)) {
+    while (list.holds(0, list_entry_header_size) && may_go_on(record)) {
         const list_entry named(list);
         if (named.length() == 0) {
             return;
         }
         if (named.entry_number() != entry) {
+            count_read(m_record_size);
             take_from_extension(record, entry, named);
         }
         list = list.from(named.length());

@@ -24,6 +24,12 @@ namespace quarry {
 [[nodiscard]] bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out,
                                          status_log& log);
 
+// How far the attribute lists of one entry are followed: until so many bytes of lists and extension records
+// were read, and so many of either. NTFS ends a list at 256 KiB, which can name some 8,000 records of 4 KiB.
+// A list that names the same records again and again would keep a run busy for hours.
+inline constexpr std::uint64_t most_followed_bytes = std::uint64_t{64} << 20;
+inline constexpr std::uint64_t usual_followed_reads = 4096;
+
 // Reads one entry and what belongs to it. Made afresh for each entry.
 class mft_entries_ctx {
   public:
@@ -37,12 +43,15 @@ class mft_entries_ctx {
     // The whole of an entry, extension records included.
     [[nodiscard]] bool read_entry(entry_record& record, std::uint64_t entry);
 
-    // Follows one attribute list.
+    // Follows one attribute list, as far as the reads for this entry and its memory allow.
     void handle_attribute_list(entry_record& record, std::uint64_t entry, const attribute& list);
-    // Sorts the attributes that the entries of a list name in other records than that of `entry`.
+    // Sorts the attributes that the entries of a list name in other records than that of `entry`. Ends early
+    // where handle_attribute_list does.
     void walk_list_entries(entry_record& record, std::uint64_t entry, byte_view list);
 
   private:
+    [[nodiscard]] bool may_go_on(const entry_record& record) const;
+    void count_read(std::uint64_t bytes);
     void take_from_extension(entry_record& record, std::uint64_t entry, const list_entry& named);
 
     CNtfs& m_ntfs;
@@ -50,6 +59,9 @@ class mft_entries_ctx {
     // Bytes to read for a record; 0 until one is read, because only a valid volume knows them.
     std::uint64_t m_record_size = 0;
     std::vector<std::uint8_t> m_extension;
+    // Lists and extension records that were asked for, and their bytes.
+    std::uint64_t m_followed_reads = 0;
+    std::uint64_t m_followed_bytes = 0;
 };
 
 }  // namespace quarry

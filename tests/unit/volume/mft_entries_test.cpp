@@ -2,6 +2,7 @@
 
 #include "support/capturing_log.h"
 #include "support/opened_volume.h"
+#include "volume/entry_flattening.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -987,6 +988,71 @@ TEST(CategorizeEntry, EndsForAListOf60000EntriesOfOneRecord) {
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.log.size(), 60000u);
     EXPECT_EQ(runs_of(*of_type(got.items, 0x80).at(0)), (flat_runs{{0, 300, 16, false}}));
+}
+
+TEST(CategorizeEntry, FollowsListsUntil64MiBWereRead) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{300, 16}}, 0, 1), second);
+    file.attribute_list(build_attribute_list(std::vector<list_item>(70000, {.record = 25, .id = 1})))
+        .list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    // The list is cut at 2 MiB. What is left of 64 MiB are 63,488 records of 1024 bytes.
+    EXPECT_EQ(got.log.size(), 63488u);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, TakesNoMoreMemoryThanTwiceTheSource) {
+    // 440 holes of one cluster each take 880 bytes of a record and 14,080 bytes of memory.
+    bytes holes;
+    for (int i = 0; i < 440; ++i) {
+        holes.insert(holes.end(), {0x01, 0x01});
+    }
+    holes.push_back(0);
+    volume_builder volume({.mft_entries = 96});
+    auto& file = volume.add_file("a").data("x");
+    for (std::uint16_t i = 0; i < 60; ++i) {
+        file.attribute(
+            attribute_builder::with_pairs(0x80, holes).named("s").id(static_cast<std::uint16_t>(100 + i)),
+            file.add_extension());
+    }
+    file.list_in_clusters();
+    opened_volume opened(volume);
+    const std::uint64_t source = opened.ntfs().source_size();
+    const categorized got = categorize(opened.ntfs(), file.entry());
+    EXPECT_TRUE(got.ok);
+    std::uint64_t memory = 0;
+    for (const attr_item& item : got.items) {
+        memory += item.runs.size() * sizeof(cluster_run);
+    }
+    ASSERT_LT(source, 60u * 14080 / 3) << "the runs of all records would be more than is allowed";
+    EXPECT_GT(memory, source);
+    EXPECT_LE(memory, 2 * source + 14080);
+    EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, to_bytes("x"));
+}
+
+TEST(FlattenEntry, PadsValuesWith4MiBOfZerosAtMost) {
+    // 100 attributes without a value of their own that claim 60,000 bytes each.
+    entry_record record;
+    bytes chain;
+    for (std::uint16_t i = 0; i < 100; ++i) {
+        const bytes header = attribute_builder::resident(0x80, {}).id(i).force(16, 4, 60000).build();
+        chain.insert(chain.end(), header.begin(), header.end());
+    }
+    bool is_list = false;
+    for (attribute at{byte_view(chain)}; !at.is_null(); at = at.next()) {
+        ASSERT_TRUE(categorize_attribute(record, 30, at, is_list));
+    }
+    const attr_item_list items = flatten_entry(record, 65536);
+    ASSERT_EQ(items.size(), 101u);
+    // 4,194,304 bytes are 69 whole values and 54,304 bytes.
+    EXPECT_EQ(items[1].value, bytes(60000));
+    EXPECT_EQ(items[69].value.size(), 60000u);
+    EXPECT_EQ(items[70].value.size(), 54304u);
+    EXPECT_EQ(items[71].value.size(), 0u);
+    EXPECT_EQ(items[100].value_size, 60000u);
 }
 
 TEST(CategorizeEntry, CostsLittleForAListWhoseRunsClaimTerabytes) {
