@@ -3,16 +3,18 @@
 // The first three bytes of the input choose the flags and the limit, the rest is the unit. The unit stands
 // alone on the heap, so that a read behind it is a report; that the outcome keeps its promises is checked
 // besides.
+#include "fuzz/expect.h"
 #include "volume/compressed_unit.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <span>
 
 namespace {
+
+using quarry::fuzz::expect;
 
 class counted_output : public quarry::unit_output {
   public:
@@ -26,12 +28,6 @@ class counted_output : public quarry::unit_output {
     std::uint64_t m_size = 0;
     std::uint64_t m_sum = 0;
 };
-
-void expect(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 }  // namespace
 

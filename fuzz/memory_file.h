@@ -1,9 +1,10 @@
-// Bytes of a fuzzer as a file that has a path.
+// Bytes as a file that has a path, for readers that open their source themselves. One object serves all
+// inputs of a process, so that an input costs no more than the copy of its bytes.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
+#include "foundation/byte_view.h"
+#include "fuzz/expect.h"
+
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -12,15 +13,18 @@ namespace quarry::fuzz {
 
 class memory_file {
   public:
-    memory_file(const std::uint8_t* bytes, std::size_t size) : m_fd(::memfd_create("fuzz", 0)) {
-        if (m_fd < 0 || ::write(m_fd, bytes, size) != static_cast<::ssize_t>(size)) {
-            std::abort();
-        }
-    }
+    explicit memory_file(const char* name) : m_fd(::memfd_create(name, MFD_CLOEXEC)) { expect(m_fd >= 0); }
     memory_file(const memory_file&) = delete;
     memory_file& operator=(const memory_file&) = delete;
     ~memory_file() { ::close(m_fd); }
+
+    // The file is these bytes from here on.
+    void hold(byte_view bytes) const {
+        expect(::ftruncate(m_fd, 0) == 0);
+        expect(::pwrite(m_fd, bytes.data(), bytes.size(), 0) == static_cast<::ssize_t>(bytes.size()));
+    }
     [[nodiscard]] std::wstring path() const { return L"/proc/self/fd/" + std::to_wstring(m_fd); }
+    [[nodiscard]] int descriptor() const { return m_fd; }
 
   private:
     int m_fd;

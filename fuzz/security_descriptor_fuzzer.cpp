@@ -3,6 +3,7 @@
 // The bytes stand alone on the heap, so that a read behind them is a report. Besides, text must not grow out
 // of proportion: a descriptor names its parts by offsets, and two lists may lie over each other, but no byte
 // may count more often than that.
+#include "fuzz/expect.h"
 #include "report/security_cache.h"
 #include "report/security_descriptor.h"
 #include "report/sid_names.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -18,16 +18,12 @@
 
 namespace {
 
+using quarry::fuzz::expect;
+
 // Bytes of text for one byte of a list: all words of a mask in an entry of eight bytes, in both lists.
 constexpr std::size_t text_per_byte = 50;
 // The headings, and two SIDs of 255 sub-authorities.
 constexpr std::size_t text_beside_lists = 8192;
-
-void expect(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 std::size_t text_size(const std::vector<std::string>& lines) {
     std::size_t size = 0;

@@ -3,12 +3,12 @@
 #include "disk/vmdk_check.h"
 #include "disk/vmdk_disk.h"
 #include "foundation/byte_view.h"
-#include "memory_file.h"
+#include "fuzz/expect.h"
+#include "fuzz/memory_file.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -17,12 +17,7 @@ namespace {
 
 using quarry::vmdk_disk;
 using list = std::vector<std::wstring>;
-
-void expect(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using quarry::fuzz::expect;
 
 // The bytes that are there whatever a read leaves alone.
 constexpr std::uint8_t untouched = 0xEE;
@@ -66,8 +61,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const quarry::byte_view both = input.from(4);
     const quarry::byte_view first = both.clipped(0, input.u32_or_zero(0));
     const quarry::byte_view second = both.from(first.size());
-    const quarry::fuzz::memory_file first_file(first.data(), first.size());
-    const quarry::fuzz::memory_file second_file(second.data(), second.size());
+    static const quarry::fuzz::memory_file first_file("first");
+    static const quarry::fuzz::memory_file second_file("second");
+    first_file.hold(first);
+    second_file.hold(second);
     const list files = {first_file.path(), second_file.path()};
 
     std::ostringstream words;

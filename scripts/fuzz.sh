@@ -12,16 +12,28 @@ cd "$QUARRY_ROOT"
 found=$PWD/build/fuzz/found
 mkdir -p "$found"
 
-# fuzz NAME: the seeds are read and stay as they are; new inputs go to a directory of their own.
+# One input may take some seconds of a busy machine and little more memory than it has bytes. The quarantine of
+# freed memory, which counts as used, is kept small beside that.
+export ASAN_OPTIONS=quarantine_size_mb=16:malloc_context_size=8${ASAN_OPTIONS:+:$ASAN_OPTIONS}
+limits='-timeout=5 -rss_limit_mb=512 -malloc_limit_mb=256'
+
+# fuzz NAME: the seeds and what was found before are read and stay as they are; new inputs go to a directory of
+# their own. What the program itself prints is dropped.
 fuzz() {
-    local name=$1
-    mkdir -p "build/fuzz/new/$name"
-    if "build/fuzz/fuzz/${name}_fuzzer" -max_total_time=$((minutes * 60)) -timeout=10 -rss_limit_mb=2048 \
-        -artifact_prefix="$found/$name-" "build/fuzz/new/$name" "fuzz/corpus/$name" >"build/fuzz/$name.log" 2>&1; then
-        printf '%s: %s\n' "$name" "$(grep -a '^Done' "build/fuzz/$name.log")"
+    local name=$1 log=build/fuzz/$1.log directories
+    directories=("build/fuzz/new/$name" "fuzz/corpus/$name")
+    [ ! -d "fuzz/found_before/$name" ] || directories+=("fuzz/found_before/$name")
+    mkdir -p "${directories[0]}"
+    # shellcheck disable=SC2086  # several options
+    if "build/fuzz/fuzz/${name}_fuzzer" -max_total_time=$((minutes * 60)) $limits -close_fd_mask=3 \
+        -artifact_prefix="$found/$name-" "${directories[@]}" >"$log" 2>&1; then
+        sed -n 's/^Done \([0-9]*\) runs in \([0-9]*\) second.*/\1 \2/p' "$log" |
+            while read -r runs seconds; do
+                printf '%s: %s runs in %s s, %s each second\n' "$name" "$runs" "$seconds" $((runs / seconds))
+            done
     else
         printf '%s: FAILED\n' "$name"
-        tail -n 40 "build/fuzz/$name.log"
+        tail -n 40 "$log"
         return 1
     fi
 }
@@ -35,5 +47,5 @@ if [ -z "${names[0]}" ]; then
     done
 fi
 export -f fuzz
-export minutes found
+export minutes found limits
 printf '%s\0' "${names[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'fuzz {}'
