@@ -86,6 +86,8 @@ const std::vector<row> good_rows = {
            {"-image", "@/mbr_cut", "-offset", "0x100000", "-ignore_image_size"}, "img:@/mbr_cut:0x100000"),
     copies("a GPT disk gives its volume at an offset", {"-image", "@/gpt", "-offset", "0x100000"},
            "img:@/gpt:0x100000"),
+    copies("a volume in a chain of tables that links to itself is taken by its offset",
+           {"-image", "@/loop", "-offset", "0x100000"}, "img:@/loop:0x100000"),
     copies("the first volume of a disk is found", {"-image", "@/mbr", "-first_ntfsvol"}, "img:@/mbr:0x100000",
            who::root),
     copies("the first NTFS volume behind a FAT volume is found", {"-image", "@/two", "-first_ntfsvol"},
@@ -141,6 +143,20 @@ const std::vector<row> refused_rows = {
             "use option [-offset 0x100000]\n\n"),
     refused("a table that only a search finds is told", {"-image", "@/damaged"}, "",
             "disk is corrupted, partition info questionable\n" + mbr_table + "\n"),
+    refused("a chain of tables that links to itself is listed once", {"-image", "@/loop"}, "",
+            "\nvolume offset [ 0x7e00 ] : exten\n"
+            "volume offset [ 0x100000 ] : ntfs or exfat\n"
+            "volume offset [ 0x7e00 ] : exten\n"
+            "\n"
+            "use option [-offset 0x100000]\n\n"),
+    refused("a GPT header that says it lies elsewhere is none", {"-image", "@/gpt_elsewhere"}, "",
+            "couldn't find any partitions on disk\n\n"),
+    refused("a GPT whose entries have no size holds none", {"-image", "@/gpt_without_entry_size"}, "",
+            "couldn't find any partitions on disk\n\n"),
+    refused("a GPT whose entries lie beyond the image holds none", {"-image", "@/gpt_beyond"}, "",
+            "couldn't find any partitions on disk\n\n"),
+    refused("a GPT whose entries lie beyond the image has no offset either",
+            {"-image", "@/gpt_beyond", "-offset", "0x100000"}, "couldn't find any partitions on disk\n", ""),
     refused("a table without partitions holds none", {"-image", "@/no_table"}, "",
             "couldn't find any partitions on disk\n\n"),
     refused("an image of zeros holds none", {"-image", "@/zeros"}, "",
@@ -182,6 +198,9 @@ const std::vector<row> unopened_rows = {
                 "img:@/fat:0x0", who::root),
     cannot_open("the first volume of a missing image stays at 0", {"-image", "@/missing", "-first_ntfsvol"},
                 "img:@/missing:0x0", who::root),
+    // Its place is its sector times its sector size, so it counts as a bare volume at the start.
+    cannot_open("a volume whose sectors have no size is looked for at the start",
+                {"-image", "@/without_sector_size"}, "img:@/without_sector_size:0x0"),
     cannot_open("511 bytes of a volume hold none", {"-image", "@/511_bytes"}, "img:@/511_bytes:0x0"),
     cannot_open("513 bytes of a volume hold no file table", {"-image", "@/513_bytes"}, "img:@/513_bytes:0x0"),
 };

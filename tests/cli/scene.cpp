@@ -12,8 +12,9 @@ namespace quarry::test {
 
 namespace {
 
-constexpr std::uint64_t volume_sector = 2048;
+constexpr std::uint32_t volume_sector = 2048;
 constexpr std::int64_t holes_lcn = 200;
+constexpr std::size_t gpt_header = 512;
 
 std::string text_of(const bytes& content) {
     return {content.begin(), content.end()};
@@ -83,6 +84,22 @@ bytes gpt_disk() {
         .image();
 }
 
+// An extended table at sector 63 that holds the volume and, behind it, a link to itself.
+bytes looping_disk() {
+    const bytes content = volume();
+    const std::uint32_t size = sectors_of(content);
+    return disk_builder(volume_sector + size)
+        .table(0, {{0x05, 63, size}})
+        .table(63, {{0x07, volume_sector - 63, size}, {0x05, 0, 1}})
+        .put(volume_sector, content)
+        .image();
+}
+
+bytes changed(bytes content, const forced_number& change) {
+    apply(content, {change});
+    return content;
+}
+
 // A virtual disk in one file, which holds the grains of `content` out of a disk of `size` bytes.
 bytes virtual_disk(const bytes& content, std::size_t size, const std::string& cid,
                    const std::string& parent_cid, const std::string& hint) {
@@ -125,7 +142,24 @@ const std::map<std::string, std::function<bytes()>>& sources() {
          }},
         {"two", two_volumes},
         {"gpt", gpt_disk},
+        {"gpt_elsewhere",
+         [] {
+             return changed(gpt_disk(), {gpt_header + 24, 8, 2});
+         }},
+        {"gpt_without_entry_size",
+         [] {
+             return changed(gpt_disk(), {gpt_header + 84, 4, 0});
+         }},
+        {"gpt_beyond",
+         [] {
+             return changed(gpt_disk(), {gpt_header + 72, 8, 1ULL << 40});
+         }},
         {"damaged", damaged_disk},
+        {"loop", looping_disk},
+        {"without_sector_size",
+         [] {
+             return changed(disk_with({}), {volume_sector * 512 + 11, 2, 0});
+         }},
         {"fat",
          [] {
              return disk_builder(2000).table(0, {{0x0C, 63, 1000}}).put(63, fat32_boot_sector(1000)).image();
