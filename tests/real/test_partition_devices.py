@@ -157,6 +157,29 @@ def test_a_disk_on_a_loop_device_is_an_image_like_any_other(volume, quarry, scra
         assert quarry.gated(source, "/one.bin", "-first_ntfsvol") == contents["/one.bin"]
 
 
+def test_a_partition_of_a_loop_device_is_read_and_the_file_behind_it_is_no_destination(volume, quarry, scratch, contents):
+    need_tools("addpart", "delpart")
+    disk = scratch / "disk.img"
+    with open(disk, "wb") as out:
+        out.seek(START)
+        out.write(volume.image.read_bytes())
+    node = scratch / "partition"
+    with loop_device(disk) as device:
+        run_tool("addpart", device, 1, START // 512, 16 * MIB // 512)
+        try:
+            name = os.path.basename(device)
+            with open(f"/sys/block/{name}/{name}p1/dev", encoding="ascii") as numbers:
+                major, minor = numbers.read().split(":")
+            os.mknod(node, stat.S_IFBLK | 0o600, os.makedev(int(major), int(minor)))
+            for path, content in contents.items():
+                assert copied(quarry, node, "-src", path) == content, path
+            copy = quarry.run("-partition", node, "-src", "/two.txt", dst=disk)
+            assert copy.out.endswith(b"err: source and destination are the same\n")
+            assert disk.exists()
+        finally:
+            run_tool("delpart", device, 1)
+
+
 # The device claims the sectors that its file has lost, and reports an error for each of them.
 def test_a_device_whose_sectors_fail_in_the_middle_gives_what_can_be_read(volume, quarry, contents):
     need_tools("blockdev")
