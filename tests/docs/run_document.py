@@ -17,13 +17,14 @@ In Markdown every fenced block is something:
                         command of a script that is one
     ```mermaid          a picture
     <!-- run ... -->    commands that readers need not see; each must succeed
-    <!-- needs: a b --> programs without which the document cannot be run
+    <!-- needs: a b --> programs without which the document cannot be run, and "root" if it takes that
 
 Indented blocks, other fences, and lines in plain fences that look like commands are errors, so that no command
 escapes. In a manual page the lines behind ".Dl" are the commands, and `.\\" run: ` begins one that is not shown.
 
-The shell finds `quarry`, `sudo` (which does not ask) and $QUARRY_ROOT, the source tree. As root it runs in a process and
-mount namespace of its own: what a document starts or mounts is gone when it ends.
+The shell finds `quarry`, `sudo` (a document with sudo needs root, so this one has nothing to do) and $QUARRY_ROOT, the
+source tree. As root it runs in a process and mount namespace of its own: what a document starts or mounts is gone when it
+ends.
 """
 
 import os
@@ -223,19 +224,12 @@ def write_program(path, text):
 
 def shell_command(bin_directory):
     """The shell, isolated where that is possible."""
-    write_program(os.path.join(bin_directory, "sudo"),
-                  '#!/bin/sh\n[ "$(id -u)" -ne 0 ] || exec "$@"\nexec /usr/bin/sudo -n env "PATH=$PATH" "$@"\n')
+    write_program(os.path.join(bin_directory, "sudo"), '#!/bin/sh\nexec "$@"\n')
     shell = ["bash", "--norc"]
     isolated = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
     if os.geteuid() == 0 and subprocess.run(isolated + ["true"], capture_output=True, check=False).returncode == 0:
         return isolated + shell
     return shell
-
-
-def may_be_root():
-    if os.geteuid() == 0:
-        return True
-    return subprocess.run(["sudo", "-n", "true"], capture_output=True, check=False).returncode == 0
 
 
 def run_steps(steps, program):
@@ -284,6 +278,10 @@ def judge(step, base, work):
     return None
 
 
+def is_at_hand(name):
+    return os.geteuid() == 0 if name == "root" else shutil.which(name, path=SYSTEM_PATH) is not None
+
+
 def run_document(path):
     with open(path, encoding="utf-8") as file:
         text = file.read()
@@ -293,9 +291,9 @@ def run_document(path):
         print(f"{path}: {mistake}")
         return 1
     wanting = [name for found in re.findall(r"^(?:<!--|\.\\\") needs: (.*?)(?: -->)?$", text, re.M)
-               for name in found.split() if not shutil.which(name, path=SYSTEM_PATH)]
-    if wanting or any("sudo" in step.command for step in steps) and not may_be_root():
-        print(f"{path}: needs {', '.join(wanting) or 'root, or sudo without a password'}")
+               for name in found.split() if not is_at_hand(name)]
+    if wanting:
+        print(f"{path}: needs {', '.join(wanting)}")
         return 1 if os.environ.get("CI") else SKIPPED
     problems = run_steps(steps, os.environ.get("QUARRY_PROGRAM"))
     for problem in problems:
