@@ -207,13 +207,12 @@ bool CNtfs::read_all_clusters(const cluster_run_list& runs, std::vector<std::uin
     const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
     const std::uint64_t most_bytes = std::min(source_size(), longest_attribute_list);
     const std::uint64_t most = most_bytes / cluster_size + (most_bytes % cluster_size == 0 ? 0 : 1);
-    const std::uint64_t claimed = run_bytes(runs, 1, false);
-    const std::uint64_t room = std::min(claimed, most);
+    const std::uint64_t room = std::min(run_bytes(runs, 1, false), most);
     if (!resize(out, room * cluster_size)) {
         return false;
     }
     std::uint64_t filled = 0;
-    bool complete = room == claimed;
+    bool complete = true;
     for (const cluster_run& run : runs) {
         const std::uint64_t wanted = std::min<std::uint64_t>(run.length, room - filled);
         // Deliberate: one would expect zeros for a sparse run. Its LCN of 0 is read from, so a list with

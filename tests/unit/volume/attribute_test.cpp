@@ -291,6 +291,11 @@ TEST(FindListEntry, the_end_marker_is_never_found) {
     EXPECT_FALSE(find_list_entry_by_name(at, left, attr_end_marker, {}));
     EXPECT_EQ(left, 6);
     EXPECT_FALSE(find_list_entry_by_name(at, left, 0x80, {}));
+    const bytes others = three_list_entries();
+    at = list_entry{byte_view(others)};
+    left = static_cast<std::int64_t>(others.size());
+    EXPECT_FALSE(find_list_entry_by_name(at, left, attr_end_marker, {}));
+    EXPECT_EQ(left, static_cast<std::int64_t>(others.size())) << "it is not even sought";
 }
 
 TEST(FindListEntry, an_entry_of_length_0_sets_the_bytes_left_to_0) {

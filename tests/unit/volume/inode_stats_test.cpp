@@ -49,6 +49,10 @@ TEST(NumberRuns, an_index_of_more_runs_than_there_are_is_begun_anew) {
     number_runs(stats);
     EXPECT_EQ(stats.vcn_index, (vcn_map{{0, 0}, {4, 1}}));
     EXPECT_EQ(vcns(stats), (std::vector<std::uint64_t>{0, 4}));
+    stats.vcn_index = {{0, 0}, {100, 1}, {200, 1}};
+    number_runs(stats);
+    EXPECT_EQ(stats.vcn_index, (vcn_map{{0, 0}, {4, 1}}))
+        << "also if all of it points to runs that there are";
 }
 
 TEST(NumberRuns, an_index_that_points_behind_the_runs_is_begun_anew) {

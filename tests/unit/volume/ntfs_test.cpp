@@ -417,6 +417,11 @@ TEST(EntryPosition, an_object_that_is_not_valid_knows_no_entry) {
     std::uint64_t lcn = 1;
     std::uint32_t offset = 1;
     EXPECT_FALSE(volume.get_lcn_for_inode(0, lcn, offset));
+    opened_volume opened{volume_builder()};
+    ASSERT_NE(opened->entry_position(5), 0u);
+    opened->m_Validated = false;
+    EXPECT_EQ(opened->entry_position(5), 0u) << "whatever it holds";
+    EXPECT_EQ(opened->get_num_entries(), 0u);
 }
 
 TEST(IndexBlocks, blocks_and_clusters_fit_into_each_other) {
@@ -778,7 +783,9 @@ TEST(ReadRecord, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros)
     std::uint64_t position = 0;
     EXPECT_TRUE(volume->read_record_vector(vector, position, 63));
     EXPECT_EQ(part(vector, 600, 424), bytes(424));
-    EXPECT_EQ(in_place(volume.ntfs(), 63, 1024).length, 600u);
+    const record_read kept = in_place(volume.ntfs(), 63, 1024);
+    EXPECT_EQ(kept.length, 600u);
+    EXPECT_EQ(kept.record, read.record);
 }
 
 TEST(ReadRecord, a_record_that_begins_at_the_end_of_a_piece_of_mft_is_read_on_where_it_stands) {

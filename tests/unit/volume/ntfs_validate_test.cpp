@@ -113,6 +113,7 @@ TEST(Validate, nothing_else_makes_a_boot_sector_but_the_signature) {
 TEST(Validate, without_a_source_nothing_is_valid) {
     CNtfs volume;
     volume.m_Validated = true;
+    EXPECT_FALSE(volume.is_valid());
     std::int64_t position = 77;
     EXPECT_FALSE(volume.validate(position));
     EXPECT_FALSE(volume.m_Validated);
