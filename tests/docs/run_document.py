@@ -20,7 +20,8 @@ In Markdown every fenced block is something:
     <!-- needs: a b --> programs without which the document cannot be run, and "root" if it takes that
 
 Indented blocks, other fences, and lines in plain fences that look like commands are errors, so that no command
-escapes. In a manual page the lines behind ".Dl" are the commands, and `.\\" run: ` begins one that is not shown.
+escapes. In a manual page the lines behind ".Dl" are the commands, `.\\" run: ` begins one that is not shown,
+and `.\\" may fail: ` stands above one that may.
 
 The shell finds `quarry`, `sudo` (a document with sudo needs root, so this one has nothing to do) and $QUARRY_ROOT, the
 source tree. As root it runs in a process and mount namespace of its own: what a document starts or mounts is gone when it
@@ -144,11 +145,13 @@ def markdown_steps(text):
 
 def manual_steps(text):
     steps = []
+    may_fail = False
     for number, line in enumerate(text.split("\n"), 1):
         if line.startswith('.\\" run: '):
             steps.append(Step(number, line[len('.\\" run: '):]))
         elif line.startswith(".Dl "):
-            steps.append(Step(number, line[len(".Dl "):].replace("\\e", "\\").replace("\\&", "")))
+            steps.append(Step(number, line[len(".Dl "):].replace("\\e", "\\").replace("\\&", ""), None, may_fail))
+        may_fail = line.startswith('.\\" may fail: ')
     return steps
 
 
@@ -342,7 +345,7 @@ def self_test():
         if found != wanted:
             wrong += 1
             print(f"{text!r}: wanted {wanted}, found {found}")
-    manual = '.\\" run: x=5\n.Dl test $x = 5\n.Dl test $x = 6\n'
+    manual = '.\\" run: x=5\n.Dl test $x = 5\n.\\" may fail: so it is\n.Dl test $x = 6\n.Dl test $x = 7\n'
     if len(run_steps(manual_steps(manual), None)) != 1:
         wrong += 1
         print("a manual page: wanted 1 wrong step")
