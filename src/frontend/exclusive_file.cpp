@@ -1,6 +1,7 @@
 #include "frontend/exclusive_file.h"
 
 #include "foundation/ql_portable_dir.h"
+#include "frontend/leftover.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -66,18 +67,32 @@ bool exclusive_file::descriptor_buffer::close() {
     return flushed && closed;
 }
 
-int exclusive_file::descriptor_buffer::sync() {
-    const char* from = pbase();
-    while (from < pptr()) {
-        const ::ssize_t written = ::write(m_fd, from, static_cast<std::size_t>(pptr() - from));
+bool exclusive_file::descriptor_buffer::write_all(const char* from, const char* end) const {
+    while (from < end) {
+        const ::ssize_t written = ::write(m_fd, from, static_cast<std::size_t>(end - from));
         if (written > 0) {
             from += written;
         } else if (written == 0 || errno != EINTR) {
-            return -1;
+            return false;
         }
+    }
+    return true;
+}
+
+int exclusive_file::descriptor_buffer::sync() {
+    if (!write_all(pbase(), pptr())) {
+        return -1;
     }
     setp(m_bytes.data(), m_bytes.data() + m_bytes.size());
     return 0;
+}
+
+// What is longer than the buffer does not go through it.
+std::streamsize exclusive_file::descriptor_buffer::xsputn(const char* from, std::streamsize count) {
+    if (count < static_cast<std::streamsize>(m_bytes.size())) {
+        return std::streambuf::xsputn(from, count);
+    }
+    return m_fd >= 0 && sync() == 0 && write_all(from, from + count) ? count : 0;
 }
 
 exclusive_file::descriptor_buffer::int_type exclusive_file::descriptor_buffer::overflow(int_type character) {
@@ -93,6 +108,7 @@ exclusive_file::descriptor_buffer::int_type exclusive_file::descriptor_buffer::o
 exclusive_file::~exclusive_file() {
     if (!m_path.empty()) {
         ::unlink(m_path.c_str());
+        forget_leftover();
     }
 }
 
@@ -103,6 +119,7 @@ bool exclusive_file::create(const std::string& directory) {
             path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_LARGEFILE, new_file_mode);
         if (fd >= 0) {
             m_path = path;
+            remove_if_interrupted(path);
             m_buffer.attach(fd);
             m_stream.rdbuf(&m_buffer);
             return true;
@@ -124,6 +141,7 @@ bool exclusive_file::rename_to(const std::string& path) {
         return false;
     }
     m_path.clear();
+    forget_leftover();
     return true;
 }
 

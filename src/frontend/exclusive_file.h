@@ -1,5 +1,6 @@
 // A temporary file that nobody else made: it cannot be opened through a link or over a file that was planted
-// under its name, and it is gone when its owner is, unless it was given a name of its own.
+// under its name, and it is gone when its owner is or a signal ends the run, unless it was given a name of
+// its own.
 #pragma once
 
 #include <array>
@@ -40,9 +41,12 @@ class exclusive_file {
 
       protected:
         int_type overflow(int_type character) override;
+        std::streamsize xsputn(const char* from, std::streamsize count) override;
         int sync() override;
 
       private:
+        [[nodiscard]] bool write_all(const char* from, const char* end) const;
+
         std::array<char, 65536> m_bytes{};
         int m_fd = -1;
     };

@@ -1,0 +1,58 @@
+#include "frontend/leftover.h"
+
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <unistd.h>
+
+namespace quarry {
+
+namespace {
+
+// All that the handler may look at: its path is complete whenever the flag is set.
+std::array<char, PATH_MAX> leftover_path{};
+volatile std::sig_atomic_t has_leftover = 0;
+
+extern "C" void remove_leftover(int signal) {
+    if (has_leftover != 0) {
+        has_leftover = 0;
+        ::unlink(leftover_path.data());
+    }
+    // The system's own handling stands again, so that whoever waits sees which signal it was.
+    ::raise(signal);
+}
+
+void install_handlers() {
+    static bool installed = false;
+    if (installed) {
+        return;
+    }
+    installed = true;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct ::sigaction current {};
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
+            current = {};
+            current.sa_handler = remove_leftover;
+            current.sa_flags = static_cast<int>(SA_RESETHAND);
+            ::sigaction(signal, &current, nullptr);
+        }
+    }
+}
+
+}  // namespace
+
+void remove_if_interrupted(const std::string& path) {
+    has_leftover = 0;
+    if (path.size() < leftover_path.size()) {
+        leftover_path[path.copy(leftover_path.data(), path.size())] = '\0';
+        has_leftover = 1;
+        install_handlers();
+    }
+}
+
+void forget_leftover() {
+    has_leftover = 0;
+}
+
+}  // namespace quarry
