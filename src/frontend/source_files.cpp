@@ -40,8 +40,8 @@ std::optional<struct ::stat> status_of(const std::string& path) {
     return status;
 }
 
-// The file that a loop device shows, so that writing to it would change the device. A partition of the device
-// lies in the directory of the whole.
+// The file that a loop device shows: to write to one is to write to the other. A partition of the device lies
+// in the directory of the whole.
 std::optional<struct ::stat> file_behind(const struct ::stat& device) {
     if (!S_ISBLK(device.st_mode)) {
         return std::nullopt;
@@ -61,6 +61,18 @@ bool is_same_source(const struct ::stat& left, const struct ::stat& right) {
     const bool same_file = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
     const bool same_device = S_ISBLK(left.st_mode) && S_ISBLK(right.st_mode) && left.st_rdev == right.st_rdev;
     return same_file || same_device;
+}
+
+// What a path leads to, and the file behind that if it is a loop device.
+std::vector<struct ::stat> places_of(const std::string& path) {
+    std::vector<struct ::stat> places;
+    if (const auto status = status_of(path)) {
+        places.push_back(*status);
+        if (const auto behind = file_behind(*status)) {
+            places.push_back(*behind);
+        }
+    }
+    return places;
 }
 
 }  // namespace
@@ -106,13 +118,12 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
 }
 
 bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
-    const auto status = status_of(path);
-    return status && std::any_of(files.begin(), files.end(), [&status](const std::string& file) {
-               const auto other = status_of(file);
-               const auto behind = other ? file_behind(*other) : std::nullopt;
-               return (other && is_same_source(*status, *other)) ||
-                      (behind && is_same_source(*status, *behind));
-           });
+    const auto places = places_of(path);
+    return !places.empty() && std::any_of(files.begin(), files.end(), [&places](const std::string& file) {
+        const auto others = places_of(file);
+        return std::find_first_of(places.begin(), places.end(), others.begin(), others.end(),
+                                  is_same_source) != places.end();
+    });
 }
 
 }  // namespace quarry

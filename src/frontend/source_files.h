@@ -20,8 +20,8 @@ void add_named_volume(std::vector<std::string>& files, const std::string& path);
 // The device of a physical drive.
 [[nodiscard]] std::string drive_device(std::int32_t drive);
 
-// True if a path leads to one of these files, links followed, to a device node of the same device, or to the
-// file that is behind one of them as a loop device.
+// True if a path leads to one of these files, links followed, or to a device node of the same device. A loop
+// device and the file behind it count as the same.
 [[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
 
 }  // namespace quarry

@@ -131,6 +131,14 @@ def test_the_file_behind_a_loop_device_is_no_output_of_any_kind(volume, quarry, 
     assert volume.image.read_bytes() == before
 
 
+def test_a_loop_device_of_the_source_is_no_destination(volume, quarry):
+    with loop_device(volume.image) as device, loop_device(volume.image) as other:
+        assert device != other
+        for source in ("-image", volume.image), ("-partition", device):
+            copy = quarry.run(*source, "-src", "/two.txt", dst=other)
+            assert copy.out.endswith(b"err: source and destination are the same\n"), source
+
+
 def test_a_volume_behind_4_gib_is_reached_by_a_loop_device(volume, quarry, scratch, contents):
     start = 5 * 1024 * MIB
     disk = scratch / "large.img"
