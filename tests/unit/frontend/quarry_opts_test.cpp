@@ -76,6 +76,26 @@ TEST_F(quarry_opts_test, each_switch_sets_its_flag) {
     EXPECT_EQ(args.size(), 1U);
 }
 
+TEST_F(quarry_opts_test, switches_that_choose_no_bytes_of_the_volume_are_for_everyone) {
+    opts.m_admin = false;
+    EXPECT_TRUE(parse({"-meta", "-md5"}));
+    EXPECT_EQ(said, "");
+    for (const char* gated : {"-first_ntfsvol", "-skip_sparse_clusters", "-raw"}) {
+        EXPECT_FALSE(parse({"-meta", "-md5", gated})) << gated;
+        EXPECT_EQ(said, "Need Admin privs to use this option\n") << gated;
+    }
+}
+
+TEST_F(quarry_opts_test, a_pair_of_paths_is_not_looked_at_beside_src_or_dst) {
+    EXPECT_TRUE(parse({"x", "-dst", "b", "y"}));
+    EXPECT_EQ(opts.m_src, L"");
+    EXPECT_EQ(opts.m_dst, L"b");
+    opts.m_dst.clear();
+    EXPECT_TRUE(parse({"x", "-src", "a", "y"}));
+    EXPECT_EQ(opts.m_src, L"a");
+    EXPECT_EQ(opts.m_dst, L"");
+}
+
 TEST_F(quarry_opts_test, without_a_source_option_the_path_alone_names_the_volume) {
     EXPECT_TRUE(parse({"-src", "c:\\a", "-dst", "b"}));
     EXPECT_TRUE(opts.m_live);
