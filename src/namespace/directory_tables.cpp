@@ -34,9 +34,11 @@ class name_filler {
           m_directory(directory),
           m_log(log),
           m_reader(ntfs),
+          m_listed_reads(ntfs, ntfs.m_path_cache_cost),
           m_record(ntfs.get_mft_record_size()) {}
 
     void fill() {
+        const std::uint64_t may_cost = m_listed_reads.bytes_left;
         const std::span children(m_directory.m_children.begin(), m_directory.m_children.end());
         // Ends with the children, or when their names cost more than the source can hold.
         for (std::size_t i = 0; i < children.size() && m_cost <= m_ntfs.source_size(); ++i) {
@@ -45,6 +47,7 @@ class name_filler {
                 add_child(children.subspan(i));
             }
         }
+        m_ntfs.m_path_cache_cost += may_cost - m_listed_reads.bytes_left;
         m_directory.m_child_names.assign(std::move(m_child_names));
     }
 
@@ -61,7 +64,7 @@ class name_filler {
             m_log.log("err: paramsFR: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
-        if (!get_file_names(m_names, m_ntfs, child, m_record, false, any_parent)) {
+        if (!get_file_names(m_names, m_ntfs, child, m_record, false, any_parent, m_listed_reads)) {
             m_log.log("err: namelookup: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
         }
@@ -84,6 +87,7 @@ class name_filler {
     dir_cache_entry& m_directory;
     status_log& m_log;
     record_read_ahead m_reader;
+    listed_reads m_listed_reads;  // for all children of all directories together
     std::vector<std::uint8_t> m_record;
     file_name_list m_names;
     std::vector<child_name_table::named_child> m_child_names;

@@ -23,7 +23,7 @@ constexpr std::size_t most_characters = 4000000;
 class upward_walk {
   public:
     upward_walk(CNtfs& ntfs, std::vector<std::wstring> components, std::vector<std::wstring>& results)
-        : m_ntfs(ntfs), m_components(std::move(components)), m_results(results) {}
+        : m_ntfs(ntfs), m_listed_reads(ntfs), m_components(std::move(components)), m_results(results) {}
 
     // False if the entry has no names.
     [[nodiscard]] bool run(std::uint64_t entry) {
@@ -76,7 +76,8 @@ class upward_walk {
             std::uint64_t length = 0;
             if (m_ntfs.read_record(entry, record, position, length)) {
                 // A record without names leaves the list empty.
-                static_cast<void>(get_file_names(known->second, m_ntfs, entry, record, false, any_parent));
+                static_cast<void>(
+                    get_file_names(known->second, m_ntfs, entry, record, false, any_parent, m_listed_reads));
             }
         }
         return known->second;
@@ -114,6 +115,7 @@ class upward_walk {
     }
 
     CNtfs& m_ntfs;
+    listed_reads m_listed_reads;  // for all entries on the way together
     std::vector<std::wstring> m_components;
     std::vector<std::wstring>& m_results;
     std::vector<level> m_levels;

@@ -22,6 +22,13 @@ constexpr std::uint32_t first_ending_type = 0xFFFFFFFE;
 constexpr std::uint8_t posix_namespace = 0;
 constexpr std::uint8_t win32_namespace_bit = 1;
 
+// What a lookup may always cost, and for each byte of the source: the names of a sound file may lie between
+// other attributes, so that a record is read more than once.
+constexpr std::uint64_t usual_listed_bytes = std::uint64_t{64} << 20;
+constexpr std::uint64_t most_for_a_byte = 32;
+// Every few bytes of a list are a search through a record.
+constexpr std::uint64_t cost_of_list_byte = 16;
+
 struct name_rules {
     bool all_namespaces;
     std::uint64_t parent_filter;
@@ -91,12 +98,14 @@ void put_in_order(file_name_list& names) {
 // The names of the records that an attribute list names.
 class listed_names {
   public:
-    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules)
-        : m_names(names), m_ntfs(ntfs), m_rules(rules) {}
+    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules, listed_reads& reads)
+        : m_names(names), m_ntfs(ntfs), m_rules(rules), m_reads(reads) {}
 
     void add(std::uint64_t entry, byte_view list) {
-        // Ends with the list, or at an entry without length.
-        for (list_entry at(list); !at.bytes().empty() && at.length() != 0; at = at.next()) {
+        m_reads.take(cost_of_list_byte * list.size());
+        // Ends with the list, at an entry without length, or when no more is to be read.
+        for (list_entry at(list); !at.bytes().empty() && at.length() != 0 && m_reads.bytes_left != 0;
+             at = at.next()) {
             if (at.entry_number() != entry && m_done.count(at.entry_number()) == 0) {
                 add_record(at);
             }
@@ -110,6 +119,7 @@ class listed_names {
             std::uint64_t position = 0;
             record_kind kind = record_kind::unknown;
             m_held = listed.entry_number();
+            m_reads.take(m_ntfs.get_mft_record_size());
             m_held_is_file =
                 m_ntfs.read_record_checked(m_record, position, kind, m_held) && kind == record_kind::file;
         }
@@ -127,6 +137,7 @@ class listed_names {
     file_name_list& m_names;
     CNtfs& m_ntfs;
     const name_rules& m_rules;
+    listed_reads& m_reads;
     std::set<std::uint64_t> m_done;
     std::uint64_t m_held = ~std::uint64_t{0};
     bool m_held_is_file = false;
@@ -147,13 +158,18 @@ class listed_names {
 
 }  // namespace
 
+listed_reads::listed_reads(const CNtfs& ntfs, std::uint64_t spent_bytes)
+    : bytes_left(usual_listed_bytes + most_for_a_byte * ntfs.source_size()) {
+    take(spent_bytes);
+}
+
 bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
-                    bool all_namespaces, std::uint64_t parent_filter) {
+                    bool all_namespaces, std::uint64_t parent_filter, listed_reads& reads) {
     names.clear();
     const name_rules rules{all_namespaces, parent_filter};
     attribute list;
     if (first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
-        listed_names(names, ntfs, rules).add(entry, list_bytes(ntfs, list));
+        listed_names(names, ntfs, rules, reads).add(entry, list_bytes(ntfs, list));
     }
     add_names_of_record(names, record, rules);
     put_in_order(names);

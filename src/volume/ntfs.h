@@ -50,6 +50,8 @@ class CNtfs {
     // 32 to 36, or 255 for a refused type; 0 for a virtual disk.
     std::uint8_t m_source_type = 0;
     bool m_Validated = false;
+    // What m_load_security said; nothing before it was asked.
+    std::optional<bool> m_security_known;
     // Record 0 with its sector ends put back.
     std::vector<std::uint8_t> m_mft_record;
     INODE_STATS m_mft_info;
@@ -68,6 +70,8 @@ class CNtfs {
     std::uint64_t m_volume_offset = 0;
     std::uint32_t m_mft_record_size = 0;
     path_cache m_path_cache;
+    // What attribute lists, and the records that they name, have cost in filling it, in bytes.
+    std::uint64_t m_path_cache_cost = 0;
     // Loads m_sd_cache; null where no reader of descriptors is wanted.
     security_loader m_load_security = nullptr;
 
@@ -195,6 +199,7 @@ class CNtfs {
                                       std::uint64_t& position, std::uint64_t& length);
 
     void take_owner(INODE_STATS& stats, std::uint32_t security_id);
+    [[nodiscard]] bool knows_security();
     [[nodiscard]] bool read_attribute_list(INODE_STATS& stats, const attribute& list, std::uint64_t bytes,
                                            std::uint64_t entry);
     [[nodiscard]] bool walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_t entry);

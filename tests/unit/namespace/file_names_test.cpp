@@ -3,6 +3,7 @@
 #include "foundation/ql_string.h"
 #include "support/opened_volume.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,8 @@ class NamesOfARecord : public ::testing::Test {
     found_names read(const bytes& record, bool all_namespaces = false, std::uint64_t parent = any_parent) {
         file_name_list names = {{L"stale", 1, 1}};
         CNtfs ntfs;
-        m_result = get_file_names(names, ntfs, 30, byte_view(record), all_namespaces, parent);
+        listed_reads reads(ntfs);
+        m_result = get_file_names(names, ntfs, 30, byte_view(record), all_namespaces, parent, reads);
         return in_order(names);
     }
     bool m_result = false;
@@ -207,11 +209,14 @@ class NamesOfAListedFile : public ::testing::Test {
         std::uint64_t length = 0;
         EXPECT_TRUE(opened->read_record(entry, record, position, length));
         file_name_list names;
-        m_result = get_file_names(names, opened.ntfs(), entry, byte_view(record), false, any_parent);
+        listed_reads reads(opened.ntfs());
+        reads.bytes_left = std::min(reads.bytes_left, m_may_cost);
+        m_result = get_file_names(names, opened.ntfs(), entry, byte_view(record), false, any_parent, reads);
         return in_order(names);
     }
     volume_builder m_volume;
     bool m_result = false;
+    std::uint64_t m_may_cost = ~std::uint64_t{0};
 };
 
 TEST_F(NamesOfAListedFile, IncludeThoseOfItsExtensionRecords) {
@@ -246,6 +251,34 @@ TEST_F(NamesOfAListedFile, NeedAnAttributeOfTheListedTypeAndId) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
     file.attribute_list(build_attribute_list({{.type = 0x30, .record = record, .id = 7}}));
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
+}
+
+TEST_F(NamesOfAListedFile, EndWhereListsHaveCostAllThatTheyMay) {
+    file_builder& file = m_volume.add_file("base");
+    std::vector<list_item> items;
+    for (const char* name : {"one", "two"}) {
+        const std::size_t place = file.add_extension();
+        file.attribute(named(name).id(7), place);
+        items.push_back({.type = 0x30, .record = file.extension_entry(place), .id = 7});
+    }
+    file.attribute_list(build_attribute_list(items));
+    // Two entries of 32 bytes count 16 times, a record counts once.
+    m_may_cost = 16 * 64 + 1024 + 1;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
+    m_may_cost = 16 * 64 + 1024;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
+    m_may_cost = 16 * 64;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
+    EXPECT_TRUE(m_result) << "the file's own record is looked at all the same";
+}
+
+TEST(ListedReads, MayCost64MiBAnd32TimesTheSource) {
+    CNtfs no_source;
+    EXPECT_EQ(listed_reads(no_source).bytes_left, 0x4000000u);
+    EXPECT_EQ(listed_reads(no_source, 0x1000000).bytes_left, 0x3000000u);
+    EXPECT_EQ(listed_reads(no_source, 0x4000001).bytes_left, 0u);
+    opened_volume opened{volume_builder()};
+    EXPECT_EQ(listed_reads(opened.ntfs()).bytes_left, 0x4000000u + 32 * opened.ntfs().source_size());
 }
 
 TEST_F(NamesOfAListedFile, DoNotCompareTheSequenceNumberOfAListEntry) {

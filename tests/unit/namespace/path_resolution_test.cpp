@@ -1,6 +1,7 @@
 #include "namespace/path_resolution.h"
 
 #include "foundation/ql_string.h"
+#include "namespace/file_names.h"
 #include "support/capturing_log.h"
 #include "support/opened_volume.h"
 
@@ -676,6 +677,26 @@ TEST_F(Links, WhoseRecordIsCutByTheEndOfTheSourceAreNone) {
 }
 
 // Damage: a lookup ends, and its last line tells how.
+
+// 300 files whose lists are the same 512 KiB, of which every 24 bytes name another record: without a bound,
+// six million reads.
+TEST_F(PathResolution, EndsSoonWhereTheListsOfAllFilesLieOverEachOther) {
+    byte_writer list(512 * 1024);
+    for (std::uint32_t at = 0; at + 24 < 512 * 1024; at += 24) {
+        list.u32(at, 0x30).u16(at + 4, 24).u48(at + 16, 24 + at / 24 % 300);
+    }
+    volume_builder volume({.mft_entries = 340});
+    volume.write_clusters(1000, list.take());
+    for (int i = 0; i < 300; ++i) {
+        volume.add_file("file" + std::to_string(i))
+            .attribute(attribute_builder::non_resident(0x20, {{1000, 128}}));
+    }
+    opened_volume opened(volume);
+    EXPECT_EQ(resolve(&opened.ntfs(), L"/file7").entry, 31u);
+    EXPECT_EQ(resolve(&opened.ntfs(), L"/file299").entry, 323u);
+    EXPECT_EQ(opened->m_path_cache_cost, listed_reads(opened.ntfs()).bytes_left)
+        << "no further list is followed";
+}
 
 TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {
     add_link("link", R"(C:\Target\Sub)");
