@@ -105,11 +105,19 @@ void take_file_name(const attribute& at, INODE_STATS& stats) {
 
 }  // namespace
 
+// Asks once: where there are no descriptors, each attribute of a damaged record would have them sought again.
+bool CNtfs::knows_security() {
+    if (!m_security_known) {
+        m_security_known = m_load_security != nullptr && m_load_security(*this);
+    }
+    return *m_security_known;
+}
+
 void CNtfs::take_owner(INODE_STATS& stats, std::uint32_t security_id) {
     if (security_id == 0 || m_mft_info.size == 0 || !m_Validated) {
         return;
     }
-    if (m_load_security == nullptr || !m_load_security(*this)) {
+    if (!knows_security()) {
         return;
     }
     const auto found = m_sd_cache.find(security_id);

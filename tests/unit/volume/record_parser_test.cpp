@@ -387,6 +387,26 @@ TEST(ParseRecord, the_owner_is_asked_for_only_where_it_can_be_known) {
     EXPECT_EQ(loads, 1);
 }
 
+TEST(ParseRecord, descriptors_are_loaded_once_however_many_attributes_ask_for_them) {
+    for (const security_loader loader : {load_none, load_two_owners}) {
+        loads = 0;
+        CNtfs volume;
+        volume.m_record_alloc = 1024;
+        volume.m_mft_info.size = 1;
+        volume.m_Validated = true;
+        volume.m_load_security = loader;
+        record_builder record;
+        for (int i = 0; i < 5; ++i) {
+            record.add(attribute_builder::resident(0x10, standard_information{.security_id = 0x100}.build()));
+        }
+        INODE_STATS stats;
+        volume.parse_record(record.build_restored(), stats, 6, false);
+        volume.parse_record(record.build_restored(), stats, 6, false);
+        EXPECT_EQ(loads, 1);
+        EXPECT_EQ(stats.security_text, loader == load_none ? "" : "S-1-5-18");
+    }
+}
+
 TEST(ParseRecord, a_standard_information_whose_value_lies_outside_of_the_record_has_no_owner) {
     // The attribute stands at 56 in a record of 1024 bytes, the id in the bytes 52 to 55 of its value.
     for (const std::uint64_t offset : {913u, 968u, 969u, 65535u}) {
