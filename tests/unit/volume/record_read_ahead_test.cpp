@@ -144,6 +144,16 @@ TEST(RecordReadAhead, ShowsTheDamageThatSingleReadsShow) {
     }
 }
 
+TEST(RecordReadAhead, TakesEntry0FromWhereTheBootSectorSays) {
+    volume_builder volume;
+    add_files(volume, 4);
+    opened_volume opened(volume);
+    opened->m_mft_info.data_runs[0].lcn += 6;  // where entry 24 is
+    ASSERT_NE(opened->entry_position(0), static_cast<std::uint64_t>(opened->m_mft_file_pos));
+    ASSERT_TRUE(read_alone(opened.ntfs(), 0, 1024).result);
+    expect_same_as_alone(opened.ntfs(), {0, 1, 2});
+}
+
 TEST(RecordReadAhead, RefusesABufferThatIsTooShort) {
     volume_builder volume;
     add_files(volume, 4);
