@@ -64,12 +64,14 @@ void compare(byte_view node, bool keep_going) {
     expect(std::equal(found.begin(), found.end(), plain.begin(), plain.end()));
 }
 
+constexpr std::string_view signature = "INDX";
+
 // The node in an index block of so many bytes, with the mark that printing asks for.
 std::vector<std::uint8_t> block_around(byte_view node, std::size_t size) {
-    std::vector<std::uint8_t> block = {'I', 'N', 'D', 'X'};
-    block.resize(24);
-    block.insert(block.end(), node.span().begin(), node.span().end());
-    block.resize(size);
+    std::vector<std::uint8_t> block(size);
+    const byte_view placed = node.clipped(0, size - quarry::index_block::node_offset);
+    std::copy(signature.begin(), signature.end(), block.begin());
+    std::copy(placed.span().begin(), placed.span().end(), block.begin() + quarry::index_block::node_offset);
     return block;
 }
 

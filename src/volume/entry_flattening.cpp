@@ -94,10 +94,11 @@ std::vector<std::uint8_t> value_in_full(const attribute& at, std::uint64_t& padd
     if (at.value_offset() == 0) {
         return {};
     }
-    std::vector<std::uint8_t> value = at.value().to_vector();
-    const std::uint64_t padding = std::min(at.value_length() - value.size(), padding_left);
+    const byte_view held = at.value();
+    const std::uint64_t padding = std::min(at.value_length() - held.size(), padding_left);
     padding_left -= padding;
-    value.resize(value.size() + padding);
+    std::vector<std::uint8_t> value(held.size() + padding);
+    std::copy(held.span().begin(), held.span().end(), value.begin());
     return value;
 }
 
