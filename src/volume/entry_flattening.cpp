@@ -94,19 +94,11 @@ std::vector<std::uint8_t> value_in_full(const attribute& at, std::uint64_t& padd
     if (at.value_offset() == 0) {
         return {};
     }
-<<<<<<< Updated upstream
     const byte_view held = at.value();
     const std::uint64_t padding = std::min(at.value_length() - held.size(), padding_left);
     padding_left -= padding;
     std::vector<std::uint8_t> value(held.size() + padding);
     std::copy(held.span().begin(), held.span().end(), value.begin());
-=======
-    const byte_view there = at.value();
-    const std::uint64_t padding = std::min(at.value_length() - there.size(), padding_left);
-    padding_left -= padding;
-    std::vector<std::uint8_t> value(there.size() + padding);
-    std::copy(there.span().begin(), there.span().end(), value.begin());
->>>>>>> Stashed changes
     return value;
 }
 
