@@ -157,11 +157,33 @@ bytes small_volume() {
     return volume.image();
 }
 
+namespace {
+
+// Files whose lists lie over each other and name the records of all of them.
+bytes shared_lists() {
+    constexpr std::uint64_t first = 8;
+    constexpr std::uint64_t files = 5;
+    volume_builder volume(small_geometry(1, 1024, 14));
+    std::vector<list_item> items;
+    for (std::uint64_t i = 0; i < 3 * files; ++i) {
+        items.push_back({.type = i % 2 == 0 ? 0x80u : 0x30u, .record = first + i % files, .id = 2});
+    }
+    volume.write_clusters(80, build_attribute_list(items));
+    for (std::uint64_t i = 0; i < files; ++i) {
+        volume.add_file_at(first + i, "file" + std::to_string(i))
+            .attribute(attribute_builder::non_resident(0x20, {{80, 1}}));
+    }
+    return volume.image();
+}
+
+}  // namespace
+
 void write_volume_seeds(const seed_writer& seeds) {
     seeds.write("small", small_volume());
     seeds.write("rich", rich_volume(1, 1024, 56, 10));
     seeds.write("clusters_of_4096", rich_volume(8, 1024, 40, 3));
     seeds.write("records_of_4096", rich_volume(2, 4096, 38, 1));
+    seeds.write("shared_lists", shared_lists());
     volume_builder forced(small_geometry(1, 1024, 14));
     // A record larger than its volume says, and runs that lead outside.
     forced.add_file_at(10, "outside.bin").data(runs({{0x7FFFFF, 4}, {5, 1}}));

@@ -131,13 +131,7 @@ bool mft_entries_ctx::read_entry(entry_record& record, std::uint64_t entry) {
 }
 
 bool mft_entries_ctx::may_go_on(const entry_record& record) const {
-    return (m_followed_bytes < most_followed_bytes || m_followed_reads < usual_followed_reads) &&
-           record.held_bytes / most_memory_for_a_byte <= m_ntfs.source_size();
-}
-
-void mft_entries_ctx::count_read(std::uint64_t bytes) {
-    ++m_followed_reads;
-    m_followed_bytes += bytes;
+    return m_reads.may_go_on() && record.held_bytes / most_memory_for_a_byte <= m_ntfs.source_size();
 }
 
 void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t entry,
@@ -156,7 +150,7 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
     std::vector<std::uint8_t> clusters;
     // A list with a damaged part serves as far as it was read.
     static_cast<void>(m_ntfs.read_list_clusters(list, clusters));
-    count_read(clusters.size());
+    m_reads.count(clusters.size());
     walk_list_entries(record, entry, clusters);
 }
 
@@ -168,7 +162,7 @@ void mft_entries_ctx::walk_list_entries(entry_record& record, std::uint64_t entr
             return;
         }
         if (named.entry_number() != entry) {
-            count_read(m_record_size);
+            m_reads.count(m_record_size);
             take_from_extension(record, entry, named);
         }
         list = list.from(named.length());

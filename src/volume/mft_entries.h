@@ -9,6 +9,7 @@
 #include "foundation/status_log.h"
 #include "volume/attr_item.h"
 #include "volume/entry_record.h"
+#include "volume/followed_reads.h"
 #include "volume/ntfs.h"
 
 #include <cstdint>
@@ -23,12 +24,6 @@ namespace quarry {
 // The same with the items of index attributes alone.
 [[nodiscard]] bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out,
                                          status_log& log);
-
-// How far the attribute lists of one entry are followed: until so many bytes of lists and extension records
-// were read, and so many of either. NTFS ends a list at 256 KiB, which can name some 8,000 records of 4 KiB.
-// A list that names the same records again and again would keep a run busy for hours.
-inline constexpr std::uint64_t most_followed_bytes = std::uint64_t{64} << 20;
-inline constexpr std::uint64_t usual_followed_reads = 4096;
 
 // Reads one entry and what belongs to it. Made afresh for each entry.
 class mft_entries_ctx {
@@ -51,7 +46,6 @@ class mft_entries_ctx {
 
   private:
     [[nodiscard]] bool may_go_on(const entry_record& record) const;
-    void count_read(std::uint64_t bytes);
     void take_from_extension(entry_record& record, std::uint64_t entry, const list_entry& named);
 
     CNtfs& m_ntfs;
@@ -59,9 +53,8 @@ class mft_entries_ctx {
     // Bytes to read for a record; 0 until one is read, because only a valid volume knows them.
     std::uint64_t m_record_size = 0;
     std::vector<std::uint8_t> m_extension;
-    // Lists and extension records that were asked for, and their bytes.
-    std::uint64_t m_followed_reads = 0;
-    std::uint64_t m_followed_bytes = 0;
+    // Of lists and of extension records.
+    followed_reads m_reads;
 };
 
 }  // namespace quarry

@@ -1,6 +1,7 @@
 // The walk over the attributes of a system file's record and of its extension records.
 #include "foundation/ql_string.h"
 #include "volume/attribute_values.h"
+#include "volume/followed_reads.h"
 #include "volume/ntfs.h"
 
 #include <algorithm>
@@ -227,11 +228,14 @@ bool CNtfs::walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_
     }
     const std::uint64_t most = usual_attribute_bytes + source_size() / source_bytes_for_one_attribute_byte;
     std::uint64_t attribute_bytes = 0;
+    followed_reads reads;
+    reads.count(list.size());
     std::vector<std::uint8_t> record;
     auto bytes_left = static_cast<std::int64_t>(list.size());
     // Ends with the list: each step is at least one byte long.
-    while (at.length() != 0 && at.length() <= bytes_left && attribute_bytes <= most) {
+    while (at.length() != 0 && at.length() <= bytes_left && attribute_bytes <= most && reads.may_go_on()) {
         if (at.entry_number() != entry) {
+            reads.count(get_mft_record_size());
             attribute_bytes += add_listed_attribute(stats, at, record);
         }
         bytes_left -= at.length();

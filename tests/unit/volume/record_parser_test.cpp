@@ -552,6 +552,23 @@ TEST(AttributeList, an_entry_whose_sequence_number_differs_is_passed_over_and_th
     EXPECT_EQ(pieces_after({{.record = 15, .sequence = 2}, {.record = 15}}), 2u);
 }
 
+// Pieces of $MFT that are found behind so many entries that name a record of another sequence number.
+std::uint64_t pieces_behind(std::size_t useless_entries) {
+    volume_builder builder(split_mft());
+    std::vector<list_item> items(useless_entries, {.record = 15, .sequence = 2});
+    items.push_back({.record = 15});
+    builder.file(0).attribute_list(build_attribute_list(items)).list_in_clusters();
+    opened_volume volume(builder);
+    return volume->m_mft_info.data_runs.size();
+}
+
+TEST(AttributeList, a_list_is_followed_until_64_mib_were_read) {
+    // Entries of 32 bytes take 496 or 497 clusters of 4096 bytes. Behind these there are 63,552 or 63,548
+    // reads of 1024 bytes before 67,108,864 bytes are reached.
+    EXPECT_EQ(pieces_behind(63400), 2u);
+    EXPECT_EQ(pieces_behind(63600), 1u);
+}
+
 TEST(AttributeList, an_entry_whose_type_and_id_are_in_no_attribute_adds_nothing_and_the_walk_goes_on) {
     EXPECT_EQ(pieces_after({{.record = 15, .id = 77}, {.type = 0xA0, .record = 15}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 15, .id = 77}, {.record = 15}}), 2u);
