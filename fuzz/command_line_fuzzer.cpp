@@ -22,6 +22,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
 
@@ -46,6 +47,16 @@ class scene {
     }
     scene(const scene&) = delete;
     scene& operator=(const scene&) = delete;
+
+    // While a run works, no file grows beyond so many bytes: an argument may ask for more clusters, and a
+    // volume claim a longer stream, than any disk has room for.
+    static void limit_files(bool limited) {
+        constexpr ::rlim_t most_bytes = 1024 * 1024;
+        struct ::rlimit limit {};
+        expect(::getrlimit(RLIMIT_FSIZE, &limit) == 0);
+        limit.rlim_cur = limited ? std::min(most_bytes, limit.rlim_max) : limit.rlim_max;
+        expect(::setrlimit(RLIMIT_FSIZE, &limit) == 0);
+    }
 
     // Goes into the directory, which then holds the image, two links to it and an empty directory.
     void enter(const part& image) const {
@@ -134,7 +145,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         arguments.push_back(word.c_str());
     }
     const int free_before = free_descriptor();
+    scene::limit_files(true);
     const int status = quarry::run(static_cast<int>(arguments.size()), arguments.data());
+    scene::limit_files(false);
     expect(status == 0 || status == -1);
     expect(free_descriptor() == free_before);
     std::cout.clear();
