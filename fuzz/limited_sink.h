@@ -18,8 +18,11 @@ class limited_buffer : public std::streambuf {
 
   protected:
     int_type overflow(int_type character) override {
-        const char byte = traits_type::to_char_type(character);
-        return xsputn(&byte, 1) == 1 ? traits_type::not_eof(character) : traits_type::eof();
+        if (m_taken.size() == m_room) {
+            return traits_type::eof();
+        }
+        m_taken.push_back(static_cast<std::uint8_t>(traits_type::to_char_type(character)));
+        return traits_type::not_eof(character);
     }
     std::streamsize xsputn(const char* bytes, std::streamsize count) override {
         const auto taken =

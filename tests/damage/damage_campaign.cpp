@@ -1,0 +1,152 @@
+// Damages a small volume that has something of everything, on an MBR disk, on a GPT disk and in a virtual
+// disk, in some hundred thousand ways, and runs everything that a run can do on each. A case may take two
+// seconds and 256 MiB.
+//
+// Usage: damage_campaign VOLUME CASES [PART PARTS]
+// The cases are spread over all kinds of damage; with PART and PARTS, this process takes its share of them.
+#include "damage/damaged_source.h"
+#include "damage/memory_peak.h"
+#include "disk/partition_reader.h"
+#include "disk/volume_detection.h"
+#include "fuzz/expect.h"
+#include "fuzz/volume_flow.h"
+#include "report/security_cache.h"
+#include "support/volume_builder.h"
+#include "volume/ntfs_open.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+// Read by AddressSanitizer where it is in the program: a finding aborts, so that the case is told; little
+// memory is kept back, for speed.
+extern "C" const char* __asan_default_options() {
+    return "abort_on_error=1:quarantine_size_mb=16:malloc_context_size=0";
+}
+
+namespace quarry::test {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds longest_case{2};
+constexpr std::size_t most_memory = std::size_t{256} << 20;
+// A case that does not end at all is ended.
+constexpr unsigned hang_seconds = 60;
+
+std::array<char, 256> current_case{};
+
+extern "C" void tell_case(int signal) {
+    static_cast<void>(!::write(STDERR_FILENO, "in the case: ", 13));
+    static_cast<void>(!::write(STDERR_FILENO, current_case.data(), std::strlen(current_case.data())));
+    static_cast<void>(!::write(STDERR_FILENO, "\n", 1));
+    std::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+// Looks for volumes as a run does, and opens what it finds; the place where the volume was goes last.
+bool run_flows(const damaged_source& source) {
+    std::ostringstream words;
+    std::uint64_t offset = 0;
+    bool found = false;
+    std::unique_ptr<CNtfs> ntfs;
+    if (source.kind() == source_kind::virtual_disk) {
+        static_cast<void>(locate_in_vmdk(words, {source.path()}, offset, found, false));
+        if (!open_by_vmdk({source.path()}, static_cast<std::int64_t>(offset), ntfs, false,
+                          load_security_cache)) {
+            return false;
+        }
+    } else {
+        static_cast<void>(locate_in_image(words, source.path(), offset, found, false));
+        std::vector<std::uint64_t> offsets;
+        static_cast<void>(ntfs_offsets_in_image(source.path(), offsets));
+        offset = offsets.empty() ? 64 * 512 : offsets.front();
+        if (!open_by_image(source.path(), offset, ntfs, false, load_security_cache)) {
+            return false;
+        }
+    }
+    fuzz::look_at_volume(*ntfs);
+    return true;
+}
+
+struct tally {
+    std::uint64_t cases = 0;
+    std::uint64_t opened = 0;
+    steady_clock::duration slowest{};
+    std::size_t largest = 0;
+    std::uint64_t failed = 0;
+};
+
+void run_case(damaged_source& source, std::uint64_t number, tally& sum) {
+    const std::string text = source.describe(number);
+    std::snprintf(current_case.data(), current_case.size(), "%s", text.c_str());
+    source.damage(number);
+    ::alarm(hang_seconds);
+    start_memory_peak();
+    const steady_clock::time_point begin = steady_clock::now();
+    sum.opened += run_flows(source) ? 1 : 0;
+    const steady_clock::duration took = steady_clock::now() - begin;
+    ::alarm(0);
+    ++sum.cases;
+    sum.slowest = std::max(sum.slowest, took);
+    sum.largest = std::max(sum.largest, memory_peak());
+    if (took > longest_case || memory_peak() > most_memory) {
+        ++sum.failed;
+        std::cerr << text << ": " << std::chrono::duration<double>(took).count() << " s, " << memory_peak()
+                  << " bytes\n";
+    }
+}
+
+// A third of the cases goes to each source; of its listed cases as many as there is room for beside as many
+// of random bits, evenly spread.
+void run_source(damaged_source& source, std::uint64_t cases, std::uint64_t part, std::uint64_t parts,
+                tally& sum) {
+    const std::uint64_t listed = std::min(source.listed_cases(), cases / 2);
+    for (std::uint64_t i = part; i < cases; i += parts) {
+        run_case(source, i < listed ? i * source.listed_cases() / listed : source.listed_cases() + i, sum);
+    }
+}
+
+int campaign(const std::string& volume, std::uint64_t cases, std::uint64_t part, std::uint64_t parts) {
+    for (const int signal : {SIGABRT, SIGALRM, SIGSEGV}) {
+        std::signal(signal, tell_case);
+    }
+    const bytes content = read_file(volume);
+    tally sum;
+    for (const source_kind kind : {source_kind::mbr_disk, source_kind::gpt_disk, source_kind::virtual_disk}) {
+        damaged_source source(kind, content);
+        // The campaign is worth something only if the volume opens while it is whole.
+        fuzz::expect(run_flows(source));
+        run_source(source, cases / 3, part, parts, sum);
+    }
+    std::cout << sum.cases << " cases, " << sum.opened << " volumes opened, slowest "
+              << std::chrono::duration_cast<std::chrono::milliseconds>(sum.slowest).count() << " ms, largest "
+              << sum.largest / 1024 << " KiB, " << sum.failed << " beyond the limits\n";
+    return sum.cases == 0 || sum.failed != 0 ? 1 : 0;
+}
+
+}  // namespace
+}  // namespace quarry::test
+
+int main(int argc, char** argv) {
+    if (argc != 3 && argc != 5) {
+        std::cerr << "usage: damage_campaign VOLUME CASES [PART PARTS]\n";
+        return 2;
+    }
+    try {
+        const std::uint64_t part = argc == 5 ? std::stoull(argv[3]) : 0;
+        const std::uint64_t parts = argc == 5 ? std::stoull(argv[4]) : 1;
+        return quarry::test::campaign(argv[1], std::stoull(argv[2]), part, parts);
+    } catch (const std::exception& problem) {
+        std::cerr << problem.what() << '\n';
+        return 1;
+    }
+}
