@@ -168,7 +168,8 @@ bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byt
     names.clear();
     const name_rules rules{all_namespaces, parent_filter};
     attribute list;
-    if (first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
+    if (reads.bytes_left != 0 &&
+        first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
         listed_names(names, ntfs, rules, reads).add(entry, list_bytes(ntfs, list));
     }
     add_names_of_record(names, record, rules);
