@@ -125,6 +125,25 @@ TEST_F(DirectoryIndex, SkipsABlockThatIsRefused) {
     EXPECT_EQ(found.children, (numbers{102}));
 }
 
+TEST_F(DirectoryIndex, WhoseBlocksNameThemselvesAndEachOtherAsTheirSubNodesGivesEachChildOnce) {
+    const auto leading_to = [](std::uint64_t vcn, std::uint64_t number) {
+        index_entry inner = child(number);
+        inner.sub_node = vcn;
+        index_entry last = end_entry();
+        last.flags = 3;
+        last.sub_node = vcn;
+        return index_block_builder().add(inner).add(last).build();
+    };
+    // Block 0 is that of the directory's own children, of which there are none.
+    m_directory.index_in_blocks()
+        .extra_index_block(leading_to(1, 70))
+        .extra_index_block(leading_to(3, 71))
+        .extra_index_block(leading_to(2, 72));
+    const listing found = children();
+    EXPECT_TRUE(found.result);
+    EXPECT_EQ(found.children, (numbers{70, 71, 72}));
+}
+
 TEST_F(DirectoryIndex, ReadsAFreedBlockAsIfLive) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.index_in_blocks().extra_index_block(block_of(77));

@@ -698,6 +698,47 @@ TEST_F(PathResolution, EndsSoonWhereTheListsOfAllFilesLieOverEachOther) {
         << "no further list is followed";
 }
 
+// A root directory of so many times 24 files with 8 names each, which are the same records over and
+// over because $MFT lies over itself, and behind them the file "last". Returns its entry number, 0 if it is
+// not found.
+std::uint64_t last_file_behind(std::size_t repeats) {
+    constexpr std::uint64_t entries_of_first_run = 48;
+    volume_builder volume({.mft_runs = {{4, 12}, {20, 4}}});
+    volume.root().index_in_blocks();
+    run_list mft;
+    for (int i = 0; i < 24; ++i) {
+        const std::string name = "f" + std::to_string(i);
+        file_builder& file = volume.add_file(name).unindexed();
+        for (int link = 1; link < 8; ++link) {
+            file.hard_link(name + "_" + std::to_string(link), root_entry);
+        }
+    }
+    volume.add_file_at(entries_of_first_run + 2, "last").unindexed();
+    const auto name_child = [&volume](std::uint64_t entry) {
+        volume.root().extra_entry({.file_reference = reference(entry, 1), .key = bytes(80)});
+    };
+    for (std::size_t cycle = 0; cycle < repeats; ++cycle) {
+        mft.push_back({4, 12});
+        for (std::uint64_t entry = first_user_entry; entry < entries_of_first_run; ++entry) {
+            name_child(cycle * entries_of_first_run + entry);
+        }
+    }
+    mft.push_back({20, 4});
+    name_child(repeats * entries_of_first_run + 2);
+    volume.file(0).attribute(attribute_builder::non_resident(0x80, mft).id(20));
+    opened_volume opened(volume);
+    EXPECT_EQ(opened->m_mft_info.data_runs.size(), repeats + 1);
+    EXPECT_LT(opened->source_size(), 400'000u);
+    const lookup found = resolve(&opened.ntfs(), L"/last");
+    return found.found ? found.entry : 0;
+}
+
+// Each name counts 64 bytes and its own, which makes some 13,000 for the 8 names of 24 files.
+TEST_F(PathResolution, PassesOverChildrenBehindMoreNamesThanTheSourceCanHold) {
+    EXPECT_EQ(last_file_behind(3), 3u * 48 + 2);
+    EXPECT_EQ(last_file_behind(40), 0u) << "the names of 40 times 24 files would take half a megabyte";
+}
+
 TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {
     add_link("link", R"(C:\Target\Sub)");
     add_link("self", R"(C:\self\x)");
