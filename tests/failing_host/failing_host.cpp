@@ -2,11 +2,12 @@
 // and its reads and writes of ordinary files. What it does is told by environment variables, numbers in
 // bytes:
 //
-//     FAIL_READS_FROM, FAIL_READS_TO    a read that touches this range of its file ends there, or fails with
-//     EIO LONGEST_TRANSFER                  no read or write moves more than this INTERRUPTED every other
-//     call fails with EINTR first ROOM                              a file takes this many bytes, then ENOSPC
-//     VANISH_AT                         once this many bytes were written to a file, its name is removed
-//     SIGNAL_AT, SIGNAL                 once this many bytes were written to a file, this signal is raised
+// - FAIL_READS_FROM, FAIL_READS_TO: a read that touches this range of its file ends there, or fails with EIO
+// - LONGEST_TRANSFER: no read or write moves more than this
+// - INTERRUPTED: every other call fails with EINTR first
+// - ROOM: a file takes this many bytes, then ENOSPC
+// - VANISH_AT: once this many bytes were written to a file, its name is removed
+// - SIGNAL_AT, SIGNAL: once this many bytes were written to a file, this signal is raised
 #include <algorithm>
 #include <array>
 #include <cerrno>
