@@ -1,19 +1,32 @@
 #!/usr/bin/env bash
 # Runs every test on an instrumented build and prints, for each file of src/, the lines and branches they reached.
-# Usage: scripts/coverage.sh [MIN_LINES MIN_BRANCHES]   percentages below which it fails (default: none)
+# Usage: scripts/coverage.sh [MIN_LINES MIN_BRANCHES]   percentages of the whole below which it fails (95 85)
+#
+# Branches count where the source has a condition: those that the compiler adds behind each call for an exception
+# that may leave it, and those on lines without code of their own, such as a closing brace, do not. Nothing else is
+# left out: no line of src/ carries a mark that hides it.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
+min_lines=${1:-95}
+min_branches=${2:-85}
 quarry_install build test coverage
 quarry_prepare coverage
-find "$QUARRY_ROOT/build/coverage" -name '*.gcda' -delete
-ctest --test-dir "$QUARRY_ROOT/build/coverage" --output-on-failure --parallel "$(nproc)" --timeout 600 --quiet
+build=$QUARRY_ROOT/build/coverage
+find "$build" -name '*.gcda' -delete
+ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" --timeout 900
 
+# Reading what the tests left behind is most of the work, so it is done once, where a run that is ended leaves no litter.
+counts=$build/counts.json
+cd "$build"
+gcovr --root "$QUARRY_ROOT" --filter "$QUARRY_ROOT/src/" --exclude-throw-branches --exclude-unreachable-branches \
+    -j "$(nproc)" --json "$counts" .
 cd "$QUARRY_ROOT"
-common=(--root . --filter 'src/' --exclude-throw-branches --exclude-unreachable-branches build/coverage)
 quarry_say "lines"
-gcovr "${common[@]}"
+gcovr --root . --add-tracefile "$counts"
 quarry_say "branches"
-gcovr "${common[@]}" --branches
-gcovr "${common[@]}" --fail-under-line "${1:-0}" --fail-under-branch "${2:-0}" >/dev/null
+gcovr --root . --add-tracefile "$counts" --branches
+quarry_say "at least $min_lines % of the lines and $min_branches % of the branches"
+gcovr --root . --add-tracefile "$counts" --fail-under-line "$min_lines" --fail-under-branch "$min_branches" \
+    --print-summary -o /dev/null
