@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Copies streams out of the sample disk, shows them, and checks each copy against samples/MANIFEST.tsv.
 # Exits 1 on any difference. Usage: scripts/demo.sh [DIR]     with DIR the copies are kept there
+# QUARRY_PRESET names another build than `release`.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
+preset=${QUARRY_PRESET:-release}
 quarry_install demo
-quarry_prepare release quarry
+[ "$preset" != clang ] || quarry_install clang
+quarry_prepare "$preset" quarry
 
 samples=$QUARRY_ROOT/samples
 work=$(mktemp -d)
