@@ -1,5 +1,6 @@
 #include "frontend/copy_by_cluster.h"
 
+#include "foundation/output_file.h"
 #include "foundation/ql_string.h"
 #include "foundation/uni_streams.h"
 #include "frontend/copy_job.h"
@@ -8,7 +9,6 @@
 #include "frontend/extraction.h"
 #include "frontend/source_files.h"
 #include "report/cluster_report.h"
-#include "report/report_file.h"
 #include "volume/ntfs_open.h"
 
 namespace quarry {
@@ -69,13 +69,13 @@ void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni
 bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t volume_offset,
                       std::uint64_t start_lcn, std::uint64_t count, const std::wstring& dst,
                       const std::wstring& meta) {
-    uni::ofstream out(dst, std::ios_base::out | std::ios_base::binary);
-    if (!out.is_open()) {
+    uni::ofstream out;
+    if (!uni::open_output(out, dst)) {
         // Deliberate: a copy of clusters whose file cannot be opened counts as a success.
         return true;
     }
     uni::ofstream report;
-    if (!meta.empty() && open_report(report, meta)) {
+    if (!meta.empty() && uni::open_output(report, meta)) {
         write_cluster_report_head(report, source_text, volume_offset, ntfs.disk_origin(),
                                   ntfs.get_bytes_per_sector(), start_lcn, count);
     }

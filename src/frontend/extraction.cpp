@@ -1,12 +1,12 @@
 #include "frontend/extraction.h"
 
+#include "foundation/output_file.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
 #include "frontend/named_by_hash.h"
 #include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
-#include "report/report_file.h"
 #include "report/security_cache.h"
 #include "volume/mft_entries.h"
 #include "volume/ntfs_open.h"
@@ -137,7 +137,7 @@ void write_report(copy_job& job, CNtfs& ntfs, const attr_item_list& items) {
         return;
     }
     uni::ofstream report;
-    if (!open_report(report, job.meta)) {
+    if (!uni::open_output(report, job.meta)) {
         job.meta.clear();
         return;
     }
@@ -168,8 +168,8 @@ std::size_t item_to_copy(copy_job& job, const CNtfs& ntfs, const attr_item_list&
 }
 
 bool copy_to_file(const copy_job& job, CNtfs* ntfs, attr_item& item, pump_context& context) {
-    uni::ofstream out(job.dst, std::ios_base::out | std::ios_base::binary);
-    if (!out.is_open()) {
+    uni::ofstream out;
+    if (!uni::open_output(out, job.dst)) {
         return false;
     }
     // Deliberate: what the pump says is the result, also when the file could not take all of the bytes.

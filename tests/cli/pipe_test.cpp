@@ -4,6 +4,8 @@
 #include "cli/command_row.h"
 #include "cli/scene.h"
 
+#include <sys/stat.h>
+
 namespace quarry::test {
 namespace {
 
@@ -190,6 +192,19 @@ TEST_F(list_of_copies, tries_the_destination_out_only_until_its_first_success) {
         run({"-image", "disk", "-pipe", "-dst", "out/"}, {.standard_input = "/a.txt\n/many/b.txt\n"});
     EXPECT_EQ(behind_header(after.out), "");
     EXPECT_EQ(after.err, std::string("success: /a.txt\nfailed: /many/b.txt\n") + emptied_status_line);
+}
+
+// A single copy is refused there too, with the words about a file that cannot be made.
+TEST_F(list_of_copies, goes_on_behind_a_destination_that_is_a_pipe) {
+    source("disk");
+    std::filesystem::create_directory(m_dir / "out");
+    ASSERT_EQ(::mkfifo((m_dir / "out/b.txt").c_str(), 0600), 0);
+    const program_result result =
+        run({"-image", "disk", "-pipe", "-dst", "out/"},
+            {.standard_input = "/a.txt\n/many/b.txt\n/a.txt\n", .time_limit = std::chrono::seconds(10)});
+    EXPECT_FALSE(result.timed_out);
+    EXPECT_EQ(result.err,
+              std::string("success: /a.txt\nfailed: /many/b.txt\nsuccess: /a.txt\n") + emptied_status_line);
 }
 
 }  // namespace

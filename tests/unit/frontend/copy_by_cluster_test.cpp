@@ -5,6 +5,7 @@
 #include "support/volume_builder.h"
 
 #include <filesystem>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -278,6 +279,12 @@ TEST_F(cluster_copy_test, a_range_whose_end_wraps_holds_no_cluster) {
 TEST_F(cluster_copy_test, whose_file_cannot_be_opened_counts_as_a_success) {
     EXPECT_TRUE(
         copy_clusters({}, image, 0, 120, 1, (dir / "missing/o").wstring(), (dir / "report").wstring()));
+    EXPECT_FALSE(fs::exists(dir / "report"));
+}
+
+TEST_F(cluster_copy_test, whose_file_is_a_pipe_waits_for_nobody_and_counts_as_one_that_cannot_be_opened) {
+    ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
+    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "pipe").wstring(), (dir / "report").wstring()));
     EXPECT_FALSE(fs::exists(dir / "report"));
 }
 
