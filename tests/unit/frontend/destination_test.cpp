@@ -143,6 +143,18 @@ TEST_F(destination_test,
     EXPECT_EQ(logged, "->dst: " + path("out/") + "\n->err: can't create the file: " + path("out/") + "\n");
 }
 
+TEST_F(destination_test, without_any_name_a_relative_directory_is_told_by_its_absolute_form) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    const std::string absolute = (fs::current_path() / "out/").string();
+    opts.m_dst = L"out/";
+    opts.m_entry = 5;
+    EXPECT_FALSE(settle());
+    fs::current_path(before);
+    EXPECT_EQ(said, "err: can't create the file: " + absolute + "\n");
+    EXPECT_EQ(logged, "->dst: " + absolute + "\n->err: can't create the file: " + absolute + "\n");
+}
+
 TEST_F(destination_test, the_directory_of_the_source_with_a_backslash_is_the_same) {
     opts.m_src = L"\\dir\\sub\\name";
     opts.m_dst = L"\\dir\\sub\\";
