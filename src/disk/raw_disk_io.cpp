@@ -27,6 +27,9 @@ constexpr std::int32_t highest_drive_number = 24;
 constexpr std::int32_t drives_with_a_name = 20;
 constexpr std::uint32_t kind_not_opened = 5;
 constexpr std::uint32_t origin_word_mask = 0x0FFFFFFF;
+// More than a file system has in structures whose grains are all zeros; 16 clusters of the largest size that
+// formatters make fit as well.
+constexpr std::uint64_t left_out_zeros = std::uint64_t{32} << 20;
 
 // Bytes up to the end of a descriptor, whose position is then at its start again; nothing if it cannot seek.
 std::int64_t descriptor_size(int descriptor) {
@@ -215,6 +218,10 @@ bool RAW_DISK_IO::read_in_sectors(std::uint8_t* buffer, std::uint64_t length, st
 
 std::uint64_t RAW_DISK_IO::size() const {
     return m_ok ? m_size : 0;
+}
+
+std::uint64_t RAW_DISK_IO::content_size() const {
+    return m_vmdk ? std::min(size(), m_vmdk->file_bytes() + left_out_zeros) : size();
 }
 
 void RAW_DISK_IO::set_origin(std::int32_t sectors, std::uint32_t offset_low, std::uint32_t offset_high) {

@@ -56,6 +56,10 @@ class RAW_DISK_IO {
 
     // Bytes of the source; 0 on an unusable object.
     [[nodiscard]] std::uint64_t size() const;
+    // Bytes that the source can have content in: the cap of what is allocated or walked at the source's word.
+    // That is its size, but the size of a virtual disk is only a number in a file, which costs nothing. Such
+    // a disk counts for as much as its files hold, and some for grains of zeros that they leave out.
+    [[nodiscard]] std::uint64_t content_size() const;
     [[nodiscard]] std::uint32_t bytes_per_sector() const { return m_bytes_per_sector; }
     [[nodiscard]] bool is_ok() const { return m_ok; }
     // Records where the volume begins that a virtual disk is read for: its byte offset in two words.

@@ -12,6 +12,7 @@ namespace {
 
 // Positions within a grain are of 32 bits.
 constexpr std::uint64_t largest_row = 0x100000000;
+constexpr std::uint64_t largest_number = std::numeric_limits<std::uint64_t>::max();
 
 // What a plain read gives for a stretch of one grain, zeros where the file gives nothing. True if it gave
 // all.
@@ -86,7 +87,7 @@ bool vmdk_disk::link() {
 // Asks the files from the newest down to the one that holds the offset, and keeps the answer with the offsets
 // around it that get the same one.
 void vmdk_disk::find_neighbourhood(std::uint64_t offset) {
-    m_known = {0, std::numeric_limits<std::uint64_t>::max()};
+    m_known = {0, largest_number};
     vmdk_file* holder = nullptr;
     std::uint64_t position = 0;
     // Ends at the base: link() gave each file of the chain the file in front of it as its parent.
@@ -162,8 +163,7 @@ bool vmdk_disk::fill(std::span<std::uint8_t> out, std::uint64_t offset) {
 }
 
 bool vmdk_disk::read(void* buffer, std::uint64_t offset, std::uint64_t& length) {
-    if (!m_ready || buffer == nullptr || length == 0 ||
-        length - 1 > std::numeric_limits<std::uint64_t>::max() - offset) {
+    if (!m_ready || buffer == nullptr || length == 0 || length - 1 > largest_number - offset) {
         return false;
     }
     static_cast<void>(fill({static_cast<std::uint8_t*>(buffer), length}, offset));
@@ -172,10 +172,19 @@ bool vmdk_disk::read(void* buffer, std::uint64_t offset, std::uint64_t& length) 
 
 bool vmdk_disk::read_whole(void* buffer, std::uint64_t offset, std::uint64_t length) {
     if (!m_ready || !m_reads_join || buffer == nullptr || length == 0 ||
-        length - 1 > std::numeric_limits<std::uint64_t>::max() - offset) {
+        length - 1 > largest_number - offset) {
         return false;
     }
     return fill({static_cast<std::uint8_t*>(buffer), length}, offset);
+}
+
+std::uint64_t vmdk_disk::file_bytes() const {
+    constexpr std::uint64_t most = largest_number / 2;
+    std::uint64_t sum = 0;
+    for (const vmdk_file* file : m_chain) {
+        sum += std::min(file->m_file_size, most - sum);
+    }
+    return sum;
 }
 
 std::uint64_t vmdk_disk::disk_offset() const {

@@ -42,7 +42,7 @@ void pass_over_cluster(uni::ofstream& out, std::uint64_t length, std::uint64_t c
 void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni::ofstream& report) {
     const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
     const std::uint64_t origin = ntfs.disk_origin();
-    const std::uint64_t clusters_in_source = ntfs.source_size() / cluster_size + 1;
+    const std::uint64_t clusters_in_source = ntfs.get_disk()->size() / cluster_size + 1;
     std::vector<std::uint8_t> bytes;
     for (std::uint64_t lcn = range.start_lcn; lcn < range.end_lcn; ++lcn) {
         const bool reports = report.is_open() && report.good();

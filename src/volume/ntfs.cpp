@@ -71,7 +71,7 @@ std::uint32_t CNtfs::blocks_per_cluster() const {
 
 std::uint64_t CNtfs::source_size() const {
     const RAW_DISK_IO* const disk = get_disk();
-    return disk == nullptr ? 0 : disk->size();
+    return disk == nullptr ? 0 : disk->content_size();
 }
 
 INODE_STATS CNtfs::get_mft_inode_stats() const {

@@ -103,7 +103,7 @@ class CNtfs {
     // whole blocks in one cluster (0 if it is smaller than a block).
     [[nodiscard]] std::uint32_t clusters_per_block() const;
     [[nodiscard]] std::uint32_t blocks_per_cluster() const;
-    // Size of the source in bytes: the cap of every allocation whose size the source claims.
+    // Bytes that the source can have content in: the cap of every allocation whose size the source claims.
     [[nodiscard]] std::uint64_t source_size() const;
     // What was learned of the system files. Asking an object that is not valid is an error of this program
     // and ends it.

@@ -46,6 +46,24 @@ TEST_F(VirtualDiskIo, a_chain_is_a_source_of_the_bases_name_and_size) {
     EXPECT_FALSE(disk.m_writable);
 }
 
+TEST_F(VirtualDiskIo, counts_for_what_its_files_hold_and_32_mebibytes_whatever_size_it_claims) {
+    constexpr std::uint64_t allowance = 32 * 1024 * 1024;
+    EXPECT_EQ(RAW_DISK_IO(grown_chain(), false, false).content_size(), 64u * 4096u) << "it is no larger";
+    const std::uint64_t most_sectors = 0xFFFFFFFFFFFFFFFF / 512;
+    for (const std::uint64_t sectors : {std::uint64_t{0x100000}, std::uint64_t{1} << 40, most_sectors}) {
+        vmdk_builder base;
+        base.force(vmdk_builder::at_capacity, 8, sectors);
+        vmdk_builder snapshot;
+        snapshot.cid = "c0000001";
+        snapshot.parent_cid = "c0000000";
+        snapshot.put(0, pattern(4096, 1));
+        RAW_DISK_IO disk({write("base", base), write("snapshot", snapshot)}, false, false);
+        EXPECT_EQ(disk.size(), sectors * 512);
+        EXPECT_EQ(disk.content_size(), base.build().size() + snapshot.build().size() + allowance);
+    }
+    EXPECT_EQ(RAW_DISK_IO(std::vector<std::wstring>{}, false, false).content_size(), 0u);
+}
+
 TEST_F(VirtualDiskIo, reads_go_to_the_chain) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     bytes buffer(8192, 0xEE);

@@ -1,6 +1,7 @@
 #include "namespace/index_stream.h"
 
 #include "support/opened_volume.h"
+#include "support/vmdk_builder.h"
 
 #include <filesystem>
 #include <numeric>
@@ -170,6 +171,24 @@ TEST_P(IndexStream, NeverHoldsMoreThanTheSource) {
     EXPECT_LE(found.blocks.size(), opened->source_size() + GetParam() + 4096);
     EXPECT_GE(found.blocks.size(), opened->source_size());
     EXPECT_EQ(found.blocks.size(), found.count * std::size_t{4096});
+}
+
+// What a virtual disk claims to hold costs nothing.
+TEST(IndexStreamOnVirtualDisk, NeverHoldsMoreThanTheFilesWhateverSizeTheDiskClaims) {
+    const bytes image = volume_builder({.mft_entries = 32, .total_clusters = 200}).image();
+    vmdk_builder disk;
+    disk.entries_per_table = 512;
+    disk.grains = 512;
+    disk.put_all(0, image).force(vmdk_builder::at_capacity, 8, std::uint64_t{1} << 54);
+    const temp_dir dir;
+    disk.write(dir / "disk");
+    std::unique_ptr<CNtfs> volume;
+    ASSERT_TRUE(open_by_vmdk({(dir / "disk").wstring()}, 0, volume, false, nullptr));
+    EXPECT_EQ(volume->get_disk()->size(), std::uint64_t{1} << 63);
+    const read_blocks found = read(*volume, {stored(100, 0xFFFFFFFF), stored(100, 0xFFFFFFFF)});
+    EXPECT_TRUE(found.result);
+    EXPECT_LE(found.blocks.size(), image.size() + 0x100000 + 32 * 0x100000);
+    EXPECT_GE(found.blocks.size(), image.size());
 }
 
 // Clusters that are larger than a block, or that no number of blocks or of which no number fills.
