@@ -20,21 +20,23 @@ std::string terminated_text_of(byte_view bytes) {
 
 void vmdk_descriptor::parse(byte_view text) {
     const std::string whole = terminated_text_of(text);
+    std::size_t room = most_kept_descriptor_bytes;
     // Each turn takes a line off.
     for (std::string_view rest = whole; !rest.empty();) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         if (!line.empty()) {
-            keep(line);
+            keep(line, room);
             take_value(line);
         }
     }
 }
 
-void vmdk_descriptor::keep(std::string_view line) {
-    if (m_descriptor_lines.size() == most_descriptor_lines) {
+void vmdk_descriptor::keep(std::string_view line, std::size_t& room) {
+    if (m_descriptor_lines.size() == most_descriptor_lines || line.size() > room) {
         return;
     }
+    room -= line.size();
     std::wstring wide;
     // Bad UTF-8 ends the line early and loses nothing else.
     static_cast<void>(utf8_to_wide(wide, line));

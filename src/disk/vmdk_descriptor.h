@@ -23,11 +23,14 @@ namespace quarry {
 inline constexpr std::size_t longest_descriptor_bytes = 0x200000;
 
 // The most lines that are kept. Real descriptors have a few dozen; one of nothing but short lines would take
-// many times its size in memory.
+// many times its size in memory. Neither are lines beyond so many bytes in all, which take four times as
+// much.
 inline constexpr std::size_t most_descriptor_lines = 0x4000;
+inline constexpr std::size_t most_kept_descriptor_bytes = 0x40000;
 
 struct vmdk_descriptor {
-    // Every line that is not empty, up to so many. A line that is no UTF-8 is kept as far as it is.
+    // Every line that is not empty, up to so many, but for those that there is no room for. A line that is no
+    // UTF-8 is kept as far as it is.
     std::vector<std::wstring> m_descriptor_lines;
     std::string m_encoding;
     std::string m_parent_cid;
@@ -35,11 +38,11 @@ struct vmdk_descriptor {
     std::string m_parent_hint;
 
     // Reads the text up to its first zero byte, or all of it. Keys may be in any case. Of several lines with
-    // one key the last counts, also behind the lines that are kept.
+    // one key the last counts, also if it is not among the lines that are kept.
     void parse(byte_view text);
 
   private:
-    void keep(std::string_view line);
+    void keep(std::string_view line, std::size_t& room);
     void take_value(std::string_view line);
 };
 

@@ -78,9 +78,20 @@ TEST(vmdk_descriptor, a_line_that_is_no_utf8_is_kept_as_far_as_it_is_and_its_val
 }
 
 TEST(vmdk_descriptor, lines_behind_a_very_long_one_are_found) {
-    const vmdk_descriptor descriptor = parsed(std::string(0x100000, 'x') + "\nCID=1\n");
+    const vmdk_descriptor descriptor = parsed(std::string(0x3FFF0, 'x') + "\nCID=1\n");
     EXPECT_EQ(descriptor.m_cid, "1");
-    EXPECT_EQ(descriptor.m_descriptor_lines[0].size(), 0x100000u);
+    EXPECT_EQ(descriptor.m_descriptor_lines[0].size(), 0x3FFF0u);
+    EXPECT_EQ(descriptor.m_descriptor_lines[1], L"CID=1");
+}
+
+TEST(vmdk_descriptor, lines_of_more_than_256_kibibytes_in_all_are_looked_at_and_not_kept) {
+    const std::string long_line = std::string(0x20000, 'x') + "\n";
+    const vmdk_descriptor descriptor =
+        parsed(long_line + "CID=" + std::string(0x100000, 'y') + "\n" + long_line + "a\nparentCID=2\n");
+    EXPECT_EQ(descriptor.m_cid, std::string(0x100000, 'y'));
+    EXPECT_EQ(descriptor.m_parent_cid, "2");
+    EXPECT_EQ(descriptor.m_descriptor_lines,
+              (std::vector<std::wstring>{std::wstring(0x20000, L'x'), std::wstring(0x20000, L'x')}));
 }
 
 TEST(vmdk_descriptor, of_more_lines_than_any_real_one_has_only_the_first_are_kept_and_all_are_looked_at) {
