@@ -108,10 +108,9 @@ class chunk_decoder {
     }
 
     // Takes items as long as none of them needs a closer look: not the last ones of the payload, none at a
-    // position where tokens begin to split differently, no repeat that is longer than a stride, too near or
-    // ahead of the chunk. What the loop reads and writes lies inside: `last_group` keeps a whole group of
-    // tokens and a stride ahead of the end of the input, `last_position` a stride ahead of the end of the
-    // chunk.
+    // position where tokens begin to split differently, no repeat that is too near or ahead of the chunk.
+    // What the loop reads and writes lies inside: `last_group` keeps a whole group of tokens and a stride
+    // ahead of the end of the input, `last_position` a stride ahead of the end of the chunk.
     void take_strides() {
         constexpr std::size_t longest_group = 1 + 2 * items_per_group;
         const std::size_t end = std::min(m_size, m_bytes.size() - std::min(m_bytes.size(), stride));
@@ -151,10 +150,18 @@ class chunk_decoder {
             const std::size_t back = split.back(token);
             const std::size_t length = split.length(token);
             // Too near and ahead of the chunk in one comparison: what is too near wraps.
-            if (length > stride || back - stride > out - stride) {
+            if (back - stride > out - stride) {
                 break;
             }
             copy_stride(m_plain + out, m_plain + (out - back));
+            if (length > stride) {
+                if (length > last_position - out) {
+                    break;
+                }
+                for (std::size_t done = stride; done < length; done += stride) {
+                    copy_stride(m_plain + (out + done), m_plain + (out + done - back));
+                }
+            }
             out += length;
             in += 2;
             --items;

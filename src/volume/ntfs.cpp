@@ -165,8 +165,10 @@ bool CNtfs::read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buf
     return read_at(get_disk(), position, m_volume_offset, buffer.data(), length);
 }
 
-// Clusters side by side with one read of the source, all or nothing.
 bool CNtfs::read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) {
+    if (!m_Validated || m_cluster_size <= 0 || get_disk() == nullptr) {
+        return false;
+    }
     const std::optional<std::uint64_t> position = cluster_position(lcn);
     const std::optional<std::uint64_t> offset =
         position ? source_position(*position, m_volume_offset) : std::nullopt;

@@ -133,6 +133,9 @@ class CNtfs {
     // that is not valid reads none and leaves the buffer.
     [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
                                                       std::uint8_t* buffer);
+    // Clusters that lie side by side, all of them with one read of the source. False if that brings less; the
+    // buffer, which has room for `count` clusters, then holds nothing of use.
+    [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
     // All clusters of the runs of an attribute list, in run order, into one buffer. A cluster that cannot be
     // read ends its run, the next run goes on at the same place, and zeros make up the rest. The buffer is
     // cut at longest_attribute_list and at the size of the source, each rounded up to a cluster. True if
@@ -194,7 +197,6 @@ class CNtfs {
     [[nodiscard]] bool read_mft_record();
     void read_bitmap_runs();
 
-    [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
     [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
                                       std::uint64_t& position, std::uint64_t& length);
 

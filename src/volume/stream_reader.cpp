@@ -6,6 +6,14 @@
 
 namespace quarry {
 
+namespace {
+
+// Runs of this many bytes, and so many between them, cost less to copy than a read of their own would.
+constexpr std::uint64_t cheap_to_copy = 8 << 10;
+constexpr std::uint64_t most_together = 256 << 10;
+
+}  // namespace
+
 stream_reader::stream_reader(CNtfs& ntfs, const cluster_run_list& runs)
     : m_ntfs(ntfs),
       m_cursor(runs),
@@ -70,8 +78,12 @@ void stream_reader::collect(cluster_range& range, bool skip_sparse) {
 std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* buffer, std::uint64_t length,
                                      std::uint32_t& flags) {
     std::uint64_t delivered = 0;
+    m_close_end = 0;
     for (std::size_t i = 0; i < m_stretches.size(); ++i) {
         const run_cursor::stretch& at = m_stretches[i];
+        if (i >= m_close_end) {
+            read_close_runs(i);
+        }
         flags |= at.sparse && delivered < length ? stream_met_sparse : 0;
         // Each turn takes a cluster at least.
         for (std::uint64_t done = 0; done < at.length_in_clusters && delivered < length;) {
@@ -110,11 +122,46 @@ stream_reader::share stream_reader::next_share(const cluster_range& range, std::
     return {.from = 0, .bytes = clusters * m_cluster_size, .clusters = clusters};
 }
 
+// Reads stretch `index` and those that lie close behind it, each behind the one before, with one read. If
+// there are none, or that read brings less, they are left to be read one by one.
+void stream_reader::read_close_runs(std::size_t index) {
+    const std::uint64_t most = most_together / m_cluster_size;
+    const std::uint64_t cheap = cheap_to_copy / m_cluster_size;
+    const std::uint64_t first = m_stretches[index].lcn;
+    std::uint64_t count = m_stretches[index].length_in_clusters;
+    m_close_count = 0;
+    m_close_end = index + 1;
+    if (m_stretches[index].sparse || count > cheap) {
+        return;
+    }
+    for (; m_close_end < m_stretches.size(); ++m_close_end) {
+        const run_cursor::stretch& next = m_stretches[m_close_end];
+        if (next.sparse || next.lcn < first || next.lcn - first < count || next.lcn - first - count > cheap ||
+            next.length_in_clusters > cheap || next.lcn - first > most - cheap) {
+            break;
+        }
+        count = next.lcn - first + next.length_in_clusters;
+    }
+    if (m_close_end - index < 2) {
+        return;
+    }
+    m_close.resize(most * m_cluster_size);
+    if (m_ntfs.read_neighbours(first, count, m_close.data())) {
+        m_close_lcn = first;
+        m_close_count = count;
+    }
+}
+
 // Puts a share into the buffer. Fewer bytes than it has: the clusters behind them cannot be read.
 std::uint64_t stream_reader::take(const share& wanted, const run_cursor::stretch& at, std::uint64_t done,
                                   std::uint8_t* buffer) {
     if (at.sparse) {
         std::memset(buffer, 0, wanted.bytes);
+        return wanted.bytes;
+    }
+    const std::uint64_t place = at.lcn + done - m_close_lcn;
+    if (place < m_close_count && wanted.clusters <= m_close_count - place) {
+        std::memcpy(buffer, m_close.data() + (place * m_cluster_size + wanted.from), wanted.bytes);
         return wanted.bytes;
     }
     if (wanted.bytes == wanted.clusters * m_cluster_size) {

@@ -5,6 +5,8 @@
 // a whole cluster, since whole clusters are what can be read or not. Clusters that are neighbours on the
 // volume as in the stream come with one read. If that read fails or gives less, they are read again one by
 // one, so that a damaged disk yields every cluster ahead of the damage, the same as if none had been joined.
+// So do runs that lie close behind each other: what stands between them is read and thrown away, which costs
+// less than another read.
 #pragma once
 
 #include "volume/ntfs.h"
@@ -58,6 +60,7 @@ class stream_reader {
                                         std::uint64_t length, std::uint32_t& flags);
     [[nodiscard]] share next_share(const cluster_range& range, std::size_t index, std::uint64_t done,
                                    std::uint64_t room) const;
+    void read_close_runs(std::size_t index);
     [[nodiscard]] std::uint64_t take(const share& wanted, const run_cursor::stretch& at, std::uint64_t done,
                                      std::uint8_t* buffer);
     [[nodiscard]] bool part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
@@ -68,6 +71,12 @@ class stream_reader {
     std::uint64_t m_cluster_size;
     std::vector<run_cursor::stretch> m_stretches;  // the clusters of the present range, in order
     std::vector<std::uint8_t> m_scratch;           // one cluster
+    // Clusters of the volume that were read together, from this LCN on; and the first stretch behind those
+    // for which that was tried.
+    std::vector<std::uint8_t> m_close;
+    std::uint64_t m_close_lcn = 0;
+    std::uint64_t m_close_count = 0;
+    std::size_t m_close_end = 0;
 };
 
 }  // namespace quarry

@@ -2,6 +2,7 @@
 
 #include "support/disk_builder.h"
 #include "support/plain_vmdk_chain.h"
+#include "support/reading_calls.h"
 #include "support/requirements.h"
 #include "support/temp_dir.h"
 #include "support/vmdk_builder.h"
@@ -288,19 +289,6 @@ TEST_F(VmdkDisk, a_joined_read_is_whole_only_where_the_files_give_all_that_they_
     EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 10, content.begin()));
     EXPECT_FALSE(m_disk->read_whole(buffer.data(), 4096, 5 * 4096));
     EXPECT_TRUE(m_disk->read_whole(buffer.data(), 6 * 4096, 4096)) << "zeros of no file are whole";
-}
-
-// System calls of this process that read, the one that asks for their number included.
-std::uint64_t reading_calls() {
-    std::ifstream file("/proc/self/io");
-    std::string label;
-    std::uint64_t number = 0;
-    while (file >> label >> number) {
-        if (label == "syscr:") {
-            return number;
-        }
-    }
-    return 0;
 }
 
 TEST_F(VmdkDisk, grains_that_lie_in_a_row_in_one_file_cost_one_read) {

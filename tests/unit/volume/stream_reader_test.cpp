@@ -1,6 +1,8 @@
 #include "volume/stream_reader.h"
 
 #include "support/opened_volume.h"
+#include "support/reading_calls.h"
+#include "support/requirements.h"
 #include "support/slow_stream.h"
 
 #include <filesystem>
@@ -235,15 +237,45 @@ TEST_F(StreamReader, RangeReadRefusesNoBufferNoLengthAndNoRuns) {
     EXPECT_FALSE(m_volume->read_stream_range(runs, cluster, buffer.data(), length, true));
 }
 
-// Runs anywhere in and behind the volume, with holes; every fourth list with VCNs that overlap or leave gaps.
+// Reads that the clusters of these runs cost.
+std::uint64_t reads_for(CNtfs& ntfs, const cluster_run_list& runs, std::uint64_t count) {
+    stream_reader reader(ntfs, runs);
+    bytes buffer(count * cluster);
+    std::uint64_t length = buffer.size();
+    std::uint32_t flags = 0;
+    const std::uint64_t before = reading_calls();
+    const std::uint64_t asking = reading_calls() - before;
+    EXPECT_TRUE(reader.read(0, buffer.data(), length, flags));
+    EXPECT_EQ(length, buffer.size());
+    return reading_calls() - before - 2 * asking;
+}
+
+TEST_F(StreamReader, ReadsShortRunsCloseBehindEachOtherTogether) {
+    QUARRY_NEEDS(reading_calls() != 0, "the system does not count reads");
+    CNtfs& ntfs = m_volume.ntfs();
+    EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {42, 1}, {45, 2}, {49, 1}}), 5), 1u);
+    EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {44, 1}}), 2), 2u) << "three clusters between them";
+    EXPECT_EQ(reads_for(ntfs, stream_of({{42, 1}, {40, 1}}), 2), 2u) << "backwards";
+    EXPECT_EQ(reads_for(ntfs, stream_of({{40, 3}, {44, 1}}), 4), 2u) << "three clusters are worth a read";
+    EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {hole, 1}, {42, 1}}), 3), 2u);
+}
+
+// Runs anywhere in and behind the volume, with holes; every third list goes up in small steps, every fourth has
+// VCNs that overlap or leave gaps.
 cluster_run_list random_runs(std::mt19937& random) {
     cluster_run_list runs;
     std::uint64_t vcn = 0;
     const bool odd = random() % 4 == 0;
-    for (std::uint_fast32_t i = 1 + random() % 8; i > 0; --i) {
-        const bool sparse = random() % 4 == 0;
-        const auto length = static_cast<std::uint32_t>(random() % 9);
-        const std::uint64_t lcn = random() % 12 == 0 ? volume_clusters - 3 : random() % (volume_clusters + 1);
+    const bool close = random() % 3 == 0;
+    std::uint64_t next_lcn = 40 + random() % 70;
+    for (std::uint_fast32_t i = 1 + random() % (close ? 16 : 8); i > 0; --i) {
+        const bool sparse = random() % (close ? 12 : 4) == 0;
+        const auto length = static_cast<std::uint32_t>(close ? 1 + random() % 2 : random() % 9);
+        const std::uint64_t anywhere =
+            random() % 12 == 0 ? volume_clusters - 3 : random() % (volume_clusters + 1);
+        next_lcn += random() % 4;
+        const std::uint64_t lcn = close ? next_lcn : anywhere;
+        next_lcn += length;
         runs.push_back({.lcn = sparse ? 0 : lcn, .vcn = vcn, .sparse = sparse, .length = length});
         vcn = odd && random() % 3 == 0 ? random() % 30 : vcn + length;
     }
