@@ -60,9 +60,19 @@ quarry_build() {
     cmake --build "$QUARRY_ROOT/build/$preset" --target "$target" -- --quiet
 }
 
+# Empty counts for an instrumented build, which every user may add to: some tests run the program as an ordinary one,
+# and it complains on standard error where it cannot leave its counts.
+quarry_reset_counts() {
+    find "$1" -name '*.gcda' -delete
+    find "$1" -name '*.gcno' -print0 | while IFS= read -r -d '' notes; do
+        install -m 666 /dev/null "${notes%.gcno}.gcda"
+    done
+}
+
 quarry_prepare() {
     local preset=${1:-release}
     quarry_install build test && quarry_build "$preset" "${2:-all}" || return 1
+    [ "$preset" != coverage ] || quarry_reset_counts "$QUARRY_ROOT/build/$preset"
     # shellcheck disable=SC2034  # read by the script that sources this file
     QUARRY=$QUARRY_ROOT/build/$preset/src/quarry
 }
