@@ -1,9 +1,16 @@
-"""Writes bench/RESULTS.md: the figures of one run, with the machine and the date."""
+"""Writes bench/RESULTS.md: the last figures of each case, with the machine and the date.
 
+The rows of a case belong to one run of it and are kept together; each case may be measured again by itself.
+"""
+
+import dataclasses
 import datetime
+import json
 import pathlib
 import platform
 import subprocess
+
+import measure
 
 
 def first_line(command):
@@ -37,7 +44,21 @@ def row_text(row):
     return f"| {row.case} | {row.tool} | {row.seconds * 1000:.1f} ms | {row.ratio:.2f} | {target} | {memory} |\n"
 
 
-def write(rows, options):
+def kept_rows(options):
+    return pathlib.Path(options.work) / ("rows-small.json" if options.small else "rows.json")
+
+
+def keep(case, rows, options):
+    """Remembers the rows of a case beside its volumes."""
+    path = kept_rows(options)
+    kept = json.loads(path.read_text(encoding="utf-8")) if path.exists() else {}
+    kept[case] = [dataclasses.asdict(row) for row in rows]
+    path.write_text(json.dumps(kept), encoding="utf-8")
+
+
+def write(cases, options):
+    kept = json.loads(kept_rows(options).read_text(encoding="utf-8"))
+    rows = [measure.Row(**row) for case in cases for row in kept.get(case, [])]
     peers = f"{first_line('icat -V')}; {first_line('ntfscat -V 2>&1 | grep .')}"
     text = HEAD.format(date=datetime.date.today().isoformat(), machine=machine(), compiler=first_line("c++ --version"),
                        peers=peers, runs=options.runs)

@@ -18,7 +18,7 @@ namespace quarry {
 namespace {
 
 // Small units are moved several at once, up to this many bytes.
-constexpr std::uint64_t transfer_size = std::uint64_t{256} << 10;
+constexpr std::uint64_t transfer_size = std::uint64_t{64} << 10;
 constexpr std::uint64_t index_block_size = 4096;
 
 // One stream in clusters on its way out.

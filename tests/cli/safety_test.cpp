@@ -235,6 +235,30 @@ TEST_F(hostile_claims, of_an_index_of_a_tebibyte_take_little_memory) {
     copy_in_little_memory(volume);
 }
 
+TEST_F(hostile_claims, of_a_run_of_2_to_the_32_clusters_end_where_the_source_does) {
+    volume_builder volume({.total_clusters = 128});
+    volume.add_file("a.txt").data(runs({{100, 0xFFFFFFFF}}), {.real = 1ULL << 43, .initialized = 1ULL << 43});
+    volume.write_to(m_dir / "image");
+    const program_result result = run({"-image", "image", "-src", "/a.txt", "-dst", "o"},
+                                      {.time_limit = std::chrono::seconds(20), .memory_limit = most_memory});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_GE(text("image").size(), 128U * 4096);
+    EXPECT_TRUE(text("o") == text("image").substr(100UL * 4096));
+}
+
+TEST_F(hostile_claims, of_a_hole_of_2_to_the_32_clusters_fill_the_destination_and_no_memory) {
+    volume_builder volume;
+    volume.add_file("a.txt").data(runs({{hole, 0xFFFFFFFF}}),
+                                  {.real = 1ULL << 43, .initialized = 1ULL << 43});
+    volume.write_to(m_dir / "image");
+    const program_result result = run(
+        {"-image", "image", "-src", "/a.txt", "-dst", "o"},
+        {.time_limit = std::chrono::seconds(20), .memory_limit = most_memory, .file_size_limit = 3'000'000});
+    EXPECT_TRUE(result.exited);
+    EXPECT_FALSE(result.timed_out);
+    EXPECT_TRUE(text("o") == std::string(3'000'000, '\0'));
+}
+
 TEST_F(hostile_claims, of_an_image_cut_at_any_length_are_survived) {
     source("disk");
     const std::string whole = text("disk");
