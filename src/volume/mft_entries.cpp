@@ -183,6 +183,7 @@ void mft_entries_ctx::take_from_extension(entry_record& record, std::uint64_t en
         return;
     }
     const attribute found = find_attribute(m_extension, named.type(), named.id());
+    m_reads.count_attribute(found.own_bytes().size());
     bool is_list = false;
     static_cast<void>(categorize_attribute(record, entry, found, is_list));
 }

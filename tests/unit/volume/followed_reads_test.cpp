@@ -26,5 +26,13 @@ TEST(FollowedReads, are_4096_however_long_records_are) {
     EXPECT_EQ(reads_of(512 * 1024), 4096u);
 }
 
+TEST(FollowedReads, end_with_32_mib_of_attributes) {
+    followed_reads reads;
+    reads.count_attribute((32 << 20) - 1);
+    EXPECT_TRUE(reads.may_go_on());
+    reads.count_attribute(1);
+    EXPECT_FALSE(reads.may_go_on());
+}
+
 }  // namespace
 }  // namespace quarry::test

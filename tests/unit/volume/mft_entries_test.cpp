@@ -1004,6 +1004,21 @@ TEST(CategorizeEntry, FollowsListsUntil64MiBWereRead) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
+TEST(CategorizeEntry, FollowsListsUntil32MiBOfAttributesWereFound) {
+    volume_builder volume({.record_size = 4096});
+    auto& file = volume.add_file("a");
+    const attribute_builder named = attribute_builder::resident(0x80, bytes(3968)).named("s").id(1);
+    ASSERT_EQ(named.build().size(), 4000u);
+    file.attribute(named, file.add_extension());
+    file.attribute_list(build_attribute_list(std::vector<list_item>(9000, {.record = 25, .id = 1})))
+        .list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    // 8,388 times 4,000 bytes are a little less than 32 MiB.
+    EXPECT_EQ(got.log.size(), 8389u);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
 TEST(CategorizeEntry, TakesNoMoreMemoryThanTwiceTheSource) {
     // 440 holes of one cluster each take 880 bytes of a record and 14,080 bytes of memory.
     bytes holes;
