@@ -30,6 +30,18 @@ std::optional<stored_pair> first_pair(byte_view bytes) {
     return stored_pair{*whole, whole->clipped(1, length_width), whole->from(1 + length_width)};
 }
 
+// How many runs there will be. A run in full takes many times the room of its pair, so a list that grew by
+// doubling would take a good deal more than it holds.
+std::size_t count_pairs(byte_view bytes) {
+    std::size_t count = 0;
+    // Ends with the bytes: each pair is at least one byte long.
+    while (const std::optional<stored_pair> pair = first_pair(bytes)) {
+        ++count;
+        bytes = bytes.from(pair->bytes.size());
+    }
+    return count;
+}
+
 // Deliberate: one would expect a length of more than four bytes to be cut or refused. The bytes from the
 // fifth on are added to the first four again, so the run of a damaged pair is as long as that sum says.
 std::uint32_t folded_length(byte_view field) {
@@ -137,6 +149,9 @@ bool decode_mapping_pairs(byte_view pairs, data_run_list& list, std::uint32_t at
         list.clear();
     }
     const std::size_t before = list.size();
+    if (before == 0) {
+        list.reserve(count_pairs(pairs));
+    }
     std::uint64_t lcn = 0;
     // Ends with the bytes: each pair is at least one byte long.
     while (const std::optional<stored_pair> pair = first_pair(pairs)) {
@@ -163,6 +178,7 @@ bool decode_runs(byte_view attribute_bytes, data_run_list& list) {
     }
     std::uint64_t offset = source.mapping_pairs_offset();
     byte_view rest = attribute_bytes.clipped(0, source.length()).from(offset);
+    list.reserve(count_pairs(rest));
     std::uint64_t lcn = 0;
     std::uint64_t vcn = source.lowest_vcn();
     // Ends with the attribute: each pair is at least one byte long.

@@ -184,6 +184,18 @@ TEST(DecodeRuns, a_header_of_0_at_the_start_gives_true_and_an_empty_list) {
     EXPECT_TRUE(list.empty());
 }
 
+TEST(DecodeRuns, a_list_takes_room_for_its_runs_and_no_more) {
+    const bytes pairs = from_hex("11 08 40 11 08 40 11 08 40 11 08 40 11 08 40 00");
+    data_run_list list;
+    ASSERT_TRUE(decode_runs(attribute_builder::with_pairs(0x80, pairs).build(), list));
+    EXPECT_EQ(list.size(), 5u);
+    EXPECT_EQ(list.capacity(), 5u);
+    data_run_list plain;
+    ASSERT_TRUE(decode_mapping_pairs(pairs, plain, 0x80, true));
+    EXPECT_EQ(plain.size(), 5u);
+    EXPECT_EQ(plain.capacity(), 5u);
+}
+
 TEST(DecodeRuns, a_run_keeps_everything_about_its_pair) {
     data_run_list list;
     const bytes attribute = attribute_builder::with_pairs(0x80, from_hex("11 08 40 01 04 21 10 E0 FF 00"))
