@@ -26,6 +26,17 @@ constexpr std::uint32_t largest_record = 0x40000;
 // A record tells its position in 32 bits; behind them there is none.
 constexpr std::uint64_t positions_end = std::uint64_t{1} << 32;
 
+// What the entries of a map may cost in memory: this much, and half of what the source can hold. The records
+// of a volume in use cost far less; made-up ones, whose SIDs all take in the records behind them, a hundred
+// times their size.
+constexpr std::uint64_t usual_memory = std::uint64_t{32} << 20;
+// An entry's place in the map, and what the three allocations within it take beside their bytes.
+constexpr std::uint64_t bytes_of_an_entry = sizeof(security_map::value_type) + 128;
+
+std::uint64_t memory_of(const security_entry& entry) {
+    return bytes_of_an_entry + entry.owner.capacity() + entry.group.capacity() + entry.descriptor.capacity();
+}
+
 // Text of the SID at an offset of a record's descriptor; empty if there is none. `bytes_ahead` are those of
 // the bytes left that the SID cannot have.
 std::string sid_of_record(byte_view record, std::uint32_t offset, std::uint64_t bytes_ahead) {
@@ -41,8 +52,9 @@ std::string sid_of_record(byte_view record, std::uint32_t offset, std::uint64_t 
 // yet, whatever the stream's size is said to be.
 class sds_walker : public std::streambuf {
   public:
-    // `limit`: bytes of the stream that are taken.
-    sds_walker(security_map& map, std::uint64_t limit) : m_map(map), m_limit(limit) {}
+    // `limit`: bytes of the stream that are taken. `memory`: bytes that the entries may cost.
+    sds_walker(security_map& map, std::uint64_t limit, std::uint64_t memory)
+        : m_map(map), m_limit(limit), m_memory_left(memory) {}
 
     // Walks what is left once all bytes have come.
     void finish() { static_cast<void>(walk(byte_view(m_kept), true)); }
@@ -112,20 +124,29 @@ class sds_walker : public std::streambuf {
         return std::uint64_t{record.size()} + sid_view::longest;
     }
 
-    // Enters a record if all of it is there, and gives the distance to the next one.
+    void enter(const sds_record_view& record) {
+        security_entry entry;
+        if (parse_security_record(entry, record.bytes().clipped(0, reach_of(record)))) {
+            m_memory_left -= std::min(m_memory_left, memory_of(entry));
+            m_map.try_emplace(entry.security_id, std::move(entry));
+        }
+    }
+
+    // Enters a record if all of it is there, as long as there is memory for it, and gives the distance to the
+    // next one.
     [[nodiscard]] std::optional<std::uint64_t> take_record(const sds_record_view& record) {
         if (!record.bytes().holds(0, record.size())) {
             return std::nullopt;
         }
-        security_entry entry;
-        if (parse_security_record(entry, record.bytes().clipped(0, reach_of(record)))) {
-            m_map.try_emplace(entry.security_id, std::move(entry));
+        if (m_memory_left != 0) {
+            enter(record);
         }
         return (std::uint64_t{record.size()} + record_alignment - 1) / record_alignment * record_alignment;
     }
 
     security_map& m_map;
     std::uint64_t m_limit;
+    std::uint64_t m_memory_left;
     std::vector<std::uint8_t> m_kept;  // bytes from m_position on
     std::uint64_t m_position = 0;      // of the walk in the stream
 };
@@ -174,7 +195,7 @@ void read_sds(CNtfs& ntfs, security_map& map) {
     }
     // Holes can make a stream as long as they like; the source bounds what can be in it.
     const std::uint64_t longest = ntfs.source_size() + static_cast<std::uint64_t>(ntfs.m_cluster_size);
-    sds_walker walker(map, std::min(longest, positions_end));
+    sds_walker walker(map, std::min(longest, positions_end), usual_memory + ntfs.source_size() / 2);
     std::ostream stream(&walker);
     pump_context context{no_log()};
     if (copy_to_stream(&ntfs, *sds, stream, false, false, context)) {

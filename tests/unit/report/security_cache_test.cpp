@@ -333,6 +333,33 @@ TEST(ReadSds, AStreamOfATebibyteOfHolesCostsNoMore) {
     EXPECT_LT(peak_memory() - before, 16 * 1024);
 }
 
+// Records of 48 bytes, whose owner and group both begin in their last eight bytes and take in the next 1,020.
+bytes sds_of_greedy_records(std::size_t count) {
+    byte_writer sds(count * 48 + 2048);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t at = i * 48;
+        sds.u32(at, 0xFFFFFFFF).u32(at + 4, 0xF0000000 + i).u64(at + 8, at).u32(at + 16, 48);
+        sds.u32(at + 24, 20).u32(at + 28, 20).u8(at + 40, 1).u8(at + 41, 255).u8(at + 47, 5);
+    }
+    return sds.take();
+}
+
+TEST(ReadSds, SidsThatTakeInTheRecordsBehindThemCostNoMoreThanTheSourceAllows) {
+    const std::size_t count = 100000;
+    volume_builder volume;
+    volume.add_secure(sds_of_greedy_records(count));
+    opened_volume opened(volume);
+    const long before = peak_memory();
+    security_map map;
+    read_sds(opened.ntfs(), map);
+    EXPECT_LT(peak_memory() - before, 64 * 1024);
+    ASSERT_GT(map.size(), 1000u);
+    EXPECT_LT(map.size(), count);
+    EXPECT_EQ(map.begin()->first, 0xF0000000u);
+    EXPECT_GT(map.begin()->second.owner.size(), 1000u);
+    EXPECT_EQ(map.rbegin()->first, 0xF0000000u + map.size() - 1) << "the first records are the ones kept";
+}
+
 TEST(ReadSds, AStreamIsReadNoFurtherThanTheSourceIsLong) {
     // Behind a hole of a gibibyte stands a record that knows its place, which is none that a source of less
     // than a megabyte has room for.
