@@ -126,5 +126,41 @@ TEST(exclusive_file, tells_at_its_closing_that_it_could_not_be_written) {
     EXPECT_FALSE(file.close());
 }
 
+std::string text_in(const fs::path& path) {
+    const test::bytes content = test::read_file(path);
+    return {content.begin(), content.end()};
+}
+
+TEST(exclusive_file, takes_single_characters_and_shows_them_once_they_are_flushed) {
+    const temp_dir dir;
+    exclusive_file file;
+    ASSERT_TRUE(file.create(dir.path()));
+    const fs::path path = files_in(dir).at(0);
+    std::string expected;
+    // More than two buffers of 65536 bytes.
+    for (int i = 0; i < 140'000; ++i) {
+        expected += static_cast<char>('a' + i % 23);
+        file.stream().put(expected.back());
+    }
+    EXPECT_EQ(text_in(path), expected.substr(0, 131'072)) << "what filled the buffer was written";
+    file.stream().flush();
+    EXPECT_TRUE(text_in(path) == expected);
+    EXPECT_TRUE(file.close());
+    EXPECT_TRUE(text_in(path) == expected);
+}
+
+TEST(exclusive_file, takes_nothing_more_once_it_is_closed) {
+    const temp_dir dir;
+    exclusive_file file;
+    ASSERT_TRUE(file.create(dir.path()));
+    file.stream() << "copy";
+    ASSERT_TRUE(file.close());
+    EXPECT_FALSE(file.stream().put('x'));
+    file.stream().clear();
+    EXPECT_FALSE(file.stream() << std::string(100'000, 'x'));
+    EXPECT_FALSE(file.close()) << "and says so";
+    EXPECT_EQ(text_in(files_in(dir).at(0)), "copy");
+}
+
 }  // namespace
 }  // namespace quarry
