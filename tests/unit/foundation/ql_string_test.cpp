@@ -397,6 +397,8 @@ TEST(format_guid, a_stream_prints_it_in_braces) {
     stream << guid_record{byte_view(guid)};
     EXPECT_EQ(stream.str(), "{ 00112233-4455-6677-8899-aabbccddeeff }");
     EXPECT_EQ(guid_in_braces(byte_view(guid)), "{ 00112233-4455-6677-8899-aabbccddeeff }");
+    EXPECT_EQ(guid_in_braces(byte_view(guid).clipped(0, 15)), "{  }")
+        << "a GUID that is cut off is shown empty";
 }
 
 }  // namespace
