@@ -289,6 +289,24 @@ TEST(DecodeRuns, the_magnitude_of_a_negative_difference_is_taken_within_its_byte
     EXPECT_EQ(widest[0].lcn, all_ones - 1);
 }
 
+// The lowest number of each width: its highest bit alone.
+TEST(DecodeRuns, a_difference_of_any_width_has_its_sign_in_its_highest_bit) {
+    for (unsigned width = 1; width <= 8; ++width) {
+        bytes pairs = {static_cast<std::uint8_t>(width << 4 | 1), 0x01};
+        pairs.resize(1 + width);
+        pairs.push_back(0x80);
+        const data_run_list runs = decoded_in_full(pairs);
+        ASSERT_EQ(runs.size(), 1u) << width;
+        EXPECT_TRUE(runs[0].negative) << width;
+        EXPECT_EQ(runs[0].delta, std::uint64_t{1} << (8 * width - 1)) << width;
+        EXPECT_EQ(runs[0].lcn, ~((std::uint64_t{1} << (8 * width - 1)) - 1)) << width;
+        pairs.back() = 0x40;
+        EXPECT_EQ(decoded_in_full(pairs).at(0).lcn, std::uint64_t{1} << (8 * width - 2)) << width;
+        EXPECT_EQ(decoded(pairs), (std::vector<plain_run>{{std::uint64_t{1} << (8 * width - 2), 1}}))
+            << width;
+    }
+}
+
 TEST(DecodeRuns, a_hundred_thousand_runs_are_decoded) {
     bytes pairs;
     for (int i = 0; i < 100000; ++i) {
@@ -318,6 +336,11 @@ TEST(ToClusterRuns, a_first_run_may_stand_at_lcn_0) {
     EXPECT_EQ(compact(from_hex("11 08 00 00")), (cluster_run_list{{0, 0, false, 8}}));
     EXPECT_EQ(compact(from_hex("01 08 00")), (cluster_run_list{{0, 0, true, 8}}))
         << "without an LCN it is sparse";
+    EXPECT_EQ(compact(from_hex("0F 08 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00")),
+              (cluster_run_list{{0, 0, true, 8}}))
+        << "however long its length is";
+    EXPECT_EQ(compact(from_hex("10 00 00")), (cluster_run_list{{0, 0, false, 0}}))
+        << "an LCN without a length is one";
     cluster_run_list list;
     EXPECT_TRUE(to_cluster_runs({data_run()}, list));
     EXPECT_TRUE(list.at(0).sparse) << "and so it is without a pair";
@@ -370,6 +393,13 @@ TEST(MergeRuns, an_empty_run_takes_the_place_of_the_run_behind_it_at_the_next_me
     EXPECT_EQ(list, (cluster_run_list{{1, 0, false, 4}, {2, 4, false, 0}, {3, 4, false, 8}}));
     EXPECT_EQ(merged({{4, 20, false, 1}}, list),
               (cluster_run_list{{1, 0, false, 4}, {2, 4, false, 0}, {4, 4, false, 1}}));
+}
+
+TEST(MergeRuns, runs_that_lie_over_each_other_are_put_one_behind_the_other) {
+    EXPECT_EQ(merged({}, {{7, 0, false, 30}, {8, 1, false, 1}}),
+              (cluster_run_list{{7, 0, false, 30}, {8, 30, false, 1}}));
+    EXPECT_EQ(merged({{9, 50, false, 2}}, {{7, 0, false, 30}, {8, 29, false, 4}}),
+              (cluster_run_list{{7, 0, false, 30}, {8, 30, false, 4}, {9, 34, false, 2}}));
 }
 
 TEST(MergeRuns, nothing_merged_renumbers_the_list_all_the_same) {
