@@ -85,6 +85,7 @@ void write_security(const std::string& path, std::uint32_t count) {
     const bytes stream = sds_stream(descriptors);
     volume_builder volume;
     volume.add_secure(stream);
+    volume.file(0).security_id(0x100);
     const std::uint64_t entry = volume.add_file("a.txt").data("a few bytes\n").entry();
     volume.write_to(path);
     std::cout << entry << ' ' << stream.size() << '\n';

@@ -1,6 +1,7 @@
 // What stands on disk when the machine lets the program down in the middle of a copy: bad sectors, reads and
 // writes that come short or are interrupted, a disk that fills up, a file that somebody removes, a signal.
 #include "cli/command_line.h"
+#include "support/requirements.h"
 
 #include <csignal>
 
@@ -78,6 +79,27 @@ TEST_F(failing_host, with_a_cluster_that_cannot_be_read_ends_the_copy_there_whic
     const program_result result = copy(bad_sector(m_position + 2 * cluster));
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(text("o") == notepad_content().substr(0, 2 * cluster));
+}
+
+// The reason for it stands in the report alone.
+TEST_F(failing_host, with_a_cluster_that_cannot_be_read_leaves_no_gap_and_the_clusters_behind_it_move_up) {
+    QUARRY_NEEDS_ROOT();
+    const std::size_t lcn = m_position / cluster;
+    const program_result result =
+        on(bad_sector(m_position + cluster),
+           {"-image", "disk", "-cluster", std::to_string(lcn), "3", "-dst", "o", "-meta"});
+    EXPECT_EQ(result.status, 0);
+    const std::string content = notepad_content();
+    EXPECT_TRUE(text("o") == content.substr(0, cluster) + content.substr(2 * cluster, cluster));
+    const std::string report = text("o.meta.txt");
+    const std::string lines = report.substr(report.find("\n\n") + 2);
+    std::size_t from = 0;
+    for (const char* ending : {" [ok]", " [failed]", " [ok]"}) {
+        const std::size_t end = lines.find('\n', from);
+        EXPECT_TRUE(lines.substr(from, end - from).ends_with(ending)) << report;
+        from = end + 1;
+    }
+    EXPECT_EQ(from, lines.size()) << report;
 }
 
 TEST_F(failing_host, with_a_bad_boot_sector_holds_no_volume) {

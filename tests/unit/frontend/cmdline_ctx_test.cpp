@@ -3,6 +3,8 @@
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -61,6 +63,15 @@ TEST(cmdline_ctx, profile_prints_the_elapsed_seconds) {
     EXPECT_THAT(end_of_run(opts), testing::MatchesRegex("\x1b\\[2K\r +\r->[0-9].* secs\n"));
     opts.m_console = false;
     EXPECT_THAT(end_of_run(opts), testing::MatchesRegex("->[0-9].* secs\n"));
+}
+
+// A minute is far more than the two lines in between take.
+TEST(cmdline_ctx, the_elapsed_seconds_are_counted_from_the_configuration) {
+    cmd_params opts;
+    opts.m_console = false;
+    opts.m_profile = true;
+    const std::string said = end_of_run(opts);
+    EXPECT_LT(std::stod(said.substr(2)), 60.0) << said;
 }
 
 TEST(cmdline_ctx, an_open_log_gets_the_elapsed_seconds_as_its_last_line) {

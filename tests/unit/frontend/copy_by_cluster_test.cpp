@@ -90,6 +90,15 @@ TEST_F(drive_copy_test, the_status_log_is_not_replaced_by_a_copy_of_its_name) {
     EXPECT_TRUE(fs::equivalent(dir / "log", dir / name));
 }
 
+TEST_F(drive_copy_test, the_drive_is_not_replaced_by_a_copy_of_its_name) {
+    opts.m_entry = 24;
+    opts.m_md5 = true;
+    const std::string name = "01d5c1194ac40080_o_5d41402abc4b2a76b9719d911017c592";
+    fs::create_hard_link(devices.drive(1), dir / name);
+    EXPECT_FALSE(copy());
+    EXPECT_TRUE(fs::equivalent(devices.drive(1), dir / name));
+}
+
 TEST_F(drive_copy_test, a_volume_may_lie_anywhere_on_the_drive) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("further on");

@@ -206,6 +206,13 @@ TEST(filter_match, a_directory_that_misses_goes_on_to_the_other_tests) {
     EXPECT_TRUE(passes("*/win*", L"x\\a/windows"));
 }
 
+// A star that stands alone is a filter of its own; behind a name of a star there may be a stream.
+TEST(filter_match, any_name_passes_all_also_as_one_alternative_among_others) {
+    EXPECT_TRUE(passes("b.txt|*:s", L"/d/other.doc"));
+    EXPECT_TRUE(passes("*:s|b.txt", L"/d/other.doc"));
+    EXPECT_FALSE(passes("b.txt|c:s", L"/d/other.doc"));
+}
+
 TEST(make_signature_filter, takes_pairs_of_digits_and_an_offset) {
     const filter_entry plain = make_signature_filter("4d5A");
     EXPECT_EQ(plain.signature, (std::vector<std::uint8_t>{0x4D, 0x5A}));
@@ -216,7 +223,7 @@ TEST(make_signature_filter, takes_pairs_of_digits_and_an_offset) {
 }
 
 TEST(make_signature_filter, a_pattern_that_is_none_matches_no_file) {
-    for (const char* value : {"", "4", "4d5", "xx", "0x4d", "4d 5a", "|5", "g0|1"}) {
+    for (const char* value : {"", "4", "4d5", "xx", "0x4d", "4d 5a", "|5", "g0|1", "4`", "@4"}) {
         EXPECT_TRUE(make_signature_filter(value).signature.empty()) << value;
     }
 }
@@ -257,6 +264,15 @@ TEST_F(signature_filter_test, a_file_that_cannot_be_opened_is_told) {
     EXPECT_FALSE(fits("30", "fifo"));
     EXPECT_TRUE(open_failed);
     EXPECT_FALSE(fits("30", "."));
+}
+
+TEST_F(signature_filter_test, a_signature_beside_a_star_is_not_looked_for) {
+    for (bool filter_entry::*const star : {&filter_entry::name_lead_star, &filter_entry::name_trail_star}) {
+        filter_entry entry = make_signature_filter("3031");
+        entry.name = L"other";
+        entry.*star = true;
+        EXPECT_FALSE(filter_match(nullptr, open_failed, (dir / "a").wstring(), {entry}, nullptr));
+    }
 }
 
 TEST_F(signature_filter_test, a_pattern_that_is_none_opens_no_file) {
