@@ -6,13 +6,15 @@
 
 namespace {
 
+constexpr std::size_t never = ~std::size_t{0};
+
 std::atomic<std::size_t> calls{0};
+std::atomic<std::size_t> missing_call{never};  // the number of the call that gets nothing
 
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    ++calls;
-    return std::malloc(size == 0 ? 1 : size);
+    return calls++ == missing_call ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
 void* operator new(std::size_t size) {
@@ -39,6 +41,18 @@ namespace quarry::test {
 
 std::size_t allocations_so_far() {
     return calls;
+}
+
+missing_memory::missing_memory(std::size_t count) {
+    missing_call = calls + count;
+}
+
+missing_memory::~missing_memory() {
+    missing_call = never;
+}
+
+bool missing_memory::was_missed() const {
+    return calls > missing_call;
 }
 
 }  // namespace quarry::test

@@ -495,5 +495,28 @@ TEST(PumpCompressedBesideThePlainOne, GivesTheSameOnDamagedStreams) {
     }
 }
 
+TEST(PumpCompressed, FailsWhereThereIsNoMemory) {
+    compressed_stream stream(1);
+    stream.unit_of_text(text_like(stream.unit(), 22));
+    std::size_t failed = 0;
+    // Ends where so many pieces are not asked for.
+    for (std::size_t count = 0;; ++count) {
+        opened_volume opened(stream.volume());
+        const attr_item item = stream.item();
+        bytes_to_nowhere buffer;
+        std::ostream out(&buffer);
+        stream_sink sink(out, nullptr);
+        const missing_memory memory(count);
+        const bool ok = pump_compressed(opened.ntfs(), item.runs, sink, 0, item.real, item.allocated);
+        EXPECT_NE(ok, memory.was_missed()) << count;
+        if (!memory.was_missed()) {
+            break;
+        }
+        EXPECT_EQ(buffer.taken(), 0u) << count;
+        ++failed;
+    }
+    EXPECT_GT(failed, 0u);
+}
+
 }  // namespace
 }  // namespace quarry::test

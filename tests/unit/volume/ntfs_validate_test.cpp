@@ -1,5 +1,6 @@
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
+#include "unit/volume/allocation_counter.h"
 #include "volume/ntfs_open.h"
 
 #include <fcntl.h>
@@ -490,6 +491,44 @@ TEST(Validate, mapping_pairs_without_an_end_in_entries_0_and_6_end_with_their_at
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u);
     EXPECT_EQ(volume->m_bitmap_runs.size(), 4u);
+}
+
+// Whichever piece of memory is not there: the volume is refused, or what it lacks is the runs of the bitmap,
+// without which it can be read.
+TEST(Validate, a_volume_for_which_there_is_no_memory_is_refused_and_may_be_opened_later) {
+    const temp_dir dir;
+    write_file(dir / "image", volume_builder().image());
+    std::size_t refused = 0;
+    std::size_t without_bitmap = 0;
+    // Ends where so many pieces are not asked for.
+    for (std::size_t count = 0;; ++count) {
+        CNtfs volume;
+        ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+        std::int64_t position = 77;
+        bool valid = false;
+        {
+            const missing_memory memory(count);
+            valid = volume.validate(position);
+            if (!memory.was_missed()) {
+                EXPECT_TRUE(valid);
+                break;
+            }
+        }
+        EXPECT_EQ(volume.is_valid(), valid) << count;
+        if (valid) {
+            EXPECT_EQ(volume.m_bitmap_runs.size(), 0u) << count;
+            EXPECT_EQ(volume.get_num_entries(), 64u) << count;
+            ++without_bitmap;
+        } else {
+            EXPECT_EQ(volume.get_num_entries(), 0u) << count;
+            EXPECT_TRUE(volume.validate(position)) << count;
+            EXPECT_EQ(volume.get_num_entries(), 64u) << count;
+            EXPECT_EQ(volume.m_bitmap_runs.size(), 1u) << count;
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 0u);
+    EXPECT_GT(without_bitmap, 0u);
 }
 
 }  // namespace

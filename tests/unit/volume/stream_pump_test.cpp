@@ -664,5 +664,28 @@ TEST(PumpInManyRuns, CopiesAFileOfAMillionRuns) {
     EXPECT_EQ(buffer.taken, 512000000u);
 }
 
+TEST(PumpMemory, AStreamForWhichThereIsNoMemoryIsAFailedCopy) {
+    std::size_t failed = 0;
+    // Ends where so many pieces are not asked for.
+    for (std::size_t count = 0;; ++count) {
+        opened_volume opened(patterned_image());
+        attr_item item = stored_item({{45, 2}, {60, 2}}, 4 * cluster);
+        counting_buffer buffer;
+        buffer.writes.reserve(10);
+        std::ostream out(&buffer);
+        pump_context context{.log = no_log()};
+        const missing_memory memory(count);
+        const bool ok = copy_to_stream(&opened.ntfs(), item, out, false, false, context);
+        EXPECT_NE(ok, memory.was_missed()) << count;
+        if (!memory.was_missed()) {
+            EXPECT_EQ(buffer.taken, 4 * cluster);
+            break;
+        }
+        EXPECT_EQ(buffer.taken, 0u) << count;
+        ++failed;
+    }
+    EXPECT_GT(failed, 0u);
+}
+
 }  // namespace
 }  // namespace quarry::test

@@ -4,6 +4,7 @@
 #include "support/reading_calls.h"
 #include "support/requirements.h"
 #include "support/slow_stream.h"
+#include "unit/volume/allocation_counter.h"
 
 #include <filesystem>
 #include <random>
@@ -334,6 +335,35 @@ TEST(StreamReaderBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRea
         std::filesystem::resize_file(volume.path(), 40 * 1024 + random() % (60 * 1024));
         expect_same_as_slow(volume.ntfs(), random, 40);
     }
+}
+
+TEST(StreamReaderMemory, AReadForWhichThereIsNoMemoryFailsAndServesTheNextTime) {
+    const bytes image = patterned_image();
+    const cluster_run_list runs = stream_of({{50, 2}, {60, 2}});
+    const bytes expected(image.begin() + 50 * cluster + 100, image.begin() + 52 * cluster);
+    std::size_t failed = 0;
+    // Ends where so many pieces are not asked for.
+    for (std::size_t count = 0;; ++count) {
+        opened_volume volume(image);
+        bytes buffer(2 * cluster - 100);
+        std::uint64_t length = buffer.size();
+        std::uint32_t flags = 0;
+        bool missed = false;
+        {
+            const missing_memory memory(count);
+            const bool ok = volume->read_stream_bytes(runs, 100, buffer.data(), length, flags);
+            missed = memory.was_missed();
+            EXPECT_NE(ok, missed) << count;
+        }
+        if (!missed) {
+            break;
+        }
+        ++failed;
+        length = buffer.size();
+        EXPECT_TRUE(volume->read_stream_bytes(runs, 100, buffer.data(), length, flags)) << count;
+        EXPECT_EQ(buffer, expected) << count;
+    }
+    EXPECT_GT(failed, 0u);
 }
 
 }  // namespace
