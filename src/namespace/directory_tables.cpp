@@ -35,13 +35,16 @@ class name_filler {
           m_log(log),
           m_reader(ntfs),
           m_listed_reads(ntfs, ntfs.m_path_cache_cost),
+          m_record_reads(ntfs, ntfs.m_path_cache_record_cost),
           m_record(ntfs.get_mft_record_size()) {}
 
     void fill() {
         const std::uint64_t may_cost = m_listed_reads.bytes_left;
         const std::span children(m_directory.m_children.begin(), m_directory.m_children.end());
-        // Ends with the children, or when their names cost more than the source can hold.
-        for (std::size_t i = 0; i < children.size() && m_cost <= m_ntfs.source_size(); ++i) {
+        // Ends with the children, or when their names cost more than the source can hold, or their records
+        // more than all reads may.
+        for (std::size_t i = 0;
+             i < children.size() && m_cost <= m_ntfs.source_size() && m_record_reads.bytes_left != 0; ++i) {
             // The root directory lists itself.
             if (children[i] != m_directory.m_entry) {
                 add_child(children.subspan(i));
@@ -56,6 +59,8 @@ class name_filler {
     void add_child(std::span<const std::uint64_t> children) {
         const std::uint64_t child = children.front();
         std::uint64_t length = 0;
+        m_record_reads.take(m_record.size());
+        m_ntfs.m_path_cache_record_cost += m_record.size();
         if (!m_reader.read(children, m_record, length)) {
             m_log.log("err: readFR: inode 0x%llx", static_cast<unsigned long long>(child));
             return;
@@ -87,7 +92,9 @@ class name_filler {
     dir_cache_entry& m_directory;
     status_log& m_log;
     record_read_ahead m_reader;
-    listed_reads m_listed_reads;  // for all children of all directories together
+    // For all children of all directories together.
+    read_budget m_listed_reads;
+    read_budget m_record_reads;
     std::vector<std::uint8_t> m_record;
     file_name_list m_names;
     std::vector<child_name_table::named_child> m_child_names;

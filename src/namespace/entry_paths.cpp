@@ -18,12 +18,19 @@ constexpr std::size_t most_elements = 16384;
 // several names each, which no file system makes, would multiply without end.
 constexpr std::size_t most_levels_entered = 1000000;
 constexpr std::size_t most_characters = 4000000;
+// What the names of all entries on all ways may take in memory. NTFS gives a file at most 1,024 names.
+constexpr std::size_t most_bytes_of_names = std::size_t{16} << 20;
+constexpr std::size_t bytes_of_entry = 128;
 
 // A walk from an entry up to the root, along each of its names and each name of its parents.
 class upward_walk {
   public:
     upward_walk(CNtfs& ntfs, std::vector<std::wstring> components, std::vector<std::wstring>& results)
-        : m_ntfs(ntfs), m_listed_reads(ntfs), m_components(std::move(components)), m_results(results) {}
+        : m_ntfs(ntfs),
+          m_listed_reads(ntfs),
+          m_record_reads(ntfs),
+          m_components(std::move(components)),
+          m_results(results) {}
 
     // False if the entry has no names.
     [[nodiscard]] bool run(std::uint64_t entry) {
@@ -54,7 +61,8 @@ class upward_walk {
     // Goes up to an entry. False if its path ends here: it has no names, or the walk came through it already.
     [[nodiscard]] bool enter(std::uint64_t entry) {
         if (m_levels.size() >= most_elements || m_levels_entered >= most_levels_entered ||
-            m_characters >= most_characters || m_entries_on_the_way.count(entry) != 0) {
+            m_characters >= most_characters || m_bytes_of_names >= most_bytes_of_names ||
+            m_record_reads.bytes_left == 0 || m_entries_on_the_way.count(entry) != 0) {
             return false;
         }
         const file_name_list& names = names_of(entry);
@@ -78,6 +86,11 @@ class upward_walk {
                 // A record without names leaves the list empty.
                 static_cast<void>(
                     get_file_names(known->second, m_ntfs, entry, record, false, any_parent, m_listed_reads));
+            }
+            m_record_reads.take(record.size());
+            m_bytes_of_names += bytes_of_entry;
+            for (const file_name& each : known->second) {
+                m_bytes_of_names += sizeof(each) + each.name.size() * sizeof(wchar_t);
             }
         }
         return known->second;
@@ -115,7 +128,9 @@ class upward_walk {
     }
 
     CNtfs& m_ntfs;
-    listed_reads m_listed_reads;  // for all entries on the way together
+    // For all entries on the way together.
+    read_budget m_listed_reads;
+    read_budget m_record_reads;
     std::vector<std::wstring> m_components;
     std::vector<std::wstring>& m_results;
     std::vector<level> m_levels;
@@ -123,6 +138,7 @@ class upward_walk {
     std::map<std::uint64_t, file_name_list> m_names;
     std::size_t m_levels_entered = 0;
     std::size_t m_characters = 0;
+    std::size_t m_bytes_of_names = 0;
 };
 
 }  // namespace

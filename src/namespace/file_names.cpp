@@ -26,8 +26,10 @@ constexpr std::uint8_t win32_namespace_bit = 1;
 // other attributes, so that a record is read more than once.
 constexpr std::uint64_t usual_listed_bytes = std::uint64_t{64} << 20;
 constexpr std::uint64_t most_for_a_byte = 32;
-// Every few bytes of a list are a search through a record.
+// Every few bytes of a list are a search through a record, and a record may hold a great many attributes, or
+// a list of a great many runs.
 constexpr std::uint64_t cost_of_list_byte = 16;
+constexpr std::uint64_t cost_of_attribute = 16;
 
 struct name_rules {
     bool all_namespaces;
@@ -70,10 +72,11 @@ void add_names_of_record(file_name_list& names, byte_view record, const name_rul
 }
 
 // True if a record holds the attribute that a list entry names by type and id.
-[[nodiscard]] bool holds_listed_attribute(byte_view record, const list_entry& listed) {
+[[nodiscard]] bool holds_listed_attribute(byte_view record, const list_entry& listed, read_budget& reads) {
     // Ends at the end of the record, or at an attribute without length.
     for (attribute at = first_attribute(record); !at.is_null() && at.type() < first_ending_type;
          at = at.next()) {
+        reads.take(cost_of_attribute);
         if (at.type() == listed.type() && at.id() == listed.id()) {
             return true;
         }
@@ -98,7 +101,7 @@ void put_in_order(file_name_list& names) {
 // The names of the records that an attribute list names.
 class listed_names {
   public:
-    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules, listed_reads& reads)
+    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules, read_budget& reads)
         : m_names(names), m_ntfs(ntfs), m_rules(rules), m_reads(reads) {}
 
     void add(std::uint64_t entry, byte_view list) {
@@ -123,7 +126,7 @@ class listed_names {
             m_held_is_file =
                 m_ntfs.read_record_checked(m_record, position, kind, m_held) && kind == record_kind::file;
         }
-        if (!m_held_is_file || !holds_listed_attribute(m_record, listed)) {
+        if (!m_held_is_file || !holds_listed_attribute(m_record, listed, m_reads)) {
             return;
         }
         m_done.insert(m_held);
@@ -137,7 +140,7 @@ class listed_names {
     file_name_list& m_names;
     CNtfs& m_ntfs;
     const name_rules& m_rules;
-    listed_reads& m_reads;
+    read_budget& m_reads;
     std::set<std::uint64_t> m_done;
     std::uint64_t m_held = ~std::uint64_t{0};
     bool m_held_is_file = false;
@@ -147,10 +150,12 @@ class listed_names {
 };
 
 // The value of an attribute list; empty if there is none that can be read.
-[[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list) {
+[[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list,
+                                                   read_budget& listed_reads) {
     if (!list.non_resident()) {
         return list.value_offset() == 0 ? std::vector<std::uint8_t>() : list.value().to_vector();
     }
+    listed_reads.take(cost_of_list_byte * list.own_bytes().size());
     std::vector<std::uint8_t> bytes;
     static_cast<void>(read_attribute_clusters(ntfs, list, bytes));
     return bytes;
@@ -158,19 +163,19 @@ class listed_names {
 
 }  // namespace
 
-listed_reads::listed_reads(const CNtfs& ntfs, std::uint64_t spent_bytes)
+read_budget::read_budget(const CNtfs& ntfs, std::uint64_t spent_bytes)
     : bytes_left(usual_listed_bytes + most_for_a_byte * ntfs.source_size()) {
     take(spent_bytes);
 }
 
 bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
-                    bool all_namespaces, std::uint64_t parent_filter, listed_reads& reads) {
+                    bool all_namespaces, std::uint64_t parent_filter, read_budget& listed_reads) {
     names.clear();
     const name_rules rules{all_namespaces, parent_filter};
     attribute list;
-    if (reads.bytes_left != 0 &&
+    if (listed_reads.bytes_left != 0 &&
         first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
-        listed_names(names, ntfs, rules, reads).add(entry, list_bytes(ntfs, list));
+        listed_names(names, ntfs, rules, listed_reads).add(entry, list_bytes(ntfs, list, listed_reads));
     }
     add_names_of_record(names, record, rules);
     put_in_order(names);

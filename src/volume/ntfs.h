@@ -72,6 +72,8 @@ class CNtfs {
     path_cache m_path_cache;
     // What attribute lists, and the records that they name, have cost in filling it, in bytes.
     std::uint64_t m_path_cache_cost = 0;
+    // The same of the records of directories' children.
+    std::uint64_t m_path_cache_record_cost = 0;
     // Loads m_sd_cache; null where no reader of descriptors is wanted.
     security_loader m_load_security = nullptr;
 

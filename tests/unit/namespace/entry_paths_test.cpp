@@ -185,6 +185,32 @@ TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
     }());
 }
 
+// Records of 512 KiB have room for thousands of names. Here all numbers lead to one such record, whose names
+// lead to all numbers: 2,000 lists of 2,000 names would take 200 MB.
+TEST_F(EntryPaths, OfEntriesWithThousandsOfNamesEachAreBounded) {
+    constexpr std::uint64_t names = 2000;
+    constexpr std::int64_t clusters = 128;
+    run_list places = {{4, 10 * clusters}};
+    places.insert(places.end(), names, {2000, clusters});
+    volume_builder volume(
+        {.record_size = 512 * 1024, .mft_entries = 10, .stride = 65536, .mft_runs = places});
+    volume.force_boot(64, 1, 0xED);  // 2 to the power of 19 bytes for a record
+    volume.file(0).record().update_sequence_count(0);
+    volume.root().record().update_sequence_count(0);
+    record_builder record = volume.new_record(10);
+    record.update_sequence_count(0);
+    for (std::uint64_t i = 0; i < names; ++i) {
+        const file_name name = {.parent = reference(i == 0 ? 5 : 10 + i, 1), .name = "d"};
+        record.add(attribute_builder::resident(0x30, name.build()));
+    }
+    volume.clusters().write_at(std::uint64_t{2000} * 4096, record.build());
+    opened_volume opened(volume);
+    texts results;
+    EXPECT_TRUE(paths_of_entry(opened.ntfs(), 10, {L"."}, results));
+    // A list takes 128 bytes and 52 for each of its names, so 162 lists are more than 16 MiB.
+    EXPECT_EQ(results.size(), 162u);
+}
+
 TEST_F(EntryPaths, OfADirectoryDeeperThanAnyPathCanNameAreNone) {
     // Entry 100 stands in the root and each one behind it in the one before.
     constexpr std::uint64_t levels = 16385;

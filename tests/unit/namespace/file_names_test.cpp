@@ -36,7 +36,7 @@ class NamesOfARecord : public ::testing::Test {
     found_names read(const bytes& record, bool all_namespaces = false, std::uint64_t parent = any_parent) {
         file_name_list names = {{L"stale", 1, 1}};
         CNtfs ntfs;
-        listed_reads reads(ntfs);
+        read_budget reads(ntfs);
         m_result = get_file_names(names, ntfs, 30, byte_view(record), all_namespaces, parent, reads);
         return in_order(names);
     }
@@ -209,7 +209,7 @@ class NamesOfAListedFile : public ::testing::Test {
         std::uint64_t length = 0;
         EXPECT_TRUE(opened->read_record(entry, record, position, length));
         file_name_list names;
-        listed_reads reads(opened.ntfs());
+        read_budget reads(opened.ntfs());
         reads.bytes_left = std::min(reads.bytes_left, m_may_cost);
         m_result = get_file_names(names, opened.ntfs(), entry, byte_view(record), false, any_parent, reads);
         return in_order(names);
@@ -262,23 +262,59 @@ TEST_F(NamesOfAListedFile, EndWhereListsHaveCostAllThatTheyMay) {
         items.push_back({.type = 0x30, .record = file.extension_entry(place), .id = 7});
     }
     file.attribute_list(build_attribute_list(items));
-    // Two entries of 32 bytes count 16 times, a record counts once.
-    m_may_cost = 16 * 64 + 1024 + 1;
+    // Two entries of 32 bytes count 16 times, a record counts once, and an attribute in it 16 bytes.
+    m_may_cost = 16 * 64 + 1024 + 16 + 1;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
-    m_may_cost = 16 * 64 + 1024;
+    m_may_cost = 16 * 64 + 1024 + 16;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
     m_may_cost = 16 * 64;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
     EXPECT_TRUE(m_result) << "the file's own record is looked at all the same";
 }
 
-TEST(ListedReads, MayCost64MiBAnd32TimesTheSource) {
+TEST_F(NamesOfAListedFile, PayForEachAttributeThatASearchPassesOver) {
+    file_builder& file = m_volume.add_file("base");
+    const std::size_t crowded = file.add_extension();
+    for (std::uint16_t id = 1; id <= 3; ++id) {
+        file.attribute(attribute_builder::resident(0x80, bytes(8)).named("s").id(id), crowded);
+    }
+    const std::size_t wanted = file.add_extension();
+    file.attribute(named("one").id(7), wanted);
+    file.attribute_list(
+        build_attribute_list({{.type = 0x80, .record = file.extension_entry(crowded), .id = 99},
+                              {.type = 0x80, .record = file.extension_entry(crowded), .id = 98},
+                              {.type = 0x30, .record = file.extension_entry(wanted), .id = 7}}));
+    // Three entries of 32 bytes, a record that is read once, and two searches through its three attributes.
+    m_may_cost = 16 * 96 + 1024 + 2 * 3 * 16 + 1;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
+    m_may_cost = 16 * 96 + 1024 + 2 * 3 * 16;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
+}
+
+TEST_F(NamesOfAListedFile, PayForTheRunsOfTheirListAndReadItOnlyWhileTheyCan) {
+    file_builder& file = m_volume.add_file("base");
+    const std::size_t place = file.add_extension();
+    file.attribute(named("one").id(7), place).without_attribute_list();
+    m_volume.write_clusters(
+        100, build_attribute_list({{.type = 0x30, .record = file.extension_entry(place), .id = 7}}));
+    const attribute_builder list = attribute_builder::non_resident(0x20, {{100, 1}});
+    file.attribute(list);
+    const std::uint64_t runs_and_list = 16 * (list.build().size() + 4096);
+    m_may_cost = runs_and_list + 1;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
+    m_may_cost = runs_and_list;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
+    m_may_cost = 0;
+    EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
+}
+
+TEST(ReadBudget, MayCost64MiBAnd32TimesTheSource) {
     CNtfs no_source;
-    EXPECT_EQ(listed_reads(no_source).bytes_left, 0x4000000u);
-    EXPECT_EQ(listed_reads(no_source, 0x1000000).bytes_left, 0x3000000u);
-    EXPECT_EQ(listed_reads(no_source, 0x4000001).bytes_left, 0u);
+    EXPECT_EQ(read_budget(no_source).bytes_left, 0x4000000u);
+    EXPECT_EQ(read_budget(no_source, 0x1000000).bytes_left, 0x3000000u);
+    EXPECT_EQ(read_budget(no_source, 0x4000001).bytes_left, 0u);
     opened_volume opened{volume_builder()};
-    EXPECT_EQ(listed_reads(opened.ntfs()).bytes_left, 0x4000000u + 32 * opened.ntfs().source_size());
+    EXPECT_EQ(read_budget(opened.ntfs()).bytes_left, 0x4000000u + 32 * opened.ntfs().source_size());
 }
 
 TEST_F(NamesOfAListedFile, DoNotCompareTheSequenceNumberOfAListEntry) {

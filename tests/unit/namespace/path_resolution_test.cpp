@@ -694,7 +694,7 @@ TEST_F(PathResolution, EndsSoonWhereTheListsOfAllFilesLieOverEachOther) {
     opened_volume opened(volume);
     EXPECT_EQ(resolve(&opened.ntfs(), L"/file7").entry, 31u);
     EXPECT_EQ(resolve(&opened.ntfs(), L"/file299").entry, 323u);
-    EXPECT_EQ(opened->m_path_cache_cost, listed_reads(opened.ntfs()).bytes_left)
+    EXPECT_EQ(opened->m_path_cache_cost, read_budget(opened.ntfs()).bytes_left)
         << "no further list is followed";
 }
 
@@ -737,6 +737,27 @@ std::uint64_t last_file_behind(std::size_t repeats) {
 TEST_F(PathResolution, PassesOverChildrenBehindMoreNamesThanTheSourceCanHold) {
     EXPECT_EQ(last_file_behind(3), 3u * 48 + 2);
     EXPECT_EQ(last_file_behind(40), 0u) << "the names of 40 times 24 files would take half a megabyte";
+}
+
+// Numbers of children may all lead to one record, of half a megabyte: each of them would be read and
+// searched.
+TEST_F(PathResolution, ReadsNoMoreChildrenWhereTheirRecordsHaveCostAllThatTheyMay) {
+    volume_builder volume;
+    const std::uint64_t directory = volume.add_directory("dir").entry();
+    const std::uint64_t one = volume.add_file("one", directory).entry();
+    const std::uint64_t two = volume.add_file("two", directory).entry();
+    for (const std::uint64_t records : {1, 2}) {
+        opened_volume opened(volume);
+        opened->m_path_cache[5].m_children = {directory};
+        opened->m_path_cache[5].m_child_names.assign({{"dir", directory}});
+        opened->m_path_cache_record_cost = read_budget(opened.ntfs()).bytes_left - (1024 * records - 1);
+        EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/one").entry, one);
+        EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/two").found, records == 2);
+    }
+    opened_volume opened(volume);
+    EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/two").entry, two);
+    // Those of the two files, and of $MFT, $Bitmap and the directory in the root.
+    EXPECT_EQ(opened->m_path_cache_record_cost, 5u * 1024);
 }
 
 TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {
