@@ -41,7 +41,8 @@ def row_text(row):
     memory = f"{row.memory:.1f} MiB"
     if row.most_memory is not None:
         memory += f" of {row.most_memory:g}" + ("" if row.memory <= row.most_memory else " **missed**")
-    return f"| {row.case} | {row.tool} | {row.seconds * 1000:.1f} ms | {row.ratio:.2f} | {target} | {memory} |\n"
+    tool = row.tool.replace("|", "\\|")
+    return f"| {row.case} | {tool} | {row.seconds * 1000:.1f} ms | {row.ratio:.2f} | {target} | {memory} |\n"
 
 
 def kept_rows(options):
