@@ -85,7 +85,8 @@ void write_security(const std::string& path, std::uint32_t count) {
     const bytes stream = sds_stream(descriptors);
     volume_builder volume;
     volume.add_secure(stream);
-    volume.file(0).security_id(0x100);
+    // An id in the record of $Bitmap has the descriptors read while the volume is opened.
+    volume.file(6).security_id(0x100);
     const std::uint64_t entry = volume.add_file("a.txt").data("a few bytes\n").entry();
     volume.write_to(path);
     std::cout << entry << ' ' << stream.size() << '\n';

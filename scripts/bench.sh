@@ -16,5 +16,5 @@ if [ "${1:-}" = micro ]; then
     done
     exit
 fi
-exec python3 -B "$QUARRY_ROOT/bench/compare.py" --quarry "$build/src/quarry" \
+exec /usr/bin/python3 -B "$QUARRY_ROOT/bench/compare.py" --quarry "$build/src/quarry" \
     --writer "$build/bench/write_bench_volume" "$@"
