@@ -121,8 +121,11 @@ class Volumes:
         return disk, facts["small"], tables
 
     def drop(self, name):
-        for path in self.directory.glob(f"{name}.*"):
-            shutil.rmtree(path) if path.is_dir() else path.unlink()
+        for path in (self.directory / name, *self.directory.glob(f"{name}.*")):
+            if path.is_dir():
+                shutil.rmtree(path)
+            elif path.exists():
+                path.unlink()
 
 
 def fill_small(point):
