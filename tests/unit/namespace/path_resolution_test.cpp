@@ -746,7 +746,7 @@ TEST_F(PathResolution, ReadsNoMoreChildrenWhereTheirRecordsHaveCostAllThatTheyMa
     const std::uint64_t directory = volume.add_directory("dir").entry();
     const std::uint64_t one = volume.add_file("one", directory).entry();
     const std::uint64_t two = volume.add_file("two", directory).entry();
-    for (const std::uint64_t records : {1, 2}) {
+    for (const std::uint64_t records : {1U, 2U}) {
         opened_volume opened(volume);
         opened->m_path_cache[5].m_children = {directory};
         opened->m_path_cache[5].m_child_names.assign({{"dir", directory}});

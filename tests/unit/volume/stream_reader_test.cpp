@@ -261,8 +261,8 @@ TEST_F(StreamReader, ReadsShortRunsCloseBehindEachOtherTogether) {
     EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {hole, 1}, {42, 1}}), 3), 2u);
 }
 
-// Runs anywhere in and behind the volume, with holes; every third list goes up in small steps, every fourth has
-// VCNs that overlap or leave gaps.
+// Runs anywhere in and behind the volume, with holes; every third list goes up in small steps, every fourth
+// has VCNs that overlap or leave gaps.
 cluster_run_list random_runs(std::mt19937& random) {
     cluster_run_list runs;
     std::uint64_t vcn = 0;
