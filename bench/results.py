@@ -27,7 +27,7 @@ HEAD = """# Measured figures
 
 Written by `scripts/bench.sh --results`, {date}, on: {machine}; {compiler}; {peers}.
 
-Wall times, medians of {runs} runs in alternation, everything on a memory file system and read before. The ratio
+Wall times, medians of at least {runs} runs in alternation, everything on a memory file system and read before. The ratio
 is the tool's time divided by quarry's in the same case; where a target stands, the ratio must be at least that.
 Memory is the highest peak of the whole command.
 
@@ -60,9 +60,9 @@ def keep(case, rows, options):
 def write(cases, options):
     kept = json.loads(kept_rows(options).read_text(encoding="utf-8"))
     rows = [measure.Row(**row) for case in cases for row in kept.get(case, [])]
-    peers = f"{first_line('icat -V')}; {first_line('ntfscat -V 2>&1 | grep .')}"
+    peers = f"{first_line('icat -V')}; {first_line('ntfscat -V 2>&1 | grep .').split(' - ')[0]}"
     text = HEAD.format(date=datetime.date.today().isoformat(), machine=machine(), compiler=first_line("c++ --version"),
-                       peers=peers, runs=options.runs)
+                       peers=peers, runs=min(5, options.runs))
     path = pathlib.Path(__file__).with_name("RESULTS.md")
     path.write_text(text + "".join(map(row_text, rows)), encoding="utf-8")
     print(f"wrote {path}")
