@@ -184,7 +184,10 @@ std::map<std::string, std::string> command_rows::files_made() const {
 }
 
 void command_rows::expect_files() const {
-    std::map<std::string, std::string> expected = GetParam().what.files;
+    std::map<std::string, std::string> expected;
+    for (const auto& [name, file] : GetParam().what.files) {
+        expected[name] = file.made();
+    }
     for (const auto& [name, content] : GetParam().what.texts) {
         expected[name] = in_place(content);
     }

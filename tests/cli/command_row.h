@@ -8,9 +8,11 @@
 
 #include "support/temp_dir.h"
 
+#include <concepts>
+#include <functional>
 #include <map>
-#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,6 +27,20 @@ enum class stage {
     ran       // a copy was tried
 };
 
+// What a file holds: as it stands, or how it is made, so that large contents are not made for every row by
+// every process that runs one.
+class content {
+  public:
+    content(const char* text) : m_make([made = std::string(text)] { return made; }) {}
+    content(std::string text) : m_make([made = std::move(text)] { return made; }) {}
+    template <std::invocable Maker>
+    content(Maker make) : m_make(std::move(make)) {}
+    [[nodiscard]] std::string made() const { return m_make(); }
+
+  private:
+    std::function<std::string()> m_make;
+};
+
 struct row {
     std::string name;  // a sentence
     std::vector<std::string> words;
@@ -36,7 +52,7 @@ struct row {
     // Lines of the log behind the header, without those of path lookups and of the exit status.
     std::vector<std::string> log = {};
     // All of "@/out" afterwards, by name: files to the byte, and texts in which "@" has its meaning.
-    std::map<std::string, std::string> files = {};
+    std::map<std::string, content> files = {};
     std::map<std::string, std::string> texts = {};
     std::string input = {};
     std::map<std::string, std::string> environment = {};

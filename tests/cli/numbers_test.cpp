@@ -29,7 +29,7 @@ row means_0(const std::string& name, const std::string& value) {
             .err = success,
             .log = {"dst: @/out/o", "partition letter ", opened, "info: inode ", "info: data size 0x10000",
                     "info: copy successful"},
-            .files = {{"o", file_table()}}};
+            .files = {{"o", file_table}}};
 }
 
 const std::vector<row> entry_rows = {
@@ -68,7 +68,7 @@ const std::vector<row> entry_rows = {
      .err = success,
      .log = {"dst: @/out/o", "partition letter ", opened, "info: inode /a.txt", "info: data size 0x10000",
              "info: copy successful"},
-     .files = {{"o", file_table()}}},
+     .files = {{"o", file_table}}},
 };
 
 // An -offset value on a bare volume that counts as no offset.
@@ -122,17 +122,17 @@ const std::vector<row> offset_rows = {
 };
 
 row cluster_copy(const std::string& name, const std::string& start, const std::string& count,
-                 const std::string& content) {
+                 const content& copied) {
     return {.name = name,
             .words = {"-image", "@/disk", "-cluster", start, count, "-dst", "@/out/o"},
             .user = who::root,
             .err = success,
             .log = {"dst: @/out/o", "partition letter ", "info: copy successful"},
-            .files = {{"o", content}}};
+            .files = {{"o", copied}}};
 }
 
 row starts_at_0(const std::string& name, const std::string& start) {
-    return cluster_copy("a start of " + name + " is 0", start, "1", head_of_disk(4096));
+    return cluster_copy("a start of " + name + " is 0", start, "1", [] { return head_of_disk(4096); });
 }
 
 row counts_none(const std::string& name, const std::string& count) {
@@ -156,7 +156,7 @@ const std::vector<row> cluster_number_rows = {
     counts_none("a minus", "-"),
     counts_none("31 digits", digits_31),
     cluster_copy("a start that cannot be read comes from the start all the same", "abc", "0x2",
-                 head_of_disk(8192)),
+                 [] { return head_of_disk(8192); }),
     {.name = "a start of nothing asks for no clusters",
      .words = {"-image", "@/disk", "-cluster", "", "1", "-dst", "@/out/o"},
      .user = who::root,
@@ -174,7 +174,7 @@ const std::vector<row> cluster_number_rows = {
      .user = who::root,
      .err = success,
      .log = {"dst: @/out/o", "partition letter ", "info: copy successful"},
-     .files = {{"o", head_of_disk(std::string::npos)}}},
+     .files = {{"o", [] { return head_of_disk(std::string::npos); }}}},
     {.name = "a range that wraps holds no cluster",
      .words = {"-image", "@/disk", "-cluster", "5", "-5", "-dst", "@/out/o"},
      .user = who::root,

@@ -13,7 +13,7 @@ const std::string opened = "info: pNTFS img:@/disk:0x0";
 
 row pipe(const std::string& name, const std::vector<std::string>& words, const std::string& input,
          const std::string& err, const std::vector<std::string>& log,
-         const std::map<std::string, std::string>& files) {
+         const std::map<std::string, content>& files) {
     std::vector<std::string> all = {"-image", "@/disk", "-pipe", "-dst", "@/out/"};
     all.insert(all.end(), words.begin(), words.end());
     return {.name = name,
@@ -42,8 +42,8 @@ const std::vector<std::string> both_logs =
          {"dst: @/out/b.txt", "partition letter ", "info: find inode /many/b.txt", "info: data size 0x2",
           "info: success: /many/b.txt"});
 constexpr const char* both_lines = "success: /a.txt\nsuccess: /many/b.txt\n";
-const std::map<std::string, std::string> both_files = {{"a.txt", "hello world\n"}, {"b.txt", "b\n"}};
-const std::map<std::string, std::string> a_file = {{"a.txt", "hello world\n"}};
+const std::map<std::string, content> both_files = {{"a.txt", "hello world\n"}, {"b.txt", "b\n"}};
+const std::map<std::string, content> a_file = {{"a.txt", "hello world\n"}};
 const std::vector<std::string> a_log = first_copy("/a.txt", "/a.txt", "0xc", "/a.txt");
 constexpr const char* a_line = "success: /a.txt\n";
 

@@ -226,6 +226,10 @@ std::string holes_without_hole() {
     return text_of(pattern(16'384, 7));
 }
 
+std::string cluster_200() {
+    return holes_without_hole().substr(0, 4096);
+}
+
 std::string holes_content() {
     const std::string stored = holes_without_hole();
     return (stored.substr(0, 4096) + std::string(4096, '\0') + stored.substr(4096)).substr(0, 20'000);

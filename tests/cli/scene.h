@@ -33,5 +33,7 @@ bool make_source(const std::string& name, const std::filesystem::path& path);
 // The content of /holes.bin: with the hole as zeros, and the stored clusters alone.
 [[nodiscard]] std::string holes_content();
 [[nodiscard]] std::string holes_without_hole();
+// The first of those stored clusters, which is number 200 of the volume.
+[[nodiscard]] std::string cluster_200();
 
 }  // namespace quarry::test
