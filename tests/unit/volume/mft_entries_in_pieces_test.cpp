@@ -1,0 +1,491 @@
+// Entries whose attributes lie in several records, which an attribute list names.
+#include "unit/volume/categorized.h"
+#include "volume/entry_flattening.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+// A file's pieces.
+
+TEST(CategorizeEntry, JoinsADataStreamSpreadOverThreeRecords) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    const std::size_t third = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 2).allocated(64 * 4096).real(200000).initialized(150000));
+    file.attribute(piece({{300, 16}}, 16, 0).allocated(5).real(6).initialized(7), second);
+    file.attribute(piece({{200, 32}}, 32, 5).allocated(8).real(9).initialized(10), third);
+    const categorized got = categorize(volume);
+    ASSERT_TRUE(got.ok);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 1u);
+    EXPECT_EQ(runs_of(*streams[0]),
+              (flat_runs{{0, 100, 16, false}, {16, 300, 16, false}, {32, 200, 32, false}}));
+    EXPECT_EQ(streams[0]->allocated, 64u * 4096);
+    EXPECT_EQ(streams[0]->real, 200000u);
+    EXPECT_EQ(streams[0]->initialized, 150000u);
+    EXPECT_EQ(streams[0]->entry, first_user_entry);
+    EXPECT_EQ(streams[0]->owner, first_user_entry);
+    EXPECT_EQ(streams[0]->id, 2u);
+    EXPECT_EQ(got.log, (lines{"primary entry 24 pointing to ref entry 25",
+                              "primary entry 24 pointing to ref entry 26"}));
+}
+
+TEST(CategorizeEntry, PutsAnEarlierPieceAheadOfTheOneFirstMet) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{300, 16}}, 16, 2));
+    file.attribute(piece({{100, 16}}, 0, 0), second);
+    EXPECT_EQ(runs_of(*of_type(categorize(volume).items, 0x80).at(0)),
+              (flat_runs{{0, 100, 16, false}, {16, 300, 16, false}}));
+}
+
+// Each join closes the gaps, so the place of a piece in the middle may be taken by the time it comes.
+TEST(CategorizeEntry, LosesAPieceThatTheListNamesBehindALaterOne) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    const std::size_t third = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 2));
+    file.attribute(piece({{300, 16}}, 16, 0), second).attribute(piece({{200, 32}}, 32, 5), third);
+    file.attribute_list(build_attribute_list({{.record = 26, .id = 5}, {.record = 25, .id = 0}}));
+    EXPECT_EQ(runs_of(*of_type(categorize(volume).items, 0x80).at(0)),
+              (flat_runs{{0, 100, 16, false}, {16, 200, 32, false}}));
+}
+
+TEST(CategorizeEntry, JoinsPiecesThatShareTypeIdAndName) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 3).named("x"));
+    file.attribute(piece({{300, 16}}, 16, 3).named("x"), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 1u);
+    EXPECT_EQ(runs_of(*streams[0]), (flat_runs{{0, 100, 16, false}, {16, 300, 16, false}}));
+}
+
+// Pieces of a named stream that carry different ids stay apart.
+TEST(CategorizeEntry, LeavesANamedStreamInPiecesWhenTheirIdsDiffer) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 3).named("x"));
+    file.attribute(piece({{300, 16}}, 16, 4).named("x"), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_EQ(runs_of(*streams[0]), (flat_runs{{0, 100, 16, false}}));
+    EXPECT_EQ(runs_of(*streams[1]), (flat_runs{{16, 300, 16, false}}));
+}
+
+// A piece whose id stands for another name is dropped.
+TEST(CategorizeEntry, DropsAPieceWhoseIdStandsForAnotherName) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 3).named("x"));
+    file.attribute(piece({{300, 16}}, 16, 3).named("y"), second);
+    file.attribute(piece({{400, 16}}, 16, 3), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 1u);
+    EXPECT_EQ(streams[0]->name, "x");
+    EXPECT_EQ(runs_of(*streams[0]), (flat_runs{{0, 100, 16, false}}));
+}
+
+TEST(CategorizeEntry, LeavesTheFirstOfTwoResidentValuesOfOneKey) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("first")).id(3));
+    file.attribute(attribute_builder::resident(0x80, to_bytes("second")).id(3), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 1u);
+    EXPECT_EQ(streams[0]->value, to_bytes("first"));
+}
+
+TEST(CategorizeEntry, ListsResidentUnnamedStreamsOfDifferentIdsOneByOne) {
+    volume_builder volume;
+    volume.add_file("a")
+        .attribute(attribute_builder::resident(0x80, to_bytes("first")).id(3))
+        .attribute(attribute_builder::resident(0x80, to_bytes("second")).id(4))
+        .attribute(attribute_builder::resident(0x80, {}).id(5));
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 2u) << "the empty one is a piece of the first";
+    EXPECT_EQ(streams[0]->value, to_bytes("first"));
+    EXPECT_EQ(streams[1]->value, to_bytes("second"));
+}
+
+// Of several unnamed streams the first in the order of the items takes a piece, whichever was met first.
+TEST(CategorizeEntry, JoinsAPieceToTheFirstOfSeveralUnnamedStreams) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 16}}, 0, 5));
+    file.attribute(attribute_builder::resident(0x80, to_bytes("resident")).id(3));
+    file.attribute(piece({{300, 16}}, 16, 7), second);
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_EQ(streams[0]->id, 3u);
+    EXPECT_EQ(streams[0]->value, to_bytes("resident"));
+    EXPECT_TRUE(streams[0]->runs.empty()) << "the runs of a resident stream are not listed";
+    EXPECT_EQ(streams[1]->id, 5u);
+    EXPECT_EQ(runs_of(*streams[1]), (flat_runs{{0, 100, 16, false}}));
+}
+
+TEST(CategorizeEntry, ListsAnEmptyResidentStream) {
+    volume_builder volume;
+    volume.add_file("a").resident_data({});
+    const attr_item item = *of_type(categorize(volume).items, 0x80).at(0);
+    EXPECT_FALSE(item.non_resident);
+    EXPECT_EQ(item.value_size, 0u);
+    EXPECT_TRUE(item.value.empty());
+}
+
+TEST(CategorizeEntry, JoinsTheIndexAllocationOfADirectoryByIdAndName) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::non_resident(0xA0, {{100, 1}}).named("$I30").id(3));
+    file.attribute(attribute_builder::non_resident(0xA0, {{110, 2}}).named("$I30").id(3).lowest_vcn(1),
+                   second);
+    const categorized got = categorize(volume);
+    const auto found = of_type(got.items, 0xA0);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0]->name, "$I30");
+    EXPECT_EQ(runs_of(*found[0]), (flat_runs{{0, 100, 1, false}, {1, 110, 2, false}}));
+}
+
+TEST(CategorizeEntry, TakesEverythingOfAnExtensionRecordForTheBaseEntry) {
+    volume_builder volume;
+    auto& file = volume.add_file("base");
+    const std::size_t second = file.add_extension();
+    file_name other;
+    other.name = "another name";
+    file.attribute(attribute_builder::resident(0x30, other.build()).id(8), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("in the extension")).id(9), second);
+    const categorized got = categorize(volume);
+    ASSERT_EQ(types_of(got.items), (std::vector<std::uint32_t>{0x110, 0x10, 0x30, 0x30, 0x80}));
+    EXPECT_EQ(got.items[2].text, "another name");
+    EXPECT_EQ(got.items[4].value, to_bytes("in the extension"));
+    EXPECT_EQ(got.items[4].entry, file.entry());
+}
+
+// A record that was given to another file since is read all the same.
+TEST(CategorizeEntry, DoesNotCompareTheSequenceNumberOfAListEntry) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.record(second).sequence(77);
+    file.attribute(piece({{300, 16}}, 0, 0), second);
+    file.attribute_list(build_attribute_list({{.record = 25, .sequence = 3, .id = 0}}));
+    EXPECT_EQ(of_type(categorize(volume).items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, TakesOnlyWhatTheListNames) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("named by the list")).named("x").id(1), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("not named")).named("y").id(2), second);
+    file.attribute_list(build_attribute_list(
+        {{.record = 25, .id = 1}, {.record = 25, .id = 7}, {.type = 0xB0, .record = 25, .id = 2}}));
+    const categorized got = categorize(volume);
+    const auto streams = of_type(got.items, 0x80);
+    ASSERT_EQ(streams.size(), 1u);
+    EXPECT_EQ(streams[0]->name, "x");
+    EXPECT_EQ(got.log.size(), 3u) << "one line for each entry";
+}
+
+TEST(CategorizeEntry, FollowsAListInClusters) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{300, 16}}, 0, 0), second).list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+    EXPECT_TRUE(of_type(got.items, 0x20).empty()) << "lists are no items";
+    EXPECT_EQ(got.log, (lines{"primary entry 24 pointing to ref entry 25"}));
+}
+
+TEST(CategorizeEntry, DoesNotFollowAListInAnExtensionRecord) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    const std::size_t third = file.add_extension();
+    file.attribute(attribute_builder::resident(0x20, build_attribute_list({{.record = 26, .id = 0}})).id(1),
+                   second);
+    file.attribute(piece({{300, 16}}, 0, 0), third);
+    file.attribute_list(build_attribute_list({{.type = 0x20, .record = 25, .id = 1}}));
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(of_type(got.items, 0x80).empty());
+    EXPECT_EQ(got.log.size(), 1u);
+}
+
+TEST(CategorizeEntry, FollowsEveryListOfARecord) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("1")).named("x").id(1), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("2")).named("y").id(2), second);
+    file.attribute_list(build_attribute_list({{.record = 25, .id = 1}}));
+    file.attribute(attribute_builder::resident(0x20, build_attribute_list({{.record = 25, .id = 2}})).id(11));
+    EXPECT_EQ(of_type(categorize(volume).items, 0x80).size(), 2u);
+}
+
+TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatIsNone) {
+    for (const char* const signature : {"BAAD", "INDX", "ABCD", "file"}) {
+        volume_builder volume;
+        auto& file = volume.add_file("a");
+        const std::size_t second = file.add_extension();
+        const std::size_t third = file.add_extension();
+        file.attribute(attribute_builder::resident(0x80, to_bytes("lost")).named("x").id(1), second);
+        file.attribute(attribute_builder::resident(0x80, to_bytes("kept")).named("y").id(1), third);
+        file.record(second).signature(signature);
+        file.attribute_list(build_attribute_list({{.record = 25, .id = 1}, {.record = 26, .id = 1}}));
+        const categorized got = categorize(volume);
+        EXPECT_TRUE(got.ok);
+        const auto streams = of_type(got.items, 0x80);
+        ASSERT_EQ(streams.size(), 1u) << signature;
+        EXPECT_EQ(streams[0]->name, "y");
+        lines expected{"primary entry 24 pointing to ref entry 25",
+                       "primary entry 24 pointing to ref entry 26"};
+        if (std::string(signature) == "BAAD") {
+            expected.insert(expected.begin() + 1, "err: fixup_mft type: BAAD");
+        }
+        EXPECT_EQ(got.log, expected);
+    }
+}
+
+TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordOutsideOfTheMft) {
+    volume_builder volume;
+    volume.add_file("a")
+        .attribute_list(build_attribute_list({{.record = 0xFFFFFFFFFFFF, .id = 1}}))
+        .data("kept");
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.log, (lines{"primary entry 24 pointing to ref entry 281474976710655"}));
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatHasNoFirstAttribute) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("lost")).id(1), second);
+    file.record(second).first_attribute_offset(0);
+    EXPECT_TRUE(of_type(categorize(volume).items, 0x80).empty());
+}
+
+TEST(CategorizeEntry, EndsTheSearchInAnExtensionRecordAtAnAttributeOfLengthZero) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x70, pattern(12)).id(1).length(0), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("behind")).id(2), second);
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_TRUE(of_type(got.items, 0x80).empty());
+}
+
+TEST(CategorizeEntry, TakesNothingOfAnExtensionRecordWhoseFirstAttributeFillsIt) {
+    for (const auto& [length, found] : {std::pair{1024u, 0u}, {0xFFFFFFFFu, 0u}, {1023u, 0u}}) {
+        volume_builder volume;
+        auto& file = volume.add_file("a");
+        const std::size_t second = file.add_extension();
+        file.attribute(attribute_builder::resident(0x80, to_bytes("x")).id(2).length(length), second);
+        EXPECT_EQ(of_type(categorize(volume).items, 0x80).size(), found) << length;
+    }
+}
+
+// Damaged attribute lists.
+
+TEST(CategorizeEntry, EndsAListAtAnEntryOfLengthZero) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("x")).named("x").id(1), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("y")).named("y").id(2), second);
+    file.attribute_list(
+        build_attribute_list({{.record = 25, .id = 1, .forced = {{4, 2, 0}}}, {.record = 25, .id = 2}}));
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_TRUE(of_type(got.items, 0x80).empty()) << "the entry itself counts for nothing";
+    EXPECT_TRUE(got.log.empty());
+}
+
+TEST(CategorizeEntry, SurvivesAListCutAtEveryLength) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("x")).named("x").id(1), second);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("y")).named("y").id(2), second);
+    const bytes list = build_attribute_list({{.record = 25, .id = 1}, {.record = 25, .id = 2}});
+    ASSERT_EQ(list.size(), 64u);
+    for (std::size_t size = 0; size <= list.size(); ++size) {
+        file.attribute_list(bytes(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(size)));
+        const categorized got = categorize(volume);
+        EXPECT_TRUE(got.ok);
+        // An entry counts once its 26 bytes are there.
+        EXPECT_EQ(of_type(got.items, 0x80).size(), (size >= 26 ? 1u : 0u) + (size >= 58 ? 1u : 0u)) << size;
+    }
+}
+
+TEST(CategorizeEntry, StepsByTheLengthOfAListEntryHoweverSmall) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("x")).id(1), second);
+    for (const std::uint64_t length : {1u, 8u, 25u, 31u, 33u, 0xFFFFu}) {
+        file.attribute_list(build_attribute_list({{.record = 25, .id = 1, .forced = {{4, 2, length}}}}));
+        const categorized got = categorize(volume);
+        EXPECT_TRUE(got.ok);
+        EXPECT_EQ(of_type(got.items, 0x80).size(), 1u) << length;
+        EXPECT_LE(got.log.size(), 7u);
+    }
+}
+
+TEST(CategorizeEntry, ReadsNothingForAListEntryOfTheRecordItself) {
+    volume_builder volume;
+    volume.add_file("a").data("x").attribute_list(
+        build_attribute_list({{.record = 24, .id = 2}, {.record = 24, .id = 9}}));
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.log.empty());
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, EndsForTwoRecordsWhoseListsNameEachOther) {
+    volume_builder volume;
+    auto& first = volume.add_file("a");
+    auto& second = volume.add_file("b");
+    first.attribute_list(build_attribute_list({{.type = 0x20, .record = second.entry(), .id = 2}}));
+    second.attribute_list(build_attribute_list({{.type = 0x20, .record = first.entry(), .id = 2}}));
+    EXPECT_TRUE(categorize(volume, first.entry()).ok);
+    EXPECT_TRUE(categorize(volume, second.entry()).ok);
+}
+
+TEST(CategorizeEntry, EndsForAListOf60000EntriesOfOneRecord) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{300, 16}}, 0, 1), second);
+    file.attribute_list(build_attribute_list(std::vector<list_item>(60000, {.record = 25, .id = 1})))
+        .list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.log.size(), 60000u);
+    EXPECT_EQ(runs_of(*of_type(got.items, 0x80).at(0)), (flat_runs{{0, 300, 16, false}}));
+}
+
+TEST(CategorizeEntry, FollowsListsUntil64MiBWereRead) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{300, 16}}, 0, 1), second);
+    file.attribute_list(build_attribute_list(std::vector<list_item>(70000, {.record = 25, .id = 1})))
+        .list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    // The list is cut at 2 MiB. What is left of 64 MiB are 63,488 records of 1024 bytes.
+    EXPECT_EQ(got.log.size(), 63488u);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, FollowsListsUntil32MiBOfAttributesWereFound) {
+    volume_builder volume({.record_size = 4096});
+    auto& file = volume.add_file("a");
+    const attribute_builder named = attribute_builder::resident(0x80, bytes(3968)).named("s").id(1);
+    ASSERT_EQ(named.build().size(), 4000u);
+    file.attribute(named, file.add_extension());
+    file.attribute_list(build_attribute_list(std::vector<list_item>(9000, {.record = 25, .id = 1})))
+        .list_in_clusters();
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    // 8,388 times 4,000 bytes are a little less than 32 MiB.
+    EXPECT_EQ(got.log.size(), 8389u);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, TakesNoMoreMemoryThanTwiceTheSource) {
+    // 440 holes of one cluster each take 880 bytes of a record and 14,080 bytes of memory.
+    bytes holes;
+    for (int i = 0; i < 440; ++i) {
+        holes.insert(holes.end(), {0x01, 0x01});
+    }
+    holes.push_back(0);
+    volume_builder volume({.mft_entries = 96});
+    auto& file = volume.add_file("a").data("x");
+    for (std::uint16_t i = 0; i < 60; ++i) {
+        file.attribute(
+            attribute_builder::with_pairs(0x80, holes).named("s").id(static_cast<std::uint16_t>(100 + i)),
+            file.add_extension());
+    }
+    file.list_in_clusters();
+    opened_volume opened(volume);
+    const std::uint64_t source = opened.ntfs().source_size();
+    const categorized got = categorize(opened.ntfs(), file.entry());
+    EXPECT_TRUE(got.ok);
+    std::uint64_t memory = 0;
+    for (const attr_item& item : got.items) {
+        memory += item.runs.size() * sizeof(cluster_run);
+    }
+    ASSERT_LT(source, 60u * 14080 / 3) << "the runs of all records would be more than is allowed";
+    EXPECT_GT(memory, source);
+    EXPECT_LE(memory, 2 * source + 14080);
+    EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, to_bytes("x"));
+}
+
+TEST(FlattenEntry, PadsValuesWith4MiBOfZerosAtMost) {
+    // 100 attributes without a value of their own that claim 60,000 bytes each.
+    entry_record record;
+    bytes chain;
+    for (std::uint16_t i = 0; i < 100; ++i) {
+        const bytes header = attribute_builder::resident(0x80, {}).id(i).force(16, 4, 60000).build();
+        chain.insert(chain.end(), header.begin(), header.end());
+    }
+    bool is_list = false;
+    for (attribute at{byte_view(chain)}; !at.is_null(); at = at.next()) {
+        ASSERT_TRUE(categorize_attribute(record, 30, at, is_list));
+    }
+    const attr_item_list items = flatten_entry(record, 65536);
+    ASSERT_EQ(items.size(), 101u);
+    // 4,194,304 bytes are 69 whole values and 54,304 bytes.
+    EXPECT_EQ(items[1].value, bytes(60000));
+    EXPECT_EQ(items[69].value.size(), 60000u);
+    EXPECT_EQ(items[70].value.size(), 54304u);
+    EXPECT_EQ(items[71].value.size(), 0u);
+    EXPECT_EQ(items[100].value_size, 60000u);
+}
+
+TEST(CategorizeEntry, CostsLittleForAListWhoseRunsClaimTerabytes) {
+    volume_builder volume;
+    volume.add_file("a").data("kept").attribute(
+        attribute_builder::with_pairs(0x20, from_hex("04 FF FF FF FF 04 FF FF FF FF 04 FF FF FF FF 00"))
+            .id(9));
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+TEST(CategorizeEntry, ReadsTheListAsFarAsItsClustersCanBeRead) {
+    volume_builder volume;
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(attribute_builder::resident(0x80, to_bytes("x")).named("x").id(1), second);
+    file.without_attribute_list();
+    volume.write_clusters(90, build_attribute_list({{.record = 25, .id = 1}}));
+    file.attribute(attribute_builder::non_resident(0x20, {{90, 1}, {90000, 1}}).id(9));
+    const categorized got = categorize(volume);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+}  // namespace
+}  // namespace quarry::test
