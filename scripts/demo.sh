@@ -8,7 +8,7 @@ source "$(dirname "$0")/lib/setup.sh"
 
 preset=${QUARRY_PRESET:-release}
 quarry_install demo
-[ "$preset" != clang ] || quarry_install clang
+case $preset in clang | sanitizers) quarry_install clang ;; esac
 quarry_prepare "$preset" quarry
 
 samples=$QUARRY_ROOT/samples

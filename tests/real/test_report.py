@@ -13,7 +13,8 @@ from volumes import MIB, Volume, need, need_tools, pattern, run_tool
 
 SAMPLES = pathlib.Path(__file__).resolve().parents[2] / "samples"
 SAMPLE_VOLUME = slice(2048 * 512, 18432 * 512)
-ENTRIES = 3000
+# Each entry takes three programs; a slow, instrumented one looks at fewer.
+ENTRIES = 1000 if os.environ.get("QUARRY_INSTRUMENTED") else 3000
 
 # istat shows a time of zero as this one.
 ISTAT_ZERO_TIME = "2076-11-29 08:54:34.000"
@@ -326,13 +327,14 @@ def test_the_report_of_every_entry_of_a_volume_says_what_istat_and_ntfsinfo_say(
     assert len(entries) >= ENTRIES
     reports = for_each_entry(entries, lambda entry: compare_with_both(quarry, volume, entry))
     # What must have come up for the comparison to mean something.
-    assert sum(report["deleted"] for report in reports) > 200
-    assert sum(report["directory"] for report in reports) > 200
+    many = ENTRIES // 15
+    assert sum(report["deleted"] for report in reports) > many
+    assert sum(report["directory"] for report in reports) > many
     assert {report["links"] for report in reports} >= {"0", "1", "2", "3", "4"}
     streams = [stream for report in reports for stream in report["streams"]]
-    assert sum("Sparse" in flags for _, _, flags, _, _, _ in streams) > 200
+    assert sum("Sparse" in flags for _, _, flags, _, _, _ in streams) > many
     assert max(len(runs) for *_, runs in streams) >= 5
-    assert sum(report["descriptors"] for report in reports) > 200
+    assert sum(report["descriptors"] for report in reports) > many
 
 
 def test_the_report_of_a_file_in_many_fragments_lists_every_run(make_volume, quarry):
