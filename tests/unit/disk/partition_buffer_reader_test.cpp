@@ -184,8 +184,11 @@ TEST(PartitionBufferReader, a_search_has_no_limit_but_the_end_of_the_buffer) {
 }
 
 TEST(PartitionBufferReader, fills_gaps_when_it_is_asked_to) {
-    EXPECT_THAT(told(read(disk_builder(200).table(0, {{0x07, 63, 100}}).image(), false, true).list),
-                ElementsAre("0+1", "1+62", "63+100", "163+37"));
+    const reading made = read(disk_builder(200).table(0, {{0x07, 63, 100}}).image(), false, true);
+    EXPECT_THAT(told(made.list), ElementsAre("0+1", "1+62", "63+100", "163+37"));
+    for (const partition_stats& record : made.list) {
+        EXPECT_FALSE(record.m_is_gpt) << record.m_start_sector;
+    }
 }
 
 }  // namespace

@@ -60,6 +60,20 @@ TEST(PrimaryTable, lists_its_four_entries_in_order) {
     EXPECT_FALSE(list[0].m_format_known);
 }
 
+// A fifth would begin at byte 510; its type is byte 514, its length bytes 522 to 525.
+TEST(PrimaryTable, has_four_entries_whatever_stands_behind_them_in_a_large_sector) {
+    const bytes sector =
+        byte_writer(
+            disk_builder(1, 4096).table(0, {{0x07, 1, 1}, {0x07, 2, 1}, {0x07, 3, 1}, {0x07, 4, 1}}).image())
+            .u8(514, 0x07)
+            .u32(518, 5)
+            .u32(522, 1)
+            .take();
+    partition_list list;
+    static_cast<void>(walk_primary_table(list, sector, 4096, rules_for_disks, false));
+    EXPECT_THAT(told(list), ElementsAre("07 1+1", "07 2+1", "07 3+1", "07 4+1"));
+}
+
 TEST(PrimaryTable, stamps_the_sector_size_of_the_disk_on_its_records) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x07, 100, 100}}), 4096, rules_for_disks, false));

@@ -379,6 +379,19 @@ TEST_F(PartitionReader, fills_gaps_when_it_is_asked_to) {
     EXPECT_THAT(told(read(ext, false, true).list), ElementsAre("83 0+0 ext", "00 0+5000"));
 }
 
+TEST_F(PartitionReader, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt) {
+    disk_builder disk(5000);
+    disk.table(0, {{0x07, 100, 900}});
+    for (const partition_stats& record : read(disk, false, true).list) {
+        EXPECT_FALSE(record.m_is_gpt) << record.m_start_sector;
+    }
+    disk_builder ext(5000);
+    ext.put(0, ext_volume_head(50, 0));
+    const reading bare = read(ext, false, true);
+    ASSERT_EQ(bare.list.size(), 2u);
+    EXPECT_FALSE(bare.list[1].m_is_gpt);
+}
+
 TEST_F(PartitionReader, fills_the_gaps_of_a_gpt_once) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});

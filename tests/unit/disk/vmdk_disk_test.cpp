@@ -194,6 +194,27 @@ TEST_F(VmdkDisk, reads_are_refused_before_the_chain_is_ready_and_without_a_buffe
     EXPECT_FALSE(disk.read_whole(nullptr, 0, 16));
 }
 
+TEST_F(VmdkDisk, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_longer_ready) {
+    ASSERT_TRUE(write_and_open({link_of_chain(0).put(0, pattern(4096, 1))}));
+    EXPECT_EQ(read(0, 4096), pattern(4096, 1));
+    link_of_chain(2).write(m_dir / "orphan");
+    ASSERT_TRUE(m_disk->add_file((m_dir / "orphan").wstring()));
+    EXPECT_FALSE(m_disk->link());
+    EXPECT_FALSE(m_disk->m_ready);
+    EXPECT_EQ(m_disk->m_newest, nullptr);
+    std::uint64_t length = 16;
+    EXPECT_FALSE(m_disk->read(m_buffer.data(), 0, length));
+}
+
+// Three times 2^62 is more than half of what 64 bits can tell, 2^63 - 1.
+TEST_F(VmdkDisk, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can_tell) {
+    ASSERT_TRUE(write_and_open({link_of_chain(0), link_of_chain(1), link_of_chain(2)}));
+    for (const auto& [cid, file] : m_disk->m_files) {
+        file->m_file_size = 0x4000000000000000;
+    }
+    EXPECT_EQ(m_disk->file_bytes(), 0x7FFFFFFFFFFFFFFFu);
+}
+
 TEST_F(VmdkDisk, a_file_that_cannot_be_opened_ends_the_adding) {
     write({link_of_chain(0), link_of_chain(1)});
     vmdk_disk disk(false);
