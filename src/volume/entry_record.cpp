@@ -37,12 +37,22 @@ std::wstring name_of(const attribute& at) {
     return name;
 }
 
-// The value of a resident attribute; nothing if its header gives it no place or no length.
-std::optional<byte_view> value_of(const attribute& at) {
-    if (at.non_resident() || at.value_offset() == 0 || at.value_length() == 0) {
+// The value of an attribute of a kind that is always resident; nothing if its header gives it no place or no
+// length.
+//
+// Deliberate: one would expect the header's flag to be asked. It is not, so that a damaged flag hides neither
+// the times and names of a file nor, for want of a time, its copy. Where such an attribute does lie in
+// clusters, its lowest VCN stands in the place of both fields, and is 0.
+std::optional<byte_view> placed_value_of(const attribute& at) {
+    if (at.value_offset() == 0 || at.value_length() == 0) {
         return std::nullopt;
     }
     return at.value();
+}
+
+// The value of a resident attribute; nothing if its header gives it no place or no length.
+std::optional<byte_view> value_of(const attribute& at) {
+    return at.non_resident() ? std::nullopt : placed_value_of(at);
 }
 
 std::string_view label_of(std::uint32_t type, bool named) {
@@ -166,7 +176,7 @@ std::wstring volume_name_of(const attribute& at, const std::wstring& name) {
 // Keeps what the kind of the attribute asks for beside its general form. False if there is none to be had,
 // for which the whole attribute is passed over.
 bool keep_by_kind(entry_record& record, const attribute& at, const std::wstring& name) {
-    const auto value = value_of(at);
+    const auto value = placed_value_of(at);
     switch (at.type()) {
         case attr_object_id:
             if (!value || at.value_length() < object_id_value::smallest) {
@@ -189,7 +199,7 @@ bool keep_by_kind(entry_record& record, const attribute& at, const std::wstring&
         }
         case attr_index_root:
             record.index_roots.try_emplace(
-                at.id(), value.value_or(byte_view()).clipped(0, index_root_header_size).to_vector());
+                at.id(), value_of(at).value_or(byte_view()).clipped(0, index_root_header_size).to_vector());
             return true;
         case attr_reparse_point: {
             if (!value || !reparse_value(*value).is_sound()) {
@@ -218,7 +228,7 @@ bool categorize_attribute(entry_record& record, std::uint64_t entry, const attri
         return false;
     }
     const attribute own(at.own_bytes());
-    const auto value = value_of(own);
+    const auto value = placed_value_of(own);
     switch (own.type()) {
         case attr_attribute_list:
             is_list = true;

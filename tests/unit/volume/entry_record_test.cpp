@@ -262,6 +262,22 @@ TEST_P(NeedsAValue, OrIsPassedOver) {
 }
 INSTANTIATE_TEST_SUITE_P(Types, NeedsAValue, ::testing::Values(0x10, 0x30, 0x40, 0x70, 0xC0));
 
+// Deliberate: one would expect the header's flag to be asked. It is not, so that a damaged flag hides neither
+// the times and names of a file nor, for want of a time, its copy.
+TEST(CategorizeAttribute, ReadsTheTypedValuesOfAnAttributeWhoseFlagSaysThatItLiesInClusters) {
+    file_name name;
+    name.name = "name";
+    const auto flagged = [](std::uint32_t type, const bytes& value) {
+        return sorted(attribute_builder::resident(type, value).id(7).force(8, 1, 0x80));
+    };
+    EXPECT_EQ(flagged(0x10, pattern(72)).std_infos.at(7).bytes, pattern(72));
+    EXPECT_EQ(flagged(0x30, name.build()).file_names.begin()->first, "00000005_name_0000002a");
+    EXPECT_EQ(flagged(0x40, pattern(64)).object_ids.at(7).bytes, pattern(64));
+    EXPECT_EQ(flagged(0x70, pattern(12)).volume_infos.at(7).bytes, pattern(12));
+    EXPECT_TRUE(flagged(0x60, bytes{'n', 0}).volume_names.at(7).empty());
+    EXPECT_TRUE(flagged(0x90, pattern(32)).index_roots.at(7).empty());
+}
+
 TEST(CategorizeAttribute, KeepsAFileNameUnderParentNameAndEntry) {
     file_name name;
     name.parent = reference(0x1234, 9);
