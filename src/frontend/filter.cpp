@@ -140,13 +140,12 @@ bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& o
 }
 
 // Deliberate: the times of the host's file of that name are meant, where one would expect those of the file
-// on the volume. So a line whose path the host does not have is dropped.
+// on the volume. So a line whose path the host does not have is dropped, and so is one whose file was changed
+// at the very start of 1970: a time of zero counts as unknown.
 bool in_range(const time_range& range, const std::wstring& path, uni::fileio_stats& stats) {
-    if (stats.m_modified == 0 && stats.m_created == 0) {
-        stats.m_time_kind = ql::type_time::filetime;
-        if (!file_times(stats.m_modified, stats.m_created, narrow(path)) || stats.m_modified == 0) {
-            return false;
-        }
+    if (stats.m_modified == 0 && stats.m_created == 0 &&
+        (!stats.fill_from_host(path) || stats.m_modified == 0)) {
+        return false;
     }
     return range.holds(stats);
 }

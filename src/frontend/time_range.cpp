@@ -1,5 +1,6 @@
 #include "frontend/time_range.h"
 
+#include "foundation/byte_view.h"
 #include "foundation/ql_time_parse.h"
 
 #include <algorithm>
@@ -46,8 +47,7 @@ range_result read_point(std::uint64_t& filetime, std::string_view value, std::st
 // before the start and changed after it is shown; one that was changed before the stop and made after it, as
 // a copy is, is not.
 template <typename Number>
-bool range_holds(const time_range& range, Number start, Number stop, std::uint64_t modified,
-                 std::uint64_t created) {
+bool range_holds(const time_range& range, Number start, Number stop, Number modified, Number created) {
     if (range.m_range_start_on && modified < start && created < start) {
         return false;
     }
@@ -88,8 +88,8 @@ bool time_range::holds(const uni::fileio_stats& stats) const {
         case ql::type_time::filetime:
             return range_holds(*this, m_range_start, m_range_stop, stats.m_modified, stats.m_created);
         case ql::type_time::unix_time:
-            return range_holds(*this, m_range_start_unix, m_range_stop_unix, stats.m_modified,
-                               stats.m_created);
+            return range_holds(*this, m_range_start_unix, m_range_stop_unix, low_32_bits(stats.m_modified),
+                               low_32_bits(stats.m_created));
     }
     return false;
 }

@@ -1,7 +1,7 @@
 // The range of file times that -cmd_start_time and -cmd_stop_time set.
 //
-// Each end is kept twice: as a FILETIME (ticks of 100 ns since 1601) and as Unix seconds, so that times of
-// either kind can be held against it.
+// Each end is kept twice: as a FILETIME (ticks of 100 ns since 1601) and as Unix seconds of 32 bits, so that
+// times of either kind can be held against it. Those of a host file are Unix seconds.
 #pragma once
 
 #include "foundation/uni_streams.h"
@@ -34,7 +34,8 @@ struct time_range {
     [[nodiscard]] range_result set_stop(std::string_view value);
 
     [[nodiscard]] bool is_on() const { return m_range_start_on || m_range_stop_on; }
-    // True if the modification and creation times of `stats` lie in the range.
+    // True if the modification and creation times of `stats` lie in the range. Of Unix seconds the low 32
+    // bits count.
     [[nodiscard]] bool holds(const uni::fileio_stats& stats) const;
 };
 

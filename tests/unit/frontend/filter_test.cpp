@@ -3,6 +3,7 @@
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -297,6 +298,10 @@ class range_filter_test : public testing::Test {
         bool open_failed = false;
         return filter_match(&range, open_failed, path, {}, &stats);
     }
+    void set_modified(::time_t seconds) {
+        const ::timespec times[] = {{seconds, 0}, {seconds, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "a").c_str(), times, 0), 0);
+    }
     static time_range starting(std::string_view value) {
         time_range range;
         EXPECT_EQ(range.set_start(value), range_result::set);
@@ -309,10 +314,25 @@ class range_filter_test : public testing::Test {
 
 TEST_F(range_filter_test, the_times_of_the_hosts_file_of_that_name_are_meant) {
     EXPECT_TRUE(in(starting("2020/01/01")));
-    EXPECT_EQ(stats.m_time_kind, ql::type_time::filetime);
+    EXPECT_EQ(stats.m_time_kind, ql::type_time::unix_time);
     EXPECT_NE(stats.m_modified, 0U);
     stats.clear();
     EXPECT_FALSE(in(starting("2900/01/01")));
+}
+
+TEST_F(range_filter_test, a_file_changed_at_the_very_start_of_1970_is_outside_as_if_its_time_were_unknown) {
+    set_modified(0);
+    EXPECT_FALSE(in(starting("2000/01/01")));
+    stats.clear();
+    set_modified(1);
+    EXPECT_TRUE(in(starting("2000/01/01")));  // by the time of its last change of status
+}
+
+TEST_F(range_filter_test, a_hosts_file_tells_its_times_in_whole_seconds_since_1970) {
+    set_modified(1'577'923'200);  // 2020-01-02 00:00:00
+    EXPECT_TRUE(in(starting("2000/01/01")));
+    EXPECT_EQ(stats.m_modified, 1'577'923'200U);
+    EXPECT_GT(stats.m_created, 1'577'923'200U);  // the file's last change of status was in this run
 }
 
 TEST_F(range_filter_test, a_path_that_the_host_does_not_have_is_outside) {

@@ -125,6 +125,23 @@ TEST(time_range, unix_times_are_held_against_the_unix_ends) {
     EXPECT_FALSE(range.holds(stats_of(day_unix, day_unix + 2, kind)));
 }
 
+TEST(time_range, a_fraction_in_an_end_of_the_range_does_not_count_for_unix_times) {
+    time_range range;
+    ASSERT_EQ(range.set_start("2020/01/02 00:00:00.5"), range_result::set);
+    EXPECT_TRUE(range.holds(stats_of(day_unix, day_unix, ql::type_time::unix_time)));
+    EXPECT_FALSE(range.holds(stats_of(day, day)));
+}
+
+TEST(time_range, of_unix_times_the_low_32_bits_count) {
+    time_range range;
+    ASSERT_EQ(range.set_start("2020/01/02"), range_result::set);
+    ASSERT_EQ(range.set_stop("2020/01/02 00:00"), range_result::set);
+    const auto kind = ql::type_time::unix_time;
+    const std::uint64_t wrap = std::uint64_t{1} << 32;
+    EXPECT_TRUE(range.holds(stats_of(wrap + day_unix, day_unix, kind)));
+    EXPECT_FALSE(range.holds(stats_of(wrap + day_unix + 1, day_unix, kind)));
+}
+
 TEST(time_range, times_of_any_other_kind_are_outside) {
     time_range range;
     ASSERT_EQ(range.set_start("2020/01/02"), range_result::set);
