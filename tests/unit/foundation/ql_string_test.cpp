@@ -69,6 +69,19 @@ TEST(utf16_to_utf8, a_high_surrogate_without_a_low_one_fails_with_what_came_befo
     EXPECT_EQ(out, "");
 }
 
+TEST(utf16_to_utf8, the_units_next_to_the_low_surrogates_are_none) {
+    for (const std::uint16_t neighbour : units{0xDBFF, 0xE000}) {
+        std::string out;
+        EXPECT_FALSE(utf16_to_utf8(out, on_disk({0xD83D, neighbour}))) << neighbour;
+    }
+}
+
+TEST(utf16_to_utf8, the_units_next_to_the_high_surrogates_stand_for_themselves) {
+    std::string out;
+    EXPECT_TRUE(utf16_to_utf8(out, on_disk({0xD7FF, 0xDC00, 0xE000})));
+    EXPECT_EQ(out, "\xED\x9F\xBF\xED\xB0\x80\xEE\x80\x80");
+}
+
 TEST(utf16_to_utf8, a_low_surrogate_that_stands_alone_is_a_code_point_of_its_own) {
     std::string out;
     EXPECT_TRUE(utf16_to_utf8(out, on_disk({'A', 0xDC00, 0xDFFF})));

@@ -1,5 +1,6 @@
 #include "report/security_cache.h"
 
+#include "support/lznt1_encoder.h"
 #include "support/opened_volume.h"
 #include "support/security_builder.h"
 #include "support/volume_builder.h"
@@ -18,7 +19,6 @@ using test::ace;
 using test::acl;
 using test::byte_writer;
 using test::bytes;
-using test::concat;
 using test::opened_volume;
 using test::sds_record;
 using test::sds_stream;
@@ -262,6 +262,43 @@ TEST(ReadSds, TheNextRecordStandsAtTheNextMultipleOf16) {
     EXPECT_EQ(owners_of(map_of(sds_stream(descriptors))), expected);
 }
 
+// A record of 100 bytes is stepped over to 112, one of 97 too: what stands at 80 or at 96 is part of it.
+TEST(ReadSds, TheLastBytesOfARecordAreNoBeginningOfAnother) {
+    const auto sds_of = [](std::size_t size, std::size_t inner_position) {
+        bytes descriptor = system_owner;
+        descriptor.resize(size - 20);
+        byte_writer sds(sds_record(0x100, 0, descriptor));
+        return sds.raw(inner_position, sds_record(0x101, inner_position, admins_owner)).take();
+    };
+    EXPECT_EQ(owners_of(map_of(sds_of(100, 80))), "256 S-1-5-18");
+    EXPECT_EQ(owners_of(map_of(sds_of(97, 96))), "256 S-1-5-18");
+    EXPECT_EQ(owners_of(map_of(sds_of(96, 96))), "256 S-1-5-18, 257 S-1-5-32-544");
+}
+
+TEST(ReadSds, AHoleBetweenRecordsKeepsThePlacesOfThoseBehindIt) {
+    volume_builder volume;
+    const test::run where = volume.clusters().allocate(2);
+    volume.clusters().write({{where.lcn, 1}}, sds_stream({system_owner}));
+    volume.clusters().write({{where.lcn + 1, 1}}, sds_record(0x101, 0x2000, admins_owner));
+    volume.add_file_at(9, "$Secure")
+        .stream("$SDS", {{where.lcn, 1}, {test::hole, 1}, {where.lcn + 1, 1}}, {.real = 0x3000});
+    EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18, 257 S-1-5-32-544");
+}
+
+TEST(ReadSds, ACompressedStreamIsMadePlain) {
+    bytes plain = sds_stream({system_owner, admins_owner});
+    plain.resize(4096);
+    bytes cluster = test::lznt1_chunks(plain);
+    ASSERT_LT(cluster.size(), 1000u);
+    cluster.resize(4096);
+    volume_builder volume;
+    const test::run where = volume.clusters().allocate(1);
+    volume.add_file_at(9, "$Secure")
+        .stream("$SDS", cluster, {{where.lcn, 1}, {test::hole, 15}},
+                {.real = 4096, .initialized = 4096, .compressed = 4096, .unit = 4, .flags = 1});
+    EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18, 257 S-1-5-32-544");
+}
+
 TEST(ReadSds, RecordsAcrossTheTransfersOfALongStreamAreWhole) {
     std::vector<bytes> descriptors;
     std::string expected;
@@ -369,12 +406,10 @@ TEST(ReadSds, AStreamIsReadNoFurtherThanTheSourceIsLong) {
     // than a megabyte has room for.
     volume_builder volume;
     const test::run where = volume.clusters().allocate(2);
-    bytes clusters = sds_stream({system_owner});
-    clusters.resize(4096);
-    clusters = concat({clusters, sds_record(0x101, 0x40001000, admins_owner)});
+    volume.clusters().write({{where.lcn, 1}}, sds_stream({system_owner}));
+    volume.clusters().write({{where.lcn + 1, 1}}, sds_record(0x101, 0x40001000, admins_owner));
     volume.add_file_at(9, "$Secure")
-        .stream("$SDS", clusters, {{where.lcn, 1}, {test::hole, 0x40000}, {where.lcn + 1, 1}},
-                {.real = 0x40002000});
+        .stream("$SDS", {{where.lcn, 1}, {test::hole, 0x40000}, {where.lcn + 1, 1}}, {.real = 0x40002000});
     EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18");
 }
 
