@@ -225,6 +225,7 @@ TEST(ParseRecord, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
                                          .add(attribute_builder::resident(0xB0, {}).named("y")));
     ASSERT_EQ(stats.bitmap_runs.size(), 2u);
     EXPECT_TRUE(stats.bitmap_runs[0].resident);
+    EXPECT_EQ(stats.bitmap_runs[0].attr_type, 0xB0u);
     EXPECT_EQ(stats.bitmap_size, 8u);
     const INODE_STATS in_clusters =
         parsed(record_builder().add(attribute_builder::with_pairs(0xB0, from_hex("11 02 05 00")).real(5000)));
@@ -606,6 +607,20 @@ TEST(AttributeList, a_record_whose_first_attribute_is_as_long_as_a_record_is_not
         builder.file(0).attribute_list(build_attribute_list({{.record = 15}}));
         opened_volume volume(builder);
         EXPECT_EQ(volume->m_mft_info.data_runs.size(), length < 1024 ? 2u : 1u);
+    }
+}
+
+TEST(AttributeList, an_attribute_of_length_0_in_an_extension_record_is_not_taken) {
+    for (const std::uint32_t length : {0u, 32u}) {
+        volume_builder builder(split_mft());
+        builder.replace_record(
+            15, builder.new_record(15)
+                    .base(reference(0, 1))
+                    .add(attribute_builder::resident(0x80, bytes(8, 0x11)).id(0).length(length))
+                    .build());
+        builder.file(0).attribute_list(build_attribute_list({{.record = 15}}));
+        opened_volume volume(builder);
+        EXPECT_EQ(volume->m_mft_info.data_runs.size(), length == 0 ? 1u : 2u);
     }
 }
 
