@@ -5,7 +5,6 @@
 // (see argument_script). Whatever the arguments are, a run exits with 0 or -1, leaves the image as it was,
 // closes what it opened and leaves no temporary file behind.
 #include "disk/raw_disk_io.h"
-#include "foundation/ql_string.h"
 #include "frontend/run.h"
 #include "fuzz/argument_script.h"
 #include "fuzz/command_line_input.h"
@@ -111,15 +110,10 @@ bool is_temporary_name(const std::string& name) {
            name.find_first_not_of("0123456789abcdef", 1) == std::string::npos;
 }
 
-// True if the image is what the run reads, beyond doubt. A run that reads something else may be told to write
-// there.
+// True if the image is named as a source, beyond doubt, whether or not another option hides it. A run that is
+// not told so may be told to write there.
 bool image_is_source(const std::vector<std::string>& words) {
-    const auto other_source = [](std::string word) {
-        quarry::lower_narrow(word);
-        return word == "-vmdk" || word == "-partition";
-    };
-    return words.size() > 2 && words[1] == "-image" && words[2] == quarry::fuzz::image_name &&
-           std::none_of(words.begin(), words.end(), other_source);
+    return words.size() > 2 && words[1] == "-image" && words[2] == quarry::fuzz::image_name;
 }
 
 void look_around(const part& image, const std::vector<std::string>& words) {

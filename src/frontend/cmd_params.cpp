@@ -75,6 +75,7 @@ bool cmd_params::parse(arg_list& args) {
     if (m_program_name.empty()) {
         m_program_name = program_name_of(args.front());
     }
+    m_source_files = files_of_source_options(args);
     m_pair_datetime = find_flag("-pair_datetime", args) || m_pair_datetime;
     open_log(args);
     if (!check_out_file(args)) {

@@ -25,6 +25,8 @@ class cmd_params : public status_log, public time_range {
   public:
     std::string m_command_line;  // the arguments, those with a blank in double quotes
     std::string m_program_name;  // without directory and last extension
+    // What any source option names, taken or not: no output is ever written over it.
+    std::vector<std::string> m_source_files;
     std::string m_version;
     std::string m_tool_name;
     std::string m_date_format = "yyyy-mm-dd";

@@ -123,7 +123,7 @@ bool copy_from_drive(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool check
     destination_rules rules{.missing_words = "err: -dst <filename> was not specified, aborting",
                             .keeps_absolute = true,
                             .check_creation = check_dst,
-                            .sources = source_files_of(job)};
+                            .sources = source_files_of(job, opts)};
     destination target;
     if (!settle_destination(target, opts, rules)) {
         return false;

@@ -76,7 +76,7 @@ bool copy_from_volume(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool chec
     copy_job job = job_for(opts, base);
     destination_rules rules{.missing_words = "err: -dst <filename> was not specified",
                             .check_creation = check_dst,
-                            .sources = source_files_of(job)};
+                            .sources = source_files_of(job, opts)};
     destination target;
     if (!settle_destination(target, opts, rules)) {
         return false;

@@ -35,7 +35,8 @@ struct copy_job {
     std::uint64_t wof_position = 0;
 };
 
-// The host's files that a job reads as its source.
-[[nodiscard]] std::vector<std::string> source_files_of(const copy_job& job);
+// The host's files that no output of a job may take the place of: those that it reads as its source, and
+// those that the command line named as one.
+[[nodiscard]] std::vector<std::string> source_files_of(const copy_job& job, const quarry_opts& opts);
 
 }  // namespace quarry

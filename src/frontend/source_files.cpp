@@ -93,18 +93,13 @@ void add_named_volume(std::vector<std::string>& files, const std::string& path) 
     }
 }
 
-std::vector<std::string> source_files_ahead(const arg_list& args) {
+std::vector<std::string> files_of_source_options(const arg_list& args) {
     std::vector<std::string> files;
     for (const std::string& path : peek_all_values("-image", args)) {
         add_path(files, path);
     }
     for (const std::string& path : peek_all_values("-partition", args)) {
         add_path(files, path.size() == 1 ? path + ":" : path);
-    }
-    for (const std::string& word : args) {
-        add_named_volume(files, word);
-        add_named_volume(files, canonical_path(word, '/'));
-        add_named_volume(files, canonical_path(expand_env(word, true), '/'));
     }
     for (const std::string& list : peek_all_values("-vmdk", args)) {
         add_virtual_disk(files, list);
@@ -113,6 +108,16 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
         std::int64_t drive = 0;
         parse_i64(drive, number);
         files.push_back(drive_device(static_cast<std::int32_t>(drive)));
+    }
+    return files;
+}
+
+std::vector<std::string> source_files_ahead(const arg_list& args) {
+    std::vector<std::string> files = files_of_source_options(args);
+    for (const std::string& word : args) {
+        add_named_volume(files, word);
+        add_named_volume(files, canonical_path(word, '/'));
+        add_named_volume(files, canonical_path(expand_env(word, true), '/'));
     }
     return files;
 }

@@ -13,8 +13,12 @@ namespace quarry {
 // "\\.\device". Other paths name none.
 void add_named_volume(std::vector<std::string>& files, const std::string& path);
 
-// The source files that these arguments may name, each as it is typed and as it is opened. Outputs that are
-// opened before the source options are parsed look ahead with it.
+// The files that source options of these arguments name, each as it is typed and as it is opened; also of
+// options that another one hides, or that a slip leaves where nobody takes them.
+[[nodiscard]] std::vector<std::string> files_of_source_options(const arg_list& args);
+
+// The same and the volumes that paths among these arguments name. Outputs that are opened before the paths
+// are parsed look ahead with it.
 [[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
 
 // The device of a physical drive.

@@ -50,6 +50,24 @@ TEST_F(source_files, are_no_destination_of_clusters_and_of_lists) {
     EXPECT_TRUE(list.err.starts_with("failed: /a.txt\nfailed: /many/b.txt\n")) << list.err;
 }
 
+// A list that is missing hides the image, and only the first of two images is read. What is left of the words
+// then counts as a path and its destination.
+TEST_F(source_files, are_no_destination_either_when_a_slip_leaves_their_option_to_nobody) {
+    source("mbr");
+    const std::string other = text("mbr");
+    for (const words& line : {words{"-image", "disk", "-vmdk"}, words{"-image", "soft", "-vmdk"},
+                              words{"-image", "mbr", "-offset", "0x100000", "-image", "disk"},
+                              words{"-image", "disk", "-image", "mbr"},
+                              words{"-image", "mbr", "-offset", "0x100000", "-partition", "disk"}}) {
+        const program_result result = run(line);
+        EXPECT_EQ(result.status, 255) << line.back();
+        EXPECT_TRUE(text("disk") == before) << line.back();
+        EXPECT_TRUE(text("mbr") == other) << line.back();
+    }
+    const program_result told = run({"-image", "disk", "-image", "mbr"});
+    EXPECT_NE(told.out.find("err: source and destination are the same\n"), std::string::npos) << told.out;
+}
+
 TEST_F(source_files, are_no_status_log_and_no_out_file) {
     for (const char* name : {"disk", "hard", "soft"}) {
         EXPECT_EQ(run({"-diags", name, "-image", "disk", "-src", "/a.txt", "-dst", "o"}).status, 0);

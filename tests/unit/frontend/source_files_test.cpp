@@ -110,10 +110,19 @@ TEST_F(source_files_test, look_ahead_at_a_device_name_and_at_references_to_one) 
 class job_files_test : public source_files_test {
   protected:
     [[nodiscard]] bool is_source(const std::string& name) const {
-        return is_one_of(name, source_files_of(job));
+        return is_one_of(name, source_files_of(job, opts));
     }
     copy_job job;
+    quarry_opts opts;
 };
+
+TEST_F(job_files_test, are_also_those_that_the_command_line_named_and_the_job_does_not_read) {
+    job.image = (dir / "a").wstring();
+    opts.m_source_files = {path("b")};
+    EXPECT_TRUE(is_source(path("a")));
+    EXPECT_TRUE(is_source(path("b")));
+    EXPECT_FALSE(is_source(path("c")));
+}
 
 TEST_F(job_files_test, are_the_image_the_partition_and_each_file_of_a_virtual_disk) {
     job.image = (dir / "a").wstring();
