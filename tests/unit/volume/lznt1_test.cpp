@@ -163,6 +163,24 @@ TEST(DecompressChunk, EndsARepeatWithTheChunk) {
     EXPECT_EQ(decode(longer.build()).plain, bytes(4096, 'a'));
 }
 
+// Also where the payload goes on behind it, so that the decoder has no other reason to go slowly.
+TEST(DecompressChunk, EndsARepeatWithTheChunkWhereverNearTheEndItBegins) {
+    const bytes plain = pattern(4096, 7);
+    for (std::size_t begin = 4060; begin < 4096; ++begin) {
+        for (const std::size_t length : {3u, 16u, 17u, 18u}) {
+            lznt1_payload payload;
+            payload.literals(first_bytes(plain, begin)).repeat(100, length).literals(bytes(100, 'b'));
+            const auto repeated = plain.begin() + static_cast<std::ptrdiff_t>(begin - 100);
+            bytes expected = first_bytes(plain, begin);
+            expected.insert(expected.end(), repeated, repeated + static_cast<std::ptrdiff_t>(length));
+            expected.resize(4096, 'b');
+            const decoded got = decode(payload.build());
+            ASSERT_TRUE(got.sound);
+            ASSERT_EQ(got.plain, expected) << length << " bytes at " << begin;
+        }
+    }
+}
+
 TEST(DecompressChunk, LeavesWhatFollowsAFullChunkAlone) {
     lznt1_payload payload;
     payload.literal('a').repeat(1, 4095).token(0xFFFF).token(0xFFFF).literal('b');
