@@ -136,6 +136,10 @@ TEST(CategorizeAttribute, ReadsThePartOfANameThatItsRecordHolds) {
     entry_record record;
     ASSERT_TRUE(sort(record, built));
     EXPECT_EQ(only_attribute(record).name, L"abcdefgh") << "24 + 12 is not above 40";
+    EXPECT_EQ(
+        only_attribute(sorted(attribute_builder::resident(0x80, {}).named("abcdefgh").force(9, 1, 16))).name,
+        L"abcdefgh")
+        << "24 + 16 is not either";
     entry_record longer;
     ASSERT_TRUE(
         sort(longer, attribute_builder::resident(0x80, {}).named("abcdefgh").force(9, 1, 17).build()));
@@ -288,6 +292,34 @@ TEST(CategorizeAttribute, KeepsAFileNameUnderParentNameAndEntry) {
     EXPECT_EQ(record.file_names.begin()->second.bytes, name.build());
     EXPECT_EQ(record.file_names.begin()->second.id, 2u);
     EXPECT_TRUE(record.attributes.empty());
+}
+
+// What the bound on the memory for one entry goes by.
+TEST(CategorizeAttribute, CountsTheBytesOfNamesAttributesAndRunsOnce) {
+    file_name name;
+    name.name = "name";
+    const bytes name_attribute = attribute_builder::resident(0x30, name.build()).build();
+    const std::uint64_t name_bytes = 22 + 74;  // "00000005_name_0000002a"; 66 bytes of fields and four units
+    entry_record record;
+    ASSERT_TRUE(sort(record, name_attribute));
+    EXPECT_EQ(record.held_bytes, name_bytes);
+    ASSERT_TRUE(sort(record, name_attribute));
+    EXPECT_EQ(record.held_bytes, name_bytes) << "it is there already";
+    file_name other;
+    other.name = "nam2";
+    ASSERT_TRUE(sort(record, attribute_builder::resident(0x30, other.build()).build()));
+    EXPECT_EQ(record.held_bytes, 2 * name_bytes);
+
+    const bytes stream = attribute_builder::non_resident(0x80, {{100, 8}}).build();
+    entry_record in_pieces;
+    ASSERT_TRUE(sort(in_pieces, stream));
+    EXPECT_EQ(in_pieces.held_bytes, stream.size() + sizeof(cluster_run));
+    ASSERT_TRUE(sort(in_pieces, attribute_builder::non_resident(0x80, {{200, 8}}).lowest_vcn(8).build()));
+    ASSERT_EQ(only_attribute(in_pieces).runs.list().size(), 2u);
+    EXPECT_EQ(in_pieces.held_bytes, stream.size() + 2 * sizeof(cluster_run)) << "only its runs are kept";
+    const bytes resident = attribute_builder::resident(0xE0, bytes(16)).build();
+    ASSERT_TRUE(sort(in_pieces, resident));
+    EXPECT_EQ(in_pieces.held_bytes, stream.size() + 2 * sizeof(cluster_run) + resident.size());
 }
 
 TEST(FileNameKey, HasAtLeastEightDigits) {
