@@ -147,6 +147,18 @@ bytes numbered_sectors() {
     return out.take();
 }
 
+TEST(grain_directory, an_error_behind_its_first_entry_is_a_failure) {
+    counted_file file(directory_file().build());
+    metadata_source source = file.source();
+    source.m_read = [&file](std::span<std::uint8_t> out, std::uint64_t offset) {
+        return ++file.m_reads == 1 ? file.read(out, offset) : std::int64_t{-1};
+    };
+    std::vector<std::uint32_t> out;
+    EXPECT_FALSE(read_grain_directory(out, vmdk_header(byte_view(file.m_content)), source));
+    EXPECT_EQ(file.m_reads, 2u);
+    EXPECT_TRUE(out.empty());
+}
+
 TEST(grain_tables, each_entry_of_the_directory_has_a_table_in_its_place) {
     counted_file file(numbered_sectors());
     grain_tables tables;
@@ -239,6 +251,35 @@ TEST(grain_tables, a_file_that_shrinks_while_it_is_read_leaves_zeros) {
     EXPECT_EQ(tables.entry(3, 0), 0u);
 }
 
+TEST(grain_tables, a_file_that_gives_few_bytes_at_a_time_is_asked_for_the_rest) {
+    const counted_file file(numbered_sectors());
+    const metadata_source source = {
+        file.m_content.size(), [&file](std::span<std::uint8_t> out, std::uint64_t offset) {
+            return file.read(out.first(std::min<std::size_t>(100, out.size())), offset);
+        }};
+    grain_tables tables;
+    tables.read({2, 3}, 128, source);
+    ASSERT_EQ(tables.size(), 2u);
+    for (std::uint64_t index = 0; index < 128; ++index) {
+        ASSERT_EQ(tables.entry(2, index), 2u * 128u + index);
+        ASSERT_EQ(tables.entry(3, index), 3u * 128u + index);
+    }
+}
+
+TEST(grain_tables, a_table_of_which_the_file_has_a_byte_more_than_4096_keeps_that_byte) {
+    byte_writer content(512 + 4096);
+    content.u32(512 + 4092, 0x11223344).u8(512 + 4096, 0x55);
+    counted_file file(content.take());
+    ASSERT_EQ(file.m_content.size(), 512u + 4097u);
+    grain_tables tables;
+    tables.read({1}, 2048, file.source());
+    ASSERT_EQ(tables.size(), 1u);
+    EXPECT_EQ(tables.entry(1, 1022), 0u);
+    EXPECT_EQ(tables.entry(1, 1023), 0x11223344u);
+    EXPECT_EQ(tables.entry(1, 1024), 0x55u);
+    EXPECT_EQ(tables.entry(1, 1025), 0u);
+}
+
 // 3 MiB of tables from sector 1 on, each number its own index among all numbers of the file, but for a
 // mebibyte of zeros from byte 0x80000 on.
 bytes large_tables() {
@@ -256,6 +297,7 @@ TEST(grain_tables, tables_of_several_mebibytes_with_zeros_between_them_are_read_
     tables.read({1}, 0xC0000, file.source());
     ASSERT_EQ(tables.size(), 1u);
     EXPECT_EQ(file.m_bytes_asked, 0x300000u);
+    EXPECT_EQ(file.m_reads, 3u);
     for (const std::uint64_t index : {0ull, 1ull, 1023ull, 1024ull, 0x1FF7Full, 0x5FF80ull, 0x60000ull,
                                       0x7FFFFull, 0x80000ull, 0xBFFFEull, 0xBFFFFull}) {
         EXPECT_EQ(tables.entry(1, index), 128 + index) << index;

@@ -3,11 +3,14 @@
 #include "support/byte_writer.h"
 #include "support/device_files.h"
 #include "support/disk_builder.h"
+#include "support/file_opens.h"
 #include "support/temp_dir.h"
+#include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <string>
@@ -447,6 +450,48 @@ TEST_F(VolumeDetection, the_ntfs_volumes_of_a_drive_are_those_of_its_own_table) 
     EXPECT_THAT(offsets, ElementsAre(0x100000u));
     EXPECT_FALSE(ntfs_offsets_on_drive(25, offsets));
     EXPECT_THAT(offsets, IsEmpty());
+}
+
+TEST_F(VolumeDetection, no_source_is_opened_for_writing) {
+    const device_files devices;
+    one_partition().write_to(devices.drive(0));
+    one_partition().write_to(m_image);
+    vmdk_builder().put_all(0, disk_builder(64).table(0, {{0x07, 8, 8}}).image()).write(m_dir / "virtual");
+    const file_opens drive_opens(devices.drive(0));
+    const file_opens image_opens(m_image);
+    const file_opens virtual_opens(m_dir / "virtual");
+    std::ostringstream stream;
+    std::uint64_t offset = 0;
+    bool found = false;
+    std::vector<std::uint64_t> offsets;
+
+    EXPECT_FALSE(locate_in_image(stream, m_image.wstring(), offset, found, false));
+    file_opens::kinds image = image_opens.take();
+    EXPECT_TRUE(image.reading);
+    EXPECT_FALSE(image.writing);
+    EXPECT_TRUE(ntfs_offsets_in_image(m_image.wstring(), offsets));
+    image = image_opens.take();
+    EXPECT_TRUE(image.reading);
+    EXPECT_FALSE(image.writing);
+
+    EXPECT_TRUE(locate_on_drive(stream, 0, offset, found, false));
+    file_opens::kinds drive = drive_opens.take();
+    EXPECT_TRUE(drive.reading);
+    EXPECT_FALSE(drive.writing);
+    EXPECT_TRUE(ntfs_offsets_on_drive(0, offsets));
+    drive = drive_opens.take();
+    EXPECT_TRUE(drive.reading);
+    EXPECT_FALSE(drive.writing);
+
+    offset = 0;
+    EXPECT_FALSE(locate_in_vmdk(stream, {(m_dir / "virtual").wstring()}, offset, found, false));
+    EXPECT_EQ(offset, 8u * 512u);
+    const file_opens::kinds disk = virtual_opens.take();
+    EXPECT_TRUE(disk.reading);
+    EXPECT_FALSE(disk.writing);
+
+    std::ofstream(m_image, std::ios::app).put('x');
+    EXPECT_TRUE(image_opens.take().writing) << "it would be noticed";
 }
 
 }  // namespace

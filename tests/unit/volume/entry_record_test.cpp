@@ -147,6 +147,14 @@ TEST(CategorizeAttribute, ReadsThePartOfANameThatItsRecordHolds) {
     EXPECT_EQ(only_attribute(longer).label, "ads");
 }
 
+TEST(CategorizeAttribute, ReadsNoByteOfTheValueThatFollowsAName) {
+    const auto name_of = [](const char* name) {
+        return only_attribute(sorted(attribute_builder::resident(0x80, to_bytes("efgh")).named(name))).name;
+    };
+    EXPECT_EQ(name_of("abcd"), L"abcd");
+    EXPECT_EQ(name_of("a"), L"a");
+}
+
 TEST(CategorizeAttribute, ReadsNoNameAtOffsetZero) {
     EXPECT_EQ(only_attribute(sorted(attribute_builder::resident(0x80, {}).named("ab").force(10, 2, 0))).name,
               L"");
