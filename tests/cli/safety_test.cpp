@@ -2,6 +2,7 @@
 // takes all memory.
 
 #include "cli/command_line.h"
+#include "support/file_opens.h"
 #include "support/requirements.h"
 
 #include <algorithm>
@@ -38,6 +39,31 @@ TEST_F(source_files, are_no_destination_under_any_name) {
             EXPECT_EQ(run(line).status, 255) << name;
             ASSERT_TRUE(text("disk") == before) << name;
         }
+    }
+}
+
+TEST_F(source_files, are_opened_for_reading_only) {
+    source("mbr");
+    source("base.vmdk");
+    source("snap.vmdk");
+    const struct {
+        std::string file;
+        words line;
+    } cases[] = {
+        {"disk", {"-image", "disk", "-src", "/a.txt", "-dst", "o"}},
+        {"disk", {"-image", "disk", "-cluster", "5", "1", "-dst", "o"}},
+        {"mbr", {"-image", "mbr"}},
+        {"mbr", {"-image", "mbr", "-offset", "0x100000", "-src", "/a.txt", "-dst", "o"}},
+        {"base.vmdk", {"-vmdk", "base.vmdk,snap.vmdk", "-offset", "0x200000", "-src", "/a.txt", "-dst", "o"}},
+        {"snap.vmdk", {"-vmdk", "base.vmdk,snap.vmdk"}},
+        {"snap.vmdk", {"-vmdk", "snap.vmdk"}},
+    };
+    for (const auto& [file, line] : cases) {
+        const file_opens opens(m_dir / file);
+        static_cast<void>(run(line));
+        const file_opens::kinds seen = opens.take();
+        EXPECT_TRUE(seen.reading) << file;
+        EXPECT_FALSE(seen.writing) << file;
     }
 }
 

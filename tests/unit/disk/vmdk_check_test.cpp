@@ -3,6 +3,7 @@
 #include "disk/raw_disk_io.h"
 #include "disk/vmdk_disk.h"
 #include "disk/volume_detection.h"
+#include "support/file_opens.h"
 #include "support/temp_dir.h"
 #include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
@@ -95,6 +96,31 @@ TEST_F(VmdkCheck, a_parent_beside_the_snapshot_is_found_by_its_bare_name_and_sug
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"base.vmdk\""));
     EXPECT_EQ(m_suggested, (paths{snapshot, at("base.vmdk")}));
     EXPECT_TRUE(check(m_suggested));
+}
+
+TEST_F(VmdkCheck, of_files_in_several_directories_the_first_ones_directory_is_looked_in) {
+    std::filesystem::create_directory(m_dir / "one");
+    std::filesystem::create_directory(m_dir / "two");
+    write("one/base.vmdk", file_of("1", "ffffffff"));
+    const std::wstring snapshot = write("one/snap", file_of("2", "1", "\"base.vmdk\""));
+    const std::wstring newer = write("two/snap", file_of("3", "2", "\"snap\""));
+    EXPECT_FALSE(check({snapshot, newer}));
+    EXPECT_EQ(m_suggested, (paths{snapshot, newer, at("one/base.vmdk")}));
+    EXPECT_TRUE(check(m_suggested));
+}
+
+TEST_F(VmdkCheck, no_file_is_opened_for_writing) {
+    write("base.vmdk", file_of("1", "ffffffff"));
+    const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"base.vmdk\""));
+    const file_opens base_opens(m_dir / "base.vmdk");
+    const file_opens snapshot_opens(m_dir / "snap.vmdk");
+    EXPECT_FALSE(check({snapshot}));
+    EXPECT_TRUE(check(m_suggested));
+    for (const file_opens* opens : {&base_opens, &snapshot_opens}) {
+        const file_opens::kinds seen = opens->take();
+        EXPECT_TRUE(seen.reading);
+        EXPECT_FALSE(seen.writing);
+    }
 }
 
 TEST_F(VmdkCheck, a_hint_with_a_path_of_another_machine_is_looked_for_beside_the_first_listed_file) {
@@ -240,6 +266,24 @@ TEST_F(VmdkCheck, a_listed_snapshot_whose_content_id_changed_passes_and_is_refus
     EXPECT_EQ(m_words, "");
     EXPECT_EQ(m_suggested, list);
     EXPECT_FALSE(RAW_DISK_IO(list, false, false).is_ok());
+}
+
+TEST_F(VmdkCheck, of_two_files_one_may_bear_the_hinted_name_though_no_base_stands_in_front) {
+    const std::wstring base = write("base", file_of("5", "ffffffff"));
+    EXPECT_TRUE(check({write("snap", file_of("1", "0", "\"bas\"")), base}));
+    EXPECT_EQ(m_words, "");
+}
+
+// In the first pass the base comes in front of the child, in the second the child's parent is in front of
+// both.
+TEST_F(VmdkCheck, a_base_stands_in_front_only_in_a_pass_that_comes_by_it) {
+    write("parent", file_of("3", "2", "\"newe\""));
+    const std::wstring base = write("base", file_of("5", "ffffffff"));
+    const std::wstring child = write("newest", file_of("9", "3", "\"parent\""));
+    EXPECT_FALSE(check({base, child}));
+    EXPECT_EQ(m_words, depends("newest", "\"parent\""))
+        << "the newest bears the name that the parent hints at";
+    EXPECT_EQ(m_suggested, (paths{base, child, at("parent")}));
 }
 
 TEST_F(VmdkCheck, files_without_a_base_fail_without_words_if_one_bears_the_hinted_name) {

@@ -65,6 +65,8 @@ TEST(parse_u32, an_x_in_the_second_or_first_place_is_hexadecimal) {
     EXPECT_EQ(u32("x1F"), 0x1Fu);
     EXPECT_EQ(u32("X1F"), 0x1Fu);
     EXPECT_EQ(u32("0xffffffff"), 0xFFFFFFFFu);
+    EXPECT_EQ(u32("x"), 0u) << "without digits";
+    EXPECT_EQ(u32("ax"), 0u);
 }
 
 TEST(parse_u32, an_o_in_front_is_octal) {
@@ -79,6 +81,8 @@ TEST(parse_u32, a_character_in_single_quotes_is_its_code) {
     EXPECT_EQ(u32("'\xFF'"), 255u);
     EXPECT_EQ(u32("'A' "), 65u);
     EXPECT_EQ(u32("'A"), none);
+    EXPECT_EQ(u32("'AB"), none);
+    EXPECT_EQ(u32("AB'"), none);
     EXPECT_EQ(u32("'AB'"), none);
     EXPECT_EQ(u32("\"A\""), none);
 }
