@@ -30,10 +30,10 @@ std::string date_by(const char* pattern, const time& value = march_7) {
     return date;
 }
 
-std::string time_by(const char* pattern) {
+std::string time_by(const char* pattern, const time& value = march_7) {
     std::string date;
     std::string time_of_day;
-    EXPECT_TRUE(format_with_patterns(date, time_of_day, march_7, "", pattern));
+    EXPECT_TRUE(format_with_patterns(date, time_of_day, value, "", pattern));
     return time_of_day;
 }
 
@@ -145,6 +145,16 @@ TEST(TimePattern, HoursMinutesAndSecondsAreWrittenAsTheyAreNamed) {
     EXPECT_EQ(time_by("ss"), ":41");
     EXPECT_EQ(time_by("hh-mm"), "");
     EXPECT_EQ(time_by(""), "");
+}
+
+TEST(TimePattern, NumbersOfOneDigitHaveZerosInFront) {
+    // 2019-03-07 01:02:03.0040056: 1551920523 seconds since 1970
+    const time early(131963941230040056, type_time::filetime);
+    EXPECT_EQ(time_by("hh:mm:ss", early), "01:02:03");
+    EXPECT_EQ(time_by("hh:mm", early), "01:02");
+    EXPECT_EQ(time_by("ss.xxx", early), ":03.004");
+    EXPECT_EQ(time_by("ss.xxxxxx", early), ":03.004005");
+    EXPECT_EQ(time_by("ss.xxxxxxxxx", early), ":03.004005600");
 }
 
 TEST(TimePattern, TheFractionHasThreeToNineDigitsAndIsCut) {

@@ -242,6 +242,8 @@ TEST(TimeFromUnixTime, SecondsBeyondTheRangeOfAFiletimeDoNotComeBackAsAnotherDat
     // 2^64 / 10000000 more than 2019-03-07: the product would wrap to that day.
     EXPECT_FALSE(time(1551982961 + 1844674407371, type_time::unix_time).valid);
     EXPECT_FALSE(time(0x7FFFFFFFFFFFFFFF, type_time::unix_time).valid);
+    EXPECT_EQ(time(910692730086, type_time::unix_time).unix_seconds, 910692730086)
+        << "they are kept as they came";
 }
 
 TEST(TimeNow, TheDefaultIsTheSystemsClock) {
