@@ -274,6 +274,17 @@ TEST(RawDiskIoDrive, drives_0_to_19_are_sda_to_sdt) {
     EXPECT_EQ(last.m_path_utf8.substr(last.m_path_utf8.size() - 4), "/sdt");
 }
 
+TEST(RawDiskIoDrive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) {
+    const device_files devices;
+    write_file(devices.drive(0), bytes(1024));
+    const RAW_DISK_IO reader(0, false, false, source_kind_drive);
+    EXPECT_FALSE(reader.m_writable);
+    EXPECT_EQ(::fcntl(reader.m_fd, F_GETFL) & O_ACCMODE, O_RDONLY);
+    const RAW_DISK_IO writer(0, true, false, source_kind_drive);
+    EXPECT_TRUE(writer.m_writable);
+    EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
+}
+
 TEST(RawDiskIoDrive, the_directory_of_drives_is_dev) {
     EXPECT_EQ(device_directory(), "/dev");
 }
