@@ -32,8 +32,14 @@ void write_times(std::ostream& out, const attr_item& item) {
 void write_file_record(std::ostream& out, const attr_item& item) {
     constexpr std::uint8_t bit_deleted = 0x01;
     constexpr std::uint8_t bit_directory = 0x02;
+    constexpr std::uint8_t bit_always = 0x04;
     constexpr std::uint8_t bit_has_base = 0x80;
     constexpr unsigned unknown_link_count = 15;
+    // A damaged attribute on disk may claim the type that stands for the header. It has no bits, and a second
+    // file record in the report would be made up of zeros: it shows like any other unknown type.
+    if ((item.bits & bit_always) == 0) {
+        return;
+    }
     const unsigned links = (item.bits >> 3) & 0x0Fu;
     out << "File Record: \n"
         << "  MFT entry: 0x" << hex_and_decimal(reference_entry(item.reference), 8) << '\n'

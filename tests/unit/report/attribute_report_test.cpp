@@ -113,6 +113,12 @@ TEST(FileRecordBlock, ALinkCountOf15PrintsMinusOneWhereOneWouldExpectTheCount) {
     EXPECT_NE(block_of(item).find("  Ref Count: -1\n"), std::string::npos);
 }
 
+TEST(FileRecordBlock, AnAttributeOnDiskThatClaimsTheTypeOfTheHeaderHasNoText) {
+    attr_item item = resident(attr_file_record, {1, 2, 3});
+    item.name = "named";
+    EXPECT_EQ(block_of(item), "");
+}
+
 attr_item standard_information_item() {
     attr_item item = item_of(attr_standard_information);
     item.attributes = 0x26;
