@@ -183,6 +183,15 @@ TEST(PartitionBufferReader, a_search_has_no_limit_but_the_end_of_the_buffer) {
     EXPECT_FALSE(read(bytes(1000), true).result);
 }
 
+TEST(PartitionBufferReader, fewer_bytes_than_a_sector_hold_nothing) {
+    bytes volume = ntfs_boot_sector(100);
+    EXPECT_TRUE(read(volume, true).result);
+    volume.resize(511);
+    EXPECT_FALSE(read(volume, true).result);
+    EXPECT_THAT(read(volume, true).list, IsEmpty());
+    EXPECT_FALSE(read(bytes(), true).result);
+}
+
 TEST(PartitionBufferReader, fills_gaps_when_it_is_asked_to) {
     const reading made = read(disk_builder(200).table(0, {{0x07, 63, 100}}).image(), false, true);
     EXPECT_THAT(told(made.list), ElementsAre("0+1", "1+62", "63+100", "163+37"));
