@@ -242,6 +242,8 @@ TEST(Sniffer, an_ext_block_size_that_32_bits_cannot_hold_counts_as_1024) {
         ASSERT_TRUE(
             sniff_format(record, byte_writer(ext_volume_head(1, one.exponent)).text(3, "GRUB").take()));
         EXPECT_EQ(record.m_sectors_per_cluster, one.sectors_per_block) << one.exponent;
+        EXPECT_EQ(record.m_num_sectors, std::uint64_t{one.sectors_per_block} * 512)
+            << "the bytes of its only block";
     }
 }
 
