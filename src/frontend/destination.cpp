@@ -70,6 +70,12 @@ bool add_name(std::wstring& path, quarry_opts& opts, const std::wstring& absolut
     return true;
 }
 
+// A list is spared the creation check behind its first success. A path ending in ".." is not: no file can
+// have that name, but under -md5 the copy would take a name of its own in the directory above.
+bool needs_creation_check(const std::wstring& path, const destination_rules& rules) {
+    return rules.check_creation || path.ends_with(L"/..");
+}
+
 // Nothing that is read or logged may be written over.
 bool is_free(const std::wstring& path, quarry_opts& opts, const destination_rules& rules) {
     if (is_one_of(narrow(path), rules.sources)) {
@@ -110,7 +116,7 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
         return false;
     }
     opts.log_text("dst: " + narrow(out.path));
-    if (rules.check_creation && !can_be_created(narrow(out.path), false)) {
+    if (needs_creation_check(out.path, rules) && !can_be_created(narrow(out.path), false)) {
         return refuse_creation(opts, out.path);
     }
     out.meta = report_path(out.path, opts, rules);

@@ -127,6 +127,16 @@ TEST_F(destination_test, a_name_never_leads_out_of_the_directory) {
     EXPECT_EQ(target.path, (dir / "out/b/..c").wstring());
 }
 
+TEST_F(destination_test, a_name_of_two_dots_is_refused_also_behind_the_first_success_of_a_list) {
+    directory_dst();
+    opts.m_src = L"..";
+    rules.check_creation = false;
+    EXPECT_FALSE(settle());
+    const std::string words = "err: can't create the file: " + path("out/..");
+    EXPECT_EQ(said, words + "\n");
+    EXPECT_EQ(logged, "->dst: " + path("out/..") + "\n->" + words + "\n");
+}
+
 TEST_F(destination_test, without_a_source_path_a_directory_takes_the_cluster_text) {
     directory_dst();
     opts.m_cluster_text = "100";
