@@ -348,6 +348,16 @@ TEST_F(VmdkDisk, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_for_ea
     EXPECT_FALSE(m_disk->read_whole(m_buffer.data(), 0x100000000, m_buffer.size()));
 }
 
+TEST_F(VmdkDisk, reads_join_in_grains_of_four_gibibytes_and_in_none_larger) {
+    for (const auto& [grain_sectors, joins] : {std::pair(0x800000u, true), {0x800001u, false}}) {
+        vmdk_builder base = link_of_chain(0);
+        base.put(0, pattern(4096, 1)).force(vmdk_builder::at_grain_size, 8, grain_sectors);
+        ASSERT_TRUE(write_and_open({base}));
+        EXPECT_EQ(m_disk->read_whole(m_buffer.data(), 0, m_buffer.size()), joins);
+        EXPECT_EQ(read(0, 4096), pattern(4096, 1));
+    }
+}
+
 // Chains with grains scattered over their files, in rows and apart, and with damage to tables and lengths.
 class RandomChains : public VmdkDisk {
   protected:
