@@ -218,6 +218,17 @@ TEST(ParseRecord, an_index_without_initialized_bytes_and_without_pairs_is_passed
     EXPECT_EQ(stats.bitmap_runs.size(), 1u);
 }
 
+TEST(ParseRecord, an_empty_resident_stream_gives_nothing_and_the_walk_goes_on) {
+    for (const std::uint32_t type : {0x80u, 0xB0u}) {
+        const INODE_STATS stats =
+            parsed(record_builder()
+                       .add(attribute_builder::resident(type, {}))
+                       .add(attribute_builder::with_pairs(0xB0, from_hex("11 02 05 00"))));
+        EXPECT_TRUE(stats.data_runs.empty());
+        EXPECT_EQ(plain(stats.bitmap_runs), (plain_runs{{5, 2}}));
+    }
+}
+
 TEST(ParseRecord, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
     const INODE_STATS stats = parsed(record_builder()
                                          .add(attribute_builder::resident(0xB0, bytes(8, 0xFF)))
