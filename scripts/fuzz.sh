@@ -48,4 +48,5 @@ if [ -z "${names[0]}" ]; then
 fi
 export -f fuzz
 export minutes found limits
-printf '%s\0' "${names[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'fuzz {}'
+# One more at a time than there are cores, so that none stands idle in the last round.
+printf '%s\0' "${names[@]}" | xargs -0 -P "$(($(nproc) + 1))" -I{} bash -c 'fuzz {}'
