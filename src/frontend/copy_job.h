@@ -24,7 +24,7 @@ struct copy_job {
     bool raw = false;
     bool md5 = false;
     bool skip_sparse = false;
-    // Files that no output may take the place of: the source's, and the status log.
+    // Files that no output may take the place of: those of source_files_of(), and the status log.
     std::vector<std::string> protected_files;
 
     // What was found: whether a system-compressed stream is there, its size, and the byte positions on the
