@@ -2,6 +2,7 @@
 
 #include "support/attribute_builder.h"
 #include "support/byte_writer.h"
+#include "unit/volume/plain_runs.h"
 
 #include <limits>
 #include <map>
@@ -14,20 +15,6 @@ namespace quarry::test {
 namespace {
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};
-
-struct plain_run {
-    std::uint64_t lcn;
-    std::uint32_t length;
-    bool operator==(const plain_run&) const = default;
-};
-
-std::vector<plain_run> plain(const data_run_list& list) {
-    std::vector<plain_run> result;
-    for (const data_run& run : list) {
-        result.push_back({run.lcn, run.num_clusters});
-    }
-    return result;
-}
 
 // What the plain decoder makes of pairs.
 std::vector<plain_run> decoded(const bytes& pairs) {
