@@ -4,6 +4,7 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "foundation/uni_fileio.h"
+#include "foundation/visible_text.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -63,7 +64,7 @@ class chain_check {
             }
             try {
                 if (!m_disk->add_file(path)) {
-                    m_stream << narrow(path) << " can't be opened\n";
+                    m_stream << visible_text(narrow(path)) << " can't be opened\n";
                     return false;
                 }
             } catch (const std::bad_alloc&) {
@@ -137,7 +138,8 @@ class chain_check {
             // It was looked at and is not the parent by its content ID: a file that bears the name, as above.
             return has_base() ? verdict::pass : verdict::fail;
         }
-        say("=> vmdk file: " + orphan.m_path_utf8 + "\n depends on parent vmdk " + hint + "\n");
+        say("=> vmdk file: " + visible_text(orphan.m_path_utf8) + "\n depends on parent vmdk " +
+            visible_text(hint) + "\n");
         m_suggested.push_back(candidate);
         return verdict::look_again;
     }

@@ -1,6 +1,7 @@
 #include "foundation/status_log.h"
 
 #include "foundation/ql_string.h"
+#include "foundation/visible_text.h"
 
 #include <algorithm>
 #include <array>
@@ -157,7 +158,7 @@ void append_floating(std::string& out, std::size_t limit, const conversion& what
 
 void append_wide_text(std::string& out, std::size_t limit, conversion what, argument_list& arguments) {
     const auto* const text = va_arg(arguments.list, const wchar_t*);
-    const std::string utf8 = text == nullptr ? "(null)" : narrow(text);
+    const std::string utf8 = text == nullptr ? "(null)" : visible_text(narrow(text));
     what.letter = 's';
     what.modifier = length_modifier::none;
     append_formatted(out, limit, what, utf8.c_str());
@@ -166,7 +167,8 @@ void append_wide_text(std::string& out, std::size_t limit, conversion what, argu
 void append_narrow_text(std::string& out, std::size_t limit, const conversion& what,
                         argument_list& arguments) {
     const auto* const text = va_arg(arguments.list, const char*);
-    append_formatted(out, limit, what, text == nullptr ? "(null)" : text);
+    const std::string utf8 = text == nullptr ? "(null)" : visible_text(text);
+    append_formatted(out, limit, what, utf8.c_str());
 }
 
 // Adds the argument that a conversion asks for. False if nothing is known about that argument, so that the

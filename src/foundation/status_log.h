@@ -20,7 +20,9 @@ class status_log {
     // One line from a printf format. The conversions of printf are known with their flags, widths, precisions
     // and length modifiers; "%S" and "%ls" take a pointer to wide text and write its UTF-8 form, whatever the
     // locale. A null pointer to text writes "(null)". "%n" and unknown conversions end the line where they
-    // stand. The line is cut at the format's length plus 254 bytes. Does nothing while the log is off.
+    // stand. Text may be a name from a disk: it is written as `visible_text` gives it, so that none can begin
+    // a line of its own. The line is cut at the format's length plus 254 bytes. Does nothing while the log is
+    // off.
     //
     // Only clang checks the arguments against the format: GCC calls "%S" an error under -Wpedantic.
 #ifdef __clang__

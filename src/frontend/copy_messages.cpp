@@ -1,6 +1,7 @@
 #include "frontend/copy_messages.h"
 
 #include "foundation/ql_string.h"
+#include "foundation/visible_text.h"
 #include "frontend/console.h"
 
 #include <cstdio>
@@ -8,9 +9,10 @@
 namespace quarry {
 
 void print_copy_message(cmd_params& opts, const std::string& text) {
-    opts.log_text(text);
+    const std::string line = visible_text(text);
+    opts.log_text(line);
     if (opts.m_console) {
-        std::puts(text.c_str());
+        std::puts(line.c_str());
         // Where both streams lead to one file, its lines stand in the order in which they were said.
         std::fflush(stdout);
     }
@@ -27,7 +29,7 @@ void print_outcome(cmd_params& opts, bool success, const std::string& text) {
         opts.log("err: %s", text.c_str());
     }
     if (opts.m_console) {
-        print_error(text + "\n");
+        print_error(visible_text(text) + "\n");
     }
 }
 

@@ -3,6 +3,7 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
+#include "foundation/visible_text.h"
 #include "frontend/copy_messages.h"
 #include "frontend/creation_check.h"
 #include "frontend/source_files.h"
@@ -115,7 +116,7 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
     if (!is_free(out.path, opts, rules)) {
         return false;
     }
-    opts.log_text("dst: " + narrow(out.path));
+    opts.log_text(visible_text("dst: " + narrow(out.path)));
     if (needs_creation_check(out.path, rules) && !can_be_created(narrow(out.path), false)) {
         return refuse_creation(opts, out.path);
     }

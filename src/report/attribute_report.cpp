@@ -3,6 +3,7 @@
 #include "foundation/ql_hex_view.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_time_format.h"
+#include "foundation/visible_text.h"
 #include "report/report_text.h"
 #include "report/security_descriptor.h"
 #include "volume/attribute.h"
@@ -68,8 +69,8 @@ void write_file_name(std::ostream& out, const attr_item& item) {
     // Deliberate: one would expect the word to tell whether an index holds the name. It stands with every
     // name of the Win32 name space, alone or together with DOS, and with no other.
     const bool has_word = (item.name_space & 0x01) != 0;
-    out << "Filename Attrib: " << item.text << (has_word ? ", (indexed)\n" : "\n") << "  parnt mft: 0x"
-        << hex_and_decimal(reference_entry(item.parent), 8) << '\n';
+    out << "Filename Attrib: " << visible_text(item.text) << (has_word ? ", (indexed)\n" : "\n")
+        << "  parnt mft: 0x" << hex_and_decimal(reference_entry(item.parent), 8) << '\n';
     write_times(out, item);
 }
 
@@ -96,7 +97,7 @@ void write_security_descriptor(std::ostream& out, const attr_item& item) {
 void write_volume_name(std::ostream& out, const attr_item& item) {
     out << "Volume Name Attrib: ";
     if (!item.text.empty()) {
-        out << item.text << '\n';
+        out << visible_text(item.text) << '\n';
     } else if (!item.value.empty()) {
         // Deliberate: one would expect the volume's name as text. Its bytes are shown instead, beginning on
         // the label's own line.
@@ -128,7 +129,7 @@ void write_volume_information(std::ostream& out, const attr_item& item) {
 // Deliberate: one would expect the tag and the target of a link. An ordinary reparse point has neither text
 // nor name, so its label stands alone.
 void write_reparse_point(std::ostream& out, const attr_item& item) {
-    out << "Reparse Point Attrib: " << (item.text.empty() ? item.name : item.text) << '\n';
+    out << "Reparse Point Attrib: " << visible_text(item.text.empty() ? item.name : item.text) << '\n';
 }
 
 // Lines of 16 bytes. Deliberate: one would expect a value of 16, 32, ... bytes to end with its last full
@@ -166,7 +167,7 @@ void write_sizes(std::ostream& out, const attr_item& item) {
 }
 
 void write_stream(std::ostream& out, std::string_view label, const attr_item& item) {
-    out << label << (item.name.empty() ? "(unnamed)" : item.name);
+    out << label << (item.name.empty() ? "(unnamed)" : visible_text(item.name));
     // Deliberate: one would expect both words for a stream with both flags. Only the first is shown.
     if ((item.flags & attr_flag_compressed) != 0) {
         out << ", data compressed";
@@ -241,7 +242,7 @@ void write_attribute_report(std::ostream& out, CNtfs& ntfs, std::uint64_t entry,
     if (items.empty()) {
         return;
     }
-    out << narrow(source_path) << "\n\n";
+    out << visible_text(narrow(source_path)) << "\n\n";
     write_head(out, ntfs, entry);
     out << '\n';
     for (const attr_item& item : items) {

@@ -106,6 +106,40 @@ TEST_F(reports, of_a_path_are_headed_by_the_path_as_it_was_found) {
     EXPECT_EQ(text("o"), "0123456789abcdef");
 }
 
+TEST_F(reports, are_not_forged_by_the_names_of_a_file_and_its_streams) {
+    const std::string forged = "a\n\nFile Record\n  MFT entry 5";
+    const std::string shown = "a\\u000A\\u000AFile Record\\u000A  MFT entry 5";
+    volume.add_file(forged).name_space(0).stream("\x1b[2J", "text");
+    EXPECT_EQ(report_of({"-src", "/" + forged}), "\\" + shown + "\n" + head +
+                                                     "File Record: \n"
+                                                     "  MFT entry: 0x00000018 [24]\n"
+                                                     "  Seq Num:   0x0001 [1]\n"
+                                                     "  Type:      file\n"
+                                                     "  Ref Count: 1\n"
+                                                     "\n" +
+                                                     usual_information + "Filename Attrib: " + shown +
+                                                     "\n"
+                                                     "  parnt mft: 0x00000005 [5]\n" +
+                                                     times +
+                                                     "\n"
+                                                     "Data Attrib: \\u001B[2J\n"
+                                                     "  valid size:  0x0004 [4]\n"
+                                                     "  74 65 78 74 \n"
+                                                     "\n");
+}
+
+TEST_F(reports, and_logs_of_a_copy_through_a_link_are_not_forged_by_its_target) {
+    volume.add_file("a\n->done").name_space(0).data("text");
+    volume.add_directory("link").reparse(
+        {.substitute_name = "\\??\\C:\\a\n->done", .print_name = "C:\\a\n->done"});
+    const std::string report = report_of({"-src", "/link", "-diags", "log"});
+    EXPECT_EQ(report.substr(0, report.find('\n')), "\\C:\\a\\u000A->done");
+    const std::string log = text("log");
+    EXPECT_NE(log.find("\n->seg: a\\u000A->done\n"), std::string::npos) << log;
+    EXPECT_EQ(log.find("\n->done"), std::string::npos) << log;
+    EXPECT_EQ(text("o"), "text");
+}
+
 TEST_F(reports, of_an_entry_show_every_kind_of_attribute_in_the_order_of_their_ids) {
     QUARRY_NEEDS_ROOT();
     const bytes admins = sid(5, {32, 544});

@@ -337,6 +337,14 @@ TEST_F(VmdkCheck, a_hint_with_a_carriage_return_names_no_file) {
     EXPECT_EQ(m_words, no_parent_words);
 }
 
+TEST_F(VmdkCheck, names_that_hold_control_characters_are_shown_by_their_numbers) {
+    write("base\x1b[2J", file_of("1", "ffffffff"));
+    EXPECT_FALSE(check({write("child\x7f", file_of("2", "1", "base\x1b[2J"))}));
+    EXPECT_EQ(m_words, depends("child\\u007F", "base\\u001B[2J"));
+    EXPECT_FALSE(check({at("none\n")}));
+    EXPECT_EQ(m_words, text_at("none\\u000A") + " can't be opened\n");
+}
+
 TEST_F(VmdkCheck, a_hint_to_a_fifo_neither_blocks_nor_counts) {
     ASSERT_EQ(::mkfifo((m_dir / "pipe").c_str(), 0600), 0);
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"pipe\""))}));

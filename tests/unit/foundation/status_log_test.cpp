@@ -73,6 +73,17 @@ TEST(StatusLog, NonAsciiWideTextIsWrittenInTheCLocaleToo) {
     EXPECT_EQ(line("<%S>", L"\u00E9\u20AC\U0001F600"), "<\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80>");
 }
 
+TEST(StatusLog, NoNameBeginsALineOrActsOnTheTerminal) {
+    EXPECT_EQ(line("seg: %s", "a\n->info: copy successful"), "seg: a\\u000A->info: copy successful");
+    EXPECT_EQ(line("anal: %S", L"/a\x202E\x1b[2J\x85"), "anal: /a\\u202E\\u001B[2J\\u0085");
+    // The format is the program's own.
+    EXPECT_EQ(line("a\n%s", "b"), "a\nb");
+    // Widths, precisions and the cut count the text as it is shown.
+    EXPECT_EQ(line("[%8s|%.3s]", "\n", "\n"), "[  \\u000A|\\u0]");
+    const std::string many(100, '\n');
+    EXPECT_EQ(line("%s", many.c_str()).size(), 256U);
+}
+
 TEST(StatusLog, NullTextIsNamedAsNull) {
     const char* const narrow_text = nullptr;
     const wchar_t* const wide_text = nullptr;

@@ -204,6 +204,14 @@ TEST(FileNameBlock, AParentEntryHas48Bits) {
     EXPECT_NE(block_of(item).find("  parnt mft: 0x123456789ab [1250999896491]\n"), std::string::npos);
 }
 
+TEST(FileNameBlock, APosixNameWithLineFeedsForgesNoBlock) {
+    attr_item item = item_of(attr_file_name);
+    item.text = "a\n\nStandard Info Attrib: (HIDDEN)";
+    const std::string block = block_of(item);
+    EXPECT_EQ(block.substr(0, block.find('\n')),
+              "Filename Attrib: a\\u000A\\u000AStandard Info Attrib: (HIDDEN)");
+}
+
 TEST(ObjectIdBlock, AnIdOf16BytesIsShownInBraces) {
     attr_item item = resident(attr_object_id, from_hex("33221100 5544 7766 8899aabbccddeeff"));
     std::copy(item.value.begin(), item.value.end(), item.object_id.begin());
@@ -266,6 +274,12 @@ TEST(VolumeNameBlock, TextIsShownAsItIs) {
     EXPECT_EQ(block_of(item), "Volume Name Attrib: text\n");
 }
 
+TEST(VolumeNameBlock, ControlCharactersAreShownByTheirNumbers) {
+    attr_item name = item_of(attr_volume_name);
+    name.text = "a\x1b[2Jb";
+    EXPECT_EQ(block_of(name), "Volume Name Attrib: a\\u001B[2Jb\n");
+}
+
 TEST(VolumeNameBlock, WithoutBytesThereIsNoneSpecified) {
     attr_item item = item_of(attr_volume_name);
     item.name = "not read";
@@ -305,6 +319,14 @@ TEST(ReparsePointBlock, TextComesBeforeTheName) {
     EXPECT_EQ(block_of(item), "Reparse Point Attrib: text\n");
 }
 
+TEST(ReparsePointBlock, ControlCharactersAreShownByTheirNumbers) {
+    attr_item item = item_of(attr_reparse_point);
+    item.name = "a\nb";
+    EXPECT_EQ(block_of(item), "Reparse Point Attrib: a\\u000Ab\n");
+    item.text = "C:\\\xC2\x85";
+    EXPECT_EQ(block_of(item), "Reparse Point Attrib: C:\\\\u0085\n");
+}
+
 TEST(StreamBlock, EachOfTheFiveTypesHasItsLabel) {
     const auto label = [](std::uint32_t type) {
         const std::string block = block_of(item_of(type));
@@ -327,6 +349,14 @@ TEST(StreamBlock, ANameStandsInThePlaceOfUnnamed) {
     attr_item item = resident(attr_data, bytes());
     item.name = "Zone.Identifier";
     EXPECT_EQ(block_of(item), "Data Attrib: Zone.Identifier\n  valid size:  0x0000 [0]\n");
+}
+
+TEST(StreamBlock, TheNameOfAStreamForgesNoLineAndTurnsNoText) {
+    attr_item item = item_of(attr_data);
+    item.name = "a\n  allocated:  0x1\xE2\x80\xAE";
+    EXPECT_EQ(block_of(item),
+              "Data Attrib: a\\u000A  allocated:  0x1\\u202E\n"
+              "  valid size:  0x0000 [0]\n");
 }
 
 TEST(StreamBlock, FlagsAreToldBehindTheNameAndCompressionHidesEncryption) {
@@ -573,6 +603,15 @@ TEST(AttributeReport, ThePathIsWrittenAsUtf8) {
     test::opened_volume opened(volume);
     EXPECT_EQ(report_of(opened.ntfs(), 24, L"/\u00E9\U0001F600").substr(0, 8), "/\xC3\xA9\xF0\x9F\x98\x80\n");
     EXPECT_EQ(report_of(opened.ntfs(), 24, L"").substr(0, 13), "\n\nMisc stats:");
+}
+
+TEST(AttributeReport, ThePathForgesNoBlock) {
+    test::volume_builder volume;
+    volume.add_file("a").data("text");
+    test::opened_volume opened(volume);
+    std::ostringstream out;
+    write_attribute_report(out, opened.ntfs(), 24, L"\\a\n\nMisc stats:\x2066", {header_item()});
+    EXPECT_EQ(out.str().substr(0, out.str().find('\n')), "\\a\\u000A\\u000AMisc stats:\\u2066");
 }
 
 TEST(AttributeReport, TheEntrysPlaceIsToldByClusterAndByte) {

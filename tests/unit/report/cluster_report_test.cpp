@@ -32,6 +32,13 @@ TEST(ClusterReport, TheSourceOfAVirtualDiskIsEmpty) {
               "\n");
 }
 
+TEST(ClusterReport, TheNameOfASourceDoesNotForgeALine) {
+    std::ostringstream out;
+    write_cluster_report_head(out, "/cases/a\nvolume_offset:         0x1", 0, 0, 512, 0, 0);
+    EXPECT_EQ(out.str().substr(0, out.str().find('\n')),
+              "drive/partition:       /cases/a\\u000Avolume_offset:         0x1");
+}
+
 TEST(ClusterReport, AClusterReadWholeIsOk) {
     std::ostringstream out;
     write_cluster_read_line(out, 0x64, 0x164000, true);
