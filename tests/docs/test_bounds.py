@@ -1,4 +1,4 @@
-"""What docs/hostile-input.md says of bounds names constants of the source and tests that there are."""
+"""What docs/bounds.md says names constants of the source and tests that there are."""
 
 import glob
 import os
@@ -23,7 +23,7 @@ def rows():
     """The cells of each row of a table that has a column of tests."""
     found = []
     inside = False
-    for line in text_of("docs/hostile-input.md").split("\n"):
+    for line in text_of("docs/bounds.md").split("\n"):
         cells = [cell.strip() for cell in line.strip("|").split("|")] if line.startswith("|") else []
         if cells and cells[-1] == "test":
             inside = True
@@ -63,12 +63,12 @@ def test_a_row_names_tests_that_there_are(cells, tests):
         assert name in tests, name
 
 
-def test_a_row_without_a_test_tells_of_what_no_program_can_see():
+def test_a_row_without_a_test_is_about_what_no_program_can_see():
     assert [cells[0] for cells in rows() if not cells[-1]] == ["SIGKILL, or a loss of power"]
 
 
 def test_the_text_names_tests_that_there_are(tests):
-    prose = re.sub(r"^\|.*$", "", text_of("docs/hostile-input.md"), flags=re.M)
+    prose = re.sub(r"^\|.*$", "", text_of("docs/bounds.md"), flags=re.M)
     for name in re.findall(r"`([a-z]\w*\.[a-z]\w*_\w+|[A-Z]\w*[a-z]\w*\.\w+)`", prose):
         assert name in tests, name
 
