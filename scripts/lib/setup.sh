@@ -12,7 +12,7 @@ QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # Debian 12 package names, by what they are for.
 quarry_packages() {
     case $1 in
-        build) echo g++ cmake ninja-build ;;
+        build) echo g++ cmake ninja-build libexpected-dev ;;
         test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools e2fsprogs \
             qemu-utils sleuthkit xz-utils attr util-linux mount coreutils ;;
         docs) echo mandoc zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \

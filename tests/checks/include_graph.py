@@ -17,8 +17,15 @@ ALLOWED = {
     "volume": {"foundation", "disk"},
     "namespace": {"foundation", "disk", "volume"},
     "report": {"foundation", "disk", "volume"},
+    "exact": {"foundation", "disk"},
     "frontend": {"foundation", "disk", "volume", "namespace", "report"},
 }
+# The strict reader shares the layouts of the volume's structures with the other one, and none of its walks.
+LAYOUTS = {f"volume/{name}.h" for name in ("attribute_layout", "attribute_values", "boot_sector", "index_layout",
+                                           "lznt1", "record_layout")}
+# The exact mode's side of the command line; frontend/run.cpp is the one place that leads to it.
+EXACT_FRONT = "frontend/exact/"
+EXACT_DOOR = "frontend/run.cpp"
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
@@ -40,6 +47,12 @@ def folder_faults(graph):
                 faults.append(f"{name}: includes \"{include}\", which is no file of src/")
                 continue
             target = include.split("/")[0]
+            if target == "exact" and name.startswith(EXACT_FRONT):
+                continue
+            if folder == "exact" and include in LAYOUTS:
+                continue
+            if include.startswith(EXACT_FRONT) and not name.startswith(EXACT_FRONT) and name != EXACT_DOOR:
+                faults.append(f"{name}: only {EXACT_DOOR} leads to '{include}'")
             if target != folder and target not in ALLOWED[folder]:
                 faults.append(f"{name}: '{folder}' may not include '{include}'")
     return faults
@@ -82,6 +95,15 @@ def self_test():
         ("left is fine", {"foundation/a.h": "", "disk/b.h": '#include "foundation/a.h"\n'}, 0),
         ("right is refused", {"foundation/a.h": '#include "disk/b.h"\n', "disk/b.h": ""}, 1),
         ("neighbours are refused", {"report/a.h": '#include "namespace/b.h"\n', "namespace/b.h": ""}, 1),
+        ("the strict reader takes a layout", {"exact/a.h": '#include "volume/record_layout.h"\n',
+                                              "volume/record_layout.h": ""}, 0),
+        ("the strict reader takes no walk", {"exact/a.h": '#include "volume/ntfs.h"\n', "volume/ntfs.h": ""}, 1),
+        ("the front of the exact mode takes the strict reader",
+         {"frontend/exact/a.h": '#include "exact/b.h"\n', "exact/b.h": ""}, 0),
+        ("nothing else takes the strict reader", {"frontend/a.h": '#include "exact/b.h"\n', "exact/b.h": ""}, 1),
+        ("one door leads to the exact mode",
+         {"frontend/run.cpp": '#include "frontend/exact/a.h"\n', "frontend/exact/a.h": ""}, 0),
+        ("and no other", {"frontend/usage.cpp": '#include "frontend/exact/a.h"\n', "frontend/exact/a.h": ""}, 1),
         ("a circle in one folder", {"disk/a.h": '#include "disk/b.h"\n', "disk/b.h": '#include "disk/a.h"\n'}, 1),
         ("a circle through a source",
          {"disk/a.h": "", "disk/a.cpp": '#include "disk/b.h"\n', "disk/b.h": "",

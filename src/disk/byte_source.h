@@ -1,0 +1,42 @@
+// A source of bytes that tells its losses.
+//
+// An image, a drive, a chain of virtual-disk files: whatever is examined is a row of bytes of a fixed size.
+// A read says how many bytes came and, where fewer came than were asked for, whether the source ended or
+// which error stopped it. Nothing here turns a loss into zeros; who reads decides what a loss means.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace quarry {
+
+// What one read brought.
+struct read_outcome {
+    // Bytes at the start of the buffer that came from the source. The rest of the buffer holds nothing of
+    // use.
+    std::size_t bytes = 0;
+    // The system's error number if an error stopped the read; 0 if it is whole or the source ended.
+    int error = 0;
+};
+
+class byte_source {
+  public:
+    byte_source() = default;
+    byte_source(const byte_source&) = delete;
+    byte_source& operator=(const byte_source&) = delete;
+    virtual ~byte_source() = default;
+
+    // Reads from byte `offset` of the source on until the buffer is full, the source ends or an error stops
+    // it. An offset at or beyond the end gives no bytes and no error.
+    [[nodiscard]] virtual read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) = 0;
+    // Bytes of the source.
+    [[nodiscard]] virtual std::uint64_t size() const = 0;
+    // Bytes that the source can have content in: at most its size, less where it stores less, as a sparse
+    // file does. The cap of what is allocated or walked at the source's word.
+    [[nodiscard]] virtual std::uint64_t content_size() const = 0;
+    // Bytes of a sector of the source, as the host or the container says; 512 where nobody says.
+    [[nodiscard]] virtual std::uint32_t sector_size() const = 0;
+};
+
+}  // namespace quarry
