@@ -8,8 +8,8 @@
 #include "frontend/run.h"
 #include "fuzz/argument_script.h"
 #include "fuzz/command_line_input.h"
-#include "fuzz/expect.h"
-#include "fuzz/memory_file.h"
+#include "support/expect.h"
+#include "support/memory_file.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
@@ -28,8 +28,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using quarry::fuzz::expect;
 using quarry::fuzz::part;
+using quarry::test::expect;
 
 // What stays the same from run to run.
 class scene {
@@ -94,7 +94,7 @@ class scene {
     }
 
     quarry::test::temp_dir m_directory;
-    quarry::fuzz::memory_file m_lines{"lines"};
+    quarry::test::memory_file m_lines{"lines"};
     int m_outside;
 };
 

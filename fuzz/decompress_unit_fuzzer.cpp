@@ -3,7 +3,7 @@
 // The first three bytes of the input choose the flags and the limit, the rest is the unit. The unit stands
 // alone on the heap, so that a read behind it is a report; that the outcome keeps its promises is checked
 // besides.
-#include "fuzz/expect.h"
+#include "support/expect.h"
 #include "volume/compressed_unit.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 namespace {
 
-using quarry::fuzz::expect;
+using quarry::test::expect;
 
 class counted_output : public quarry::unit_output {
   public:

@@ -3,11 +3,11 @@
 //
 // The first byte of the input chooses the index whose block is printed, the rest is the node. The children of
 // a node are compared with those that a plain walk finds.
-#include "fuzz/expect.h"
 #include "fuzz/input_bytes.h"
-#include "fuzz/limited_sink.h"
 #include "namespace/index_block.h"
 #include "namespace/index_text.h"
+#include "support/expect.h"
+#include "support/limited_sink.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -19,7 +19,7 @@
 namespace {
 
 using quarry::byte_view;
-using quarry::fuzz::expect;
+using quarry::test::expect;
 
 constexpr std::string_view index_names[] = {"$I30", "$O", "$SDH", "$SII", "$R", "$i30", "other"};
 // A line has at most so many characters, and each entry that gives one has a byte at least.
@@ -78,14 +78,14 @@ std::vector<std::uint8_t> block_around(byte_view node, std::size_t size) {
 void print(byte_view node, std::string_view name) {
     for (const std::uint32_t sector_size : {0u, 512u, 4096u}) {
         std::vector<std::uint8_t> block = block_around(node, quarry::index_block_size);
-        quarry::fuzz::limited_sink out(longest_line * quarry::index_block_size);
+        quarry::test::limited_sink out(longest_line * quarry::index_block_size);
         expect(quarry::list_index_block(name, block, quarry::index_block_size, sector_size, out, true));
         expect(out.good());
         const std::vector<std::uint8_t>& text = out.taken();
         expect(text.empty() || text.back() == '\n');
     }
     std::vector<std::uint8_t> small = block_around(node, 4095);
-    quarry::fuzz::limited_sink none(1);
+    quarry::test::limited_sink none(1);
     expect(!quarry::list_index_block(name, small, 4095, 512, none, true) && none.taken().empty());
 }
 

@@ -8,11 +8,11 @@
 #include "disk/partition_buffer_reader.h"
 #include "disk/partition_reader.h"
 #include "disk/volume_detection.h"
-#include "fuzz/expect.h"
 #include "fuzz/input_bytes.h"
-#include "fuzz/limited_sink.h"
-#include "fuzz/memory_file.h"
 #include "support/device_files.h"
+#include "support/expect.h"
+#include "support/limited_sink.h"
+#include "support/memory_file.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,7 +22,7 @@
 
 namespace {
 
-using quarry::fuzz::expect;
+using quarry::test::expect;
 
 constexpr std::size_t most_text = 1024 * 1024;
 
@@ -62,7 +62,7 @@ void read_tables(quarry::RAW_DISK_IO& disk, std::uint64_t offset) {
 
 void locate_volume(quarry::RAW_DISK_IO& disk, std::uint64_t offset) {
     for (const bool ignore_size : {false, true}) {
-        quarry::fuzz::limited_sink words(most_text);
+        quarry::test::limited_sink words(most_text);
         bool found = false;
         std::uint64_t place = offset;
         const bool good = quarry::locate_ntfs_volume(words, found, place, &disk, ignore_size);
@@ -96,7 +96,7 @@ void sniff(quarry::byte_view bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const quarry::fuzz::memory_file image("disk");
+    static const quarry::test::memory_file image("disk");
     static const quarry::test::device_files devices;
     static const bool linked =
         (std::filesystem::create_symlink(std::filesystem::path(image.path()), devices.drive(0)), true);

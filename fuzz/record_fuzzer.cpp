@@ -2,11 +2,11 @@
 // sorting of attributes, the items made of them, and their report.
 //
 // The first byte of the input chooses the size of a sector, the rest is the record.
-#include "fuzz/expect.h"
 #include "fuzz/input_bytes.h"
-#include "fuzz/limited_sink.h"
 #include "namespace/reparse_link.h"
 #include "report/attribute_report.h"
+#include "support/expect.h"
+#include "support/limited_sink.h"
 #include "volume/attribute.h"
 #include "volume/entry_flattening.h"
 #include "volume/entry_record.h"
@@ -21,8 +21,8 @@
 
 namespace {
 
-using quarry::fuzz::expect;
 using quarry::fuzz::lone_bytes;
+using quarry::test::expect;
 
 // The text of a report grows with the values that it shows: a byte of a descriptor gives at most so many.
 constexpr std::size_t text_per_byte = 64;
@@ -72,7 +72,7 @@ void report(const quarry::attr_item_list& items) {
     for (const quarry::attr_item& item : items) {
         const std::size_t room = text_per_item + text_per_byte * (item.value.size() + item.name.size() +
                                                                   item.text.size() + 4 * item.runs.size());
-        quarry::fuzz::limited_sink out(room);
+        quarry::test::limited_sink out(room);
         quarry::write_item(out, item);
         expect(out.good());
     }

@@ -3,8 +3,8 @@
 // The first byte of the input chooses what the rest is: pairs for either decoder, compared with a decoder
 // that works bit by bit; runs that are stored as pairs and must come back; or lists of runs to merge and to
 // search, compared with the plain way to do so.
-#include "fuzz/expect.h"
 #include "fuzz/input_bytes.h"
+#include "support/expect.h"
 #include "support/mapping_pairs.h"
 #include "volume/attribute.h"
 #include "volume/run_cursor.h"
@@ -21,9 +21,9 @@ namespace {
 using quarry::byte_view;
 using quarry::cluster_run;
 using quarry::cluster_run_list;
-using quarry::fuzz::expect;
 using quarry::fuzz::input_bytes;
 using quarry::fuzz::lone_bytes;
+using quarry::test::expect;
 
 // A pair by plain reading. Numbers are as wide as they are stored, up to 15 bytes, in two's complement.
 struct plain_pair {

@@ -3,10 +3,10 @@
 // The bytes stand alone on the heap, so that a read behind them is a report. Besides, text must not grow out
 // of proportion: a descriptor names its parts by offsets, and two lists may lie over each other, but no byte
 // may count more often than that.
-#include "fuzz/expect.h"
 #include "report/security_cache.h"
 #include "report/security_descriptor.h"
 #include "report/sid_names.h"
+#include "support/expect.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -18,7 +18,7 @@
 
 namespace {
 
-using quarry::fuzz::expect;
+using quarry::test::expect;
 
 // Bytes of text for one byte of a list: all words of a mask in an entry of eight bytes, in both lists.
 constexpr std::size_t text_per_byte = 50;

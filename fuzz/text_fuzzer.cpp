@@ -13,9 +13,9 @@
 #include "foundation/ql_time_format.h"
 #include "foundation/ql_time_parse.h"
 #include "frontend/filter.h"
-#include "fuzz/expect.h"
 #include "fuzz/input_bytes.h"
 #include "namespace/path_segments.h"
+#include "support/expect.h"
 
 #include <algorithm>
 #include <array>
@@ -29,9 +29,9 @@
 namespace {
 
 using quarry::byte_view;
-using quarry::fuzz::expect;
 using quarry::fuzz::input_bytes;
 using quarry::fuzz::lone_bytes;
+using quarry::test::expect;
 
 std::u32string plain_utf16(byte_view bytes, bool& good) {
     std::u32string out;

@@ -3,8 +3,8 @@
 #include "disk/vmdk_check.h"
 #include "disk/vmdk_disk.h"
 #include "foundation/byte_view.h"
-#include "fuzz/expect.h"
-#include "fuzz/memory_file.h"
+#include "support/expect.h"
+#include "support/memory_file.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -17,7 +17,7 @@ namespace {
 
 using quarry::vmdk_disk;
 using list = std::vector<std::wstring>;
-using quarry::fuzz::expect;
+using quarry::test::expect;
 
 // The bytes that are there whatever a read leaves alone.
 constexpr std::uint8_t untouched = 0xEE;
@@ -61,8 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const quarry::byte_view both = input.from(4);
     const quarry::byte_view first = both.clipped(0, input.u32_or_zero(0));
     const quarry::byte_view second = both.from(first.size());
-    static const quarry::fuzz::memory_file first_file("first");
-    static const quarry::fuzz::memory_file second_file("second");
+    static const quarry::test::memory_file first_file("first");
+    static const quarry::test::memory_file second_file("second");
     first_file.hold(first);
     second_file.hold(second);
     const list files = {first_file.path(), second_file.path()};

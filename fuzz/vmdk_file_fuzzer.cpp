@@ -1,6 +1,6 @@
 // Opens one sparse VMDK file of any bytes, asks where grains lie and reads through it.
 #include "disk/vmdk_file.h"
-#include "fuzz/memory_file.h"
+#include "support/memory_file.h"
 
 #include <array>
 #include <cstddef>
@@ -15,14 +15,14 @@ void read_around(const quarry::vmdk_file& file, std::uint64_t offset) {
     std::uint64_t length = buffer.size();
     const bool read = file.read_mapped(file.m_fd, buffer.data(), offset, length);
     // What the file does not hold cannot be read, and a read never gives more than it was asked for.
-    quarry::fuzz::expect(!read || (mapped && length <= buffer.size()));
-    quarry::fuzz::expect(file.bytes_to_grain_end(offset) != 0);
+    quarry::test::expect(!read || (mapped && length <= buffer.size()));
+    quarry::test::expect(file.bytes_to_grain_end(offset) != 0);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const quarry::fuzz::memory_file bytes("vmdk");
+    static const quarry::test::memory_file bytes("vmdk");
     bytes.hold({data, size});
     quarry::vmdk_file file;
     if (!file.open(bytes.path(), false)) {

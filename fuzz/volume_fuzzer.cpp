@@ -1,8 +1,8 @@
 // Any bytes as an NTFS volume, and everything that a run can do with one.
-#include "fuzz/expect.h"
-#include "fuzz/memory_file.h"
-#include "fuzz/volume_flow.h"
 #include "report/security_cache.h"
+#include "support/expect.h"
+#include "support/memory_file.h"
+#include "support/volume_flow.h"
 #include "volume/ntfs_open.h"
 
 #include <cstddef>
@@ -10,13 +10,13 @@
 #include <memory>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const quarry::fuzz::memory_file image("volume");
+    static const quarry::test::memory_file image("volume");
     image.hold({data, size});
     std::unique_ptr<quarry::CNtfs> ntfs;
     if (!quarry::open_by_image(image.path(), 0, ntfs, false, quarry::load_security_cache)) {
-        quarry::fuzz::expect(ntfs == nullptr);
+        quarry::test::expect(ntfs == nullptr);
         return 0;
     }
-    quarry::fuzz::look_at_volume(*ntfs);
+    quarry::test::look_at_volume(*ntfs);
     return 0;
 }

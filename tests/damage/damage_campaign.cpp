@@ -5,13 +5,13 @@
 // Usage: damage_campaign VOLUME CASES [PART PARTS]
 // The cases are spread over all kinds of damage; with PART and PARTS, this process takes its share of them.
 #include "damage/damaged_source.h"
-#include "damage/memory_peak.h"
 #include "disk/partition_reader.h"
 #include "disk/volume_detection.h"
-#include "fuzz/expect.h"
-#include "fuzz/volume_flow.h"
 #include "report/security_cache.h"
+#include "support/expect.h"
+#include "support/memory_peak/memory_peak.h"
 #include "support/volume_builder.h"
+#include "support/volume_flow.h"
 #include "volume/ntfs_open.h"
 
 #include <array>
@@ -73,7 +73,7 @@ bool run_flows(const damaged_source& source) {
             return false;
         }
     }
-    fuzz::look_at_volume(*ntfs);
+    look_at_volume(*ntfs);
     return true;
 }
 
@@ -124,7 +124,7 @@ int campaign(const std::string& volume, std::uint64_t cases, std::uint64_t part,
     for (const source_kind kind : {source_kind::mbr_disk, source_kind::gpt_disk, source_kind::virtual_disk}) {
         damaged_source source(kind, content);
         // The campaign is worth something only if the volume opens while it is whole.
-        fuzz::expect(run_flows(source));
+        expect(run_flows(source));
         run_source(source, cases / 3, part, parts, sum);
     }
     std::cout << sum.cases << " cases, " << sum.opened << " volumes opened, slowest "

@@ -1,7 +1,7 @@
 #include "damage/damaged_source.h"
 
-#include "fuzz/expect.h"
 #include "support/disk_builder.h"
+#include "support/expect.h"
 #include "support/vmdk_builder.h"
 
 #include <algorithm>
@@ -86,8 +86,8 @@ std::string damaged_source::describe(std::uint64_t number) const {
 }
 
 void damaged_source::put(std::uint64_t position, const bytes& content) {
-    fuzz::expect(::pwrite(m_file.descriptor(), content.data(), content.size(),
-                          static_cast<::off_t>(position)) == static_cast<::ssize_t>(content.size()));
+    expect(::pwrite(m_file.descriptor(), content.data(), content.size(), static_cast<::off_t>(position)) ==
+           static_cast<::ssize_t>(content.size()));
 }
 
 void damaged_source::restore() {
@@ -106,7 +106,7 @@ void damaged_source::damage(std::uint64_t number) {
     restore();
     const std::uint64_t cuts = m_content.size() / sector;
     if (number < cuts) {
-        fuzz::expect(::ftruncate(m_file.descriptor(), static_cast<::off_t>(number * sector)) == 0);
+        expect(::ftruncate(m_file.descriptor(), static_cast<::off_t>(number * sector)) == 0);
         m_cut = true;
         return;
     }

@@ -2,8 +2,8 @@
 // metadata overwritten, bits flipped at random.
 #pragma once
 
-#include "fuzz/memory_file.h"
 #include "support/byte_writer.h"
+#include "support/memory_file.h"
 
 #include <cstdint>
 #include <string>
@@ -39,7 +39,7 @@ class damaged_source {
     // What the file has other than the content: positions of single words, and whether it is cut.
     std::vector<std::uint64_t> m_touched;
     bool m_cut = false;
-    fuzz::memory_file m_file{"damaged"};
+    memory_file m_file{"damaged"};
 };
 
 }  // namespace quarry::test

@@ -1,10 +1,10 @@
-// What a fuzz target holds to be true, whatever its input is.
+// What fuzz targets and the damage campaign hold to be true, whatever their input is.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 
-namespace quarry::fuzz {
+namespace quarry::test {
 
 // Ends the program, and names the place, unless `holds`.
 inline void expect(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
@@ -14,4 +14,4 @@ inline void expect(bool holds, const char* file = __builtin_FILE(), int line = _
     }
 }
 
-}  // namespace quarry::fuzz
+}  // namespace quarry::test

@@ -8,9 +8,9 @@
 
 #include "volume/ntfs.h"
 
-namespace quarry::fuzz {
+namespace quarry::test {
 
 // Ends the program if anything is wrong.
 void look_at_volume(CNtfs& ntfs);
 
-}  // namespace quarry::fuzz
+}  // namespace quarry::test

@@ -1,4 +1,4 @@
-#include "damage/memory_peak.h"
+#include "support/memory_peak/memory_peak.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -3,13 +3,13 @@
 #pragma once
 
 #include "foundation/byte_view.h"
-#include "fuzz/expect.h"
+#include "support/expect.h"
 
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace quarry::fuzz {
+namespace quarry::test {
 
 class memory_file {
   public:
@@ -19,9 +19,9 @@ class memory_file {
     ~memory_file() { ::close(m_fd); }
 
     // The file is these bytes from here on.
-    void hold(byte_view bytes) const {
+    void hold(byte_view content) const {
         expect(::ftruncate(m_fd, 0) == 0);
-        expect(::pwrite(m_fd, bytes.data(), bytes.size(), 0) == static_cast<::ssize_t>(bytes.size()));
+        expect(::pwrite(m_fd, content.data(), content.size(), 0) == static_cast<::ssize_t>(content.size()));
     }
     [[nodiscard]] std::wstring path() const { return L"/proc/self/fd/" + std::to_wstring(m_fd); }
     [[nodiscard]] int descriptor() const { return m_fd; }
@@ -30,4 +30,4 @@ class memory_file {
     int m_fd;
 };
 
-}  // namespace quarry::fuzz
+}  // namespace quarry::test

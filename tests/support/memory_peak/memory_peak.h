@@ -1,5 +1,5 @@
 // How much memory a piece of work took: the bytes that `new` has given out and not got back, at their
-// highest. The program that links this has its `new` and `delete` replaced.
+// highest. It has a folder of its own because it replaces `new` and `delete` of the program that links it.
 #pragma once
 
 #include <cstddef>

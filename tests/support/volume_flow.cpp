@@ -1,11 +1,11 @@
-#include "fuzz/volume_flow.h"
+#include "support/volume_flow.h"
 
-#include "fuzz/expect.h"
-#include "fuzz/limited_sink.h"
 #include "namespace/directory_index.h"
 #include "namespace/entry_paths.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
+#include "support/expect.h"
+#include "support/limited_sink.h"
 #include "support/slow_stream.h"
 #include "volume/attribute.h"
 #include "volume/mft_entries.h"
@@ -19,8 +19,8 @@
 
 namespace {
 
-using quarry::fuzz::expect;
-using quarry::fuzz::limited_sink;
+using quarry::test::expect;
+using quarry::test::limited_sink;
 
 // Entries that are looked at, whatever number the volume claims.
 constexpr std::uint64_t most_entries = 96;
@@ -115,7 +115,7 @@ void look_at_entry(quarry::CNtfs& ntfs, std::uint64_t entry) {
 
 }  // namespace
 
-namespace quarry::fuzz {
+namespace quarry::test {
 
 void look_at_volume(CNtfs& ntfs) {
     expect(ntfs.is_valid());
@@ -126,4 +126,4 @@ void look_at_volume(CNtfs& ntfs) {
     }
 }
 
-}  // namespace quarry::fuzz
+}  // namespace quarry::test

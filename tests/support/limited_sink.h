@@ -9,7 +9,7 @@
 #include <streambuf>
 #include <vector>
 
-namespace quarry::fuzz {
+namespace quarry::test {
 
 class limited_buffer : public std::streambuf {
   public:
@@ -45,4 +45,4 @@ class limited_sink : public std::ostream {
     limited_buffer m_buffer;
 };
 
-}  // namespace quarry::fuzz
+}  // namespace quarry::test
