@@ -12,7 +12,7 @@ quarry_build sanitizers damage_campaign
 parts=$(nproc)
 quarry_say "damage: $cases cases in $parts parts"
 for ((part = 0; part < parts; part++)); do
-    "$QUARRY_ROOT/build/sanitizers/tests/damage_campaign" "$QUARRY_ROOT/fuzz/corpus/volume/rich" "$cases" "$part" "$parts" &
+    "$QUARRY_ROOT/build/sanitizers/tests/damage_campaign" "$cases" "$part" "$parts" &
     running+=($!)
 done
 for process in "${running[@]}"; do

@@ -2,6 +2,7 @@
 #include "fuzz/command_line_input.h"
 #include "fuzz/seeds/seeds.h"
 #include "support/disk_builder.h"
+#include "support/rich_volume.h"
 #include "support/vmdk_builder.h"
 
 namespace quarry::fuzz {
@@ -17,7 +18,7 @@ test::bytes seed(const words& arguments, std::string_view lines, const test::byt
 }  // namespace
 
 void write_command_line_seeds(const seed_writer& seeds) {
-    const test::bytes volume = small_volume();
+    const test::bytes volume = test::small_volume();
     const auto on_volume = [&](const std::string& name, words arguments, std::string_view lines = {}) {
         arguments.insert(arguments.begin(), {"-image", "image"});
         seeds.write(name, seed(arguments, lines, volume));

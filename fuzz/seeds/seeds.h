@@ -30,7 +30,4 @@ void write_index_seeds(const seed_writer& seeds);
 void write_run_seeds(const seed_writer& seeds);
 void write_text_seeds(const seed_writer& seeds);
 
-// A volume of few kilobytes with a file, a stream and a directory on it.
-[[nodiscard]] test::bytes small_volume();
-
 }  // namespace quarry::fuzz

@@ -1,7 +1,5 @@
 #include "fuzz/seeds/seeds.h"
-#include "support/lznt1_encoder.h"
-#include "support/sample_text.h"
-#include "support/security_builder.h"
+#include "support/rich_volume.h"
 
 namespace quarry::fuzz {
 
@@ -9,161 +7,11 @@ namespace {
 
 using namespace quarry::test;
 
-constexpr std::uint64_t unit_clusters = 16;
-
-// A cluster-sized place for $MFT, close to the start: seeds are to be small.
-geometry small_geometry(std::uint32_t sectors_per_cluster, std::uint32_t record_size, std::uint32_t entries) {
-    const std::uint32_t cluster = 512 * sectors_per_cluster;
-    const std::uint64_t clusters = (std::uint64_t{entries} * record_size + cluster - 1) / cluster;
-    return {.sectors_per_cluster = sectors_per_cluster,
-            .record_size = record_size,
-            .mft_entries = entries,
-            .mft_runs = {{2, clusters}}};
-}
-
-bytes descriptors() {
-    const bytes administrators = sid(5, {32, 544});
-    const bytes user = sid(5, {21, 1, 2, 3, 1001});
-    const security_descriptor all = {
-        .owner = user,
-        .group = administrators,
-        .sacl = acl({ace(2, 0x10000, user)}),
-        .dacl = acl({ace(0, 0x1F01FF, user), ace(1, 0x40000000, administrators)})};
-    const security_descriptor owner_only = {.owner = administrators};
-    return sds_stream({all.build(), owner_only.build()});
-}
-
-void add_compressed_file(volume_builder& volume) {
-    const std::uint64_t cluster = volume.cluster_size();
-    const std::uint64_t unit = unit_clusters * cluster;
-    run_list where;
-    // A unit of text, a hole, a unit that stands as it is, the rest of a unit.
-    for (const std::size_t plain : {unit, std::uint64_t{0}, std::uint64_t{100}}) {
-        const bytes chunks = plain == 0 ? bytes() : lznt1_chunks(text_like(plain, 7));
-        const std::uint64_t stored = volume.clusters().clusters_for(chunks.size());
-        if (stored != 0) {
-            const run place = volume.clusters().allocate(stored);
-            volume.clusters().take({place});
-            volume.clusters().write({place}, chunks);
-            where.push_back(place);
-        }
-        where.push_back({hole, unit_clusters - stored});
-    }
-    const run as_it_is = volume.clusters().allocate(unit_clusters);
-    volume.clusters().take({as_it_is});
-    volume.clusters().write({as_it_is}, random_bytes(unit, 3));
-    where.insert(where.begin(), as_it_is);
-    volume.add_file("compressed.txt")
-        .data(where, {.real = 3 * unit + 100, .compressed = 20 * cluster, .unit = 4, .flags = 1});
-}
-
-void add_plain_files(volume_builder& volume) {
-    const std::size_t cluster = volume.cluster_size();
-    volume.add_file("small.txt").data("a few bytes").stream("named", "a stream").security_id(0x100);
-    file_builder& folder = volume.add_directory("Folder");
-    folder.security_id(0x101);
-    file_builder& stored = volume.add_file("stored.bin", folder.entry());
-    stored.data(pattern(3 * cluster + 17, 2)).hard_link("linked.bin", root_entry).short_name("STORED~1.BIN");
-    const auto free = static_cast<std::int64_t>(volume.clusters().end_cluster()) + 4;
-    volume.add_file("fragments.bin")
-        .data(pattern(6 * cluster - 5, 3), {{free + 4, 1}, {hole, 2}, {free + 2, 1}, {free, 2}},
-              {.allocated = 6 * cluster, .compressed = 4 * cluster, .flags = 0x8000});
-}
-
-// One file with an attribute of every type, whatever its value means.
-void add_every_attribute(volume_builder& volume) {
-    file_builder& file = volume.add_file("everything");
-    file.data("data").attribute(attribute_builder::resident(0x40, pattern(64, 4)));
-    file.attribute(attribute_builder::resident(0x50, security_descriptor{.owner = sid(5, {18})}.build()));
-    file.attribute(attribute_builder::resident(0x60, ntfs_name("volume").on_disk()));
-    file.attribute(attribute_builder::resident(0x70, volume_information(3, 1)));
-    file.attribute(attribute_builder::resident(0xB0, pattern(8, 5)));
-    file.attribute(attribute_builder::resident(0xD0, pattern(8, 6)));
-    file.attribute(attribute_builder::resident(0xE0, pattern(16, 7)));
-    file.attribute(attribute_builder::resident(0xF0, pattern(8, 8)));
-    file.attribute(attribute_builder::resident(0x100, pattern(8, 9)).named("$TXF_DATA"));
-}
-
-void add_links(volume_builder& volume) {
-    volume.add_directory("junction")
-        .reparse({.substitute_name = "\\??\\C:\\Folder", .print_name = "C:\\Folder"});
-    volume.add_directory("loop").reparse({.substitute_name = "\\??\\C:\\loop", .print_name = "C:\\loop"});
-    volume.add_file("link").reparse({.tag = 0xA000000C,
-                                     .substitute_name = "small.txt",
-                                     .print_name = "small.txt",
-                                     .with_flags_word = true,
-                                     .flags_word = 1});
-}
-
-// A file whose runs stand in two records, with the list that says so inside or outside of its record.
-void add_extended_file(volume_builder& volume, const std::string& name, bool list_in_clusters) {
-    const run first = volume.clusters().allocate(2);
-    volume.clusters().take({first});
-    const run second = volume.clusters().allocate(1);
-    volume.clusters().write({first, second}, pattern(3 * volume.cluster_size(), 4));
-    const std::uint64_t size = 3 * volume.cluster_size();
-    file_builder& file = volume.add_file(name);
-    file.data({first}, {.real = size, .allocated = size});
-    const std::size_t place = file.add_extension();
-    file.attribute(
-        attribute_builder::non_resident(0x80, {second}).lowest_vcn(2).allocated(0).real(0).initialized(0),
-        place);
-    volume.clusters().take({second});
-    if (list_in_clusters) {
-        file.list_in_clusters();
-    }
-}
-
-void add_large_directory(volume_builder& volume, int files) {
-    file_builder& many = volume.add_directory("many");
-    many.index_in_blocks();
-    for (int i = 0; i < files; ++i) {
-        volume.add_file("file " + std::to_string(i) + " of forty.txt", many.entry()).data("x");
-    }
-    volume.add_file("gone.txt", many.entry()).data("deleted").deleted_but_indexed();
-}
-
-bytes rich_volume(std::uint32_t sectors_per_cluster, std::uint32_t record_size, std::uint32_t entries,
-                  int files) {
-    const bool is_small = sectors_per_cluster == 1;
-    geometry shape = small_geometry(sectors_per_cluster, record_size, entries);
-    // $MFT in two pieces, of which an extension record knows the second: its slot lies in the first.
-    const std::uint64_t whole = shape.mft_runs[0].length;
-    const std::uint64_t first = (whole + 1) / 2;
-    shape.mft_runs = {{2, first}, {static_cast<std::int64_t>(2 + first + 3), whole - first}};
-    shape.mft_runs_in_record_0 = 1;
-    volume_builder volume(shape);
-    volume.add_secure(descriptors());
-    add_plain_files(volume);
-    if (is_small) {
-        add_every_attribute(volume);
-        add_compressed_file(volume);
-        add_links(volume);
-    }
-    add_extended_file(volume, "list inside.bin", false);
-    add_extended_file(volume, "list outside.bin", true);
-    add_large_directory(volume, files);
-    return volume.image();
-}
-
-}  // namespace
-
-bytes small_volume() {
-    volume_builder volume(small_geometry(1, 1024, 14));
-    volume.add_secure(descriptors());
-    volume.add_file_at(10, "small.txt").data("a few bytes").stream("named", "a stream").security_id(0x100);
-    volume.add_file_at(11, "stored.bin").data(pattern(2 * 512 + 17, 2));
-    volume.add_file_at(12, "sparse.bin").data(runs({{hole, 2}, {60, 1}}), {.flags = 0x8000});
-    return volume.image();
-}
-
-namespace {
-
 // Files whose lists lie over each other and name the records of all of them.
 bytes shared_lists() {
     constexpr std::uint64_t first = 8;
     constexpr std::uint64_t files = 5;
-    volume_builder volume(small_geometry(1, 1024, 14));
+    volume_builder volume(small_geometry());
     std::vector<list_item> items;
     for (std::uint64_t i = 0; i < 3 * files; ++i) {
         items.push_back({.type = i % 2 == 0 ? 0x80u : 0x30u, .record = first + i % files, .id = 2});
@@ -180,11 +28,12 @@ bytes shared_lists() {
 
 void write_volume_seeds(const seed_writer& seeds) {
     seeds.write("small", small_volume());
-    seeds.write("rich", rich_volume(1, 1024, 56, 10));
-    seeds.write("clusters_of_4096", rich_volume(8, 1024, 40, 3));
-    seeds.write("records_of_4096", rich_volume(2, 4096, 38, 1));
+    seeds.write("rich", rich_volume({.sectors_per_cluster = 1, .mft_entries = 56}, 10, true));
+    seeds.write("clusters_of_4096", rich_volume({.mft_entries = 40}, 3, false));
+    seeds.write("records_of_4096",
+                rich_volume({.sectors_per_cluster = 2, .record_size = 4096, .mft_entries = 38}, 1, false));
     seeds.write("shared_lists", shared_lists());
-    volume_builder forced(small_geometry(1, 1024, 14));
+    volume_builder forced(small_geometry());
     // A record larger than its volume says, and runs that lead outside.
     forced.add_file_at(10, "outside.bin").data(runs({{0x7FFFFF, 4}, {5, 1}}));
     forced.add_file_at(11, "terabytes.bin").data(runs({{hole, 0xFFFFFFF0}}), {.flags = 0x8000});
