@@ -1,6 +1,6 @@
 // Mutations for the command line's fuzzer: one of the three parts changes, the others stay.
 #include "fuzz/command_line_input.h"
-#include "fuzz/record_mutation.h"
+#include "fuzz/sparse_mutation.h"
 
 #include <algorithm>
 
@@ -19,6 +19,16 @@ void mutate(part& bytes, std::size_t longest) {
     bytes.resize(LLVMFuzzerMutate(bytes.data(), size, longest));
 }
 
+void mutate_image(part& bytes, quarry::fuzz::random_numbers& random) {
+    quarry::fuzz::sparse_input image = quarry::fuzz::take_sparse(bytes);
+    if (random() % 8 == 0) {
+        quarry::fuzz::mutate_places(image, random);
+    } else if (!quarry::fuzz::mutate_block(image.stored, random)) {
+        return mutate(bytes, std::max<std::size_t>(bytes.size(), 1024));
+    }
+    bytes = quarry::fuzz::put_sparse(image);
+}
+
 }  // namespace
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t max_size,
@@ -30,8 +40,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
         mutate(parts.script, longest_script);
     } else if (choice < 11) {
         mutate(parts.lines, longest_lines);
-    } else if (!quarry::fuzz::mutate_block(parts.image, random)) {
-        mutate(parts.image, std::max<std::size_t>(parts.image.size(), 1024));
+    } else {
+        mutate_image(parts.image, random);
     }
     const part whole = quarry::fuzz::put_together(parts);
     const std::size_t taken = std::min(whole.size(), max_size);

@@ -1,10 +1,12 @@
 // Two files of any bytes as a chain: the check of the list, the linking, and reads through both. The input is
-// the length of the first file in four bytes, and then the two files.
+// the length of what describes the first file in four bytes, and then both files, each as sparse_input.h
+// says.
 #include "disk/vmdk_check.h"
 #include "disk/vmdk_disk.h"
 #include "foundation/byte_view.h"
+#include "fuzz/sparse_input.h"
 #include "support/expect.h"
-#include "support/memory_file.h"
+#include "support/memory_peak/memory_limit.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -63,8 +65,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const quarry::byte_view second = both.from(first.size());
     static const quarry::test::memory_file first_file("first");
     static const quarry::test::memory_file second_file("second");
-    first_file.hold(first);
-    second_file.hold(second);
+    quarry::fuzz::hold(first_file, quarry::fuzz::take_sparse(first));
+    quarry::fuzz::hold(second_file, quarry::fuzz::take_sparse(second));
+    const quarry::test::memory_limit limit;
     const list files = {first_file.path(), second_file.path()};
 
     std::ostringstream words;

@@ -1,6 +1,8 @@
-// Opens one sparse VMDK file of any bytes, asks where grains lie and reads through it.
+// Opens one sparse VMDK file of any bytes, with holes (see sparse_input.h), asks where grains lie and reads
+// through it.
 #include "disk/vmdk_file.h"
-#include "support/memory_file.h"
+#include "fuzz/sparse_input.h"
+#include "support/memory_peak/memory_limit.h"
 
 #include <array>
 #include <cstddef>
@@ -23,7 +25,8 @@ void read_around(const quarry::vmdk_file& file, std::uint64_t offset) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const quarry::test::memory_file bytes("vmdk");
-    bytes.hold({data, size});
+    quarry::fuzz::hold(bytes, quarry::fuzz::take_sparse({data, size}));
+    const quarry::test::memory_limit limit;
     quarry::vmdk_file file;
     if (!file.open(bytes.path(), false)) {
         return 0;

@@ -1,7 +1,8 @@
-// Any bytes as an NTFS volume, and everything that a run can do with one.
+// Any bytes as an NTFS volume in a file with holes (see sparse_input.h), and everything that a run can do
+// with one.
+#include "fuzz/sparse_input.h"
 #include "report/security_cache.h"
-#include "support/expect.h"
-#include "support/memory_file.h"
+#include "support/memory_peak/memory_limit.h"
 #include "support/volume_flow.h"
 #include "volume/ntfs_open.h"
 
@@ -11,7 +12,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const quarry::test::memory_file image("volume");
-    image.hold({data, size});
+    quarry::fuzz::hold(image, quarry::fuzz::take_sparse({data, size}));
+    const quarry::test::memory_limit limit;
     std::unique_ptr<quarry::CNtfs> ntfs;
     if (!quarry::open_by_image(image.path(), 0, ntfs, false, quarry::load_security_cache)) {
         quarry::test::expect(ntfs == nullptr);

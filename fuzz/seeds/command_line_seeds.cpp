@@ -12,7 +12,7 @@ namespace {
 using words = std::vector<std::string>;
 
 test::bytes seed(const words& arguments, std::string_view lines, const test::bytes& image) {
-    return put_together({script_of(arguments), test::to_bytes(lines), image});
+    return put_together({script_of(arguments), test::to_bytes(lines), whole_file(image)});
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Where seeds go, and who makes them.
 #pragma once
 
+#include "fuzz/sparse_input.h"
 #include "support/volume_builder.h"
 
 #include <filesystem>
@@ -22,7 +23,14 @@ class seed_writer {
     std::filesystem::path m_directory;
 };
 
+// The input of a file with these bytes at its start; one of more than their length ends in a hole.
+[[nodiscard]] inline test::bytes whole_file(const test::bytes& content, std::uint64_t length = 0) {
+    return put_sparse({.stored = content, .places = {}, .length = length});
+}
+
 void write_volume_seeds(const seed_writer& seeds);
+void write_vmdk_file_seeds(const seed_writer& seeds);
+void write_vmdk_chain_seeds(const seed_writer& seeds);
 void write_partition_table_seeds(const seed_writer& seeds);
 void write_command_line_seeds(const seed_writer& seeds);
 void write_record_seeds(const seed_writer& seeds);

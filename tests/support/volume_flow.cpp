@@ -46,6 +46,22 @@ void resolve_paths(quarry::CNtfs& ntfs) {
     }
 }
 
+// The most bytes that a copy may have: the size that the log announces, and with the slack what is allocated
+// or, if the attribute claims less than its own size, all of its clusters.
+std::uint64_t most_bytes_of_copy(const quarry::attr_item& item, const quarry::pump_rules& rules,
+                                 std::uint64_t cluster_size) {
+    if (!item.non_resident) {
+        return item.value_size;
+    }
+    const std::uint64_t announced = rules.raw ? item.allocated : std::max(item.real, item.initialized);
+    if (!rules.include_slack || item.allocated == announced) {
+        return announced;
+    }
+    return item.allocated > announced
+               ? item.allocated
+               : std::max(announced, quarry::run_bytes(item.runs, cluster_size, false));
+}
+
 // Copies a stream, and compares what came with the plain reader where that is quick.
 void copy(quarry::CNtfs& ntfs, const quarry::attr_item& original, const quarry::pump_rules& rules) {
     quarry::attr_item item = original;
@@ -55,6 +71,7 @@ void copy(quarry::CNtfs& ntfs, const quarry::attr_item& original, const quarry::
     const bool ok = quarry::pump_stream(&ntfs, item, sink, rules, digest_text, context);
     expect(ok || sink.taken().empty() || !sink.good());
     const auto cluster = static_cast<std::uint64_t>(ntfs.m_cluster_size);
+    expect(sink.taken().size() <= most_bytes_of_copy(original, rules, cluster));
     const std::uint64_t stored = quarry::run_bytes(original.runs, cluster, false);
     if (!original.non_resident || stored > most_plain_bytes || original.allocated > most_plain_bytes) {
         return;

@@ -2,8 +2,8 @@
 // every stream as it is stored and as it is meant, write every report, list every directory, and find the
 // paths of every entry.
 //
-// Beside that nothing breaks, the short streams are copied by the plain reader of the tests too, which takes
-// a cluster at a time, and both must give the same bytes.
+// Beside that nothing breaks, no copy is longer than what the log announces, and the short streams are copied
+// by the plain reader of the tests too, which takes a cluster at a time: both must give the same bytes.
 #pragma once
 
 #include "volume/ntfs.h"

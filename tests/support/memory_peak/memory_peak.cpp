@@ -30,6 +30,10 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
+void* operator new[](std::size_t size) {
+    return ::operator new(size);
+}
+
 void operator delete(void* memory) noexcept {
     if (memory != nullptr) {
         in_use -= ::malloc_usable_size(memory);
@@ -42,6 +46,14 @@ void operator delete(void* memory, std::size_t) noexcept {
 }
 
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    ::operator delete(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    ::operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
     ::operator delete(memory);
 }
 
