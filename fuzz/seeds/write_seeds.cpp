@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     try {
         const std::filesystem::path corpus = argv[1];
         write_volume_seeds(seed_writer(corpus / "volume"));
+        write_list_seeds(seed_writer(corpus / "list"));
         write_vmdk_file_seeds(seed_writer(corpus / "vmdk_file"));
         write_vmdk_chain_seeds(seed_writer(corpus / "vmdk_chain"));
         write_partition_table_seeds(seed_writer(corpus / "partition_table"));
