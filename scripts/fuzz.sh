@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
-# Fuzzes each target, or one, with its seeds in fuzz/corpus. What crashes is left in build/fuzz/found.
+# Fuzzes each target, or one, with its seeds in fuzz/corpus and its dictionary. What crashes is left in
+# build/fuzz/found, what reaches new code in build/fuzz/new.
 # Usage: scripts/fuzz.sh [MINUTES] [TARGET]      one minute each unless told otherwise
+#        scripts/fuzz.sh merge [TARGET]          takes of what was new the fewest inputs that reach all of it into
+#                                                fuzz/corpus, where they replace those of earlier merges
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
-minutes=${1:-1}
+# What is done with a target: it is fuzzed for so many minutes, or its corpus is merged.
+task=fuzz minutes=${1:-1}
+[ "$minutes" != merge ] || task=merge
 quarry_install build clang
 quarry_build fuzz
 cd "$QUARRY_ROOT"
@@ -26,7 +31,7 @@ fuzz() {
     mkdir -p "${directories[0]}"
     # shellcheck disable=SC2086  # several options
     if "build/fuzz/fuzz/${name}_fuzzer" -max_total_time=$((minutes * 60)) $limits -close_fd_mask=3 \
-        -artifact_prefix="$found/$name-" "${directories[@]}" >"$log" 2>&1; then
+        -dict="fuzz/dictionaries/$name.dict" -artifact_prefix="$found/$name-" "${directories[@]}" >"$log" 2>&1; then
         sed -n 's/^Done \([0-9]*\) runs in \([0-9]*\) second.*/\1 \2/p' "$log" |
             while read -r runs seconds; do
                 printf '%s: %s runs in %s s, %s each second\n' "$name" "$runs" "$seconds" $((runs / seconds))
@@ -38,7 +43,30 @@ fuzz() {
     fi
 }
 
-quarry_say "fuzzing: $minutes min each"
+# merge NAME: inputs of earlier merges are called by their hash; seeds are called by what they are, and stay. Only the
+# edges of the code count, not how often they are passed, and what is large is left out: each build replays the corpus.
+merge() {
+    local name=$1 log=build/fuzz/$1.log fresh largest=32k
+    local hash_names=(-regextype posix-extended -type f -regex '.*/[0-9a-f]{40}')
+    fresh=$(mktemp -d "build/fuzz/merge-$name.XXXXXX")
+    mkdir -p "build/fuzz/new/$name"
+    find "fuzz/corpus/$name" -type f ! \( "${hash_names[@]}" \) -exec cp -t "$fresh" {} +
+    # shellcheck disable=SC2086  # several options
+    if ! "build/fuzz/fuzz/${name}_fuzzer" -merge=1 -use_counters=0 $limits -close_fd_mask=3 \
+        -artifact_prefix="$found/$name-" "$fresh" "fuzz/corpus/$name" "build/fuzz/new/$name" >"$log" 2>&1; then
+        printf '%s: FAILED\n' "$name"
+        tail -n 40 "$log"
+        return 1
+    fi
+    find "$fresh" "${hash_names[@]}" -size "+$largest" -delete
+    find "fuzz/corpus/$name" "${hash_names[@]}" -delete
+    find "$fresh" "${hash_names[@]}" -exec mv -t "fuzz/corpus/$name" {} +
+    rm -r "$fresh"
+    printf '%s: %s inputs, %s\n' "$name" "$(find "fuzz/corpus/$name" -type f | wc -l)" \
+        "$(du -sh "fuzz/corpus/$name" | cut -f 1)"
+}
+
+if [ "$task" = merge ]; then quarry_say "merging"; else quarry_say "fuzzing: $minutes min each"; fi
 names=("${2:-}")
 if [ -z "${names[0]}" ]; then
     names=()
@@ -46,7 +74,7 @@ if [ -z "${names[0]}" ]; then
         names+=("$(basename "$source" _fuzzer.cpp)")
     done
 fi
-export -f fuzz
+export -f fuzz merge
 export minutes found limits
 # One more at a time than there are cores, so that none stands idle in the last round.
-printf '%s\0' "${names[@]}" | xargs -0 -P "$(($(nproc) + 1))" -I{} bash -c 'fuzz {}'
+printf '%s\0' "${names[@]}" | xargs -0 -P "$(($(nproc) + 1))" -I{} bash -c "$task {}"
