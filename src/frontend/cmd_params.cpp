@@ -3,11 +3,11 @@
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/console.h"
-#include "frontend/creation_check.h"
 #include "frontend/expand_env.h"
 #include "frontend/filter.h"
 #include "frontend/ignored_options.h"
+#include "frontend/output/console.h"
+#include "frontend/output/creation_check.h"
 #include "frontend/source_files.h"
 
 namespace quarry {

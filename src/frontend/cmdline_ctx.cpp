@@ -1,6 +1,6 @@
 #include "frontend/cmdline_ctx.h"
 
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include <fstream>
 #include <sstream>

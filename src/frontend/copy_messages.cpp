@@ -2,7 +2,7 @@
 
 #include "foundation/ql_string.h"
 #include "foundation/visible_text.h"
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include <cstdio>
 

@@ -5,7 +5,7 @@
 #include "foundation/ql_text.h"
 #include "foundation/visible_text.h"
 #include "frontend/copy_messages.h"
-#include "frontend/creation_check.h"
+#include "frontend/output/creation_check.h"
 #include "frontend/source_files.h"
 
 #include <algorithm>

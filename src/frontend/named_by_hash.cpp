@@ -2,7 +2,7 @@
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/exclusive_file.h"
+#include "frontend/output/exclusive_file.h"
 #include "frontend/source_files.h"
 
 #include <array>

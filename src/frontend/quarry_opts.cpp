@@ -1,6 +1,6 @@
 #include "frontend/quarry_opts.h"
 
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #include "foundation/ql_number.h"
 #include "foundation/ql_string.h"
-#include "frontend/console.h"
 #include "frontend/expand_env.h"
+#include "frontend/output/console.h"
 #include "frontend/quarry_opts.h"
 #include "frontend/source_options.h"
 

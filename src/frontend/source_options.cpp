@@ -7,7 +7,7 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include <iostream>
 

@@ -1,6 +1,6 @@
 #include "frontend/usage.h"
 
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 namespace quarry {
 

@@ -1,4 +1,4 @@
-#include "frontend/leftover.h"
+#include "frontend/output/leftover.h"
 
 #include <array>
 #include <climits>

@@ -1,4 +1,4 @@
-#include "frontend/exclusive_file.h"
+#include "frontend/output/exclusive_file.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

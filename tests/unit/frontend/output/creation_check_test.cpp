@@ -1,4 +1,4 @@
-#include "frontend/creation_check.h"
+#include "frontend/output/creation_check.h"
 
 #include "support/requirements.h"
 #include "support/temp_dir.h"

@@ -1,4 +1,4 @@
-#include "frontend/creation_check.h"
+#include "frontend/output/creation_check.h"
 
 #include "foundation/uni_fileio.h"
 

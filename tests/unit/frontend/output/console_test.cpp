@@ -1,4 +1,4 @@
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include <gtest/gtest.h>
 

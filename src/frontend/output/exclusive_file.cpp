@@ -1,7 +1,7 @@
-#include "frontend/exclusive_file.h"
+#include "frontend/output/exclusive_file.h"
 
 #include "foundation/ql_portable_dir.h"
-#include "frontend/leftover.h"
+#include "frontend/output/leftover.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "frontend/console.h"
+#include "frontend/output/console.h"
 
 #include "foundation/ql_text.h"
 
