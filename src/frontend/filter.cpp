@@ -6,8 +6,13 @@
 #include "foundation/ql_text.h"
 #include "foundation/uni_fileio.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
+#include <linux/magic.h>
 #include <optional>
+#include <sys/stat.h>
+#include <sys/vfs.h>
 #include <vector>
 
 namespace quarry {
@@ -15,6 +20,10 @@ namespace quarry {
 namespace {
 
 constexpr wchar_t star = L'*';
+
+// Their files are made by the kernel: proc, sysfs, debugfs, tracefs, configfs.
+constexpr std::array<std::uint32_t, 5> kernel_file_systems = {PROC_SUPER_MAGIC, SYSFS_MAGIC, DEBUGFS_MAGIC,
+                                                              TRACEFS_MAGIC, 0x62656570};
 
 // What the stars at the ends of a pattern said.
 struct stars {
@@ -121,6 +130,21 @@ bool name_fits(const filter_entry& entry, const std::wstring& name) {
     return !entry.name.empty() && name == entry.name;
 }
 
+// True for what can be opened without an effect on anything else. A line of a list may name a device or a
+// FIFO, which act when they are opened, and files of the kernel, some of which act when they are read.
+bool is_ordinary_file(const std::wstring& path) {
+    const std::string name = narrow(path);
+    struct ::stat status {};
+    struct ::statfs file_system {};
+    if (::stat(name.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        ::statfs(name.c_str(), &file_system) != 0) {
+        return false;
+    }
+    const auto type = static_cast<std::uint32_t>(file_system.f_type);
+    return std::find(kernel_file_systems.begin(), kernel_file_systems.end(), type) ==
+           kernel_file_systems.end();
+}
+
 // Deliberate: the bytes of the host's file at that path are compared, where one would expect those of the
 // file on the volume.
 bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& open_failed) {
@@ -128,7 +152,7 @@ bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& o
         return false;
     }
     uni::fileio file;
-    if (!file.open(path, false, true, false)) {
+    if (!is_ordinary_file(path) || !file.open(path, false, true, false)) {
         open_failed = true;
         return false;
     }

@@ -24,7 +24,7 @@ bool make_filter(filter_list& out, std::string_view text);
 
 // True if a path passes. `range` may be null; a range that is on is held against the times in `stats`, which
 // are taken from the host's file of that path if they are zero. `open_failed` tells whether a file could not
-// be opened for the comparison of its bytes.
+// be opened for the comparison of its bytes; nothing but an ordinary file is opened for it.
 [[nodiscard]] bool filter_match(const time_range* range, bool& open_failed, const std::wstring& path,
                                 const filter_list& list, uni::fileio_stats* stats);
 

@@ -4,6 +4,7 @@
 #include "support/volume_builder.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -265,6 +266,18 @@ TEST_F(signature_filter_test, a_file_that_cannot_be_opened_is_told) {
     EXPECT_FALSE(fits("30", "fifo"));
     EXPECT_TRUE(open_failed);
     EXPECT_FALSE(fits("30", "."));
+}
+
+// To open a device or a file of the kernel can have an effect. Both of these hold the bytes, or were read as
+// if they might.
+TEST_F(signature_filter_test, a_device_and_a_file_of_the_kernel_are_not_opened) {
+    std::filesystem::create_symlink("/dev/zero", dir / "device");
+    std::filesystem::create_symlink("/proc/self/status", dir / "kernel");
+    for (const char* name : {"device", "kernel"}) {
+        open_failed = false;
+        EXPECT_FALSE(fits("4e616d65", name)) << "\"Name\", which the second begins with";
+        EXPECT_TRUE(open_failed) << name;
+    }
 }
 
 TEST_F(signature_filter_test, a_signature_beside_a_star_is_not_looked_for) {
