@@ -148,6 +148,24 @@ TEST_F(failing_host, that_sends_a_signal_leaves_no_temporary_file) {
     }
 }
 
+// The file is there and nobody has noted yet that it must go.
+TEST_F(failing_host, that_sends_a_signal_as_soon_as_the_temporary_file_is_made_leaves_none) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        const program_result result = copy({{"SIGNAL_AT_CREATION", std::to_string(signal)}}, {"-md5"});
+        EXPECT_EQ(result.signal, signal);
+        EXPECT_EQ(files(), words{"disk"}) << signal;
+    }
+}
+
+TEST_F(failing_host, that_sends_any_signal_that_can_be_caught_leaves_no_temporary_file) {
+    for (const int signal : {SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU, SIGABRT, SIGSYS, SIGRTMIN}) {
+        const program_result result =
+            copy({{"SIGNAL_AT", "50000"}, {"SIGNAL", std::to_string(signal)}}, {"-md5"});
+        EXPECT_EQ(result.signal, signal);
+        EXPECT_EQ(files(), words{"disk"}) << signal;
+    }
+}
+
 TEST_F(failing_host, that_sends_a_signal_leaves_what_was_copied_under_its_own_name) {
     const program_result result = copy({{"SIGNAL_AT", "0"}, {"SIGNAL", std::to_string(SIGINT)}});
     EXPECT_EQ(result.signal, SIGINT);

@@ -8,14 +8,17 @@
 // - ROOM: a file takes this many bytes, then ENOSPC
 // - VANISH_AT: once this many bytes were written to a file, its name is removed
 // - SIGNAL_AT, SIGNAL: once this many bytes were written to a file, this signal is raised
+// - SIGNAL_AT_CREATION: this signal is raised as soon as a file was made that must not have been there
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -103,9 +106,31 @@ void remove_name_of(int fd) {
     return static_cast<::ssize_t>(std::min<std::uint64_t>(count, most));
 }
 
+// What open(2) gives, with the signal if a new file was wanted and made.
+int signalled_after(int fd, int flags) {
+    const std::uint64_t signal = setting("SIGNAL_AT_CREATION");
+    if (fd >= 0 && (flags & O_EXCL) != 0 && signal != never) {
+        ::raise(static_cast<int>(signal));
+    }
+    return fd;
+}
+
 }  // namespace
 
 extern "C" {
+
+// Every open of the program, whose files may be large. It has a mode where it makes a file.
+int open64(const char* path, int flags, ...) {
+    static const auto real = next<int(const char*, int, ...)>("open64");
+    ::mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        std::va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, ::mode_t);
+        va_end(arguments);
+    }
+    return signalled_after(real(path, flags, mode), flags);
+}
 
 ::ssize_t pread64(int fd, void* buffer, std::size_t count, ::off64_t offset) {
     static const auto real = next<::ssize_t(int, void*, std::size_t, ::off64_t)>("pread64");

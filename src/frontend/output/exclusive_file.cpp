@@ -107,12 +107,14 @@ exclusive_file::descriptor_buffer::int_type exclusive_file::descriptor_buffer::o
 
 exclusive_file::~exclusive_file() {
     if (!m_path.empty()) {
+        const signals_held_back quiet;
         ::unlink(m_path.c_str());
         forget_leftover();
     }
 }
 
 bool exclusive_file::create(const std::string& directory) {
+    const signals_held_back quiet;
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         const std::string path = directory + "/_" + random_name();
         const int fd = ::open(
@@ -137,6 +139,7 @@ bool exclusive_file::close() {
 }
 
 bool exclusive_file::rename_to(const std::string& path) {
+    const signals_held_back quiet;
     if (!rename_file(m_path, path, false)) {
         return false;
     }

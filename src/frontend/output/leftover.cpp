@@ -23,15 +23,34 @@ extern "C" void remove_leftover(int signal) {
     ::raise(signal);
 }
 
+// True for a signal whose usual effect is the end of the program, unless nothing can be done about it.
+bool ends_the_program(int signal) {
+    switch (signal) {
+        case SIGKILL:
+        case SIGSTOP:
+        case SIGTSTP:
+        case SIGTTIN:
+        case SIGTTOU:
+        case SIGCONT:
+        case SIGCHLD:
+        case SIGURG:
+        case SIGWINCH:
+            return false;
+        default:
+            return true;
+    }
+}
+
 void install_handlers() {
     static bool installed = false;
     if (installed) {
         return;
     }
     installed = true;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
         struct ::sigaction current {};
-        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
+        if (ends_the_program(signal) && ::sigaction(signal, nullptr, &current) == 0 &&
+            current.sa_handler == SIG_DFL) {
             current = {};
             current.sa_handler = remove_leftover;
             current.sa_flags = static_cast<int>(SA_RESETHAND);
@@ -41,6 +60,16 @@ void install_handlers() {
 }
 
 }  // namespace
+
+signals_held_back::signals_held_back() {
+    ::sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, &m_before);
+}
+
+signals_held_back::~signals_held_back() {
+    ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+}
 
 void remove_if_interrupted(const std::string& path) {
     has_leftover = 0;

@@ -1,12 +1,25 @@
 // The file that must not be left behind if a signal ends the run: a copy that has no name of its own yet.
 #pragma once
 
+#include <csignal>
 #include <string>
 
 namespace quarry {
 
-// From here on SIGINT, SIGTERM and SIGHUP remove this file before they end the program, unless they are
-// ignored. At most one file is remembered; a path too long for the system is not.
+// Holds all signals back in its scope, so that none comes between the making of a file and its entry here.
+class signals_held_back {
+  public:
+    signals_held_back();
+    signals_held_back(const signals_held_back&) = delete;
+    signals_held_back& operator=(const signals_held_back&) = delete;
+    ~signals_held_back();
+
+  private:
+    ::sigset_t m_before{};
+};
+
+// From here on each signal that ends the program and can be caught removes this file first, unless it is
+// ignored or handled by somebody else. At most one file is remembered; a path too long for the system is not.
 void remove_if_interrupted(const std::string& path);
 // The file has its name, or is gone already.
 void forget_leftover();
