@@ -13,8 +13,7 @@ void print_copy_message(cmd_params& opts, const std::string& text) {
     opts.log_text(line);
     if (opts.m_console) {
         std::puts(line.c_str());
-        // Where both streams lead to one file, its lines stand in the order in which they were said.
-        std::fflush(stdout);
+        flush_output();
     }
 }
 

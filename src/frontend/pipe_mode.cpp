@@ -7,6 +7,7 @@
 #include "frontend/copy_messages.h"
 #include "frontend/expand_env.h"
 #include "frontend/filter.h"
+#include "frontend/output/console.h"
 #include "frontend/stdin_stream_ex.h"
 
 #include <algorithm>
@@ -60,6 +61,7 @@ void run_pipe(quarry_opts& opts) {
         const bool copied = opts.m_use_drive ? copy_from_drive(ntfs, opts, first_copy)
                                              : copy_from_volume(ntfs, opts, first_copy);
         print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
+        flush_output();
         // Deliberate: the destination is tried out only until the first success. A later one that
         // cannot be made is not told apart from any other failure.
         first_copy = first_copy && !copied;

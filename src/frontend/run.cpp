@@ -5,6 +5,7 @@
 #include "frontend/copy_by_cluster.h"
 #include "frontend/copy_by_name.h"
 #include "frontend/copy_messages.h"
+#include "frontend/output/console.h"
 #include "frontend/pipe_mode.h"
 #include "frontend/quarry_opts.h"
 #include "frontend/run_header.h"
@@ -85,7 +86,7 @@ int run(int argc, const char* const* argv) {
     }
     const std::string header = run_header(args, now);
     std::fputs((header + "\n").c_str(), stdout);
-    std::fflush(stdout);
+    flush_output();
     quarry_opts opts;
     opts.m_admin = is_administrator();
     const bool succeeded = parse_and_copy(opts, args, header, run_ctx);

@@ -86,7 +86,10 @@ bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
         bool found = false;
         // Deliberate: with an offset the words about the image go to standard output, where one would expect
         // standard error, as without one.
-        return locate_in_image(std::cout, opts.m_image, opts.m_volume_offset, found, ignore_size);
+        const bool located =
+            locate_in_image(std::cout, opts.m_image, opts.m_volume_offset, found, ignore_size);
+        flush_output();
+        return located;
     }
     if (!opts.m_first_ntfsvol) {
         return find_volume_in_image(opts);

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <iostream>
 
 namespace quarry {
 
@@ -29,7 +30,13 @@ void write_at_once(const std::string& text) {
 
 }  // namespace
 
+void flush_output() {
+    std::cout.flush();
+    std::fflush(stdout);
+}
+
 void print_error(const std::string& text) {
+    flush_output();
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
