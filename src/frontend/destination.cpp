@@ -88,8 +88,18 @@ bool is_free(const std::wstring& path, quarry_opts& opts, const destination_rule
 std::wstring report_path(const std::wstring& path, const quarry_opts& opts, const destination_rules& rules) {
     std::wstring meta = path;
     meta += report_ending;
+    if (canonical_path(std::wstring_view(meta), L'/').empty()) {
+        // Deliberate: below a current directory of 512 bytes or more a relative report is left out, while the
+        // copy is made. The user finds the copy without its report.
+        return {};
+    }
     const bool taken = is_one_of(narrow(meta), rules.sources) || opts.is_log_file(narrow(meta));
     return opts.m_meta && !taken ? meta : std::wstring();
+}
+
+// True for a path of nothing but quotes and blanks.
+bool names_nothing(const std::wstring& path) {
+    return canonical_path(std::wstring_view(L"/" + path), L'/') == L"/";
 }
 
 }  // namespace
@@ -99,7 +109,11 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
         print_copy_message(opts, rules.missing_words);
         return false;
     }
-    const std::wstring absolute = canonical_path(std::wstring_view(opts.m_dst), L'/');
+    std::wstring absolute = canonical_path(std::wstring_view(opts.m_dst), L'/');
+    if (absolute.empty() && !names_nothing(opts.m_dst)) {
+        // The current directory is too long to be put in front. The system finds the file without it.
+        absolute = opts.m_dst;
+    }
     if (absolute.empty()) {
         print_copy_message(opts, "err: prob understanding destination of " + narrow(opts.m_dst));
         return false;

@@ -1,6 +1,7 @@
 #include "frontend/run.h"
 
 #include "frontend/arg_list.h"
+#include "frontend/borrowed_rights.h"
 #include "frontend/cmdline_ctx.h"
 #include "frontend/copy_by_cluster.h"
 #include "frontend/copy_by_name.h"
@@ -75,6 +76,10 @@ bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header
 int run(int argc, const char* const* argv) {
     const ql::time now;
     secure_standard_streams();
+    if (has_borrowed_rights()) {
+        print_error("quarry is installed setuid or setgid, which gives its rights away: refusing to run\n");
+        return failure_status;
+    }
     arg_list args = arguments_of(argc, argv);
     if (args.empty()) {
         return failure_status;

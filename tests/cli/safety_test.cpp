@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace quarry::test {
 namespace {
@@ -385,6 +387,106 @@ TEST_F(want_of_memory, ends_the_run_with_a_word_and_leaves_no_file) {
     if (memory_limit_works()) {
         EXPECT_EQ(result.err, "quarry: std::bad_alloc\n");
     }
+}
+
+// A copy of the program in the directory of the test, with an owner, a group and a mode of its own.
+class installation : public command_line_test {
+  protected:
+    void SetUp() override {
+        source("disk");
+        m_program = m_dir / "quarry";
+        fs::copy_file(QUARRY_PROGRAM, m_program);
+        struct ::statvfs file_system {};
+        ASSERT_EQ(::statvfs(m_program.c_str(), &file_system), 0);
+        QUARRY_NEEDS((file_system.f_flag & ST_NOSUID) == 0, "the temporary directory is mounted nosuid");
+    }
+    void install(::uid_t owner, ::gid_t group, ::mode_t mode) const {
+        ASSERT_EQ(::chown(m_program.c_str(), owner, group), 0);
+        ASSERT_EQ(::chmod(m_program.c_str(), mode), 0);
+    }
+    [[nodiscard]] program_result start(words line) const {
+        line.insert(line.begin(), m_program.string());
+        return run_program(line, {.directory = m_dir.path()});
+    }
+    fs::path m_program;
+};
+
+TEST_F(installation, with_the_rights_of_somebody_else_does_not_run) {
+    QUARRY_NEEDS_ROOT();
+    constexpr unsigned nobody = 65534;
+    const struct {
+        ::uid_t owner;
+        ::gid_t group;
+        ::mode_t mode;
+    } borrowed[] = {{nobody, 0, 04755}, {0, nobody, 02755}, {nobody, nobody, 06755}};
+    for (const auto& [owner, group, mode] : borrowed) {
+        install(owner, group, mode);
+        for (const words& line : {words{"-image", "disk", "-src", "/a.txt", "-dst", "o"}, words{"-h"}}) {
+            const program_result result = start(line);
+            EXPECT_EQ(result.status, 255) << std::oct << mode;
+            EXPECT_EQ(result.out, "");
+            EXPECT_EQ(result.err,
+                      "quarry is installed setuid or setgid, which gives its rights away: refusing to run\n");
+        }
+    }
+    EXPECT_EQ(files(), (words{"disk", "quarry"}));
+}
+
+TEST_F(installation, with_the_rights_of_its_caller_runs) {
+    install(::geteuid(), ::getegid(), 06755);
+    EXPECT_EQ(start({"-image", "disk", "-src", "/a.txt", "-dst", "o"}).status, 0);
+    EXPECT_EQ(text("o"), "hello world\n");
+}
+
+// Too long for the room that is kept for its name.
+class deep_directories : public command_line_test {
+  protected:
+    void SetUp() override {
+        source("disk");
+        m_deep = m_dir.path();
+        for (int level = 0; level < 3; ++level) {
+            m_deep /= std::string(200, 'd');
+        }
+        fs::create_directories(m_deep);
+        m_program = fs::canonical(QUARRY_PROGRAM);
+    }
+    [[nodiscard]] program_result run_deep(words line) const {
+        line.insert(line.begin(), {m_program.string(), "-image", m_dir / "disk"});
+        return run_program(line, {.directory = m_deep});
+    }
+    [[nodiscard]] std::string deep_text(const std::string& name) const {
+        const bytes content = read_file(m_deep / name);
+        return {content.begin(), content.end()};
+    }
+    fs::path m_deep;
+    fs::path m_program;
+};
+
+TEST_F(deep_directories, take_a_copy_under_a_relative_name_as_it_was_typed) {
+    fs::create_directory(m_deep / "sub");
+    for (const char* name : {"o", "./o", "sub/o", "../o"}) {
+        const program_result result = run_deep({"-src", "/a.txt", "-dst", name});
+        EXPECT_EQ(result.status, 0) << result.out;
+        EXPECT_EQ(deep_text(name), "hello world\n") << name;
+    }
+    EXPECT_EQ(run_deep({"-src", "/a.txt", "-dst", "sub/"}).status, 0);
+    EXPECT_EQ(deep_text("sub/a.txt"), "hello world\n");
+    EXPECT_EQ(run_deep({"-src", "/a.txt", "-dst", "o", "-md5"}).status, 0);
+    EXPECT_EQ(deep_text("01d5c1194ac40080_o_6f5902ac237024bdd0c176cb93063dc4"), "hello world\n");
+}
+
+TEST_F(deep_directories, take_no_report_under_a_relative_name) {
+    EXPECT_EQ(run_deep({"-src", "/a.txt", "-dst", "o", "-meta"}).status, 0);
+    EXPECT_EQ(deep_text("o"), "hello world\n");
+    EXPECT_FALSE(fs::exists(m_deep / "o.meta.txt"));
+    EXPECT_EQ(run_deep({"-src", "/a.txt", "-dst", m_dir / "o", "-meta"}).status, 0);
+    EXPECT_TRUE(fs::exists(m_dir / "o.meta.txt"));
+}
+
+TEST_F(deep_directories, make_no_destination_of_blanks) {
+    const program_result result = run_deep({"-src", "/a.txt", "-dst", " \" "});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(behind_header(result.out), "err: prob understanding destination of  \" \n");
 }
 
 class empty_words : public command_line_test {};
