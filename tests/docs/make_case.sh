@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Makes the disk that the guide works on, case.dd in the current directory: a system partition at 1 MiB and a
-# Windows-like volume at 17 MiB, with hives, named streams, a change journal, slack, a sparse log and 5,000 small
-# files. Needs root (it mounts), mkntfs, ntfs-3g, sfdisk, sleuthkit, python3.
+# Windows-like volume at 17 MiB, with hives, named streams, a change journal, slack, a sparse log, event logs, deleted
+# files and 5,000 small files. Needs root (it mounts), mkntfs, ntfs-3g, sfdisk, sleuthkit, python3.
 set -euo pipefail
 
 system_start=2048     # sectors of 512 bytes
@@ -66,6 +66,13 @@ with open(root + "/Logs/service.log", "r+b") as log:
 for number in range(5000):
     write(f"/Data/{number // 100:02}/record-{number:04}.txt", f"record {number}\n".encode())
 
+for log, records in (("Application", 1), ("Security", 3), ("System", 2)):
+    write(f"/Windows/System32/winevt/Logs/{log}.evtx", b"ElfFile\0" + noise(log, (65536 * records + 4096) - 8))
+
+# A file that is deleted below, and one that grows into the clusters of another.
+write("/Windows/update.log", b"")
+write("/Users/anna/Documents/draft.txt", b"".join(b"draft line %04d\n" % i for i in range(600)))
+
 # The change journal, under a name that is put right below.
 write("/$Extene/$UsnJrnl", b"")
 with open(root + "/$Extene/$UsnJrnl:$Max", "wb") as stream:
@@ -81,6 +88,17 @@ for directory, directories, files in os.walk(root):
 FILL
 umount "$work/mount"
 mounted=
+
+# Each mount looks for free clusters from the same place on, so the log takes those of the deleted ledger, but for the last.
+change() {
+    ntfs-3g "$work/windows" "$work/mount"
+    mounted=yes
+    (cd "$work/mount" && eval "$1" && touch --date=@1762075800 Windows/update.log Users/anna/Documents)
+    umount "$work/mount"
+    mounted=
+}
+change 'seq --format="ledger line %03g" 1024 >Users/anna/Documents/ledger.txt'
+change 'rm Users/anna/Documents/*; seq --format="installed update %03g" 700 >Windows/update.log'
 
 # ntfs-3g keeps $Extend to itself, so the journal was put in a directory beside it; now that one bears the name.
 python3 -B - "$work/windows" <<'RENAME'
