@@ -13,7 +13,8 @@ option(QUARRY_WERROR "Treat warnings as errors" ON)
 set(QUARRY_SANITIZE "" CACHE STRING "Sanitizers for all targets, such as address,undefined")
 option(QUARRY_COVERAGE "Instrument for gcov" OFF)
 
-add_compile_definitions(_FILE_OFFSET_BITS=64)
+# Bounds of the C++ library's containers are checked in every build: a mistake ends the program.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _GLIBCXX_ASSERTIONS)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 # g++ 12 sees overlapping copies in plain std::string additions when it inlines (GCC bug 105651).
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
