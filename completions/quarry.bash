@@ -4,7 +4,7 @@ _quarry() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} word
     COMPREPLY=()
 
-    # What stands on the line, in any letter case and without the word at the cursor, each between blanks.
+    # What is on the line, in any letter case and without the word at the cursor, each between blanks.
     local typed=' '
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         typed+="${word,,} "
@@ -49,7 +49,7 @@ _quarry() {
             ;;
     esac
 
-    # has OPTION...: true if one of them stands on the line.
+    # has OPTION...: true if one of them is on the line.
     has() {
         local option
         for option in "$@"; do

@@ -1,6 +1,6 @@
 # fish completion for quarry: options, the files they take, and only what still fits.
 
-# True if one of these options stands on the line, in any letter case. An option whose value is being typed does
+# True if one of these options is on the line, in any letter case. An option whose value is being typed does
 # not count yet.
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)

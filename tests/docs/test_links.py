@@ -54,10 +54,10 @@ def test_the_internals_name_files_and_functions_that_exist(sources):
             assert re.search(rf"\b{word}\b", sources), word
 
 
-def test_the_pictures_name_rooms_and_functions_that_exist(sources):
+def test_the_pictures_name_layers_and_functions_that_exist(sources):
     for picture in re.findall(r"^```mermaid$(.*?)^```$", text_of("docs/internals.md"), re.M | re.S):
-        for room, name in re.findall(r"participant \w+ as (\w+): (\w+)", picture):
-            assert os.path.isdir(os.path.join(ROOT, "src", room)), room
+        for layer, name in re.findall(r"participant \w+ as (\w+): (\w+)", picture):
+            assert os.path.isdir(os.path.join(ROOT, "src", layer)), layer
             assert re.search(rf"\b{name}\b", sources), name
         for name in re.findall(r"\b[a-z]+_[a-z_]+\b", picture):
             assert re.search(rf"\b{name}\b", sources), name
