@@ -93,6 +93,12 @@ using result = tl::expected<Value, failure>;
     return tl::make_unexpected(failure{code, std::move(where), std::move(why), source_byte});
 }
 
+// Hands the failure of one result on as that of another.
+template <typename Value>
+[[nodiscard]] tl::unexpected<failure> passed_on(result<Value>& failed) {
+    return tl::make_unexpected(std::move(failed.error()));
+}
+
 // What is said of a copy without stopping it. A doubt makes the copy one "in doubt".
 struct notice {
     enum class weight : std::uint8_t { warning, doubt };

@@ -1,0 +1,122 @@
+// The stream that a user copies: chosen by name, checked as a whole, delivered in order.
+//
+//     0                     valid length        size       allocated size
+//     | data | hole | data  | zeros             |          |       as the file system gives it
+//     | data | hole | data  | data  ................       |       raw: the clusters as they lie
+//
+// A compressed stream is delivered decoded, an encrypted one only raw. The receiver is told apart what was
+// read and what is zeros because nothing is stored for it, so that it can leave holes. What cannot be read
+// fails the copy, or is zeros where the user has asked for that; then the ranges are told.
+#pragma once
+
+#include "exact/attribute_set.h"
+#include "exact/exact_volume.h"
+#include "exact/failure.h"
+#include "exact/stored_stream.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quarry::exact {
+
+// The largest block that a receiver gets, in bytes.
+inline constexpr std::size_t largest_block = 0x400000;
+
+// Where the bytes of a stream go, in order and without a gap.
+class stream_sink {
+  public:
+    stream_sink() = default;
+    stream_sink(const stream_sink&) = delete;
+    stream_sink& operator=(const stream_sink&) = delete;
+    virtual ~stream_sink() = default;
+
+    // Bytes that are stored, at most largest_block. The view is good during the call. A failure ends the
+    // delivery and is handed on.
+    [[nodiscard]] virtual result<void> data(byte_view block) = 0;
+    // So many zero bytes for which nothing is stored: a hole, or what follows the valid length. There may be
+    // more of them than a disk holds.
+    [[nodiscard]] virtual result<void> zeros(std::uint64_t length) = 0;
+};
+
+struct delivery_options {
+    bool raw = false;
+    bool zero_unreadable = false;
+};
+
+// Bytes of the delivered stream.
+struct byte_range {
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    [[nodiscard]] bool operator==(const byte_range&) const = default;
+};
+
+// What there is to say of a stream that was delivered whole.
+struct delivery {
+    std::uint64_t bytes = 0;
+    // What is zeros because it could not be read; ascending, apart from each other.
+    std::vector<byte_range> unread;
+    // Of a deleted file with clusters: how many of them other files use now.
+    std::optional<std::uint64_t> reused_clusters;
+};
+
+class stream {
+  public:
+    // The stream of this type and name. If no stream has the same units, one that is equal under $UpCase is
+    // taken. Warns (cluster-twice) if the stream uses a cluster twice. Fails with no-stream, which lists the
+    // names that there are, ambiguous, directory, and as stored_stream::join does. `volume` and `set` must
+    // outlive the stream.
+    [[nodiscard]] static result<stream> open(exact_volume& volume, const attribute_set& set,
+                                             std::uint32_t type, std::u16string_view name, notices& told);
+    // Clusters of the volume. Fails with outside.
+    [[nodiscard]] static result<stream> of_clusters(exact_volume& volume, std::uint64_t lcn,
+                                                    std::uint64_t count);
+
+    // Sizes, flags, runs; reads of metadata at any offset.
+    [[nodiscard]] const stored_stream& stored() const { return m_stored; }
+    [[nodiscard]] std::uint32_t type() const { return m_type; }
+    // As the volume has it, in units; empty for the unnamed stream.
+    [[nodiscard]] const std::u16string& name() const { return m_name; }
+
+    // Bytes that a delivery gives.
+    [[nodiscard]] std::uint64_t delivered_size(bool raw) const {
+        return raw ? m_stored.allocated_size() : m_stored.size();
+    }
+    // Hands all bytes to the sink. Fails with encrypted, unit, with what the sink fails with, and if a byte
+    // cannot be read. Doubts: zeros (zero_unreadable and something was unreadable), reused-clusters (a
+    // deleted file), free-clusters, short-chunk.
+    [[nodiscard]] result<delivery> deliver(stream_sink& sink, const delivery_options& options, notices& told);
+
+    // As stored_stream has them.
+    [[nodiscard]] result<void> read(std::span<std::uint8_t> buffer, std::uint64_t offset) const {
+        return m_stored.read(m_volume->bytes(), buffer, offset);
+    }
+    [[nodiscard]] result<std::vector<std::uint8_t>> read_all(std::uint64_t limit) const {
+        return m_stored.read_all(m_volume->bytes(), limit);
+    }
+    [[nodiscard]] block_place place_of(std::uint64_t offset, std::uint64_t length, std::string where) const {
+        return m_stored.place_of(m_volume->bytes(), offset, length, std::move(where));
+    }
+
+  private:
+    // Whose clusters they are, which decides what $Bitmap should say of them.
+    enum class owner : std::uint8_t { file_in_use, deleted_file, nobody };
+
+    stream(exact_volume& volume, stored_stream stored, std::uint32_t type, std::u16string name,
+           owner owned_by)
+        : m_volume(&volume),
+          m_stored(std::move(stored)),
+          m_type(type),
+          m_name(std::move(name)),
+          m_owner(owned_by) {}
+    [[nodiscard]] result<std::optional<std::uint64_t>> compare_with_bitmap(notices& told) const;
+
+    exact_volume* m_volume;
+    stored_stream m_stored;
+    std::uint32_t m_type;
+    std::u16string m_name;
+    owner m_owner;
+};
+
+}  // namespace quarry::exact
