@@ -112,10 +112,11 @@ result<stored_stream> stored_stream::of_clusters(const geometry& shape, std::uin
     return stream;
 }
 
-failure stored_stream::placed(failure reading, std::uint64_t vcn) const {
+failure stored_stream::placed(failure reading, std::uint64_t offset, std::uint64_t source_byte) const {
     // Where the source ends is a fact of the source, whichever stream needs more of it.
     if (reading.code != failure_code::source_end) {
-        reading.where = where::vcn(m_where, vcn);
+        const std::uint64_t read_so_far = reading.source_byte.value_or(source_byte) - source_byte;
+        reading.where = where::vcn(m_where, (offset + read_so_far) / m_cluster_size);
     }
     return reading;
 }
@@ -156,7 +157,8 @@ result<void> stored_stream::read_part(const volume_bytes& volume, std::span<std:
         if (held.is_hole()) {
             fill_zeros(buffer.first(part));
         } else if (result<void> came = volume.read(buffer.first(part), held.lcn, into_run); !came) {
-            return tl::make_unexpected(placed(std::move(came.error()), vcn));
+            const std::uint64_t source_byte = volume.shape().source_byte_of(held.lcn) + into_run;
+            return tl::make_unexpected(placed(std::move(came.error()), offset, source_byte));
         }
         buffer = buffer.subspan(part);
         offset += part;

@@ -85,8 +85,9 @@ class stored_stream {
     // byte on the source and are left out.
     [[nodiscard]] block_place place_of(const volume_bytes& volume, std::uint64_t offset, std::uint64_t length,
                                        std::string where) const;
-    // The failure of a read, placed at the stream and its VCN.
-    [[nodiscard]] failure placed(failure reading, std::uint64_t vcn) const;
+    // The failure of a read that began at byte `offset` of the stream, which is stored at `source_byte`:
+    // placed at the stream and the VCN that could not be read.
+    [[nodiscard]] failure placed(failure reading, std::uint64_t offset, std::uint64_t source_byte) const;
 
   private:
     stored_stream(const geometry& shape, std::string where)

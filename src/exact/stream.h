@@ -10,47 +10,19 @@
 #pragma once
 
 #include "exact/attribute_set.h"
+#include "exact/delivery.h"
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
 #include "exact/stored_stream.h"
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace quarry::exact {
-
-// The largest block that a receiver gets, in bytes.
-inline constexpr std::size_t largest_block = 0x400000;
-
-// Where the bytes of a stream go, in order and without a gap.
-class stream_sink {
-  public:
-    stream_sink() = default;
-    stream_sink(const stream_sink&) = delete;
-    stream_sink& operator=(const stream_sink&) = delete;
-    virtual ~stream_sink() = default;
-
-    // Bytes that are stored, at most largest_block. The view is good during the call. A failure ends the
-    // delivery and is handed on.
-    [[nodiscard]] virtual result<void> data(byte_view block) = 0;
-    // So many zero bytes for which nothing is stored: a hole, or what follows the valid length. There may be
-    // more of them than a disk holds.
-    [[nodiscard]] virtual result<void> zeros(std::uint64_t length) = 0;
-};
-
-struct delivery_options {
-    bool raw = false;
-    bool zero_unreadable = false;
-};
-
-// Bytes of the delivered stream.
-struct byte_range {
-    std::uint64_t offset = 0;
-    std::uint64_t length = 0;
-    [[nodiscard]] bool operator==(const byte_range&) const = default;
-};
 
 // What there is to say of a stream that was delivered whole.
 struct delivery {

@@ -21,27 +21,6 @@ void copy_stride(std::uint8_t* to, const std::uint8_t* from) {
     std::memcpy(to, from, stride);
 }
 
-// How tokens split from a position on, for positions that only grow.
-class token_split {
-  public:
-    [[nodiscard]] std::size_t back(unsigned token) const { return (token >> m_length_bits) + 1; }
-    [[nodiscard]] std::size_t length(unsigned token) const { return (token & m_length_mask) + 3; }
-    // Up to here they split this way.
-    [[nodiscard]] std::size_t last_position() const { return m_last_position; }
-    void move_to(std::size_t position) {
-        while (position > m_last_position) {
-            m_last_position *= 2;
-            m_length_bits -= 1;
-            m_length_mask >>= 1;
-        }
-    }
-
-  private:
-    std::size_t m_last_position = 16;
-    unsigned m_length_bits = 12;
-    unsigned m_length_mask = 0xFFF;
-};
-
 class chunk_decoder {
   public:
     chunk_decoder(byte_view bytes, std::size_t size, std::uint8_t* plain)

@@ -34,6 +34,27 @@ struct plain_chunk {
     [[nodiscard]] byte_view bytes() const { return {storage.data(), lznt1_chunk_size}; }
 };
 
+// How tokens split from a position on, for positions that only grow.
+class token_split {
+  public:
+    [[nodiscard]] std::size_t back(unsigned token) const { return (token >> m_length_bits) + 1; }
+    [[nodiscard]] std::size_t length(unsigned token) const { return (token & m_length_mask) + 3; }
+    // Up to here they split this way.
+    [[nodiscard]] std::size_t last_position() const { return m_last_position; }
+    void move_to(std::size_t position) {
+        while (position > m_last_position) {
+            m_last_position *= 2;
+            m_length_bits -= 1;
+            m_length_mask >>= 1;
+        }
+    }
+
+  private:
+    std::size_t m_last_position = 16;
+    unsigned m_length_bits = 12;
+    unsigned m_length_mask = 0xFFF;
+};
+
 // Splits a token that stands behind `position` plain bytes of its chunk. False if it leads ahead of the
 // chunk; both outputs are set all the same.
 [[nodiscard]] bool split_token(std::uint16_t token, std::uint64_t position, std::uint32_t& offset_back,

@@ -118,4 +118,64 @@ slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit) {
     return out;
 }
 
+std::optional<bytes> slow_strict_unit(const bytes& stored, std::size_t wanted) {
+    bytes plain;
+    std::size_t at = 0;
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned>(stored[i]); };
+    while (plain.size() < wanted) {
+        if (stored.size() - at < 2 || (byte(at) == 0 && byte(at + 1) == 0)) {
+            break;
+        }
+        const unsigned header = byte(at) + 256 * byte(at + 1);
+        const std::size_t size = header % 4096 + 1;
+        if (header / 4096 % 8 != 3 || stored.size() - at - 2 < size) {
+            return std::nullopt;
+        }
+        const std::size_t end = at + 2 + size;
+        at += 2;
+        bytes out;
+        if (header < 0x8000) {
+            if (size != 4096) {
+                return std::nullopt;
+            }
+            out.assign(stored.begin() + static_cast<std::ptrdiff_t>(at),
+                       stored.begin() + static_cast<std::ptrdiff_t>(end));
+            at = end;
+        }
+        while (at < end) {
+            const unsigned flags = byte(at++);
+            for (unsigned item = 0; item < 8 && at < end; ++item) {
+                if ((flags >> item) % 2 == 0) {
+                    if (out.size() == 4096) {
+                        return std::nullopt;
+                    }
+                    out.push_back(stored[at++]);
+                    continue;
+                }
+                if (end - at < 2 || out.empty()) {
+                    return std::nullopt;
+                }
+                const unsigned token = byte(at) + 256 * byte(at + 1);
+                at += 2;
+                unsigned length_bits = 12;
+                for (std::size_t limit = 16; limit < out.size(); limit *= 2) {
+                    --length_bits;
+                }
+                const std::size_t back = (token >> length_bits) + 1;
+                const std::size_t length = token % (1u << length_bits) + 3;
+                if (back > out.size() || out.size() + length > 4096) {
+                    return std::nullopt;
+                }
+                for (std::size_t i = 0; i < length; ++i) {
+                    out.push_back(out[out.size() - back]);
+                }
+            }
+        }
+        out.resize(4096);
+        plain.insert(plain.end(), out.begin(), out.end());
+    }
+    plain.resize(wanted);
+    return plain;
+}
+
 }  // namespace quarry::test

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace quarry::test {
 
@@ -22,5 +23,9 @@ struct slow_unit {
     bytes plain;  // what was given out, also by a unit that failed
 };
 [[nodiscard]] slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit);
+
+// The strict rules: a unit of chunks, or nothing if it breaks one. `wanted` bytes from its start; bytes that
+// no chunk gives are zeros.
+[[nodiscard]] std::optional<bytes> slow_strict_unit(const bytes& stored, std::size_t wanted);
 
 }  // namespace quarry::test

@@ -1,0 +1,48 @@
+// An image, a partition or a drive, by path.
+//
+// A regular file and a block device differ only in where their size and their sector size are found.
+#pragma once
+
+#include "disk/byte_source.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace quarry {
+
+class file_source final : public byte_source {
+  public:
+    // Opens a regular file or a block device for reading. Null after a failure; `error` then holds the
+    // system's error number, which for what is neither is EISDIR, ESPIPE or ENOTBLK.
+    [[nodiscard]] static std::unique_ptr<file_source> open(const std::string& path, int& error);
+    ~file_source() override;
+
+    [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
+    [[nodiscard]] std::uint64_t size() const override { return m_told.size; }
+    [[nodiscard]] std::uint64_t content_size() const override { return m_told.content_size; }
+    [[nodiscard]] std::uint32_t sector_size() const override { return m_told.sector_size; }
+
+    // True if a regular file has another size or modification time than when it was opened.
+    [[nodiscard]] bool has_changed() const;
+
+  private:
+    struct description {
+        std::uint64_t size = 0;
+        std::uint64_t content_size = 0;
+        std::uint32_t sector_size = 512;
+        std::int64_t modified_seconds = 0;  // of regular files only
+        std::int64_t modified_nanoseconds = 0;
+    };
+    [[nodiscard]] static int describe(int descriptor, description& told);
+
+  public:
+    // For open().
+    file_source(int descriptor, const description& told);
+
+  private:
+    int m_descriptor;
+    description m_told;
+};
+
+}  // namespace quarry

@@ -1,0 +1,58 @@
+// A source of bytes in memory, whole or damaged as a test wants it.
+#pragma once
+
+#include "disk/byte_source.h"
+#include "support/byte_writer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace quarry::test {
+
+class memory_source final : public byte_source {
+  public:
+    explicit memory_source(bytes content, std::uint32_t sector_size = 512)
+        : m_content(std::move(content)), m_sector_size(sector_size) {}
+
+    // Reads that reach into these bytes stop there with EIO.
+    memory_source& unreadable(std::uint64_t offset, std::uint64_t length) {
+        m_unreadable.emplace_back(offset, offset + length);
+        return *this;
+    }
+
+    [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override {
+        ++m_reads;
+        std::uint64_t end = std::min<std::uint64_t>(m_content.size(), offset + buffer.size());
+        int error = 0;
+        for (const auto& [begin, behind] : m_unreadable) {
+            if (offset < behind && begin < end) {
+                end = std::max(begin, offset);
+                error = EIO;
+            }
+        }
+        if (offset >= end) {
+            return {0, error};
+        }
+        std::copy(m_content.begin() + static_cast<std::ptrdiff_t>(offset),
+                  m_content.begin() + static_cast<std::ptrdiff_t>(end), buffer.begin());
+        return {static_cast<std::size_t>(end - offset), error};
+    }
+    [[nodiscard]] std::uint64_t size() const override { return m_content.size(); }
+    [[nodiscard]] std::uint64_t content_size() const override { return m_content.size(); }
+    [[nodiscard]] std::uint32_t sector_size() const override { return m_sector_size; }
+
+    [[nodiscard]] bytes& content() { return m_content; }
+    // Calls of read() so far.
+    [[nodiscard]] std::size_t reads() const { return m_reads; }
+
+  private:
+    bytes m_content;
+    std::uint32_t m_sector_size;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> m_unreadable;
+    std::size_t m_reads = 0;
+};
+
+}  // namespace quarry::test

@@ -1,0 +1,71 @@
+#include "exact/allocation.h"
+
+#include "support/opened_exact_volume.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+namespace {
+
+// $Bitmap of these many bytes in cluster 700, in place of the one that the builder makes.
+void put_bitmap(volume_builder& volume, std::uint64_t size) {
+    volume.replace_record(
+        6, volume.new_record(6).add(attribute_builder::non_resident(0x80, {{700, 1}}).real(size)).build());
+}
+
+// What a bitmap of so many bytes says of runs on a volume of 1,000 clusters.
+exact::allocation::count counted(const bytes& bitmap, const run_list& where) {
+    volume_builder volume({.total_clusters = 1000});
+    volume.write_clusters(700, bitmap);
+    put_bitmap(volume, bitmap.size());
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto open = exact::allocation::open(opened.volume().table(), told);
+    if (!open) {
+        ADD_FAILURE() << open.error().text();
+        return {};
+    }
+    const bytes stored = attribute_builder::non_resident(0x80, where).build();
+    exact::run_map map(1000, 4096);
+    EXPECT_TRUE(map.add(attribute(byte_view(stored)), "it", std::nullopt));
+    return open->of(map).value_or(exact::allocation::count{});
+}
+
+}  // namespace
+
+TEST(allocation, counts_the_bits_of_the_clusters_alone) {
+    bytes bitmap(125);
+    bitmap[10] = 0xF0;  // clusters 84 to 87
+    bitmap[11] = 0x81;  // clusters 88 and 95
+    const auto count = [&](std::int64_t lcn, std::uint64_t length) {
+        return counted(bitmap, {{lcn, length}});
+    };
+    EXPECT_EQ(count(80, 16).used, 6u);
+    EXPECT_EQ(count(80, 16).free, 10u);
+    EXPECT_EQ(count(84, 4).used, 4u);
+    EXPECT_EQ(count(83, 2).used, 1u);
+    EXPECT_EQ(count(87, 1).used, 1u);
+    EXPECT_EQ(count(87, 2).used, 2u);
+    EXPECT_EQ(count(89, 6).used, 0u);
+    EXPECT_EQ(count(0, 1000).used, 6u);
+    EXPECT_EQ(count(999, 1).free, 1u);
+}
+
+TEST(allocation, leaves_holes_out) {
+    const exact::allocation::count count = counted(bytes(125, 0xFF), {{10, 3}, {hole, 50}, {900, 2}});
+    EXPECT_EQ(count.used, 5u);
+    EXPECT_EQ(count.free, 0u);
+}
+
+TEST(allocation, has_a_bit_for_each_cluster) {
+    volume_builder volume({.total_clusters = 1000});
+    put_bitmap(volume, 124);
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto& bitmap = opened.volume().bitmap(told);
+    ASSERT_FALSE(bitmap);
+    EXPECT_EQ(text_of(bitmap.error()), "sizes record 6, $DATA \"\": has 124 bytes for 1000 clusters");
+}
+
+}  // namespace quarry::test

@@ -1,0 +1,57 @@
+#include "exact/upcase.h"
+
+#include "support/opened_exact_volume.h"
+#include "support/system_files.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+TEST(upcase, is_the_table_of_the_volume) {
+    // A volume that knows the capital of "z" alone, and has its own opinion of it.
+    byte_writer table(131072);
+    for (std::size_t unit = 0; unit < 65536; ++unit) {
+        table.u16(2 * unit, unit);
+    }
+    table.u16(2 * std::size_t{'z'}, 0x0416);
+    volume_builder volume;
+    volume.add_file_at(10, "$UpCase").stored_data(table.content());
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto& upcase = opened.volume().upper_case(told);
+    ASSERT_TRUE(upcase) << upcase.error().text();
+    EXPECT_EQ(upcase->upper(u'z'), u'\u0416');
+    EXPECT_EQ(upcase->upper(u'a'), u'a');
+    EXPECT_EQ(upcase->upper(u"az"), u"a\u0416");
+    EXPECT_TRUE(upcase->equal(u"az", u"a\u0416"));
+    EXPECT_FALSE(upcase->equal(u"a", u"A"));
+}
+
+TEST(upcase, orders_names_by_upper_case_units_then_length) {
+    const exact::upcase upcase = *exact::upcase::parse(byte_view(upper_case_table()));
+    EXPECT_TRUE(upcase.equal(u"Letter", u"lETTER"));
+    EXPECT_EQ(upcase.compare(u"a", u"B"), std::strong_ordering::less);
+    EXPECT_EQ(upcase.compare(u"b", u"A"), std::strong_ordering::greater);
+    // "_" lies between the capitals and the small letters.
+    EXPECT_EQ(upcase.compare(u"a", u"_"), std::strong_ordering::less);
+    EXPECT_EQ(upcase.compare(u"ab", u"A"), std::strong_ordering::greater);
+    EXPECT_EQ(upcase.compare(u"", u"a"), std::strong_ordering::less);
+    EXPECT_EQ(upcase.compare(std::u16string(1, 0xD800), std::u16string(1, 0xFFFF)),
+              std::strong_ordering::less);
+}
+
+TEST(upcase, of_another_size_is_none) {
+    for (const std::size_t size : {2u, 131070u, 131074u}) {
+        volume_builder volume;
+        volume.add_file_at(10, "$UpCase").stored_data(bytes(size));
+        opened_exact_volume opened(volume);
+        exact::notices told;
+        const auto& upcase = opened.volume().upper_case(told);
+        ASSERT_FALSE(upcase);
+        EXPECT_EQ(text_of(upcase.error()),
+                  "upcase record 10: $UpCase has " + std::to_string(size) + " bytes");
+    }
+    EXPECT_FALSE(exact::upcase::parse(byte_view(bytes(131071))));
+}
+
+}  // namespace quarry::test
