@@ -52,10 +52,11 @@ class block_assembler {
 
     // The bytes of the next cluster, which may be changed; only while not done.
     void put(std::span<std::uint8_t> cluster) {
-        if (m_layout.clusters_per_block == 1) {
-            put_blocks(cluster);
-        } else {
+        // One cluster may make a block and still be shorter than it.
+        if (m_layout.cluster_size < index_block_size) {
             put_part_of_block(cluster);
+        } else {
+            put_blocks(cluster);
         }
     }
 

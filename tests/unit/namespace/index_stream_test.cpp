@@ -254,6 +254,75 @@ TEST(IndexStreamInOddClusters, FillsABlockWithTheWholeClustersThatFitIt) {
     EXPECT_EQ(found.blocks, concat({cut(100), cut(101)}));
 }
 
+// One cluster makes a block, and is shorter than it.
+TEST(IndexStreamInOddClusters, fills_a_block_with_one_cluster_that_is_shorter_and_zeros) {
+    struct shape {
+        std::uint32_t bytes_per_sector;
+        std::uint32_t sectors;
+    };
+    for (const shape& at : {shape{512, 5},
+                            {512, 6},
+                            {512, 7},
+                            {2049, 1},
+                            {1025, 2},
+                            {683, 3},
+                            {16, 255},
+                            {4095, 1},
+                            {1, 255},
+                            {9, 255}}) {
+        const std::size_t cluster = std::size_t{at.bytes_per_sector} * at.sectors;
+        const std::size_t per_block = std::max<std::size_t>(4096 / cluster, 1);
+        const std::size_t kept = per_block * cluster;
+        volume_builder volume({.bytes_per_sector = at.bytes_per_sector,
+                               .sectors_per_cluster = at.sectors,
+                               .mft_entries = 32,
+                               .stride = 4096,
+                               .total_clusters = 400});
+        // Blocks without protected sector ends, so that nothing is to be restored.
+        bytes content;
+        bytes expected;
+        for (std::uint64_t i = 0; i < 3; ++i) {
+            bytes block = index_block_builder(4096, 4096)
+                              .add({.file_reference = reference(100 + i, 1), .key = bytes(80, 0x77)})
+                              .force_on_disk(6, 2, 1)
+                              .build();
+            std::fill(block.begin() + 2000, block.end(), static_cast<std::uint8_t>(0x31 + i));
+            block.resize(kept);
+            content = concat({content, block});
+            block.resize(4096);
+            expected = concat({expected, block});
+        }
+        volume.write_clusters(300, content);
+        opened_volume opened(volume);
+        const auto clusters = static_cast<std::uint32_t>(3 * per_block);
+        const read_blocks found = read(opened.ntfs(), {stored(300, clusters)});
+        EXPECT_TRUE(found.result);
+        EXPECT_EQ(found.count, 3u) << cluster;
+        EXPECT_EQ(found.blocks, expected) << cluster;
+        EXPECT_EQ(read(opened.ntfs(), {stored(300, clusters)}, 1, 1).blocks,
+                  bytes(expected.begin() + 4096, expected.begin() + 8192))
+            << cluster;
+        _inode_collection children;
+        const bytes allocation = attribute_builder::non_resident(0xA0, {{300, clusters}}).build();
+        EXPECT_TRUE(
+            parse_index_allocation(children, &opened.ntfs(), attribute(byte_view(allocation)), false));
+        EXPECT_EQ(numbers(children.begin(), children.end()), (numbers{100, 101, 102})) << cluster;
+    }
+}
+
+TEST(IndexStreamInOddClusters, restores_the_sector_ends_of_a_block_in_one_shorter_cluster) {
+    // 3,072 bytes of a block: six sectors. The seventh and eighth sector end come from the array all the
+    // same.
+    bytes block = block_of(100).build();
+    block.resize(3072);
+    const read_blocks found = read_in_clusters_of(6, block);
+    ASSERT_TRUE(found.result);
+    ASSERT_EQ(found.count, 1u);
+    bytes expected = block_of(100).build_restored();
+    std::fill(expected.begin() + 3072, expected.end(), std::uint8_t{0});
+    EXPECT_EQ(found.blocks, expected);
+}
+
 TEST(IndexStreamBlocks, LeavesABlockOfWhichAClusterIsMissingUnrestored) {
     volume_builder volume({.sectors_per_cluster = 2, .mft_entries = 32, .total_clusters = 300});
     const bytes block = block_of(100).build();
