@@ -13,9 +13,9 @@ namespace quarry {
 
 namespace {
 
-// Deliberate: one would expect the names of a record to be found wherever they stand in it. An attribute
-// longer than this ends the search, so names behind it are missing. A sound record of 1,024 bytes has none so
-// long.
+// Deliberate: an attribute of another type that is longer than this ends the search for names, not the end
+// marker alone. The user does not find a file by a name after it. A $FILE_NAME may have any length. A sound
+// record of 1,024 bytes has no attribute so long.
 constexpr std::uint32_t longest_attribute = 1024;
 // Types from here on end the search for a listed attribute.
 constexpr std::uint32_t first_ending_type = 0xFFFFFFFE;
@@ -64,7 +64,7 @@ void add_names_of_record(file_name_list& names, byte_view record, const name_rul
     for (bool found = first_attribute_of_type(record, attr_file_name, at, longest_attribute); found;
          found = next_attribute_of_type(at, attr_file_name, longest_attribute)) {
         add_name(names, at, rules);
-        if (at.length() == 0 || at.length() > longest_attribute) {
+        if (at.length() == 0) {
             break;
         }
         at = at.next();

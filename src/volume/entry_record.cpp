@@ -153,6 +153,15 @@ kept_value keep(const attribute& at, const Value& value) {
     return {at.id(), at.flags(), value.bytes().to_vector(), judge_times_of(value)};
 }
 
+// Deliberate: a $FILE_NAME is read as far as its attribute holds it, not as far as its value length says. The
+// user of a record with a damaged length gets the whole name, as the search for paths does.
+byte_view whole_file_name(const attribute& at) {
+    constexpr std::uint64_t size_without_name = 66;
+    const byte_view rest = at.own_bytes().from(at.value_offset());
+    return rest.clipped(0,
+                        size_without_name + std::uint64_t{2} * file_name_value(rest).name_length_in_units());
+}
+
 void keep_file_name(entry_record& record, std::uint64_t entry, const attribute& at, byte_view bytes) {
     const file_name_value value(bytes);
     std::string name;
@@ -240,7 +249,7 @@ bool categorize_attribute(entry_record& record, std::uint64_t entry, const attri
             break;
         case attr_file_name:
             if (value) {
-                keep_file_name(record, entry, own, *value);
+                keep_file_name(record, entry, own, whole_file_name(own));
             }
             break;
         default: {

@@ -149,13 +149,19 @@ TEST_F(NamesOfARecord, StopAtAnAttributeOfAnotherTypeLongerThan1024Bytes) {
     EXPECT_EQ(read(with_data_of(1032)), (found_names{{L"a", 5}}));
 }
 
-TEST_F(NamesOfARecord, TakeANameLongerThan1024BytesAndStopBehindIt) {
-    const bytes record = record_builder(4096)
-                             .update_sequence_count(9)
-                             .add(named("a").length(1025))
-                             .add(named("b"))
-                             .build_restored();
-    EXPECT_EQ(read(record), (found_names{{L"a", 5}}));
+// The length counts only of attributes of another type.
+TEST_F(NamesOfARecord, take_a_name_longer_than_1024_bytes_and_go_on_after_it) {
+    bytes long_value = file_name{.parent = reference(5, 5), .name = "a"}.build();
+    long_value.resize(1100);
+    for (const std::uint32_t size : {1000u, 1001u, 1008u, 1100u}) {
+        long_value.resize(size);
+        const bytes record = record_builder(4096)
+                                 .update_sequence_count(9)
+                                 .add(attribute_builder::resident(0x30, long_value))
+                                 .add(named("b"))
+                                 .build_restored();
+        EXPECT_EQ(read(record), (found_names{{L"a", 5}, {L"b", 5}})) << size;
+    }
 }
 
 TEST_F(NamesOfARecord, StopAtALengthOfZero) {

@@ -330,6 +330,33 @@ TEST(CategorizeAttribute, CountsTheBytesOfNamesAttributesAndRunsOnce) {
     EXPECT_EQ(in_pieces.held_bytes, stream.size() + 2 * sizeof(cluster_run) + resident.size());
 }
 
+// Deliberate: a $FILE_NAME is read as far as its attribute holds it, not as far as its value length says. The
+// user of a record with a damaged length gets the whole name, as the search for paths does.
+TEST(CategorizeAttribute, reads_a_file_name_as_far_as_its_attribute_holds_it_whatever_its_value_length) {
+    file_name name;
+    name.name = "name";
+    for (const std::uint64_t value_length : {1u, 8u, 65u, 66u, 70u, 73u, 74u, 100u, 0xFFFFFFFFu}) {
+        entry_record record =
+            sorted(attribute_builder::resident(0x30, name.build()).force(16, 4, value_length));
+        ASSERT_EQ(record.file_names.size(), 1u) << value_length;
+        EXPECT_EQ(record.file_names.begin()->first, "00000005_name_0000002a") << value_length;
+        EXPECT_EQ(record.file_names.begin()->second.bytes, name.build()) << value_length;
+    }
+    // The times of $STANDARD_INFORMATION end with the value.
+    const entry_record short_times =
+        sorted(attribute_builder::resident(0x10, pattern(72)).id(7).force(16, 4, 20));
+    EXPECT_EQ(short_times.std_infos.at(7).bytes, pattern(20));
+}
+
+TEST(CategorizeAttribute, keeps_no_more_of_a_file_name_than_its_fields_and_units) {
+    file_name name;
+    name.name = "name";
+    bytes value = name.build();
+    value.resize(800, 0x55);
+    EXPECT_EQ(sorted(attribute_builder::resident(0x30, value)).file_names.begin()->second.bytes,
+              name.build());
+}
+
 TEST(FileNameKey, HasAtLeastEightDigits) {
     EXPECT_EQ(file_name_key(0x123456789ABC, "n", 0), "123456789abc_n_00000000");
     EXPECT_EQ(file_name_key(5, "", 0xFFFFFFFF), "00000005__ffffffff");
@@ -340,8 +367,10 @@ TEST(CategorizeAttribute, KeepsAFileNameCutAtEveryLength) {
     name.name = "name";
     const bytes value = name.build();
     for (std::size_t size = 1; size <= value.size(); ++size) {
-        const entry_record record = sorted(attribute_builder::resident(
-            0x30, bytes(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(size))));
+        // The attribute ends with the value, without the padding that attributes have.
+        const bytes cut_value(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(size));
+        const entry_record record = sorted(
+            attribute_builder::resident(0x30, cut_value).length(static_cast<std::uint32_t>(24 + size)));
         ASSERT_EQ(record.file_names.size(), 1u);
         const std::string cut = size < 66 ? "" : std::string("name").substr(0, (size - 66) / 2);
         const std::string parent = size < 8 ? "00000000" : "00000005";
