@@ -94,7 +94,8 @@ bool pump_units(CNtfs& ntfs, const cluster_run_list& runs, stream_sink& sink, st
         // Deliberate: one would expect zeros for a unit without any cluster on disk. Such a unit gives
         // nothing, so the first hole of 16 clusters ends the copy of a compressed file there, and what came
         // before counts as success.
-        if (!deliver_unit(sink, held, byte_view(buffer.data(), length), left, flags)) {
+        // A unit gives no more than its own 16 clusters stand for, whatever its chunks claim.
+        if (!deliver_unit(sink, held, byte_view(buffer.data(), length), std::min(left, unit), flags)) {
             return delivered;
         }
         delivered = true;

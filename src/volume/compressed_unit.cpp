@@ -123,8 +123,7 @@ bool walk_chunks(byte_view unit, plain_bytes& plain) {
         const chunk_header header(u16_before_zeros(unit, position));
         const byte_view payload = unit.from(position + header_size);
         if (header.is_compressed()) {
-            const std::size_t size = std::min<std::uint64_t>(header.payload_size(), payload.size());
-            if (!decompress_chunk(payload, size, *before, *current)) {
+            if (!decompress_chunk(payload, header.payload_size(), *before, *current)) {
                 return rescue(unit, plain);
             }
             plain.give(current->bytes());

@@ -8,7 +8,7 @@ namespace quarry {
 
 namespace {
 
-// Up to this size a payload is too short to say anything of the rest of its chunk.
+// Up to this claimed size a payload is too short to say anything of the rest of its chunk.
 constexpr std::size_t longest_payload_on_zeros = 8;
 
 constexpr std::size_t items_per_group = 8;

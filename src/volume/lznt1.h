@@ -61,12 +61,13 @@ class token_split {
                                std::uint32_t& length);
 
 // Decodes a chunk's payload of `size` bytes, which begins `bytes`. What follows in `bytes` is only touched
-// where the last token of the payload is cut by its end; behind `bytes` there are zeros. `size` is at most
-// the size of `bytes`.
+// where the last token of the payload is cut by its end; after `bytes` there are zeros. A payload that claims
+// more than `bytes` holds ends with them.
 //
-// A chunk always counts as 4096 plain bytes. Where its payload ends early, `output` takes the rest from
-// `before`, the chunk that the same unit had ahead of this one; but it takes zeros if the payload has at most
-// eight bytes. False for a token that leads ahead of the chunk; `output` then holds nothing of use.
+// A chunk always counts as 4096 decompressed bytes. Where its payload ends early, `output` takes the rest
+// from `before`, the chunk that the same unit had before this one; but it takes zeros if the payload claims
+// at most eight bytes, however many of them exist. False for a token that leads ahead of the chunk; `output`
+// then holds nothing of use.
 [[nodiscard]] bool decompress_chunk(byte_view bytes, std::size_t size, const plain_chunk& before,
                                     plain_chunk& output);
 

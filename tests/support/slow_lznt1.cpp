@@ -50,11 +50,12 @@ slow_chunk slow_decode_chunk(const bytes& unit, std::size_t payload_at, std::siz
                              const bytes& chunk_before) {
     bytes plain;
     std::size_t in = 0;
-    while (in < payload_size && plain.size() < 4096) {
+    const std::size_t end = payload_at < unit.size() ? std::min(payload_size, unit.size() - payload_at) : 0;
+    while (in < end && plain.size() < 4096) {
         const std::size_t flags = byte_at(unit, payload_at + in);
         ++in;
         for (std::size_t item = 0; item < 8; ++item) {
-            if (in >= payload_size || plain.size() == 4096) {
+            if (in >= end || plain.size() == 4096) {
                 break;
             }
             const bool is_token = (flags >> item) % 2 == 1;
@@ -94,8 +95,7 @@ slow_unit slow_decode_chunks(const bytes& unit, std::size_t limit) {
         const bool compressed = header >= 0x8000;
         const std::size_t size_less_3 = header % 0x1000;
         if (compressed) {
-            const std::size_t rest = unit.size() < at + 2 ? 0 : unit.size() - at - 2;
-            const slow_chunk chunk = slow_decode_chunk(unit, at + 2, std::min(size_less_3 + 1, rest), before);
+            const slow_chunk chunk = slow_decode_chunk(unit, at + 2, size_less_3 + 1, before);
             if (!chunk.sound) {
                 return damaged(unit, out, left);
             }

@@ -9,7 +9,8 @@
 
 namespace quarry::test {
 
-// One chunk of 4096 plain bytes. Bytes behind `unit` count as zeros.
+// One chunk of 4096 decompressed bytes. A payload that claims more than `unit` holds ends with it; the bytes
+// of a token after the end count as zeros.
 struct slow_chunk {
     bool sound = false;
     bytes plain;

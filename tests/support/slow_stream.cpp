@@ -174,7 +174,8 @@ slow_copy slow_pump_compressed(CNtfs& ntfs, const attr_item& item) {
             sparse || (read.delivered.size() >= 2 && read.delivered[0] == 0xFF && read.delivered[1] == 0x3F);
         slow_unit plain{true, read.delivered};
         if (chunks) {
-            plain = slow_decode_chunks(read.delivered, static_cast<std::size_t>(left));
+            plain = slow_decode_chunks(
+                read.delivered, static_cast<std::size_t>(std::min(static_cast<std::uint64_t>(left), unit)));
         }
         if (!plain.ok || plain.plain.empty()) {
             break;

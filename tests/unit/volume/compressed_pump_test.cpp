@@ -366,23 +366,37 @@ TEST(PumpCompressed, BeginsAtTheGivenOffset) {
               bytes(text.begin() + static_cast<std::ptrdiff_t>(stream.unit()), text.end()));
 }
 
-// Chunks of three bytes claim 4096 each. The copy gives them, and memory does not follow.
-TEST(PumpCompressed, WritesAThousandfoldUnitWithoutHoldingIt) {
+// Chunks of three bytes claim 4096 each. The unit stands for 16 clusters, and no more comes out.
+TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_whose_chunks_claim_more) {
     compressed_stream stream;
     bytes chunks;
     for (std::size_t i = 0; i < 4000; ++i) {
         const bytes chunk = from_hex("00 B0 00");
         chunks.insert(chunks.end(), chunk.begin(), chunk.end());
     }
-    stream.unit_of_bytes(chunks);
+    const bytes text = text_like(stream.unit(), 23);
+    stream.unit_of_bytes(chunks).unit_of_bytes(chunks).unit_of_text(text);
     attr_item item = stream.item();
-    item.runs.push_back({.lcn = 0, .vcn = unit_clusters, .sparse = true, .length = 100000});
-    item.real = item.initialized = item.allocated = 300000000;
+    item.real = item.initialized = 3 * stream.unit();
     opened_volume opened(stream.volume());
     const pumped got = pump(opened.ntfs(), item);
     EXPECT_TRUE(got.ok);
-    EXPECT_EQ(got.out.size(), 4000u * 4096);
-    EXPECT_EQ(std::count(got.out.begin(), got.out.end(), 0), 4000 * 4096);
+    EXPECT_EQ(got.out, concat({bytes(2 * stream.unit(), 0), text}));
+}
+
+TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_with_chunks_and_raw_bytes) {
+    compressed_stream stream;
+    const bytes first = text_like(4096, 16);
+    bytes damaged = concat({lznt1_stored_chunk(first), from_hex("01 30")});
+    damaged.resize(stream.unit(), 0xCC);
+    const bytes text = text_like(stream.unit(), 24);
+    stream.unit_of_bytes(damaged).unit_of_text(text);
+    attr_item item = stream.item();
+    item.real = item.initialized = 2 * stream.unit();
+    opened_volume opened(stream.volume());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_EQ(got.out, concat({first, first_bytes(damaged, 15 * 4096), text}));
 }
 
 TEST(PumpCompressed, WritesNothingOfAThousandfoldUnitThatFails) {

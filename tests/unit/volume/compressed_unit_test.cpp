@@ -333,6 +333,25 @@ TEST(DecompressUnit, GivesZerosForAChunkOfWhichOnlyTheHeaderIsThere) {
     EXPECT_EQ(got.plain, bytes(4096, 0));
 }
 
+TEST(DecompressUnit, judges_a_chunk_that_claims_more_than_eight_bytes_by_its_claim_where_the_unit_ends) {
+    // A whole chunk, then one that claims nine bytes of which three exist, and one that claims eight.
+    const bytes text = text_like(4096, 8);
+    const bytes first = lznt1_chunk(text);
+    bytes rest_of_first = text;
+    rest_of_first[0] = 'A';
+    rest_of_first[1] = 'B';
+    ASSERT_NE(text[2], 0);
+    const outcome nine = make_plain(concat({first, from_hex("08 B0 00 41 42")}), 1000000, sparse_unit);
+    ASSERT_TRUE(nine.ok);
+    EXPECT_EQ(nine.plain, concat({text, rest_of_first}));
+    bytes zeros(4096, 0);
+    zeros[0] = 'A';
+    zeros[1] = 'B';
+    const outcome eight = make_plain(concat({first, from_hex("07 B0 00 41 42")}), 1000000, sparse_unit);
+    ASSERT_TRUE(eight.ok);
+    EXPECT_EQ(eight.plain, concat({text, zeros}));
+}
+
 TEST(DecompressUnit, ReadsAHeaderOnTheLastByteWithAZeroBehindIt) {
     // 0x00 and a zero: the block is over. 0x41 and a zero: an impossible header, and a last block that is not
     // zero.

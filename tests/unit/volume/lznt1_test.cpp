@@ -136,6 +136,17 @@ TEST(DecompressChunk, ClearsTheChunkFirstForAPayloadOfAtMostEightBytes) {
     EXPECT_EQ(nine.plain, filled_up(to_bytes("ABCDEFGH"), 0x2E));
 }
 
+// The claimed size decides, also where fewer bytes exist.
+TEST(DecompressChunk, judges_a_payload_that_claims_more_than_eight_bytes_by_its_claim) {
+    const decoded cut = decode(from_hex("00 41 42"), 9, 0x2E);
+    ASSERT_TRUE(cut.sound);
+    EXPECT_EQ(cut.plain, filled_up(to_bytes("AB"), 0x2E));
+    const decoded nothing = decode({}, 4096, 0x2E);
+    ASSERT_TRUE(nothing.sound);
+    EXPECT_EQ(nothing.plain, bytes(4096, 0x2E));
+    EXPECT_EQ(decode(from_hex("00 41 42"), 8, 0x2E).plain, filled_up(to_bytes("AB"), 0));
+}
+
 TEST(DecompressChunk, GivesZerosForAnEmptyPayload) {
     const decoded got = decode(from_hex("00 41"), 0, 0x2E);
     ASSERT_TRUE(got.sound);
