@@ -109,12 +109,12 @@ general_attribute general_form(const attribute& at, std::wstring name) {
 }
 
 std::uint64_t run_memory(const joined_runs& runs) {
-    return runs.list().size() * sizeof(cluster_run);
+    return runs.size() * sizeof(cluster_run);
 }
 
-void join_runs(entry_record& record, general_attribute& held, const general_attribute& piece) {
+void join_runs(entry_record& record, general_attribute& held, general_attribute& piece) {
     const std::uint64_t before = run_memory(held.runs);
-    held.runs.join(piece.runs.list());
+    held.runs.join(piece.runs.take());
     record.held_bytes += run_memory(held.runs) - std::min(before, run_memory(held.runs));
 }
 

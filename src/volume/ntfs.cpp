@@ -175,30 +175,51 @@ bool CNtfs::read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t
     return offset && m_disk->read_whole(buffer, count * static_cast<std::uint64_t>(m_cluster_size), *offset);
 }
 
+// How many clusters from the first on can be read whole. Where one read of all of them brings less, halves
+// are tried, so that the place where the source ends costs few reads however small clusters are.
+std::uint64_t CNtfs::read_whole_clusters(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) {
+    const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
+    if (count < 2 || read_neighbours(lcn, count, buffer)) {
+        return count < 2 ? 0 : count;
+    }
+    std::uint64_t whole = 0;
+    // Up to `end` there is a cluster that is not whole. Each turn halves the distance.
+    for (std::uint64_t end = count; end - whole > 1;) {
+        const std::uint64_t half = (end - whole) / 2;
+        if (read_neighbours(lcn + whole, half, buffer + whole * cluster_size)) {
+            whole += half;
+        } else {
+            end = whole + half;
+        }
+    }
+    return whole;
+}
+
 std::uint64_t CNtfs::read_leading_clusters(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) {
     if (!m_Validated || m_cluster_size <= 0 || get_disk() == nullptr) {
         return 0;
     }
     const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
     const std::uint64_t most = std::max<std::uint64_t>(longest_joined_read / cluster_size, 1);
-    std::uint64_t done = 0;
+    std::uint64_t joined = most;
     // Each turn reads a cluster at least, or returns.
-    while (done < count) {
-        const std::uint64_t joined = std::min(count - done, most);
-        if (joined > 1 && read_neighbours(lcn + done, joined, buffer + done * cluster_size)) {
-            done += joined;
+    for (std::uint64_t done = 0; done < count;) {
+        const std::uint64_t wanted = std::min(count - done, joined);
+        const std::uint64_t whole = read_whole_clusters(lcn + done, wanted, buffer + done * cluster_size);
+        done += whole;
+        if (whole == wanted) {
+            joined = std::min(2 * joined, most);
             continue;
         }
-        for (std::uint64_t i = 0; i < joined; ++i) {
-            std::uint64_t length = cluster_size;
-            if (!read_clusters(lcn + done, buffer + done * cluster_size, length)) {
-                std::fill(buffer + done * cluster_size, buffer + count * cluster_size, std::uint8_t{0});
-                return done;
-            }
-            ++done;
+        std::uint64_t length = cluster_size;
+        if (!read_clusters(lcn + done, buffer + done * cluster_size, length)) {
+            return done;
         }
+        ++done;
+        // Where one cluster is cut, others may be: more of them are tried together as that goes well.
+        joined = wanted == 1 ? 2 : 1;
     }
-    return done;
+    return count;
 }
 
 bool CNtfs::read_all_clusters(const cluster_run_list& runs, std::vector<std::uint8_t>& out) {
@@ -223,6 +244,8 @@ bool CNtfs::read_all_clusters(const cluster_run_list& runs, std::vector<std::uin
         filled += read;
         complete = complete && read == run.length;
     }
+    // A read that came short may have left something after what counts.
+    std::fill(out.begin() + static_cast<std::ptrdiff_t>(filled * cluster_size), out.end(), std::uint8_t{0});
     return complete;
 }
 

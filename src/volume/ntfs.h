@@ -130,9 +130,9 @@ class CNtfs {
     // also after a failed read.
     [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer,
                                           std::uint64_t& length, std::uint64_t& position);
-    // Clusters that lie side by side, as if each was read alone, up to the first that cannot be read. Returns
-    // how many were read; the rest of the buffer, which has room for `count` clusters, is zeros. An object
-    // that is not valid reads none and leaves the buffer.
+    // Clusters that lie side by side, as if each was read on its own, up to the first that cannot be read.
+    // Returns how many were read; the rest of the buffer, which has room for `count` clusters, holds nothing
+    // of use. An object that is not valid reads none.
     [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
                                                       std::uint8_t* buffer);
     // Clusters that lie side by side, all of them with one read of the source. False if that brings less; the
@@ -199,6 +199,8 @@ class CNtfs {
     [[nodiscard]] bool read_mft_record();
     void read_bitmap_runs();
 
+    [[nodiscard]] std::uint64_t read_whole_clusters(std::uint64_t lcn, std::uint64_t count,
+                                                    std::uint8_t* buffer);
     [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
                                       std::uint64_t& position, std::uint64_t& length);
 

@@ -123,7 +123,6 @@ bool is_numbered(const cluster_run_list& list, merge_progress& progress) {
     return known == list.size();
 }
 
-// Appends runs, or leaves all of them out, where one of the two is all that a merge comes to.
 bool merge_without_reordering(const cluster_run_list& new_runs, cluster_run_list& existing) {
     if (!is_ascending(new_runs)) {
         return false;
@@ -217,9 +216,13 @@ bool to_cluster_runs(const data_run_list& runs, cluster_run_list& list) {
     return true;
 }
 
+bool append_runs(const cluster_run_list& new_runs, cluster_run_list& existing, merge_progress& progress) {
+    return is_numbered(existing, progress) && merge_without_reordering(new_runs, existing);
+}
+
 void merge_runs(const cluster_run_list& new_runs, cluster_run_list& existing, merge_progress& progress) {
     // Fragments are stored in the order of their VCNs, so nearly every merge appends.
-    if (is_numbered(existing, progress) && merge_without_reordering(new_runs, existing)) {
+    if (append_runs(new_runs, existing, progress)) {
         return;
     }
     const std::size_t middle = existing.size();

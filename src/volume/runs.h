@@ -109,6 +109,11 @@ struct merge_progress {
 void merge_runs(const cluster_run_list& new_runs, cluster_run_list& existing, merge_progress& progress);
 void merge_runs(const cluster_run_list& new_runs, cluster_run_list& existing);
 
+// merge_runs where that comes to appending the new runs, or to leaving all of them out. False, with the list
+// as it was, where it does not.
+[[nodiscard]] bool append_runs(const cluster_run_list& new_runs, cluster_run_list& existing,
+                               merge_progress& progress);
+
 // Takes the sparse runs out of a list, orders it by VCN, drops all but the first of several runs with one
 // VCN, and renumbers it, so that it covers the stored clusters one after another.
 void drop_sparse_runs(cluster_run_list& list);

@@ -21,32 +21,97 @@ stream_reader::stream_reader(CNtfs& ntfs, const cluster_run_list& runs)
 
 bool stream_reader::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t& length,
                          std::uint32_t& flags) {
-    if (m_cluster_size == 0) {
+    if (!begin(offset, length, flags)) {
         return false;
     }
-    const bool skip_sparse = (flags & stream_skip_sparse) != 0;
-    const std::uint64_t end = offset + length;
-    cluster_range range{offset / m_cluster_size, end / m_cluster_size, offset % m_cluster_size,
-                        end % m_cluster_size};
-    flags = stream_was_read;
-    // Deliberate: one would expect the start of a unit of 16 clusters to set this flag. It takes 16 zero bits
-    // of the VCN, so it is set at every 65,536th cluster only. Nothing that users see depends on it.
-    if ((range.first & 0xFFFF) == 0) {
-        flags |= stream_vcn_is_even;
-        if (range.last == range.first + 16) {
-            flags |= stream_is_one_unit;
-        }
-    }
-    collect(range, skip_sparse);
-    if (m_stretches.empty() || length == 0) {
-        return false;
-    }
-    const std::uint64_t delivered = deliver(range, buffer, length, flags);
+    const std::uint64_t delivered = deliver(m_range, buffer, length, flags);
     if (delivered == 0) {
         return false;
     }
     length = delivered;
     return true;
+}
+
+bool stream_reader::begin(std::uint64_t offset, std::uint64_t length, std::uint32_t& flags) {
+    if (m_cluster_size == 0) {
+        return false;
+    }
+    const bool skip_sparse = (flags & stream_skip_sparse) != 0;
+    const std::uint64_t end = offset + length;
+    m_range = {offset / m_cluster_size, end / m_cluster_size, offset % m_cluster_size, end % m_cluster_size};
+    m_range_bytes = length;
+    flags = stream_was_read;
+    // Deliberate: one would expect the start of a unit of 16 clusters to set this flag. It takes 16 zero bits
+    // of the VCN, so it is set at every 65,536th cluster only. Nothing that users see depends on it.
+    if ((m_range.first & 0xFFFF) == 0) {
+        flags |= stream_vcn_is_even;
+        if (m_range.last == m_range.first + 16) {
+            flags |= stream_is_one_unit;
+        }
+    }
+    collect(m_range, skip_sparse);
+    return !m_stretches.empty() && length != 0;
+}
+
+std::uint64_t stream_reader::read_part(std::uint64_t from, std::uint8_t* buffer, std::uint64_t length,
+                                       std::uint32_t& flags) {
+    const std::uint64_t end = from + std::min(length, m_range_bytes - std::min(from, m_range_bytes));
+    std::uint64_t given = 0;
+    std::uint64_t at = 0;  // of the present share in what the whole range gives
+    for (std::size_t i = 0; i < m_stretches.size(); ++i) {
+        const run_cursor::stretch& stretch = m_stretches[i];
+        // Each turn takes a cluster at least.
+        for (std::uint64_t done = 0; done < stretch.length_in_clusters && at < end;) {
+            const share next = next_share(m_range, i, done, m_range_bytes - at);
+            const std::uint64_t wanted_from = std::max(from, at);
+            const std::uint64_t wanted_end = std::min(end, at + next.bytes);
+            if (wanted_from < wanted_end) {
+                const std::uint64_t wanted = wanted_end - wanted_from;
+                const std::uint64_t skipped = next.from + (wanted_from - at);
+                std::uint64_t got = wanted;
+                if (stretch.sparse) {
+                    flags |= stream_met_sparse;
+                    std::memset(buffer + given, 0, wanted);
+                } else {
+                    got = bytes_of_run(stretch.lcn + done, skipped, wanted, buffer + given);
+                }
+                given += got;
+                if (got < wanted) {
+                    return given;
+                }
+            }
+            at += next.bytes;
+            done += next.clusters;
+        }
+    }
+    return given;
+}
+
+// Bytes from byte `from` of a run on, up to the first cluster that cannot be read. Returns how many there
+// were.
+std::uint64_t stream_reader::bytes_of_run(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
+                                          std::uint8_t* buffer) {
+    // Each turn takes the rest of a cluster or several whole ones.
+    for (std::uint64_t done = 0; done < bytes;) {
+        const std::uint64_t cluster = lcn + (from + done) / m_cluster_size;
+        const std::uint64_t head = (from + done) % m_cluster_size;
+        const std::uint64_t left = bytes - done;
+        if (head == 0 && left >= m_cluster_size) {
+            const std::uint64_t wanted = left / m_cluster_size;
+            const std::uint64_t got = m_ntfs.read_leading_clusters(cluster, wanted, buffer + done);
+            done += got * m_cluster_size;
+            if (got < wanted) {
+                return done;
+            }
+            continue;
+        }
+        const std::uint64_t part = std::min(left, m_cluster_size - head);
+        if (!part_of_cluster(cluster, head, part, buffer + done)) {
+            return done;
+        }
+        done += part;
+    }
+    return bytes;
 }
 
 // The clusters of the range, up to the first that no run covers. A sparse cluster that is left out at either
@@ -165,17 +230,25 @@ std::uint64_t stream_reader::take(const share& wanted, const run_cursor::stretch
         return wanted.bytes;
     }
     if (wanted.bytes == wanted.clusters * m_cluster_size) {
-        return m_ntfs.read_leading_clusters(at.lcn + done, wanted.clusters, buffer) * m_cluster_size;
+        const std::uint64_t got =
+            m_ntfs.read_leading_clusters(at.lcn + done, wanted.clusters, buffer) * m_cluster_size;
+        std::memset(buffer + got, 0, wanted.bytes - got);
+        return got;
     }
     return part_of_cluster(at.lcn + done, wanted.from, wanted.bytes, buffer) ? wanted.bytes : 0;
 }
 
 bool stream_reader::part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
                                     std::uint8_t* buffer) {
-    m_scratch.resize(m_cluster_size);
-    std::uint64_t size = m_cluster_size;
-    if (!m_ntfs.read_clusters(lcn, m_scratch.data(), size)) {
-        return false;
+    // Of a cluster that is longer than a buffer, parts are asked for one after the other.
+    if (m_scratch_lcn != lcn) {
+        m_scratch_lcn.reset();
+        m_scratch.resize(m_cluster_size);
+        std::uint64_t size = m_cluster_size;
+        if (!m_ntfs.read_clusters(lcn, m_scratch.data(), size)) {
+            return false;
+        }
+        m_scratch_lcn = lcn;
     }
     std::memcpy(buffer, m_scratch.data() + from, bytes);
     return true;

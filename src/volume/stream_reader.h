@@ -13,6 +13,7 @@
 #include "volume/run_cursor.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace quarry {
@@ -35,10 +36,18 @@ class stream_reader {
     // Reads up to `length` bytes from byte `offset` of the stream into `buffer`, which has room for them. The
     // read ends early at a VCN that no run covers and at a cluster that cannot be read. True if at least one
     // cluster was processed; `length` is then the number of bytes delivered, which begin the buffer. After
-    // false `length` is as it was. Behind the delivered bytes the buffer holds what it held, or zeros.
+    // false `length` is as it was. After the delivered bytes the buffer holds what it held, or zeros.
     // `flags` is replaced by the flags above on every call with a usable cluster size.
     [[nodiscard]] bool read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t& length,
                             std::uint32_t& flags);
+
+    // The same read in parts, for a range that is longer than a buffer may be. `begin` takes the range and
+    // tells whether there is anything to read. `read_part` then gives the bytes from byte `from` of what
+    // `read` would deliver: up to `length` of them, fewer where the read ends. Returns how many; the buffer
+    // holds nothing of use after them. Sets stream_met_sparse in `flags` if it met a hole.
+    [[nodiscard]] bool begin(std::uint64_t offset, std::uint64_t length, std::uint32_t& flags);
+    [[nodiscard]] std::uint64_t read_part(std::uint64_t from, std::uint8_t* buffer, std::uint64_t length,
+                                          std::uint32_t& flags);
 
   private:
     // Where a range begins and ends in clusters; bytes of the first one ahead of it, bytes of the last one in
@@ -65,12 +74,17 @@ class stream_reader {
                                      std::uint8_t* buffer);
     [[nodiscard]] bool part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
                                        std::uint8_t* buffer);
+    [[nodiscard]] std::uint64_t bytes_of_run(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
+                                             std::uint8_t* buffer);
 
     CNtfs& m_ntfs;
     run_cursor m_cursor;
     std::uint64_t m_cluster_size;
     std::vector<run_cursor::stretch> m_stretches;  // the clusters of the present range, in order
-    std::vector<std::uint8_t> m_scratch;           // one cluster
+    cluster_range m_range;                         // the present range ...
+    std::uint64_t m_range_bytes = 0;               // ... and its length
+    std::vector<std::uint8_t> m_scratch;           // one cluster ...
+    std::optional<std::uint64_t> m_scratch_lcn;    // ... which is this one
     // Clusters of the volume that were read together, from this LCN on; and the first stretch behind those
     // for which that was tried.
     std::vector<std::uint8_t> m_close;

@@ -2,6 +2,8 @@
 #include "unit/volume/categorized.h"
 #include "volume/entry_flattening.h"
 
+#include <ctime>
+
 #include <gtest/gtest.h>
 
 namespace quarry::test {
@@ -485,6 +487,46 @@ TEST(CategorizeEntry, ReadsTheListAsFarAsItsClustersCanBeRead) {
     const categorized got = categorize(volume);
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
+}
+
+// A volume with one file whose list names the same piece again and again. The runs of the piece lie between
+// those that are there, each time anew.
+void add_interleaved_file(volume_builder& volume, std::size_t times) {
+    auto& file = volume.add_file("a");
+    const std::size_t second = file.add_extension();
+    file.attribute(piece({{100, 2}, {200, 2}, {300, 2}}, 0, 2));
+    file.attribute(piece({{400, 2}, {500, 2}, {600, 2}}, 1, 7), second);
+    bytes list;
+    const bytes entry = build_attribute_list({{.record = 25, .id = 7}});
+    for (std::size_t i = 0; i < times; ++i) {
+        list.insert(list.end(), entry.begin(), entry.end());
+    }
+    file.attribute_list(list).list_in_clusters();
+}
+
+TEST(CategorizeEntry, joins_a_piece_named_again_and_again_as_merging_one_by_one_does) {
+    volume_builder volume;
+    add_interleaved_file(volume, 500);
+    cluster_run_list expected{{100, 0, false, 2}, {200, 2, false, 2}, {300, 4, false, 2}};
+    for (int i = 0; i < 500; ++i) {
+        merge_runs({{400, 1, false, 2}, {500, 3, false, 2}, {600, 5, false, 2}}, expected);
+    }
+    ASSERT_EQ(expected.size(), 1503u);
+    EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->runs, expected);
+}
+
+// 2 MiB that took most of a minute while each join walked over all that was there.
+TEST(CategorizeEntry, joins_a_piece_named_sixty_thousand_times_in_little_time) {
+    volume_builder volume;
+    add_interleaved_file(volume, 60000);
+    opened_volume opened(volume);
+    ASSERT_LT(opened->source_size(), 3u << 20);
+    attr_item_list items;
+    const std::clock_t start = std::clock();
+    ASSERT_TRUE(categorize_entry(opened.ntfs(), 24, items, no_log()));
+    const auto processor_seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    EXPECT_GT(of_type(items, 0x80).at(0)->runs.size(), 100000u);
+    EXPECT_LT(processor_seconds, 10.0);
 }
 
 }  // namespace

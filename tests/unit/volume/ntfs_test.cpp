@@ -1,6 +1,7 @@
 #include "volume/ntfs.h"
 
 #include "support/opened_volume.h"
+#include "support/reading_calls.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -192,10 +193,11 @@ TEST(ReadClusterAlloc, a_length_beyond_the_source_costs_nothing_and_fails) {
     }
 }
 
-// The clusters ahead of the first that cannot be read, and the buffer, which was full of 0xEE.
+// The clusters before the first that cannot be read.
 std::pair<std::uint64_t, bytes> leading(opened_volume& volume, std::uint64_t lcn, std::size_t count) {
     bytes buffer(count * cluster, 0xEE);
     const std::uint64_t read = volume->read_leading_clusters(lcn, count, buffer.data());
+    buffer.resize(read * cluster);
     return {read, buffer};
 }
 
@@ -207,15 +209,36 @@ TEST(ReadLeadingClusters, neighbours_are_read_together) {
     EXPECT_EQ(leading(volume, 40, 0).first, 0u);
 }
 
-TEST(ReadLeadingClusters, the_first_cluster_that_cannot_be_read_ends_it_and_the_rest_is_zeros) {
+TEST(ReadLeadingClusters, the_first_cluster_that_cannot_be_read_ends_it) {
     bytes image = patterned_image();
     image.resize(62 * cluster);
     opened_volume volume(image);
-    bytes expected = part(image, 60 * cluster, 2 * cluster);
-    expected.resize(8 * cluster);
-    EXPECT_EQ(leading(volume, 60, 8), std::pair(std::uint64_t{2}, expected));
-    EXPECT_EQ(leading(volume, 62, 8), std::pair(std::uint64_t{0}, bytes(8 * cluster)));
-    EXPECT_EQ(leading(volume, ~std::uint64_t{0} - 1, 8), std::pair(std::uint64_t{0}, bytes(8 * cluster)));
+    for (std::size_t count = 2; count < 40; ++count) {
+        EXPECT_EQ(leading(volume, 60, count),
+                  std::pair(std::uint64_t{2}, part(image, 60 * cluster, 2 * cluster)));
+        EXPECT_EQ(leading(volume, 41, count + 20),
+                  std::pair(std::uint64_t{21}, part(image, 41 * cluster, 21 * cluster)));
+    }
+    EXPECT_EQ(leading(volume, 62, 8), std::pair(std::uint64_t{0}, bytes()));
+    EXPECT_EQ(leading(volume, ~std::uint64_t{0} - 1, 8), std::pair(std::uint64_t{0}, bytes()));
+}
+
+TEST(ReadLeadingClusters, the_place_where_the_source_ends_costs_few_reads_however_small_clusters_are) {
+    volume_builder built({.bytes_per_sector = 16, .sectors_per_cluster = 1, .stride = 4096});
+    built.force_boot(64, 1, 0xF6);
+    opened_volume volume(built);
+    const bytes image = read_file(volume.path());
+    ASSERT_EQ(image.size() % 16, 0u);
+    ASSERT_GT(image.size(), 70000u);
+    bytes buffer(4 << 20);
+    const std::uint64_t before = reading_calls();
+    EXPECT_EQ(volume->read_leading_clusters(image.size() / 16 - 4000, buffer.size() / 16, buffer.data()),
+              4000u);
+    const std::uint64_t calls = reading_calls() - before;
+    EXPECT_TRUE(std::equal(image.end() - 64000, image.end(), buffer.begin()));
+    if (before != 0) {
+        EXPECT_LT(calls, 60u);
+    }
 }
 
 TEST(ReadLeadingClusters, a_cluster_that_the_source_cuts_counts_as_read) {
@@ -223,7 +246,7 @@ TEST(ReadLeadingClusters, a_cluster_that_the_source_cuts_counts_as_read) {
     image.resize(61 * cluster + 10);
     opened_volume volume(image);
     bytes expected = part(image, 60 * cluster, cluster + 10);
-    expected.resize(4 * cluster);
+    expected.resize(2 * cluster);
     EXPECT_EQ(leading(volume, 60, 4), std::pair(std::uint64_t{2}, expected));
 }
 
@@ -247,7 +270,6 @@ TEST(ReadLeadingClusters, more_than_one_read_may_hold_are_read_one_read_after_th
     opened_volume volume(image);
     bytes expected = content;
     std::fill(expected.begin() + 2399 * cluster + 100, expected.end(), std::uint8_t{0});
-    expected.resize(2500 * cluster);
     const auto [read, buffer] = leading(volume, 64, 2500);
     EXPECT_EQ(read, 2400u);
     EXPECT_TRUE(buffer == expected);

@@ -306,6 +306,21 @@ void expect_same_as_slow(CNtfs& ntfs, std::mt19937& random, int rounds) {
                 ASSERT_EQ(delivered, expected.delivered.size());
                 ASSERT_EQ(part(buffer, 0, delivered), expected.delivered);
             }
+            // The same in parts.
+            const std::size_t part_size = 1 + random() % (3 * size);
+            bytes in_parts;
+            std::uint32_t part_flags = flags;
+            std::uint64_t got = part_size;
+            if (reader.begin(offset, length, part_flags)) {
+                while (got == part_size) {
+                    bytes piece(part_size, 0xEE);
+                    got = reader.read_part(in_parts.size(), piece.data(), part_size, part_flags);
+                    in_parts.insert(in_parts.end(), piece.begin(),
+                                    piece.begin() + static_cast<std::ptrdiff_t>(got));
+                }
+            }
+            ASSERT_EQ(in_parts, expected.delivered);
+            ASSERT_EQ(part_flags, expected.flags);
         }
     }
 }
