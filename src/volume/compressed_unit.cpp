@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::uint64_t block_size = 4096;
 constexpr std::uint64_t header_size = 2;
+// A header, a payload, and the second byte of a token that begins on its last byte.
+constexpr std::uint64_t longest_chunk = header_size + 4096 + 1;
 
 class chunk_header {
   public:
@@ -35,36 +37,38 @@ bool any_byte_set(byte_view bytes) {
     return std::any_of(bytes.span().begin(), bytes.span().end(), [](std::uint8_t byte) { return byte != 0; });
 }
 
-// Offset at which the last 4096 bytes of the unit begin; negative in a shorter unit.
-std::int64_t last_block_offset(byte_view unit) {
-    return static_cast<std::int64_t>(unit.size()) - static_cast<std::int64_t>(block_size);
+// The last 4096 bytes of the unit, or all of a shorter one.
+byte_view last_block(unit_bytes& unit) {
+    const std::uint64_t size = std::min(unit.size(), block_size);
+    return unit.from(unit.size() - size, size).clipped(0, size);
 }
 
-bool last_block_is_zero(byte_view unit) {
-    return !any_byte_set(
-        unit.from(static_cast<std::uint64_t>(std::max<std::int64_t>(last_block_offset(unit), 0))));
+bool last_block_is_zero(unit_bytes& unit) {
+    return !any_byte_set(last_block(unit));
 }
 
 // Samples four words of the last block; of a unit shorter than a block, those bytes that exist.
-bool is_plain_by_tail(byte_view unit) {
+bool is_plain_by_tail(unit_bytes& unit) {
     constexpr std::array<std::int64_t, 4> sampled{0, 8, 0x200, 0x400};
-    const std::int64_t block = last_block_offset(unit);
+    const byte_view block = last_block(unit);
+    const std::int64_t missing = static_cast<std::int64_t>(block_size - block.size());
     for (const std::int64_t sample : sampled) {
-        const std::int64_t begin = std::max<std::int64_t>(block + sample, 0);
-        const std::int64_t end = std::max<std::int64_t>(block + sample + 8, begin);
+        const std::int64_t begin = std::max<std::int64_t>(sample - missing, 0);
+        const std::int64_t end = std::max<std::int64_t>(sample + 8 - missing, begin);
         if (any_byte_set(
-                unit.clipped(static_cast<std::uint64_t>(begin), static_cast<std::uint64_t>(end - begin)))) {
+                block.clipped(static_cast<std::uint64_t>(begin), static_cast<std::uint64_t>(end - begin)))) {
             return true;
         }
     }
     return unit.size() == block_size;
 }
 
-bool is_plain(byte_view unit, std::uint32_t flags) {
+bool is_plain(unit_bytes& unit, std::uint32_t flags) {
     // Deliberate: one would expect a unit without sparse clusters to be plain whatever it begins with. The
     // header of a stored chunk makes it a unit of chunks, so a plain unit that happens to begin with these
     // two bytes reaches the user taken apart.
-    if (unit.u8_or_zero(0) == 0xFF && unit.u8_or_zero(1) == 0x3F) {
+    const byte_view head = unit.from(0, header_size);
+    if (head.u8_or_zero(0) == 0xFF && head.u8_or_zero(1) == 0x3F) {
         return false;
     }
     if ((flags & unit_judge_by_tail) != 0) {
@@ -90,6 +94,14 @@ class plain_bytes {
         return piece.size();
     }
 
+    // The whole unit, as far as the limit allows.
+    void give_all(unit_bytes& unit) {
+        // Each turn gives a byte at least, or is the last.
+        for (std::uint64_t at = 0; at < unit.size() && m_left != 0;) {
+            at += give(unit.from(at, 1));
+        }
+    }
+
   private:
     unit_output& m_output;
     std::uint64_t& m_written;
@@ -101,15 +113,15 @@ class plain_bytes {
 // Deliberate: one would expect the unit to fail, or its raw bytes to stand in place of its chunks. If
 // anything stands in its last 4096 bytes it is taken for plain after all, and its raw bytes follow the chunks
 // that were given out already: the user sees both.
-bool rescue(byte_view unit, plain_bytes& plain) {
+bool rescue(unit_bytes& unit, plain_bytes& plain) {
     if (last_block_is_zero(unit)) {
         return false;
     }
-    plain.give(unit);
+    plain.give_all(unit);
     return true;
 }
 
-bool walk_chunks(byte_view unit, plain_bytes& plain) {
+bool walk_chunks(unit_bytes& unit, plain_bytes& plain) {
     std::array<plain_chunk, 2> chunks;
     plain_chunk* before = &chunks[0];
     plain_chunk* current = &chunks[1];
@@ -120,8 +132,9 @@ bool walk_chunks(byte_view unit, plain_bytes& plain) {
     // decide whether the unit could be made out, so damage behind the end of a file can cost the user its
     // last unit.
     while (position < unit.size()) {
-        const chunk_header header(u16_before_zeros(unit, position));
-        const byte_view payload = unit.from(position + header_size);
+        const byte_view chunk = unit.from(position, longest_chunk);
+        const chunk_header header(u16_before_zeros(chunk, 0));
+        const byte_view payload = chunk.from(header_size);
         if (header.is_compressed()) {
             if (!decompress_chunk(payload, header.payload_size(), *before, *current)) {
                 return rescue(unit, plain);
@@ -143,17 +156,36 @@ bool walk_chunks(byte_view unit, plain_bytes& plain) {
     return true;
 }
 
+// A unit that is in memory.
+class held_unit : public unit_bytes {
+  public:
+    explicit held_unit(byte_view bytes) : m_bytes(bytes) {}
+    [[nodiscard]] std::uint64_t size() const override { return m_bytes.size(); }
+    [[nodiscard]] byte_view from(std::uint64_t offset, std::uint64_t /*least*/) override {
+        return m_bytes.from(offset);
+    }
+
+  private:
+    byte_view m_bytes;
+};
+
 }  // namespace
 
 bool decompress_unit(unit_output& output, std::uint64_t& written, byte_view unit, std::uint64_t limit,
                      std::uint32_t flags) {
+    held_unit held(unit);
+    return decompress_unit(output, written, held, limit, flags);
+}
+
+bool decompress_unit(unit_output& output, std::uint64_t& written, unit_bytes& unit, std::uint64_t limit,
+                     std::uint32_t flags) {
     written = 0;
-    if (unit.empty() || limit == 0) {
+    if (unit.size() == 0 || limit == 0) {
         return false;
     }
     plain_bytes plain(output, written, limit);
     if (is_plain(unit, flags)) {
-        plain.give(unit);
+        plain.give_all(unit);
         return true;
     }
     return walk_chunks(unit, plain);

@@ -27,6 +27,19 @@ class unit_output {
     virtual void take(byte_view plain) = 0;
 };
 
+// The bytes of a unit. They need not all be in memory at once.
+class unit_bytes {
+  public:
+    unit_bytes() = default;
+    unit_bytes(const unit_bytes&) = delete;
+    unit_bytes& operator=(const unit_bytes&) = delete;
+    virtual ~unit_bytes() = default;
+    [[nodiscard]] virtual std::uint64_t size() const = 0;
+    // The bytes from `offset` on: at least `least` of them, which is 8 KiB at most, or all that there are.
+    // Good until the next call.
+    [[nodiscard]] virtual byte_view from(std::uint64_t offset, std::uint64_t least) = 0;
+};
+
 // What is known of a unit; the first and the last are bits of stream_reader's flags word.
 inline constexpr std::uint32_t unit_met_sparse = 0x2;  // some of its clusters are sparse
 inline constexpr std::uint32_t unit_judge_by_tail =
@@ -37,6 +50,8 @@ inline constexpr std::uint32_t unit_judge_by_sparse = 0x8;  // it is plain unles
 // True if the unit could be made out, which a wholly sparse one can with nothing written. False for an empty
 // unit, a limit of 0, and a unit whose chunks are damaged and whose last 4096 bytes are zeros; what was given
 // to `output` is of no use then.
+[[nodiscard]] bool decompress_unit(unit_output& output, std::uint64_t& written, unit_bytes& unit,
+                                   std::uint64_t limit, std::uint32_t flags);
 [[nodiscard]] bool decompress_unit(unit_output& output, std::uint64_t& written, byte_view unit,
                                    std::uint64_t limit, std::uint32_t flags);
 

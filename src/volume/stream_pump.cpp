@@ -51,31 +51,67 @@ void restore_index_blocks(std::span<std::uint8_t> transfer, std::uint32_t sector
     }
 }
 
-// Bytes of a transfer. Index blocks are restored transfer by transfer, so there the unit must stay what it
-// is.
+// Bytes of a transfer. Index blocks are restored transfer by transfer, so there it is a unit of 16 clusters,
+// also where that is longer than a buffer.
 std::uint64_t transfer_length(const CNtfs& ntfs, const transfer_plan& plan) {
-    const std::uint64_t unit = transfer_unit(ntfs);
-    return plan.restore_index_blocks || unit == 0 ? unit
-                                                  : std::max<std::uint64_t>(transfer_size / unit, 1) * unit;
+    if (plan.restore_index_blocks) {
+        return transfer_unit(ntfs);
+    }
+    const std::uint64_t room = transfer_buffer_size(ntfs);
+    return room == 0 ? 0 : std::max<std::uint64_t>(transfer_size / room, 1) * room;
+}
+
+// Bytes of the buffer for transfers of so many bytes: whole index blocks where it is shorter than a transfer.
+std::uint64_t buffer_length(const CNtfs& ntfs, std::uint64_t transfer) {
+    const std::uint64_t room = transfer_buffer_size(ntfs);
+    return transfer <= std::max(room, transfer_size)
+               ? transfer
+               : std::min(transfer, (room + index_block_size - 1) / index_block_size * index_block_size);
+}
+
+// Moves one transfer. Returns how many bytes came, 0 where none did.
+std::uint64_t move_transfer(CNtfs& ntfs, stream_reader& reader, const transfer_plan& plan,
+                            std::uint64_t offset, std::uint64_t length, std::span<std::uint8_t> buffer,
+                            stream_sink& sink) {
+    const auto give = [&](std::span<std::uint8_t> bytes) {
+        if (plan.restore_index_blocks) {
+            restore_index_blocks(bytes, ntfs.get_bytes_per_sector());
+        }
+        sink.write(byte_view(bytes));
+    };
+    std::uint32_t flags = 0;
+    if (length <= buffer.size()) {
+        if (!reader.read(offset, buffer.data(), length, flags)) {
+            return 0;
+        }
+        give(buffer.first(length));
+        return length;
+    }
+    std::uint64_t moved = 0;
+    // Each turn moves a buffer, or is the last.
+    for (bool more = reader.begin(offset, length, flags); more && moved < length;) {
+        const std::uint64_t wanted = std::min<std::uint64_t>(buffer.size(), length - moved);
+        const std::uint64_t got = reader.read_part(moved, buffer.data(), wanted, flags);
+        if (got != 0) {
+            give(buffer.first(got));
+        }
+        moved += got;
+        more = got == wanted && !sink.has_failed();
+    }
+    return moved;
 }
 
 void pump_clusters(CNtfs& ntfs, const cluster_run_list& runs, const transfer_plan& plan, std::uint64_t slack,
                    std::uint64_t transfer, std::span<std::uint8_t> buffer, stream_sink& sink,
                    pump_context& context) {
     stream_reader reader(ntfs, runs);
-    std::uint32_t flags = 0;
     std::uint64_t offset = 0;
     std::uint64_t left = plan.total;
     std::uint64_t length = std::min(transfer, left);
     // Each turn moves on in the stream; where the runs end, so does the loop.
-    while (reader.read(offset, buffer.data(), length, flags)) {
-        const std::span<std::uint8_t> delivered = buffer.first(length);
-        if (plan.restore_index_blocks) {
-            restore_index_blocks(delivered, ntfs.get_bytes_per_sector());
-        }
-        sink.write(byte_view(delivered));
-        context.bytes_copied += length;
-        left -= length;
+    while (const std::uint64_t moved = move_transfer(ntfs, reader, plan, offset, length, buffer, sink)) {
+        context.bytes_copied += moved;
+        left -= moved;
         if (left == 0) {
             left = slack;
             slack = 0;
@@ -83,7 +119,7 @@ void pump_clusters(CNtfs& ntfs, const cluster_run_list& runs, const transfer_pla
         if (left == 0 || sink.has_failed()) {
             return;
         }
-        offset += length;
+        offset += moved;
         length = std::min(transfer, left);
     }
 }
@@ -112,7 +148,8 @@ bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, st
         return false;
     }
     const std::uint64_t slack = rules.include_slack ? item.allocated - plan.size : 0;
-    std::vector<std::uint8_t> buffer(slack != 0 ? transfer : std::min(transfer, plan.total));
+    std::vector<std::uint8_t> buffer(
+        buffer_length(ntfs, slack != 0 ? transfer : std::min(transfer, plan.total)));
     pump_clusters(ntfs, item.runs, plan, slack, transfer, buffer, sink, context);
     return true;
 }

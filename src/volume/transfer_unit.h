@@ -9,13 +9,15 @@
 
 namespace quarry {
 
-// Deliberate: one would expect a compressed stream to move in the units that its attribute tells. It moves in
-// units of 16 clusters whatever the attribute says; NTFS makes no others, and where damage made the field
-// another number the user still gets the file.
+// Deliberate: a compressed stream moves in units of 16 clusters, not in the units that its attribute names.
+// NTFS makes no others, and where damage made the field another number the user still gets the file.
 inline constexpr std::uint64_t clusters_per_unit = 16;
 
-// Bytes of a unit. A boot sector may claim clusters of many megabytes, so a unit of more than 1 MiB is cut to
-// the size of the source, rounded up to a whole cluster. 0 for a volume without a usable cluster size.
+// Bytes of a unit, whatever the size of the source. 0 for a volume without a usable cluster size.
 [[nodiscard]] std::uint64_t transfer_unit(const CNtfs& ntfs);
+
+// Bytes of a buffer for transfers. A boot sector may claim clusters of many megabytes, so of a unit of more
+// than 1 MiB it holds as much as the source has, rounded up to a whole cluster. 0 where the unit is.
+[[nodiscard]] std::uint64_t transfer_buffer_size(const CNtfs& ntfs);
 
 }  // namespace quarry

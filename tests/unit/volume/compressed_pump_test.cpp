@@ -26,9 +26,12 @@ constexpr std::size_t unit_clusters = 16;
 // them.
 class compressed_stream {
   public:
-    explicit compressed_stream(std::uint32_t sectors_per_cluster = 8)
-        : m_cluster(sectors_per_cluster * 512),
-          m_volume({.sectors_per_cluster = sectors_per_cluster, .mft_entries = 8}) {}
+    explicit compressed_stream(std::uint32_t sectors_per_cluster = 8, std::uint32_t bytes_per_sector = 512)
+        : m_cluster(std::size_t{sectors_per_cluster} * bytes_per_sector),
+          m_volume({.bytes_per_sector = bytes_per_sector,
+                    .sectors_per_cluster = sectors_per_cluster,
+                    .mft_entries = 8,
+                    .stride = bytes_per_sector}) {}
 
     [[nodiscard]] std::size_t cluster() const { return m_cluster; }
     [[nodiscard]] std::size_t unit() const { return unit_clusters * m_cluster; }
@@ -508,6 +511,112 @@ TEST(PumpCompressedBesideThePlainOne, GivesTheSameOnDamagedStreams) {
         }
     }
 }
+
+struct cluster_shape {
+    std::uint32_t sectors;
+    std::uint32_t bytes_per_sector;
+};
+
+// Clusters whose unit of 16 is longer than the whole source.
+class PumpCompressedOnLargeClusters : public ::testing::TestWithParam<cluster_shape> {
+  protected:
+    // So many chunks, no two neighbours alike, of few bytes each.
+    struct chunked {
+        bytes plain;
+        bytes chunks;
+    };
+    static chunked short_chunks(std::size_t count) {
+        chunked made;
+        for (std::size_t i = 0; i < count; ++i) {
+            const bytes plain = concat({bytes(100 + i % 50, static_cast<std::uint8_t>('a' + i % 23)),
+                                        bytes(3996 - i % 50, static_cast<std::uint8_t>('A' + i % 19))});
+            const bytes chunk = lznt1_chunks(plain);
+            made.plain.insert(made.plain.end(), plain.begin(), plain.end());
+            made.chunks.insert(made.chunks.end(), chunk.begin(), chunk.end());
+        }
+        return made;
+    }
+    compressed_stream m_stream{GetParam().sectors, GetParam().bytes_per_sector};
+};
+
+TEST_P(PumpCompressedOnLargeClusters, takes_16_clusters_for_a_unit_on_a_source_of_fewer) {
+    const std::size_t unit = m_stream.unit();
+    const chunked first = short_chunks(unit / 4096);
+    const chunked second = short_chunks(unit / 4096 - 5);
+    ASSERT_EQ(unit % 4096, 0u);
+    m_stream.unit_of_bytes(first.chunks).unit_of_bytes(second.chunks);
+    attr_item item = m_stream.item();
+    item.real = item.initialized = 2 * unit - 5 * 4096 - 100;
+    opened_volume opened(m_stream.volume());
+    ASSERT_LT(opened->source_size(), unit);
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    const bytes expected = first_bytes(concat({first.plain, second.plain}), item.real);
+    EXPECT_EQ(got.out.size(), expected.size());
+    EXPECT_TRUE(got.out == expected);
+}
+
+TEST_P(PumpCompressedOnLargeClusters, gives_16_stored_clusters_as_they_are) {
+    const std::size_t cluster = m_stream.cluster();
+    const bytes stored = random_bytes(cluster, 31);
+    m_stream.unit_of_bytes(stored);
+    attr_item item = m_stream.item();
+    // The same cluster again and again, and a unit that begins like a stored chunk.
+    const cluster_run again = item.runs.at(0);
+    item.runs.clear();
+    bytes expected;
+    for (std::uint64_t vcn = 0; vcn < 17; ++vcn) {
+        item.runs.push_back({.lcn = again.lcn, .vcn = vcn, .sparse = false, .length = 1});
+        expected.insert(expected.end(), stored.begin(), stored.end());
+    }
+    item.real = item.initialized = item.allocated = 17 * cluster;
+    opened_volume opened(m_stream.volume());
+    ASSERT_LT(opened->source_size(), m_stream.unit());
+    const pumped got = pump(opened.ntfs(), item);
+    EXPECT_TRUE(got.ok);
+    EXPECT_TRUE(got.out == expected);
+}
+
+TEST_P(PumpCompressedOnLargeClusters, gives_the_same_as_the_plain_way_on_damaged_streams) {
+    std::mt19937 random(GetParam().sectors);
+    const std::size_t unit = m_stream.unit();
+    const chunked text = short_chunks(unit / 4096);
+    m_stream.unit_of_bytes(text.chunks).unit_of_bytes(random_bytes(3000, 5)).unit_of_bytes(text.chunks);
+    const attr_item item = m_stream.item();
+    const bytes image = m_stream.volume().image();
+    const std::size_t content = static_cast<std::size_t>(item.runs.at(0).lcn) * m_stream.cluster();
+    for (int round = 0; round < 12; ++round) {
+        attr_item changed = item;
+        changed.real = changed.initialized = 3 * unit - random() % (2 * unit);
+        bytes damaged = image;
+        damaged[content + random() % text.chunks.size()] = static_cast<std::uint8_t>(random());
+        if (round % 3 == 0) {
+            damaged.resize(content + random() % (damaged.size() - content));
+        }
+        if (round % 4 == 1) {
+            changed.runs[0].length += 1;
+        }
+        if (round % 4 == 2) {
+            changed.runs[1].sparse = false;
+            changed.runs[1].lcn = changed.runs[0].lcn;
+        }
+        opened_volume opened(damaged);
+        const slow_copy expected = slow_pump_compressed(opened.ntfs(), changed);
+        const pumped got = pump(opened.ntfs(), changed);
+        ASSERT_EQ(got.ok, expected.ok) << round;
+        ASSERT_EQ(got.out.size(), expected.out.size()) << round;
+        ASSERT_TRUE(got.out == expected.out) << round;
+        ASSERT_EQ(got.bytes_copied, expected.bytes_copied) << round;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, PumpCompressedOnLargeClusters,
+                         ::testing::Values(cluster_shape{255, 512}, cluster_shape{255, 1024},
+                                           cluster_shape{128, 1024}),
+                         [](const auto& shape) {
+                             return std::to_string(shape.param.sectors) + "_sectors_of_" +
+                                    std::to_string(shape.param.bytes_per_sector);
+                         });
 
 TEST(PumpCompressed, FailsWhereThereIsNoMemory) {
     compressed_stream stream(1);

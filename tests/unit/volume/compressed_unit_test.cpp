@@ -336,7 +336,7 @@ TEST(DecompressUnit, GivesZerosForAChunkOfWhichOnlyTheHeaderIsThere) {
 TEST(DecompressUnit, judges_a_chunk_that_claims_more_than_eight_bytes_by_its_claim_where_the_unit_ends) {
     // A whole chunk, then one that claims nine bytes of which three exist, and one that claims eight.
     const bytes text = text_like(4096, 8);
-    const bytes first = lznt1_chunk(text);
+    const bytes first = lznt1_chunks(text);
     bytes rest_of_first = text;
     rest_of_first[0] = 'A';
     rest_of_first[1] = 'B';

@@ -2,6 +2,7 @@
 
 #include "support/capturing_log.h"
 #include "support/opened_volume.h"
+#include "support/sample_text.h"
 #include "support/slow_stream.h"
 #include "unit/volume/allocation_counter.h"
 #include "volume/attribute.h"
@@ -617,6 +618,46 @@ TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
         opened_volume volume(patterned_image(1));
         std::filesystem::resize_file(volume.path(), 20 * 1024 + random() % (50 * 1024));
         expect_same_on_random_items(volume.ntfs(), random, 12);
+    }
+}
+
+// Index blocks are restored transfer by transfer of 16 clusters, also where the source has fewer.
+TEST(PumpBesideThePlainOne, gives_the_same_index_blocks_on_clusters_whose_unit_is_longer_than_the_source) {
+    std::mt19937 random(4);
+    for (const std::uint32_t bytes_per_sector : {512u, 1023u, 1024u}) {
+        const std::size_t size = std::size_t{255} * bytes_per_sector;
+        volume_builder volume({.bytes_per_sector = bytes_per_sector,
+                               .sectors_per_cluster = 255,
+                               .mft_entries = 8,
+                               .stride = bytes_per_sector});
+        bytes content = random_bytes(4 * size, bytes_per_sector);
+        for (std::size_t block = 0; block + 8 <= content.size(); block += 512) {
+            content[block + 5] = 0;
+            content[block + 6] = static_cast<std::uint8_t>(random() % 12);
+            content[block + 7] = 0;
+        }
+        volume.write_clusters(4, content);
+        bytes image = volume.image();
+        for (int round = 0; round < 6; ++round) {
+            attr_item item;
+            item.type = attr_index_allocation;
+            item.non_resident = true;
+            std::uint64_t vcn = 0;
+            for (auto i = 2 + random() % 6; i > 0; --i) {
+                const bool sparse = random() % 3 == 0;
+                const auto length = static_cast<std::uint32_t>(1 + random() % (sparse ? 9 : 4));
+                item.runs.push_back(
+                    {.lcn = sparse ? 0 : 3 + random() % 3, .vcn = vcn, .sparse = sparse, .length = length});
+                vcn += length;
+            }
+            item.allocated = vcn * size;
+            item.real = item.initialized = 1 + random() % item.allocated;
+            opened_volume opened(image);
+            ASSERT_LT(opened->source_size(), 16 * size);
+            expect_same_as_slow(opened.ntfs(), item, {});
+            expect_same_as_slow(opened.ntfs(), item, {.raw = true});
+            expect_same_as_slow(opened.ntfs(), item, {.skip_sparse = true});
+        }
     }
 }
 

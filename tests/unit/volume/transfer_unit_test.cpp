@@ -8,33 +8,44 @@
 namespace quarry::test {
 namespace {
 
-// The unit on a source of so many bytes.
-std::uint64_t unit_of(std::int32_t cluster_size, std::size_t source_size) {
+// The unit and the buffer on a source of so many bytes.
+struct sizes {
+    std::uint64_t unit = 0;
+    std::uint64_t buffer = 0;
+    [[nodiscard]] bool operator==(const sizes&) const = default;
+};
+void PrintTo(const sizes& each, std::ostream* out) {
+    *out << each.unit << " in " << each.buffer;
+}
+
+sizes sizes_of(std::int32_t cluster_size, std::size_t source_size) {
     const temp_dir dir;
     write_file(dir / "source", bytes(source_size));
     CNtfs ntfs;
     ntfs.m_cluster_size = cluster_size;
     ntfs.m_disk = std::make_unique<RAW_DISK_IO>((dir / "source").wstring(), false, 0);
-    return transfer_unit(ntfs);
+    return {transfer_unit(ntfs), transfer_buffer_size(ntfs)};
 }
 
-TEST(TransferUnit, Is16Clusters) {
-    EXPECT_EQ(unit_of(512, 10000), 8192u);
-    EXPECT_EQ(unit_of(4096, 10000), 65536u);
-    EXPECT_EQ(unit_of(65536, 10000), 1048576u);
-    EXPECT_EQ(unit_of(131072, 3000000), 2097152u);
+TEST(TransferUnit, is_16_clusters_and_held_whole_up_to_a_megabyte) {
+    EXPECT_EQ(sizes_of(512, 10000), (sizes{8192, 8192}));
+    EXPECT_EQ(sizes_of(4096, 10000), (sizes{65536, 65536}));
+    EXPECT_EQ(sizes_of(65536, 10000), (sizes{1048576, 1048576}));
+    EXPECT_EQ(sizes_of(131072, 3000000), (sizes{2097152, 2097152}));
 }
 
-TEST(TransferUnit, OfMoreThanAMegabyteIsNoLargerThanTheSourceRoundedUpToACluster) {
-    EXPECT_EQ(unit_of(131072, 2000000), 16u * 131072);
-    EXPECT_EQ(unit_of(131072, 1500000), 12u * 131072);
-    EXPECT_EQ(unit_of(131072, 1000), 8u * 131072) << "a megabyte is always allowed";
-    EXPECT_EQ(unit_of(16711425, 1000), 16711425u) << "the largest cluster that a boot sector can claim";
+TEST(TransferUnit, of_more_than_a_megabyte_stays_16_clusters_in_a_buffer_no_larger_than_the_source) {
+    EXPECT_EQ(sizes_of(131072, 2000000), (sizes{2097152, 16u * 131072}));
+    EXPECT_EQ(sizes_of(131072, 1500000), (sizes{2097152, 12u * 131072}));
+    EXPECT_EQ(sizes_of(131072, 1000), (sizes{2097152, 8u * 131072})) << "a megabyte is always allowed";
+    EXPECT_EQ(sizes_of(261120, 1000), (sizes{4177920, 4u * 261120}));
+    EXPECT_EQ(sizes_of(16711425, 1000), (sizes{267382800, 16711425}))
+        << "the largest cluster that a boot sector can claim";
 }
 
-TEST(TransferUnit, IsZeroWithoutAClusterSize) {
-    EXPECT_EQ(unit_of(0, 1000), 0u);
-    EXPECT_EQ(unit_of(-1, 1000), 0u);
+TEST(TransferUnit, is_zero_without_a_cluster_size) {
+    EXPECT_EQ(sizes_of(0, 1000), sizes());
+    EXPECT_EQ(sizes_of(-1, 1000), sizes());
 }
 
 }  // namespace
