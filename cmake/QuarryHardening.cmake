@@ -12,6 +12,14 @@ include(CheckPIESupported)
 check_pie_supported()
 
 option(QUARRY_HARDEN "Harden optimised builds" ON)
+option(QUARRY_CONFINE "Let the program give up rights that it does not need, in builds that are not instrumented" ON)
+
+# The program and the tests that look at what it may do are told.
+function(quarry_tell_confinement target)
+  if(QUARRY_CONFINE AND NOT QUARRY_SANITIZE AND NOT QUARRY_FUZZ AND NOT QUARRY_COVERAGE)
+    target_compile_definitions(${target} PRIVATE QUARRY_CONFINE)
+  endif()
+endfunction()
 
 function(quarry_harden target)
   if(NOT QUARRY_HARDEN OR QUARRY_SANITIZE OR QUARRY_FUZZ OR NOT CMAKE_BUILD_TYPE MATCHES "Rel")

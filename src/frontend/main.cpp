@@ -1,13 +1,26 @@
+#include "frontend/confinement.h"
 #include "frontend/run.h"
 
 #include <cstdio>
 #include <exception>
 
+namespace {
+
+// Sanitizers look at the process from outside of it, and counts of coverage are left in files of their own.
+#ifdef QUARRY_CONFINE
+constexpr bool gives_up_rights = true;
+#else
+constexpr bool gives_up_rights = false;
+#endif
+
+}  // namespace
+
 // An exception that nobody expected, such as for want of memory, ends the run, but only once every object has
 // cleaned up behind itself: no temporary file stays.
 int main(int argc, char** argv) {
     try {
-        return quarry::run(argc, argv);
+        quarry::kernel_calls kernel;
+        return quarry::run(argc, argv, gives_up_rights ? &kernel : nullptr);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "quarry: %s\n", failure.what());
     }

@@ -3,6 +3,7 @@
 #include "frontend/arg_list.h"
 #include "frontend/borrowed_rights.h"
 #include "frontend/cmdline_ctx.h"
+#include "frontend/confinement.h"
 #include "frontend/copy_by_cluster.h"
 #include "frontend/copy_by_name.h"
 #include "frontend/copy_messages.h"
@@ -57,12 +58,17 @@ bool copy_once(quarry_opts& opts) {
 }
 
 // Everything between the header and the exit status. False if the run failed.
-bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header, cmdline_ctx& run_ctx) {
+bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header, cmdline_ctx& run_ctx,
+                    kernel_calls* kernel) {
     if (!opts.parse(args, version_text)) {
         opts.log("err: cmdline");
         return false;
     }
     run_ctx.configure(opts, ignore_signal_text);
+    if (kernel != nullptr) {
+        confine_files(files_needed_by(opts), *kernel);
+        deny_calls(*kernel);
+    }
     opts.log_text(header);
     if (opts.m_pipe || opts.m_enum) {
         run_pipe(opts);
@@ -73,7 +79,7 @@ bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header
 
 }  // namespace
 
-int run(int argc, const char* const* argv) {
+int run(int argc, const char* const* argv, kernel_calls* kernel) {
     const ql::time now;
     secure_standard_streams();
     if (has_borrowed_rights()) {
@@ -94,7 +100,7 @@ int run(int argc, const char* const* argv) {
     flush_output();
     quarry_opts opts;
     opts.m_admin = is_administrator();
-    const bool succeeded = parse_and_copy(opts, args, header, run_ctx);
+    const bool succeeded = parse_and_copy(opts, args, header, run_ctx, kernel);
     // Deliberate: a pipe run never fails, not even when its options could not be parsed. The outcome of each
     // path stands in its own line.
     const bool exits_well = succeeded || opts.m_pipe || opts.m_enum;

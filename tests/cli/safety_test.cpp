@@ -2,6 +2,7 @@
 // takes all memory.
 
 #include "cli/command_line.h"
+#include "frontend/confinement.h"
 #include "support/file_opens.h"
 #include "support/requirements.h"
 
@@ -517,6 +518,45 @@ TEST_F(words_that_look_like_options, go_to_the_option_that_is_looked_up_first) {
     EXPECT_EQ(result.status, 255);
     EXPECT_EQ(behind_header(result.out), "err: -dst <filename> was not specified\n");
     EXPECT_EQ(files(), words{"disk"});
+}
+
+class links_made_during_a_list : public command_line_test {};
+
+// Somebody who can write into the directory of the copies points the second one elsewhere once the first is
+// there.
+TEST_F(links_made_during_a_list, lead_no_copy_out_of_its_directory_where_the_kernel_can_stop_it) {
+    source("disk");
+    fs::create_directories(m_dir / "out");
+    fs::create_directories(m_dir / "elsewhere");
+    const std::string script =
+        "{ echo /a.txt; until [ -s out/a.txt ]; do :; done; ln -s ../elsewhere/b.txt out/b.txt; echo "
+        "/many/b.txt; } | " +
+        std::string(QUARRY_PROGRAM) + " -image disk -pipe -dst out/";
+    program_options options;
+    options.directory = m_dir.path();
+    options.time_limit = std::chrono::seconds(60);
+    const program_result result = run_program({"/bin/bash", "-c", script}, options);
+    ASSERT_TRUE(result.exited && !result.timed_out);
+#ifdef QUARRY_CONFINE
+    const bool stopped = kernel_calls().landlock_version() >= 1;
+#else
+    const bool stopped = false;
+#endif
+    EXPECT_EQ(result.err, std::string("success: /a.txt\n") + (stopped ? "failed" : "success") +
+                              ": /many/b.txt\n" + emptied_status_line);
+    EXPECT_EQ(fs::exists(m_dir / "elsewhere/b.txt"), !stopped);
+    EXPECT_EQ(text("out/a.txt"), "hello world\n");
+}
+
+TEST_F(links_made_during_a_list, lead_its_copies_elsewhere_if_they_were_there_before) {
+    source("disk");
+    fs::create_directories(m_dir / "out");
+    fs::create_directories(m_dir / "elsewhere");
+    fs::create_symlink("../elsewhere/b.txt", m_dir / "out/b.txt");
+    const program_result result =
+        run({"-image", "disk", "-pipe", "-dst", "out/"}, {.standard_input = "/a.txt\n/many/b.txt\n"});
+    EXPECT_EQ(result.err, std::string("success: /a.txt\nsuccess: /many/b.txt\n") + emptied_status_line);
+    EXPECT_EQ(text("elsewhere/b.txt"), "b\n");
 }
 
 }  // namespace

@@ -1,0 +1,320 @@
+#include "frontend/confinement.h"
+
+#include "foundation/ql_portable_dir.h"
+#include "foundation/ql_string.h"
+#include "frontend/source_files.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/landlock.h>
+#include <linux/seccomp.h>
+#include <memory>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::string_view report_ending = ".meta.txt";
+
+// Of a version that headers of Debian 12 do not know yet.
+constexpr std::uint64_t access_truncate = std::uint64_t{1} << 14;
+
+constexpr std::uint64_t reading = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR;
+constexpr std::uint64_t writing_a_file = LANDLOCK_ACCESS_FS_WRITE_FILE | access_truncate;
+constexpr std::uint64_t writing_in_a_directory =
+    writing_a_file | LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_REMOVE_FILE;
+// What a rule for anything but a directory may hold.
+constexpr std::uint64_t rights_on_a_file = LANDLOCK_ACCESS_FS_READ_FILE | writing_a_file;
+
+// Everything that changes the file system, starts a program, or reads.
+constexpr std::uint64_t governed =
+    ((LANDLOCK_ACCESS_FS_MAKE_SYM << 1) - 1) | LANDLOCK_ACCESS_FS_REFER | access_truncate;
+
+// The rights that a version of Landlock knows.
+std::uint64_t known_rights(int version) {
+    if (version >= 3) {
+        return governed;
+    }
+    return governed & ~access_truncate & ~(version == 2 ? 0 : std::uint64_t{LANDLOCK_ACCESS_FS_REFER});
+}
+
+class descriptor {
+  public:
+    explicit descriptor(int fd) : m_fd(fd) {}
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    ~descriptor() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    [[nodiscard]] int get() const { return m_fd; }
+
+  private:
+    int m_fd;
+};
+
+std::string directory_of(const std::string& path) {
+    const std::size_t separator = path.rfind('/');
+    if (separator == std::string::npos) {
+        return ".";
+    }
+    return separator == 0 ? "/" : path.substr(0, separator);
+}
+
+// The directory of a file that may not exist yet, or the nearest above it that does.
+std::string existing_directory_of(const std::string& path) {
+    std::string directory = directory_of(path);
+    // Ends at "/" or ".", which are their own directories or exist.
+    while (::access(directory.c_str(), F_OK) != 0 && directory != "/" && directory != ".") {
+        directory = directory_of(directory);
+    }
+    return directory;
+}
+
+// Where a link leads that leads to nothing, so that a file is made there; empty for any other path.
+std::string end_of_dangling_link(std::string path) {
+    constexpr int most_links = 40;
+    std::array<char, PATH_MAX> target{};
+    bool is_link = false;
+    for (int links = 0; links < most_links; ++links) {
+        const ::ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+        if (length <= 0) {
+            return is_link && ::access(path.c_str(), F_OK) != 0 ? path : std::string();
+        }
+        const std::string next(target.data(), static_cast<std::size_t>(length));
+        path = next.front() == '/' ? next : directory_of(path).append("/").append(next);
+        is_link = true;
+    }
+    return {};
+}
+
+class ruleset {
+  public:
+    ruleset(kernel_calls& kernel, int fd, std::uint64_t known) : m_kernel(kernel), m_fd(fd), m_known(known) {}
+
+    // A path that leads nowhere needs no rule: what is made there is under its directory's. A file that is in
+    // no directory, such as a pipe that /dev/stdout leads to, cannot have one: EBADFD. The kernel lets it be
+    // opened.
+    void allow(const std::string& path, std::uint64_t rights) {
+        const descriptor place(::open(path.c_str(), O_PATH | O_CLOEXEC));
+        struct ::stat status {};
+        if (place.get() < 0 || ::fstat(place.get(), &status) != 0) {
+            return;
+        }
+        landlock_path_beneath_attr rule{};
+        rule.parent_fd = place.get();
+        rule.allowed_access = rights & m_known & (S_ISDIR(status.st_mode) ? m_known : rights_on_a_file);
+        if (rule.allowed_access != 0 && m_kernel.add_rule(m_fd, rule) != 0 && errno != EBADFD) {
+            m_complete = false;
+        }
+    }
+
+    void allow_output(const std::string& path) {
+        struct ::stat status {};
+        if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            return;
+        }
+        allow(existing_directory_of(path), writing_in_a_directory);
+        allow(path, writing_a_file);
+        if (const std::string end = end_of_dangling_link(path); !end.empty()) {
+            allow(existing_directory_of(end), writing_in_a_directory);
+        }
+    }
+
+    // The directory, and what the links lead to that are in it when the run begins: whoever made them wants
+    // copies there. One that is made later leads out of what is allowed.
+    void allow_outputs_in(const std::string& path) {
+        allow(path, writing_in_a_directory);
+        const std::unique_ptr<::DIR, int (*)(::DIR*)> directory(::opendir(path.c_str()), ::closedir);
+        if (directory == nullptr) {
+            return;
+        }
+        while (const ::dirent* const entry = ::readdir(directory.get())) {
+            if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+                allow_output(path + "/" + entry->d_name);
+            }
+        }
+    }
+
+    [[nodiscard]] bool is_complete() const { return m_complete; }
+
+  private:
+    kernel_calls& m_kernel;
+    int m_fd;
+    std::uint64_t m_known;
+    bool m_complete = true;
+};
+
+void add(std::vector<std::string>& paths, const std::wstring& path) {
+    if (!path.empty()) {
+        paths.push_back(narrow(path));
+        add_named_volume(paths, narrow(path));
+    }
+}
+
+bool looks_into_files(const filter_list& filters) {
+    return std::any_of(filters.begin(), filters.end(),
+                       [](const filter_entry& entry) { return !entry.signature.empty(); });
+}
+
+#if defined(__x86_64__)
+constexpr std::uint32_t this_architecture = AUDIT_ARCH_X86_64;
+#elif defined(__aarch64__)
+constexpr std::uint32_t this_architecture = AUDIT_ARCH_AARCH64;
+#else
+constexpr std::uint32_t this_architecture = 0;
+#endif
+
+// Programs, other processes, the network, mounts, the kernel's modules and its own programs.
+constexpr std::array<long, 24> denied_calls = {
+    SYS_execve,
+    SYS_execveat,
+    SYS_ptrace,
+    SYS_process_vm_readv,
+    SYS_process_vm_writev,
+    SYS_socket,
+    SYS_socketpair,
+    SYS_connect,
+    SYS_bind,
+    SYS_mount,
+    SYS_umount2,
+    SYS_pivot_root,
+    SYS_move_mount,
+    SYS_fsopen,
+    SYS_open_tree,
+    SYS_unshare,
+    SYS_setns,
+    SYS_init_module,
+    SYS_finit_module,
+    SYS_delete_module,
+    SYS_kexec_load,
+    SYS_bpf,
+    SYS_perf_event_open,
+    SYS_reboot,
+};
+
+}  // namespace
+
+int kernel_calls::landlock_version() {
+    return static_cast<int>(
+        ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION));
+}
+
+int kernel_calls::create_ruleset(const landlock_ruleset_attr& attributes) {
+    return static_cast<int>(::syscall(SYS_landlock_create_ruleset, &attributes, sizeof(attributes), 0));
+}
+
+int kernel_calls::add_rule(int ruleset, const landlock_path_beneath_attr& rule) {
+    return static_cast<int>(::syscall(SYS_landlock_add_rule, ruleset, LANDLOCK_RULE_PATH_BENEATH, &rule, 0));
+}
+
+int kernel_calls::restrict_self(int ruleset) {
+    return static_cast<int>(::syscall(SYS_landlock_restrict_self, ruleset, 0));
+}
+
+int kernel_calls::give_up_new_rights() {
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+}
+
+int kernel_calls::filter_calls(const sock_fprog& program) {
+    // Without this flag some kernels slow the whole process down.
+    return static_cast<int>(
+        ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_SPEC_ALLOW, &program));
+}
+
+needed_files files_needed_by(const quarry_opts& opts) {
+    needed_files files;
+    files.reads_any_file = opts.m_live || opts.m_enum || looks_into_files(opts.m_filter);
+    files.sources = opts.m_source_files;
+    add(files.sources, opts.m_image);
+    add(files.sources, opts.m_partition);
+    for (const std::wstring& file : opts.m_vmdk_list) {
+        add(files.sources, file);
+    }
+    // Clusters of an image that cannot be opened are read from the first drive.
+    files.sources.push_back(drive_device(0));
+    if (opts.m_use_drive) {
+        files.sources.push_back(drive_device(static_cast<std::int32_t>(opts.m_drive)));
+    }
+    // Where devices, mounts and the local time are described.
+    files.sources.insert(files.sources.end(),
+                         {"/dev", "/proc", "/sys", "/etc/localtime", "/usr/share/zoneinfo"});
+    const std::string destination = narrow(opts.m_dst);
+    if (!destination.empty()) {
+        files.outputs = {destination, destination + std::string(report_ending)};
+        if (destination.ends_with('/') || destination.ends_with('\\')) {
+            files.output_dirs = {destination.ends_with('/') ? destination : directory_of(destination)};
+        }
+    }
+    if (!opts.m_log_path.empty()) {
+        files.outputs.push_back(opts.m_log_path);
+    }
+    return files;
+}
+
+bool confine_files(const needed_files& files, kernel_calls& kernel) {
+    const int version = kernel.landlock_version();
+    if (version < 1) {
+        return false;
+    }
+    landlock_ruleset_attr attributes{};
+    attributes.handled_access_fs = known_rights(version);
+    const descriptor rules_descriptor(kernel.create_ruleset(attributes));
+    if (rules_descriptor.get() < 0) {
+        return false;
+    }
+    ruleset rules(kernel, rules_descriptor.get(), attributes.handled_access_fs);
+    if (files.reads_any_file) {
+        rules.allow("/", reading);
+    }
+    for (const std::string& source : files.sources) {
+        rules.allow(source, reading);
+    }
+    for (const std::string& output : files.outputs) {
+        rules.allow_output(output);
+    }
+    for (const std::string& directory : files.output_dirs) {
+        rules.allow_outputs_in(directory);
+    }
+    return rules.is_complete() && kernel.give_up_new_rights() == 0 &&
+           kernel.restrict_self(rules_descriptor.get()) == 0;
+}
+
+bool deny_calls(kernel_calls& kernel) {
+    if (this_architecture == 0) {
+        return false;
+    }
+    // Calls of another architecture, and of the 32-bit twin that x86-64 has, have other numbers: all are
+    // denied.
+    constexpr std::uint32_t first_twin_call = 0x40000000;
+    constexpr std::uint32_t deny = SECCOMP_RET_ERRNO | EPERM;
+    const auto skip = [](std::size_t count) { return static_cast<std::uint8_t>(count); };
+    std::vector<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, this_architecture, 0, skip(denied_calls.size() + 3)),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, first_twin_call, skip(denied_calls.size() + 1), 0),
+    };
+    for (std::size_t index = 0; index < denied_calls.size(); ++index) {
+        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(denied_calls[index]),
+                                   skip(denied_calls.size() - index), 0));
+    }
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, deny));
+    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    return kernel.give_up_new_rights() == 0 && kernel.filter_calls(filter) == 0;
+}
+
+}  // namespace quarry

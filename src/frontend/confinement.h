@@ -1,0 +1,64 @@
+// What a run gives up once it knows what it is to do.
+//
+// A reader of hostile bytes may have a mistake that nobody found. After the options are parsed the kernel is
+// asked to hold the process to its task: it may write only into the directories of its outputs and read only
+// its sources (Landlock, from Linux 5.13 on), and it may not start programs, open sockets, mount, or touch
+// the kernel (a seccomp filter). Nothing of it can be taken back, so whoever calls it is `main` alone, never
+// a test of this process.
+//
+// Deliberate: a kernel that lacks either is passed over without a word, not reported. The user sees the same
+// copy on every host.
+#pragma once
+
+#include "frontend/quarry_opts.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct landlock_ruleset_attr;
+struct landlock_path_beneath_attr;
+struct sock_fprog;
+
+namespace quarry {
+
+// Which files of the host the rest of a run needs.
+struct needed_files {
+    bool reads_any_file = false;                // a path, a filter or a walk may name whatever the host has
+    std::vector<std::string> sources = {};      // read; what does not exist is passed over
+    std::vector<std::string> outputs = {};      // written, replaced or removed, each with its neighbours
+    std::vector<std::string> output_dirs = {};  // directories in which a list makes its outputs
+};
+
+// What a run needs whose options were parsed.
+[[nodiscard]] needed_files files_needed_by(const quarry_opts& opts);
+
+// The calls with which a process confines itself, as the kernel has them: -1 for a failure. Tests hand in
+// others.
+class kernel_calls {
+  public:
+    kernel_calls() = default;
+    kernel_calls(const kernel_calls&) = delete;
+    kernel_calls& operator=(const kernel_calls&) = delete;
+    virtual ~kernel_calls() = default;
+
+    // The version of Landlock, at least 1.
+    [[nodiscard]] virtual int landlock_version();
+    // A descriptor of a set of rules.
+    [[nodiscard]] virtual int create_ruleset(const landlock_ruleset_attr& attributes);
+    [[nodiscard]] virtual int add_rule(int ruleset, const landlock_path_beneath_attr& rule);
+    [[nodiscard]] virtual int restrict_self(int ruleset);
+    // From here on no program that is started gains rights. The other two calls want this first.
+    [[nodiscard]] virtual int give_up_new_rights();
+    [[nodiscard]] virtual int filter_calls(const sock_fprog& program);
+};
+
+// Leaves the process the files that a run needs. False, with nothing given up, where the kernel has no
+// Landlock or does not take a rule.
+bool confine_files(const needed_files& files, kernel_calls& kernel);
+
+// Takes from the process the calls that no run makes: they fail with EPERM. False, with nothing given up,
+// where the kernel does not filter calls or the processor is of another kind than the list is for.
+bool deny_calls(kernel_calls& kernel);
+
+}  // namespace quarry

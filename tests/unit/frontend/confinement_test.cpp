@@ -1,0 +1,309 @@
+#include "frontend/confinement.h"
+
+#include "support/byte_writer.h"
+#include "support/temp_dir.h"
+#include "support/volume_builder.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/landlock.h>
+#include <linux/seccomp.h>
+#include <map>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsSupersetOf;
+
+constexpr std::uint64_t read_rights = 0x000C;   // files and directories
+constexpr std::uint64_t write_rights = 0x4122;  // write, truncate, make and remove an ordinary file
+constexpr std::uint64_t write_a_file = 0x4002;  // write and truncate
+constexpr std::uint64_t read_a_file = 0x0004;
+
+// A kernel that notes what it is asked for, with a descriptor that is none of a ruleset.
+class noting_kernel : public kernel_calls {
+  public:
+    int m_version = 7;
+    int m_rule_error = 0;
+    std::uint64_t m_governed = 0;
+    std::map<std::string, std::uint64_t> m_rules;  // what a path was opened to, and the rights to it
+    std::vector<std::string> m_order;
+    std::vector<sock_filter> m_filter;
+
+    int landlock_version() override { return m_version; }
+    int create_ruleset(const landlock_ruleset_attr& attributes) override {
+        m_order.emplace_back("create");
+        m_governed = attributes.handled_access_fs;
+        return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    int add_rule(int, const landlock_path_beneath_attr& rule) override {
+        const std::string link = "/proc/self/fd/" + std::to_string(rule.parent_fd);
+        m_rules[std::filesystem::read_symlink(link).string()] |= rule.allowed_access;
+        errno = m_rule_error;
+        return m_rule_error == 0 ? 0 : -1;
+    }
+    int restrict_self(int) override {
+        m_order.emplace_back("restrict");
+        return 0;
+    }
+    int give_up_new_rights() override {
+        m_order.emplace_back("no new rights");
+        return 0;
+    }
+    int filter_calls(const sock_fprog& program) override {
+        m_order.emplace_back("filter");
+        m_filter.assign(program.filter, program.filter + program.len);
+        return 0;
+    }
+};
+
+class confinement : public testing::Test {
+  protected:
+    void SetUp() override {
+        write_file(m_dir / "image", to_bytes("x"));
+        std::filesystem::create_directories(m_dir / "out");
+        std::filesystem::create_directories(m_dir / "elsewhere");
+    }
+    [[nodiscard]] std::string at(const char* name) const { return (m_dir / name).string(); }
+    [[nodiscard]] std::uint64_t rights_to(const char* name) const {
+        const auto found = m_kernel.m_rules.find(at(name));
+        return found == m_kernel.m_rules.end() ? 0 : found->second;
+    }
+
+    temp_dir m_dir;
+    noting_kernel m_kernel;
+};
+
+TEST_F(confinement, gives_sources_for_reading_and_the_directories_of_outputs_for_writing) {
+    ASSERT_TRUE(confine_files(
+        {.sources = {at("image"), at("missing")}, .outputs = {at("out/a"), at("out/b")}}, m_kernel));
+    EXPECT_EQ(m_kernel.m_governed, 0x7FFFU);
+    EXPECT_EQ(m_kernel.m_rules,
+              (std::map<std::string, std::uint64_t>{{at("image"), read_a_file}, {at("out"), write_rights}}));
+    EXPECT_THAT(m_kernel.m_order, ElementsAre("create", "no new rights", "restrict"));
+}
+
+TEST_F(confinement, gives_everything_for_reading_where_a_path_may_name_anything) {
+    ASSERT_TRUE(confine_files({.reads_any_file = true}, m_kernel));
+    EXPECT_EQ(m_kernel.m_rules, (std::map<std::string, std::uint64_t>{{"/", read_rights}}));
+}
+
+TEST_F(confinement, gives_what_an_output_that_is_a_link_leads_to) {
+    write_file(m_dir / "elsewhere/there", to_bytes("x"));
+    std::filesystem::create_symlink(at("elsewhere/there"), m_dir / "out/to_a_file");
+    std::filesystem::create_symlink("../image.d/new", m_dir / "out/to_nothing");
+    std::filesystem::create_directories(m_dir / "image.d");
+    ASSERT_TRUE(confine_files({.outputs = {at("out/to_a_file"), at("out/to_nothing")}}, m_kernel));
+    EXPECT_EQ(rights_to("elsewhere/there"), write_a_file);
+    EXPECT_EQ(rights_to("elsewhere"), 0U);
+    EXPECT_EQ(rights_to("image.d"), write_rights);
+}
+
+TEST_F(confinement, gives_what_the_links_in_a_directory_of_outputs_lead_to) {
+    write_file(m_dir / "elsewhere/there", to_bytes("x"));
+    std::filesystem::create_symlink(at("elsewhere/there"), m_dir / "out/a.txt");
+    ASSERT_TRUE(confine_files({.output_dirs = {at("out/")}}, m_kernel));
+    EXPECT_EQ(m_kernel.m_rules, (std::map<std::string, std::uint64_t>{{at("elsewhere/there"), write_a_file},
+                                                                      {at("out"), write_rights}}));
+}
+
+TEST_F(confinement, gives_the_nearest_directory_for_an_output_whose_own_does_not_exist) {
+    ASSERT_TRUE(confine_files({.outputs = {at("out/later/deep/a")}}, m_kernel));
+    EXPECT_EQ(m_kernel.m_rules, (std::map<std::string, std::uint64_t>{{at("out"), write_rights}}));
+}
+
+TEST_F(confinement, asks_an_older_kernel_only_for_what_it_knows) {
+    m_kernel.m_version = 1;
+    ASSERT_TRUE(confine_files({.outputs = {at("out/a")}}, m_kernel));
+    EXPECT_EQ(m_kernel.m_governed, 0x1FFFU);
+    EXPECT_EQ(rights_to("out"), 0x0122U);
+    m_kernel.m_version = 2;
+    ASSERT_TRUE(confine_files({}, m_kernel));
+    EXPECT_EQ(m_kernel.m_governed, 0x3FFFU);
+}
+
+TEST_F(confinement, is_absent_without_a_word_where_the_kernel_has_none) {
+    m_kernel.m_version = -1;
+    EXPECT_FALSE(confine_files({.sources = {at("image")}, .outputs = {at("out/a")}}, m_kernel));
+    EXPECT_TRUE(m_kernel.m_order.empty());
+    EXPECT_TRUE(m_kernel.m_rules.empty());
+}
+
+TEST_F(confinement, is_given_up_where_the_kernel_does_not_take_a_rule) {
+    m_kernel.m_rule_error = EINVAL;
+    EXPECT_FALSE(confine_files({.outputs = {at("out/a")}}, m_kernel));
+    EXPECT_THAT(m_kernel.m_order, ElementsAre("create"));
+}
+
+TEST_F(confinement, holds_though_a_pipe_cannot_have_a_rule) {
+    m_kernel.m_rule_error = EBADFD;
+    EXPECT_TRUE(confine_files({.outputs = {at("out/a")}}, m_kernel));
+    EXPECT_THAT(m_kernel.m_order, ElementsAre("create", "no new rights", "restrict"));
+}
+
+// In a process of its own, since none of it can be taken back. Each attempt is a bit of the answer.
+int attempts_of_a_confined_child(const needed_files& files, const std::vector<std::string>& written,
+                                 const std::vector<std::string>& read) {
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        kernel_calls kernel;
+        int answer = confine_files(files, kernel) ? 1 : 0;
+        int bit = 2;
+        for (const std::string& path : written) {
+            answer |= ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600) >= 0 ? bit : 0;
+            bit *= 2;
+        }
+        for (const std::string& path : read) {
+            answer |= ::open(path.c_str(), O_RDONLY | O_CLOEXEC) >= 0 ? bit : 0;
+            bit *= 2;
+        }
+        ::_exit(answer);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Confined, in, elsewhere, into the source; read the source, read elsewhere.
+TEST_F(confinement, stops_what_is_elsewhere_or_is_absent_as_the_kernel_has_it) {
+    write_file(m_dir / "elsewhere/read", to_bytes("x"));
+    const int attempts = attempts_of_a_confined_child({.sources = {at("image")}, .outputs = {at("out/a")}},
+                                                      {at("out/a"), at("elsewhere/a"), at("image")},
+                                                      {at("image"), at("elsewhere/read")});
+    kernel_calls kernel;
+    if (kernel.landlock_version() >= 1) {
+        EXPECT_EQ(attempts, 0b010011);
+        EXPECT_FALSE(std::filesystem::exists(m_dir / "elsewhere/a"));
+    } else {
+        EXPECT_EQ(attempts, 0b111110);
+        EXPECT_TRUE(std::filesystem::exists(m_dir / "elsewhere/a"));
+    }
+}
+
+TEST(files_needed, are_the_source_the_outputs_and_where_the_host_describes_itself) {
+    quarry_opts opts;
+    opts.m_image = L"/cases/disk.dd";
+    opts.m_dst = L"out/a";
+    opts.m_log_path = "log";
+    const needed_files files = files_needed_by(opts);
+    EXPECT_FALSE(files.reads_any_file);
+    EXPECT_THAT(files.sources, ElementsAre("/cases/disk.dd", "/dev/sda", "/dev", "/proc", "/sys",
+                                           "/etc/localtime", "/usr/share/zoneinfo"));
+    EXPECT_THAT(files.outputs, ElementsAre("out/a", "out/a.meta.txt", "log"));
+    EXPECT_TRUE(files.output_dirs.empty());
+}
+
+TEST(files_needed, of_a_virtual_disk_are_all_of_its_files) {
+    quarry_opts opts;
+    opts.m_vmdk_list = {L"/cases/base.vmdk", L"snap.vmdk"};
+    opts.m_dst = L"out/";
+    const needed_files files = files_needed_by(opts);
+    EXPECT_THAT(files.sources, IsSupersetOf({"/cases/base.vmdk", "snap.vmdk"}));
+    EXPECT_THAT(files.output_dirs, ElementsAre("out/"));
+}
+
+TEST(files_needed, of_a_drive_and_a_volume_with_a_letter_are_what_is_opened_for_them) {
+    quarry_opts opts;
+    opts.m_use_drive = true;
+    opts.m_drive = 2;
+    opts.m_partition = L"c:/x";
+    EXPECT_THAT(files_needed_by(opts).sources, IsSupersetOf({"c:", "/dev/sdc"}));
+}
+
+TEST(files_needed, are_any_where_a_path_a_walk_or_a_signature_may_name_them) {
+    quarry_opts live;
+    live.m_live = true;
+    EXPECT_TRUE(files_needed_by(live).reads_any_file);
+    quarry_opts walk;
+    walk.m_enum = true;
+    EXPECT_TRUE(files_needed_by(walk).reads_any_file);
+    quarry_opts signature;
+    filter_entry entry;
+    entry.signature = {0x4D, 0x5A};
+    signature.m_filter = {entry};
+    EXPECT_TRUE(files_needed_by(signature).reads_any_file);
+    quarry_opts name;
+    name.m_filter = {filter_entry{}};
+    EXPECT_FALSE(files_needed_by(name).reads_any_file);
+}
+
+// What a filter answers for one call, worked through as the kernel does.
+std::uint32_t answer_of(const std::vector<sock_filter>& filter, std::uint32_t architecture,
+                        std::uint32_t call) {
+    std::uint32_t value = 0;
+    for (std::size_t index = 0; index < filter.size(); ++index) {
+        const sock_filter& step = filter[index];
+        switch (step.code) {
+            case BPF_LD | BPF_W | BPF_ABS:
+                value = step.k == offsetof(seccomp_data, arch) ? architecture : call;
+                break;
+            case BPF_JMP | BPF_JEQ | BPF_K:
+                index += value == step.k ? step.jt : step.jf;
+                break;
+            case BPF_JMP | BPF_JGE | BPF_K:
+                index += value >= step.k ? step.jt : step.jf;
+                break;
+            case BPF_RET | BPF_K:
+                return step.k;
+            default:
+                ADD_FAILURE() << "a step of code " << step.code;
+                return 0;
+        }
+    }
+    ADD_FAILURE() << "a filter without an end";
+    return 0;
+}
+
+#if defined(__x86_64__)
+TEST(denied_calls, are_programs_sockets_mounts_modules_and_other_processes) {
+    noting_kernel kernel;
+    ASSERT_TRUE(deny_calls(kernel));
+    EXPECT_THAT(kernel.m_order, ElementsAre("no new rights", "filter"));
+    constexpr std::uint32_t denied = SECCOMP_RET_ERRNO | EPERM;
+    for (const std::uint32_t call : {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount,
+                                     SYS_init_module, SYS_finit_module, SYS_bpf, SYS_reboot}) {
+        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call), denied) << call;
+    }
+    for (const std::uint32_t call :
+         {SYS_read, SYS_pread64, SYS_openat, SYS_write, SYS_rename, SYS_unlink, SYS_ioctl, SYS_exit_group,
+          SYS_statx, SYS_getdents64, SYS_clone, SYS_futex}) {
+        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call), SECCOMP_RET_ALLOW) << call;
+    }
+    // The same numbers mean other calls to the 32-bit kinds of the processor.
+    EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_I386, SYS_read), denied);
+    EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, 0x40000000U + SYS_read), denied);
+}
+#endif
+
+TEST(denied_calls, fail_in_a_process_that_gave_them_up) {
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        kernel_calls kernel;
+        const bool denied = deny_calls(kernel);
+        char* const no_words[] = {nullptr};
+        errno = 0;
+        ::execve("/", no_words, no_words);
+        // Where nothing is denied a directory is no program: EACCES.
+        ::_exit(denied && errno == EPERM ? 0 : !denied && errno == EACCES ? 1 : 2);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    kernel_calls kernel;
+    EXPECT_LE(WEXITSTATUS(status), 1) << "neither denied nor absent";
+}
+
+}  // namespace
+}  // namespace quarry::test
