@@ -1,13 +1,11 @@
 #include "damage/damaged_source.h"
 
 #include "support/disk_builder.h"
-#include "support/expect.h"
 #include "support/vmdk_builder.h"
 
 #include <algorithm>
 #include <array>
 #include <random>
-#include <unistd.h>
 
 namespace quarry::test {
 
@@ -20,30 +18,50 @@ constexpr std::size_t word = 8;
 constexpr std::size_t line = 64;
 constexpr std::size_t most_bits = 16;
 
-// Small and large, with either half and with the sign bit set.
-constexpr std::array<std::uint64_t, 4> values = {0, ~std::uint64_t{0}, 0x7FFF'FFFF'FFFF'FFFF,
-                                                 0x8000'0001'8000'0000};
+// Small and large, with either half and with the sign bit set, and two that lie within a file of a tebibyte.
+constexpr std::array<std::uint64_t, 6> values = {0,
+                                                 ~std::uint64_t{0},
+                                                 0x7FFF'FFFF'FFFF'FFFF,
+                                                 0x8000'0001'8000'0000,
+                                                 0x0000'0000'0400'0000,
+                                                 0x0010'0000'0010'0000};
 
-bytes disk_around(source_kind kind, const bytes& volume) {
-    const std::uint64_t sectors = volume.size() / sector;
-    disk_builder disk(first_sector + sectors + 40);
-    if (kind == source_kind::gpt_disk) {
+void put_number(bytes& content, std::size_t at, unsigned width, std::uint64_t value) {
+    apply(content, {{at, width, value}});
+}
+
+bytes disk_around(const source_shape& shape, bytes volume) {
+    const std::uint64_t stored = (volume.size() + sector - 1) / sector;
+    const std::uint64_t sectors = std::max(stored, shape.apparent_size / sector);
+    if (shape.apparent_size != 0) {
+        constexpr std::size_t total_sectors = 40;
+        put_number(volume, total_sectors, 8, sectors);
+    }
+    disk_builder disk(first_sector + stored + 40);
+    if (shape.kind == source_kind::gpt_disk) {
         disk.gpt({{.first = first_sector, .last = first_sector + sectors - 1, .name = "volume"}});
     } else {
         disk.table(0,
                    {{0x07, static_cast<std::uint32_t>(first_sector), static_cast<std::uint32_t>(sectors)}});
     }
-    return disk.put(first_sector, volume).image();
+    return disk.put(first_sector, std::move(volume)).image();
 }
 
-bytes source_around(source_kind kind, const bytes& volume) {
-    const bytes disk = disk_around(kind, volume);
-    if (kind != source_kind::virtual_disk) {
+bytes source_around(const source_shape& shape, const bytes& volume) {
+    if (shape.kind == source_kind::bare_volume) {
+        return volume;
+    }
+    const bytes disk = disk_around(shape, volume);
+    if (shape.kind != source_kind::virtual_disk) {
         return disk;
     }
     vmdk_builder built;
     built.grains = disk.size() / built.grain_bytes() + 1;
-    return built.put_all(0, disk).build();
+    built.put_all(0, disk);
+    if (shape.apparent_size != 0) {
+        built.force(vmdk_builder::at_capacity, 8, shape.apparent_size / sector);
+    }
+    return built.build();
 }
 
 std::vector<std::uint64_t> metadata_words(const bytes& content) {
@@ -61,9 +79,16 @@ std::vector<std::uint64_t> metadata_words(const bytes& content) {
 
 }  // namespace
 
-damaged_source::damaged_source(source_kind kind, const bytes& volume)
-    : m_kind(kind), m_content(source_around(kind, volume)), m_words(metadata_words(m_content)) {
+damaged_source::damaged_source(source_shape shape, const bytes& volume)
+    : m_shape(std::move(shape)),
+      m_content(source_around(m_shape, volume)),
+      m_words(metadata_words(m_content)) {
+    hold_content();
+}
+
+void damaged_source::hold_content() const {
     m_file.hold(byte_view(m_content));
+    m_file.set_length(std::max<std::uint64_t>(m_content.size(), m_shape.apparent_size));
 }
 
 std::uint64_t damaged_source::listed_cases() const {
@@ -71,8 +96,7 @@ std::uint64_t damaged_source::listed_cases() const {
 }
 
 std::string damaged_source::describe(std::uint64_t number) const {
-    static const std::array<const char*, 3> kinds = {"MBR disk", "GPT disk", "virtual disk"};
-    const std::string name = kinds.at(static_cast<std::size_t>(m_kind));
+    const std::string& name = m_shape.name;
     const std::uint64_t cuts = m_content.size() / sector;
     if (number < cuts) {
         return name + " cut to " + std::to_string(number * sector) + " bytes";
@@ -85,19 +109,13 @@ std::string damaged_source::describe(std::uint64_t number) const {
     return name + ", random bits " + std::to_string(number);
 }
 
-void damaged_source::put(std::uint64_t position, const bytes& content) {
-    expect(::pwrite(m_file.descriptor(), content.data(), content.size(), static_cast<::off_t>(position)) ==
-           static_cast<::ssize_t>(content.size()));
-}
-
 void damaged_source::restore() {
     if (m_cut) {
-        m_file.hold(byte_view(m_content));
+        hold_content();
         m_cut = false;
     }
     for (const std::uint64_t at : m_touched) {
-        const auto begin = m_content.begin() + static_cast<std::ptrdiff_t>(at);
-        put(at, bytes(begin, begin + word));
+        m_file.put(at, byte_view(m_content).clipped(at, word));
     }
     m_touched.clear();
 }
@@ -106,7 +124,7 @@ void damaged_source::damage(std::uint64_t number) {
     restore();
     const std::uint64_t cuts = m_content.size() / sector;
     if (number < cuts) {
-        expect(::ftruncate(m_file.descriptor(), static_cast<::off_t>(number * sector)) == 0);
+        m_file.set_length(number * sector);
         m_cut = true;
         return;
     }
@@ -117,7 +135,7 @@ void damaged_source::damage(std::uint64_t number) {
             value[i] = static_cast<std::uint8_t>(values[index % values.size()] >> (8 * i));
         }
         m_touched.push_back(m_words[index / values.size()]);
-        put(m_touched.back(), value);
+        m_file.put(m_touched.back(), byte_view(value));
         return;
     }
     std::mt19937_64 random(number);
@@ -129,7 +147,7 @@ void damaged_source::damage(std::uint64_t number) {
         const std::uint64_t bit = random() % (word * 8);
         value[bit / 8] ^= static_cast<std::uint8_t>(1U << (bit % 8));
         m_touched.push_back(at);
-        put(at, value);
+        m_file.put(at, byte_view(value));
     }
 }
 

@@ -11,14 +11,22 @@
 
 namespace quarry::test {
 
-enum class source_kind { mbr_disk, gpt_disk, virtual_disk };
+enum class source_kind { bare_volume, mbr_disk, gpt_disk, virtual_disk };
+
+struct source_shape {
+    std::string name;
+    source_kind kind = source_kind::mbr_disk;
+    // A file that seems this long, and a volume or virtual disk that claims it; what is not content is a
+    // hole. 0: as long as its content.
+    std::uint64_t apparent_size = 0;
+};
 
 class damaged_source {
   public:
-    // The kind of source around a bare volume.
-    damaged_source(source_kind kind, const bytes& volume);
+    // A source of this shape around a bare volume.
+    damaged_source(source_shape shape, const bytes& volume);
 
-    [[nodiscard]] source_kind kind() const { return m_kind; }
+    [[nodiscard]] source_kind kind() const { return m_shape.kind; }
     [[nodiscard]] std::wstring path() const { return m_file.path(); }
     // Cases that are told one by one: every cut, and every word with every value. Any higher number is a case
     // of random bits, told by its number.
@@ -29,10 +37,10 @@ class damaged_source {
     void damage(std::uint64_t number);
 
   private:
+    void hold_content() const;
     void restore();
-    void put(std::uint64_t position, const bytes& content);
 
-    source_kind m_kind;
+    source_shape m_shape;
     bytes m_content;
     // Words of eight bytes that hold metadata.
     std::vector<std::uint64_t> m_words;
