@@ -6,7 +6,7 @@ set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
-quarry_install build test bench
+quarry_need build test bench
 quarry_build bench bench
 build=$QUARRY_ROOT/build/bench
 if [ "${1:-}" = micro ]; then

@@ -11,7 +11,7 @@ source "$(dirname "$0")/lib/setup.sh"
 
 min_lines=${1:-95}
 min_branches=${2:-85}
-quarry_install build test coverage
+quarry_need build test coverage
 quarry_prepare coverage
 build=$QUARRY_ROOT/build/coverage
 ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" --timeout 900

@@ -7,7 +7,7 @@ set -euo pipefail
 source "$(dirname "$0")/lib/setup.sh"
 
 cases=${1:-200000}
-quarry_install build test clang
+quarry_need build test clang
 quarry_build sanitizers damage_campaign
 parts=$(nproc)
 quarry_say "damage: $cases cases in $parts parts"

@@ -7,8 +7,9 @@ set -euo pipefail
 source "$(dirname "$0")/lib/setup.sh"
 
 preset=${QUARRY_PRESET:-release}
-quarry_install demo
-case $preset in clang | sanitizers) quarry_install clang ;; esac
+QUARRY_INSTALL=${QUARRY_INSTALL:-1}
+quarry_need demo
+case $preset in clang | sanitizers) quarry_need clang ;; esac
 quarry_prepare "$preset" quarry
 
 samples=$QUARRY_ROOT/samples

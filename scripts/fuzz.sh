@@ -11,7 +11,7 @@ source "$(dirname "$0")/lib/setup.sh"
 # What is done with a target: it is fuzzed for so many minutes, or its corpus is merged.
 task=fuzz minutes=${1:-1}
 [ "$minutes" != merge ] || task=merge
-quarry_install build clang
+quarry_need build clang
 quarry_build fuzz
 cd "$QUARRY_ROOT"
 found=$PWD/build/fuzz/found

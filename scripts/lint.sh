@@ -3,7 +3,7 @@
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
-quarry_install build lint
+quarry_need build lint
 cd "$QUARRY_ROOT"
 
 check_format() {

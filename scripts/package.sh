@@ -7,7 +7,7 @@ set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
-quarry_install build package
+quarry_need build package
 quarry_prepare release quarry
 cd "$QUARRY_ROOT"
 packages=$QUARRY_ROOT/build/release/packages

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Common set-up of the scripts: sourced, not run. Installs what is missing, configures and builds.
+# What the scripts share: sourced, not run. Looks for the tools, configures and builds.
 #
-#   quarry_prepare PRESET [TARGET]   tools for building and testing, then build/PRESET, all of it or one target;
+#   quarry_need GROUP...             stops with the command that installs what is missing of these groups; with
+#                                    QUARRY_INSTALL=1 in the environment it is installed instead
+#   quarry_install GROUP...          installs what is missing, as root or with sudo; scripts/setup.sh is this alone
+#   quarry_prepare PRESET [TARGET]   needs the tools for building, then builds build/PRESET, all of it or one target;
 #                                    sets QUARRY to the program's path
-#   quarry_install GROUP...   the Debian packages of the named groups that are not installed yet
-#
-# Works as root or with sudo. A second call finds everything in place and takes seconds.
 
 QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -14,15 +14,16 @@ quarry_packages() {
     case $1 in
         build) echo g++ cmake ninja-build libexpected-dev ;;
         test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools e2fsprogs \
-            qemu-utils sleuthkit xz-utils attr util-linux mount coreutils ;;
+            qemu-utils sleuthkit xz-utils attr util-linux mount coreutils binutils ;;
         docs) echo mandoc zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
             libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
-        package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils ;;
+        package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils git ;;
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;
-        lint) echo clang-format clang-tidy ;;
+        lint) echo clang-format clang-tidy git ;;
+        valgrind) echo valgrind ntfs-3g xz-utils coreutils ;;
         bench) echo libbenchmark-dev time python3-matplotlib ;;
         coverage) echo gcovr ;;
         *) echo "unknown package group: $1" >&2; return 1 ;;
@@ -31,15 +32,36 @@ quarry_packages() {
 
 quarry_say() { printf '\n== %s\n' "$*"; }
 
-quarry_install() {
-    local group package wanted missing=()
+# The packages of these groups that are not installed, each once.
+quarry_missing() {
+    local group wanted all=()
     for group in "$@"; do
         wanted=$(quarry_packages "$group") || return 1
-        for package in $wanted; do
-            dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
-                missing+=("$package")
-        done
+        # shellcheck disable=SC2206  # several packages
+        all+=($wanted)
     done
+    # Where there is no dpkg nothing is known to be missing; what is shows by itself.
+    command -v dpkg-query >/dev/null || return 0
+    printf '%s\n' "${all[@]}" | sort -u |
+        { grep -vxF -f <(dpkg-query -W -f='${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p') || true; }
+}
+
+quarry_need() {
+    local missing
+    if [ "${QUARRY_INSTALL:-0}" = 1 ]; then
+        quarry_install "$@"
+        return
+    fi
+    missing=$(quarry_missing "$@") || return 1
+    [ -n "$missing" ] || return 0
+    printf 'missing: %s\nTo install it: scripts/setup.sh %s\n' "${missing//$'\n'/ }" "$*" >&2
+    return 1
+}
+
+quarry_install() {
+    local list missing
+    list=$(quarry_missing "$@") || return 1
+    mapfile -t missing < <(printf '%s' "$list${list:+$'\n'}")
     [ ${#missing[@]} -gt 0 ] || return 0
     quarry_say "installing: ${missing[*]}"
     local as_root=()
@@ -71,7 +93,7 @@ quarry_reset_counts() {
 
 quarry_prepare() {
     local preset=${1:-release}
-    quarry_install build test && quarry_build "$preset" "${2:-all}" || return 1
+    quarry_need build test && quarry_build "$preset" "${2:-all}" || return 1
     [ "$preset" != coverage ] || quarry_reset_counts "$QUARRY_ROOT/build/$preset"
     # shellcheck disable=SC2034  # read by the script that sources this file
     QUARRY=$QUARRY_ROOT/build/$preset/src/quarry
