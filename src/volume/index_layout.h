@@ -45,6 +45,9 @@ class node_header {
     [[nodiscard]] std::uint32_t first_entry_offset() const { return m_bytes.u32_or_zero(0); }
     // Bytes of the entries with this header.
     [[nodiscard]] std::uint32_t total_size() const { return m_bytes.u32_or_zero(4); }
+    // Bytes that the node may grow to, with this header.
+    [[nodiscard]] std::uint32_t allocated_size() const { return m_bytes.u32_or_zero(8); }
+    [[nodiscard]] bool has_children() const { return (m_bytes.u8_or_zero(12) & 1) != 0; }
     [[nodiscard]] index_entry first_entry() const { return index_entry(m_bytes.from(first_entry_offset())); }
 
   private:
@@ -56,6 +59,8 @@ class index_root {
   public:
     explicit index_root(byte_view bytes) : m_bytes(bytes) {}
     [[nodiscard]] std::uint32_t indexed_type() const { return m_bytes.u32_or_zero(0); }
+    // How keys are sorted: 1 for names.
+    [[nodiscard]] std::uint32_t collation_rule() const { return m_bytes.u32_or_zero(4); }
     [[nodiscard]] std::uint32_t block_size() const { return m_bytes.u32_or_zero(8); }
     [[nodiscard]] node_header node() const { return node_header(m_bytes.from(16)); }
 
@@ -73,6 +78,8 @@ class index_block {
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
     [[nodiscard]] bool is_null() const { return m_bytes.empty(); }
     [[nodiscard]] bool is_indx() const { return m_bytes.text_at(0, "INDX"); }
+    // The block's own place in the stream, in the unit of child pointers.
+    [[nodiscard]] std::uint64_t vcn() const { return m_bytes.u64_or_zero(16); }
     [[nodiscard]] node_header node() const { return node_header(m_bytes.from(node_offset)); }
 
   private:

@@ -1,0 +1,137 @@
+#include "exact/index_node.h"
+
+#include "exact/name_text.h"
+#include "volume/attribute_values.h"
+#include "volume/index_layout.h"
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::uint32_t node_header_size = 16;
+constexpr std::uint32_t smallest_entry = 16;
+constexpr std::uint32_t file_name_header_size = 66;
+constexpr std::uint16_t entry_has_child = 1;
+constexpr std::uint16_t entry_is_last = 2;
+
+class node_reader {
+  public:
+    node_reader(byte_view block, std::uint64_t offset, const upcase& letters, const block_place& place)
+        : m_bytes(block.from(offset)),
+          m_offset(offset),
+          m_header(m_bytes),
+          m_letters(letters),
+          m_place(place) {}
+
+    result<index_node> read(bool fills_block) {
+        if (auto sound = check_header(fills_block); !sound) {
+            return tl::make_unexpected(sound.error());
+        }
+        index_node node;
+        std::uint64_t offset = m_header.first_entry_offset();
+        // Ends at the last entry, or where an entry would leave the used bytes: each has 16 bytes at least.
+        while (true) {
+            auto entry = read_entry(offset);
+            if (!entry) {
+                return tl::make_unexpected(entry.error());
+            }
+            if (entry->key && m_previous && m_letters.collate(*m_previous, entry->key->name) >= 0) {
+                return broken(failure_code::index_order, offset, "keys do not rise at " + hex(offset));
+            }
+            const bool last = !entry->key;
+            if (!last) {
+                m_previous = entry->key->name;
+            }
+            node.entries.push_back(std::move(*entry));
+            if (last) {
+                return node;
+            }
+            offset += m_length;
+        }
+    }
+
+  private:
+    tl::unexpected<failure> broken(failure_code code, std::uint64_t offset, std::string why) const {
+        return fail(code, m_place.where, std::move(why), m_place.source_byte(m_offset + offset));
+    }
+    tl::unexpected<failure> broken(std::uint64_t offset, const std::string& why) const {
+        return broken(failure_code::index, offset, why);
+    }
+    tl::unexpected<failure> broken_entry(std::uint64_t offset, const std::string& rule) const {
+        return broken(offset, "entry at " + hex(offset) + ": " + rule);
+    }
+
+    result<void> check_header(bool fills_block) const {
+        const std::uint32_t first = m_header.first_entry_offset();
+        const std::uint32_t used = m_header.total_size();
+        const std::uint32_t allocated = m_header.allocated_size();
+        if (!m_bytes.holds(0, node_header_size)) {
+            return broken(0, "the node header is cut");
+        }
+        if (first < node_header_size) {
+            return broken(0, "the first entry of the node is at " + hex(first));
+        }
+        if (used <= first || used > allocated) {
+            return broken(
+                0, "the node uses " + std::to_string(used) + " of " + std::to_string(allocated) + " bytes");
+        }
+        if (fills_block ? allocated != m_bytes.size() : allocated > m_bytes.size()) {
+            return broken(0, "the node has " + std::to_string(allocated) + " bytes, its place " +
+                                 std::to_string(m_bytes.size()));
+        }
+        return {};
+    }
+
+    // Sets m_length to the entry's.
+    result<index_node_entry> read_entry(std::uint64_t offset) {
+        const std::uint64_t used = m_header.total_size();
+        if (used - offset < smallest_entry) {
+            return broken_entry(offset, "the node ends without a last entry");
+        }
+        const index_entry on_disk(m_bytes.clipped(offset, used - offset));
+        m_length = on_disk.length();
+        const bool has_child = (on_disk.flags() & entry_has_child) != 0;
+        const std::uint32_t overhead = smallest_entry + (has_child ? 8 : 0);
+        if (m_length < overhead || m_length % 8 != 0 || m_length > used - offset) {
+            return broken_entry(offset, "has a length of " + std::to_string(m_length));
+        }
+        if (has_child && !m_header.has_children()) {
+            return broken_entry(offset, "has a child in a node without children");
+        }
+        index_node_entry entry;
+        if (has_child) {
+            entry.child = m_bytes.u64_or_zero(offset + m_length - 8);
+        }
+        if ((on_disk.flags() & entry_is_last) != 0) {
+            return entry;
+        }
+        const file_name_value key(on_disk.key().clipped(0, on_disk.key_length()));
+        const std::uint32_t name_bytes = 2u * key.name_length_in_units();
+        if (on_disk.key_length() > m_length - overhead ||
+            on_disk.key_length() < file_name_header_size + name_bytes || name_bytes == 0) {
+            return broken_entry(offset, "has a key of " + std::to_string(on_disk.key_length()) +
+                                            " bytes with a name of " +
+                                            std::to_string(key.name_length_in_units()) + " units");
+        }
+        entry.key = index_key{on_disk.file_reference(), key.parent(), units_of_bytes(key.name_bytes()),
+                              key.name_space()};
+        return entry;
+    }
+
+    byte_view m_bytes;       // from the node's header on
+    std::uint64_t m_offset;  // of the node in its block
+    node_header m_header;
+    const upcase& m_letters;
+    const block_place& m_place;
+    std::optional<std::u16string> m_previous;
+    std::uint32_t m_length = 0;
+};
+
+}  // namespace
+
+result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
+                                   const upcase& letters, const block_place& place) {
+    return node_reader(block, offset, letters, place).read(fills_block);
+}
+
+}  // namespace quarry::exact

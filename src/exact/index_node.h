@@ -1,0 +1,53 @@
+// One verified node of a directory's index.
+//
+// A directory is a B-tree of $FILE_NAME keys. Its root node lies in $INDEX_ROOT, every other in a block of
+// $INDEX_ALLOCATION. A node is a header and a row of entries whose keys rise; each entry names one file. An
+// entry may have a child: the node of all names that sort between the key before it and its own. The last
+// entry has no key, and its child holds what sorts after all keys.
+//
+//     node header        entry              entry              last entry
+//     +----+----+----+---+-----+-----+-----+-----+-----+-----+------+-----+
+//     |first|used|all.|fl| ref | key |child| ref | key |child| (no) |child|
+//     +----+----+----+---+-----+-----+-----+-----+-----+-----+------+-----+
+//                          |           |
+//                          the file    VCN of a block, in the last 8 bytes
+//
+// Every rule of a node is tested once, here, before anybody sees an entry.
+#pragma once
+
+#include "exact/block_place.h"
+#include "exact/failure.h"
+#include "exact/upcase.h"
+#include "foundation/byte_view.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quarry::exact {
+
+// A file reference: 48 bits of entry number, 16 bits of sequence number.
+struct index_key {
+    std::uint64_t file = 0;    // the whole reference of the file that the entry names
+    std::uint64_t parent = 0;  // the whole reference of the directory, as the key has it
+    std::u16string name;
+    std::uint8_t name_space = 0;  // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
+};
+
+struct index_node_entry {
+    std::optional<index_key> key;        // none in the last entry
+    std::optional<std::uint64_t> child;  // VCN of its child
+};
+
+struct index_node {
+    std::vector<index_node_entry> entries;  // at least one; only the last has no key
+};
+
+// Reads the node whose header is at byte `offset` of `block`, the value of an $INDEX_ROOT or an index block,
+// and which may reach to its end. `fills_block` is set for an index block, whose node has the whole rest of
+// it. Fails with `index` for a broken rule and with `index-order` where a key does not rise.
+[[nodiscard]] result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
+                                                 const upcase& letters, const block_place& place);
+
+}  // namespace quarry::exact

@@ -1,0 +1,174 @@
+#include "exact/index_node.h"
+
+#include "support/index_builder.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+using namespace quarry::exact;
+
+namespace {
+
+// A to Z alone have a lower case.
+const upcase& letters() {
+    static const upcase table = [] {
+        byte_writer units(upcase_size);
+        for (std::uint32_t unit = 0; unit < 0x10000; ++unit) {
+            units.u16(std::size_t{2} * unit, unit >= 'a' && unit <= 'z' ? unit - 0x20 : unit);
+        }
+        return upcase(byte_view(units.content()));
+    }();
+    return table;
+}
+
+block_place place_at(std::uint64_t source_byte) {
+    return {"index root of record 5", {{0, source_byte}}};
+}
+
+file_name named(const std::u16string& name) {
+    file_name key;
+    key.name = name;
+    return key;
+}
+
+result<index_node> read(const bytes& node, bool fills_block = false) {
+    return read_index_node(node, 0, fills_block, letters(), place_at(0x1000));
+}
+
+std::string refusal(const bytes& node, bool fills_block = false) {
+    const auto read_node = read(node, fills_block);
+    EXPECT_FALSE(read_node.has_value());
+    return read_node ? "" : read_node.error().text();
+}
+
+const std::vector<index_entry> two_names = {name_entry(0x0001000000000030, named(u"a.txt")),
+                                            name_entry(0x0002000000000031, named(u"b.txt"))};
+// Each of the two is 16 + 66 + 10 bytes, rounded up to 96.
+constexpr std::size_t first_entry = 16;
+constexpr std::size_t second_entry = 16 + 96;
+constexpr std::size_t last_entry = 16 + 2 * 96;
+
+}  // namespace
+
+TEST(index_node, gives_its_entries_in_their_order) {
+    const auto node = read(build_index_node(two_names));
+    ASSERT_TRUE(node.has_value()) << node.error().text();
+    ASSERT_EQ(node->entries.size(), 3u);
+    EXPECT_EQ(node->entries[0].key->name, u"a.txt");
+    EXPECT_EQ(node->entries[0].key->file, 0x0001000000000030u);
+    EXPECT_EQ(node->entries[1].key->name, u"b.txt");
+    EXPECT_FALSE(node->entries[2].key.has_value());
+    EXPECT_FALSE(node->entries[2].child.has_value());
+}
+
+TEST(index_node, may_be_empty) {
+    const auto node = read(build_index_node({}));
+    ASSERT_TRUE(node.has_value());
+    EXPECT_EQ(node->entries.size(), 1u);
+}
+
+TEST(index_node, may_have_children) {
+    index_entry with_child = two_names[0];
+    with_child.flags = 1;
+    with_child.sub_node = 7;
+    index_entry last = end_entry();
+    last.flags = 3;
+    last.sub_node = 9;
+    const auto node = read(build_index_node({with_child, last}, 16, 0, true));
+    ASSERT_TRUE(node.has_value()) << node.error().text();
+    EXPECT_EQ(node->entries[0].child, 7u);
+    EXPECT_EQ(node->entries[1].child, 9u);
+    EXPECT_EQ(
+        refusal(build_index_node({with_child, last}, 16, 0, false)),
+        "index root of record 5: entry at 0x10: has a child in a node without children (source byte 0x1010)");
+}
+
+TEST(index_node, cut_at_any_length_is_refused) {
+    const bytes whole = build_index_node(two_names);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        EXPECT_FALSE(
+            read(bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))).has_value())
+            << size;
+    }
+}
+
+TEST(index_node, has_its_sizes_in_their_order) {
+    const bytes whole = build_index_node(two_names);
+    const auto with = [&](std::size_t offset, std::uint32_t value) {
+        return byte_writer(whole).u32(offset, value).take();
+    };
+    EXPECT_EQ(refusal(with(0, 8)),
+              "index root of record 5: the first entry of the node is at 0x8 (source byte 0x1000)");
+    EXPECT_EQ(refusal(with(4, 16)),
+              "index root of record 5: the node uses 16 of 224 bytes (source byte 0x1000)");
+    EXPECT_EQ(refusal(with(4, 232)),
+              "index root of record 5: the node uses 232 of 224 bytes (source byte 0x1000)");
+    EXPECT_EQ(refusal(with(8, 232)),
+              "index root of record 5: the node has 232 bytes, its place 224 (source byte 0x1000)");
+    EXPECT_EQ(
+        refusal(with(4, 208)),
+        "index root of record 5: entry at 0xD0: the node ends without a last entry (source byte 0x10D0)");
+}
+
+TEST(index_node, of_a_block_has_all_of_it) {
+    bytes node = build_index_node(two_names);
+    EXPECT_TRUE(read(node, true).has_value());
+    node.resize(node.size() + 8);
+    EXPECT_TRUE(read(node, false).has_value());
+    EXPECT_EQ(refusal(node, true),
+              "index root of record 5: the node has 224 bytes, its place 232 (source byte 0x1000)");
+}
+
+TEST(index_node, has_entries_of_whole_eights_inside_of_it) {
+    const bytes whole = build_index_node(two_names);
+    for (const std::uint32_t length : {0u, 8u, 15u, 92u, 97u, 216u, 65535u}) {
+        EXPECT_EQ(refusal(byte_writer(whole).u16(first_entry + 8, length).take()),
+                  "index root of record 5: entry at 0x10: has a length of " + std::to_string(length) +
+                      " (source byte 0x1010)");
+    }
+    EXPECT_TRUE(read(byte_writer(whole).u16(last_entry + 8, 16).take()).has_value());
+}
+
+TEST(index_node, has_keys_that_hold_their_names) {
+    const bytes whole = build_index_node(two_names);
+    const auto text = [](int key, int units) {
+        return "index root of record 5: entry at 0x10: has a key of " + std::to_string(key) +
+               " bytes with a name of " + std::to_string(units) + " units (source byte 0x1010)";
+    };
+    EXPECT_EQ(refusal(byte_writer(whole).u16(first_entry + 10, 75).take()), text(75, 5));
+    EXPECT_EQ(refusal(byte_writer(whole).u16(first_entry + 10, 81).take()), text(81, 5));
+    EXPECT_EQ(refusal(byte_writer(whole).u8(first_entry + 16 + 64, 6).take()), text(76, 6));
+    EXPECT_EQ(refusal(byte_writer(whole).u8(first_entry + 16 + 64, 0).take()), text(76, 0));
+    EXPECT_TRUE(read(byte_writer(whole).u16(first_entry + 10, 80).take()).has_value());
+}
+
+TEST(index_node, has_keys_that_rise) {
+    const auto order = [](const std::u16string& a, const std::u16string& b) {
+        return read(build_index_node({name_entry(1, named(a)), name_entry(2, named(b))})).has_value();
+    };
+    EXPECT_TRUE(order(u"a", u"b"));
+    EXPECT_FALSE(order(u"b", u"a"));
+    EXPECT_FALSE(order(u"a", u"a"));
+    EXPECT_TRUE(order(u"A", u"a"));  // the same letters: as they are
+    EXPECT_FALSE(order(u"a", u"A"));
+    EXPECT_TRUE(order(u"a", u"AB"));  // a part of the other comes first
+    EXPECT_TRUE(order(u"a_", u"b"));
+    EXPECT_FALSE(order(u"_", u"a"));  // "_" comes after "A"
+    const auto fallen =
+        read(build_index_node({name_entry(1, named(u"b.txt")), name_entry(2, named(u"a.txt"))}));
+    EXPECT_EQ(fallen.error().code, failure_code::index_order);
+    EXPECT_EQ(fallen.error().text(), "index root of record 5: keys do not rise at 0x70 (source byte 0x1070)");
+    static_assert(second_entry == 0x70);
+}
+
+TEST(upcase, sorts_by_its_own_letters_then_by_length_then_by_the_units) {
+    EXPECT_EQ(letters().compare(u"abc", u"ABC"), 0);
+    EXPECT_LT(letters().compare(u"ab", u"abc"), 0);
+    EXPECT_GT(letters().compare(u"b", u"abc"), 0);
+    EXPECT_GT(letters().collate(u"abc", u"ABC"), 0);
+    EXPECT_EQ(letters().collate(u"abc", u"abc"), 0);
+    EXPECT_NE(letters().compare(u"ä", u"Ä"), 0);
+}
+
+}  // namespace quarry::test
