@@ -95,8 +95,8 @@ using result = tl::expected<Value, failure>;
 
 // Hands the failure of one result on as that of another.
 template <typename Value>
-[[nodiscard]] tl::unexpected<failure> passed_on(result<Value>& failed) {
-    return tl::make_unexpected(std::move(failed.error()));
+[[nodiscard]] tl::unexpected<failure> passed_on(const result<Value>& failed) {
+    return tl::make_unexpected(failed.error());
 }
 
 // What is said of a copy without stopping it. A doubt makes the copy one "in doubt".

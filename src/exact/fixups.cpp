@@ -1,6 +1,9 @@
 #include "exact/fixups.h"
 
+#include "exact/name_text.h"
 #include "volume/record_layout.h"
+
+#include <string>
 
 namespace quarry::exact {
 
@@ -13,6 +16,19 @@ std::uint64_t end_of_sector(std::size_t sector) {
 }
 
 }  // namespace
+
+result<void> expect_signature(byte_view block, std::string_view characters, const block_place& place) {
+    if (block.text_at(0, characters)) {
+        return {};
+    }
+    std::u16string begins;
+    for (std::size_t i = 0; i < characters.size(); ++i) {
+        begins.push_back(block.u8_or_zero(i));
+    }
+    return fail(failure_code::signature, place.where,
+                "begins with \"" + shown_name(begins) + "\", not \"" + std::string(characters) + "\"",
+                place.source_byte(0));
+}
 
 result<void> restore_fixups(std::span<std::uint8_t> block, const block_place& place) {
     const byte_view bytes(block);

@@ -16,13 +16,19 @@
 
 #include "exact/block_place.h"
 #include "exact/failure.h"
+#include "foundation/byte_view.h"
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace quarry::exact {
 
 inline constexpr std::size_t fixup_stride = 512;
+
+// Whether a block begins with the four characters of its kind. Fails with signature, which shows the bytes.
+[[nodiscard]] result<void> expect_signature(byte_view block, std::string_view characters,
+                                            const block_place& place);
 
 // Compares all sector ends with the update sequence number, then restores them. Fails with array if the array
 // is not in the block's first 510 bytes or not made for its size, and with torn at the first sector end that

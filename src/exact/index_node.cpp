@@ -25,7 +25,7 @@ class node_reader {
 
     result<index_node> read(bool fills_block) {
         if (auto sound = check_header(fills_block); !sound) {
-            return tl::make_unexpected(sound.error());
+            return passed_on(sound);
         }
         index_node node;
         std::uint64_t offset = m_header.first_entry_offset();
@@ -33,9 +33,9 @@ class node_reader {
         while (true) {
             auto entry = read_entry(offset);
             if (!entry) {
-                return tl::make_unexpected(entry.error());
+                return passed_on(entry);
             }
-            if (entry->key && m_previous && m_letters.collate(*m_previous, entry->key->name) >= 0) {
+            if (entry->key && m_previous && collate(m_letters, *m_previous, entry->key->name) >= 0) {
                 return broken(failure_code::index_order, offset, "keys do not rise at " + hex(offset));
             }
             const bool last = !entry->key;
@@ -113,8 +113,8 @@ class node_reader {
                                             " bytes with a name of " +
                                             std::to_string(key.name_length_in_units()) + " units");
         }
-        entry.key = index_key{on_disk.file_reference(), key.parent(), units_of_bytes(key.name_bytes()),
-                              key.name_space()};
+        entry.key = index_key{reference::from(on_disk.file_reference()), reference::from(key.parent()),
+                              units_of_bytes(key.name_bytes()), key.name_space()};
         return entry;
     }
 
@@ -128,6 +128,11 @@ class node_reader {
 };
 
 }  // namespace
+
+std::strong_ordering collate(const upcase& letters, std::u16string_view a, std::u16string_view b) {
+    const auto upper = letters.compare(a, b);
+    return upper != std::strong_ordering::equal ? upper : a.compare(b) <=> 0;
+}
 
 result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
                                    const upcase& letters, const block_place& place) {

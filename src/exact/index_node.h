@@ -17,20 +17,22 @@
 
 #include "exact/block_place.h"
 #include "exact/failure.h"
+#include "exact/record.h"
 #include "exact/upcase.h"
 #include "foundation/byte_view.h"
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarry::exact {
 
-// A file reference: 48 bits of entry number, 16 bits of sequence number.
 struct index_key {
-    std::uint64_t file = 0;    // the whole reference of the file that the entry names
-    std::uint64_t parent = 0;  // the whole reference of the directory, as the key has it
+    reference file;    // what the entry names
+    reference parent;  // the directory, as the key has it
     std::u16string name;
     std::uint8_t name_space = 0;  // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
 };
@@ -43,6 +45,11 @@ struct index_node_entry {
 struct index_node {
     std::vector<index_node_entry> entries;  // at least one; only the last has no key
 };
+
+// The order of an index: by upper-case units, then by length, then by the first units that differ as they
+// are. Only equal names are equal.
+[[nodiscard]] std::strong_ordering collate(const upcase& letters, std::u16string_view a,
+                                           std::u16string_view b);
 
 // Reads the node whose header is at byte `offset` of `block`, the value of an $INDEX_ROOT or an index block,
 // and which may reach to its end. `fills_block` is set for an index block, whose node has the whole rest of

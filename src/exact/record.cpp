@@ -51,14 +51,6 @@ const char* broken_rule(const attribute& each, std::uint64_t room) {
                : nullptr;
 }
 
-std::string shown_signature(byte_view bytes) {
-    std::u16string units;
-    for (std::size_t i = 0; i < 4; ++i) {
-        units.push_back(bytes.u8_or_zero(i));
-    }
-    return shown_name(units);
-}
-
 }  // namespace
 
 std::string reference::text() const {
@@ -71,10 +63,8 @@ result<record> record::verify(std::vector<std::uint8_t> bytes, std::uint64_t ent
     verified.m_entry = entry;
     verified.m_bytes = std::move(bytes);
     verified.m_place = std::move(place);
-    if (!verified.header().is_file()) {
-        return fail(failure_code::signature, verified.m_place.where,
-                    "begins with \"" + shown_signature(verified.bytes()) + "\", not \"FILE\"",
-                    verified.m_place.source_byte(0));
+    if (result<void> begins = expect_signature(verified.m_bytes, "FILE", verified.m_place); !begins) {
+        return passed_on(begins);
     }
     if (result<void> restored = restore_fixups(verified.m_bytes, verified.m_place); !restored) {
         return passed_on(restored);

@@ -23,6 +23,10 @@ class standard_information_value {
     [[nodiscard]] std::uint64_t mft_changed() const { return m_bytes.u64_or_zero(16); }
     [[nodiscard]] std::uint64_t accessed() const { return m_bytes.u64_or_zero(24); }
     [[nodiscard]] std::uint32_t attributes() const { return m_bytes.u32_or_zero(32); }
+    // A directory in which names that differ only in case are different names.
+    [[nodiscard]] bool is_case_sensitive_directory() const {
+        return m_bytes.u32_or_zero(36) == 0 && (m_bytes.u32_or_zero(40) & 1) != 0;
+    }
     [[nodiscard]] std::uint32_t security_id() const { return m_bytes.u32_or_zero(52); }
 
   private:

@@ -1,0 +1,232 @@
+#include "exact/path_walk.h"
+
+#include "exact/index_lookup.h"
+#include "exact/name_text.h"
+#include "exact/reparse.h"
+#include "exact/volume_path.h"
+#include "volume/attribute_values.h"
+
+#include <algorithm>
+#include <deque>
+#include <utility>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr unsigned most_links = 64;
+// A reparse point has 16 KiB of data at most.
+constexpr std::uint64_t largest_reparse_value = 8 + 16 + 16384;
+
+bool same_ascii_letters(std::u16string_view a, std::u16string_view b) {
+    const auto upper = [](char16_t unit) {
+        return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
+    };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [&](char16_t one, char16_t other) { return upper(one) == upper(other); });
+}
+
+result<attribute_set> attributes_of(const exact_volume& volume, reference file, notices& told) {
+    return volume.table().read_in_use(file, told).and_then([&](record found) {
+        return attribute_set::of(volume.table(), std::move(found), told);
+    });
+}
+
+class walk {
+  public:
+    walk(exact_volume& volume, const std::vector<std::u16string>& names, const walk_options& options,
+         notices& told)
+        : m_volume(volume), m_options(options), m_told(told), m_left(names.begin(), names.end()) {}
+
+    [[nodiscard]] result<walked_path> run() {
+        auto root = m_volume.table().read_system(root_directory_entry, m_told).and_then([&](record found) {
+            return attribute_set::of(m_volume.table(), std::move(found), m_told);
+        });
+        if (!root) {
+            return passed_on(root);
+        }
+        m_way.push_back({std::u16string(), std::move(*root), std::nullopt});
+        while (!m_left.empty()) {
+            const std::u16string name = std::move(m_left.front());
+            m_left.pop_front();
+            if (auto stepped = step(name); !stepped) {
+                return passed_on(stepped);
+            }
+        }
+        std::vector<std::u16string> names;
+        std::transform(m_way.begin() + 1, m_way.end(), std::back_inserter(names),
+                       [](const place& walked) { return walked.name; });
+        return walked_path{std::move(m_way.back().file), std::move(names), std::move(m_links),
+                           std::move(m_way.back().key)};
+    }
+
+  private:
+    struct place {
+        std::u16string name;  // as the volume has it; empty for the root
+        attribute_set file;
+        std::optional<index_key> key;
+    };
+
+    // The path to a name in the directory that was reached, in the words of a message.
+    [[nodiscard]] std::string shown(std::u16string_view name) const {
+        std::vector<std::u16string> names;
+        for (const place& walked : m_way) {
+            if (!walked.name.empty()) {
+                names.push_back(walked.name);
+            }
+        }
+        if (!name.empty()) {
+            names.emplace_back(name);
+        }
+        return shown_path(names);
+    }
+
+    // One name from the directory that was reached on.
+    [[nodiscard]] result<void> step(const std::u16string& name) {
+        if (m_from_link && name == u".") {
+            return {};
+        }
+        if (m_from_link && name == u"..") {
+            if (m_way.size() == 1) {
+                return fail(failure_code::link, where::path(shown({})), "a link leads above the root");
+            }
+            m_way.pop_back();
+            return {};
+        }
+        const attribute_set& directory = m_way.back().file;
+        if (!directory.base().is_directory()) {
+            return fail(failure_code::not_directory, where::path(shown({})), "is no directory");
+        }
+        const auto index = directory_index::open(m_volume, directory, m_told);
+        if (!index) {
+            return passed_on(index);
+        }
+        const auto key = look_up(*index, name, shown(name), m_told);
+        if (!key) {
+            return passed_on(key);
+        }
+        m_options.tell("name \"" + shown_name(key->name) + "\" -> " + key->file.text());
+        auto file = attributes_of(m_volume, key->file, m_told);
+        if (!file) {
+            return passed_on(file);
+        }
+        if (!has_name(*file, directory.base().self(), key->name)) {
+            return fail(failure_code::index, where::record(key->file.entry),
+                        "has no $FILE_NAME \"" + shown_name(key->name) + "\" in directory " +
+                            directory.base().self().text());
+        }
+        if (!m_left.empty() || m_options.follow_last) {
+            auto followed = follow(*file, key->name);
+            if (!followed) {
+                return passed_on(followed);
+            }
+            if (*followed) {
+                return {};
+            }
+        }
+        m_way.push_back({key->name, std::move(*file), *key});
+        return {};
+    }
+
+    // The index and the file must agree on the name.
+    [[nodiscard]] static bool has_name(const attribute_set& file, reference directory,
+                                       std::u16string_view name) {
+        const auto members = file.of_type(attr_file_name);
+        return std::any_of(members.begin(), members.end(), [&](const attribute_set::member* member) {
+            const file_name_value value(member->stored.bytes.value());
+            const reference parent = reference::from(value.parent());
+            return !member->stored.bytes.non_resident() && parent.entry == directory.entry &&
+                   (parent.sequence == directory.sequence || parent.sequence == 0) &&
+                   units_of_bytes(value.name_bytes()) == name;
+        });
+    }
+
+    // Goes on at the target if the file is a link. False if it is to be walked through or to be taken itself.
+    [[nodiscard]] result<bool> follow(const attribute_set& file, const std::u16string& name) {
+        const auto value = reparse_value_of(m_volume, file);
+        if (!value) {
+            return passed_on(value);
+        }
+        if (!*value) {
+            return false;
+        }
+        const auto point = read_reparse_point(**value, where::record(file.base().entry()));
+        if (!point) {
+            return passed_on(point);
+        }
+        if (point->is_link()) {
+            return go_to_target(*point, name);
+        }
+        return m_left.empty() ? result<bool>(false) : pass_through(*point, name);
+    }
+
+    [[nodiscard]] result<bool> pass_through(const reparse_point& point, const std::u16string& name) {
+        if ((point.tag & tag_bit_name_surrogate) != 0 || (point.tag & tag_bit_directory) == 0) {
+            return fail(failure_code::tag, where::path(shown(name)),
+                        "reparse tag " + tag_text(point.tag) + ": the names below are not in this directory");
+        }
+        m_options.tell("reparse tag " + tag_text(point.tag) + " of \"" + shown_name(name) +
+                       "\" passed through");
+        return false;
+    }
+
+    [[nodiscard]] result<bool> go_to_target(const reparse_point& link, const std::u16string& name) {
+        const std::string place_text = where::path(shown(name));
+        if (m_links.size() == most_links) {
+            return fail(failure_code::link, place_text, "more than 64 links on the way");
+        }
+        auto target = read_link_target(link, place_text);
+        if (!target) {
+            return passed_on(target);
+        }
+        if (!target->relative) {
+            const auto is_this_volume = [&](const std::u16string& known) {
+                return same_ascii_letters(known, target->volume);
+            };
+            if (std::none_of(m_options.volume_names.begin(), m_options.volume_names.end(), is_this_volume)) {
+                return fail(failure_code::link, place_text,
+                            "leads to " + target->shown + "; say -letter " + shown_name(target->volume) +
+                                " if that is this volume");
+            }
+        }
+        m_options.tell("link " + target->shown);
+        m_links.push_back(target->shown);
+        if (!target->relative || target->from_root) {
+            m_way.erase(m_way.begin() + 1, m_way.end());
+        }
+        m_left.insert(m_left.begin(), target->names.begin(), target->names.end());
+        m_from_link = true;
+        return true;
+    }
+
+    exact_volume& m_volume;
+    const walk_options& m_options;
+    notices& m_told;
+    std::deque<std::u16string> m_left;
+    // The root and the names that led to where the walk is.
+    std::vector<place> m_way;
+    std::vector<std::string> m_links;
+    // "." and ".." are names of directories only in links; a path that somebody typed has neither.
+    bool m_from_link = false;
+};
+
+}  // namespace
+
+result<walked_path> walk_path(exact_volume& volume, const std::vector<std::u16string>& names,
+                              const walk_options& options, notices& told) {
+    return walk(volume, names, options, told).run();
+}
+
+result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
+                                                                  const attribute_set& file) {
+    if (file.pieces(attr_reparse_point, {}).empty()) {
+        return std::nullopt;
+    }
+    return file.stored(volume.shape(), attr_reparse_point, {})
+        .and_then([&](const stored_stream& stored) {
+            return stored.read_all(volume.bytes(), largest_reparse_value);
+        })
+        .map([](std::vector<std::uint8_t> value) { return std::optional(std::move(value)); });
+}
+
+}  // namespace quarry::exact

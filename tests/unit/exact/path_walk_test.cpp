@@ -1,0 +1,242 @@
+#include "exact/path_walk.h"
+
+#include "exact/volume_path.h"
+#include "support/memory_source.h"
+#include "support/volume_builder.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+using namespace quarry::exact;
+
+namespace {
+
+test::geometry with_system_files() {
+    test::geometry shape;
+    shape.mft_entries = 512;
+    shape.system_files = true;
+    return shape;
+}
+
+// A volume of a test, opened, and the walks over it.
+class walked_volume {
+  public:
+    explicit walked_volume(const bytes& image) : m_source(image) {
+        auto opened = exact_volume::open(m_source, "disk.img", 0, image.size(), m_told);
+        EXPECT_TRUE(opened.has_value()) << opened.error().text();
+        m_volume = std::move(*opened);
+        m_options.tell = [this](const std::string& line) { m_log.push_back(line); };
+    }
+
+    result<walked_path> walk(std::string_view path) {
+        m_log.clear();
+        return walk_path(*m_volume, parse_volume_path(path).value().names, m_options, m_told);
+    }
+    // The entry number that a path leads to; 0 with the failure in the test's log if it leads nowhere.
+    std::uint64_t entry(std::string_view path) {
+        const auto walked = walk(path);
+        EXPECT_TRUE(walked.has_value()) << path << ": " << (walked ? "" : walked.error().text());
+        return walked ? walked->file.base().entry() : 0;
+    }
+    std::string failure_of(std::string_view path) {
+        const auto walked = walk(path);
+        EXPECT_FALSE(walked.has_value()) << path;
+        return walked ? "" : std::string(code_text(walked.error().code)) + " | " + walked.error().text();
+    }
+    walk_options& options() { return m_options; }
+    const std::vector<std::string>& log() const { return m_log; }
+    const notices& told() const { return m_told; }
+
+  private:
+    memory_source m_source;
+    notices m_told;
+    std::unique_ptr<exact_volume> m_volume;
+    walk_options m_options;
+    std::vector<std::string> m_log;
+};
+
+test::reparse_point junction_to(const std::u16string& target) {
+    test::reparse_point link;
+    link.substitute_name = target;
+    link.print_name = target;
+    return link;
+}
+
+test::reparse_point relative_link_to(const std::u16string& target) {
+    test::reparse_point link = junction_to(target);
+    link.tag = 0xA000000C;
+    link.with_flags_word = true;
+    link.flags_word = 1;
+    return link;
+}
+
+}  // namespace
+
+TEST(path_walk, leads_from_the_root_through_directories_to_a_file) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t directory = volume.add_directory("docs").entry();
+    const std::uint64_t file = volume.add_file("letter.txt", directory).entry();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/docs/letter.txt"), file);
+    EXPECT_EQ(walked.log(),
+              (std::vector<std::string>{"name \"docs\" -> 24-1", "name \"letter.txt\" -> 25-1"}));
+    EXPECT_EQ(walked.entry("/docs"), directory);
+    EXPECT_EQ(walked.entry("/"), 5u);
+    EXPECT_EQ(walked.entry("\\docs\\letter.txt"), file);
+}
+
+TEST(path_walk, takes_names_without_regard_to_case_as_the_volume_has_them) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t directory = volume.add_directory("Docs").entry();
+    const std::uint64_t file = volume.add_file("Letter.TXT", directory).entry();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/dOCS/lETTER.txt"), file);
+    EXPECT_EQ(walked.walk("/docs/letter.txt")->names, (std::vector<std::u16string>{u"Docs", u"Letter.TXT"}));
+}
+
+TEST(path_walk, says_which_name_is_missing) {
+    volume_builder volume(with_system_files());
+    volume.add_directory("docs");
+    volume.add_file("a.txt");
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/docs/letter.txt"), "name | path \"/docs/letter.txt\": no such name");
+    EXPECT_EQ(walked.failure_of("/dcs/letter.txt"), "name | path \"/dcs\": no such name");
+    EXPECT_EQ(walked.failure_of("/a.txt/b"), "not-directory | path \"/a.txt\": is no directory");
+}
+
+TEST(path_walk, finds_each_of_many_names_in_index_blocks) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t directory = volume.add_directory("many").entry();
+    volume.file(directory).index_in_blocks();
+    std::vector<std::uint64_t> files;
+    for (int i = 0; i < 300; ++i) {
+        files.push_back(volume.add_file("name " + std::to_string(i) + ".txt", directory).entry());
+    }
+    walked_volume walked(volume.image());
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_EQ(walked.entry("/many/NAME " + std::to_string(i) + ".txt"),
+                  files[static_cast<std::size_t>(i)]);
+    }
+    EXPECT_EQ(walked.failure_of("/many/name 300.txt"), "name | path \"/many/name 300.txt\": no such name");
+}
+
+TEST(path_walk, takes_a_short_name_for_the_long_one) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t file = volume.add_file("long name.txt").short_name("LONGNA~1.TXT").entry();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/longna~1.txt"), file);
+    EXPECT_EQ(walked.entry("/Long Name.txt"), file);
+}
+
+TEST(path_walk, prefers_the_same_units_among_names_that_differ_in_case) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t large = volume.add_file("A.txt").name_space(0).entry();
+    const std::uint64_t small = volume.add_file("a.txt").name_space(0).entry();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/a.txt"), small);
+    EXPECT_EQ(walked.entry("/A.txt"), large);
+    EXPECT_EQ(walked.failure_of("/a.TXT"),
+              "ambiguous | path \"/a.TXT\": several names differ only in case: A.txt, a.txt");
+}
+
+TEST(path_walk, follows_a_junction_if_the_volume_bears_its_name) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t users = volume.add_directory("Users").entry();
+    const std::uint64_t file = volume.add_file("a.txt", users).entry();
+    volume.add_directory("Documents and Settings").reparse(junction_to(u"\\??\\C:\\Users"));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(
+        walked.failure_of("/Documents and Settings/a.txt"),
+        "link | path \"/Documents and Settings\": leads to C:\\Users; say -letter C if that is this volume");
+    walked.options().volume_names = {u"c"};
+    EXPECT_EQ(walked.entry("/documents and settings/a.txt"), file);
+    EXPECT_EQ(walked.walk("/documents and settings/a.txt")->names,
+              (std::vector<std::u16string>{u"Users", u"a.txt"}));
+    EXPECT_EQ(walked.walk("/documents and settings/a.txt")->links, std::vector<std::string>{"C:\\Users"});
+    EXPECT_EQ(walked.entry("/documents and settings"), users);
+}
+
+TEST(path_walk, follows_a_relative_link_from_its_own_directory) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t docs = volume.add_directory("docs").entry();
+    const std::uint64_t other = volume.add_directory("other").entry();
+    const std::uint64_t file = volume.add_file("a.txt", other).entry();
+    volume.add_file("link", docs).reparse(relative_link_to(u"..\\other\\.\\a.txt"));
+    volume.add_file("from root", docs).reparse(relative_link_to(u"\\other\\a.txt"));
+    volume.add_file("too high", docs).reparse(relative_link_to(u"..\\..\\a.txt"));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/docs/link"), file);
+    EXPECT_EQ(walked.entry("/docs/from root"), file);
+    EXPECT_EQ(walked.failure_of("/docs/too high"), "link | path \"/\": a link leads above the root");
+}
+
+TEST(path_walk, leaves_the_last_link_where_it_is_if_told_so) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a.txt");
+    const std::uint64_t link = volume.add_file("link").reparse(relative_link_to(u"a.txt")).entry();
+    walked_volume walked(volume.image());
+    walked.options().follow_last = false;
+    EXPECT_EQ(walked.entry("/link"), link);
+}
+
+TEST(path_walk, ends_after_64_links) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a").reparse(relative_link_to(u"b"));
+    volume.add_file("b").reparse(relative_link_to(u"a"));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/a"), "link | path \"/a\": more than 64 links on the way");
+}
+
+TEST(path_walk, passes_through_cloud_directories_and_no_other_reparse_points) {
+    volume_builder volume(with_system_files());
+    test::reparse_point cloud = junction_to(u"x");
+    cloud.tag = 0x9000101A;
+    test::reparse_point projected = junction_to(u"x");
+    projected.tag = 0xA0000022;
+    test::reparse_point other = junction_to(u"x");
+    other.tag = 0x80000013;
+    const std::uint64_t drive = volume.add_directory("OneDrive").reparse(cloud).entry();
+    const std::uint64_t file = volume.add_file("a.txt", drive).entry();
+    volume.add_file("a.txt", volume.add_directory("projected").reparse(projected).entry());
+    volume.add_file("a.txt", volume.add_directory("other").reparse(other).entry());
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/OneDrive/a.txt"), file);
+    EXPECT_EQ(walked.log()[1], "reparse tag 0x9000101A (CLOUD_1) of \"OneDrive\" passed through");
+    EXPECT_EQ(walked.failure_of("/projected/a.txt"),
+              "tag | path \"/projected\": reparse tag 0xA0000022 (PROJFS_TOMBSTONE): the names below are not "
+              "in this directory");
+    EXPECT_EQ(
+        walked.failure_of("/other/a.txt"),
+        "tag | path \"/other\": reparse tag 0x80000013 (DEDUP): the names below are not in this directory");
+}
+
+TEST(path_walk, wants_index_and_record_to_agree) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t other = volume.add_directory("other").entry();
+    const std::uint64_t file = volume.add_file("z.txt", other).unindexed().entry();
+    file_name key;
+    key.name = "z.txt";
+    volume.root().extra_entry(name_entry(0x0001000000000000 | file, key));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/z.txt"), "index | record 25: has no $FILE_NAME \"z.txt\" in directory 5-5");
+}
+
+TEST(path_walk, wants_the_sequence_number_of_the_index) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t file = volume.add_file("z.txt").unindexed().entry();
+    file_name key;
+    key.name = "z.txt";
+    volume.root().extra_entry(name_entry(0x0007000000000000 | file, key));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/z.txt").substr(0, 10), "sequence |");
+}
+
+TEST(path_walk, finds_no_deleted_file) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a.txt").deleted_but_indexed();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/a.txt"), "unused | record 24: is not in use (source byte 0xA016)");
+}
+
+}  // namespace quarry::test
