@@ -21,106 +21,137 @@ constexpr unsigned header_mark_mask = 0x7000;
 constexpr unsigned header_mark = 0x3000;
 constexpr unsigned header_compressed = 0x8000;
 
-// The payload of one compressed chunk.
-class strict_chunk {
-  public:
-    // `plain` has room for a chunk and plain_chunk::room_behind bytes more.
-    strict_chunk(byte_view payload, std::uint8_t* plain)
-        : m_in(payload.data()), m_end(payload.data() + payload.size()), m_plain(plain) {}
-
-    // The rule that the payload breaks; null if it is sound.
-    const char* decode() {
-        // Each turn takes the flag byte of a group.
-        while (m_in < m_end) {
-            const unsigned flags = *m_in++;
-            if (const char* rule = decode_group(flags)) {
-                return rule;
-            }
-        }
-        return nullptr;
+// Repeats `length` bytes from `back` bytes ahead of `to`, and up to a stride more.
+void repeat(std::uint8_t* to, std::size_t back, std::size_t length) {
+    if (back >= stride && length <= stride) {
+        std::memcpy(to, to - back, stride);
+        return;
     }
-    [[nodiscard]] std::size_t plain_size() const { return m_out; }
-
-  private:
-    // The items of a group, as many as the payload has.
-    const char* decode_group(unsigned flags) {
-        std::size_t items = items_of_group;
-        // Each turn takes an item.
-        while (items != 0 && m_in < m_end) {
-            // The bit above the last item ends a row of literals.
-            const auto literals = static_cast<std::size_t>(std::countr_zero(flags | (1u << items)));
-            const char* rule = literals != 0 ? copy_literals(literals) : repeat();
-            if (rule != nullptr) {
-                return rule;
-            }
-            const std::size_t taken = std::max<std::size_t>(literals, 1);
-            flags >>= taken;
-            items -= taken;
-        }
-        return nullptr;
+    if (back == 1) {
+        std::memset(to, to[-1], length);
+        return;
     }
+    // Byte by byte until what is repeated is as long as a stride: the nearest multiple of the distance that a
+    // stride does not reach over.
+    const std::size_t distance = (stride + back - 1) / back * back;
+    const std::size_t in_bytes = std::min(length, distance - back);
+    for (std::size_t i = 0; i < in_bytes; ++i) {
+        to[i] = *(to + i - back);
+    }
+    for (std::size_t i = in_bytes; i < length; i += stride) {
+        std::memcpy(to + i, to + i - distance, stride);
+    }
+}
 
-    const char* copy_literals(std::size_t wanted) {
-        const auto left = static_cast<std::size_t>(m_end - m_in);
-        const std::size_t count = std::min(wanted, left);
-        if (count > lznt1_chunk_size - m_out) {
+// A place in a payload and in the chunk that it stands for.
+struct place_in_chunk {
+    const std::uint8_t* in;
+    std::size_t out = 0;
+    std::size_t items = 0;  // of the group, still to come
+    unsigned flags = 0;     // theirs, the next one lowest
+
+    void begin_group() {
+        flags = *in++;
+        items = items_of_group;
+    }
+    // Literals up to the next token or the end of the group; the bit above the last item ends the row.
+    [[nodiscard]] std::size_t literals() const {
+        return static_cast<std::size_t>(std::countr_zero(flags | (1u << items)));
+    }
+    void pass_literals(std::size_t count, std::size_t bytes) {
+        in += bytes;
+        out += bytes;
+        flags >>= count;
+        items -= count;
+    }
+    [[nodiscard]] unsigned token() const { return in[0] | static_cast<unsigned>(in[1]) << 8; }
+    void pass_token(std::size_t length) {
+        in += 2;
+        out += length;
+        flags >>= 1;
+        --items;
+    }
+};
+
+// Takes items as long as none of them needs a closer look, which is most of a text: not near the end of the
+// payload or of the chunk, tokens that split as at the start, repeats of no more than a stride from no nearer
+// than a stride. `split` is that of the place. Nothing is tested twice: what is not taken here is left to
+// decode_payload.
+place_in_chunk take_ordinary_items(place_in_chunk at, const std::uint8_t* end, std::uint8_t* plain,
+                                   const token_split split) {
+    // A flag byte, eight tokens, and a copy of eight literals from the last of them on.
+    constexpr std::ptrdiff_t longest_group = 1 + 2 * items_of_group + items_of_group;
+    const std::size_t last_out = std::min(split.last_position(), lznt1_chunk_size - stride);
+    if (end - at.in < longest_group) {
+        return at;
+    }
+    // Each turn takes a row of literals and the token after it, or is the last.
+    while (at.out + items_of_group <= last_out) {
+        if (at.items == 0) {
+            if (end - at.in < longest_group) {
+                break;
+            }
+            at.begin_group();
+        }
+        std::memcpy(plain + at.out, at.in, items_of_group);
+        const std::size_t literals = at.literals();
+        at.pass_literals(literals, literals);
+        if (at.items == 0) {
+            continue;
+        }
+        const std::size_t back = split.back(at.token());
+        const std::size_t length = split.length(at.token());
+        if (length > stride || back < stride || back > at.out) {
+            break;
+        }
+        std::memcpy(plain + at.out, plain + (at.out - back), stride);
+        at.pass_token(length);
+    }
+    return at;
+}
+
+// Decodes the payload of a compressed chunk into `plain`, which has room for a chunk and
+// plain_chunk::room_behind bytes more. The rule that it breaks, or null; `plain_size` is set after null.
+const char* decode_payload(byte_view payload, std::uint8_t* const plain, std::size_t& plain_size) {
+    const std::uint8_t* const end = payload.data() + payload.size();
+    place_in_chunk at{payload.data()};
+    token_split split;
+    // Each turn takes a byte of the payload or more: the flags of a group, or a row of literals and the token
+    // after it.
+    while (at.in != end) {
+        split.move_to(at.out);
+        at = take_ordinary_items(at, end, plain, split);
+        if (at.items == 0) {
+            at.begin_group();
+        }
+        const std::size_t literals = at.literals();
+        const std::size_t taken = std::min(literals, static_cast<std::size_t>(end - at.in));
+        if (taken > lznt1_chunk_size - at.out) {
             return "it has more than 4,096 bytes";
         }
-        // A whole group of literals at once is faster than a count that varies.
-        std::memcpy(m_plain + m_out, m_in, left >= items_of_group ? items_of_group : count);
-        m_in += count;
-        m_out += count;
-        return nullptr;
-    }
-
-    const char* repeat() {
-        if (m_end - m_in < 2) {
+        std::copy_n(at.in, taken, plain + at.out);
+        at.pass_literals(literals, taken);
+        if (at.items == 0 || at.in == end) {
+            continue;
+        }
+        if (end - at.in < 2) {
             return "its end cuts a token";
         }
-        const unsigned token = m_in[0] | static_cast<unsigned>(m_in[1]) << 8;
-        m_in += 2;
-        m_split.move_to(m_out);
-        const std::size_t back = m_split.back(token);
-        const std::size_t length = m_split.length(token);
-        if (back > m_out) {
+        split.move_to(at.out);
+        const std::size_t back = split.back(at.token());
+        const std::size_t length = split.length(at.token());
+        if (back > at.out) {
             return "a token leads ahead of its chunk";
         }
-        if (length > lznt1_chunk_size - m_out) {
+        if (length > lznt1_chunk_size - at.out) {
             return "it has more than 4,096 bytes";
         }
-        if (back >= stride && length <= stride) {
-            std::memcpy(m_plain + m_out, m_plain + (m_out - back), stride);
-        } else {
-            repeat_any(back, length);
-        }
-        m_out += length;
-        return nullptr;
+        repeat(plain + at.out, back, length);
+        at.pass_token(length);
     }
-
-    // Byte by byte until what is repeated is long enough for strides.
-    void repeat_any(std::size_t back, std::size_t length) {
-        std::uint8_t* const to = m_plain + m_out;
-        if (back == 1) {
-            std::memset(to, to[-1], length);
-            return;
-        }
-        // The nearest multiple of the distance that a stride does not reach over.
-        const std::size_t distance = (stride + back - 1) / back * back;
-        const std::size_t near = std::min(length, distance - back);
-        for (std::size_t i = 0; i < near; ++i) {
-            to[i] = to[static_cast<std::ptrdiff_t>(i) - static_cast<std::ptrdiff_t>(back)];
-        }
-        for (std::size_t i = near; i < length; i += stride) {
-            std::memcpy(to + i, to + i - distance, stride);
-        }
-    }
-
-    const std::uint8_t* m_in;
-    const std::uint8_t* m_end;
-    std::uint8_t* m_plain;
-    std::size_t m_out = 0;
-    token_split m_split;
-};
+    plain_size = at.out;
+    return nullptr;
+}
 
 void fill_zeros(std::span<std::uint8_t> bytes) {
     std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
@@ -174,12 +205,12 @@ class strict_unit {
     const char* take_compressed(byte_view payload) {
         const bool in_place = m_rest.size() >= m_chunk_room.storage.size();
         std::uint8_t* const plain = in_place ? m_rest.data() : m_chunk_room.storage.data();
-        strict_chunk chunk(payload, plain);
-        if (const char* rule = chunk.decode()) {
+        std::size_t plain_size = 0;
+        if (const char* rule = decode_payload(payload, plain, plain_size)) {
             return rule;
         }
         const std::size_t wanted = std::min(m_rest.size(), lznt1_chunk_size);
-        const std::size_t decoded = std::min(wanted, chunk.plain_size());
+        const std::size_t decoded = std::min(wanted, plain_size);
         if (!in_place) {
             std::copy_n(plain, decoded, m_rest.data());
         }
