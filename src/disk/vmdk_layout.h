@@ -27,11 +27,10 @@ inline constexpr std::uint64_t vmdk_sector_size = 512;
     return sectors <= most ? std::optional(sectors * vmdk_sector_size) : std::nullopt;
 }
 
-// A view on the header. Fields that no reading depends on have no accessor: the version (4), the flags (8:
-// valid new line detection, redundant grain table present, grains are compressed, markers exist), the offset
-// of the redundant grain directory (48), unclean shutdown (72), the four end-of-line test characters (73 to
-// 76), the compression algorithm (77) and the pad (79). A file with compressed grains is thus read like any
-// other, its grains as they lie.
+// A view on the header. Fields that no reading depends on have no accessor: the version (4), the offset of
+// the redundant grain directory (48), unclean shutdown (72), the four end-of-line test characters (73 to 76),
+// the compression algorithm (77) and the pad (79). The default mode does not look at the flags: it reads a
+// file with compressed grains like any other, its grains as they lie.
 class vmdk_header {
   public:
     // Bytes that are asked of the file for it: one more than it has.
@@ -41,6 +40,9 @@ class vmdk_header {
 
     // The bytes "KDMV".
     [[nodiscard]] bool has_magic_number() const { return m_bytes.u32_or_zero(0) == magic_number; }
+    // Bit 0: the line-end test characters are valid; 1: there is a redundant directory; 2: entries of 1 are
+    // grains of zeros; 16: grains are compressed; 17: markers exist.
+    [[nodiscard]] std::uint32_t flags() const { return m_bytes.u32_or_zero(8); }
     // Size of the virtual disk in sectors.
     [[nodiscard]] std::uint64_t capacity() const { return m_bytes.u64_or_zero(12); }
     // Sectors in a grain.

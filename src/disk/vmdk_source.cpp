@@ -1,0 +1,142 @@
+#include "disk/vmdk_source.h"
+
+#include "disk/positioned_read.h"
+#include "disk/vmdk_layout.h"
+#include "foundation/ql_string.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace quarry {
+
+namespace {
+
+// Flags that change nothing for a reader: the test characters of line ends are valid, a second directory
+// exists.
+constexpr std::uint32_t harmless_flags = 3;
+// Grains of programs have 64 KiB. Positions in a grain have 32 bits.
+constexpr std::uint64_t largest_grain = std::uint64_t{1} << 30;
+
+// The rule that one file of the chain breaks; empty if it is sound.
+std::string fault_of(const vmdk_file& file, const vmdk_file& base) {
+    const vmdk_header header{byte_view(file.m_header)};
+    if ((header.flags() & ~harmless_flags) != 0) {
+        return "has compressed grains, grains of zeros or markers";
+    }
+    if (file.m_grain_bytes != base.m_grain_bytes || file.m_grain_bytes > largest_grain) {
+        return "has grains of another size";
+    }
+    const std::uint64_t capacity = base.capacity_bytes();
+    if (file.capacity_bytes() != capacity) {
+        return "has another capacity";
+    }
+    const std::uint64_t tables = capacity / file.m_table_span + (capacity % file.m_table_span != 0 ? 1 : 0);
+    if (file.m_grain_directory.size() < tables || file.m_grain_tables.size() < tables) {
+        return "has too few grain tables for its capacity";
+    }
+    const std::uint64_t table_bytes = std::uint64_t{header.grain_entries_per_table()} * sizeof(std::uint32_t);
+    for (std::uint64_t i = 0; i < tables; ++i) {
+        const std::uint64_t begin = file.m_grain_directory[static_cast<std::size_t>(i)] * vmdk_sector_size;
+        if (begin == 0 || begin > file.m_file_size || table_bytes > file.m_file_size - begin) {
+            return "has no grain table " + std::to_string(i) + " inside of it";
+        }
+    }
+    return "";
+}
+
+// True if each of the files is the parent of the next and the first has none.
+bool is_one_chain(const std::vector<vmdk_file*>& chain, std::size_t files) {
+    for (std::size_t i = 1; i < chain.size(); ++i) {
+        if (chain[i]->m_parent != chain[i - 1]) {
+            return false;
+        }
+    }
+    return chain.size() == files;
+}
+
+}  // namespace
+
+std::unique_ptr<vmdk_source> vmdk_source::open(const std::vector<std::wstring>& files, std::string& why) {
+    auto source = std::make_unique<vmdk_source>();
+    for (const std::wstring& path : files) {
+        if (!source->m_disk.add_file(path)) {
+            why = narrow(path) + " is no sparse VMDK file that can be read";
+            return nullptr;
+        }
+    }
+    if (source->m_disk.m_files.size() != files.size()) {
+        why = "two files have the same content ID";
+        return nullptr;
+    }
+    if (!source->m_disk.link() || !is_one_chain(source->m_disk.m_chain, files.size())) {
+        why = "the files make no chain";
+        return nullptr;
+    }
+    why = source->fault();
+    return why.empty() ? std::move(source) : nullptr;
+}
+
+std::string vmdk_source::fault() const {
+    for (const vmdk_file* file : m_disk.m_chain) {
+        if (const std::string rule = fault_of(*file, *m_disk.m_base); !rule.empty()) {
+            return file->m_path_utf8 + " " + rule;
+        }
+    }
+    return "";
+}
+
+// The rest of the grain that holds an offset, in the newest file that has it.
+vmdk_source::row vmdk_source::grain_at(std::uint64_t offset) const {
+    row found{nullptr, 0, m_disk.m_base->bytes_to_grain_end(offset)};
+    // The base is first in the chain.
+    for (auto file = m_disk.m_chain.rbegin(); file != m_disk.m_chain.rend(); ++file) {
+        if ((*file)->map_offset(offset, found.position)) {
+            found.holder = *file;
+            break;
+        }
+    }
+    return found;
+}
+
+// At most `limit` bytes from an offset on that lie in one row.
+vmdk_source::row vmdk_source::row_at(std::uint64_t offset, std::uint64_t limit) const {
+    row joined = grain_at(offset);
+    // Each turn adds a grain or is the last.
+    while (joined.length < limit) {
+        const row next = grain_at(offset + joined.length);
+        const bool continues = next.holder == joined.holder &&
+                               (next.holder == nullptr || next.position == joined.position + joined.length);
+        if (!continues) {
+            break;
+        }
+        joined.length += next.length;
+    }
+    joined.length = std::min(joined.length, limit);
+    return joined;
+}
+
+read_outcome vmdk_source::read(std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    read_outcome outcome;
+    const std::uint64_t wanted =
+        offset < size() ? std::min<std::uint64_t>(buffer.size(), size() - offset) : 0;
+    // Each turn adds bytes or is the last.
+    while (outcome.bytes < wanted) {
+        const row part = row_at(offset + outcome.bytes, wanted - outcome.bytes);
+        const std::span<std::uint8_t> room =
+            buffer.subspan(outcome.bytes, static_cast<std::size_t>(part.length));
+        if (part.holder == nullptr) {
+            std::fill(room.begin(), room.end(), std::uint8_t{0});
+            outcome.bytes += room.size();
+            continue;
+        }
+        const std::int64_t count = read_at_position(part.holder->m_fd, room, part.position);
+        if (count <= 0) {
+            outcome.error = count < 0 ? errno : EIO;
+            break;
+        }
+        outcome.bytes += static_cast<std::size_t>(count);
+    }
+    return outcome;
+}
+
+}  // namespace quarry

@@ -1,0 +1,51 @@
+// A virtual disk, read strictly: a chain of sparse VMDK files as a source that tells its losses.
+//
+// The chain is opened as vmdk_disk opens it, then tested for what that would read wrongly or fill with zeros:
+// files that are not part of the chain, sizes that differ from file to file, tables that are missing or lie
+// outside of their file, kinds of grains that need another reader.
+#pragma once
+
+#include "disk/byte_source.h"
+#include "disk/vmdk_disk.h"
+#include "disk/vmdk_layout.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quarry {
+
+class vmdk_source final : public byte_source {
+  public:
+    // Opens the files, which may be in any order. Null if they are no whole, sound chain; `why` then says
+    // which file breaks which rule.
+    [[nodiscard]] static std::unique_ptr<vmdk_source> open(const std::vector<std::wstring>& files,
+                                                           std::string& why);
+
+    // A grain that no file holds is zeros. One that its file names and does not have is an error, EIO.
+    [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
+    [[nodiscard]] std::uint64_t size() const override { return m_disk.m_base->capacity_bytes(); }
+    [[nodiscard]] std::uint64_t content_size() const override {
+        return std::min(size(), m_disk.file_bytes());
+    }
+    [[nodiscard]] std::uint32_t sector_size() const override { return vmdk_sector_size; }
+
+    vmdk_source() = default;
+
+  private:
+    // Bytes of the disk that one file holds in one row, or none does.
+    struct row {
+        const vmdk_file* holder = nullptr;
+        std::uint64_t position = 0;  // in the holder
+        std::uint64_t length = 0;
+    };
+    [[nodiscard]] row row_at(std::uint64_t offset, std::uint64_t limit) const;
+    [[nodiscard]] row grain_at(std::uint64_t offset) const;
+    [[nodiscard]] std::string fault() const;
+
+    vmdk_disk m_disk{false};
+};
+
+}  // namespace quarry
