@@ -68,7 +68,9 @@ class opened_exact_volume {
         : m_source(std::move(image)), m_offset(volume_offset) {}
 
     // Opens the volume; afterwards volume() can be used. The failure's text, or nothing.
+    // May be called again after the source has changed.
     [[nodiscard]] std::string open() {
+        m_told = {};
         exact::result<std::unique_ptr<exact::exact_volume>> opened =
             exact::exact_volume::open(m_source, "image", m_offset, m_source.size() - m_offset, m_told);
         if (!opened) {
