@@ -1,0 +1,469 @@
+#include "frontend/exact/exact_options.h"
+
+#include "exact/name_text.h"
+#include "foundation/ql_text.h"
+#include "frontend/exact/option_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <initializer_list>
+#include <limits>
+#include <span>
+
+namespace quarry::exact {
+
+namespace {
+
+using status = tl::expected<void, refusal>;
+
+// An option as it was given.
+struct given_option {
+    const option_row* row = nullptr;
+    std::vector<std::string> values;
+};
+
+tl::unexpected<refusal> refuse(std::string text) {
+    return tl::make_unexpected(refusal{std::move(text)});
+}
+
+std::string quoted(std::string_view typed) {
+    return "\"" + shown_typed(typed) + "\"";
+}
+
+std::string named(std::string_view option_name, std::string_view value) {
+    return std::string(option_name) + " " + quoted(value);
+}
+
+// ---- from words to options
+
+refusal unknown_word(std::string_view word) {
+    if (!word.starts_with('-')) {
+        return {quoted(word) + " stands alone; a source is named with -src"};
+    }
+    const option_row* const near = nearest_option(word);
+    return {quoted(word) + " is no option" +
+            (near == nullptr ? "" : "; did you mean " + std::string(near->name) + "?")};
+}
+
+// The words from `first` on that belong to an option as its values.
+tl::expected<std::vector<std::string>, refusal> values_of(const option_row& row,
+                                                          std::span<const std::string> rest) {
+    if (rest.size() < row.values) {
+        return refuse(std::string(row.name) + " needs a value");
+    }
+    for (const std::string& value : rest.first(row.values)) {
+        if (find_option(value) != nullptr) {
+            return refuse(std::string(row.name) + " needs a value; " + quoted(value) + " is an option");
+        }
+    }
+    std::vector<std::string> values(rest.begin(), rest.begin() + row.values);
+    const bool has_count = row.id == option::cluster && rest.size() > row.values &&
+                           !rest[row.values].empty() && rest[row.values].front() >= '0' &&
+                           rest[row.values].front() <= '9';
+    if (has_count) {
+        values.push_back(rest[row.values]);
+    }
+    return values;
+}
+
+class given_options {
+  public:
+    [[nodiscard]] status take(std::span<const std::string> words) {
+        while (!words.empty()) {
+            const option_row* const row = find_option(words.front());
+            if (row == nullptr) {
+                return tl::make_unexpected(unknown_word(words.front()));
+            }
+            words = words.subspan(1);
+            if (row->state == option_state::refused) {
+                return refuse(std::string(row->name) +
+                              " is not taken with -exact: " + std::string(row->hint));
+            }
+            if (!row->repeatable && has(row->id)) {
+                return refuse(std::string(row->name) + " is given twice");
+            }
+            auto values = values_of(*row, words);
+            if (!values) {
+                return tl::make_unexpected(values.error());
+            }
+            words = words.subspan(values->size());
+            m_given.push_back({row, std::move(*values)});
+        }
+        return {};
+    }
+
+    [[nodiscard]] bool has(option id) const { return find(id) != nullptr; }
+
+    // The option's place, the first of several. Null if it was not given.
+    [[nodiscard]] const given_option* find(option id) const {
+        const auto found = std::find_if(m_given.begin(), m_given.end(),
+                                        [id](const given_option& given) { return given.row->id == id; });
+        return found == m_given.end() ? nullptr : &*found;
+    }
+
+    [[nodiscard]] std::string value(option id) const {
+        const given_option* const given = find(id);
+        return given == nullptr ? std::string() : given->values.front();
+    }
+
+    [[nodiscard]] std::vector<std::string> all_values(option id) const {
+        std::vector<std::string> all;
+        for (const given_option& given : m_given) {
+            if (given.row->id == id) {
+                all.insert(all.end(), given.values.begin(), given.values.end());
+            }
+        }
+        return all;
+    }
+
+    // Those of a few that were given, in the order of the command line.
+    [[nodiscard]] std::vector<const given_option*> among(std::initializer_list<option> ids) const {
+        std::vector<const given_option*> found;
+        for (const given_option& given : m_given) {
+            const bool listed = std::find(ids.begin(), ids.end(), given.row->id) != ids.end();
+            const bool repeated =
+                std::any_of(found.begin(), found.end(),
+                            [&given](const given_option* other) { return other->row->id == given.row->id; });
+            if (listed && !repeated) {
+                found.push_back(&given);
+            }
+        }
+        return found;
+    }
+
+    [[nodiscard]] const given_option* first_not_yet() const {
+        const auto found = std::find_if(m_given.begin(), m_given.end(), [](const given_option& given) {
+            return given.row->state == option_state::not_yet;
+        });
+        return found == m_given.end() ? nullptr : &*found;
+    }
+
+  private:
+    std::vector<given_option> m_given;
+};
+
+// ---- rules about several options
+
+std::string two_of(const std::vector<const given_option*>& given) {
+    return std::string(given[0]->row->name) + " and " + std::string(given[1]->row->name) +
+           " exclude each other";
+}
+
+status at_most_one_of(const given_options& given, std::initializer_list<option> ids) {
+    const auto found = given.among(ids);
+    return found.size() > 1 ? status(refuse(two_of(found))) : status();
+}
+
+// `subject` cannot be carried out beside any of the others.
+status nothing_beside(const given_options& given, option subject, std::initializer_list<option> others) {
+    const auto found = given.among(others);
+    if (!given.has(subject) || found.empty()) {
+        return {};
+    }
+    return refuse(two_of({given.find(subject), found.front()}));
+}
+
+status needs_one_of(const given_options& given, std::initializer_list<option> ids, std::string words) {
+    return given.among(ids).empty() ? status(refuse(std::move(words))) : status();
+}
+
+// -src names an object of its own, unless it is the stream of an entry.
+bool src_is_a_stream(const given_options& given) {
+    return given.has(option::mft) && given.value(option::src).starts_with(':');
+}
+
+status check_object(const given_options& given) {
+    if (given.has(option::src) && !given.has(option::mft) && given.value(option::src).starts_with(':')) {
+        return refuse(named("-src", given.value(option::src)) + " is a stream; say -mft to name its entry");
+    }
+    return src_is_a_stream(given)
+               ? at_most_one_of(given, {option::mft, option::cluster, option::pipe, option::list})
+               : at_most_one_of(given,
+                                {option::src, option::mft, option::cluster, option::pipe, option::list});
+}
+
+// What is missing, and what cannot go together.
+status check_combination(const given_options& given) {
+    return at_most_one_of(given, {option::image, option::partition, option::vmdk})
+        .and_then([&] {
+            return needs_one_of(given, {option::image, option::partition, option::vmdk},
+                                "no source; say -image, -partition or -vmdk");
+        })
+        .and_then([&] {
+            return at_most_one_of(given, {option::offset, option::ntfsvol, option::first_ntfsvol});
+        })
+        .and_then([&] {
+            return nothing_beside(given, option::partition,
+                                  {option::offset, option::ntfsvol, option::first_ntfsvol, option::volumes,
+                                   option::sector_size});
+        })
+        .and_then([&] {
+            return nothing_beside(given, option::volumes,
+                                  {option::offset, option::ntfsvol, option::first_ntfsvol, option::src,
+                                   option::mft, option::cluster, option::pipe, option::list, option::dst});
+        })
+        .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
+        .and_then([&] { return check_object(given); })
+        .and_then([&] {
+            return nothing_beside(given, option::cluster,
+                                  {option::raw, option::keep_times, option::md5, option::letter});
+        })
+        .and_then([&] {
+            return needs_one_of(given,
+                                {option::volumes, option::src, option::mft, option::cluster, option::pipe,
+                                 option::list, option::verify_source},
+                                "nothing to copy; say -src, -mft or -cluster");
+        })
+        .and_then([&] {
+            return needs_one_of(given, {option::volumes, option::list, option::verify_source, option::dst},
+                                "no destination; say -dst");
+        });
+}
+
+// ---- values
+
+bool is_hexadecimal(char letter) {
+    return (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'F') ||
+           (letter >= 'a' && letter <= 'f');
+}
+
+unsigned digit_value(char letter) {
+    if (letter >= '0' && letter <= '9') {
+        return static_cast<unsigned>(letter - '0');
+    }
+    return static_cast<unsigned>((letter | 0x20) - 'a') + 10;
+}
+
+tl::expected<std::uint64_t, refusal> number_of(std::string_view option_name, std::string_view text) {
+    const auto number = exact_number(text);
+    if (!number) {
+        return refuse(named(option_name, text) + " is no number");
+    }
+    return *number;
+}
+
+status take_number(std::optional<std::uint64_t>& target, const given_options& given, option id) {
+    if (const given_option* const option = given.find(id)) {
+        const auto number = number_of(option->row->name, option->values.front());
+        if (!number) {
+            return tl::make_unexpected(number.error());
+        }
+        target = *number;
+    }
+    return {};
+}
+
+status take_volume_number(exact_options& options, const given_options& given) {
+    if (given.has(option::first_ntfsvol)) {
+        options.ntfsvol = 1;
+    }
+    return take_number(options.ntfsvol, given, option::ntfsvol).and_then([&]() -> status {
+        if (options.ntfsvol == 0) {
+            return refuse(named("-ntfsvol", given.value(option::ntfsvol)) + ": volumes are counted from 1");
+        }
+        return {};
+    });
+}
+
+status take_sector_size(exact_options& options, const given_options& given) {
+    std::optional<std::uint64_t> size;
+    return take_number(size, given, option::sector_size).and_then([&]() -> status {
+        if (size && *size != 512 && *size != 1024 && *size != 2048 && *size != 4096) {
+            return refuse(named("-sector_size", given.value(option::sector_size)) +
+                          " is not 512, 1024, 2048 or 4096");
+        }
+        if (size) {
+            options.sector_size = static_cast<std::uint32_t>(*size);
+        }
+        return {};
+    });
+}
+
+// "C", or "Volume{GUID}" with the GUID in its usual groups of hexadecimal digits.
+bool is_letter(std::string_view text) {
+    if (text.size() == 1) {
+        return (text[0] | 0x20) >= 'a' && (text[0] | 0x20) <= 'z';
+    }
+    constexpr std::string_view shape = "volume{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
+    return std::equal(text.begin(), text.end(), shape.begin(), shape.end(), [](char typed, char expected) {
+        const bool is_digit_place = expected == 'x';
+        const bool is_word_place = expected >= 'a' && expected <= 'z';
+        return is_digit_place ? is_hexadecimal(typed)
+                              : (is_word_place ? (typed | 0x20) == expected : typed == expected);
+    });
+}
+
+status take_letters(exact_options& options, const given_options& given) {
+    options.letters = given.all_values(option::letter);
+    for (const std::string& letter : options.letters) {
+        if (!is_letter(letter)) {
+            return refuse(named("-letter", letter) + " is neither a letter nor Volume{GUID}");
+        }
+    }
+    return {};
+}
+
+void take_source(exact_options& options, const given_options& given) {
+    if (given.has(option::image)) {
+        options.source = {source_choice::kind::image, given.all_values(option::image)};
+    } else if (given.has(option::partition)) {
+        options.source = {source_choice::kind::partition, given.all_values(option::partition)};
+    } else {
+        options.source.kind = source_choice::kind::vmdk;
+        for (std::string list : given.all_values(option::vmdk)) {
+            replace_char(list, ',', '|', false);
+            replace_char(list, ';', '|', false);
+            split(options.source.paths, list, '|', {.trim_each = true, .append = true});
+        }
+    }
+}
+
+// "N" or "N-SEQ".
+status take_entry(exact_options& options, const given_options& given) {
+    const std::string text = given.value(option::mft);
+    const std::size_t dash = text.find('-');
+    const auto entry = exact_number(std::string_view(text).substr(0, dash));
+    object_by_entry object;
+    if (entry) {
+        object.entry = *entry;
+    }
+    std::optional<std::uint64_t> sequence;
+    if (dash != std::string::npos) {
+        sequence = exact_number(std::string_view(text).substr(dash + 1));
+        object.sequence = static_cast<std::uint16_t>(sequence.value_or(0) & 0xFFFF);
+    }
+    const bool sequence_is_good =
+        dash == std::string::npos || (sequence && *sequence <= std::numeric_limits<std::uint16_t>::max());
+    if (!entry || !sequence_is_good) {
+        return refuse(named("-mft", text) + " is no entry; say N or N-SEQUENCE");
+    }
+    object.stream = given.value(option::src);
+    options.object = std::move(object);
+    return {};
+}
+
+status take_clusters(exact_options& options, const given_options& given) {
+    const std::vector<std::string>& values = given.find(option::cluster)->values;
+    object_by_clusters object;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const auto number = number_of("-cluster", values[i]);
+        if (!number) {
+            return tl::make_unexpected(number.error());
+        }
+        (i == 0 ? object.lcn : object.count) = *number;
+    }
+    if (object.count == 0) {
+        return refuse(named("-cluster", values.back()) + ": no cluster is asked for");
+    }
+    options.object = object;
+    return {};
+}
+
+status take_object(exact_options& options, const given_options& given) {
+    if (given.has(option::mft)) {
+        return take_entry(options, given);
+    }
+    if (given.has(option::cluster)) {
+        return take_clusters(options, given);
+    }
+    if (given.has(option::src)) {
+        options.object = object_by_path{given.value(option::src)};
+    }
+    return {};
+}
+
+void take_switches(exact_options& options, const given_options& given) {
+    options.volumes = given.has(option::volumes);
+    options.raw = given.has(option::raw);
+    options.zero_unreadable = given.has(option::zero_unreadable);
+    options.sparse = given.has(option::sparse);
+    options.overwrite = given.has(option::overwrite);
+    options.keep_times = given.has(option::keep_times);
+    options.md5 = given.has(option::md5);
+    options.quiet = given.has(option::quiet);
+    options.destination = given.value(option::dst);
+    options.log_path = given.value(option::diags);
+}
+
+status check_paths(const given_options& given) {
+    for (const given_option* const option :
+         given.among({option::image, option::partition, option::vmdk, option::dst, option::diags})) {
+        if (option->values.front().empty()) {
+            return refuse(std::string(option->row->name) + " needs a value; this one is empty");
+        }
+    }
+    return {};
+}
+
+status refuse_what_is_not_yet(const given_options& given) {
+    if (const given_option* const option = given.first_not_yet()) {
+        return refuse(std::string(option->row->name) + " is not there yet (not-yet)");
+    }
+    return {};
+}
+
+bool asks_for_help(const std::vector<std::string>& arguments) {
+    return std::any_of(arguments.begin() + 1, arguments.end(), [](const std::string& word) {
+        const option_row* const row = find_option(word);
+        return row != nullptr && row->id == option::help;
+    });
+}
+
+}  // namespace
+
+bool asks_for_exact_mode(const std::vector<std::string>& arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const option_row* const row = find_option(arguments[i]);
+        if (row != nullptr && row->id == option::exact) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<std::uint64_t> exact_number(std::string_view text) {
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    const unsigned radix = hexadecimal ? 16 : 10;
+    if (digits.empty()) {
+        return std::nullopt;
+    }
+    std::uint64_t number = 0;
+    for (const char letter : digits) {
+        if (!is_hexadecimal(letter) || digit_value(letter) >= radix) {
+            return std::nullopt;
+        }
+        const unsigned digit = digit_value(letter);
+        if (number > (std::numeric_limits<std::uint64_t>::max() - digit) / radix) {
+            return std::nullopt;
+        }
+        number = number * radix + digit;
+    }
+    return number;
+}
+
+tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::string>& arguments) {
+    exact_options options;
+    options.help = asks_for_help(arguments);
+    if (options.help) {
+        return options;
+    }
+    given_options given;
+    return given.take(std::span(arguments).subspan(1))
+        .and_then([&] { return check_combination(given); })
+        .and_then([&] { return check_paths(given); })
+        .and_then([&] { return take_number(options.offset, given, option::offset); })
+        .and_then([&] { return take_volume_number(options, given); })
+        .and_then([&] { return take_sector_size(options, given); })
+        .and_then([&] { return take_letters(options, given); })
+        .and_then([&] { return take_object(options, given); })
+        .and_then([&] { return refuse_what_is_not_yet(given); })
+        .map([&] {
+            take_source(options, given);
+            take_switches(options, given);
+            return options;
+        });
+}
+
+}  // namespace quarry::exact

@@ -1,0 +1,80 @@
+// The command line of the exact mode, read strictly.
+//
+// Every word is an option of the table or the value of one. An option that stands twice, a value that is
+// missing or is itself an option, a number with anything after it, two sources or two objects: each of them
+// is refused, in words that say what to do, before anything is opened. What comes out is one constant value;
+// the rest of the mode reads it and nothing else of the command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tl/expected.hpp>
+#include <variant>
+#include <vector>
+
+namespace quarry::exact {
+
+// What is read: the paths as typed. A chain of virtual disk files has several.
+struct source_choice {
+    enum class kind : std::uint8_t { image, partition, vmdk };
+    kind kind = kind::image;
+    std::vector<std::string> paths;
+};
+
+struct object_by_path {
+    std::string text;  // as typed, in canonical or Windows form
+};
+
+struct object_by_entry {
+    std::uint64_t entry = 0;
+    std::optional<std::uint16_t> sequence;
+    std::string stream;  // ":name" or ":name:$TYPE" as typed; empty for the unnamed data
+};
+
+struct object_by_clusters {
+    std::uint64_t lcn = 0;
+    std::uint64_t count = 1;  // clusters
+};
+
+using copy_object = std::variant<object_by_path, object_by_entry, object_by_clusters>;
+
+struct exact_options {
+    bool help = false;
+    source_choice source;
+    std::optional<std::uint64_t> offset;       // bytes; no partition table is asked
+    std::optional<std::uint64_t> ntfsvol;      // counted from 1
+    std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
+    bool volumes = false;                      // print them; no copy
+    std::optional<copy_object> object;         // empty only with `volumes` or `help`
+    std::vector<std::string> letters;          // "C" or "Volume{GUID}"
+    std::string destination;                   // a file, or a directory with "/" at its end
+    bool raw = false;
+    bool zero_unreadable = false;
+    bool sparse = false;
+    bool overwrite = false;
+    bool keep_times = false;
+    bool md5 = false;
+    std::string log_path;  // empty: no log
+    bool quiet = false;
+};
+
+// Why a command line is not carried out: what follows "err: ".
+struct refusal {
+    std::string text;
+};
+
+// True if a word of the arguments asks for the exact mode. The first word is the program's name.
+[[nodiscard]] bool asks_for_exact_mode(const std::vector<std::string>& arguments);
+
+// Reads the arguments, of which the first is the program's name. Fails with the first rule that is broken,
+// in the order of the words, then in the order of the rules. A request for help is granted whatever else
+// there is.
+[[nodiscard]] tl::expected<exact_options, refusal> parse_exact_options(
+    const std::vector<std::string>& arguments);
+
+// A decimal number, or "0x" and hexadecimal digits, with nothing before or after; at most 64 bits.
+[[nodiscard]] std::optional<std::uint64_t> exact_number(std::string_view text);
+
+}  // namespace quarry::exact

@@ -1,0 +1,178 @@
+#include "frontend/exact/option_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr option_state taken = option_state::taken;
+constexpr option_state not_yet = option_state::not_yet;
+constexpr std::string_view no_effect = "it has no effect";
+constexpr std::string_view choose_lines = "choose the lines before they reach quarry";
+
+constexpr option_row row(std::string_view name, option id, unsigned values, option_state state,
+                         bool repeatable = false) {
+    return {name, id, values, state, repeatable};
+}
+
+constexpr option_row foreign(std::string_view name, std::string_view hint) {
+    return {.name = name, .hint = hint};
+}
+
+constexpr auto rows = std::to_array<option_row>({
+    row("-exact", option::exact, 0, taken),
+    row("-h", option::help, 0, taken),
+    row("-help", option::help, 0, taken),
+    row("--help", option::help, 0, taken),
+    row("-image", option::image, 1, taken),
+    row("-partition", option::partition, 1, taken),
+    row("-vmdk", option::vmdk, 1, taken, true),
+    row("-offset", option::offset, 1, taken),
+    row("-ntfsvol", option::ntfsvol, 1, taken),
+    row("-first_ntfsvol", option::first_ntfsvol, 0, taken),
+    row("-volumes", option::volumes, 0, taken),
+    row("-list", option::list, 1, not_yet),
+    row("-recurse", option::recurse, 0, not_yet),
+    row("-deleted", option::deleted, 0, not_yet),
+    row("-sector_size", option::sector_size, 1, taken),
+    row("-src", option::src, 1, taken),
+    row("-mft", option::mft, 1, taken),
+    row("-cluster", option::cluster, 1, taken),
+    row("-pipe", option::pipe, 0, not_yet),
+    row("-letter", option::letter, 1, taken, true),
+    row("-dst", option::dst, 1, taken),
+    row("-tree", option::tree, 0, not_yet),
+    row("-raw", option::raw, 0, taken),
+    row("-zero_unreadable", option::zero_unreadable, 0, taken),
+    row("-sparse", option::sparse, 0, taken),
+    row("-overwrite", option::overwrite, 0, taken),
+    row("-keep_times", option::keep_times, 0, taken),
+    row("-md5", option::md5, 0, taken),
+    row("-sha256", option::sha256, 0, not_yet),
+    row("-verify_source", option::verify_source, 0, not_yet),
+    row("-source_sha256", option::source_sha256, 1, not_yet),
+    row("-manifest", option::manifest, 1, not_yet),
+    row("-resume", option::resume, 0, not_yet),
+    row("-threads", option::threads, 1, not_yet),
+    row("-diags", option::diags, 1, taken),
+    row("-quiet", option::quiet, 0, taken),
+
+    foreign("-meta", "say -manifest"),
+    foreign("-skip_sparse_clusters", "say -sparse"),
+    foreign("-drivenum", "give the device to -image"),
+    foreign("-ignore_image_size", "it is not needed"),
+    foreign("-enumdir", choose_lines),
+    foreign("-num_subdirs", choose_lines),
+    foreign("-filter", choose_lines),
+    foreign("-filter_skip", choose_lines),
+    foreign("-filter_path", choose_lines),
+    foreign("-filter_sig", choose_lines),
+    foreign("-cmd_start_time", choose_lines),
+    foreign("-cmd_stop_time", choose_lines),
+    foreign("-out", "say -dst"),
+    foreign("-outfile", "say -dst"),
+    foreign("-append", "a copy is a file of its own"),
+    foreign("-profile", no_effect),
+    foreign("-signal", no_effect),
+    foreign("-base10", no_effect),
+    foreign("-base16", no_effect),
+    foreign("-dateformat", no_effect),
+    foreign("-timeformat", no_effect),
+    foreign("-pair_datetime", no_effect),
+    foreign("-verbose", no_effect),
+    foreign("-v", no_effect),
+    foreign("-l2", no_effect),
+    foreign("-l3", no_effect),
+    foreign("-csv", no_effect),
+    foreign("-csvgen", no_effect),
+    foreign("-csvl2t", no_effect),
+    foreign("-bodyfile", no_effect),
+    foreign("-xml", no_effect),
+    foreign("-multiline", no_effect),
+    foreign("-csv_separator", no_effect),
+    foreign("-enable_quoted_csv_fields", no_effect),
+    foreign("-no_whitespace", no_effect),
+    foreign("-alias", no_effect),
+    foreign("-aliaspath", no_effect),
+    foreign("-gzip", no_effect),
+    foreign("-zlib", no_effect),
+    foreign("-zlibex", no_effect),
+    foreign("-hostname", no_effect),
+    foreign("-username", no_effect),
+    foreign("-split_pathfile", no_effect),
+    foreign("-cpu", no_effect),
+    foreign("-cpuinst", no_effect),
+    foreign("-fragment_files", no_effect),
+    foreign("-separate_files", no_effect),
+    foreign("-outdir", no_effect),
+});
+
+constexpr std::size_t most_edits = 2;
+
+constexpr char lowered(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+bool equal_in_any_case(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return lowered(a) == lowered(b); });
+}
+
+// Levenshtein's distance, row by row: `costs[j]` is the distance of the letters of `left` so far to the first
+// `j` of `right`.
+std::size_t edits_between(std::string_view left, std::string_view right) {
+    std::vector<std::size_t> costs(right.size() + 1);
+    for (std::size_t j = 0; j < costs.size(); ++j) {
+        costs[j] = j;
+    }
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        std::size_t diagonal = costs[0];
+        costs[0] = i + 1;
+        for (std::size_t j = 0; j < right.size(); ++j) {
+            const std::size_t changed = diagonal + (lowered(left[i]) == lowered(right[j]) ? 0 : 1);
+            diagonal = costs[j + 1];
+            costs[j + 1] = std::min({changed, costs[j] + 1, costs[j + 1] + 1});
+        }
+    }
+    return costs.back();
+}
+
+bool lengths_are_near(std::string_view left, std::string_view right) {
+    return std::max(left.size(), right.size()) - std::min(left.size(), right.size()) <= most_edits;
+}
+
+}  // namespace
+
+std::span<const option_row> option_rows() {
+    return rows;
+}
+
+const option_row* find_option(std::string_view word) {
+    const auto* const found = std::find_if(rows.begin(), rows.end(), [word](const option_row& row) {
+        return equal_in_any_case(row.name, word);
+    });
+    return found == rows.end() ? nullptr : found;
+}
+
+const option_row* nearest_option(std::string_view word) {
+    const option_row* nearest = nullptr;
+    std::size_t least = most_edits + 1;
+    for (const option_row& row : rows) {
+        if (row.state == option_state::refused || !lengths_are_near(row.name, word)) {
+            continue;
+        }
+        const std::size_t edits = edits_between(word, row.name);
+        // An option of which no letter is left is no guess.
+        if (edits < least && edits + 1 < row.name.size()) {
+            least = edits;
+            nearest = &row;
+        }
+    }
+    return nearest;
+}
+
+}  // namespace quarry::exact

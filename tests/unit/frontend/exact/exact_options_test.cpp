@@ -1,0 +1,311 @@
+#include "frontend/exact/exact_options.h"
+
+#include "frontend/exact/option_table.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+namespace {
+
+using namespace exact;
+using words = std::vector<std::string>;
+
+// The words of a line with blanks between them, the program's name in front.
+words split_line(const std::string& line) {
+    words list = {"quarry"};
+    std::istringstream stream(line);
+    for (std::string word; stream >> word;) {
+        list.push_back(word);
+    }
+    return list;
+}
+
+exact_options options_of(const words& list) {
+    const auto options = parse_exact_options(list);
+    EXPECT_TRUE(options) << (options ? "" : options.error().text);
+    return options.value_or(exact_options{});
+}
+
+exact_options options_of(const std::string& line) {
+    return options_of(split_line(line));
+}
+
+std::string refusal_of(const words& list) {
+    const auto options = parse_exact_options(list);
+    return options ? "taken" : options.error().text;
+}
+
+std::string refusal_of(const std::string& line) {
+    return refusal_of(split_line(line));
+}
+
+const std::string whole = "-exact -image d -src /a -dst b ";
+
+}  // namespace
+
+TEST(exact_options, one_word_in_any_letter_case_asks_for_the_mode) {
+    EXPECT_TRUE(asks_for_exact_mode(split_line("-exact")));
+    EXPECT_TRUE(asks_for_exact_mode(split_line("-image d -EXACT")));
+    EXPECT_TRUE(asks_for_exact_mode(split_line("-dst -Exact")));
+    EXPECT_FALSE(asks_for_exact_mode(split_line("")));
+    EXPECT_FALSE(asks_for_exact_mode(split_line("-image -exac exact --exact")));
+    EXPECT_FALSE(asks_for_exact_mode({"-exact"}));  // the program's own name
+    EXPECT_FALSE(asks_for_exact_mode({}));
+}
+
+TEST(exact_options, a_path_is_copied_from_an_image) {
+    const exact_options options = options_of("-exact -image disk.dd -src /a.txt -dst out/");
+    EXPECT_EQ(options.source.kind, source_choice::kind::image);
+    EXPECT_EQ(options.source.paths, words{"disk.dd"});
+    ASSERT_TRUE(options.object);
+    EXPECT_EQ(std::get<object_by_path>(*options.object).text, "/a.txt");
+    EXPECT_EQ(options.destination, "out/");
+    EXPECT_FALSE(options.offset);
+    EXPECT_FALSE(options.ntfsvol);
+    EXPECT_FALSE(options.sector_size);
+    EXPECT_FALSE(options.help || options.volumes || options.raw || options.zero_unreadable ||
+                 options.sparse || options.overwrite || options.keep_times || options.md5 || options.quiet);
+    EXPECT_EQ(options.log_path, "");
+}
+
+TEST(exact_options, each_switch_sets_its_own_member) {
+    EXPECT_TRUE(options_of(whole + "-raw").raw);
+    EXPECT_TRUE(options_of(whole + "-zero_unreadable").zero_unreadable);
+    EXPECT_TRUE(options_of(whole + "-sparse").sparse);
+    EXPECT_TRUE(options_of(whole + "-overwrite").overwrite);
+    EXPECT_TRUE(options_of(whole + "-keep_times").keep_times);
+    EXPECT_TRUE(options_of(whole + "-md5").md5);
+    EXPECT_TRUE(options_of(whole + "-quiet").quiet);
+    EXPECT_EQ(options_of(whole + "-diags log.txt").log_path, "log.txt");
+}
+
+TEST(exact_options, options_count_in_any_letter_case_and_order) {
+    const exact_options options = options_of("-DST b -Src /a -RAW -IMAGE d -Exact");
+    EXPECT_EQ(options.source.paths, words{"d"});
+    EXPECT_EQ(options.destination, "b");
+    EXPECT_TRUE(options.raw);
+}
+
+TEST(exact_options, percent_signs_stay_as_typed) {
+    EXPECT_EQ(
+        options_of({"quarry", "-exact", "-image", "%HOME%", "-src", "/%PATH%", "-dst", "%TMP%"}).destination,
+        "%TMP%");
+}
+
+TEST(exact_options, an_entry_may_have_a_sequence_number_and_a_stream) {
+    auto entry_of = [](const std::string& line) {
+        return std::get<object_by_entry>(*options_of("-exact -image d -dst b " + line).object);
+    };
+    EXPECT_EQ(entry_of("-mft 38").entry, 38u);
+    EXPECT_FALSE(entry_of("-mft 38").sequence);
+    EXPECT_EQ(entry_of("-mft 38").stream, "");
+    EXPECT_EQ(entry_of("-mft 0x26-0x2").entry, 38u);
+    EXPECT_EQ(entry_of("-mft 0x26-0x2").sequence, 2);
+    EXPECT_EQ(entry_of("-mft 38-65535").sequence, 65535);
+    EXPECT_EQ(entry_of("-src :Note -mft 38").stream, ":Note");
+}
+
+TEST(exact_options, text_that_is_no_entry_is_refused) {
+    for (const std::string text : {"abc", "38-", "-2", "38-65536", "38-x", "38 -3x", "3.8", "38-1-1", "0x"}) {
+        const words list = {"quarry", "-exact", "-image", "d", "-dst", "b", "-mft", text};
+        EXPECT_EQ(refusal_of(list), "-mft \"" + text + "\" is no entry; say N or N-SEQUENCE");
+    }
+}
+
+TEST(exact_options, clusters_are_one_unless_a_count_follows) {
+    auto clusters_of = [](const std::string& line) {
+        return std::get<object_by_clusters>(*options_of("-exact -image d " + line).object);
+    };
+    EXPECT_EQ(clusters_of("-cluster 0x64 -dst b").lcn, 100u);
+    EXPECT_EQ(clusters_of("-cluster 0x64 -dst b").count, 1u);
+    EXPECT_EQ(clusters_of("-cluster 100 7 -dst b").count, 7u);
+    EXPECT_EQ(clusters_of("-dst b -cluster 100 7").count, 7u);
+    EXPECT_EQ(refusal_of("-exact -image d -cluster 100 0 -dst b"), "-cluster \"0\": no cluster is asked for");
+    EXPECT_EQ(refusal_of("-exact -image d -cluster 100 7x -dst b"), "-cluster \"7x\" is no number");
+    EXPECT_EQ(refusal_of("-exact -image d -cluster 100 b"),
+              "\"b\" stands alone; a source is named with -src");
+}
+
+TEST(exact_options, numbers_are_decimal_or_hexadecimal_of_64_bits) {
+    EXPECT_EQ(exact_number("0"), 0u);
+    EXPECT_EQ(exact_number("1048576"), 1048576u);
+    EXPECT_EQ(exact_number("0x100100000"), 0x100100000u);
+    EXPECT_EQ(exact_number("0XaBcD"), 0xABCDu);
+    EXPECT_EQ(exact_number("18446744073709551615"), 0xFFFFFFFFFFFFFFFFu);
+    EXPECT_EQ(exact_number("0xFFFFFFFFFFFFFFFF"), 0xFFFFFFFFFFFFFFFFu);
+    for (const std::string_view text :
+         {"", "0x", "x10", "-1", "+1", " 1", "1 ", "1g", "0x1g", "1a", "1.0", "18446744073709551616",
+          "18446744073709551620", "0x10000000000000000"}) {
+        EXPECT_FALSE(exact_number(text)) << text;
+    }
+}
+
+TEST(exact_options, an_offset_that_is_no_number_is_refused) {
+    EXPECT_EQ(options_of(whole + "-offset 0x100100000").offset, 0x100100000u);
+    EXPECT_EQ(refusal_of(whole + "-offset 0x1g"), "-offset \"0x1g\" is no number");
+    EXPECT_EQ(refusal_of(whole + "-offset 0x10000000000000000"),
+              "-offset \"0x10000000000000000\" is no number");
+}
+
+TEST(exact_options, volumes_are_counted_from_one) {
+    EXPECT_EQ(options_of(whole + "-ntfsvol 3").ntfsvol, 3u);
+    EXPECT_EQ(options_of(whole + "-first_ntfsvol").ntfsvol, 1u);
+    EXPECT_EQ(refusal_of(whole + "-ntfsvol 0"), "-ntfsvol \"0\": volumes are counted from 1");
+}
+
+TEST(exact_options, a_sector_has_one_of_four_sizes) {
+    for (const std::uint32_t size : {512u, 1024u, 2048u, 4096u}) {
+        EXPECT_EQ(options_of(whole + "-sector_size " + std::to_string(size)).sector_size, size);
+    }
+    for (const std::string size : {"0", "256", "513", "8192"}) {
+        EXPECT_EQ(refusal_of(whole + "-sector_size " + size),
+                  "-sector_size \"" + size + "\" is not 512, 1024, 2048 or 4096");
+    }
+}
+
+TEST(exact_options, letters_may_be_repeated_and_are_a_letter_or_a_volume) {
+    const std::string volume = "volume{0123abcd-4567-89EF-0000-fedcba987654}";
+    EXPECT_EQ(options_of(whole + "-letter C -letter " + volume).letters, (words{"C", volume}));
+    for (const std::string text :
+         {"C:", "1", "CD", "Volume{}", "Volume{0123abcd-4567-89EF-0000-fedcba98765g}",
+          "Volume{0123abcd_4567-89EF-0000-fedcba987654}"}) {
+        EXPECT_EQ(refusal_of(whole + "-letter " + text),
+                  "-letter \"" + text + "\" is neither a letter nor Volume{GUID}");
+    }
+}
+
+TEST(exact_options, disk_files_are_a_list_and_may_be_repeated) {
+    const words list = {"quarry", "-exact", "-vmdk", "a.vmdk | b.vmdk", "-vmdk", "c.vmdk", "-src",
+                        "/a",     "-dst",   "b"};
+    EXPECT_EQ(options_of(list).source.kind, source_choice::kind::vmdk);
+    EXPECT_EQ(options_of(list).source.paths, (words{"a.vmdk", "b.vmdk", "c.vmdk"}));
+}
+
+TEST(exact_options, the_listing_of_volumes_needs_neither_object_nor_destination) {
+    EXPECT_TRUE(options_of("-exact -image d -volumes").volumes);
+    EXPECT_EQ(refusal_of("-exact -image d -volumes -dst b"), "-volumes and -dst exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -volumes -src /a"), "-volumes and -src exclude each other");
+}
+
+TEST(exact_options, a_misspelt_option_is_refused_with_a_guess) {
+    EXPECT_EQ(refusal_of("-exact -imgae d -src /a -dst b"), "\"-imgae\" is no option; did you mean -image?");
+    EXPECT_EQ(refusal_of(whole + "-qwertz"), "\"-qwertz\" is no option");
+}
+
+TEST(exact_options, a_word_without_an_option_is_refused) {
+    EXPECT_EQ(refusal_of("-exact -image d a.txt b"), "\"a.txt\" stands alone; a source is named with -src");
+    EXPECT_EQ(refusal_of(whole + "-raw yes"), "\"yes\" stands alone; a source is named with -src");
+    EXPECT_EQ(refusal_of({"quarry", "-exact", ""}), "\"\" stands alone; a source is named with -src");
+}
+
+TEST(exact_options, a_refused_word_cannot_act_on_a_terminal) {
+    EXPECT_EQ(refusal_of({"quarry", "-exact", "a\x1b[2J"}),
+              "\"a\\u001B[2J\" stands alone; a source is named with -src");
+}
+
+TEST(exact_options, every_option_but_two_is_refused_when_it_is_given_twice) {
+    for (const option_row& row : option_rows()) {
+        if (row.state == option_state::refused || row.repeatable || row.id == option::help) {
+            continue;
+        }
+        words list = {"quarry"};
+        for (int i = 0; i < 2; ++i) {
+            list.emplace_back(row.name);
+            list.insert(list.end(), row.values, "1");
+        }
+        EXPECT_EQ(refusal_of(list), std::string(row.name) + " is given twice");
+    }
+}
+
+TEST(exact_options, every_option_whose_value_is_missing_is_refused) {
+    for (const option_row& row : option_rows()) {
+        if (row.values == 0) {
+            continue;
+        }
+        EXPECT_EQ(refusal_of({"quarry", "-exact", std::string(row.name)}),
+                  std::string(row.name) + " needs a value");
+        EXPECT_EQ(refusal_of({"quarry", std::string(row.name), "-EXACT"}),
+                  std::string(row.name) + " needs a value; \"-EXACT\" is an option");
+        EXPECT_EQ(refusal_of({"quarry", "-exact", std::string(row.name), "-meta"}),
+                  std::string(row.name) + " needs a value; \"-meta\" is an option");
+    }
+}
+
+TEST(exact_options, an_empty_path_is_refused) {
+    for (const std::string option : {"-image", "-dst", "-diags"}) {
+        words list = {"quarry", "-exact", "-src", "/a"};
+        for (const std::string other : {"-image", "-dst", "-diags"}) {
+            list.push_back(other);
+            list.emplace_back(other == option ? "" : "x");
+        }
+        EXPECT_EQ(refusal_of(list), option + " needs a value; this one is empty");
+    }
+}
+
+TEST(exact_options, every_option_of_the_default_mode_alone_is_refused_with_a_hint) {
+    EXPECT_EQ(refusal_of(whole + "-meta"), "-meta is not taken with -exact: say -manifest");
+    EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
+              "-skip_sparse_clusters is not taken with -exact: say -sparse");
+    EXPECT_EQ(refusal_of(whole + "-drivenum 0"),
+              "-drivenum is not taken with -exact: give the device to -image");
+    EXPECT_EQ(refusal_of(whole + "-ignore_image_size"),
+              "-ignore_image_size is not taken with -exact: it is not needed");
+    for (const option_row& row : option_rows()) {
+        if (row.state == option_state::refused) {
+            EXPECT_EQ(refusal_of(whole + std::string(row.name) + " x"),
+                      std::string(row.name) + " is not taken with -exact: " + std::string(row.hint));
+        }
+    }
+}
+
+TEST(exact_options, what_excludes_each_other_is_refused) {
+    EXPECT_EQ(refusal_of(whole + "-partition p"), "-image and -partition exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-vmdk v"), "-image and -vmdk exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-cluster 5"), "-src and -cluster exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-mft 5"), "-src and -mft exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-pipe"), "-src and -pipe exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -dst b -mft 5 -cluster 5"), "-mft and -cluster exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-offset 1 -ntfsvol 1"), "-offset and -ntfsvol exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-ntfsvol 1 -first_ntfsvol"),
+              "-ntfsvol and -first_ntfsvol exclude each other");
+    EXPECT_EQ(refusal_of("-exact -partition p -src /a -dst b -offset 1"),
+              "-partition and -offset exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -cluster 5 -dst b -keep_times"),
+              "-cluster and -keep_times exclude each other");
+}
+
+TEST(exact_options, a_stream_without_an_entry_is_refused) {
+    EXPECT_EQ(refusal_of("-exact -image d -dst b -src :Note"),
+              "-src \":Note\" is a stream; say -mft to name its entry");
+}
+
+TEST(exact_options, what_is_missing_is_said) {
+    EXPECT_EQ(refusal_of("-exact"), "no source; say -image, -partition or -vmdk");
+    EXPECT_EQ(refusal_of("-exact -image d -dst b"), "nothing to copy; say -src, -mft or -cluster");
+    EXPECT_EQ(refusal_of("-exact -image d -src /a"), "no destination; say -dst");
+}
+
+TEST(exact_options, an_option_that_is_not_built_says_so) {
+    for (const std::string option :
+         {"-sha256", "-resume", "-tree", "-threads 2", "-manifest m", "-recurse", "-deleted"}) {
+        EXPECT_EQ(refusal_of(whole + option),
+                  option.substr(0, option.find(' ')) + " is not there yet (not-yet)");
+    }
+    EXPECT_EQ(refusal_of("-exact -image d -dst b/ -pipe"), "-pipe is not there yet (not-yet)");
+    EXPECT_EQ(refusal_of("-exact -image d -list /"), "-list is not there yet (not-yet)");
+    EXPECT_EQ(refusal_of("-exact -image d -verify_source"), "-verify_source is not there yet (not-yet)");
+}
+
+TEST(exact_options, help_is_given_whatever_else_there_is) {
+    for (const std::string line :
+         {"-exact -h", "-exact -HELP", "--help -exact -nonsense", "-exact -dst -h"}) {
+        EXPECT_TRUE(options_of(line).help) << line;
+    }
+}
+
+}  // namespace quarry::test
