@@ -1,0 +1,73 @@
+// A copy on its way to its name.
+//
+// The bytes go to a temporary file in the directory of the destination. Only when all of them are written and
+// on the disk does the file get its name, in one step; whoever looks sees what was there before, or the whole
+// copy, and never a part of it:
+//
+//     _3fa07  <- bytes, holes      fsync      renamed to  letter.txt      fsync of the directory
+//
+// The temporary file is gone when its owner is, or when a signal ends the run. SIGKILL alone leaves it.
+#pragma once
+
+#include "exact/failure.h"
+
+#include <cstdint>
+#include <ctime>
+#include <span>
+#include <string>
+
+namespace quarry::exact {
+
+// Times of a file, as the system takes them.
+struct file_times {
+    std::timespec accessed{};
+    std::timespec modified{};
+};
+
+class sealed_file {
+  public:
+    // The blocks that `sparse` looks at, in bytes.
+    static constexpr std::uint64_t hole_block = 65536;
+
+    // `directory` is where the copy will be. With `sparse`, holes and aligned blocks of zeros take no room.
+    sealed_file(std::string directory, bool sparse);
+    sealed_file(const sealed_file&) = delete;
+    sealed_file& operator=(const sealed_file&) = delete;
+    // Removes the temporary file unless it got its name.
+    ~sealed_file();
+
+    // Makes the temporary file. `size` is what the copy will have in bytes; a file system with less room
+    // fails with no-room, unless the copy is sparse. A file that cannot be made fails with create.
+    [[nodiscard]] result<void> create(std::uint64_t size);
+    // Appends bytes. Fails with write.
+    [[nodiscard]] result<void> append(std::span<const std::uint8_t> bytes);
+    // Appends `length` zero bytes that are a hole where the copy is sparse. Fails with write.
+    [[nodiscard]] result<void> append_hole(std::uint64_t length);
+    // Bytes so far.
+    [[nodiscard]] std::uint64_t size() const { return m_size; }
+    // Gives the file these times; to be called after the last byte. Fails with the system's word.
+    [[nodiscard]] result<void> set_times(const file_times& times);
+    // Brings everything to the disk and gives the file its name in the directory. A file of that name is
+    // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise.
+    [[nodiscard]] result<void> seal(const std::string& name, bool overwrite);
+
+  private:
+    [[nodiscard]] result<void> check_room(std::uint64_t size) const;
+    [[nodiscard]] result<void> write_all(std::span<const std::uint8_t> bytes);
+    [[nodiscard]] result<void> write_zeros(std::uint64_t length);
+    [[nodiscard]] result<void> append_sparsely(std::span<const std::uint8_t> bytes);
+    [[nodiscard]] result<void> give_name(const std::string& name, bool overwrite);
+    [[nodiscard]] result<void> sync_directory(const std::string& name, bool overwrite);
+    [[nodiscard]] tl::unexpected<failure> failed(failure_code code, int error) const;
+    void remove_temporary();
+
+    std::string m_directory;  // with "/" at its end
+    bool m_sparse;
+    int m_directory_fd = -1;
+    int m_fd = -1;
+    std::string m_temporary;         // the name in the directory; empty: there is nothing to remove
+    std::uint64_t m_size = 0;        // of the copy so far
+    std::uint64_t m_zeros_kept = 0;  // zero bytes at the end, all in one block, that may become a hole
+};
+
+}  // namespace quarry::exact
