@@ -51,6 +51,8 @@ class partition_table {
 
     explicit partition_table(byte_view bytes) : m_bytes(bytes) {}
 
+    // The mark 55 AA at the end of the first 512 bytes.
+    [[nodiscard]] bool has_mark() const { return m_bytes.u16_or_zero(510) == 0xAA55; }
     [[nodiscard]] partition_entry entry(std::size_t index) const {
         return partition_entry(m_bytes.clipped(first_entry + index * entry_size, entry_size));
     }
@@ -61,18 +63,26 @@ class partition_table {
     byte_view m_bytes;
 };
 
-// The GPT header, the first 512 bytes of sector 1. Its signature text, its checksums and the rest of its
-// fields are not looked at.
+// The GPT header, the first 512 bytes of sector 1, and again in the last sector of the disk. The default mode
+// looks at the place and the shape of the entries alone.
 class gpt_header {
   public:
+    static constexpr std::string_view signature_text = "EFI PART";
+    static constexpr std::uint64_t own_checksum_offset = 16;
+
     explicit gpt_header(byte_view bytes) : m_bytes(bytes) {}
 
+    [[nodiscard]] bool has_signature() const { return m_bytes.text_at(0, signature_text); }
+    // Bytes of the header that its checksum covers, with zeros in place of the checksum.
+    [[nodiscard]] std::uint32_t header_size() const { return m_bytes.u32_or_zero(12); }
+    [[nodiscard]] std::uint32_t own_checksum() const { return m_bytes.u32_or_zero(own_checksum_offset); }
     // The sector in which this header stands, by its own account.
     [[nodiscard]] std::uint64_t own_sector() const { return m_bytes.u64_or_zero(24); }
     [[nodiscard]] std::uint64_t entries_sector() const { return m_bytes.u64_or_zero(72); }
     [[nodiscard]] std::uint32_t entry_count() const { return m_bytes.u32_or_zero(80); }
     // Bytes from one entry to the next.
     [[nodiscard]] std::uint32_t entry_size() const { return m_bytes.u32_or_zero(84); }
+    [[nodiscard]] std::uint32_t entries_checksum() const { return m_bytes.u32_or_zero(88); }
 
   private:
     byte_view m_bytes;
