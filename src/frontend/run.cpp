@@ -7,6 +7,8 @@
 #include "frontend/copy_by_cluster.h"
 #include "frontend/copy_by_name.h"
 #include "frontend/copy_messages.h"
+#include "frontend/exact/exact_options.h"
+#include "frontend/exact/exact_run.h"
 #include "frontend/output/console.h"
 #include "frontend/pipe_mode.h"
 #include "frontend/quarry_opts.h"
@@ -89,6 +91,9 @@ int run(int argc, const char* const* argv, kernel_calls* kernel) {
     arg_list args = arguments_of(argc, argv);
     if (args.empty()) {
         return failure_status;
+    }
+    if (exact::asks_for_exact_mode(args)) {
+        return static_cast<int>(exact::run_exact(args, now));
     }
     cmdline_ctx run_ctx;
     if (asks_for_help(args)) {

@@ -1,0 +1,81 @@
+#include "exact/container.h"
+
+#include "foundation/byte_view.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::size_t head_bytes = 512;
+constexpr std::uint64_t trailer_bytes = 512;
+constexpr std::string_view raw_view = "give a raw view of it, as docs/limits.md shows";
+
+struct container {
+    std::string_view signature;
+    std::string_view name;
+    std::string_view what_to_do;
+};
+
+constexpr auto containers = std::to_array<container>({
+    {std::string_view("EVF\x09\x0d\x0a\xff\0", 8), "an EWF image", "these are not read yet (not-yet)"},
+    {"EVF2", "an EWF image", "these are not read yet (not-yet)"},
+    {"QFI\xfb", "a QCOW image", raw_view},
+    {"vhdxfile", "a VHDX image", raw_view},
+    {"KDMV", "a VMDK", "say -vmdk"},
+    {"# Disk Descr", "the description of a VMDK", "say -vmdk"},
+});
+
+constexpr std::string_view zip_signature = "PK\x03\x04";
+constexpr std::uint64_t zip_name_length = 26;
+constexpr std::uint64_t zip_name = 30;
+constexpr std::string_view aff4_first_name = "version.txt";
+constexpr std::string_view vhd_signature = "conectix";
+
+tl::unexpected<failure> refused(const exact_source& source, std::string_view name,
+                                std::string_view what_to_do) {
+    return fail(failure_code::source_open, where::source(source.path()),
+                "is " + std::string(name) + "; " + std::string(what_to_do));
+}
+
+bool is_aff4(byte_view head) {
+    return head.text_at(0, zip_signature) && head.u16_or_zero(zip_name_length) == aff4_first_name.size() &&
+           head.text_at(zip_name, aff4_first_name);
+}
+
+bool ends_as_vhd(const exact_source& source) {
+    std::array<std::uint8_t, vhd_signature.size()> head{};
+    return source.size() >= trailer_bytes && source.read(head, source.size() - trailer_bytes) &&
+           byte_view(head).text_at(0, vhd_signature);
+}
+
+}  // namespace
+
+result<void> refuse_container(const exact_source& source) {
+    std::vector<std::uint8_t> bytes(
+        static_cast<std::size_t>(std::min<std::uint64_t>(head_bytes, source.size())));
+    // What cannot be read has no signature; the volume's own reads will tell.
+    if (!source.read(bytes, 0)) {
+        return {};
+    }
+    const byte_view head(bytes);
+    for (const container& each : containers) {
+        if (head.text_at(0, each.signature)) {
+            return refused(source, each.name, each.what_to_do);
+        }
+    }
+    if (is_aff4(head)) {
+        return refused(source, "an AFF4 image", raw_view);
+    }
+    if (ends_as_vhd(source)) {
+        return refused(source, "a VHD image", raw_view);
+    }
+    return {};
+}
+
+}  // namespace quarry::exact

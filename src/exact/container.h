@@ -1,0 +1,15 @@
+// Files that hold a disk in a form of their own.
+//
+// The bytes of such a file are not those of the disk, so it is never read as if they were. They are known by
+// a signature in the first bytes, one kind by its last sector.
+#pragma once
+
+#include "exact/exact_source.h"
+#include "exact/failure.h"
+
+namespace quarry::exact {
+
+// Fails with source-open for a container; the words say which it is and what to do.
+[[nodiscard]] result<void> refuse_container(const exact_source& source);
+
+}  // namespace quarry::exact

@@ -1,0 +1,198 @@
+#include "frontend/exact/copy_object.h"
+
+#include "exact/name_text.h"
+#include "exact/path_walk.h"
+#include "exact/reparse.h"
+#include "exact/volume_path.h"
+#include "volume/attribute_values.h"
+
+#include <utility>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::uint8_t dos_name_space = 2;
+
+// What a user may name, as overloads that std::visit chooses from.
+template <typename... Cases>
+struct overloaded : Cases... {
+    using Cases::operator()...;
+};
+template <typename... Cases>
+overloaded(Cases...) -> overloaded<Cases...>;
+
+result<stream_name> stream_of(const object_by_entry& asked) {
+    return asked.stream.empty() ? result<stream_name>(stream_name{}) : parse_stream_name(asked.stream);
+}
+
+// The name of the file: the one that was looked up unless that is a short one, else the first long one.
+std::u16string name_of_file(const attribute_set& set, std::u16string_view looked_up) {
+    std::u16string first_long;
+    std::u16string any;
+    for (const attribute_set::member* const each : set.of_type(attr_file_name)) {
+        const file_name_value value(each->stored.bytes.value());
+        const std::u16string name = units_of_bytes(value.name_bytes());
+        any = any.empty() ? name : any;
+        if (value.name_space() != dos_name_space) {
+            if (name == looked_up) {
+                return name;
+            }
+            first_long = first_long.empty() ? name : first_long;
+        }
+    }
+    return first_long.empty() ? any : first_long;
+}
+
+// The unnamed data of a file with a reparse point is elsewhere: in the target of a link, in a compressed
+// stream, or wherever the filter that set the tag keeps it.
+result<void> refuse_reparse_point(const exact_volume& volume, const attribute_set& set,
+                                  const std::string& place) {
+    auto value = reparse_value_of(volume, set);
+    if (!value) {
+        return passed_on(value);
+    }
+    if (!*value) {
+        return {};
+    }
+    const auto point = read_reparse_point(byte_view(**value), place);
+    if (!point) {
+        return tl::make_unexpected(point.error());
+    }
+    if (point->is_link()) {
+        const auto target = read_link_target(*point, place);
+        return target ? result<void>(fail(failure_code::link, place, "leads to " + target->shown))
+                      : result<void>(tl::make_unexpected(target.error()));
+    }
+    if (point->tag == tag_wof) {
+        return fail(failure_code::not_yet, place,
+                    "is compressed by the system (WOF), which is not read yet (not-yet)");
+    }
+    return fail(failure_code::tag, place,
+                "reparse tag " + tag_text(point->tag) + ": the data is not in this stream");
+}
+
+void log_stream(const stream& content, exact_messages& messages) {
+    const stored_stream& stored = content.stored();
+    messages.info("stream \"" + shown_name(content.name()) + "\" type " + type_name(content.type()) +
+                  ", allocated " + std::to_string(stored.allocated_size()) + ", size " +
+                  std::to_string(stored.size()) + ", valid " + std::to_string(stored.valid_size()) +
+                  ", runs " + std::to_string(stored.runs().runs().size()) + ", flags " + hex(stored.flags()));
+}
+
+// Opens the stream of a file that was found. `place` names the file in failures.
+result<found_object> open_stream(exact_volume& volume, const exact_options& options, found_object found,
+                                 const stream_name& wanted, const std::string& place, notices& told) {
+    if (!options.raw && wanted == stream_name{}) {
+        if (auto refused = refuse_reparse_point(volume, *found.set, place); !refused) {
+            return passed_on(refused);
+        }
+    }
+    auto opened = stream::open(volume, *found.set, wanted.type, wanted.name, told);
+    if (!opened) {
+        return passed_on(opened);
+    }
+    found.content = std::move(*opened);
+    return found;
+}
+
+result<found_object> find_path(exact_volume& volume, const exact_options& options,
+                               const object_by_path& asked, exact_messages& messages, notices& told) {
+    auto path = parse_volume_path(asked.text);
+    if (!path) {
+        return passed_on(path);
+    }
+    messages.info("path " + shown_path(*path) +
+                  (path->prefix.empty() ? "" : ", " + path->prefix + " is passed over"));
+    walk_options walking;
+    walking.follow_last = !options.raw;
+    walking.tell = [&messages](const std::string& line) { messages.info(line); };
+    for (const std::string& letter : options.letters) {
+        walking.volume_names.push_back(units_of_utf8(letter).value_or(std::u16string()));
+    }
+    auto walked = walk_path(volume, path->names, walking, told);
+    if (!walked) {
+        return passed_on(walked);
+    }
+    found_object found;
+    found.shown = shown_path({walked->names, path->stream, {}});
+    found.set = std::make_unique<attribute_set>(std::move(walked->file));
+    found.file_name =
+        walked->names.empty() ? std::u16string(u".") : name_of_file(*found.set, walked->names.back());
+    return open_stream(volume, options, std::move(found), path->stream,
+                       where::path(shown_path(walked->names)), told);
+}
+
+result<found_object> find_entry(exact_volume& volume, const exact_options& options,
+                                const object_by_entry& asked, notices& told) {
+    auto wanted = stream_of(asked);
+    if (!wanted) {
+        return passed_on(wanted);
+    }
+    auto base = volume.table().read_asked(asked.entry, asked.sequence, told);
+    if (!base) {
+        return passed_on(base);
+    }
+    auto set = attribute_set::of(volume.table(), std::move(*base), told);
+    if (!set) {
+        return passed_on(set);
+    }
+    found_object found;
+    found.set = std::make_unique<attribute_set>(std::move(*set));
+    found.shown = found.set->base().self().text() + shown_typed(asked.stream);
+    found.file_name = name_of_file(*found.set, {});
+    return open_stream(volume, options, std::move(found), *wanted, where::record(asked.entry), told);
+}
+
+result<found_object> find_clusters(exact_volume& volume, const object_by_clusters& asked) {
+    auto opened = stream::of_clusters(volume, asked.lcn, asked.count);
+    if (!opened) {
+        return passed_on(opened);
+    }
+    found_object found;
+    found.shown =
+        "clusters " + std::to_string(asked.lcn) + " to " + std::to_string(asked.lcn + asked.count - 1);
+    found.content = std::move(*opened);
+    return found;
+}
+
+}  // namespace
+
+result<void> check_object(const copy_object& asked) {
+    const auto ignore_value = [](const auto&) {};
+    return std::visit(
+        overloaded{
+            [&](const object_by_path& path) { return parse_volume_path(path.text).map(ignore_value); },
+            [&](const object_by_entry& entry) { return stream_of(entry).map(ignore_value); },
+            [](const object_by_clusters&) { return result<void>(); },
+        },
+        asked);
+}
+
+result<found_object> find_object(exact_volume& volume, const exact_options& options, exact_messages& messages,
+                                 notices& told) {
+    auto found = std::visit(
+        overloaded{
+            [&](const object_by_path& path) { return find_path(volume, options, path, messages, told); },
+            [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told); },
+            [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters); },
+        },
+        *options.object);
+    if (found) {
+        log_stream(*found->content, messages);
+    }
+    return found;
+}
+
+result<std::optional<stored_times>> times_of(const attribute_set& set) {
+    return set.only_value(attr_standard_information).map([](const std::optional<byte_view>& value) {
+        if (!value) {
+            return std::optional<stored_times>();
+        }
+        const standard_information_value information(*value);
+        return std::optional<stored_times>({information.modified(), information.accessed()});
+    });
+}
+
+}  // namespace quarry::exact

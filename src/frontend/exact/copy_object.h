@@ -1,0 +1,41 @@
+// The stream that a user named, found on the volume.
+#pragma once
+
+#include "exact/attribute_set.h"
+#include "exact/exact_volume.h"
+#include "exact/failure.h"
+#include "exact/stream.h"
+#include "frontend/exact/exact_messages.h"
+#include "frontend/exact/exact_options.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace quarry::exact {
+
+struct found_object {
+    std::string shown;                   // the path, the entry or the clusters, as messages have it
+    std::unique_ptr<attribute_set> set;  // null for clusters
+    std::u16string file_name;            // the file's own name; empty if it has none
+    std::optional<stream> content;       // always there once find_object() has returned
+};
+
+// Refuses a path or a stream that is none; nothing is read. Fails with name.
+[[nodiscard]] result<void> check_object(const copy_object& asked);
+
+// Finds and opens the stream. What is passed on the way is told in the log. Fails as paths, records and
+// streams do, with outside for clusters that the volume has not, and with tag, link or not-yet for a file
+// whose data is elsewhere.
+[[nodiscard]] result<found_object> find_object(exact_volume& volume, const exact_options& options,
+                                               exact_messages& messages, notices& told);
+
+// Modification and access time of a file, FILETIMEs from its $STANDARD_INFORMATION; nothing if it has none.
+struct stored_times {
+    std::uint64_t modified = 0;
+    std::uint64_t accessed = 0;
+};
+[[nodiscard]] result<std::optional<stored_times>> times_of(const attribute_set& set);
+
+}  // namespace quarry::exact

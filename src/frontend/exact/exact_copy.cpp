@@ -1,0 +1,163 @@
+#include "frontend/exact/exact_copy.h"
+
+#include "exact/name_text.h"
+#include "exact/stream.h"
+#include "foundation/md5.h"
+#include "frontend/exact/copy_object.h"
+#include "frontend/exact/sealed_file.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <sys/stat.h>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::uint64_t filetime_ticks = 10000000;  // in a second
+constexpr std::int64_t seconds_from_1601_to_1970 = 11644473600;
+constexpr std::array<std::uint8_t, 65536> zero_bytes{};
+
+// Where the bytes of a stream go: to the file, and to the digest of the copy where one is wanted.
+class copy_sink final : public stream_sink {
+  public:
+    copy_sink(sealed_file& file, bool with_digest) : m_file(&file), m_with_digest(with_digest) {
+        md5_init(&m_md5);
+    }
+
+    [[nodiscard]] result<void> data(byte_view block) override {
+        digest(block.span());
+        return m_file->append(block.span());
+    }
+
+    [[nodiscard]] result<void> zeros(std::uint64_t length) override {
+        if (m_with_digest) {
+            for (std::uint64_t left = length; left > 0;) {
+                const std::uint64_t count = std::min<std::uint64_t>(left, zero_bytes.size());
+                digest(std::span(zero_bytes).first(static_cast<std::size_t>(count)));
+                left -= count;
+            }
+        }
+        return m_file->append_hole(length);
+    }
+
+    // 32 hexadecimal digits; empty if no digest is wanted.
+    [[nodiscard]] std::string digest_text() {
+        std::string text;
+        if (m_with_digest) {
+            md5_digest digest{};
+            md5_final(digest, &m_md5);
+            hex_text(text, digest.data(), digest.size(), false);
+        }
+        return text;
+    }
+
+  private:
+    void digest(std::span<const std::uint8_t> bytes) {
+        if (m_with_digest) {
+            md5_update(&m_md5, bytes.data(), bytes.size());
+        }
+    }
+
+    sealed_file* m_file;
+    bool m_with_digest;
+    md5_ctx m_md5;
+};
+
+// A time of 0 means nothing: the file keeps the one that it has.
+std::timespec host_time(std::uint64_t filetime) {
+    if (filetime == 0) {
+        return {0, UTIME_OMIT};
+    }
+    return {static_cast<std::time_t>(filetime / filetime_ticks) - seconds_from_1601_to_1970,
+            static_cast<long>(filetime % filetime_ticks) * 100};
+}
+
+// The host may refuse the times; the copy is whole all the same.
+void set_times(sealed_file& file, const std::optional<stored_times>& times, notices& told) {
+    if (times) {
+        const auto set =
+            file.set_times({.accessed = host_time(times->accessed), .modified = host_time(times->modified)});
+        if (!set) {
+            told.warn("times", set.error().where, "the times cannot be kept: " + set.error().why);
+        }
+    }
+}
+
+// Clusters have no name, and no times.
+result<std::string> own_name(const found_object& object) {
+    return name_on_host(object.file_name, object.content->name(), object.content->type());
+}
+
+result<std::optional<stored_times>> times_of_object(const found_object& object) {
+    return object.set == nullptr ? result<std::optional<stored_times>>(std::nullopt) : times_of(*object.set);
+}
+
+// The bytes, written to a temporary file and given the name of the target.
+result<finished_copy> write_copy(found_object& object, const exact_options& options, destination target,
+                                 const std::vector<std::string>& protected_files, notices& told) {
+    auto times = options.keep_times || options.md5 ? times_of_object(object) : std::nullopt;
+    if (!times) {
+        return passed_on(times);
+    }
+    sealed_file file(target.directory, options.sparse);
+    if (auto created = file.create(object.content->delivered_size(options.raw)); !created) {
+        return passed_on(created);
+    }
+    copy_sink sink(file, options.md5);
+    auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable}, told);
+    if (!delivered) {
+        return passed_on(delivered);
+    }
+    finished_copy finished{object.shown, {}, delivered->bytes, sink.digest_text()};
+    if (options.md5) {
+        const std::uint64_t modified = *times ? (*times)->modified : 0;
+        auto name = name_with_digest(modified, target.name, finished.md5);
+        if (!name) {
+            return passed_on(name);
+        }
+        target.name = std::move(*name);
+        if (auto checked = check_destination(target, options.overwrite, protected_files); !checked) {
+            return passed_on(checked);
+        }
+    }
+    if (options.keep_times) {
+        set_times(file, *times, told);
+    }
+    if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
+        return passed_on(sealed);
+    }
+    finished.destination = target.path();
+    return finished;
+}
+
+}  // namespace
+
+result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
+                                          destination target, const std::vector<std::string>& protected_files,
+                                          exact_messages& messages, notices& told) {
+    auto object = find_object(volume, options, messages, told);
+    if (!object) {
+        return passed_on(object);
+    }
+    if (target.name.empty()) {
+        auto name = own_name(*object);
+        if (!name) {
+            return passed_on(name);
+        }
+        target.name = std::move(*name);
+        if (auto checked = check_destination(target, options.overwrite, protected_files);
+            !checked && !options.md5) {
+            return passed_on(checked);
+        }
+    }
+    auto finished = write_copy(*object, options, std::move(target), protected_files, told);
+    if (finished) {
+        messages.info("copied " + std::to_string(finished->bytes) + " bytes to " +
+                      shown_typed(finished->destination));
+    }
+    return finished;
+}
+
+}  // namespace quarry::exact

@@ -1,0 +1,31 @@
+// One stream copied to one destination: whole and under its name, or not at all.
+#pragma once
+
+#include "exact/exact_volume.h"
+#include "exact/failure.h"
+#include "frontend/exact/destination_path.h"
+#include "frontend/exact/exact_messages.h"
+#include "frontend/exact/exact_options.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quarry::exact {
+
+struct finished_copy {
+    std::string source;       // the stream, as messages have it
+    std::string destination;  // the file that was made
+    std::uint64_t bytes = 0;
+    std::string md5;  // with -md5 only
+};
+
+// Copies the object of the options to `target`. `protected_files` are never replaced. Fails as find_object,
+// check_destination, streams and sealed_file do; nothing is left at the destination then. Warns (times) if
+// the file does not take its times.
+[[nodiscard]] result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
+                                                        destination target,
+                                                        const std::vector<std::string>& protected_files,
+                                                        exact_messages& messages, notices& told);
+
+}  // namespace quarry::exact

@@ -1,0 +1,56 @@
+#include "frontend/exact/exact_help.h"
+
+#include "frontend/output/console.h"
+#include "frontend/usage.h"
+
+#include <string>
+#include <string_view>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::string_view help_body =
+    R"(The exact mode: the whole stream, byte for byte, or a failure that says where.
+
+ quarry -exact -image <file> -src <path> -dst <file>
+ quarry -exact -image <file> -mft <entry> -dst <directory>/
+ quarry -exact -image <file> -volumes
+
+ source, one of
+   -image <file|device>         = a disk or a bare volume
+   -partition <device>          = a bare volume
+ volume
+   -offset <bytes>              = where it begins; no partition table is asked
+   -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol is the first
+   -volumes                     = print the volumes; no copy
+   -sector_size <bytes>         = of the partition table: 512, 1024, 2048, 4096
+ object, one of
+   -src <path>[:<stream>]       = "/dir/file", or with \ in place of each /
+   -mft <n>[-<sequence>]        = an entry, with -src :<stream> for a stream of it
+   -cluster <lcn> [<count>]     = clusters of the volume
+   -letter <C|Volume{GUID}>     = links to this name lead to this volume
+ destination
+   -dst <file>, -dst <dir>/     = never an earlier file, unless with -overwrite
+   -overwrite                   = replace a regular file
+   -sparse                      = leave holes where there are only zeros
+   -keep_times                  = keep the times of the file
+   -md5                         = name the copy by modification time and MD5
+ reading
+   -raw                         = allocated clusters as they lie, slack included
+   -zero_unreadable             = zeros for what cannot be read; in doubt then
+ messages
+   -diags <file>                = log
+   -quiet                       = errors only
+
+ exit status: 0 complete, 1 failed, 2 refused, 4 in doubt, 5 no source or volume
+
+)";
+
+}  // namespace
+
+void print_exact_help() {
+    print_error(banner() + "\n\n" + std::string(help_body));
+}
+
+}  // namespace quarry::exact

@@ -1,0 +1,42 @@
+// What a run says: to the user on standard error, and to the log.
+//
+// Each message is one line. Those that begin with "ok:", "doubt:", "warning:" and "err:" are for people and
+// scripts; "info:" lines are for the log alone. The log has all of them, each after "->", written at once.
+#pragma once
+
+#include "exact/failure.h"
+#include "foundation/uni_streams.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quarry::exact {
+
+class exact_messages {
+  public:
+    // A quiet run shows "err:" lines only.
+    void set_quiet(bool quiet) { m_quiet = quiet; }
+    // Opens the log, whose earlier content is lost, and writes the head of it. False if it cannot be opened.
+    [[nodiscard]] bool open_log(const std::string& path, const std::string& command_line,
+                                const std::string& header);
+
+    void err(const std::string& text) { say("err: " + text, true); }
+    // The notices of one list as warnings.
+    void warn(const notices& told);
+    // "ok: ..." or "doubt: ...".
+    void done(std::string_view outcome, const std::string& text);
+    // Text of several lines for standard error alone, unless the run is quiet.
+    void show(const std::string& text) const;
+    void info(const std::string& text) { log("info: " + text); }
+    void log(const std::string& line);
+
+  private:
+    void say(const std::string& line, bool even_if_quiet);
+
+    bool m_quiet = false;
+    bool m_log_is_open = false;
+    uni::ofstream m_log;
+};
+
+}  // namespace quarry::exact

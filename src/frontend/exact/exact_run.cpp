@@ -1,0 +1,258 @@
+#include "frontend/exact/exact_run.h"
+
+#include "exact/exact_volume.h"
+#include "exact/name_text.h"
+#include "exact/volume_table.h"
+#include "frontend/exact/copy_object.h"
+#include "frontend/exact/destination_path.h"
+#include "frontend/exact/exact_copy.h"
+#include "frontend/exact/exact_help.h"
+#include "frontend/exact/exact_messages.h"
+#include "frontend/exact/exact_options.h"
+#include "frontend/exact/source_opening.h"
+#include "frontend/output/console.h"
+#include "frontend/run_header.h"
+#include "frontend/source_files.h"
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+// A failure and the status that the run ends with for it.
+struct ended {
+    exit_status status;
+    failure why;
+};
+
+tl::unexpected<ended> end_with(exit_status status, failure why) {
+    return tl::make_unexpected(ended{status, std::move(why)});
+}
+
+// What was asked for and cannot be is the command line's fault, wherever it was found out.
+exit_status status_of(failure_code code, exit_status otherwise) {
+    switch (code) {
+        case failure_code::no_such_volume:
+        case failure_code::several_volumes:
+        case failure_code::not_yet:
+            return exit_status::refused;
+        default:
+            return otherwise;
+    }
+}
+
+// ---- outputs
+
+tl::unexpected<ended> log_refused(const std::string& path, const std::string& why) {
+    return end_with(exit_status::refused,
+                    {failure_code::create, "log " + shown_typed(path), why, std::nullopt});
+}
+
+// The log may replace an earlier one, never a source nor what the copy replaces.
+tl::expected<void, ended> open_log(const exact_options& options, const arg_list& arguments,
+                                   const std::string& header, exact_messages& messages) {
+    if (options.log_path.empty()) {
+        return {};
+    }
+    if (is_one_of(options.log_path, options.source.paths)) {
+        return log_refused(options.log_path, "is the source");
+    }
+    if (is_one_of(options.log_path, {options.destination})) {
+        return log_refused(options.log_path, "is the destination");
+    }
+    if (!messages.open_log(options.log_path, joined_arguments(arguments, '"'), header)) {
+        return log_refused(options.log_path, "cannot be opened");
+    }
+    return {};
+}
+
+std::vector<std::string> protected_files_of(const exact_options& options) {
+    std::vector<std::string> files = options.source.paths;
+    if (!options.log_path.empty()) {
+        files.push_back(options.log_path);
+    }
+    return files;
+}
+
+tl::expected<void, ended> refuse_outputs(const exact_options& options) {
+    if (options.volumes) {
+        return {};
+    }
+    const destination target = split_destination(options.destination);
+    const bool is_cluster = std::holds_alternative<object_by_clusters>(*options.object);
+    if (is_cluster && target.name.empty()) {
+        return end_with(exit_status::refused,
+                        {failure_code::create, where::destination(shown_typed(target.directory)),
+                         "clusters have no name; name the file", std::nullopt});
+    }
+    // With -md5 the name is not known yet.
+    const destination known = options.md5 ? destination{target.directory, {}} : target;
+    auto checked = check_destination(known, options.overwrite, protected_files_of(options)).and_then([&] {
+        return check_object(*options.object);
+    });
+    return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
+}
+
+// ---- the volume
+
+std::string volume_line(const exact_volume& volume) {
+    const geometry& shape = volume.shape();
+    std::array<char, 17> serial{};
+    std::snprintf(serial.data(), serial.size(), "%016llX", static_cast<unsigned long long>(shape.serial));
+    return "volume at " + hex(shape.volume_offset) + ": serial " + serial.data() + ", version " +
+           volume.state().version_text() + ", clusters of " + std::to_string(shape.cluster_size) +
+           ", records of " + std::to_string(shape.record_size);
+}
+
+void log_volume(const exact_volume& volume, exact_messages& messages) {
+    const volume_state& state = volume.state();
+    messages.info(volume_line(volume));
+    messages.info("journal " + std::string(journal_text(state.journal)) + ", dirty " +
+                  (state.dirty ? (*state.dirty ? "1" : "0") : "unknown"));
+    messages.info("$MFT " + std::to_string(volume.table().table().size()) + " bytes in " +
+                  std::to_string(volume.table().table().runs().runs().size()) + " runs" +
+                  (volume.table().from_mirror() ? " (mirror)" : ""));
+}
+
+// Where the volume lies: where the user says, or where the table has the one that is meant. Several volumes
+// are shown.
+result<partition> find_volume(const exact_source& source, const exact_options& options,
+                              exact_messages& messages, notices& told) {
+    if (options.offset || options.source.kind == source_choice::kind::partition) {
+        const std::uint64_t offset = options.offset.value_or(0);
+        const partition rest = {offset, offset < source.size() ? source.size() - offset : 0};
+        if (look_at_volume(source, rest).kind == volume_kind::bitlocker) {
+            return fail(failure_code::enciphered, where::source(source.path()), "is enciphered (BitLocker)");
+        }
+        return rest;
+    }
+    auto table = volume_table::read(source, options.sector_size, told);
+    if (!table) {
+        return passed_on(table);
+    }
+    auto chosen = table->choose(options.ntfsvol);
+    if (!chosen && chosen.error().code == failure_code::several_volumes) {
+        messages.show(table->listing());
+    }
+    return chosen.map([](const listed_volume& volume) { return volume.place; });
+}
+
+tl::expected<exit_status, ended> print_volumes(const exact_source& source, const exact_options& options,
+                                               exact_messages& messages) {
+    notices told;
+    auto table = volume_table::read(source, options.sector_size, told);
+    messages.warn(told);
+    if (!table) {
+        return end_with(exit_status::not_opened, std::move(table.error()));
+    }
+    const std::string listing = table->listing();
+    const bool printed =
+        std::fwrite(listing.data(), 1, listing.size(), stdout) == listing.size() && std::fflush(stdout) == 0;
+    return printed ? exit_status::complete : exit_status::failed;
+}
+
+tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& source,
+                                                               const exact_options& options,
+                                                               exact_messages& messages) {
+    notices told;
+    const exact_source bytes(*source.bytes, source.shown_path);
+    auto opened = find_volume(bytes, options, messages, told).and_then([&](const partition& place) {
+        return exact_volume::open(*source.bytes, source.shown_path, place.offset, place.length, told);
+    });
+    messages.warn(told);
+    if (!opened) {
+        const exit_status status = status_of(opened.error().code, exit_status::not_opened);
+        return end_with(status, std::move(opened.error()));
+    }
+    log_volume(**opened, messages);
+    return std::move(*opened);
+}
+
+// ---- the copy
+
+std::string outcome_text(const finished_copy& copy) {
+    return shown_typed(copy.source) + " -> " + shown_typed(copy.destination) + " (" +
+           std::to_string(copy.bytes) + " bytes" + (copy.md5.empty() ? "" : ", md5 " + copy.md5) + ")";
+}
+
+tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& volume,
+                                          const exact_options& options, exact_messages& messages) {
+    notices told;
+    auto copied = copy_to_destination(volume, options, split_destination(options.destination),
+                                      protected_files_of(options), messages, told);
+    if (source.bytes->has_changed()) {
+        told.doubt("source-changed", where::source(source.shown_path), "changed while it was read");
+    }
+    messages.warn(told);
+    if (!copied) {
+        const bool outside_of_volume = copied.error().code == failure_code::outside &&
+                                       std::holds_alternative<object_by_clusters>(*options.object);
+        const exit_status status =
+            outside_of_volume ? exit_status::refused : status_of(copied.error().code, exit_status::failed);
+        messages.info("result failed");
+        return end_with(status, std::move(copied.error()));
+    }
+    messages.done(told.in_doubt() ? "doubt" : "ok", outcome_text(*copied));
+    messages.info(told.in_doubt() ? "result in doubt" : "result complete");
+    return told.in_doubt() ? exit_status::in_doubt : exit_status::complete;
+}
+
+tl::expected<exit_status, ended> read_and_copy(const exact_options& options, exact_messages& messages) {
+    notices told;
+    auto source = open_source(options.source, told);
+    if (!source) {
+        const exit_status status = status_of(source.error().code, exit_status::not_opened);
+        return end_with(status, std::move(source.error()));
+    }
+    messages.info("exact source " + source->shown_path + ", " + std::to_string(source->bytes->size()) +
+                  " bytes");
+    messages.warn(told);
+    if (options.volumes) {
+        return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
+    }
+    return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
+        return copy_one(*source, *volume, options, messages);
+    });
+}
+
+// Everything after the command line was understood.
+exit_status carry_out(const exact_options& options, const arg_list& arguments, const std::string& header,
+                      exact_messages& messages) {
+    messages.set_quiet(options.quiet);
+    const auto status = open_log(options, arguments, header, messages)
+                            .and_then([&] { return refuse_outputs(options); })
+                            .and_then([&] { return read_and_copy(options, messages); });
+    if (!status) {
+        messages.err(status.error().why.text());
+    }
+    return status ? *status : status.error().status;
+}
+
+}  // namespace
+
+exit_status run_exact(const arg_list& arguments, const ql::time& started) {
+    const auto options = parse_exact_options(arguments);
+    if (options && options->help) {
+        print_exact_help();
+        return exit_status::complete;
+    }
+    const std::string header = run_header(arguments, started);
+    std::fputs((header + "\n").c_str(), stdout);
+    flush_output();
+    exact_messages messages;
+    if (!options) {
+        messages.err(options.error().text);
+        return exit_status::refused;
+    }
+    const exit_status status = carry_out(*options, arguments, header, messages);
+    messages.log("exit: " + std::to_string(static_cast<int>(status)));
+    return status;
+}
+
+}  // namespace quarry::exact
