@@ -24,7 +24,8 @@ struct destination {
     std::string directory;  // with "/" at its end
     std::string name;       // empty: the copy is called as the file on the volume is
 
-    [[nodiscard]] std::string path() const { return directory + name; }
+    // As a user would type it.
+    [[nodiscard]] std::string path() const { return (directory == "./" ? "" : directory) + name; }
 };
 
 // A destination as typed: everything up to the last "/" is the directory, "./" if there is none.

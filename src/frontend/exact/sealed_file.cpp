@@ -215,7 +215,22 @@ result<void> sealed_file::append_hole(std::uint64_t length) {
     return {};
 }
 
+// A sparse file that ends in a hole is shorter than the copy until its size is set. That changes the time of
+// modification, so it is not done a second time.
+result<void> sealed_file::reach_size() {
+    if (m_sparse && m_reached != m_size) {
+        if (::ftruncate(m_fd, static_cast<::off_t>(m_size)) != 0) {
+            return failed(failure_code::write, errno);
+        }
+        m_reached = m_size;
+    }
+    return {};
+}
+
 result<void> sealed_file::set_times(const file_times& times) {
+    if (auto reached = reach_size(); !reached) {
+        return reached;
+    }
     const std::array<std::timespec, 2> pair = {times.accessed, times.modified};
     if (::futimens(m_fd, pair.data()) != 0) {
         return failed(failure_code::write, errno);
@@ -257,8 +272,8 @@ result<void> sealed_file::sync_directory(const std::string& name, bool overwrite
 }
 
 result<void> sealed_file::seal(const std::string& name, bool overwrite) {
-    if (m_sparse && ::ftruncate(m_fd, static_cast<::off_t>(m_size)) != 0) {
-        return failed(failure_code::write, errno);
+    if (auto reached = reach_size(); !reached) {
+        return reached;
     }
     if (uninterrupted([&] { return ::fsync(m_fd); }) != 0) {
         return failed(failure_code::sync, errno);

@@ -45,7 +45,7 @@ class sealed_file {
     [[nodiscard]] result<void> append_hole(std::uint64_t length);
     // Bytes so far.
     [[nodiscard]] std::uint64_t size() const { return m_size; }
-    // Gives the file these times; to be called after the last byte. Fails with the system's word.
+    // Gives the file these times; to be called after the last byte. Fails with write.
     [[nodiscard]] result<void> set_times(const file_times& times);
     // Brings everything to the disk and gives the file its name in the directory. A file of that name is
     // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise.
@@ -56,6 +56,7 @@ class sealed_file {
     [[nodiscard]] result<void> write_all(std::span<const std::uint8_t> bytes);
     [[nodiscard]] result<void> write_zeros(std::uint64_t length);
     [[nodiscard]] result<void> append_sparsely(std::span<const std::uint8_t> bytes);
+    [[nodiscard]] result<void> reach_size();
     [[nodiscard]] result<void> give_name(const std::string& name, bool overwrite);
     [[nodiscard]] result<void> sync_directory(const std::string& name, bool overwrite);
     [[nodiscard]] tl::unexpected<failure> failed(failure_code code, int error) const;
@@ -67,6 +68,7 @@ class sealed_file {
     int m_fd = -1;
     std::string m_temporary;         // the name in the directory; empty: there is nothing to remove
     std::uint64_t m_size = 0;        // of the copy so far
+    std::uint64_t m_reached = 0;     // the size that a sparse file was given
     std::uint64_t m_zeros_kept = 0;  // zero bytes at the end, all in one block, that may become a hole
 };
 

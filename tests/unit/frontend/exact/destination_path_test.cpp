@@ -42,7 +42,8 @@ class destination_path : public testing::Test {
 }  // namespace
 
 TEST(split_destination, takes_everything_to_the_last_slash_as_the_directory) {
-    EXPECT_EQ(split_destination("a.txt").path(), "./a.txt");
+    EXPECT_EQ(split_destination("a.txt").directory, "./");
+    EXPECT_EQ(split_destination("a.txt").path(), "a.txt");
     EXPECT_EQ(split_destination("a.txt").name, "a.txt");
     EXPECT_EQ(split_destination("out/a.txt").directory, "out/");
     EXPECT_EQ(split_destination("out/a.txt").name, "a.txt");

@@ -263,16 +263,20 @@ TEST_F(sealed_file_test, a_signal_leaves_nothing) {
 }
 
 TEST_F(sealed_file_test, times_are_those_that_were_given) {
-    sealed_file file(directory(), false);
-    ASSERT_TRUE(file.create(1));
-    ASSERT_TRUE(file.append(filled(1, 'a')));
-    ASSERT_TRUE(file.set_times({.accessed = {1000000000, 5}, .modified = {1234567890, 123456700}}));
-    ASSERT_TRUE(file.seal("copy", false));
-    struct ::stat status {};
-    ASSERT_EQ(::stat(in_dir("copy").c_str(), &status), 0);
-    EXPECT_EQ(status.st_atim.tv_sec, 1000000000);
-    EXPECT_EQ(status.st_mtim.tv_sec, 1234567890);
-    EXPECT_EQ(status.st_mtim.tv_nsec, 123456700);
+    for (const bool sparse : {false, true}) {
+        sealed_file file(directory(), sparse);
+        ASSERT_TRUE(file.create(1));
+        ASSERT_TRUE(file.append(filled(1, 'a')));
+        ASSERT_TRUE(file.append_hole(block));
+        ASSERT_TRUE(file.set_times({.accessed = {1000000000, 5}, .modified = {1234567890, 123456700}}));
+        ASSERT_TRUE(file.seal("copy", true));
+        struct ::stat status {};
+        ASSERT_EQ(::stat(in_dir("copy").c_str(), &status), 0);
+        EXPECT_EQ(status.st_size, static_cast<::off_t>(block + 1));
+        EXPECT_EQ(status.st_atim.tv_sec, 1000000000) << sparse;
+        EXPECT_EQ(status.st_mtim.tv_sec, 1234567890) << sparse;
+        EXPECT_EQ(status.st_mtim.tv_nsec, 123456700) << sparse;
+    }
 }
 
 }  // namespace quarry::test
