@@ -10,6 +10,7 @@
 #include "volume/stream_pump.h"
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -526,13 +527,18 @@ class PumpCompressedOnLargeClusters : public ::testing::TestWithParam<cluster_sh
         bytes chunks;
     };
     static chunked short_chunks(std::size_t count) {
+        // Few different ones: encoding takes its time.
+        std::array<chunked, 5> kinds;
+        for (std::size_t i = 0; i < kinds.size(); ++i) {
+            const bytes head(100 + i, static_cast<std::uint8_t>('a' + i));
+            kinds[i].plain = concat({head, bytes(4096 - head.size(), static_cast<std::uint8_t>('A' + i))});
+            kinds[i].chunks = lznt1_chunks(kinds[i].plain);
+        }
         chunked made;
         for (std::size_t i = 0; i < count; ++i) {
-            const bytes plain = concat({bytes(100 + i % 50, static_cast<std::uint8_t>('a' + i % 23)),
-                                        bytes(3996 - i % 50, static_cast<std::uint8_t>('A' + i % 19))});
-            const bytes chunk = lznt1_chunks(plain);
-            made.plain.insert(made.plain.end(), plain.begin(), plain.end());
-            made.chunks.insert(made.chunks.end(), chunk.begin(), chunk.end());
+            const chunked& next = kinds[i % kinds.size()];
+            made.plain.insert(made.plain.end(), next.plain.begin(), next.plain.end());
+            made.chunks.insert(made.chunks.end(), next.chunks.begin(), next.chunks.end());
         }
         return made;
     }
