@@ -78,15 +78,6 @@ bool peek_value(std::string_view name, std::string& value, const arg_list& args,
     return true;
 }
 
-std::vector<std::string> peek_all_values(std::string_view name, const arg_list& args) {
-    std::vector<std::string> values;
-    for (std::size_t index = index_with_values(name, args, 0, 1); index != not_found;
-         index = index_with_values(name, args, index + 1, 1)) {
-        values.push_back(args[index + 1]);
-    }
-    return values;
-}
-
 std::string joined_arguments(const arg_list& args, char quote) {
     std::string text;
     for (const std::string& argument : args) {

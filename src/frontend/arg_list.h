@@ -29,9 +29,6 @@ bool find_two_values(std::string_view name, std::string& first, std::string& sec
 [[nodiscard]] bool peek_flag(std::string_view name, const arg_list& args, std::size_t skip);
 bool peek_value(std::string_view name, std::string& value, const arg_list& args, std::size_t skip);
 
-// All words behind any place of an option, for those who must know in advance what a later lookup may take.
-[[nodiscard]] std::vector<std::string> peek_all_values(std::string_view name, const arg_list& args);
-
 // The arguments with a blank between them, those that hold a blank in quotes of the given kind.
 [[nodiscard]] std::string joined_arguments(const arg_list& args, char quote);
 

@@ -76,6 +76,7 @@ bool cmd_params::parse(arg_list& args) {
         m_program_name = program_name_of(args.front());
     }
     m_source_files = files_of_source_options(args);
+    m_guard.add_sources(m_source_files);
     m_pair_datetime = find_flag("-pair_datetime", args) || m_pair_datetime;
     open_log(args);
     if (!check_out_file(args)) {
@@ -98,18 +99,15 @@ void cmd_params::open_log(arg_list& args) {
     if (!find_value("-diags", m_log_path, args)) {
         return;
     }
-    auto stream = std::make_unique<uni::ofstream>();
-    if (is_one_of(m_log_path, source_files_ahead(args))) {
-        stream->setstate(std::ios_base::failbit);
-    } else {
-        stream->open(widen(m_log_path));
-    }
-    if (!stream->good()) {
+    auto stream = std::make_unique<output_file>();
+    output_guard guard = guard_ahead(args);
+    if (!stream->open(guard, widen(m_log_path), output_kind::log)) {
         // Deliberate: a log that cannot be opened is absent without a word, where one would expect the run to
         // be refused. A copy is never lost for want of its log.
         m_log_path.clear();
         return;
     }
+    m_guard.protect_log(m_log_path);
     m_log_stream = std::move(stream);
     m_log_on = true;
     log_command_line();
@@ -129,8 +127,11 @@ bool cmd_params::log_is_good() const {
     return m_log_on && m_log_stream->good();
 }
 
-bool cmd_params::is_log_file(const std::string& path) const {
-    return m_log_on && same_file(path, m_log_path);
+// What is opened before the paths are parsed must not be one that they will name.
+output_guard cmd_params::guard_ahead(const arg_list& args) const {
+    output_guard guard = m_guard;
+    guard.add_sources(source_files_ahead(args));
+    return guard;
 }
 
 bool cmd_params::check_out_file(arg_list& args) const {
@@ -141,8 +142,9 @@ bool cmd_params::check_out_file(arg_list& args) const {
     const bool append = find_flag("-append", args);
     // Deliberate: an out file is only tried out. One would expect something in it: the user finds it gone,
     // also a file of that name that was there before.
-    const bool writable = !is_one_of(path, source_files_ahead(args)) && !is_log_file(path) &&
-                          (can_be_created(path, append) || (append && can_be_created(path, false)));
+    const output_guard guard = guard_ahead(args);
+    const bool writable = can_be_created(guard, path, output_kind::trial, append) ||
+                          (append && can_be_created(guard, path, output_kind::trial, false));
     if (!writable) {
         print_error("prob opening file " + path + " for output, aborting\n");
     }

@@ -11,6 +11,8 @@
 #include "foundation/uni_streams.h"
 #include "frontend/arg_list.h"
 #include "frontend/filter_entry.h"
+#include "frontend/output/output_file.h"
+#include "frontend/output/output_guard.h"
 #include "frontend/time_range.h"
 
 #include <cstdint>
@@ -25,8 +27,10 @@ class cmd_params : public status_log, public time_range {
   public:
     std::string m_command_line;  // the arguments, those with a blank in double quotes
     std::string m_program_name;  // without directory and last extension
-    // What any source option names, taken or not: no output is ever written over it.
+    // What any source option names, taken or not.
     std::vector<std::string> m_source_files;
+    // Knows what any source option names, taken or not, and the log: no output is ever written over these.
+    output_guard m_guard;
     std::string m_version;
     std::string m_tool_name;
     std::string m_date_format = "yyyy-mm-dd";
@@ -51,7 +55,7 @@ class cmd_params : public status_log, public time_range {
 
     bool m_log_on = false;
     std::int32_t m_log_level = 0;
-    std::unique_ptr<uni::ofstream> m_log_stream;
+    std::unique_ptr<output_file> m_log_stream;
     std::string m_log_path;
 
     // Takes the generic options out of `args`. False, after a message where one is due, for an empty list, an
@@ -60,8 +64,6 @@ class cmd_params : public status_log, public time_range {
 
     // True if the log is open and has not failed.
     [[nodiscard]] bool log_is_good() const;
-    // True if a path leads to the open log.
-    [[nodiscard]] bool is_log_file(const std::string& path) const;
 
   protected:
     [[nodiscard]] bool log_is_on() const override { return m_log_on; }
@@ -71,6 +73,7 @@ class cmd_params : public status_log, public time_range {
     void open_log(arg_list& args);
     void log_command_line();
     [[nodiscard]] bool check_out_file(arg_list& args) const;
+    [[nodiscard]] output_guard guard_ahead(const arg_list& args) const;
     void parse_run_options(arg_list& args);
     void parse_filters(arg_list& args);
     [[nodiscard]] bool parse_time_range(arg_list& args);

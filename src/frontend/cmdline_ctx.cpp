@@ -1,8 +1,8 @@
 #include "frontend/cmdline_ctx.h"
 
 #include "frontend/output/console.h"
+#include "frontend/output/output_file.h"
 
-#include <fstream>
 #include <sstream>
 
 namespace quarry {
@@ -23,6 +23,7 @@ void cmdline_ctx::configure(const cmd_params& opts, callback at_end) {
     m_console = opts.m_console;
     if (opts.log_is_good()) {
         m_log_path = opts.m_log_path;
+        m_guard = opts.m_guard;
     }
     m_profile = opts.m_profile;
     if (m_profile || !m_log_path.empty()) {
@@ -34,7 +35,7 @@ void cmdline_ctx::configure(const cmd_params& opts, callback at_end) {
     }
 }
 
-void cmdline_ctx::report_elapsed_time() const {
+void cmdline_ctx::report_elapsed_time() {
     ql::ntp_time now;
     ql::clock_ntp(now);
     std::ostringstream text;
@@ -43,7 +44,10 @@ void cmdline_ctx::report_elapsed_time() const {
         print_error(text.str());
     }
     if (!m_log_path.empty()) {
-        std::ofstream(m_log_path, std::ios_base::app) << text.str();
+        output_file log;
+        if (log.open_log_again(m_guard, m_log_path)) {
+            log << text.str();
+        }
     }
 }
 

@@ -26,11 +26,12 @@ class cmdline_ctx {
     ql::ntp_time m_start;  // zero when nobody needs it
     bool m_profile = false;
     std::string m_log_path;
+    output_guard m_guard;
     std::string m_signal;
     callback m_callback = nullptr;
 
   private:
-    void report_elapsed_time() const;
+    void report_elapsed_time();
 };
 
 }  // namespace quarry

@@ -1,12 +1,11 @@
 #include "frontend/copy_by_cluster.h"
 
-#include "foundation/output_file.h"
 #include "foundation/ql_string.h"
-#include "foundation/uni_streams.h"
 #include "frontend/copy_job.h"
 #include "frontend/copy_messages.h"
 #include "frontend/destination.h"
 #include "frontend/extraction.h"
+#include "frontend/output/output_file.h"
 #include "frontend/source_files.h"
 #include "report/cluster_report.h"
 #include "volume/ntfs_open.h"
@@ -21,7 +20,7 @@ struct cluster_range {
 };
 
 // Writes one cluster that was read, and leaves the place of what a short read did not give.
-void write_cluster(uni::ofstream& out, const std::vector<std::uint8_t>& bytes, std::uint64_t length,
+void write_cluster(output_file& out, const std::vector<std::uint8_t>& bytes, std::uint64_t length,
                    std::uint64_t cluster_size) {
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(length));
     if (length < cluster_size) {
@@ -31,7 +30,7 @@ void write_cluster(uni::ofstream& out, const std::vector<std::uint8_t>& bytes, s
 
 // Deliberate: a cluster that cannot be read leaves a gap only if the read came back short; otherwise nothing
 // is left for it and the clusters behind it move up. The report tells which ones are missing.
-void pass_over_cluster(uni::ofstream& out, std::uint64_t length, std::uint64_t cluster_size) {
+void pass_over_cluster(output_file& out, std::uint64_t length, std::uint64_t cluster_size) {
     if (length < cluster_size) {
         out.seekp(static_cast<std::streamoff>(cluster_size), std::ios_base::cur);
     }
@@ -39,7 +38,7 @@ void pass_over_cluster(uni::ofstream& out, std::uint64_t length, std::uint64_t c
 
 // Ends at the end of the range, or where neither the copy nor a report can take anything more: no cluster
 // lies behind the end of the source.
-void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni::ofstream& report) {
+void copy_range(CNtfs& ntfs, const cluster_range& range, output_file& out, output_file& report) {
     const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
     const std::uint64_t origin = ntfs.disk_origin();
     const std::uint64_t clusters_in_source = ntfs.get_disk()->size() / cluster_size + 1;
@@ -68,14 +67,14 @@ void copy_range(CNtfs& ntfs, const cluster_range& range, uni::ofstream& out, uni
 // The part that both cluster copies share.
 bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t volume_offset,
                       std::uint64_t start_lcn, std::uint64_t count, const std::wstring& dst,
-                      const std::wstring& meta) {
-    uni::ofstream out;
-    if (!uni::open_output(out, dst)) {
+                      const std::wstring& meta, output_guard& guard) {
+    output_file out;
+    if (!out.open(guard, dst, output_kind::copy)) {
         // Deliberate: a copy of clusters whose file cannot be opened counts as a success.
         return true;
     }
-    uni::ofstream report;
-    if (!meta.empty() && uni::open_output(report, meta)) {
+    output_file report;
+    if (!meta.empty() && report.open(guard, meta, output_kind::report)) {
         write_cluster_report_head(report, source_text, volume_offset, ntfs.disk_origin(),
                                   ntfs.get_bytes_per_sector(), start_lcn, count);
     }
@@ -86,13 +85,14 @@ bool copy_clusters_of(CNtfs& ntfs, const std::string& source_text, std::uint64_t
 // Deliberate: where the image cannot be opened the first drive is tried in its place, without a word. It is a
 // source then, and no output may go to it.
 bool open_image_or_first_drive(std::unique_ptr<CNtfs>& ntfs, const std::wstring& path,
-                               std::uint64_t volume_offset, const std::wstring& dst,
-                               const std::wstring& meta) {
+                               std::uint64_t volume_offset, const std::wstring& dst, const std::wstring& meta,
+                               output_guard& guard) {
     if (open_by_image(path, volume_offset, ntfs, false, nullptr)) {
         return true;
     }
-    const std::vector<std::string> first_drive = {drive_device(0)};
-    return !is_one_of(narrow(dst), first_drive) && !is_one_of(narrow(meta), first_drive) &&
+    guard.add_source(drive_device(0));
+    return guard.look_at(narrow(dst), output_kind::copy) == output_verdict::free &&
+           (meta.empty() || guard.look_at(narrow(meta), output_kind::report) == output_verdict::free) &&
            open_by_drive(0, volume_offset, ntfs, false, nullptr);
 }
 
@@ -100,30 +100,31 @@ bool open_image_or_first_drive(std::unique_ptr<CNtfs>& ntfs, const std::wstring&
 
 bool copy_clusters(const std::vector<std::wstring>& vmdk_list, const std::wstring& source_text,
                    std::uint64_t volume_offset, std::uint64_t start_lcn, std::uint64_t count,
-                   const std::wstring& dst, const std::wstring& meta) {
+                   const std::wstring& dst, const std::wstring& meta, output_guard& guard) {
     std::unique_ptr<CNtfs> ntfs;
     const bool opened =
         vmdk_list.empty()
-            ? open_image_or_first_drive(ntfs, source_text, volume_offset, dst, meta)
+            ? open_image_or_first_drive(ntfs, source_text, volume_offset, dst, meta, guard)
             : open_by_vmdk(vmdk_list, static_cast<std::int64_t>(volume_offset), ntfs, false, nullptr);
     return opened && ntfs != nullptr &&
-           copy_clusters_of(*ntfs, narrow(source_text), volume_offset, start_lcn, count, dst, meta);
+           copy_clusters_of(*ntfs, narrow(source_text), volume_offset, start_lcn, count, dst, meta, guard);
 }
 
 bool copy_clusters_from_drive(std::int32_t drive, std::uint64_t volume_offset, std::uint64_t start_lcn,
-                              std::uint64_t count, const std::wstring& dst, const std::wstring& meta) {
+                              std::uint64_t count, const std::wstring& dst, const std::wstring& meta,
+                              output_guard& guard) {
     std::unique_ptr<CNtfs> ntfs;
     return open_by_drive(drive, volume_offset, ntfs, false, nullptr) && ntfs != nullptr &&
-           copy_clusters_of(*ntfs, std::to_string(drive), volume_offset, start_lcn, count, dst, meta);
+           copy_clusters_of(*ntfs, std::to_string(drive), volume_offset, start_lcn, count, dst, meta, guard);
 }
 
 bool copy_from_drive(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool check_dst) {
     copy_job job;
     job.drive = static_cast<std::int32_t>(opts.m_drive);
-    destination_rules rules{.missing_words = "err: -dst <filename> was not specified, aborting",
-                            .keeps_absolute = true,
-                            .check_creation = check_dst,
-                            .sources = source_files_of(job, opts)};
+    opts.m_guard.add_sources(source_files_of(job));
+    const destination_rules rules{.missing_words = "err: -dst <filename> was not specified, aborting",
+                                  .keeps_absolute = true,
+                                  .check_creation = check_dst};
     destination target;
     if (!settle_destination(target, opts, rules)) {
         return false;
@@ -136,8 +137,6 @@ bool copy_from_drive(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool check
     job.raw = opts.m_raw;
     job.md5 = opts.m_md5;
     job.skip_sparse = opts.m_skip_sparse;
-    job.protected_files = rules.sources;
-    job.protected_files.push_back(opts.m_log_path);
     // Deliberate: on a drive clusters come before a path and an entry, where every other source has them
     // last.
     //
@@ -145,7 +144,7 @@ bool copy_from_drive(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool check
     const bool copied = opts.m_cluster_text.empty()
                             ? extract_stream(ntfs, job, opts)
                             : copy_clusters_from_drive(job.drive, job.volume_offset, opts.m_start_lcn,
-                                                       opts.m_cluster_count, job.dst, {});
+                                                       opts.m_cluster_count, job.dst, {}, opts.m_guard);
     if (!copied) {
         // Deliberate: a failure of the driver is told on the console, where a copy from any other source
         // leaves it to the log.

@@ -4,6 +4,7 @@
 // no regard to files.
 #pragma once
 
+#include "frontend/output/output_guard.h"
 #include "frontend/quarry_opts.h"
 #include "volume/ntfs.h"
 
@@ -23,11 +24,12 @@ namespace quarry {
 // opened; a cluster that cannot be read shows in the report alone.
 [[nodiscard]] bool copy_clusters(const std::vector<std::wstring>& vmdk_list, const std::wstring& source_text,
                                  std::uint64_t volume_offset, std::uint64_t start_lcn, std::uint64_t count,
-                                 const std::wstring& dst, const std::wstring& meta);
+                                 const std::wstring& dst, const std::wstring& meta, output_guard& guard);
 
 // The same from a drive by number.
 [[nodiscard]] bool copy_clusters_from_drive(std::int32_t drive, std::uint64_t volume_offset,
                                             std::uint64_t start_lcn, std::uint64_t count,
-                                            const std::wstring& dst, const std::wstring& meta);
+                                            const std::wstring& dst, const std::wstring& meta,
+                                            output_guard& guard);
 
 }  // namespace quarry

@@ -45,11 +45,11 @@ bool copy_requested_clusters(const copy_job& job, quarry_opts& opts) {
     }
     if (!job.vmdk_list.empty()) {
         return copy_clusters(job.vmdk_list, {}, opts.m_vmdk_offset, opts.m_start_lcn, opts.m_cluster_count,
-                             job.dst, job.meta);
+                             job.dst, job.meta, opts.m_guard);
     }
     const std::wstring& source = job.partition.empty() ? job.image : job.partition;
     return !source.empty() && copy_clusters({}, source, opts.m_volume_offset, opts.m_start_lcn,
-                                            opts.m_cluster_count, job.dst, job.meta);
+                                            opts.m_cluster_count, job.dst, job.meta, opts.m_guard);
 }
 
 copy_job job_for(const quarry_opts& opts, const std::wstring& base) {
@@ -74,17 +74,15 @@ bool copy_from_volume(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, bool chec
         return false;
     }
     copy_job job = job_for(opts, base);
-    destination_rules rules{.missing_words = "err: -dst <filename> was not specified",
-                            .check_creation = check_dst,
-                            .sources = source_files_of(job, opts)};
+    opts.m_guard.add_sources(source_files_of(job));
+    const destination_rules rules{.missing_words = "err: -dst <filename> was not specified",
+                                  .check_creation = check_dst};
     destination target;
     if (!settle_destination(target, opts, rules)) {
         return false;
     }
     job.dst = target.path;
     job.meta = target.meta;
-    job.protected_files = rules.sources;
-    job.protected_files.push_back(opts.m_log_path);
     opts.log("partition letter %S", job.partition.c_str());
     // Deliberate: a path or an entry wins over clusters, which are then dropped without a word.
     if (opts.m_src.empty() && opts.m_entry == no_entry) {

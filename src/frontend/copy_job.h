@@ -24,8 +24,6 @@ struct copy_job {
     bool raw = false;
     bool md5 = false;
     bool skip_sparse = false;
-    // Files that no output may take the place of: those of source_files_of(), and the status log.
-    std::vector<std::string> protected_files;
 
     // What was found: whether a system-compressed stream is there, its size, and the byte positions on the
     // volume of the first run of the chosen stream and of that one.
@@ -35,8 +33,7 @@ struct copy_job {
     std::uint64_t wof_position = 0;
 };
 
-// The host's files that no output of a job may take the place of: those that it reads as its source, and
-// those that the command line named as one.
-[[nodiscard]] std::vector<std::string> source_files_of(const copy_job& job, const quarry_opts& opts);
+// The host's files that a job reads as its source.
+[[nodiscard]] std::vector<std::string> source_files_of(const copy_job& job);
 
 }  // namespace quarry

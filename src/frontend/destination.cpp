@@ -6,7 +6,6 @@
 #include "foundation/visible_text.h"
 #include "frontend/copy_messages.h"
 #include "frontend/output/creation_check.h"
-#include "frontend/source_files.h"
 
 #include <algorithm>
 
@@ -77,15 +76,23 @@ bool needs_creation_check(const std::wstring& path, const destination_rules& rul
     return rules.check_creation || path.ends_with(L"/..");
 }
 
-// Nothing that is read or logged may be written over.
-bool is_free(const std::wstring& path, quarry_opts& opts, const destination_rules& rules) {
-    if (is_one_of(narrow(path), rules.sources)) {
-        return refuse_same_file(opts);
+// Nothing that is read, logged or kept may be written over.
+bool is_free(const std::wstring& path, quarry_opts& opts) {
+    switch (opts.m_guard.look_at(narrow(path), output_kind::copy)) {
+        case output_verdict::source:
+            return refuse_same_file(opts);
+        case output_verdict::taken:
+            return refuse_creation(opts, path);
+        case output_verdict::free:
+            break;
     }
-    return !opts.is_log_file(narrow(path)) || refuse_creation(opts, path);
+    return true;
 }
 
-std::wstring report_path(const std::wstring& path, const quarry_opts& opts, const destination_rules& rules) {
+std::wstring report_path(const std::wstring& path, const quarry_opts& opts) {
+    if (!opts.m_meta) {
+        return {};
+    }
     std::wstring meta = path;
     meta += report_ending;
     if (canonical_path(std::wstring_view(meta), L'/').empty()) {
@@ -93,8 +100,8 @@ std::wstring report_path(const std::wstring& path, const quarry_opts& opts, cons
         // copy is made. The user finds the copy without its report.
         return {};
     }
-    const bool taken = is_one_of(narrow(meta), rules.sources) || opts.is_log_file(narrow(meta));
-    return opts.m_meta && !taken ? meta : std::wstring();
+    const bool is_free = opts.m_guard.look_at(narrow(meta), output_kind::report) == output_verdict::free;
+    return is_free ? meta : std::wstring();
 }
 
 // True for a path of nothing but quotes and blanks.
@@ -127,14 +134,15 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
     if (ends_in_separator(out.path) && !add_name(out.path, opts, absolute)) {
         return false;
     }
-    if (!is_free(out.path, opts, rules)) {
+    if (!is_free(out.path, opts)) {
         return false;
     }
     opts.log_text(visible_text("dst: " + narrow(out.path)));
-    if (needs_creation_check(out.path, rules) && !can_be_created(narrow(out.path), false)) {
+    if (needs_creation_check(out.path, rules) &&
+        !can_be_created(opts.m_guard, narrow(out.path), output_kind::copy, false)) {
         return refuse_creation(opts, out.path);
     }
-    out.meta = report_path(out.path, opts, rules);
+    out.meta = report_path(out.path, opts);
     return true;
 }
 

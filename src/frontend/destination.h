@@ -3,13 +3,12 @@
 //
 // A destination that ends in a separator is a directory, in which the copy takes the name of its source.
 // Before the first copy of a run the file is made and removed again, so that a wrong place shows before any
-// work. A destination that is one of the source's own files is refused before anything is opened.
+// work. A destination that the guard of the options does not leave free is refused before anything is opened.
 #pragma once
 
 #include "frontend/quarry_opts.h"
 
 #include <string>
-#include <vector>
 
 namespace quarry {
 
@@ -17,7 +16,6 @@ struct destination_rules {
     std::string missing_words;    // the message for no destination at all
     bool keeps_absolute = false;  // the absolute form of the path is used, not only looked at
     bool check_creation = true;   // the file can be made
-    std::vector<std::string> sources;
 };
 
 struct destination {

@@ -1,9 +1,9 @@
 #include "frontend/extraction.h"
 
-#include "foundation/output_file.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
 #include "frontend/named_by_hash.h"
+#include "frontend/output/output_file.h"
 #include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
@@ -131,13 +131,13 @@ bool list_attributes(attr_item_list& items, CNtfs& ntfs, std::uint64_t entry, cm
 }
 
 // A report that cannot be opened is no failure; the job goes on as one without a report.
-void write_report(copy_job& job, CNtfs& ntfs, const attr_item_list& items) {
+void write_report(copy_job& job, CNtfs& ntfs, const attr_item_list& items, output_guard& guard) {
     if (job.meta.empty() || items.empty()) {
         job.meta.clear();
         return;
     }
-    uni::ofstream report;
-    if (!uni::open_output(report, job.meta)) {
+    output_file report;
+    if (!report.open(guard, job.meta, output_kind::report)) {
         job.meta.clear();
         return;
     }
@@ -167,9 +167,10 @@ std::size_t item_to_copy(copy_job& job, const CNtfs& ntfs, const attr_item_list&
     return by_name ? chosen : *choice.wof;
 }
 
-bool copy_to_file(const copy_job& job, CNtfs* ntfs, attr_item& item, pump_context& context) {
-    uni::ofstream out;
-    if (!uni::open_output(out, job.dst)) {
+bool copy_to_file(const copy_job& job, CNtfs* ntfs, attr_item& item, pump_context& context,
+                  output_guard& guard) {
+    output_file out;
+    if (!out.open(guard, job.dst, output_kind::copy)) {
         return false;
     }
     // Deliberate: what the pump says is the result, also when the file could not take all of the bytes.
@@ -192,7 +193,7 @@ bool extract_stream(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opt
     if (!list_attributes(items, *ntfs, job.entry, opts)) {
         return false;
     }
-    write_report(job, *ntfs, items);
+    write_report(job, *ntfs, items, opts.m_guard);
     const stream_choice choice = choose_stream(items, stream_name, opts.m_file_stats);
     if (choice.mod_time == 0 || !choice.chosen) {
         // Deliberate: a stream that is not there is no failure. No file is made, and the run succeeds.
@@ -201,9 +202,9 @@ bool extract_stream(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opt
     attr_item& item = items[item_to_copy(job, *ntfs, items, choice, !stream_name.empty(), opts)];
     pump_context context{opts};
     if (job.md5) {
-        return copy_named_by_hash(job, ntfs.get(), item, choice.mod_time, context);
+        return copy_named_by_hash(job, ntfs.get(), item, choice.mod_time, context, opts.m_guard);
     }
-    return copy_to_file(job, ntfs.get(), item, context);
+    return copy_to_file(job, ntfs.get(), item, context, opts.m_guard);
 }
 
 }  // namespace quarry

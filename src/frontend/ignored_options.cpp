@@ -50,4 +50,13 @@ void drop_ignored_options(arg_list& args) {
     }
 }
 
+std::size_t words_of_ignored_option(std::string_view word) {
+    for (const ignored_option& option : ignored_options) {
+        if (option.name == word) {
+            return option.takes_value ? 2 : 1;
+        }
+    }
+    return 0;
+}
+
 }  // namespace quarry

@@ -3,7 +3,7 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "frontend/output/exclusive_file.h"
-#include "frontend/source_files.h"
+#include "frontend/output/output_file.h"
 
 #include <array>
 #include <cinttypes>
@@ -22,14 +22,14 @@ std::string time_text(std::uint64_t mod_time) {
 }  // namespace
 
 bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item, std::uint64_t mod_time,
-                        pump_context& context) {
+                        pump_context& context, output_guard& guard) {
     std::wstring directory;
     std::wstring name;
     if (!split_path(directory, name, job.dst) || name.empty()) {
         return false;
     }
     exclusive_file file;
-    if (!file.create(narrow(directory))) {
+    if (!file.create(guard, narrow(directory))) {
         return false;
     }
     std::string digest;
@@ -42,14 +42,13 @@ bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item, std::
     }
     const std::string final_path =
         narrow(directory) + "/" + time_text(mod_time) + "_" + narrow(name) + "_" + digest;
-    if (is_one_of(final_path, job.protected_files) || !file.rename_to(final_path)) {
+    if (!file.rename_to(guard, final_path)) {
         return false;
     }
     if (!job.meta.empty()) {
         // A report that cannot follow stays where it is; the copy stands.
-        const std::string report_path = final_path + "_meta.txt";
-        static_cast<void>(!is_one_of(report_path, job.protected_files) &&
-                          rename_file(narrow(job.meta), report_path, false));
+        static_cast<void>(
+            rename_output(guard, narrow(job.meta), final_path + "_meta.txt", output_kind::report));
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frontend/copy_job.h"
+#include "frontend/output/output_guard.h"
 #include "volume/attr_item.h"
 #include "volume/ntfs.h"
 #include "volume/stream_pump.h"
@@ -15,6 +16,6 @@ namespace quarry {
 // `job.meta` names one, follows it under the same name and "_meta.txt". False, with no file left, if the copy
 // could not be read, written or named.
 [[nodiscard]] bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item,
-                                      std::uint64_t mod_time, pump_context& context);
+                                      std::uint64_t mod_time, pump_context& context, output_guard& guard);
 
 }  // namespace quarry

@@ -4,6 +4,7 @@
 #include "frontend/output/console.h"
 #include "frontend/quarry_opts.h"
 #include "frontend/source_options.h"
+#include "frontend/source_words.h"
 
 namespace quarry {
 
@@ -59,6 +60,9 @@ bool quarry_opts::parse_switches(arg_list& args) {
             }
         }
     }
+    if (m_meta) {
+        m_guard.tell_reports_from_copies();
+    }
     return true;
 }
 
@@ -112,7 +116,13 @@ bool quarry_opts::parse_clusters(arg_list& args) {
 }
 
 void quarry_opts::take_positional_arguments(const arg_list& args) {
-    if (args.size() > 2 && m_src.empty() && m_dst.empty()) {
+    const bool has_pair = args.size() > 2 && m_src.empty() && m_dst.empty();
+    if ((has_pair || args.size() == 2) && begins_with_dash(args[1])) {
+        // An option that nobody knows has taken the place of the source, and what follows it may have been
+        // meant as anything: nothing that exists is given up for it.
+        m_guard.keep_what_exists();
+    }
+    if (has_pair) {
         m_src = expanded_path(args[1]);
         m_dst = expanded_path(args[2]);
     } else if (args.size() == 2) {

@@ -5,12 +5,8 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
 #include "frontend/expand_env.h"
-
-#include <algorithm>
-#include <fstream>
-#include <optional>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
+#include "frontend/output/output_guard.h"
+#include "frontend/source_words.h"
 
 namespace quarry {
 
@@ -31,48 +27,40 @@ void add_virtual_disk(std::vector<std::string>& files, std::string list) {
     split(files, list, '|', {.trim_each = true, .append = true});
 }
 
-// A name in the file system that leads to something, and what that is.
-std::optional<struct ::stat> status_of(const std::string& path) {
-    struct ::stat status {};
-    if (path.empty() || ::stat(path.c_str(), &status) != 0) {
-        return std::nullopt;
-    }
-    return status;
+void add_drive(std::vector<std::string>& files, std::string number) {
+    std::int64_t drive = 0;
+    parse_i64(drive, number);
+    files.push_back(drive_device(static_cast<std::int32_t>(drive)));
 }
 
-// The file that a loop device shows: to write to one is to write to the other. A partition of the device lies
-// in the directory of the whole.
-std::optional<struct ::stat> file_behind(const struct ::stat& device) {
-    if (!S_ISBLK(device.st_mode)) {
-        return std::nullopt;
+void add_value(std::vector<std::string>& files, source_option option, const std::string& value) {
+    switch (option) {
+        case source_option::vmdk:
+            add_virtual_disk(files, value);
+            break;
+        case source_option::partition:
+            add_path(files, value.size() == 1 ? value + ":" : value);
+            break;
+        case source_option::image:
+            add_path(files, value);
+            break;
+        case source_option::drive:
+            add_drive(files, value);
+            break;
     }
-    const std::string directory = "/sys/dev/block/" + std::to_string(::major(device.st_rdev)) + ":" +
-                                  std::to_string(::minor(device.st_rdev));
-    for (const char* place : {"/loop/backing_file", "/../loop/backing_file"}) {
-        std::string path;
-        if (std::ifstream file(directory + place); std::getline(file, path)) {
-            return status_of(path);
-        }
-    }
-    return std::nullopt;
 }
 
-bool is_same_source(const struct ::stat& left, const struct ::stat& right) {
-    const bool same_file = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-    const bool same_device = S_ISBLK(left.st_mode) && S_ISBLK(right.st_mode) && left.st_rdev == right.st_rdev;
-    return same_file || same_device;
-}
-
-// What a path leads to, and the file behind that if it is a loop device.
-std::vector<struct ::stat> places_of(const std::string& path) {
-    std::vector<struct ::stat> places;
-    if (const auto status = status_of(path)) {
-        places.push_back(*status);
-        if (const auto behind = file_behind(*status)) {
-            places.push_back(*behind);
-        }
+// What was meant by a word beside a mistyped option is not known, so it counts as each of them.
+void add_any_value(std::vector<std::string>& files, const std::string& value) {
+    if (value.empty()) {
+        return;
     }
-    return places;
+    add_value(files, source_option::vmdk, value);
+    add_value(files, source_option::partition, value);
+    add_value(files, source_option::image, value);
+    if (value.find_first_not_of("0123456789") == std::string::npos) {
+        add_drive(files, value);
+    }
 }
 
 }  // namespace
@@ -95,19 +83,22 @@ void add_named_volume(std::vector<std::string>& files, const std::string& path) 
 
 std::vector<std::string> files_of_source_options(const arg_list& args) {
     std::vector<std::string> files;
-    for (const std::string& path : peek_all_values("-image", args)) {
-        add_path(files, path);
-    }
-    for (const std::string& path : peek_all_values("-partition", args)) {
-        add_path(files, path.size() == 1 ? path + ":" : path);
-    }
-    for (const std::string& list : peek_all_values("-vmdk", args)) {
-        add_virtual_disk(files, list);
-    }
-    for (std::string number : peek_all_values("-drivenum", args)) {
-        std::int64_t drive = 0;
-        parse_i64(drive, number);
-        files.push_back(drive_device(static_cast<std::int32_t>(drive)));
+    for (std::size_t index = 0; index < args.size(); ++index) {
+        const std::string& word = args[index];
+        const source_likeness likeness = likeness_of(word);
+        if (!likeness.exact && !likeness.alike) {
+            continue;
+        }
+        for (const std::string& value : possible_values(args, index)) {
+            if (likeness.exact) {
+                add_value(files, *likeness.exact, value);
+            } else {
+                add_any_value(files, value);
+            }
+        }
+        if (const std::size_t sign = word.find('='); sign != std::string::npos) {
+            add_any_value(files, word.substr(sign + 1));
+        }
     }
     return files;
 }
@@ -123,12 +114,9 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
 }
 
 bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
-    const auto places = places_of(path);
-    return !places.empty() && std::any_of(files.begin(), files.end(), [&places](const std::string& file) {
-        const auto others = places_of(file);
-        return std::find_first_of(places.begin(), places.end(), others.begin(), others.end(),
-                                  is_same_source) != places.end();
-    });
+    output_guard guard;
+    guard.add_sources(files);
+    return guard.look_at(path, output_kind::trial) == output_verdict::source;
 }
 
 }  // namespace quarry

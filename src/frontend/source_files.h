@@ -14,18 +14,18 @@ namespace quarry {
 void add_named_volume(std::vector<std::string>& files, const std::string& path);
 
 // The files that source options of these arguments name, each as it is typed and as it is opened; also of
-// options that another one hides, or that a slip leaves where nobody takes them.
+// options that another one hides, or that a slip leaves where nobody takes them, and what stands beside a
+// word that looks like a source option. A word that an option in front of it keeps away counts as well.
 [[nodiscard]] std::vector<std::string> files_of_source_options(const arg_list& args);
 
 // The same and the volumes that paths among these arguments name. Outputs that are opened before the paths
 // are parsed look ahead with it.
 [[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
 
+// True if a path leads to one of these files or devices, or to one that is made of the same.
+[[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
+
 // The device of a physical drive.
 [[nodiscard]] std::string drive_device(std::int32_t drive);
-
-// True if a path leads to one of these files, links followed, or to a device node of the same device. A loop
-// device and the file behind it count as the same.
-[[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
 
 }  // namespace quarry

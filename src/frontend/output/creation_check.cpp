@@ -30,7 +30,10 @@ std::string target_of(const std::string& path) {
 
 }  // namespace
 
-bool can_be_created(const std::string& path, bool append) {
+bool can_be_created(const output_guard& guard, const std::string& path, output_kind kind, bool append) {
+    if (guard.look_at(path, kind) != output_verdict::free) {
+        return false;
+    }
     const bool existed = ::access(path.c_str(), F_OK) == 0;
     const int fd =
         uni::open_file(path, O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : 0), new_file_mode);

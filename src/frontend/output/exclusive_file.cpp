@@ -1,7 +1,7 @@
 #include "frontend/output/exclusive_file.h"
 
-#include "foundation/ql_portable_dir.h"
 #include "frontend/output/leftover.h"
+#include "frontend/output/output_file.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -113,10 +113,13 @@ exclusive_file::~exclusive_file() {
     }
 }
 
-bool exclusive_file::create(const std::string& directory) {
+bool exclusive_file::create(const output_guard& guard, const std::string& directory) {
     const signals_held_back quiet;
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         const std::string path = directory + "/_" + random_name();
+        if (guard.look_at(path, output_kind::copy) == output_verdict::source) {
+            break;
+        }
         const int fd = ::open(
             path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_LARGEFILE, new_file_mode);
         if (fd >= 0) {
@@ -138,9 +141,9 @@ bool exclusive_file::close() {
     return m_buffer.close() && written;
 }
 
-bool exclusive_file::rename_to(const std::string& path) {
+bool exclusive_file::rename_to(output_guard& guard, const std::string& path) {
     const signals_held_back quiet;
-    if (!rename_file(m_path, path, false)) {
+    if (!rename_output(guard, m_path, path, output_kind::copy)) {
         return false;
     }
     m_path.clear();

@@ -3,6 +3,8 @@
 // its own.
 #pragma once
 
+#include "frontend/output/output_guard.h"
+
 #include <array>
 #include <memory>
 #include <ostream>
@@ -18,15 +20,16 @@ class exclusive_file {
     exclusive_file& operator=(const exclusive_file&) = delete;
     ~exclusive_file();
 
-    // Makes a file "_" and five random characters of 0 to 9 and a to f in a directory. False if none can be
-    // made.
-    [[nodiscard]] bool create(const std::string& directory);
+    // Makes a file "_" and five random characters of 0 to 9 and a to f in a directory. False if the guard
+    // keeps it from that or none can be made.
+    [[nodiscard]] bool create(const output_guard& guard, const std::string& directory);
     // Only after create.
     [[nodiscard]] std::ostream& stream() { return m_stream; }
     // True if all that was written has reached the file.
     [[nodiscard]] bool close();
-    // Gives the closed file its final name; an earlier file of that name is replaced. False if that fails.
-    [[nodiscard]] bool rename_to(const std::string& path);
+    // Gives the closed file its final name, as a copy; an earlier file of that name is replaced. False if the
+    // guard keeps it from that or it fails.
+    [[nodiscard]] bool rename_to(output_guard& guard, const std::string& path);
 
   private:
     // Writes to a descriptor, which it owns.

@@ -82,12 +82,6 @@ TEST(arg_list, peeking_removes_nothing_and_begins_where_it_is_told) {
     EXPECT_EQ(value, "kept");
 }
 
-TEST(arg_list, all_values_of_an_option_can_be_looked_at_in_advance) {
-    const arg_list args = {"quarry", "-image", "a", "-IMAGE", "-image", "b", "-image"};
-    EXPECT_EQ(peek_all_values("-image", args), (std::vector<std::string>{"a", "-image", "b"}));
-    EXPECT_TRUE(peek_all_values("-vmdk", args).empty());
-}
-
 TEST(arg_list, arguments_are_joined_with_quotes_around_those_that_hold_a_blank) {
     EXPECT_EQ(joined_arguments({"quarry", "a b", "", "c"}, '\''), "quarry 'a b'  c");
     EXPECT_EQ(joined_arguments({"quarry", "a b"}, '"'), "quarry \"a b\"");

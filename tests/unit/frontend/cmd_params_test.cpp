@@ -346,12 +346,14 @@ TEST_F(cmd_params_test, a_log_that_fails_in_a_write_is_not_noticed) {
 }
 
 TEST_F(cmd_params_test, knows_its_own_log) {
-    EXPECT_FALSE(opts->is_log_file(path("log")));
+    const auto verdict = [this](const char* name) {
+        return opts->m_guard.look_at(path(name), output_kind::copy);
+    };
     ASSERT_TRUE(parse({"-diags", path("log")}));
-    EXPECT_TRUE(opts->is_log_file(path("log")));
+    EXPECT_EQ(verdict("log"), output_verdict::taken);
     fs::create_symlink(dir / "log", dir / "link");
-    EXPECT_TRUE(opts->is_log_file(path("link")));
-    EXPECT_FALSE(opts->is_log_file(path("other")));
+    EXPECT_EQ(verdict("link"), output_verdict::taken);
+    EXPECT_EQ(verdict("other"), output_verdict::free);
 }
 
 }  // namespace

@@ -223,7 +223,7 @@ class cluster_copy_test : public testing::Test {
     }
     bool copy(std::uint64_t start, std::uint64_t count, bool with_report = true) {
         return copy_clusters({}, image, 0, start, count, (dir / "o").wstring(),
-                             with_report ? (dir / "report").wstring() : L"");
+                             with_report ? (dir / "report").wstring() : L"", guard);
     }
     // The report behind its head.
     [[nodiscard]] std::string lines() const {
@@ -232,6 +232,7 @@ class cluster_copy_test : public testing::Test {
     }
     temp_dir dir;
     std::wstring image;
+    output_guard guard;
 };
 
 TEST_F(cluster_copy_test, writes_one_cluster_behind_the_other) {
@@ -286,20 +287,21 @@ TEST_F(cluster_copy_test, a_range_whose_end_wraps_holds_no_cluster) {
 }
 
 TEST_F(cluster_copy_test, whose_file_cannot_be_opened_counts_as_a_success) {
-    EXPECT_TRUE(
-        copy_clusters({}, image, 0, 120, 1, (dir / "missing/o").wstring(), (dir / "report").wstring()));
+    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "missing/o").wstring(), (dir / "report").wstring(),
+                              guard));
     EXPECT_FALSE(fs::exists(dir / "report"));
 }
 
 TEST_F(cluster_copy_test, whose_file_is_a_pipe_waits_for_nobody_and_counts_as_one_that_cannot_be_opened) {
     ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
-    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "pipe").wstring(), (dir / "report").wstring()));
+    EXPECT_TRUE(
+        copy_clusters({}, image, 0, 120, 1, (dir / "pipe").wstring(), (dir / "report").wstring(), guard));
     EXPECT_FALSE(fs::exists(dir / "report"));
 }
 
 TEST_F(cluster_copy_test, whose_report_cannot_be_opened_goes_on_without_one) {
-    EXPECT_TRUE(
-        copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), (dir / "missing/report").wstring()));
+    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), (dir / "missing/report").wstring(),
+                              guard));
     EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
 }
 
@@ -323,9 +325,9 @@ TEST_F(cluster_copy_test, the_first_drive_is_a_source_then_and_no_output_may_go_
     image = (dir / "missing").wstring();
     const std::wstring drive = devices.drive(0).wstring();
     const std::wstring link = (dir / "link").wstring();
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, drive, L""));
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, link, L""));
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), link));
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, drive, L"", guard));
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, link, L"", guard));
+    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), link, guard));
     EXPECT_FALSE(fs::exists(dir / "o"));
     EXPECT_TRUE(test::read_file(devices.drive(0)) == volume_image());
 }
@@ -335,7 +337,7 @@ TEST_F(cluster_copy_test, reads_the_volume_at_its_offset) {
     volume.write_clusters(120, test::pattern(4096));
     test::write_file(dir / "image", volume.image_at(0x100000));
     EXPECT_TRUE(
-        copy_clusters({}, image, 0x100000, 120, 1, (dir / "o").wstring(), (dir / "report").wstring()));
+        copy_clusters({}, image, 0x100000, 120, 1, (dir / "o").wstring(), (dir / "report").wstring(), guard));
     const test::bytes expected = test::pattern(4096);
     EXPECT_EQ(text_of(dir / "o"), std::string(expected.begin(), expected.end()));
     EXPECT_NE(text_of(dir / "report").find("volume_offset:         0x000000100000\n"), std::string::npos);

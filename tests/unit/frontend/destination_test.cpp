@@ -201,7 +201,7 @@ TEST_F(destination_test, a_file_of_the_source_is_refused_before_anything_is_open
     write_file(dir / "image", to_bytes("evidence"));
     fs::create_hard_link(dir / "image", dir / "hard");
     fs::create_symlink(dir / "image", dir / "soft");
-    rules.sources = {path("other"), path("image")};
+    opts.m_guard.add_sources({path("other"), path("image")});
     for (const char* name : {"image", "hard", "soft"}) {
         for (const bool check : {true, false}) {
             rules.check_creation = check;
@@ -214,7 +214,7 @@ TEST_F(destination_test, a_file_of_the_source_is_refused_before_anything_is_open
 
 TEST_F(destination_test, a_name_added_to_a_directory_is_held_against_the_sources_too) {
     write_file(dir / "out/name", to_bytes("evidence"));
-    rules.sources = {path("out/name")};
+    opts.m_guard.add_sources({path("out/name")});
     directory_dst();
     opts.m_src = L"/x/name";
     expect_refusal("err: source and destination are the same");
@@ -237,10 +237,9 @@ TEST_F(destination_test, a_report_lies_beside_the_copy) {
 TEST_F(destination_test, a_report_that_would_be_a_source_or_the_log_is_none) {
     opts.m_meta = true;
     write_file(dir / "out/a.meta.txt", to_bytes("evidence"));
-    rules.sources = {path("out/a.meta.txt")};
+    opts.m_guard.add_sources({path("out/a.meta.txt")});
     EXPECT_TRUE(settle());
     EXPECT_EQ(target.meta, L"");
-    rules.sources.clear();
     fs::remove(dir / "out/a.meta.txt");
     fs::create_symlink(dir / "log", dir / "out/a.meta.txt");
     EXPECT_TRUE(settle());

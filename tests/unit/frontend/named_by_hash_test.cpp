@@ -31,7 +31,7 @@ class named_by_hash_test : public testing::Test {
     bool copy() {
         pump_context context{no_log()};
         CNtfs volume;
-        return copy_named_by_hash(job, &volume, item, mod_time, context);
+        return copy_named_by_hash(job, &volume, item, mod_time, context, guard);
     }
     [[nodiscard]] std::set<std::string> names() const {
         std::set<std::string> found;
@@ -43,6 +43,7 @@ class named_by_hash_test : public testing::Test {
     using name_set = std::set<std::string>;
     temp_dir dir;
     copy_job job;
+    output_guard guard;
     attr_item item;
 };
 
@@ -116,7 +117,7 @@ TEST_F(named_by_hash_test, a_copy_that_cannot_be_renamed_fails_and_leaves_no_fil
 
 TEST_F(named_by_hash_test, a_source_of_the_final_name_is_not_replaced) {
     write_file(dir / final_name, to_bytes("evidence"));
-    job.protected_files = {dir / final_name};
+    guard.add_source(dir / final_name);
     EXPECT_FALSE(copy());
     EXPECT_EQ(names(), name_set{final_name});
     EXPECT_EQ(test::read_file(dir / final_name), to_bytes("evidence"));
@@ -127,7 +128,7 @@ TEST_F(named_by_hash_test, a_source_of_the_reports_final_name_is_not_replaced) {
     write_file(dir / report, to_bytes("evidence"));
     write_file(dir / "report.doc.meta.txt", to_bytes("report"));
     job.meta = (dir / "report.doc.meta.txt").wstring();
-    job.protected_files = {dir / report};
+    guard.add_source(dir / report);
     EXPECT_TRUE(copy());
     EXPECT_EQ(test::read_file(dir / report), to_bytes("evidence"));
     EXPECT_TRUE(fs::exists(dir / "report.doc.meta.txt"));

@@ -1,6 +1,7 @@
 #include "frontend/source_files.h"
 
 #include "frontend/copy_job.h"
+#include "frontend/output/output_guard.h"
 #include "support/device_files.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
@@ -52,6 +53,31 @@ TEST_F(source_files_test, look_ahead_at_each_file_of_a_virtual_disk) {
     EXPECT_FALSE(is_source("other", args));
     EXPECT_TRUE(is_source("b", {"quarry", "-vmdk", path("a") + "," + path("b")}));
     EXPECT_TRUE(is_source("b", {"quarry", "-vmdk", path("a") + ";" + path("b")}));
+}
+
+// -raw and -dateformat are gone by the time when the value of -image is looked up.
+TEST_F(source_files_test, look_ahead_past_options_that_are_taken_off_first) {
+    EXPECT_TRUE(is_source("a", {"quarry", "-image", "-raw", path("a")}));
+    EXPECT_TRUE(is_source("a", {"quarry", "-image", "-dateformat", "yyyy/mm/dd", "-QUIET", path("a")}));
+    EXPECT_TRUE(is_source("a", {"quarry", "-image", "-threads", "2", "-csv", path("a")}));
+    EXPECT_FALSE(is_source("a", {"quarry", "-image", path("b"), "-raw", path("a")}));
+    EXPECT_FALSE(is_source("a", {"quarry", "-image", "-dst", path("a")}));
+}
+
+TEST_F(source_files_test, look_ahead_at_words_beside_what_looks_like_a_source_option) {
+    for (const char* option : {"--image", "-img", "-imgae", "-IMAGE=", "-imag", "-vmkd", "--partition",
+                               "-drivnum", "\u2013image"}) {
+        EXPECT_TRUE(is_source("a", {"quarry", option, path("a")})) << option;
+        EXPECT_TRUE(is_source("a", {"quarry", option, "-raw", path("a")})) << option;
+    }
+    for (const char* option : {"-image=", "--image=", "-img="}) {
+        EXPECT_TRUE(is_source("a", {"quarry", option + path("a")})) << option;
+    }
+    EXPECT_TRUE(is_source("b", {"quarry", "--vmdk", path("a") + ";" + path("b")}));
+    for (const char* option :
+         {"image", "-md5", "-MD5", "-meta", "-raw", "-out", "-imoges3", "-src", "-dst"}) {
+        EXPECT_FALSE(is_source("a", {"quarry", option, path("a")})) << option;
+    }
 }
 
 TEST_F(source_files_test, follow_links) {
@@ -110,19 +136,10 @@ TEST_F(source_files_test, look_ahead_at_a_device_name_and_at_references_to_one) 
 class job_files_test : public source_files_test {
   protected:
     [[nodiscard]] bool is_source(const std::string& name) const {
-        return is_one_of(name, source_files_of(job, opts));
+        return is_one_of(name, source_files_of(job));
     }
     copy_job job;
-    quarry_opts opts;
 };
-
-TEST_F(job_files_test, are_also_those_that_the_command_line_named_and_the_job_does_not_read) {
-    job.image = (dir / "a").wstring();
-    opts.m_source_files = {path("b")};
-    EXPECT_TRUE(is_source(path("a")));
-    EXPECT_TRUE(is_source(path("b")));
-    EXPECT_FALSE(is_source(path("c")));
-}
 
 TEST_F(job_files_test, are_the_image_the_partition_and_each_file_of_a_virtual_disk) {
     job.image = (dir / "a").wstring();

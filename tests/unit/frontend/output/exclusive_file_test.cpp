@@ -42,7 +42,7 @@ TEST(exclusive_file, is_a_new_file_in_the_directory_and_goes_with_its_owner) {
     const temp_dir dir;
     {
         exclusive_file file;
-        ASSERT_TRUE(file.create(dir.path()));
+        ASSERT_TRUE(file.create(output_guard(), dir.path()));
         const std::vector<fs::path> files = files_in(dir);
         ASSERT_EQ(files.size(), 1U);
         EXPECT_EQ(files[0].filename().string().size(), 6U);
@@ -57,12 +57,13 @@ TEST(exclusive_file, keeps_all_that_was_written_under_its_final_name) {
     const std::string text(200'000, 'x');
     {
         exclusive_file file;
-        ASSERT_TRUE(file.create(dir.path()));
+        ASSERT_TRUE(file.create(output_guard(), dir.path()));
         file.stream() << "begin";
         file.stream().write(text.data(), static_cast<std::streamsize>(text.size()));
         file.stream() << "end";
         EXPECT_TRUE(file.close());
-        EXPECT_TRUE(file.rename_to(dir / "final"));
+        output_guard guard;
+        EXPECT_TRUE(file.rename_to(guard, dir / "final"));
     }
     EXPECT_EQ(files_in(dir), std::vector<fs::path>{dir / "final"});
     const test::bytes content = test::read_file(dir / "final");
@@ -73,9 +74,10 @@ TEST(exclusive_file, that_cannot_be_renamed_is_removed) {
     const temp_dir dir;
     {
         exclusive_file file;
-        ASSERT_TRUE(file.create(dir.path()));
+        ASSERT_TRUE(file.create(output_guard(), dir.path()));
         EXPECT_TRUE(file.close());
-        EXPECT_FALSE(file.rename_to(dir / "no/such/dir/x"));
+        output_guard guard;
+        EXPECT_FALSE(file.rename_to(guard, dir / "no/such/dir/x"));
     }
     EXPECT_TRUE(files_in(dir).empty());
 }
@@ -83,8 +85,8 @@ TEST(exclusive_file, that_cannot_be_renamed_is_removed) {
 TEST(exclusive_file, cannot_be_made_where_there_is_no_directory) {
     const temp_dir dir;
     exclusive_file file;
-    EXPECT_FALSE(file.create(dir / "missing"));
-    EXPECT_FALSE(file.create("/dev/null"));
+    EXPECT_FALSE(file.create(output_guard(), dir / "missing"));
+    EXPECT_FALSE(file.create(output_guard(), "/dev/null"));
 }
 
 // The names that come next, in the order in which a file will draw them.
@@ -109,7 +111,7 @@ TEST(exclusive_file, never_opens_a_planted_link_or_file_and_draws_another_name) 
     fs::create_symlink(planted / "missing", dir / names[1]);
     test::write_file(dir / names[2], test::to_bytes("victim"));
     exclusive_file file;
-    ASSERT_TRUE(file.create(dir.path()));
+    ASSERT_TRUE(file.create(output_guard(), dir.path()));
     EXPECT_TRUE(fs::exists(dir / names[3]));
     file.stream() << "copy";
     ASSERT_TRUE(file.close());
@@ -121,7 +123,7 @@ TEST(exclusive_file, never_opens_a_planted_link_or_file_and_draws_another_name) 
 TEST(exclusive_file, tells_at_its_closing_that_it_could_not_be_written) {
     const temp_dir dir;
     exclusive_file file;
-    ASSERT_TRUE(file.create(dir.path()));
+    ASSERT_TRUE(file.create(output_guard(), dir.path()));
     file.stream().setstate(std::ios_base::badbit);
     EXPECT_FALSE(file.close());
 }
@@ -134,7 +136,7 @@ std::string text_in(const fs::path& path) {
 TEST(exclusive_file, takes_single_characters_and_shows_them_once_they_are_flushed) {
     const temp_dir dir;
     exclusive_file file;
-    ASSERT_TRUE(file.create(dir.path()));
+    ASSERT_TRUE(file.create(output_guard(), dir.path()));
     const fs::path path = files_in(dir).at(0);
     std::string expected;
     // More than two buffers of 65536 bytes.
@@ -152,7 +154,7 @@ TEST(exclusive_file, takes_single_characters_and_shows_them_once_they_are_flushe
 TEST(exclusive_file, takes_nothing_more_once_it_is_closed) {
     const temp_dir dir;
     exclusive_file file;
-    ASSERT_TRUE(file.create(dir.path()));
+    ASSERT_TRUE(file.create(output_guard(), dir.path()));
     file.stream() << "copy";
     ASSERT_TRUE(file.close());
     EXPECT_FALSE(file.stream().put('x'));

@@ -1,0 +1,141 @@
+#include "frontend/source_words.h"
+
+#include "foundation/ql_string.h"
+#include "frontend/ignored_options.h"
+
+#include <algorithm>
+#include <array>
+#include <numeric>
+#include <utility>
+
+namespace quarry {
+
+namespace {
+
+constexpr std::size_t most_edits = 2;
+
+constexpr std::array<std::pair<std::string_view, source_option>, 4> source_names = {{
+    {"vmdk", source_option::vmdk},
+    {"partition", source_option::partition},
+    {"image", source_option::image},
+    {"drivenum", source_option::drive},
+}};
+
+// "-", and in UTF-8 the hyphens and dashes U+2010 to U+2015 and the minus sign.
+constexpr std::array<std::string_view, 8> dashes = {"-",
+                                                    "\xE2\x80\x90",
+                                                    "\xE2\x80\x91",
+                                                    "\xE2\x80\x92",
+                                                    "\xE2\x80\x93",
+                                                    "\xE2\x80\x94",
+                                                    "\xE2\x80\x95",
+                                                    "\xE2\x88\x92"};
+
+// The one option that is like a source option and is none.
+constexpr std::string_view digest_option = "-md5";
+
+// What is looked up before the source options and takes no value or one.
+constexpr std::array<std::string_view, 15> early_switches = {"-pair_datetime",
+                                                             "-append",
+                                                             "-l2",
+                                                             "-l3",
+                                                             "-profile",
+                                                             "-pipe",
+                                                             "-base10",
+                                                             "-base16",
+                                                             "-verbose",
+                                                             "-v",
+                                                             "-quiet",
+                                                             "-first_ntfsvol",
+                                                             "-meta",
+                                                             "-skip_sparse_clusters",
+                                                             "-raw"};
+constexpr std::array<std::string_view, 14> early_values = {
+    "-diags",         "-out",        "-outfile",     "-enumdir",    "-num_subdirs",
+    "-filter_skip",   "-filter",     "-filter_path", "-filter_sig", "-cmd_start_time",
+    "-cmd_stop_time", "-dateformat", "-timeformat",  "-signal"};
+
+std::size_t dash_length(std::string_view word) {
+    for (const std::string_view dash : dashes) {
+        if (word.starts_with(dash)) {
+            return dash.size();
+        }
+    }
+    return 0;
+}
+
+std::string lowered(std::string_view word) {
+    std::string text(word);
+    lower_narrow(text);
+    return text;
+}
+
+// The number of words that an option takes off the command line before the source options are looked at,
+// itself included; 0 for any other word.
+std::size_t words_taken_early(const std::string& word) {
+    const std::string option = lowered(word);
+    if (std::find(early_values.begin(), early_values.end(), option) != early_values.end()) {
+        return 2;
+    }
+    if (option == digest_option ||
+        std::find(early_switches.begin(), early_switches.end(), option) != early_switches.end()) {
+        return 1;
+    }
+    return words_of_ignored_option(option);
+}
+
+}  // namespace
+
+bool begins_with_dash(std::string_view word) {
+    return dash_length(word) != 0;
+}
+
+std::size_t edit_distance(std::string_view left, std::string_view right) {
+    // For each length of what `right` begins with, the distance from it to what `left` begins with.
+    std::vector<std::size_t> row(right.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < right.size(); ++j) {
+            const std::size_t replaced = diagonal + (left[i] == right[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+source_likeness likeness_of(std::string_view word) {
+    const std::string option = lowered(word);
+    source_likeness likeness;
+    if (!begins_with_dash(option) || option == digest_option) {
+        return likeness;
+    }
+    std::string_view name = option;
+    while (const std::size_t length = dash_length(name)) {
+        name.remove_prefix(length);
+    }
+    name = name.substr(0, name.find('='));
+    for (const auto& [known, source] : source_names) {
+        if (option.size() == known.size() + 1 && option.ends_with(known) && option.front() == '-') {
+            return {source, false};
+        }
+        likeness.alike = likeness.alike || edit_distance(name, known) <= most_edits;
+    }
+    return likeness;
+}
+
+std::vector<std::string> possible_values(const arg_list& args, std::size_t index) {
+    std::vector<std::string> values;
+    for (++index; index < args.size();) {
+        values.push_back(args[index]);
+        const std::size_t taken = words_taken_early(args[index]);
+        if (taken == 0) {
+            break;
+        }
+        index += taken;
+    }
+    return values;
+}
+
+}  // namespace quarry

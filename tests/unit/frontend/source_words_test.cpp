@@ -1,0 +1,61 @@
+#include "frontend/source_words.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+namespace {
+
+using words = std::vector<std::string>;
+
+TEST(source_words, edits_are_letters_added_left_out_and_replaced) {
+    EXPECT_EQ(edit_distance("image", "image"), 0U);
+    EXPECT_EQ(edit_distance("", "vmdk"), 4U);
+    EXPECT_EQ(edit_distance("vmdk", ""), 4U);
+    EXPECT_EQ(edit_distance("img", "image"), 2U);
+    EXPECT_EQ(edit_distance("imgae", "image"), 2U) << "two letters that changed places are two edits";
+    EXPECT_EQ(edit_distance("images", "image"), 1U);
+    EXPECT_EQ(edit_distance("drive", "drivenum"), 3U);
+}
+
+TEST(source_words, a_source_option_is_exact_in_any_case_of_its_letters) {
+    EXPECT_EQ(likeness_of("-image").exact, source_option::image);
+    EXPECT_EQ(likeness_of("-VMDK").exact, source_option::vmdk);
+    EXPECT_EQ(likeness_of("-Partition").exact, source_option::partition);
+    EXPECT_EQ(likeness_of("-drivenum").exact, source_option::drive);
+    EXPECT_FALSE(likeness_of("-image").alike);
+}
+
+TEST(source_words, two_edits_are_alike_and_three_are_not) {
+    for (const char* word : {"--image", "-img", "-imgae", "-image=x", "-vmd", "-partitions", "-drivenumber",
+                             "\u2014image", "---vmdk", "-diskimage", "-drivenu"}) {
+        const bool three_edits = word == std::string("-drivenumber") || word == std::string("-diskimage");
+        EXPECT_FALSE(likeness_of(word).exact) << word;
+        EXPECT_EQ(likeness_of(word).alike, !three_edits) << word;
+    }
+}
+
+TEST(source_words, a_word_without_a_dash_and_an_option_of_the_program_are_not_alike) {
+    for (const char* word : {"image", "vmdk", "", "-", "--", "-md5", "-mft", "-meta", "-dst", "-src", "-out",
+                             "-diags", "-offset", "-cluster", "-pipe", "-xml", "-v", "-l2", "/?"}) {
+        EXPECT_FALSE(likeness_of(word).alike) << word;
+    }
+}
+
+TEST(source_words, the_value_of_an_option_is_the_next_word_that_nobody_takes_first) {
+    const arg_list args = {"quarry", "-image", "-raw", "-out", "o", "disk", "-meta"};
+    EXPECT_EQ(possible_values(args, 1), (words{"-raw", "-out", "disk"}));
+    EXPECT_EQ(possible_values(args, 4), words{"disk"});
+    EXPECT_EQ(possible_values(args, 5), words{"-meta"});
+    EXPECT_TRUE(possible_values(args, 6).empty());
+}
+
+TEST(source_words, dashes_are_those_that_a_text_program_makes_too) {
+    for (const char* word : {"-x", "--", "\u2010x", "\u2013x", "\u2014", "\u2212x"}) {
+        EXPECT_TRUE(begins_with_dash(word)) << word;
+    }
+    EXPECT_FALSE(begins_with_dash("x-"));
+    EXPECT_FALSE(begins_with_dash(""));
+}
+
+}  // namespace
+}  // namespace quarry::test
