@@ -1,0 +1,342 @@
+// The exact mode from outside: what it copies, what it refuses, what it says, and what is left when the
+// machine lets it down.
+#include "cli/command_line.h"
+#include "support/requirements.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace quarry::test {
+namespace {
+
+namespace fs = std::filesystem;
+using words = std::vector<std::string>;
+
+constexpr std::uint64_t disk_offset = 0x8000;
+
+std::string long_content() {
+    const bytes content = pattern(300000, 7);
+    return {content.begin(), content.end()};
+}
+
+class exact_mode : public command_line_test {
+  protected:
+    // "volume" is a bare volume, "disk" the same behind an MBR:
+    //
+    //     entry 24  /a.txt     "hello\n", with a stream "Note" of "note\n"
+    //     entry 25  /long.bin  300,000 bytes in clusters
+    //     entry 26  /docs      entry 27  /docs/b.txt  "b\n"
+    void SetUp() override {
+        volume_builder volume({.system_files = true});
+        volume.add_file("a.txt").stored_data(to_bytes("hello\n")).stored_stream("Note", to_bytes("note\n"));
+        volume.add_file("long.bin").stored_data(to_bytes(long_content()));
+        volume.add_directory("docs");
+        volume.add_file("b.txt", 26).stored_data(to_bytes("b\n"));
+        const bytes image = volume.image();
+        write_file(m_dir / "volume", image);
+        byte_writer disk(volume.image_at(disk_offset));
+        disk.u8(446 + 4, 0x07).u32(446 + 8, disk_offset / 512).u32(446 + 12, image.size() / 512);
+        write_file(m_dir / "disk", disk.u16(510, 0xAA55).take());
+        fs::create_directory(m_dir / "out");
+    }
+
+    [[nodiscard]] program_result exact(words line, program_options options = {}) const {
+        line.insert(line.begin(), "-exact");
+        return run(std::move(line), std::move(options));
+    }
+    // Everything that is in the directory beside the sources.
+    [[nodiscard]] words made() const {
+        words names;
+        for (const auto& entry : fs::recursive_directory_iterator(m_dir.path())) {
+            const std::string name = fs::relative(entry.path(), m_dir.path()).string();
+            if (name != "volume" && name != "disk" && name != "out") {
+                names.push_back(name);
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    void expect_refused(const words& line, const std::string& message) const {
+        const program_result result = exact(line);
+        EXPECT_EQ(result.status, 2) << message;
+        EXPECT_EQ(result.err, "err: " + message + "\n");
+        EXPECT_EQ(behind_header(result.out), "");
+    }
+};
+
+TEST_F(exact_mode, copies_a_path_an_entry_a_stream_and_clusters) {
+    program_result result = exact({"-image", "volume", "-src", "/A.TXT", "-dst", "copy"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err.substr(result.err.find("ok: ")), "ok: /a.txt -> copy (6 bytes)\n");
+    EXPECT_EQ(text("copy"), "hello\n");
+    EXPECT_EQ(exact({"-image", "disk", "-mft", "25", "-dst", "out/"}).status, 0);
+    EXPECT_TRUE(text("out/long.bin") == long_content());
+    EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-src", ":Note", "-dst", "out/"}).status, 0);
+    EXPECT_EQ(text("out/a.txt_Note"), "note\n");
+    EXPECT_EQ(exact({"-image", "volume", "-src", "\\docs\\b.txt", "-dst", "b"}).status, 0);
+    EXPECT_EQ(text("b"), "b\n");
+    EXPECT_EQ(exact({"-image", "volume", "-cluster", "0", "2", "-dst", "clusters"}).status, 0);
+    EXPECT_EQ(text("clusters"), text("volume").substr(0, 8192));
+    EXPECT_EQ(made(), (words{"b", "clusters", "copy", "out/a.txt_Note", "out/long.bin"}));
+}
+
+TEST_F(exact_mode, is_asked_for_by_a_word_in_any_place_and_letter_case) {
+    EXPECT_EQ(run({"-image", "volume", "-src", "/a.txt", "-EXACT", "-dst", "copy"}).status, 0);
+    EXPECT_EQ(text("copy"), "hello\n");
+}
+
+TEST_F(exact_mode, refuses_what_is_not_understood_before_anything_is_read) {
+    expect_refused({"-imgae", "nothing", "-src", "/a.txt", "-dst", "copy"},
+                   "\"-imgae\" is no option; did you mean -image?");
+    expect_refused({"-image", "nothing", "a.txt", "copy"},
+                   "\"a.txt\" stands alone; a source is named with -src");
+    expect_refused({"-image", "nothing", "-offset", "0x1g", "-src", "/a.txt", "-dst", "copy"},
+                   "-offset \"0x1g\" is no number");
+    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-meta"},
+                   "-meta is not taken with -exact: say -manifest");
+    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-manifest", "m"},
+                   "-manifest is not there yet (not-yet)");
+    expect_refused({"-image", "nothing", "-cluster", "1", "-dst", "out/"},
+                   "destination out/: clusters have no name; name the file");
+    EXPECT_EQ(exact({"-image", "nothing", "-src", "/a//b", "-dst", "copy"}).status, 2);
+    EXPECT_TRUE(made().empty());
+}
+
+TEST_F(exact_mode, refuses_destinations_that_would_lose_something) {
+    std::ofstream(m_dir / "earlier") << "earlier";
+    fs::create_symlink(m_dir / "earlier", m_dir / "link");
+    auto to = [](const std::string& path, bool overwrite) {
+        words line = {"-image", "volume", "-src", "/a.txt", "-dst", path};
+        if (overwrite) {
+            line.emplace_back("-overwrite");
+        }
+        return line;
+    };
+    expect_refused(to("earlier", false), "destination earlier: exists; say -overwrite");
+    expect_refused(to("link", true), "destination link: is a link");
+    expect_refused(to("volume", true), "destination volume: is a file of this run: a source or the log");
+    expect_refused(to("missing/copy", false), "destination missing/: No such file or directory");
+    expect_refused(to("out", true), "destination out: is a directory; say out/");
+    EXPECT_EQ(text("earlier"), "earlier");
+    EXPECT_EQ(exact(to("earlier", true)).status, 0);
+    EXPECT_EQ(text("earlier"), "hello\n");
+}
+
+TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
+    const std::string before = text("volume");
+    expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "volume"},
+                   "log volume: is the source");
+    EXPECT_TRUE(text("volume") == before);
+    expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "missing/log"},
+                   "log missing/log: cannot be opened");
+    expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
+                   "destination log: is a file of this run: a source or the log");
+}
+
+TEST_F(exact_mode, lists_the_volumes_on_standard_output) {
+    const program_result result = exact({"-image", "disk", "-volumes"});
+    EXPECT_EQ(result.status, 0);
+    const std::string listing = behind_header(result.out);
+    EXPECT_EQ(listing.substr(0, 31), "   1  offset 0x0000000000008000");
+    EXPECT_NE(listing.find("  ntfs  serial "), std::string::npos);
+    EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1);
+}
+
+TEST_F(exact_mode, ends_with_5_where_source_or_volume_cannot_be_opened) {
+    program_result result = exact({"-image", "nothing", "-src", "/a.txt", "-dst", "copy"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err, "err: source nothing: cannot be opened: No such file or directory\n");
+    EXPECT_EQ(exact({"-image", "out", "-src", "/a.txt", "-dst", "copy"}).status, 5);
+    write_file(m_dir / "zeros", bytes(100000));
+    result = exact({"-image", "zeros", "-src", "/a.txt", "-dst", "copy"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err, "err: source zeros: holds no NTFS volume\n");
+    EXPECT_EQ(exact({"-image", "disk", "-offset", "0", "-src", "/a.txt", "-dst", "copy"}).status, 5);
+    EXPECT_EQ(exact({"-image", "disk", "-ntfsvol", "2", "-src", "/a.txt", "-dst", "copy"}).status, 2);
+}
+
+TEST_F(exact_mode, takes_offsets_of_64_bits_and_volumes_by_number) {
+    EXPECT_EQ(exact({"-image", "disk", "-offset", "0x8000", "-src", "/a.txt", "-dst", "one"}).status, 0);
+    EXPECT_EQ(exact({"-image", "disk", "-first_ntfsvol", "-src", "/a.txt", "-dst", "two"}).status, 0);
+    EXPECT_EQ(exact({"-partition", "volume", "-src", "/a.txt", "-dst", "three"}).status, 0);
+    const program_result result =
+        exact({"-image", "disk", "-offset", "0x100008000", "-src", "/a.txt", "-dst", "four"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_NE(result.err.find("ends at byte"), std::string::npos);
+    EXPECT_EQ(made(), (words{"one", "three", "two"}));
+}
+
+TEST_F(exact_mode, ends_with_1_and_leaves_nothing_where_the_copy_fails) {
+    program_result result = exact({"-image", "volume", "-src", "/nothing", "-dst", "copy"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("err: path \"/nothing\": no such name\n"), std::string::npos) << result.err;
+    result = exact({"-image", "volume", "-src", "/docs", "-dst", "copy"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("is a directory; name a stream\n"), std::string::npos) << result.err;
+    EXPECT_EQ(exact({"-image", "volume", "-cluster", "99999999", "-dst", "copy"}).status, 2);
+    EXPECT_TRUE(made().empty());
+}
+
+TEST_F(exact_mode, quiet_says_errors_only) {
+    EXPECT_EQ(exact({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-quiet"}).err, "");
+    EXPECT_EQ(exact({"-image", "nothing", "-src", "/a.txt", "-dst", "other", "-quiet"}).err,
+              "err: source nothing: cannot be opened: No such file or directory\n");
+}
+
+TEST_F(exact_mode, logs_the_run_from_the_source_to_the_exit) {
+    EXPECT_EQ(exact({"-image", "disk", "-src", "/a.txt", "-dst", "copy", "-diags", "log"}).status, 0);
+    const std::string log = text("log");
+    std::size_t at = 0;
+    for (const std::string line :
+         {"->info: exact source disk, ", "->info: volume at 0x8000: serial ", "->info: journal ",
+          "->info: $MFT ", "->info: path /a.txt\n", "->info: name \"a.txt\" -> 24-",
+          "->info: stream \"\" type $DATA, ", "->info: copied 6 bytes to copy\n",
+          "->ok: /a.txt -> copy (6 bytes)\n", "->info: result complete\n", "->exit: 0\n"}) {
+        const std::size_t found = log.find(line, at);
+        ASSERT_NE(found, std::string::npos) << line << log;
+        at = found;
+    }
+}
+
+TEST_F(exact_mode, names_a_copy_by_time_and_digest) {
+    EXPECT_EQ(exact({"-image", "volume", "-src", "/a.txt", "-dst", "out/", "-md5"}).status, 0);
+    ASSERT_EQ(made().size(), 1u);
+    // The digest of "hello\n".
+    EXPECT_EQ(made().front().substr(4 + 16), "_a.txt_b1946ac92492d2347c6235b4d2611184");
+}
+
+TEST_F(exact_mode, help_is_printed_without_a_header) {
+    const program_result result = exact({"-h"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("-zero_unreadable"), std::string::npos);
+}
+
+TEST_F(exact_mode, a_full_disk_or_a_limit_leaves_what_was_there) {
+    std::ofstream(m_dir / "copy") << "earlier";
+    const words line = {"-image", "volume", "-src", "/long.bin", "-dst", "copy", "-overwrite"};
+    program_result result =
+        exact(line, {.environment = {{"LD_PRELOAD", QUARRY_FAILING_HOST}, {"ROOM", "100000"}}});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("No space left on device"), std::string::npos) << result.err;
+    result = exact(line, {.file_size_limit = 4096});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("File too large"), std::string::npos) << result.err;
+    EXPECT_EQ(text("copy"), "earlier");
+    EXPECT_EQ(made(), words{"copy"});
+}
+
+TEST_F(exact_mode, short_and_interrupted_calls_change_nothing) {
+    const words line = {"-image", "volume", "-src", "/long.bin", "-dst", "copy", "-overwrite"};
+    for (const char* setting : {"LONGEST_TRANSFER", "INTERRUPTED"}) {
+        EXPECT_EQ(
+            exact(line, {.environment = {{"LD_PRELOAD", QUARRY_FAILING_HOST}, {setting, "1000"}}}).status, 0);
+        EXPECT_TRUE(text("copy") == long_content()) << setting;
+    }
+}
+
+TEST_F(exact_mode, an_unreadable_sector_fails_unless_zeros_are_asked_for) {
+    const std::size_t place = text("volume").find(long_content().substr(0, 4096));
+    ASSERT_NE(place, std::string::npos);
+    const std::map<std::string, std::string> bad = {{"LD_PRELOAD", QUARRY_FAILING_HOST},
+                                                    {"FAIL_READS_FROM", std::to_string(place + 1024)},
+                                                    {"FAIL_READS_TO", std::to_string(place + 1536)}};
+    words line = {"-image", "volume", "-src", "/long.bin", "-dst", "copy"};
+    EXPECT_EQ(exact(line, {.environment = bad}).status, 1);
+    EXPECT_TRUE(made().empty());
+    line.emplace_back("-zero_unreadable");
+    const program_result result = exact(line, {.environment = bad});
+    EXPECT_EQ(result.status, 4);
+    EXPECT_NE(result.err.find("512 bytes at 0x400 are zeros"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("doubt: /long.bin -> copy (300000 bytes)\n"), std::string::npos) << result.err;
+    EXPECT_TRUE(text("copy") == long_content().replace(1024, 512, 512, '\0'));
+}
+
+TEST_F(exact_mode, a_sync_or_a_rename_that_fails_leaves_what_was_there) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    const auto copy = [this](const std::string& injected, const words& more) {
+        words line = {"strace",       "-o",     "/dev/null", "-e",     "inject=" + injected,
+                      QUARRY_PROGRAM, "-exact", "-image",    "volume", "-src",
+                      "/a.txt"};
+        line.insert(line.end(), more.begin(), more.end());
+        return run_program(line, {.directory = m_dir.path()});
+    };
+    std::ofstream(m_dir / "copy") << "earlier";
+    for (const std::string call : {"fsync", "renameat"}) {
+        const program_result result = copy(call + ":error=EIO:when=1", {"-dst", "copy", "-overwrite"});
+        EXPECT_EQ(result.status, 1) << call;
+        EXPECT_NE(result.err.find("Input/output error\n"), std::string::npos) << result.err;
+        EXPECT_EQ(text("copy"), "earlier") << call;
+        EXPECT_EQ(made(), words{"copy"}) << call;
+    }
+    // The second sync is that of the directory.
+    EXPECT_EQ(copy("fsync:error=EIO:when=2", {"-dst", "out/"}).status, 1);
+    EXPECT_EQ(made(), words{"copy"});
+    EXPECT_EQ(copy("fsync:error=EINVAL:when=2", {"-dst", "out/"}).status, 0);
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+}
+
+TEST_F(exact_mode, an_old_kernel_gives_the_name_by_a_link) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    const auto copy = [this] {
+        return run_program({"strace", "-o", "/dev/null", "-e", "inject=renameat2:error=ENOSYS",
+                            QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst", "out/"},
+                           {.directory = m_dir.path()});
+    };
+    EXPECT_EQ(copy().status, 0);
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+    EXPECT_EQ(fs::hard_link_count(m_dir / "out/a.txt"), 1u);
+    EXPECT_EQ(copy().status, 1);
+    EXPECT_EQ(made(), words{"out/a.txt"});
+}
+
+TEST_F(exact_mode, a_kill_at_any_system_call_leaves_the_old_file_or_the_new_one) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    bool was_killed = true;
+    int with_old_file = 0;
+    for (int call = 1; was_killed; ++call) {
+        for (const std::string& name : made()) {
+            fs::remove(m_dir / name);
+        }
+        std::ofstream(m_dir / "copy") << "earlier";
+        const program_result result = run_program(
+            {"strace", "-o", "/dev/null", "-e", "inject=all:signal=SIGKILL:when=" + std::to_string(call),
+             QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst", "copy", "-overwrite"},
+            {.directory = m_dir.path()});
+        was_killed = !result.exited;
+        const std::string left = text("copy");
+        ASSERT_TRUE(left == "earlier" || left == "hello\n") << call << ": " << left;
+        with_old_file += left == "earlier" ? 1 : 0;
+        words others = made();
+        std::erase(others, "copy");
+        ASSERT_LE(others.size(), 1u) << call;
+        ASSERT_TRUE(others.empty() || (others.front().size() == 6 && others.front().front() == '_'));
+        ASSERT_LT(call, 1000);
+    }
+    EXPECT_GT(with_old_file, 20);
+    EXPECT_EQ(text("copy"), "hello\n");
+}
+
+TEST_F(exact_mode, a_signal_at_any_system_call_leaves_no_temporary_file) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    // From the first write to a file on: the call that follows the creation of the temporary file.
+    for (const std::string call : {"openat", "write", "fsync", "close", "renameat2", "lseek"}) {
+        for (int time = 1; time <= 12; ++time) {
+            fs::remove(m_dir / "copy");
+            static_cast<void>(
+                run_program({"strace", "-o", "/dev/null", "-e",
+                             "inject=" + call + ":signal=SIGTERM:when=" + std::to_string(time),
+                             QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst", "copy"},
+                            {.directory = m_dir.path()}));
+            words left = made();
+            std::erase(left, "copy");
+            EXPECT_TRUE(left.empty()) << call << time << left.front();
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quarry::test
