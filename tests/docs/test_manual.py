@@ -29,9 +29,17 @@ def options_without_effect():
     return set(re.findall(r'\{"(-[a-z0-9_]+)", (?:true|false)\}', text_of("src", "frontend", "ignored_options.cpp")))
 
 
-def options_of_manual():
+def pages_of_both_modes():
+    """The page without its section on the exact mode, and that section."""
+    page = text_of("docs", "quarry.1")
+    begin = page.index(".Sh EXACT MODE\n")
+    end = page.index(".Sh ", begin + 1)
+    return page[:begin] + page[end:], page[begin:end]
+
+
+def options_in(page):
     found = set()
-    for line in text_of("docs", "quarry.1").split("\n"):
+    for line in page.split("\n"):
         if line.startswith((".It Fl ", ".Fl ")):
             # Further names behind commas, and further "Fl" on the same line.
             words = re.sub(r" (Ar|Op|Ns|No|Ql|Pa|Sm) .*?(?= , Fl |$)", " ", line.split("Fl ", 1)[1])
@@ -63,7 +71,13 @@ def test_the_page_is_without_a_fault(page):
 
 
 def test_the_page_has_every_option_of_the_program_and_no_other():
-    assert options_of_manual() == options_of_program()
+    assert options_in(pages_of_both_modes()[0]) == options_of_program()
+
+
+def test_the_page_has_every_option_of_the_exact_mode_and_no_other():
+    table = text_of("src", "frontend", "exact", "option_table.cpp")
+    # The page writes "--help" as a flag of "-help", which the pattern above reads as one.
+    assert options_in(pages_of_both_modes()[1]) == set(re.findall(r'row\("(-[a-z][a-z0-9_]*)"', table))
 
 
 @pytest.mark.parametrize("completion, pattern", [
