@@ -8,7 +8,7 @@ namespace quarry::exact {
 namespace {
 
 // Bytes that are read before they are handed on. Larger blocks leave the processor's caches.
-constexpr std::size_t block_bytes = 0x80000;
+constexpr std::size_t block_bytes = 0x40000;
 static_assert(block_bytes <= largest_block);
 
 // Pieces in which a failed read is repeated; the last is the smallest sector there is.

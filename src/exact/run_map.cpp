@@ -29,7 +29,7 @@ struct run_map::cursor {
     [[nodiscard]] std::optional<std::uint64_t> source_byte_of_pair() const {
         return source_byte ? std::optional(*source_byte + offset) : std::nullopt;
     }
-    [[nodiscard]] tl::unexpected<failure> broken(std::string rule) const {
+    [[nodiscard]] tl::unexpected<failure> broken(const std::string& rule) const {
         return fail(failure_code::runs, std::string(where), "mapping pairs at " + hex(offset) + ": " + rule,
                     source_byte_of_pair());
     }

@@ -10,7 +10,7 @@ namespace quarry::exact {
 namespace {
 
 // Units are collected until their plain bytes reach this much.
-constexpr std::uint64_t window_bytes = 0x80000;
+constexpr std::uint64_t window_bytes = 0x40000;
 
 // Stored bytes in one row.
 struct stored_part {
