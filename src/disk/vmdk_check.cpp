@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <fcntl.h>
-#include <memory>
 #include <new>
 #include <unistd.h>
 
@@ -25,8 +24,12 @@ bool contains(std::wstring_view text, std::wstring_view part) {
     return text.find(part) != std::wstring_view::npos;
 }
 
-// The open that refuses a FIFO without waiting at it.
+// What opening a file for reading would answer. A hint is a disk's own word, and opening a device acts on it,
+// so only a regular file is opened for that.
 bool can_be_opened(const std::wstring& path) {
+    if (!uni::may_be_opened_unasked(path)) {
+        return uni::may_be_read(path);
+    }
     const int descriptor = uni::open_file(path, O_RDONLY, 0404);
     if (descriptor == -1) {
         return false;
@@ -39,12 +42,12 @@ enum class verdict { pass, fail, look_again };
 
 class chain_check {
   public:
+    // The files that are suggested so far are those that the user listed.
     chain_check(std::ostringstream& stream, std::vector<std::wstring>& suggested)
-        : m_stream(stream), m_suggested(suggested) {}
+        : m_stream(stream), m_suggested(suggested), m_listed(suggested.size()) {}
 
     // Looks at the suggested files. `look_again`: one was added to them.
     verdict pass() {
-        m_disk = std::make_unique<vmdk_disk>(false);
         const vmdk_file* orphan = nullptr;
         if (!open_files() || !find_orphan(orphan)) {
             return verdict::fail;
@@ -56,14 +59,17 @@ class chain_check {
     }
 
   private:
+    // Opens the files that no earlier pass has opened.
     bool open_files() {
-        for (const std::wstring& path : m_suggested) {
+        for (; m_opened < m_suggested.size(); ++m_opened) {
+            const std::wstring& path = m_suggested[m_opened];
             const std::size_t separator = path.rfind(L'/');
             if (m_directory.empty() && separator != std::wstring::npos) {
                 m_directory = path.substr(0, separator + 1);
             }
             try {
-                if (!m_disk->add_file(path)) {
+                const bool may_be_opened = m_opened < m_listed || uni::may_be_opened_unasked(path);
+                if (!may_be_opened || !m_disk.add_file(path)) {
                     m_stream << visible_text(narrow(path)) << " can't be opened\n";
                     return false;
                 }
@@ -79,10 +85,10 @@ class chain_check {
     // none. False if a file in front of it names itself. Notes the bases that it comes by.
     bool find_orphan(const vmdk_file*& orphan) {
         m_base_in_front = nullptr;
-        for (const auto& [cid, file] : m_disk->m_files) {
+        for (const auto& [cid, file] : m_disk.m_files) {
             if (file->m_parent_cid == cid_of_no_parent) {
                 m_base_in_front = file.get();
-            } else if (!m_disk->m_files.contains(file->m_parent_cid)) {
+            } else if (!m_disk.m_files.contains(file->m_parent_cid)) {
                 orphan = file.get();
                 return true;
             } else if (file->m_cid == file->m_parent_cid) {
@@ -94,7 +100,7 @@ class chain_check {
     }
 
     bool has_base() const {
-        return std::any_of(m_disk->m_files.begin(), m_disk->m_files.end(),
+        return std::any_of(m_disk.m_files.begin(), m_disk.m_files.end(),
                            [](const auto& entry) { return entry.second->m_parent_cid == cid_of_no_parent; });
     }
 
@@ -107,7 +113,7 @@ class chain_check {
             return contains(m_base_in_front->m_path, hint);
         }
         return m_suggested.size() >= 2 &&
-               std::any_of(m_disk->m_files.begin(), m_disk->m_files.end(),
+               std::any_of(m_disk.m_files.begin(), m_disk.m_files.end(),
                            [&hint](const auto& entry) { return contains(entry.second->m_path, hint); });
     }
 
@@ -152,8 +158,10 @@ class chain_check {
 
     std::ostringstream& m_stream;
     std::vector<std::wstring>& m_suggested;
+    std::size_t m_listed;
+    std::size_t m_opened = 0;  // of the suggested files, from the first on
     std::wstring m_directory;  // of the first listed path that has one, with the "/" at its end
-    std::unique_ptr<vmdk_disk> m_disk;
+    vmdk_disk m_disk{false};
     const vmdk_file* m_base_in_front = nullptr;  // the last base in front of the orphan
 };
 
@@ -170,6 +178,26 @@ bool check_list(const std::vector<std::wstring>& list, std::ostringstream& strea
         result = check.pass();
     }
     return complete && result == verdict::pass;
+}
+
+bool as_shell_word(std::string& out, const std::vector<std::wstring>& list) {
+    constexpr std::string_view acting_in_quotes = "\"$`\\";
+    std::string word(1, '"');
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        const std::string path = narrow(list[i]);
+        if (visible_text(path) != path) {
+            return false;
+        }
+        word += i == 0 ? "" : " | ";
+        for (const char character : path) {
+            if (acting_in_quotes.find(character) != std::string_view::npos) {
+                word += '\\';
+            }
+            word += character;
+        }
+    }
+    out = word + '"';
+    return true;
 }
 
 }  // namespace quarry

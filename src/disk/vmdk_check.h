@@ -4,7 +4,7 @@
 // the path where the parent was when the snapshot was taken, on whatever machine that was. When a parent is
 // not in the list, the hint tells where to look, there or beside the listed files. What is found is suggested
 // and looked at in turn, so that one run tells all that is missing. Such a list never passes: the user is to
-// name every file of the chain.
+// name every file of the chain. Each file is opened once, and on behalf of a hint only regular files are.
 #pragma once
 
 #include <sstream>
@@ -19,5 +19,10 @@ namespace quarry {
 // give way to later ones.
 [[nodiscard]] bool check_list(const std::vector<std::wstring>& list, std::ostringstream& stream,
                               std::vector<std::wstring>& suggested);
+
+// A list of files as one word in double quotes, as the option takes it and a shell passes it on: " | "
+// between the paths, and a backslash before each `"`, `$`, "`" and `\`, which a shell would act on. The paths
+// may come from the hints of a disk, so a list with a control character in a path gives false and nothing.
+[[nodiscard]] bool as_shell_word(std::string& out, const std::vector<std::wstring>& list);
 
 }  // namespace quarry

@@ -79,6 +79,19 @@ int open_file(const std::wstring& path, int flags, ::mode_t mode) {
     return open_file(quarry::narrow(path), flags, mode);
 }
 
+bool may_be_opened_unasked(const std::wstring& path) {
+    struct ::stat64 status = {};
+    return ::stat64(quarry::narrow(path).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_size > 0;
+}
+
+bool may_be_read(const std::wstring& path) {
+    const std::string narrow_path = quarry::narrow(path);
+    struct ::stat64 status = {};
+    return ::stat64(narrow_path.c_str(), &status) == 0 && !is_pipe_or_socket(status.st_mode) &&
+           ::faccessat(AT_FDCWD, narrow_path.c_str(), R_OK, AT_EACCESS) == 0;
+}
+
 fileio::~fileio() {
     close();
 }

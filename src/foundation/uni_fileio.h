@@ -26,6 +26,14 @@ namespace uni {
 [[nodiscard]] int open_file(const std::string& path, int flags, ::mode_t mode);
 [[nodiscard]] int open_file(const std::wstring& path, int flags, ::mode_t mode);
 
+// True if a path that did not come from the user may be opened: it leads to a regular file with at least one
+// byte. Opening a device can act on it, and so can opening a file of /proc, which has no size. Nothing is
+// opened to find that out.
+[[nodiscard]] bool may_be_opened_unasked(const std::wstring& path);
+// True if a path leads to something other than a FIFO or a socket that this process may read. Nothing is
+// opened.
+[[nodiscard]] bool may_be_read(const std::wstring& path);
+
 // All offsets and lengths are bytes. Unless told otherwise, an operation gives false for an object that is
 // neither open nor in memory and for null bytes, and a length of 0 is a success that does nothing. `m_size`
 // of the base is the size of the file or of the image in memory.

@@ -48,13 +48,10 @@ void take_vmdk_files(std::vector<std::wstring>& list, std::string_view option, c
 }
 
 void print_suggestion(std::string_view option, const std::vector<std::wstring>& suggested) {
-    std::vector<std::string> files;
-    if (!narrow_all(files, suggested)) {
-        return;
+    std::string word;
+    if (!suggested.empty() && as_shell_word(word, suggested)) {
+        print_error("suggested array: " + std::string(option) + " " + word + "\n");
     }
-    std::string text;
-    join(text, files, " | ", false);
-    print_error("suggested array: " + std::string(option) + " \"" + text + "\"\n");
 }
 
 // An image without an offset: a bare volume, or a disk whose volumes are to be shown to the user.

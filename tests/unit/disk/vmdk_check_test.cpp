@@ -9,6 +9,7 @@
 #include "support/volume_builder.h"
 
 #include <algorithm>
+#include <chrono>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -359,6 +360,69 @@ TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_is_suggested_and_then_cannot
     std::filesystem::create_directory(m_dir / "folder");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"folder\""))}));
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"folder\"") + text_at("folder") + " can't be opened\n");
+}
+
+// Opening a device can act on it: /dev/loop-control makes a device, /dev/watchdog starts a clock.
+TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_opens_nothing) {
+    const file_opens device("/dev/null");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/dev/null\""))}));
+    EXPECT_FALSE(device.take().reading);
+    std::filesystem::create_directory(m_dir / "folder");
+    const file_opens folder(m_dir / "folder");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"folder\""))}));
+    EXPECT_FALSE(folder.take().reading);
+    // A file that the user lists is opened, whatever it is.
+    EXPECT_FALSE(check({L"/dev/null"}));
+    EXPECT_TRUE(device.take().reading);
+}
+
+TEST_F(VmdkCheck, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_opens_nothing) {
+    std::filesystem::create_symlink("/dev/null", m_dir / "null");
+    const file_opens device("/dev/null");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/elsewhere/null\""))}));
+    EXPECT_EQ(m_words,
+              depends("snap.vmdk", "\"" + text_at("null") + "\"") + text_at("null") + " can't be opened\n");
+    EXPECT_FALSE(device.take().reading);
+}
+
+TEST_F(VmdkCheck, a_hint_to_an_empty_file_opens_nothing) {
+    write_file(m_dir / "empty", {});
+    const file_opens empty(m_dir / "empty");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"empty\""))}));
+    EXPECT_EQ(m_words, depends("snap.vmdk", "\"empty\"") + text_at("empty") + " can't be opened\n");
+    EXPECT_FALSE(empty.take().reading);
+}
+
+// Opening all files again for each one that is added took 20 s.
+TEST_F(VmdkCheck, of_800_files_that_hint_at_the_next_one_opens_each_once) {
+    for (int i = 0; i < 800; ++i) {
+        const std::string next = "\"/elsewhere/" + std::to_string((i + 1) % 800) + "\"";
+        write(std::to_string(i), file_of(std::to_string(10000 + i), "parent", next));
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(check({at("0")}));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    EXPECT_EQ(m_suggested.size(), 800U);
+    EXPECT_EQ(m_suggested[799], at("799"));
+}
+
+TEST(AsShellWord, puts_a_backslash_before_what_a_shell_would_act_on) {
+    std::string word;
+    EXPECT_TRUE(as_shell_word(word, {L"a b", L"$(touch x)", L"`id`", L"say \"\\\""}));
+    EXPECT_EQ(word, R"("a b | \$(touch x) | \`id\` | say \"\\\"")");
+    EXPECT_TRUE(as_shell_word(word, {L"", L"\x00C4"}));
+    EXPECT_EQ(word, "\" | \xC3\x84\"");
+}
+
+TEST(AsShellWord, of_a_path_with_a_control_character_is_none) {
+    for (const wchar_t control : {L'\n', L'\x1B', L'\x1', L'\x7F', L'\x80', L'\x9F', L'\x61C', L'\x200E',
+                                  L'\x200F', L'\x202A', L'\x202E', L'\x2066', L'\x2069'}) {
+        std::string word = "as it was";
+        EXPECT_FALSE(as_shell_word(word, {L"good", std::wstring(L"a") + control})) << int{control};
+        EXPECT_EQ(word, "as it was");
+    }
+    std::string word;
+    EXPECT_TRUE(as_shell_word(word, {std::wstring(L"\x20\x7E\xA0\x2029\x202F\x2065\x206A")}));
 }
 
 TEST_F(VmdkCheck, a_worked_out_parent_that_is_not_the_one_is_looked_at_once) {

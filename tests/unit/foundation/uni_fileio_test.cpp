@@ -115,6 +115,34 @@ TEST(OpenFile, ReadsWaitUnlessTheCallerAskedForTheOpposite) {
               O_WRONLY | O_APPEND);
 }
 
+TEST(MayBeOpenedUnasked, OnlyARegularFileWithBytes) {
+    const temp_dir dir;
+    put(dir / "file", "x");
+    put(dir / "empty", "");
+    std::filesystem::create_symlink(dir / "file", dir / "link");
+    ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+    EXPECT_TRUE(may_be_opened_unasked(wide(dir / "file")));
+    EXPECT_TRUE(may_be_opened_unasked(wide(dir / "link")));
+    for (const std::filesystem::path& other :
+         {dir / "empty", dir / "fifo", dir / "missing", dir.path(), std::filesystem::path("/dev/null"),
+          std::filesystem::path("/proc/self/status"), std::filesystem::path()}) {
+        EXPECT_FALSE(may_be_opened_unasked(wide(other))) << other;
+    }
+}
+
+TEST(MayBeRead, WhateverIsThereButFifosAndSockets) {
+    const temp_dir dir;
+    put(dir / "file", "x");
+    ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+    for (const std::filesystem::path& path : {dir / "file", dir.path(), std::filesystem::path("/dev/null")}) {
+        EXPECT_TRUE(may_be_read(wide(path))) << path;
+    }
+    EXPECT_FALSE(may_be_read(wide(dir / "fifo")));
+    EXPECT_FALSE(may_be_read(wide(dir / "missing")));
+    std::filesystem::permissions(dir / "file", std::filesystem::perms::none);
+    EXPECT_EQ(may_be_read(wide(dir / "file")), ::geteuid() == 0);
+}
+
 TEST(FileIo, AClosedObjectRefusesEverything) {
     fileio file;
     bytes out = {1};

@@ -93,9 +93,14 @@ TEST_F(vmdk_option_test, tells_of_a_bad_chain_and_what_it_should_be) {
     suggestion = {L"a", L"b"};
     EXPECT_FALSE(parse({"-vmdk", "a"}));
     EXPECT_EQ(said, "bad\n\nsuggested array: -vmdk \"a | b\"\n");
-    suggestion.clear();
+    suggestion = {L"a", L"$(touch x)"};
     EXPECT_FALSE(parse({"-vmdk", "a"}));
-    EXPECT_EQ(said, "bad\n\n");
+    EXPECT_EQ(said, "bad\n\nsuggested array: -vmdk \"a | \\$(touch x)\"\n");
+    for (const files& without_line : {files{}, files{L"a", L"b\nc"}}) {
+        suggestion = without_line;
+        EXPECT_FALSE(parse({"-vmdk", "a"}));
+        EXPECT_EQ(said, "bad\n\n");
+    }
 }
 
 TEST_F(vmdk_option_test, goes_on_in_silence_when_a_volume_was_seen) {
