@@ -1,6 +1,8 @@
 #include "disk/raw_disk_io.h"
 
+#include "disk/limits.h"
 #include "disk/positioned_read.h"
+#include "disk/stored_size.h"
 #include "disk/vmdk_disk.h"
 #include "foundation/ql_string.h"
 #include "foundation/uni_fileio.h"
@@ -27,9 +29,11 @@ constexpr std::int32_t highest_drive_number = 24;
 constexpr std::int32_t drives_with_a_name = 20;
 constexpr std::uint32_t kind_not_opened = 5;
 constexpr std::uint32_t origin_word_mask = 0x0FFFFFFF;
-// More than a file system has in structures whose grains are all zeros; 16 clusters of the largest size that
-// formatters make fit as well.
-constexpr std::uint64_t left_out_zeros = std::uint64_t{32} << 20;
+
+// `stored` is at most half of what 64 bits can tell.
+std::uint64_t with_left_out_zeros(std::uint64_t stored, std::uint64_t size) {
+    return std::min(size, stored + limits::left_out_zeros);
+}
 
 // Bytes up to the end of a descriptor, whose position is then at its start again; nothing if it cannot seek.
 std::int64_t descriptor_size(int descriptor) {
@@ -84,6 +88,7 @@ RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::wstring>& vmdk_files, bool writa
     m_path_utf8 = m_vmdk->m_base->m_path_utf8;
     m_fd = m_vmdk->m_base->m_fd;
     m_size = m_vmdk->m_base->capacity_bytes();
+    m_content_size = with_left_out_zeros(m_vmdk->stored_bytes(), m_size);
     m_bytes_per_sector = default_bytes_per_sector;
     m_ok = true;
 }
@@ -108,6 +113,7 @@ bool RAW_DISK_IO::open_descriptor() {
         return false;
     }
     m_size = static_cast<std::uint64_t>(end);
+    m_content_size = with_left_out_zeros(stored_bytes(m_fd, m_size), m_size);
     return true;
 }
 
@@ -221,7 +227,7 @@ std::uint64_t RAW_DISK_IO::size() const {
 }
 
 std::uint64_t RAW_DISK_IO::content_size() const {
-    return m_vmdk ? std::min(size(), m_vmdk->file_bytes() + left_out_zeros) : size();
+    return m_ok ? m_content_size : 0;
 }
 
 void RAW_DISK_IO::set_origin(std::int32_t sectors, std::uint32_t offset_low, std::uint32_t offset_high) {

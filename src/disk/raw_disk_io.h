@@ -57,8 +57,9 @@ class RAW_DISK_IO {
     // Bytes of the source; 0 on an unusable object.
     [[nodiscard]] std::uint64_t size() const;
     // Bytes that the source can have content in: the cap of what is allocated or walked at the source's word.
-    // That is its size, but the size of a virtual disk is only a number in a file, which costs nothing. Such
-    // a disk counts for as much as its files hold, and some for grains of zeros that they leave out.
+    // A device has it in all of its bytes. The size of a sparse file, and that of a virtual disk, is only a
+    // number, which costs nothing: a file counts for what is stored of it, a virtual disk for what is stored
+    // of its files, and each for some zeros beside, which a sound one may leave out.
     [[nodiscard]] std::uint64_t content_size() const;
     [[nodiscard]] std::uint32_t bytes_per_sector() const { return m_bytes_per_sector; }
     [[nodiscard]] bool is_ok() const { return m_ok; }
@@ -87,6 +88,7 @@ class RAW_DISK_IO {
     std::uint32_t m_kind = source_kind_none;
     bool m_ok = false;
     std::uint64_t m_size = 0;
+    std::uint64_t m_content_size = 0;
 
   private:
     [[nodiscard]] bool open_descriptor();

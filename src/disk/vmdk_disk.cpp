@@ -178,11 +178,11 @@ bool vmdk_disk::read_whole(void* buffer, std::uint64_t offset, std::uint64_t len
     return fill({static_cast<std::uint8_t*>(buffer), length}, offset);
 }
 
-std::uint64_t vmdk_disk::file_bytes() const {
+std::uint64_t vmdk_disk::stored_bytes() const {
     constexpr std::uint64_t most = largest_number / 2;
     std::uint64_t sum = 0;
     for (const vmdk_file* file : m_chain) {
-        sum += std::min(file->m_file_size, most - sum);
+        sum += std::min(file->m_stored_bytes, most - sum);
     }
     return sum;
 }

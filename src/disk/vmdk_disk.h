@@ -50,8 +50,8 @@ class vmdk_disk {
     // names none or the chain is not ready.
     [[nodiscard]] std::uint64_t disk_offset() const;
 
-    // Bytes of all files of the chain, at most half of what 64 bits can tell.
-    [[nodiscard]] std::uint64_t file_bytes() const;
+    // Bytes that all files of the chain store, at most half of what 64 bits can tell.
+    [[nodiscard]] std::uint64_t stored_bytes() const;
 
     std::map<std::string, std::unique_ptr<vmdk_file>> m_files;  // by content ID
     vmdk_file* m_newest = nullptr;                              // where reads begin

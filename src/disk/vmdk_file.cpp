@@ -2,6 +2,7 @@
 
 #include "disk/partition_buffer_reader.h"
 #include "disk/positioned_read.h"
+#include "disk/stored_size.h"
 #include "foundation/ql_string.h"
 #include "foundation/uni_fileio.h"
 
@@ -49,10 +50,13 @@ bool vmdk_file::parse_metadata(int descriptor) {
         return false;
     }
     m_file_size = static_cast<std::uint64_t>(end);
-    const metadata_source file = {m_file_size,
-                                  [descriptor](std::span<std::uint8_t> out, std::uint64_t offset) {
-                                      return read_at_position(descriptor, out, offset);
-                                  }};
+    m_stored_bytes = stored_bytes(descriptor, m_file_size);
+    const metadata_source file = {
+        .m_size = m_file_size,
+        .m_read = [descriptor](std::span<std::uint8_t> out,
+                               std::uint64_t offset) { return read_at_position(descriptor, out, offset); },
+        .m_next_data = [descriptor](std::uint64_t position) { return next_data(descriptor, position); },
+        .m_stored = m_stored_bytes};
     if (!read_header(file) || !read_descriptor(file) || !derive_sizes() || !read_tables(file) ||
         !read_first_sector(file)) {
         return false;

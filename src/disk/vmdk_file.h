@@ -65,7 +65,8 @@ class vmdk_file : public vmdk_descriptor {
     std::vector<std::uint32_t> m_volume_sector_sizes;
     std::uint32_t m_sector_size = 512;
     std::uint64_t m_file_size = 0;
-    std::uint64_t m_table_span = 0;  // bytes of disk that one grain table covers
+    std::uint64_t m_stored_bytes = 0;  // see stored_bytes()
+    std::uint64_t m_table_span = 0;    // bytes of disk that one grain table covers
     std::uint64_t m_grain_bytes = 0;
     std::uint64_t m_blocks_per_grain = 0;
     std::uint32_t m_block_size = 0;

@@ -210,9 +210,9 @@ TEST_F(VmdkDisk, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_
 TEST_F(VmdkDisk, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can_tell) {
     ASSERT_TRUE(write_and_open({link_of_chain(0), link_of_chain(1), link_of_chain(2)}));
     for (const auto& [cid, file] : m_disk->m_files) {
-        file->m_file_size = 0x4000000000000000;
+        file->m_stored_bytes = 0x4000000000000000;
     }
-    EXPECT_EQ(m_disk->file_bytes(), 0x7FFFFFFFFFFFFFFFu);
+    EXPECT_EQ(m_disk->stored_bytes(), 0x7FFFFFFFFFFFFFFFu);
 }
 
 TEST_F(VmdkDisk, a_file_that_cannot_be_opened_ends_the_adding) {
