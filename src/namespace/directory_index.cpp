@@ -4,6 +4,7 @@
 #include "namespace/attribute_clusters.h"
 #include "namespace/index_block.h"
 #include "namespace/index_stream.h"
+#include "volume/limits.h"
 
 #include <array>
 #include <new>
@@ -103,8 +104,13 @@ class listed_index {
 // What one directory record gives, in the order in which it is tried.
 class directory_reader {
   public:
-    directory_reader(CNtfs& ntfs, std::uint64_t directory, _inode_collection& collection, bool keep_going)
-        : m_ntfs(ntfs), m_directory(directory), m_collection(collection), m_keep_going(keep_going) {}
+    directory_reader(CNtfs& ntfs, std::uint64_t directory, _inode_collection& collection, bool keep_going,
+                     budget& reads)
+        : m_ntfs(ntfs),
+          m_directory(directory),
+          m_collection(collection),
+          m_keep_going(keep_going),
+          m_reads(reads) {}
 
     [[nodiscard]] bool read(byte_view record) {
         const index_attributes own = find_index_attributes(record, m_ntfs.m_record_alloc);
@@ -113,7 +119,7 @@ class directory_reader {
             result = parse_index_root(m_collection, index_root(own.root.from_value()));
         }
         if (!own.allocation.is_null()) {
-            result = parse_index_allocation(m_collection, &m_ntfs, own.allocation, m_keep_going);
+            result = parse_index_allocation(m_collection, &m_ntfs, own.allocation, m_keep_going, m_reads);
         }
         if (own.list.is_null() || !own.allocation.is_null()) {
             return result;
@@ -140,7 +146,7 @@ class directory_reader {
             return false;
         }
         if (!found.is_null()) {
-            result = parse_index_allocation(m_collection, &m_ntfs, found, m_keep_going);
+            result = parse_index_allocation(m_collection, &m_ntfs, found, m_keep_going, m_reads);
         }
         if (root_known) {
             return result;
@@ -155,10 +161,11 @@ class directory_reader {
     std::uint64_t m_directory;
     _inode_collection& m_collection;
     bool m_keep_going;
+    budget& m_reads;
 };
 
 [[nodiscard]] bool children_of(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
-                               bool keep_going) {
+                               bool keep_going, budget& reads) {
     std::vector<std::uint8_t> record(ntfs.get_mft_record_size());
     std::set<std::uint64_t> visited;
     // Ends at a record that is no extension record, or at one that was visited already.
@@ -170,7 +177,7 @@ class directory_reader {
         }
         const std::uint64_t base = reference_entry(file_record(record).base_reference());
         if (base == 0) {
-            return directory_reader(ntfs, entry, collection, keep_going).read(record);
+            return directory_reader(ntfs, entry, collection, keep_going, reads).read(record);
         }
         // The directory behind an extension record never shows the slack of its blocks.
         keep_going = false;
@@ -181,15 +188,21 @@ class directory_reader {
 
 }  // namespace
 
-bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
-                            bool keep_going) {
+bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection, bool keep_going,
+                            budget& reads) {
     try {
-        return children_of(ntfs, entry, collection, keep_going);
+        return children_of(ntfs, entry, collection, keep_going, reads);
     } catch (const std::bad_alloc&) {
         return false;
     } catch (const std::length_error&) {
         return false;
     }
+}
+
+bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
+                            bool keep_going) {
+    budget reads(limits::one_lookup_index_bytes);
+    return get_directory_children(ntfs, entry, collection, keep_going, reads);
 }
 
 }  // namespace quarry

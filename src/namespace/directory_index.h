@@ -6,6 +6,7 @@
 // exists.
 #pragma once
 
+#include "foundation/budget.h"
 #include "volume/ntfs.h"
 
 #include <cstdint>
@@ -15,7 +16,11 @@ namespace quarry {
 // Adds the entry numbers of the children of directory `entry` to the collection. `entry` may also be one of
 // the directory's extension records. `keep_going` also takes what lies behind the last entry of each index
 // block. False if a record cannot be read, there is no usable index, or memory ran out; the collection keeps
-// what was found until then. An index that is damaged in part is a shorter list and not a failure.
+// what was found until then. An index that is damaged in part, or that `reads`, the bytes which reading
+// indexes may cost, does not suffice for, is a shorter list and not a failure.
+[[nodiscard]] bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
+                                          bool keep_going, budget& reads);
+// The same for one directory alone.
 [[nodiscard]] bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
                                           bool keep_going);
 

@@ -12,23 +12,15 @@ namespace quarry {
 namespace {
 
 constexpr std::uint64_t root_directory = 5;
-// A path that programs can name has at most 32,767 characters, so at most half as many elements.
-constexpr std::size_t most_elements = 16384;
-// What one call may try and give. A file has at most some tens of thousands of links; directories with
-// several names each, which no file system makes, would multiply without end.
-constexpr std::size_t most_levels_entered = 1000000;
-constexpr std::size_t most_characters = 4000000;
-// What the names of all entries on all ways may take in memory. NTFS gives a file at most 1,024 names.
-constexpr std::size_t most_bytes_of_names = std::size_t{16} << 20;
-constexpr std::size_t bytes_of_entry = 128;
+constexpr std::uint64_t bytes_of_entry = 128;
 
 // A walk from an entry up to the root, along each of its names and each name of its parents.
 class upward_walk {
   public:
     upward_walk(CNtfs& ntfs, std::vector<std::wstring> components, std::vector<std::wstring>& results)
         : m_ntfs(ntfs),
-          m_listed_reads(ntfs),
-          m_record_reads(ntfs),
+          m_listed_reads(limits::lookup_bytes(ntfs.source_size())),
+          m_record_reads(limits::lookup_bytes(ntfs.source_size())),
           m_components(std::move(components)),
           m_results(results) {}
 
@@ -60,16 +52,15 @@ class upward_walk {
 
     // Goes up to an entry. False if its path ends here: it has no names, or the walk came through it already.
     [[nodiscard]] bool enter(std::uint64_t entry) {
-        if (m_levels.size() >= most_elements || m_levels_entered >= most_levels_entered ||
-            m_characters >= most_characters || m_bytes_of_names >= most_bytes_of_names ||
-            m_record_reads.bytes_left == 0 || m_entries_on_the_way.count(entry) != 0) {
+        if (m_levels.size() >= limits::path_elements || m_levels_entered.spent() || m_characters.spent() ||
+            m_name_memory.spent() || m_record_reads.spent() || m_entries_on_the_way.count(entry) != 0) {
             return false;
         }
         const file_name_list& names = names_of(entry);
         if (names.empty()) {
             return false;
         }
-        ++m_levels_entered;
+        m_levels_entered.take(1);
         m_entries_on_the_way.insert(entry);
         m_levels.push_back({entry, &names, 0, m_components.size()});
         return true;
@@ -88,9 +79,9 @@ class upward_walk {
                     get_file_names(known->second, m_ntfs, entry, record, false, any_parent, m_listed_reads));
             }
             m_record_reads.take(record.size());
-            m_bytes_of_names += bytes_of_entry;
+            m_name_memory.take(bytes_of_entry);
             for (const file_name& each : known->second) {
-                m_bytes_of_names += sizeof(each) + each.name.size() * sizeof(wchar_t);
+                m_name_memory.take(sizeof(each) + each.name.size() * sizeof(wchar_t));
             }
         }
         return known->second;
@@ -121,24 +112,23 @@ class upward_walk {
                 path += *element + L'\\';
             }
         }
-        m_characters += path.size();
-        if (m_characters <= most_characters) {
+        if (m_characters.take(path.size()) == path.size()) {
             m_results.push_back(std::move(path));
         }
     }
 
     CNtfs& m_ntfs;
     // For all entries on the way together.
-    read_budget m_listed_reads;
-    read_budget m_record_reads;
+    budget m_listed_reads;
+    budget m_record_reads;
     std::vector<std::wstring> m_components;
     std::vector<std::wstring>& m_results;
     std::vector<level> m_levels;
     std::set<std::uint64_t> m_entries_on_the_way;
     std::map<std::uint64_t, file_name_list> m_names;
-    std::size_t m_levels_entered = 0;
-    std::size_t m_characters = 0;
-    std::size_t m_bytes_of_names = 0;
+    budget m_levels_entered{limits::path_levels_entered};
+    budget m_characters{limits::path_characters};
+    budget m_name_memory{limits::path_name_memory};
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "foundation/ql_string.h"
 #include "namespace/attribute_clusters.h"
 #include "volume/attribute_values.h"
+#include "volume/limits.h"
 
 #include <algorithm>
 #include <set>
@@ -21,15 +22,6 @@ constexpr std::uint32_t longest_attribute = 1024;
 constexpr std::uint32_t first_ending_type = 0xFFFFFFFE;
 constexpr std::uint8_t posix_namespace = 0;
 constexpr std::uint8_t win32_namespace_bit = 1;
-
-// What a lookup may always cost, and for each byte of the source: the names of a sound file may lie between
-// other attributes, so that a record is read more than once.
-constexpr std::uint64_t usual_listed_bytes = std::uint64_t{64} << 20;
-constexpr std::uint64_t most_for_a_byte = 32;
-// Every few bytes of a list are a search through a record, and a record may hold a great many attributes, or
-// a list of a great many runs.
-constexpr std::uint64_t cost_of_list_byte = 16;
-constexpr std::uint64_t cost_of_attribute = 16;
 
 struct name_rules {
     bool all_namespaces;
@@ -72,11 +64,11 @@ void add_names_of_record(file_name_list& names, byte_view record, const name_rul
 }
 
 // True if a record holds the attribute that a list entry names by type and id.
-[[nodiscard]] bool holds_listed_attribute(byte_view record, const list_entry& listed, read_budget& reads) {
+[[nodiscard]] bool holds_listed_attribute(byte_view record, const list_entry& listed, budget& reads) {
     // Ends at the end of the record, or at an attribute without length.
     for (attribute at = first_attribute(record); !at.is_null() && at.type() < first_ending_type;
          at = at.next()) {
-        reads.take(cost_of_attribute);
+        reads.take(limits::cost_of_attribute);
         if (at.type() == listed.type() && at.id() == listed.id()) {
             return true;
         }
@@ -101,13 +93,13 @@ void put_in_order(file_name_list& names) {
 // The names of the records that an attribute list names.
 class listed_names {
   public:
-    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules, read_budget& reads)
+    listed_names(file_name_list& names, CNtfs& ntfs, const name_rules& rules, budget& reads)
         : m_names(names), m_ntfs(ntfs), m_rules(rules), m_reads(reads) {}
 
     void add(std::uint64_t entry, byte_view list) {
-        m_reads.take(cost_of_list_byte * list.size());
+        m_reads.take(limits::cost_of_list_byte * list.size());
         // Ends with the list, at an entry without length, or when no more is to be read.
-        for (list_entry at(list); !at.bytes().empty() && at.length() != 0 && m_reads.bytes_left != 0;
+        for (list_entry at(list); !at.bytes().empty() && at.length() != 0 && !m_reads.spent();
              at = at.next()) {
             if (at.entry_number() != entry && m_done.count(at.entry_number()) == 0) {
                 add_record(at);
@@ -122,7 +114,7 @@ class listed_names {
             std::uint64_t position = 0;
             record_kind kind = record_kind::unknown;
             m_held = listed.entry_number();
-            m_reads.take(m_ntfs.get_mft_record_size());
+            m_reads.take(std::max<std::uint64_t>(m_ntfs.get_mft_record_size(), limits::smallest_read));
             m_held_is_file =
                 m_ntfs.read_record_checked(m_record, position, kind, m_held) && kind == record_kind::file;
         }
@@ -140,7 +132,7 @@ class listed_names {
     file_name_list& m_names;
     CNtfs& m_ntfs;
     const name_rules& m_rules;
-    read_budget& m_reads;
+    budget& m_reads;
     std::set<std::uint64_t> m_done;
     std::uint64_t m_held = ~std::uint64_t{0};
     bool m_held_is_file = false;
@@ -150,12 +142,11 @@ class listed_names {
 };
 
 // The value of an attribute list; empty if there is none that can be read.
-[[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list,
-                                                   read_budget& listed_reads) {
+[[nodiscard]] std::vector<std::uint8_t> list_bytes(CNtfs& ntfs, const attribute& list, budget& listed_reads) {
     if (!list.non_resident()) {
         return list.value_offset() == 0 ? std::vector<std::uint8_t>() : list.value().to_vector();
     }
-    listed_reads.take(cost_of_list_byte * list.own_bytes().size());
+    listed_reads.take(limits::cost_of_list_byte * list.own_bytes().size());
     std::vector<std::uint8_t> bytes;
     static_cast<void>(read_attribute_clusters(ntfs, list, bytes));
     return bytes;
@@ -163,17 +154,12 @@ class listed_names {
 
 }  // namespace
 
-read_budget::read_budget(const CNtfs& ntfs, std::uint64_t spent_bytes)
-    : bytes_left(usual_listed_bytes + most_for_a_byte * ntfs.source_size()) {
-    take(spent_bytes);
-}
-
 bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
-                    bool all_namespaces, std::uint64_t parent_filter, read_budget& listed_reads) {
+                    bool all_namespaces, std::uint64_t parent_filter, budget& listed_reads) {
     names.clear();
     const name_rules rules{all_namespaces, parent_filter};
     attribute list;
-    if (listed_reads.bytes_left != 0 &&
+    if (!listed_reads.spent() &&
         first_attribute_of_type(record, attr_attribute_list, list, ntfs.get_mft_record_size())) {
         listed_names(names, ntfs, rules, listed_reads).add(entry, list_bytes(ntfs, list, listed_reads));
     }

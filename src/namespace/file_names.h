@@ -5,6 +5,7 @@
 // which directory it stands; the sequence number of that reference is not looked at.
 #pragma once
 
+#include "foundation/budget.h"
 #include "volume/ntfs.h"
 
 #include <cstdint>
@@ -25,24 +26,12 @@ using file_name_list = std::vector<file_name>;
 // As a parent filter: names under any parent count.
 inline constexpr std::uint64_t any_parent = ~std::uint64_t{0};
 
-// What reads may cost, in bytes, for files that are looked at together. On a sound volume each list and each
-// record belongs to one file, and each name of a file takes room on the source. Lists that lie over each
-// other and name the same records again and again, and numbers of files that all lead to one record, would
-// keep a lookup busy for hours.
-struct read_budget {
-    // Some of it may be spent already.
-    explicit read_budget(const CNtfs& ntfs, std::uint64_t spent_bytes = 0);
-    void take(std::uint64_t bytes) { bytes_left -= bytes < bytes_left ? bytes : bytes_left; }
-    std::uint64_t bytes_left;
-};
-
 // Collects the names of file `entry`, whose record (sector ends put back) is `record`. Without
 // `all_namespaces`, names that are short names only are left out. With a parent filter, only names in that
 // directory count. A part of the attribute list that cannot be read is passed over, and so is what
-// `listed_reads`, which lists and the records that they name are paid from, has nothing left for. False if no
-// name was found; `names` is then empty.
+// `listed_reads`, the bytes that lists and the records that they name may cost, has nothing left for. False
+// if no name was found; `names` is then empty.
 [[nodiscard]] bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
-                                  bool all_namespaces, std::uint64_t parent_filter,
-                                  read_budget& listed_reads);
+                                  bool all_namespaces, std::uint64_t parent_filter, budget& listed_reads);
 
 }  // namespace quarry

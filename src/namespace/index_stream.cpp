@@ -1,6 +1,7 @@
 #include "namespace/index_stream.h"
 
 #include "namespace/index_block.h"
+#include "volume/limits.h"
 
 #include <algorithm>
 #include <array>
@@ -10,10 +11,6 @@
 namespace quarry {
 
 namespace {
-
-// An entry with the shortest name takes this many bytes of the source, so a directory that shows more
-// children than the source has room for is none.
-constexpr std::uint64_t smallest_entry_with_name = 84;
 
 // Bytes that are read at once, or one cluster if that is more.
 constexpr std::uint64_t buffer_size = std::uint64_t{256} * 1024;
@@ -239,7 +236,7 @@ bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint
 }
 
 bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const attribute& allocation,
-                            bool keep_going) {
+                            bool keep_going, budget& reads) {
     if (ntfs == nullptr || allocation.is_null() || allocation.initialized_size() == 0) {
         return false;
     }
@@ -250,8 +247,9 @@ bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const at
         !find_range(range, *ntfs, runs, 0, all_index_blocks)) {
         return false;
     }
+    range.count = reads.take(range.count * index_block_size) / index_block_size;
     // An index whose entries overlap must not show more children than the source can hold.
-    const std::uint64_t most_children = ntfs->source_size() / smallest_entry_with_name;
+    const std::uint64_t most_children = limits::children_of_directory(ntfs->source_size());
     // Deliberate: one would expect the index's $BITMAP to tell which blocks are live. It is not looked at, so
     // a freed block gives the children that it held: a deleted file can still be found.
     visit_blocks(*ntfs, runs, range, [&](std::uint64_t /*place*/, std::span<std::uint8_t> bytes) {

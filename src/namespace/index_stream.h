@@ -7,6 +7,7 @@
 // or is anything else but "INDX" shows none: a damaged index is a shorter list, not an error.
 #pragma once
 
+#include "foundation/budget.h"
 #include "volume/ntfs.h"
 
 #include <cstdint>
@@ -27,8 +28,8 @@ inline constexpr std::uint32_t all_index_blocks = 0xFFFFFFFF;
 
 // Adds the children that the blocks of an $INDEX_ALLOCATION name to the collection. False if the volume or
 // the attribute is null, its initialized size is 0, or its blocks cannot be had; damaged blocks are passed
-// over.
+// over. What `reads`, the bytes that reading indexes may cost, has nothing left for counts as not there.
 [[nodiscard]] bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs,
-                                          const attribute& allocation, bool keep_going);
+                                          const attribute& allocation, bool keep_going, budget& reads);
 
 }  // namespace quarry

@@ -3,6 +3,7 @@
 #include "namespace/directory_tables.h"
 #include "namespace/path_segments.h"
 #include "namespace/reparse_link.h"
+#include "volume/limits.h"
 
 #include <optional>
 #include <vector>
@@ -16,11 +17,22 @@ constexpr std::uint64_t no_directory = ~std::uint64_t{0};
 // Links followed in one lookup. A link that leads to itself would never end.
 constexpr unsigned most_restarts = 64;
 
+path_cache& cache_of(CNtfs& ntfs) {
+    if (!ntfs.m_path_cache.has_limits()) {
+        ntfs.m_path_cache.set_limits(ntfs.m_cache_memory.left(), limits::lookup_bytes(ntfs.source_size()));
+    }
+    return ntfs.m_path_cache;
+}
+
 // One walk from the root directory down.
 class path_walk {
   public:
     path_walk(CNtfs& ntfs, path_segments& path, status_log& log)
-        : m_ntfs(ntfs), m_path(path), m_log(log), m_record(ntfs.get_mft_record_size()) {}
+        : m_ntfs(ntfs),
+          m_path(path),
+          m_log(log),
+          m_reads(cache_of(ntfs)),
+          m_record(ntfs.get_mft_record_size()) {}
 
     [[nodiscard]] bool run(bool follow_links) {
         unsigned restarts = 0;
@@ -61,11 +73,11 @@ class path_walk {
 
   private:
     [[nodiscard]] bool find_child(const std::string& name) {
-        const dir_cache_entry* const tables = directory_tables(m_ntfs, m_parent, m_log);
-        if (tables == nullptr) {
+        const child_name_table* const names = directory_tables(m_ntfs, m_parent, m_reads, m_log);
+        if (names == nullptr) {
             return false;
         }
-        const std::optional<std::uint64_t> child = tables->m_child_names.find(name);
+        const std::optional<std::uint64_t> child = names->find(name);
         if (!child) {
             m_log.log("err: no child nodes");
             return false;
@@ -84,6 +96,7 @@ class path_walk {
     CNtfs& m_ntfs;
     path_segments& m_path;
     status_log& m_log;
+    lookup_reads m_reads;
     std::vector<std::uint8_t> m_record;
     std::uint64_t m_entry = root_directory;
     std::uint64_t m_parent = root_directory;

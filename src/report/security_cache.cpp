@@ -4,6 +4,7 @@
 #include "report/security_descriptor.h"
 #include "report/sid_names.h"
 #include "volume/attribute.h"
+#include "volume/limits.h"
 #include "volume/mft_entries.h"
 #include "volume/stream_pump.h"
 
@@ -26,10 +27,6 @@ constexpr std::uint32_t largest_record = 0x40000;
 // A record tells its position in 32 bits; behind them there is none.
 constexpr std::uint64_t positions_end = std::uint64_t{1} << 32;
 
-// What the entries of a map may cost in memory: this much, and half of what the source can hold. The records
-// of a volume in use cost far less; made-up ones, whose SIDs all take in the records behind them, a hundred
-// times their size.
-constexpr std::uint64_t usual_memory = std::uint64_t{32} << 20;
 // An entry's place in the map, and what the three allocations within it take beside their bytes.
 constexpr std::uint64_t bytes_of_an_entry = sizeof(security_map::value_type) + 128;
 
@@ -53,8 +50,8 @@ std::string sid_of_record(byte_view record, std::uint32_t offset, std::uint64_t 
 class sds_walker : public std::streambuf {
   public:
     // `limit`: bytes of the stream that are taken. `memory`: bytes that the entries may cost.
-    sds_walker(security_map& map, std::uint64_t limit, std::uint64_t memory)
-        : m_map(map), m_limit(limit), m_memory_left(memory) {}
+    sds_walker(security_map& map, std::uint64_t limit, budget memory)
+        : m_map(map), m_limit(limit), m_memory(memory) {}
 
     // Walks what is left once all bytes have come.
     void finish() { static_cast<void>(walk(byte_view(m_kept), true)); }
@@ -127,7 +124,7 @@ class sds_walker : public std::streambuf {
     void enter(const sds_record_view& record) {
         security_entry entry;
         if (parse_security_record(entry, record.bytes().clipped(0, reach_of(record)))) {
-            m_memory_left -= std::min(m_memory_left, memory_of(entry));
+            m_memory.take(memory_of(entry));
             m_map.try_emplace(entry.security_id, std::move(entry));
         }
     }
@@ -138,7 +135,7 @@ class sds_walker : public std::streambuf {
         if (!record.bytes().holds(0, record.size())) {
             return std::nullopt;
         }
-        if (m_memory_left != 0) {
+        if (!m_memory.spent()) {
             enter(record);
         }
         return (std::uint64_t{record.size()} + record_alignment - 1) / record_alignment * record_alignment;
@@ -146,7 +143,7 @@ class sds_walker : public std::streambuf {
 
     security_map& m_map;
     std::uint64_t m_limit;
-    std::uint64_t m_memory_left;
+    budget m_memory;
     std::vector<std::uint8_t> m_kept;  // bytes from m_position on
     std::uint64_t m_position = 0;      // of the walk in the stream
 };
@@ -195,7 +192,8 @@ void read_sds(CNtfs& ntfs, security_map& map) {
     }
     // Holes can make a stream as long as they like; the source bounds what can be in it.
     const std::uint64_t longest = ntfs.source_size() + static_cast<std::uint64_t>(ntfs.m_cluster_size);
-    sds_walker walker(map, std::min(longest, positions_end), usual_memory + ntfs.source_size() / 2);
+    sds_walker walker(map, std::min(longest, positions_end),
+                      budget(limits::descriptor_memory(ntfs.source_size()), ntfs.m_cache_memory));
     std::ostream stream(&walker);
     pump_context context{no_log()};
     if (copy_to_stream(&ntfs, *sds, stream, false, false, context)) {

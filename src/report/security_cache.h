@@ -47,7 +47,7 @@ class sds_record_view {
 
 // Reads $SDS into `map`, which is cleared first and stays empty for an invalid volume and for one without
 // $SDS. Of two records with one id the first counts. What is no record is passed over 16 bytes at a time.
-// When the entries take 32 MiB and half of what the source can hold, no more are added.
+// When the entries take 32 MiB and half of what the source can hold, or 160 MiB, no more are added.
 void read_sds(CNtfs& ntfs, security_map& map);
 // Fills the volume's cache if it is empty. True if it holds anything then; false for an invalid volume.
 [[nodiscard]] bool load_security_cache(CNtfs& ntfs);

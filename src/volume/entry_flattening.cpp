@@ -3,6 +3,7 @@
 #include "foundation/ql_string.h"
 #include "volume/attribute_values.h"
 #include "volume/file_record.h"
+#include "volume/limits.h"
 
 #include <algorithm>
 
@@ -84,32 +85,26 @@ void take_clusters(attr_item& item, const entry_record& record, general_attribut
     item.runs = stored.runs.take();
 }
 
-// Zeros that the values of one entry may take in the place of bytes that are not there. Records of a usual
-// size never come near: only large ones have room for thousands of headers.
-constexpr std::uint64_t most_padding = std::uint64_t{4} << 20;
-
 // The value as long as the header says. Bytes that a damaged header places outside of the attribute are
 // zeros, as far as the padding goes, which the value takes its part of.
-std::vector<std::uint8_t> value_in_full(const attribute& at, std::uint64_t& padding_left) {
+std::vector<std::uint8_t> value_in_full(const attribute& at, budget& padding) {
     if (at.value_offset() == 0) {
         return {};
     }
     const byte_view held = at.value();
-    const std::uint64_t padding = std::min(at.value_length() - held.size(), padding_left);
-    padding_left -= padding;
-    std::vector<std::uint8_t> value(held.size() + padding);
+    std::vector<std::uint8_t> value(held.size() + padding.take(at.value_length() - held.size()));
     std::copy(held.span().begin(), held.span().end(), value.begin());
     return value;
 }
 
 void take_value(attr_item& item, const general_attribute& stored, std::uint32_t record_size,
-                std::uint64_t& padding_left) {
+                budget& padding) {
     const attribute at = stored.view();
     item.value_size = at.value_length();
     // Deliberate: one would expect every resident value to be kept. One as long as a record, which no sound
     // record can hold, is dropped: its size shows in the report and a copy finds no data.
     if (item.value_size < record_size) {
-        item.value = value_in_full(at, padding_left);
+        item.value = value_in_full(at, padding);
     }
     if (item.type == attr_volume_name && stored.name.empty()) {
         read_utf16_narrow(item.name, item.value, static_cast<std::int64_t>(item.value.size()), false);
@@ -120,7 +115,7 @@ void take_value(attr_item& item, const general_attribute& stored, std::uint32_t 
 }
 
 attr_item general_item(const entry_record& record, general_attribute& stored, std::uint32_t record_size,
-                       std::uint64_t& padding_left) {
+                       budget& padding) {
     const attribute at = stored.view();
     attr_item item = new_item(record, at.type(), at.id(), at.flags(), record_size);
     item.non_resident = at.non_resident();
@@ -128,7 +123,7 @@ attr_item general_item(const entry_record& record, general_attribute& stored, st
     if (item.non_resident) {
         take_clusters(item, record, stored);
     } else {
-        take_value(item, stored, record_size, padding_left);
+        take_value(item, stored, record_size, padding);
     }
     return item;
 }
@@ -137,7 +132,7 @@ attr_item general_item(const entry_record& record, general_attribute& stored, st
 
 attr_item_list flatten_entry(entry_record& record, std::uint32_t record_size) {
     attr_item_list items;
-    std::uint64_t padding_left = most_padding;
+    budget padding(limits::value_padding);
     items.push_back(header_item(record));
     for (const auto& [id, kept] : record.std_infos) {
         items.push_back(standard_information_item(record, kept, record_size));
@@ -146,18 +141,18 @@ attr_item_list flatten_entry(entry_record& record, std::uint32_t record_size) {
         items.push_back(file_name_item(record, kept, record_size));
     }
     for (auto& [key, stored] : record.attributes) {
-        items.push_back(general_item(record, stored, record_size, padding_left));
+        items.push_back(general_item(record, stored, record_size, padding));
     }
     return items;
 }
 
 attr_item_list flatten_index_attributes(entry_record& record, std::uint32_t record_size) {
     attr_item_list items;
-    std::uint64_t padding_left = most_padding;
+    budget padding(limits::value_padding);
     for (auto& [key, stored] : record.attributes) {
         const std::uint32_t type = stored.view().type();
         if (type == attr_index_root || type == attr_index_allocation) {
-            items.push_back(general_item(record, stored, record_size, padding_left));
+            items.push_back(general_item(record, stored, record_size, padding));
         }
     }
     return items;

@@ -115,7 +115,7 @@ std::uint64_t run_memory(const joined_runs& runs) {
 void join_runs(entry_record& record, general_attribute& held, general_attribute& piece) {
     const std::uint64_t before = run_memory(held.runs);
     held.runs.join(piece.runs.take());
-    record.held_bytes += run_memory(held.runs) - std::min(before, run_memory(held.runs));
+    record.memory.take(run_memory(held.runs) - std::min(before, run_memory(held.runs)));
 }
 
 // An attribute whose runs are spread over records becomes one: the piece first met keeps its sizes, and its
@@ -140,7 +140,7 @@ void store_general_form(entry_record& record, const attribute& at, general_attri
     }
     const auto [stored, is_new] = record.attributes.try_emplace(key, std::move(form));
     if (is_new) {
-        record.held_bytes += stored->second.bytes.size() + run_memory(stored->second.runs);
+        record.memory.take(stored->second.bytes.size() + run_memory(stored->second.runs));
     }
     if (is_new && is_unnamed_data(at)) {
         record.unnamed_data_key = record.has_unnamed_data ? std::min(record.unnamed_data_key, key) : key;
@@ -168,7 +168,7 @@ void keep_file_name(entry_record& record, std::uint64_t entry, const attribute& 
     read_utf16_narrow(name, value.name_bytes(), static_cast<std::int64_t>(value.name_bytes().size()), false);
     const std::string key = file_name_key(reference_entry(value.parent()), name, entry);
     if (record.file_names.try_emplace(key, keep(at, value)).second) {
-        record.held_bytes += key.size() + bytes.size();
+        record.memory.take(key.size() + bytes.size());
     }
 }
 

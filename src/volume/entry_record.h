@@ -5,6 +5,7 @@
 // an extension record stands here as if the base record held it.
 #pragma once
 
+#include "foundation/budget.h"
 #include "volume/attribute.h"
 #include "volume/joined_runs.h"
 
@@ -69,8 +70,8 @@ struct entry_record {
     // An unnamed $DATA is among them; if several are, the key of the first.
     bool has_unnamed_data = false;
     std::uint64_t unnamed_data_key = 0;
-    // Bytes of memory that attributes and file names take here, their runs included.
-    std::uint64_t held_bytes = 0;
+    // Bytes of memory that attributes and file names, runs included, may still take here.
+    budget memory{budget::unlimited};
 };
 
 // Orders attributes by id, those of one id by type.

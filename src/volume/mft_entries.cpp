@@ -12,9 +12,6 @@ namespace {
 
 // Bytes of a list entry ahead of its name.
 constexpr std::uint64_t list_entry_header_size = 26;
-// What an entry may take in memory for each byte of the source. All attributes of a sound file stand on the
-// source, each run stands for a cluster there, and extension records that lie over each other are none.
-constexpr std::uint64_t most_memory_for_a_byte = 2;
 
 unsigned long long for_log(std::uint64_t number) {
     return number;
@@ -84,6 +81,7 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
 
 bool mft_entries_ctx::read_entry(entry_record& record, std::uint64_t entry) {
     record = entry_record();
+    record.memory = budget(limits::entry_memory(m_ntfs.source_size()));
     std::int64_t mft_position = 0;
     if (!m_ntfs.validate(mft_position)) {
         return false;
@@ -131,7 +129,7 @@ bool mft_entries_ctx::read_entry(entry_record& record, std::uint64_t entry) {
 }
 
 bool mft_entries_ctx::may_go_on(const entry_record& record) const {
-    return m_reads.may_go_on() && record.held_bytes / most_memory_for_a_byte <= m_ntfs.source_size();
+    return m_reads.may_go_on() && !record.memory.spent();
 }
 
 void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t entry,

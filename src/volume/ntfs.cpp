@@ -228,7 +228,7 @@ bool CNtfs::read_all_clusters(const cluster_run_list& runs, std::vector<std::uin
         return false;
     }
     const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
-    const std::uint64_t most_bytes = std::min(source_size(), longest_attribute_list);
+    const std::uint64_t most_bytes = limits::attribute_list_bytes(source_size());
     const std::uint64_t most = most_bytes / cluster_size + (most_bytes % cluster_size == 0 ? 0 : 1);
     const std::uint64_t room = std::min(run_bytes(runs, 1, false), most);
     if (!resize(out, room * cluster_size)) {

@@ -13,10 +13,12 @@
 #pragma once
 
 #include "disk/raw_disk_io.h"
+#include "foundation/budget.h"
 #include "volume/attribute.h"
 #include "volume/boot_sector.h"
 #include "volume/file_record.h"
 #include "volume/inode_stats.h"
+#include "volume/limits.h"
 #include "volume/path_cache.h"
 #include "volume/runs.h"
 #include "volume/security_entry.h"
@@ -30,13 +32,8 @@
 
 namespace quarry {
 
-// No file record is as long as this, and a claim of more is cut to it: a volume with damage in one size field
-// is read all the same, without the cost that the field claims.
-inline constexpr std::uint32_t longest_record = 512 * 1024;
-
-// NTFS ends an attribute list at 256 KiB. What a damaged one claims beyond this is cut, because each two
-// bytes of it may ask for the read of a record.
-inline constexpr std::uint64_t longest_attribute_list = std::uint64_t{2} * 1024 * 1024;
+using limits::longest_attribute_list;
+using limits::longest_record;
 
 class CNtfs {
   public:
@@ -70,10 +67,8 @@ class CNtfs {
     std::uint64_t m_volume_offset = 0;
     std::uint32_t m_mft_record_size = 0;
     path_cache m_path_cache;
-    // What attribute lists, and the records that they name, have cost in filling it, in bytes.
-    std::uint64_t m_path_cache_cost = 0;
-    // The same of the records of directories' children.
-    std::uint64_t m_path_cache_record_cost = 0;
+    // What all that is kept of the volume may still take, in bytes.
+    budget m_cache_memory{budget::unlimited};
     // Loads m_sd_cache; null where no reader of descriptors is wanted.
     security_loader m_load_security = nullptr;
 
@@ -212,6 +207,8 @@ class CNtfs {
     [[nodiscard]] std::uint64_t add_listed_attribute(INODE_STATS& stats, const list_entry& listed,
                                                      std::vector<std::uint8_t>& record);
 
+    // The part of m_cache_memory that the runs of $MFT and $Bitmap may take.
+    budget m_system_run_memory{limits::system_run_memory};
     // For each run of $MFT the first of its clusters that is behind it, counted from the start of $MFT.
     std::vector<std::uint64_t> m_mft_run_ends;
     void index_mft_runs();

@@ -46,6 +46,8 @@ bool CNtfs::validate(std::int64_t& mft_position) {
         mft_position = m_mft_file_pos;
         return true;
     }
+    m_cache_memory = budget(limits::cache_memory(source_size()));
+    m_system_run_memory = budget(limits::system_run_memory);
     try {
         m_Validated = learn_geometry(mft_position) && read_mft_record();
     } catch (const std::bad_alloc&) {

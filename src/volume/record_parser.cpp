@@ -12,12 +12,12 @@ namespace {
 
 constexpr std::uint64_t mft_entry = 0;
 
-// An attribute list that names the same attributes again and again would make a small source cost much
-// memory. What extension records hold for one file ends at so many bytes and a share of the source, each
-// attribute counted as a whole header at least.
-constexpr std::uint64_t usual_attribute_bytes = std::uint64_t{512} * 1024;
-constexpr std::uint64_t source_bytes_for_one_attribute_byte = 128;
-constexpr std::uint64_t smallest_counted_attribute = 64;
+// Memory of a run in a list and in the indexes over it.
+constexpr std::uint64_t memory_of_run = sizeof(data_run) + sizeof(std::uint64_t) + 64;
+
+std::uint64_t stored_runs(const INODE_STATS& stats) {
+    return stats.data_runs.size() + stats.bitmap_runs.size();
+}
 
 // A non-resident attribute without data may have no mapping pairs at all.
 bool has_no_pairs(const attribute& at) {
@@ -226,17 +226,17 @@ bool CNtfs::walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_
     if (list.empty() || at.length() > list.size()) {
         return false;
     }
-    const std::uint64_t most = usual_attribute_bytes + source_size() / source_bytes_for_one_attribute_byte;
-    std::uint64_t attribute_bytes = 0;
+    budget attribute_bytes(limits::system_attribute_bytes(source_size()));
     followed_reads reads;
     reads.count(list.size());
     std::vector<std::uint8_t> record;
     auto bytes_left = static_cast<std::int64_t>(list.size());
     // Ends with the list: each step is at least one byte long.
-    while (at.length() != 0 && at.length() <= bytes_left && attribute_bytes <= most && reads.may_go_on()) {
+    while (at.length() != 0 && at.length() <= bytes_left && !attribute_bytes.spent() &&
+           !m_system_run_memory.spent() && reads.may_go_on()) {
         if (at.entry_number() != entry) {
             reads.count(get_mft_record_size());
-            attribute_bytes += add_listed_attribute(stats, at, record);
+            attribute_bytes.take(add_listed_attribute(stats, at, record));
         }
         bytes_left -= at.length();
         if (bytes_left < smallest_list_entry) {
@@ -270,11 +270,18 @@ std::uint64_t CNtfs::add_listed_attribute(INODE_STATS& stats, const list_entry& 
     for (; at.type() != attr_end_marker && bytes_left > 0; at = at.next()) {
         if (at.type() == listed.type() && at.id() == listed.id()) {
             attribute list_in_extension;
+            const std::uint64_t runs_before = stored_runs(stats);
+            const std::size_t indexes_before = stats.index_runs.size();
             static_cast<void>(parse_attributes(stats, list_in_extension, at, at.length(), true, true));
+            const std::uint64_t added = stats.index_runs.size() > indexes_before
+                                            ? stats.index_runs.back().size()
+                                            : stored_runs(stats) - runs_before;
+            m_system_run_memory.take(added * memory_of_run);
+            m_cache_memory.take(added * memory_of_run);
             if (&stats == &m_mft_info) {
                 index_mft_runs();
             }
-            return std::max<std::uint64_t>(at.length(), smallest_counted_attribute);
+            return std::max<std::uint64_t>(at.length(), limits::smallest_counted_attribute);
         }
         if (at.length() == 0) {
             return 0;

@@ -17,7 +17,8 @@ inline constexpr std::uint64_t clusters_per_unit = 16;
 [[nodiscard]] std::uint64_t transfer_unit(const CNtfs& ntfs);
 
 // Bytes of a buffer for transfers. A boot sector may claim clusters of many megabytes, so of a unit of more
-// than 1 MiB it holds as much as the source has, rounded up to a whole cluster. 0 where the unit is.
+// than 1 MiB it holds as much as the source has, rounded up to a whole cluster, and 64 MiB at most. 0 where
+// the unit is.
 [[nodiscard]] std::uint64_t transfer_buffer_size(const CNtfs& ntfs);
 
 }  // namespace quarry

@@ -364,15 +364,33 @@ TEST(IndexStreamBlocks, OfAnAttributeNeedsVolumeAttributeAndInitializedBytes) {
     opened_volume opened(volume);
     const bytes good = attribute_builder::non_resident(0xA0, runs({{200, 1}})).build();
     _inode_collection found;
-    EXPECT_FALSE(parse_index_allocation(found, nullptr, attribute(byte_view(good)), false));
-    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(), false));
+    budget reads(budget::unlimited);
+    EXPECT_FALSE(parse_index_allocation(found, nullptr, attribute(byte_view(good)), false, reads));
+    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(), false, reads));
     const bytes empty = attribute_builder::non_resident(0xA0, runs({{200, 1}})).initialized(0).build();
-    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(empty)), false));
+    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(empty)), false, reads));
     const bytes without_length = attribute_builder::non_resident(0xA0, runs({{200, 1}})).length(0).build();
-    EXPECT_FALSE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(without_length)), false));
+    EXPECT_FALSE(
+        parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(without_length)), false, reads));
     EXPECT_EQ(found.size(), 0u);
-    EXPECT_TRUE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(good)), false));
+    EXPECT_TRUE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(good)), false, reads));
     EXPECT_EQ(found.size(), 1u);
+}
+
+TEST(IndexStreamBlocks, AreReadAsFarAsTheBudgetGoes) {
+    volume_builder volume({.mft_entries = 32, .total_clusters = 300});
+    for (std::uint64_t i = 0; i < 4; ++i) {
+        volume.write_clusters(200 + i, block_of(100 + i).build());
+    }
+    opened_volume opened(volume);
+    const bytes four = attribute_builder::non_resident(0xA0, runs({{200, 4}})).build();
+    budget reads(7 * 4096 - 1);
+    for (const std::size_t expected : {4u, 2u, 0u}) {
+        _inode_collection found;
+        EXPECT_TRUE(parse_index_allocation(found, &opened.ntfs(), attribute(byte_view(four)), false, reads));
+        EXPECT_EQ(found.size(), expected);
+    }
+    EXPECT_TRUE(reads.spent());
 }
 
 // The plain way: one cluster after the other, each with a read of its own, each to its place.

@@ -38,6 +38,18 @@ lookup resolve(CNtfs* ntfs, const wchar_t* path, bool follow_links = true) {
 
 constexpr std::uint64_t none = ~std::uint64_t{0};
 
+// Lets the cache know of the root directory that it has these children alone.
+void know(CNtfs& ntfs, const std::vector<child_name_table::named_child>& children) {
+    auto content = std::make_unique<directory_content>();
+    for (const auto& [name, child] : children) {
+        content->m_children.insert(child);
+        content->m_child_names.add(name, child);
+    }
+    content->m_child_names.put_in_order();
+    ntfs.m_path_cache.set_limits(budget::unlimited, budget::unlimited);
+    ntfs.m_path_cache.keep(ntfs.m_path_cache.add(5, 5, false), std::move(content));
+}
+
 // The root directory lists itself (5), $MFT (0) and $Bitmap (6) beside what a test adds from entry 24 on.
 class PathResolution : public ::testing::Test {
   protected:
@@ -278,7 +290,7 @@ TEST_F(PathResolution, OfAFileAsADirectoryFailsForWantOfChildren) {
                      "info: # children [4]", "info: get children names",
                      "info: inode found for seg: file : 0x18", "seg: below", "info: get children nodes",
                      "info: none found", R"(inode not found for \file\below)"}));
-    EXPECT_EQ(ntfs().m_path_cache.count(24), 0u);
+    EXPECT_EQ(ntfs().m_path_cache.find(24), nullptr);
 }
 
 TEST_F(PathResolution, FindsADeletedFileWhoseEntryIsStillInAFreedBlock) {
@@ -401,7 +413,7 @@ TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheAndHasNoIndexFindsNone) {
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.log, (lines{R"(anal: \a)", "root dir", "seg: a", "info: get children nodes",
                                  "info: none found", R"(inode not found for \a)"}));
-    EXPECT_TRUE(ntfs().m_path_cache.empty());
+    EXPECT_TRUE(ntfs().m_path_cache.directories().empty());
 }
 
 TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheFailsWhenItsIndexFailsInPart) {
@@ -415,7 +427,7 @@ TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheFailsWhenItsIndexFailsInPa
         attribute_builder::non_resident(0xA0, runs({{40, 1}})).initialized(0).named("$I30"));
     EXPECT_EQ(find(LR"(\a)").log.at(4), "info: none found");
     // With an entry in the cache the result is not asked for.
-    ntfs().m_path_cache[5].m_entry = 5;
+    ntfs().m_path_cache.add(5, 5, false);
     EXPECT_TRUE(find(LR"(\a)").found);
 }
 
@@ -427,24 +439,71 @@ TEST_F(PathResolution, InADirectoryInTheCacheWithoutChildrenFindsNoNamesEither) 
               (lines{"seg: a", "info: get children nodes", "info: # children [0]", "info: get children names",
                      "err: no child names", R"(inode not found for \dir\a)"}));
     const lookup again = find(LR"(\dir\a)");
-    EXPECT_EQ(again.log.at(6), "info: get children nodes") << "an empty directory is read again";
+    EXPECT_EQ(lines(again.log.begin() + 5, again.log.end()), lines(result.log.begin() + 7, result.log.end()))
+        << "an empty directory has the same lines again";
 }
 
-TEST_F(PathResolution, InADirectoryInTheCacheWithoutNamesReadsThem) {
-    m_volume.add_file("a");
-    ntfs().m_path_cache[5].m_children = {24};
-    const lookup result = find(LR"(\a)");
-    EXPECT_TRUE(result.found);
-    EXPECT_EQ(result.log, (lines{R"(anal: \a)", "root dir", "seg: a", "info: get children names",
-                                 "info: inode found for seg: a : 0x18"}));
+TEST_F(PathResolution, InADirectoryWhoseChildrenHaveNoNamesTellsTheSameOfEachChildAgain) {
+    m_volume.add_file("nameless").without_names();
+    const std::uint64_t directory = m_volume.add_directory("dir").entry();
+    const std::uint64_t child = m_volume.add_file("child", directory).without_names().entry();
+    m_volume.file(directory).extra_entry(name_entry(reference(child, 1), {.name = "child"}));
+    m_volume.file(directory).extra_entry(name_entry(reference(60, 1), {.name = "unused"}));
+    const lines first = find(LR"(\dir\child)").log;
+    EXPECT_EQ(lines(first.end() - 7, first.end()),
+              (lines{"info: get children nodes", "info: # children [2]", "info: get children names",
+                     "err: namelookup: inode 0x1a", "err: readFR: inode 0x3c", "err: no child names",
+                     R"(inode not found for \dir\child)"}));
+    for (int i = 0; i < 2; ++i) {
+        const lines again = find(LR"(\dir\child)").log;
+        EXPECT_EQ(again,
+                  (lines{R"(anal: \dir\child)", "root dir", "seg: dir", "info: cache lookup",
+                         "info: inode found for seg: dir : 0x19", "seg: child", "info: get children names",
+                         "err: namelookup: inode 0x1a", "err: readFR: inode 0x3c", "err: no child names",
+                         R"(inode not found for \dir\child)"}));
+    }
 }
 
-TEST_F(PathResolution, InADirectoryInTheCacheWithNamesLooksNowhereElse) {
-    m_volume.add_file("a");
-    ntfs().m_path_cache[5].m_children = {24};
-    ntfs().m_path_cache[5].m_child_names.assign({{"made up", 24}});
-    EXPECT_EQ(entry_of(LR"(\MADE up)"), 24u);
-    EXPECT_EQ(entry_of(LR"(\a)"), 0u);
+// A volume whose records are gone after the first lookup: whatever is answered then was remembered.
+TEST_F(PathResolution, ReadsNothingAgainOfDirectoriesThatYieldNothing) {
+    m_volume.add_directory("empty").without_index();
+    m_volume.add_file("file");
+    std::vector<lines> first;
+    const auto paths = {LR"(\empty\a)", LR"(\file\a)"};
+    for (const wchar_t* path : paths) {
+        EXPECT_FALSE(find(path).found);
+        first.push_back(find(path).log);
+    }
+    write_file(m_opened->path(), bytes(m_volume.record_position(5)));
+    std::size_t i = 0;
+    for (const wchar_t* path : paths) {
+        EXPECT_EQ(find(path).log, first[i++]);
+    }
+}
+
+// Of each directory the names take more than half of what the cache may hold.
+TEST_F(PathResolution, InADirectoryThatWasDroppedFromTheCacheFindsTheSameWithTheSameLines) {
+    const std::uint64_t one = m_volume.add_directory("one").entry();
+    const std::uint64_t two = m_volume.add_directory("two").entry();
+    m_volume.add_file("a", one);
+    m_volume.add_file("b", two);
+    const auto look_up_all = [this] {
+        std::vector<lookup> found;
+        for (const wchar_t* path : {LR"(\one\a)", LR"(\two\b)", LR"(\two\none)", LR"(\one\a)"}) {
+            found.push_back(find(path));
+        }
+        return found;
+    };
+    const std::vector<lookup> kept = look_up_all();
+    for (const std::uint64_t memory : {1000u, 1500u, 2000u}) {
+        ntfs().m_path_cache.clear();
+        ntfs().m_path_cache.set_limits(memory, budget::unlimited);
+        const std::vector<lookup> dropped = look_up_all();
+        for (std::size_t i = 0; i < kept.size(); ++i) {
+            EXPECT_EQ(dropped[i].entry, kept[i].entry) << memory;
+            EXPECT_EQ(dropped[i].log, kept[i].log) << memory;
+        }
+    }
 }
 
 TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
@@ -452,28 +511,32 @@ TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
     m_volume.add_directory("Gone").deleted_but_indexed();
     m_volume.add_file("File.txt", outer);
     ASSERT_TRUE(find(LR"(\Outer)").found);
-    path_cache& cache = ntfs().m_path_cache;
+    const std::map<std::uint64_t, dir_cache_entry>& cache = ntfs().m_path_cache.directories();
     ASSERT_EQ(cache.size(), 3u);
     const dir_cache_entry& root = cache.at(5);
     EXPECT_EQ(root.m_entry, 5u);
-    EXPECT_EQ(root.m_parents, (std::set<std::uint64_t>{5}));
+    EXPECT_EQ(root.m_parent, 5u);
     EXPECT_TRUE(root.m_is_dir);
     EXPECT_FALSE(root.m_deleted);
-    EXPECT_EQ(std::vector<std::uint64_t>(root.m_children.begin(), root.m_children.end()),
+    ASSERT_NE(root.m_content, nullptr);
+    const _inode_collection& children = root.m_content->m_children;
+    EXPECT_EQ(std::vector<std::uint64_t>(children.begin(), children.end()),
               (std::vector<std::uint64_t>{0, 5, 6, 24, 25}));
     using names = std::vector<child_name_table::named_child>;
-    EXPECT_EQ(root.m_child_names.names(), (names{{"$bitmap", 6}, {"$mft", 0}, {"gone", 25}, {"outer", 24}}))
+    EXPECT_EQ(root.m_content->m_child_names.names(),
+              (names{{"$bitmap", 6}, {"$mft", 0}, {"gone", 25}, {"outer", 24}}))
         << "the root lists itself, and passes over itself";
     const dir_cache_entry& known = cache.at(24);
     EXPECT_EQ(known.m_entry, 24u);
-    EXPECT_EQ(known.m_parents, (std::set<std::uint64_t>{5}));
+    EXPECT_EQ(known.m_parent, 5u);
     EXPECT_TRUE(known.m_is_dir);
     EXPECT_FALSE(known.m_deleted);
-    EXPECT_TRUE(known.m_children.empty());
-    EXPECT_TRUE(known.m_child_names.empty());
+    EXPECT_FALSE(known.m_entered);
+    EXPECT_EQ(known.m_content, nullptr);
     EXPECT_TRUE(cache.at(25).m_deleted);
     ASSERT_TRUE(find(LR"(\Outer\file.txt)").found);
-    EXPECT_EQ(known.m_child_names.names(), (names{{"file.txt", 26}}));
+    ASSERT_NE(known.m_content, nullptr);
+    EXPECT_EQ(known.m_content->m_child_names.names(), (names{{"file.txt", 26}}));
 }
 
 TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
@@ -482,7 +545,7 @@ TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
     m_volume.add_directory("shared", one).hard_link("shared", two);
     ASSERT_TRUE(find(LR"(\two\shared)").found);
     ASSERT_TRUE(find(LR"(\one\shared)").found);
-    EXPECT_EQ(ntfs().m_path_cache.at(26).m_parents, (std::set<std::uint64_t>{two}));
+    EXPECT_EQ(ntfs().m_path_cache.find(26)->m_parent, two);
 }
 
 TEST_F(PathResolution, OfAChildThatIsItsOwnDirectoryPassesOverIt) {
@@ -670,8 +733,7 @@ TEST_F(Links, WhoseRecordIsCutByTheEndOfTheSourceAreNone) {
     for (const bool cut : {false, true}) {
         image.resize(cut ? half : image.size());
         opened_volume opened(image);
-        opened->m_path_cache[5].m_children = {24, 25};
-        opened->m_path_cache[5].m_child_names.assign({{"link", 25}, {"target", 24}});
+        know(opened.ntfs(), {{"link", 25}, {"target", 24}});
         EXPECT_EQ(resolve(&opened.ntfs(), LR"(\link)").entry, cut ? 25u : 24u);
     }
 }
@@ -694,8 +756,7 @@ TEST_F(PathResolution, EndsSoonWhereTheListsOfAllFilesLieOverEachOther) {
     opened_volume opened(volume);
     EXPECT_EQ(resolve(&opened.ntfs(), L"/file7").entry, 31u);
     EXPECT_EQ(resolve(&opened.ntfs(), L"/file299").entry, 323u);
-    EXPECT_EQ(opened->m_path_cache_cost, read_budget(opened.ntfs()).bytes_left)
-        << "no further list is followed";
+    EXPECT_TRUE(opened->m_path_cache.reads().listed.spent()) << "no further list is followed";
 }
 
 // A root directory of so many times 24 files with 8 names each, which are the same records over and
@@ -748,16 +809,16 @@ TEST_F(PathResolution, ReadsNoMoreChildrenWhereTheirRecordsHaveCostAllThatTheyMa
     const std::uint64_t two = volume.add_file("two", directory).entry();
     for (const std::uint64_t records : {1U, 2U}) {
         opened_volume opened(volume);
-        opened->m_path_cache[5].m_children = {directory};
-        opened->m_path_cache[5].m_child_names.assign({{"dir", directory}});
-        opened->m_path_cache_record_cost = read_budget(opened.ntfs()).bytes_left - (1024 * records - 1);
+        know(opened.ntfs(), {{"dir", directory}});
+        opened->m_path_cache.reads().records = budget(4096 * records - 1);
         EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/one").entry, one);
         EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/two").found, records == 2);
     }
     opened_volume opened(volume);
     EXPECT_EQ(resolve(&opened.ntfs(), L"/dir/two").entry, two);
-    // Those of the two files, and of $MFT, $Bitmap and the directory in the root.
-    EXPECT_EQ(opened->m_path_cache_record_cost, 5u * 1024);
+    // Those of the two files, and of $MFT, $Bitmap and the directory in the root, each a page.
+    EXPECT_EQ(opened->m_path_cache.reads().records.left(),
+              0x4000000u + 32 * opened->source_size() - 5u * 4096);
 }
 
 TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {

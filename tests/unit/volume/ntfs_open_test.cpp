@@ -325,7 +325,7 @@ TEST(OpenSource, opening_clears_what_the_object_held) {
     ASSERT_TRUE(volume.open_source(33, (dir / "image").wstring(), 0, 0, false));
     ASSERT_TRUE(volume.validate(position));
     volume.m_sd_cache[1].owner = "x";
-    volume.m_path_cache[5].m_entry = 5;
+    volume.m_path_cache.add(5, 5, false);
     ASSERT_TRUE(volume.open_source(33, (dir / "image").wstring(), 0, 0, false));
     EXPECT_FALSE(volume.m_Validated);
     EXPECT_EQ(volume.m_cluster_size, 0);
@@ -335,7 +335,7 @@ TEST(OpenSource, opening_clears_what_the_object_held) {
     EXPECT_TRUE(volume.m_mft_info.data_runs.empty());
     EXPECT_TRUE(volume.m_bitmap_runs.empty());
     EXPECT_TRUE(volume.m_sd_cache.empty());
-    EXPECT_TRUE(volume.m_path_cache.empty());
+    EXPECT_TRUE(volume.m_path_cache.directories().empty());
     EXPECT_EQ(volume.entry_position(5), 0u);
 }
 

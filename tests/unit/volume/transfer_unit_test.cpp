@@ -48,5 +48,17 @@ TEST(TransferUnit, is_zero_without_a_cluster_size) {
     EXPECT_EQ(sizes_of(-1, 1000), sizes());
 }
 
+TEST(TransferUnit, of_clusters_that_no_volume_has_is_held_up_to_64_mebibytes_whatever_the_source) {
+    const temp_dir dir;
+    write_file(dir / "source", {});
+    CNtfs ntfs;
+    ntfs.m_cluster_size = 16711425;
+    ntfs.m_disk = std::make_unique<RAW_DISK_IO>((dir / "source").wstring(), false, 0);
+    ntfs.m_disk->m_size = ntfs.m_disk->m_content_size = std::uint64_t{1} << 40;
+    EXPECT_EQ(transfer_buffer_size(ntfs), 4u * 16711425);
+    ntfs.m_cluster_size = 2 << 20;
+    EXPECT_EQ(transfer_buffer_size(ntfs), 32u << 20) << "16 of the largest clusters that there are";
+}
+
 }  // namespace
 }  // namespace quarry::test
