@@ -321,6 +321,105 @@ TEST(grain_tables, an_error_in_a_later_part_leaves_the_parts_in_front_of_it) {
     EXPECT_EQ(tables.entry(0x13FF, 127), 0x9FFFFu);
 }
 
+// Data from 0x100000 to 0x101000 and from 0x300000 on, and holes around them.
+TEST(grain_tables, holes_of_the_file_are_passed_over) {
+    byte_writer content(0x400000);
+    content.u32(0x100008, 7).u32(0x100FFC, 8).u32(0x300000, 9).u32(0x3FFFFC, 10);
+    counted_file file(content.take());
+    metadata_source source = file.source();
+    source.m_next_data = [](std::uint64_t position) -> std::optional<file_stretch> {
+        if (position < 0x101000) {
+            return file_stretch{std::max<std::uint64_t>(position, 0x100000), 0x101000};
+        }
+        return file_stretch{std::max<std::uint64_t>(position, 0x300000), 0x400000};
+    };
+    grain_tables tables;
+    tables.read({0, 0x800, 0x1000, 0x1800}, 0x40000, source);
+    EXPECT_EQ(tables.size(), 4u);
+    EXPECT_EQ(file.m_bytes_asked, 0x101000u);
+    EXPECT_EQ(tables.entry(0x800, 0), 0u);
+    EXPECT_EQ(tables.entry(0x800, 2), 7u);
+    EXPECT_EQ(tables.entry(0x800, 0x3FF), 8u);
+    EXPECT_EQ(tables.entry(0x800, 0x400), 0u);
+    EXPECT_EQ(tables.entry(0x1800, 0), 9u);
+    EXPECT_EQ(tables.entry(0x1800, 0x3FFFF), 10u);
+    EXPECT_EQ(tables.entry(0, 0), 0u);
+}
+
+TEST(grain_tables, a_file_that_is_a_hole_from_the_tables_on_is_not_read) {
+    counted_file file(bytes(0x100000));
+    metadata_source source = file.source();
+    source.m_next_data = [](std::uint64_t) { return std::optional<file_stretch>(); };
+    grain_tables tables;
+    tables.read({8, 16}, 128, source);
+    EXPECT_EQ(tables.size(), 2u);
+    EXPECT_EQ(file.m_reads, 0u);
+    EXPECT_EQ(tables.entry(16, 127), 0u);
+}
+
+TEST(grain_tables, an_error_behind_a_hole_ends_the_work_there) {
+    counted_file file(numbered_sectors());
+    metadata_source source = file.source();
+    source.m_next_data = [](std::uint64_t position) {
+        return std::optional(file_stretch{std::max<std::uint64_t>(position, 4 * 512), 16 * 512});
+    };
+    file.m_bad_from = 9 * 512;
+    file.m_bad_to = 10 * 512;
+    grain_tables tables;
+    tables.read({3, 4, 8, 9, 10}, 128, source);
+    EXPECT_EQ(tables.size(), 3u);
+    EXPECT_EQ(tables.entry(3, 5), 0u);
+    EXPECT_EQ(tables.entry(4, 5), 4u * 128u + 5u);
+}
+
+// 160 MiB of tables without a zero, more than stays in memory.
+TEST(grain_tables, tables_that_memory_has_no_room_for_are_read_when_they_are_wanted) {
+    constexpr std::uint64_t size = 160ULL << 20;
+    std::uint64_t asked = 0;
+    bool gone = false;
+    const metadata_source source = {
+        size, [&](std::span<std::uint8_t> out, std::uint64_t offset) {
+            asked += out.size();
+            std::fill(out.begin(), out.end(), static_cast<std::uint8_t>(1 + offset / 0x100000));
+            return gone ? std::int64_t{-1} : static_cast<std::int64_t>(out.size());
+        }};
+    grain_tables tables;
+    tables.read({0}, size / 4, source);
+    EXPECT_EQ(tables.size(), 1u);
+    EXPECT_EQ(asked, 128ULL << 20);
+    EXPECT_EQ(tables.entry(0, 0), 0x01010101u);
+    EXPECT_EQ(tables.entry(0, (128ULL << 20) / 4 - 1), 0x80808080u);
+    EXPECT_EQ(tables.entry(0, (128ULL << 20) / 4), 0x81818181u);
+    EXPECT_EQ(tables.entry(0, size / 4 - 1), 0xA0A0A0A0u);
+    EXPECT_EQ(asked, (128ULL << 20) + 8);
+    gone = true;
+    EXPECT_EQ(tables.entry(0, 0), 0x01010101u);
+    EXPECT_EQ(tables.entry(0, size / 4 - 1), 0xFFFFFFFFu) << "no parent's grain comes in its place";
+}
+
+// 4 GiB of metadata whose directory is said to fill them.
+TEST(grain_directory, has_no_more_entries_than_the_file_stores_or_2_tebibytes_need) {
+    const bytes head = directory_file{.overhead = 0x7FFFFF}.build();
+    std::uint64_t asked = 0;
+    metadata_source source = {0xFFFFFE00, [&](std::span<std::uint8_t> out, std::uint64_t) {
+                                  asked += out.size();
+                                  std::fill(out.begin(), out.end(), std::uint8_t{0});
+                                  out[0] = 0xFF;
+                                  out[1] = 0xFF;
+                                  out[2] = 0x7F;
+                                  return static_cast<std::int64_t>(out.size());
+                              }};
+    for (const auto& [stored, entries] :
+         {std::pair{0x1000u, 0x10000u}, std::pair{0x100000u, 0x40000u}, std::pair{0x80000000u, 0x200000u}}) {
+        source.m_stored = stored;
+        asked = 0;
+        std::vector<std::uint32_t> out;
+        EXPECT_TRUE(read_grain_directory(out, vmdk_header(byte_view(head)), source));
+        EXPECT_EQ(out.size(), entries);
+        EXPECT_EQ(asked, 4 + 4u * entries);
+    }
+}
+
 TEST(grain_tables, no_directory_makes_no_tables) {
     counted_file file(numbered_sectors());
     grain_tables tables;
