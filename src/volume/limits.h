@@ -18,7 +18,7 @@ inline constexpr std::uint64_t gibibyte = 1024 * mebibyte;
 // `base` and `factor` for each byte of the source, at most `most`.
 [[nodiscard]] constexpr std::uint64_t following(std::uint64_t source, std::uint64_t base,
                                                 std::uint64_t factor, std::uint64_t most) {
-    return source > (most - std::min(base, most)) / factor ? most : base + source * factor;
+    return source > (most - std::min(base, most)) / factor ? most : std::min(base + source * factor, most);
 }
 
 // Records.
