@@ -18,13 +18,16 @@ class sparse_sources : public command_line_test {
     void SetUp() override {
         QUARRY_NEEDS(keeps_holes(m_dir.path(), tebibyte), "the file system keeps no holes of a tebibyte");
     }
-    void expect_end(std::vector<std::string> words, std::uint64_t most_memory, std::string lines = {}) const {
+    // Runs to an end, whatever comes of it, and gives what was said on standard error.
+    std::string expect_end(std::vector<std::string> words, std::uint64_t most_memory,
+                           std::string lines = {}) const {
         const program_result result = run(std::move(words), {.standard_input = std::move(lines),
                                                              .time_limit = std::chrono::seconds(20),
                                                              .memory_limit = most_memory});
         EXPECT_TRUE(result.exited) << result.signal << result.err;
         EXPECT_FALSE(result.timed_out);
         EXPECT_EQ(result.err.find("bad_alloc"), std::string::npos) << result.err;
+        return result.err;
     }
 };
 
@@ -46,6 +49,7 @@ TEST_F(sparse_sources, whose_file_table_names_a_record_of_129000_runs_4000_times
     volume.add_file("a.txt").data("hello world\n");
     write_sparse_file(m_dir / "image", {{0, volume.image()}}, tebibyte);
     expect_end({"-image", "image", "-src", "/a.txt", "-dst", "o"}, 512 * mebibyte);
+    EXPECT_EQ(text("o"), "hello world\n");
 }
 
 // $MFT lies over itself, so that 2,400 children are the same 24 files, each with an attribute list of half
@@ -103,7 +107,8 @@ TEST_F(sparse_sources, with_a_grain_directory_over_a_hole_of_4_gibibytes_open_so
     first_entry.u32(0, 0x7FFFFF);
     write_sparse_file(m_dir / "disk", {{0, virtual_disk_header(512, 0x7FFFFF)}, {4096, first_entry.take()}},
                       4 * gibibyte);
-    expect_end({"-vmdk", "disk", "-src", "/a.txt", "-dst", "o"}, 512 * mebibyte);
+    EXPECT_EQ(expect_end({"-vmdk", "disk", "-src", "/a.txt", "-dst", "o"}, 512 * mebibyte),
+              "couldn't find any partitions on disk\n\n");
 }
 
 // Sixty-four tables of 4 GiB each.
@@ -115,7 +120,8 @@ TEST_F(sparse_sources, with_grain_tables_over_a_hole_of_256_gibibytes_open_soon)
     directory.u32(0, 16);
     bytes head = virtual_disk_header(0x40000000, 16);
     write_sparse_file(m_dir / "disk", {{0, head}, {4096, directory.take()}}, 256 * gibibyte);
-    expect_end({"-vmdk", "disk", "-src", "/a.txt", "-dst", "o"}, 512 * mebibyte);
+    EXPECT_EQ(expect_end({"-vmdk", "disk", "-src", "/a.txt", "-dst", "o"}, 512 * mebibyte),
+              "couldn't find any partitions on disk\n\n");
 }
 
 // 4,000 directories whose index is the same 1.4 MB, of 60,000 children that are not there.
@@ -147,7 +153,13 @@ TEST_F(sparse_sources, with_a_list_of_4000_directories_that_share_an_index_are_s
         lines += "/" + name + "/x\n";
     }
     volume.write_to(m_dir / "image");
-    expect_end({"-image", "image", "-pipe", "-dst", "o"}, 256 * mebibyte, lines);
+    const std::string said = expect_end({"-image", "image", "-pipe", "-dst", "o"}, 256 * mebibyte, lines);
+    std::size_t failed = 0;
+    for (std::size_t at = said.find("failed: "); at != std::string::npos;
+         at = said.find("failed: ", at + 1)) {
+        ++failed;
+    }
+    EXPECT_EQ(failed, 4000U);
 }
 
 }  // namespace
