@@ -34,7 +34,11 @@ class sparse_sources : public command_line_test {
 // An extension record of a quarter of a mebibyte with 129,000 runs of two bytes each, named 4,000 times.
 TEST_F(sparse_sources, whose_file_table_names_a_record_of_129000_runs_4000_times_open_soon) {
     constexpr std::uint32_t record_size = 256 * 1024;
-    volume_builder volume({.record_size = record_size, .mft_entries = 32});
+    volume_builder volume({.bytes_per_sector = 32768,
+                           .sectors_per_cluster = 1,
+                           .record_size = record_size,
+                           .mft_entries = 32,
+                           .stride = 32768});
     bytes pairs;
     for (int i = 0; i < 129'000; ++i) {
         pairs.insert(pairs.end(), {0x01, 0x01});
