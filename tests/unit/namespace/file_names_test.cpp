@@ -267,10 +267,10 @@ TEST_F(NamesOfAListedFile, EndWhereListsHaveCostAllThatTheyMay) {
         items.push_back({.type = 0x30, .record = file.extension_entry(place), .id = 7});
     }
     file.attribute_list(build_attribute_list(items));
-    // Two entries of 32 bytes count 16 times, a record counts once, and an attribute in it 16 bytes.
-    m_may_cost = 16 * 64 + 1024 + 16 + 1;
+    // Two entries of 32 bytes count 16 times, a record counts as a page, and an attribute in it 16 bytes.
+    m_may_cost = 16 * 64 + 4096 + 16 + 1;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
-    m_may_cost = 16 * 64 + 1024 + 16;
+    m_may_cost = 16 * 64 + 4096 + 16;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
     m_may_cost = 16 * 64;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
@@ -290,9 +290,9 @@ TEST_F(NamesOfAListedFile, PayForEachAttributeThatASearchPassesOver) {
                               {.type = 0x80, .record = file.extension_entry(crowded), .id = 98},
                               {.type = 0x30, .record = file.extension_entry(wanted), .id = 7}}));
     // Three entries of 32 bytes, a record that is read once, and two searches through its three attributes.
-    m_may_cost = 16 * 96 + 1024 + 2 * 3 * 16 + 1;
+    m_may_cost = 16 * 96 + 4096 + 2 * 3 * 16 + 1;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
-    m_may_cost = 16 * 96 + 1024 + 2 * 3 * 16;
+    m_may_cost = 16 * 96 + 4096 + 2 * 3 * 16;
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
 }
 
