@@ -1,6 +1,7 @@
 #include "disk/file_source.h"
 
 #include "disk/positioned_read.h"
+#include "disk/stored_size.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,8 +14,6 @@
 namespace quarry {
 
 namespace {
-
-constexpr std::uint64_t bytes_per_allocated_block = 512;  // in which st_blocks counts, on every file system
 
 // The error of a file of this kind that cannot be a source; 0 for one that can.
 int error_of_kind(mode_t mode) {
@@ -56,8 +55,7 @@ int file_source::describe(int descriptor, description& told) {
     }
     if (S_ISREG(status.st_mode)) {
         told.size = static_cast<std::uint64_t>(status.st_size);
-        told.content_size =
-            std::min(told.size, static_cast<std::uint64_t>(status.st_blocks) * bytes_per_allocated_block);
+        told.content_size = stored_bytes(descriptor, told.size);
         told.modified_seconds = status.st_mtim.tv_sec;
         told.modified_nanoseconds = status.st_mtim.tv_nsec;
         return 0;

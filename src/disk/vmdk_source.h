@@ -28,7 +28,7 @@ class vmdk_source final : public byte_source {
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
     [[nodiscard]] std::uint64_t size() const override { return m_disk.m_base->capacity_bytes(); }
     [[nodiscard]] std::uint64_t content_size() const override {
-        return std::min(size(), m_disk.file_bytes());
+        return std::min(size(), m_disk.stored_bytes());
     }
     [[nodiscard]] std::uint32_t sector_size() const override { return vmdk_sector_size; }
 
