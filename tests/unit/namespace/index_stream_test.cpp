@@ -304,8 +304,9 @@ TEST(IndexStreamInOddClusters, fills_a_block_with_one_cluster_that_is_shorter_an
             << cluster;
         _inode_collection children;
         const bytes allocation = attribute_builder::non_resident(0xA0, {{300, clusters}}).build();
+        budget reads(budget::unlimited);
         EXPECT_TRUE(
-            parse_index_allocation(children, &opened.ntfs(), attribute(byte_view(allocation)), false));
+            parse_index_allocation(children, &opened.ntfs(), attribute(byte_view(allocation)), false, reads));
         EXPECT_EQ(numbers(children.begin(), children.end()), (numbers{100, 101, 102})) << cluster;
     }
 }
