@@ -1,6 +1,7 @@
 // Damages a small volume that has something of everything, on an MBR disk, on a GPT disk and in a virtual
-// disk, and with clusters and sectors that no power of two divides, in some hundred thousand ways, and runs
-// everything that a run can do on each. A case may take two seconds of the processor and 256 MiB.
+// disk, with clusters and sectors that no power of two divides, and in files that seem a tebibyte long, in
+// some hundred thousand ways, and runs everything that a run can do on each. A case may take two seconds of
+// the processor and 256 MiB.
 //
 // Usage: damage_campaign CASES [PART PARTS]
 // The cases are spread over all kinds of damage; with PART and PARTS, this process takes its share of them.
@@ -130,6 +131,7 @@ struct planned_source {
 };
 
 std::vector<planned_source> planned_sources() {
+    constexpr std::uint64_t tebibyte = std::uint64_t{1} << 40;
     const auto clusters_of = [](std::uint32_t sectors, std::uint32_t sector_size = 512) {
         return geometry{.bytes_per_sector = sector_size,
                         .sectors_per_cluster = sectors,
@@ -144,6 +146,8 @@ std::vector<planned_source> planned_sources() {
         {{"clusters of 5 sectors", source_kind::bare_volume}, clusters_of(5)},
         {{"clusters of 7 sectors", source_kind::bare_volume}, clusters_of(7)},
         {{"sectors of 3000 bytes", source_kind::bare_volume}, clusters_of(1, 3000)},
+        {{"sparse disk", source_kind::mbr_disk, tebibyte}, clusters_of(1)},
+        {{"sparse virtual disk", source_kind::virtual_disk, tebibyte}, clusters_of(1)},
     };
     return plan;
 }
