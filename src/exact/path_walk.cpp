@@ -88,7 +88,8 @@ class walk {
         }
         if (m_from_link && name == u"..") {
             if (m_way.size() == 1) {
-                return fail(failure_code::link, where::path(shown({})), "a link leads above the root");
+                return fail(failure_code::link, m_last_link,
+                            "leads to " + m_links.back() + ", which is above the root");
             }
             m_way.pop_back();
             return {};
@@ -191,6 +192,7 @@ class walk {
         }
         m_options.tell("link " + target->shown);
         m_links.push_back(target->shown);
+        m_last_link = place_text;
         if (!target->relative || target->from_root) {
             m_way.erase(m_way.begin() + 1, m_way.end());
         }
@@ -206,6 +208,7 @@ class walk {
     // The root and the names that led to where the walk is.
     std::vector<place> m_way;
     std::vector<std::string> m_links;
+    std::string m_last_link;  // its path, in the words of a message
     // "." and ".." are names of directories only in links; a path that somebody typed has neither.
     bool m_from_link = false;
 };
