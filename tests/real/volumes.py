@@ -152,6 +152,8 @@ class Volume:
         with open(self.image, "rb") as image:
             boot = image.read(512)
         sector, sectors = struct.unpack_from("<HB", boot, 11)
+        if sectors > 128:  # clusters above 128 sectors: a negative power of two
+            sectors = 1 << 256 - sectors
         return sector, sector * sectors, struct.unpack_from("<Q", boot, 48)[0]
 
     def istat(self, entry):
