@@ -1,5 +1,5 @@
-# What an installed quarry consists of, and the packages made of it: `cpack -G DEB` and, with CPackSourceConfig.cmake,
-# a source tarball. scripts/package.sh makes and tries both.
+# What an installed quarry consists of, and the Debian package made of it: `cpack -G DEB`. scripts/package.sh makes and
+# tries it, beside a tarball with a static program and one with the source.
 include(GNUInstallDirs)
 
 install(TARGETS quarry RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
@@ -34,8 +34,4 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/DebianLayout.cmake")
 
-set(CPACK_SOURCE_GENERATOR TGZ)
-set(CPACK_SOURCE_PACKAGE_FILE_NAME "quarry-${PROJECT_VERSION}")
-set(CPACK_SOURCE_IGNORE_FILES "/\\.git$" "/\\.git/" "/build[^/]*/" "/__pycache__/" "/\\.cache/" "/samples/disk\\.img$" "\\.o$"
-    "/samples/work/" "/compile_commands\\.json$")
 include(CPack)

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Makes the Debian package and the source tarball, and tries both: the package is installed in a bare Debian system
-# in a scratch directory, copies a file of the sample disk there and is removed without a trace; the tarball holds
-# what git knows and builds as the README says. Both end in build/release/packages.
+# Makes the Debian package, a tarball with a static program for other systems, and the source tarball, and tries all:
+# the package is installed in a bare Debian system in a scratch directory, copies a file of the sample disk there and
+# is removed without a trace; the static program copies in a bare system that is older; the source tarball holds what
+# git knows and builds as the README says, in another directory, to the same bytes. All end in build/release/packages.
+# Each is the same to the byte whenever and wherever it is made: SOURCE_DATE_EPOCH is the time of the last commit.
 # Usage: scripts/package.sh
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
@@ -23,13 +25,50 @@ same() { diff "$2" "$3" >&2 || fail "$1"; }
 
 manifest() { awk -F'\t' -v path="$1" -v field="$2" '$1 == path { print $field }' samples/MANIFEST.tsv; }
 
+git() { command git -c safe.directory='*' "$@"; }
+# What is committed, and what was changed since in files that git knows.
+tree=$(git stash create)
+tree=${tree:-HEAD}
+version=$("$QUARRY" -h 2>&1 | sed -n 's/.*quarry ver: *\([0-9.]*\).*/\1/p' | head -n 1)
+[ -n "$version" ] || fail "the program does not say its version"
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
+export SOURCE_DATE_EPOCH
+mkdir -p "$packages"
+
+# pack: the Debian package.
+pack() {
+    rm -rf "$packages"/*.deb build/release/packages/_CPack_Packages
+    cpack --config build/release/CPackConfig.cmake >"$work/cpack.log" || { cat "$work/cpack.log"; fail "cpack"; }
+}
+
+# packed DIRECTORY FILE: a tarball of the directory that does not tell who made it, or when.
+packed() {
+    tar -C "$(dirname "$1")" --sort=name --owner=0 --group=0 --numeric-owner --mtime="@$SOURCE_DATE_EPOCH" -cf - \
+        "$(basename "$1")" | gzip -n -9 >"$2"
+}
+
 quarry_say "packing"
-rm -rf "$packages"
-cpack --config build/release/CPackConfig.cmake >"$work/cpack.log" || { cat "$work/cpack.log"; fail "cpack"; }
-cpack --config build/release/CPackSourceConfig.cmake >"$work/cpack.log" || { cat "$work/cpack.log"; fail "cpack"; }
+rm -rf "$packages"/*
+pack
 deb=$(echo "$packages"/*.deb)
-tarball=$(echo "$packages"/*.tar.gz)
-ls -l "$deb" "$tarball"
+mv "$deb" "$work/first.deb"
+pack
+cmp "$work/first.deb" "$deb" || fail "the package differs from one that was made a moment before"
+tarball=$packages/quarry-$version.tar.gz
+git archive --format=tar --prefix="quarry-$version/" "$tree" | gzip -n -9 >"$tarball"
+
+# The program with the C library in it, so that the age of the system's own does not matter.
+quarry_say "a static program"
+cmake --preset static >"$work/static.log" || { cat "$work/static.log"; fail "static"; }
+cmake --build build/static --target quarry -- --quiet
+portable=$work/quarry-$version-linux-$(uname -m)
+DESTDIR=$work/static cmake --install build/static --strip --prefix / >/dev/null
+mkdir "$portable"
+cp -r "$work"/static/bin "$work"/static/share "$portable"
+static=$packages/$(basename "$portable").tar.gz
+packed "$portable" "$static"
+! readelf -lW "$portable/bin/quarry" | grep -q INTERP || fail "the static program wants a loader"
+ls -l "$deb" "$tarball" "$static"
 dpkg-deb --info "$deb"
 dpkg-deb --contents "$deb" | awk '{ print $1, $2, $6 }'
 
@@ -80,18 +119,36 @@ same "files are left after removal" "$work/before" "$work/removed"
 inside dpkg --purge quarry 2>"$work/purge.log" || { cat "$work/purge.log"; fail "purge"; }
 [ -z "$(inside dpkg-query --show --showformat='${Status}' quarry 2>/dev/null)" ] || fail "the package is still known"
 
+quarry_say "the static program in an older system"
+# Debian 11, from where this machine has its Debian 12.
+mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Release: bookworm' 'Created-By: Packages' | sed -n 1p)
+[ -n "$mirror" ] || fail "apt knows no source of Debian 12"
+older=$work/older
+"${as_root[@]}" mmdebstrap --quiet --variant=essential --mode=root bullseye "$older" "$mirror" 2>"$work/system.log" ||
+    { cat "$work/system.log" >&2; fail "no older system to try the static program in"; }
+"${as_root[@]}" tar -xf "$static" -C "$older/opt"
+"${as_root[@]}" cp "$root/var/log/disk.img" "$older/opt/disk.img"
+"${as_root[@]}" chmod 1777 "$older/opt"
+in_older() { "${as_root[@]}" chroot --userspec=nobody:nogroup "$older" "/opt/$(basename "$portable")/bin/quarry" "$@"; }
+in_older -h 2>"$work/usage"
+same "the usage of the static program" "$work/usage.built" "$work/usage"
+in_older -image /opt/disk.img -offset 0x100000 -src /Pictures/terraces.png -dst /opt/terraces.png
+echo "$(manifest /Pictures/terraces.png 4)  $older/opt/terraces.png" | sha256sum --check
+
 quarry_say "the source tarball"
 tar -tf "$tarball" | grep -v '/$' | sed 's|^[^/]*/||' | sort >"$work/packed"
 git ls-files | sort >"$work/known"
 same "files of the tarball and of git" "$work/known" "$work/packed"
 tar -xf "$tarball" -C "$work"
-cd "$work"/quarry-*/
-# The commands of the README, on the tree as it was unpacked.
+cd "$work/quarry-$version"
+# The commands of the README, on the tree as it was unpacked; every file is compiled anew.
+export CCACHE_DISABLE=1
 cmake --preset release -DQUARRY_TESTS=OFF >/dev/null
 cmake --build --preset release -- --quiet
 DESTDIR=$work/installed cmake --install build/release --prefix /usr/local >/dev/null
 "$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
 same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
+cmp "$QUARRY" build/release/src/quarry || fail "the same source in two directories gives two programs"
 [ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
 [ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
 quarry_say "package and tarball are good"
