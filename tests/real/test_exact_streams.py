@@ -23,7 +23,7 @@ from volumes import FILE_ATTRIBUTE_COMPRESSED, MIB, TIME_LIMIT, Volume, need, ne
 
 # Bytes per sector and per cluster, and whether the directory of many names is large.
 SHAPES = ((512, 512, False), (512, 1024, False), (512, 4096, True), (1024, 2048, False), (2048, 65536, False),
-          (4096, 4096, False), (512, 2 * MIB, False), (4096, 2 * MIB, False))
+          (4096, 4096, False), (512, 2 * MIB, False), (4096, 131072, False))
 
 # Names as the driver takes them and in the canonical form of a path.
 NAMES = (
@@ -264,7 +264,7 @@ def filled(request, tmp_path_factory):
         (root / deep).mkdir(parents=True)
         put(deep + "/bottom", b"at the bottom")
         (root / "many").mkdir()
-        for index in range(1500 if large else 150):
+        for index in range(1200 if large else 100):
             name = f"File {index * 7919 % 10007:05d} of many"
             many[name] = b"content %d" % index
             (root / "many" / name).write_bytes(many[name])
