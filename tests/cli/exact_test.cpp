@@ -2,6 +2,7 @@
 // machine lets it down.
 #include "cli/command_line.h"
 #include "support/requirements.h"
+#include "support/vmdk_builder.h"
 
 #include <algorithm>
 #include <csignal>
@@ -81,6 +82,28 @@ TEST_F(exact_mode, copies_a_path_an_entry_a_stream_and_clusters) {
     EXPECT_EQ(exact({"-image", "volume", "-cluster", "0", "2", "-dst", "clusters"}).status, 0);
     EXPECT_EQ(text("clusters"), text("volume").substr(0, 8192));
     EXPECT_EQ(made(), (words{"b", "clusters", "copy", "out/a.txt_Note", "out/long.bin"}));
+}
+
+TEST_F(exact_mode, copies_from_a_chain_of_virtual_disk_files_and_refuses_one_that_is_not_sound) {
+    const std::string disk = text("disk");
+    vmdk_builder base;
+    base.grains = (disk.size() + base.grain_bytes() - 1) / base.grain_bytes();
+    base.put_all(0, to_bytes(disk));
+    base.write(m_dir / "base.vmdk");
+    vmdk_builder snapshot;
+    snapshot.grains = base.grains;
+    snapshot.cid = "c0000001";
+    snapshot.parent_cid = base.cid;
+    snapshot.write(m_dir / "snap.vmdk");
+    EXPECT_EQ(exact({"-vmdk", "snap.vmdk | base.vmdk", "-src", "/long.bin", "-dst", "copy"}).status, 0);
+    EXPECT_TRUE(text("copy") == long_content());
+    const program_result orphan = exact({"-vmdk", "snap.vmdk", "-src", "/a.txt", "-dst", "b"});
+    EXPECT_EQ(orphan.status, 5);
+    EXPECT_EQ(orphan.err, "err: source snap.vmdk: the files make no chain\n");
+    const program_result missing = exact({"-vmdk", "base.vmdk|gone.vmdk", "-src", "/a.txt", "-dst", "b"});
+    EXPECT_EQ(missing.status, 5);
+    EXPECT_EQ(missing.err, "err: source gone.vmdk: cannot be opened: No such file or directory\n");
+    EXPECT_EQ(made(), (words{"base.vmdk", "copy", "snap.vmdk"}));
 }
 
 TEST_F(exact_mode, is_asked_for_by_a_word_in_any_place_and_letter_case) {

@@ -186,7 +186,7 @@ tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& v
     notices told;
     auto copied = copy_to_destination(volume, options, split_destination(options.destination),
                                       protected_files_of(options), messages, told);
-    if (source.bytes->has_changed()) {
+    if (source.has_changed()) {
         told.doubt("source-changed", where::source(source.shown_path), "changed while it was read");
     }
     messages.warn(told);

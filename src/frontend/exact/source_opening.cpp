@@ -1,8 +1,11 @@
 #include "frontend/exact/source_opening.h"
 
+#include "disk/vmdk_source.h"
 #include "exact/container.h"
 #include "exact/name_text.h"
+#include "foundation/ql_string.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -34,27 +37,69 @@ bool is_mounted(const std::string& path) {
     return false;
 }
 
-}  // namespace
-
-result<opened_source> open_source(const source_choice& choice, notices& told) {
-    const std::string& path = choice.paths.front();
-    const std::string shown = shown_typed(path);
-    if (choice.kind == source_choice::kind::vmdk) {
-        return fail(failure_code::not_yet, where::source(shown), "-vmdk is not there yet (not-yet)");
-    }
+// A file or device of the source; fails with source-open.
+result<std::unique_ptr<file_source>> open_file(const std::string& path) {
     int error = 0;
-    opened_source opened{file_source::open(path, error), shown};
-    if (opened.bytes == nullptr) {
-        return fail(failure_code::source_open, where::source(shown),
+    auto opened = file_source::open(path, error);
+    if (opened == nullptr) {
+        return fail(failure_code::source_open, where::source(shown_typed(path)),
                     std::string("cannot be opened: ") + std::strerror(error));
     }
-    if (auto refused = refuse_container(exact_source(*opened.bytes, shown)); !refused) {
+    return opened;
+}
+
+result<opened_source> open_raw(const std::string& path, notices& told) {
+    auto bytes = open_file(path);
+    if (!bytes) {
+        return passed_on(bytes);
+    }
+    const std::string shown = shown_typed(path);
+    if (auto refused = refuse_container(exact_source(**bytes, shown)); !refused) {
         return passed_on(refused);
     }
     if (is_mounted(path)) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");
     }
-    return opened;
+    auto watched = open_file(path);
+    if (!watched) {
+        return passed_on(watched);
+    }
+    opened_source source{std::move(*bytes), shown, {}};
+    source.files.push_back(std::move(*watched));
+    return source;
+}
+
+result<opened_source> open_chain(const std::vector<std::string>& paths) {
+    opened_source source{nullptr, shown_typed(paths.front()), {}};
+    std::vector<std::wstring> wide;
+    for (const std::string& path : paths) {
+        auto file = open_file(path);
+        if (!file) {
+            return passed_on(file);
+        }
+        source.files.push_back(std::move(*file));
+        if (!utf8_to_wide(wide.emplace_back(), path)) {
+            return fail(failure_code::source_open, where::source(shown_typed(path)),
+                        "cannot be opened: the path is not UTF-8");
+        }
+    }
+    std::string why;
+    source.bytes = vmdk_source::open(wide, why);
+    if (source.bytes == nullptr) {
+        return fail(failure_code::vmdk, where::source(source.shown_path), shown_typed(why));
+    }
+    return source;
+}
+
+}  // namespace
+
+bool opened_source::has_changed() const {
+    return std::any_of(files.begin(), files.end(), [](const auto& file) { return file->has_changed(); });
+}
+
+result<opened_source> open_source(const source_choice& choice, notices& told) {
+    return choice.kind == source_choice::kind::vmdk ? open_chain(choice.paths)
+                                                    : open_raw(choice.paths.front(), told);
 }
 
 }  // namespace quarry::exact

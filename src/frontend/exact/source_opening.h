@@ -13,12 +13,17 @@
 namespace quarry::exact {
 
 struct opened_source {
-    std::unique_ptr<file_source> bytes;
+    std::unique_ptr<byte_source> bytes;
     std::string shown_path;
+    // The files that the bytes come from, opened to see whether they change.
+    std::vector<std::unique_ptr<file_source>> files;
+
+    // True if one of the files has another size or modification time than when it was opened.
+    [[nodiscard]] bool has_changed() const;
 };
 
 // Opens what the user named. Warns (source-mounted) of a block device that is mounted. Fails with source-open
-// for what cannot be opened and for containers, with not-yet for a chain of virtual disk files.
+// for what cannot be opened and for containers, with vmdk for files that are no whole, sound chain.
 [[nodiscard]] result<opened_source> open_source(const source_choice& choice, notices& told);
 
 }  // namespace quarry::exact
