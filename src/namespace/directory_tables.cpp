@@ -150,7 +150,7 @@ void tell_again(const directory_content& content, status_log& log) {
     }
     if (content.m_children.empty()) {
         log.log("info: get children nodes");
-        log.log("info: # children [0]");
+        log.log("info: # children [%d]", 0);
     }
     log.log("info: get children names");
     for (const auto& [child, fault] : content.m_faults) {

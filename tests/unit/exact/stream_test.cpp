@@ -125,7 +125,8 @@ TEST(stream, is_delivered_in_blocks_of_at_most_4_MiB) {
     expect_copy(opened.copy(first_user_entry), content);
     const std::size_t before = opened.source().reads();
     static_cast<void>(opened.copy(first_user_entry));
-    EXPECT_LT(opened.source().reads() - before, 40u) << "neighbouring clusters are read together";
+    // 9 MiB in two runs are 16 and 21 reads of 256 KiB; the rest finds the file.
+    EXPECT_LT(opened.source().reads() - before, 45u) << "neighbouring clusters are read together";
 }
 
 TEST(stream, raw_is_all_allocated_clusters_as_they_lie) {
