@@ -93,8 +93,8 @@ class descent {
         const index_key& first = *node.entries.front().key;
         const index_key& last = *node.entries[node.entries.size() - 2].key;
         const upcase& letters = m_index.letters();
-        return (limits.above == nullptr || collate(letters, limits.above->name, first.name) < 0) &&
-               (limits.below == nullptr || collate(letters, last.name, limits.below->name) < 0);
+        return (limits.above == nullptr || std::is_lt(collate(letters, limits.above->name, first.name))) &&
+               (limits.below == nullptr || std::is_lt(collate(letters, last.name, limits.below->name)));
     }
 
     const directory_index& m_index;

@@ -35,7 +35,7 @@ class node_reader {
             if (!entry) {
                 return passed_on(entry);
             }
-            if (entry->key && m_previous && collate(m_letters, *m_previous, entry->key->name) >= 0) {
+            if (entry->key && m_previous && std::is_gteq(collate(m_letters, *m_previous, entry->key->name))) {
                 return broken(failure_code::index_order, offset, "keys do not rise at " + hex(offset));
             }
             const bool last = !entry->key;

@@ -144,10 +144,9 @@ result<std::vector<partition>> read_mbr(const exact_source& source, byte_view mb
         }
     }
     return partitions.map([](const std::vector<typed_partition>& typed) {
-        std::vector<partition> found;
-        for (const typed_partition& each : typed) {
-            found.push_back(each.place);
-        }
+        std::vector<partition> found(typed.size());
+        std::transform(typed.begin(), typed.end(), found.begin(),
+                       [](const typed_partition& each) { return each.place; });
         return found;
     });
 }

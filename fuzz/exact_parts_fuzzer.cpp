@@ -1,0 +1,144 @@
+// The parts of the exact mode that take bytes or text by themselves. The first byte of the input chooses:
+// mapping pairs; a compressed unit, compared with a decoder that is slow and easy to see through; an index
+// node; a reparse point; a path; a command line.
+#include "exact/index_node.h"
+#include "exact/lznt1_unit.h"
+#include "exact/reparse.h"
+#include "exact/run_map.h"
+#include "exact/volume_path.h"
+#include "frontend/exact/exact_options.h"
+#include "fuzz/input_bytes.h"
+#include "support/byte_writer.h"
+#include "support/expect.h"
+#include "support/slow_lznt1.h"
+#include "support/system_files.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quarry::exact;
+using quarry::byte_view;
+using quarry::fuzz::input_bytes;
+using quarry::fuzz::lone_bytes;
+using quarry::test::expect;
+
+constexpr std::uint64_t volume_clusters = 100000;
+
+void add_runs(input_bytes& input) {
+    const std::uint64_t last_vcn = input.u32();
+    const quarry::test::bytes pairs = input.rest().to_vector();
+    const quarry::test::bytes attribute = quarry::test::byte_writer(64)
+                                              .u32(0, 0x80)
+                                              .u32(4, 64 + pairs.size())
+                                              .u8(8, 1)
+                                              .u64(24, last_vcn)
+                                              .u16(32, 64)
+                                              .raw(64, pairs)
+                                              .take();
+    const lone_bytes alone{byte_view(attribute)};
+    run_map map(volume_clusters, 4096);
+    if (!map.add(quarry::attribute(alone.view()), "record 40", 0)) {
+        return;
+    }
+    std::uint64_t vcn = 0;
+    for (const run& each : map.runs()) {
+        expect(each.vcn == vcn && each.length > 0);
+        expect(each.is_hole() || (each.lcn < volume_clusters && each.length <= volume_clusters - each.lcn));
+        expect(map.find(vcn) == &each);
+        vcn = each.end_vcn();
+    }
+    expect(map.end_vcn() == vcn && map.find(vcn) == nullptr);
+}
+
+void decode_unit(input_bytes& input) {
+    const std::size_t wanted = 1 + input.u16();
+    const quarry::test::bytes stored = input.rest().to_vector();
+    std::vector<std::uint8_t> plain(wanted);
+    const lone_bytes alone{byte_view(stored)};
+    const auto decoded = decode_lznt1_unit(alone.view(), plain, "record 40", 0);
+    const auto slow = quarry::test::slow_strict_unit(stored, wanted);
+    expect(decoded.has_value() == slow.has_value());
+    expect(!slow || plain == *slow);
+}
+
+void read_node(input_bytes& input) {
+    static const upcase letters = upcase::parse(byte_view(quarry::test::upper_case_table())).value();
+    const bool fills_block = input.u8() % 2 == 1;
+    const lone_bytes alone{input.rest()};
+    const auto node =
+        read_index_node(alone.view(), 0, fills_block, letters, {"index root of record 5", {{0, 0}}});
+    for (std::size_t i = 0; node && i < node->entries.size(); ++i) {
+        expect(node->entries[i].key.has_value() == (i + 1 < node->entries.size()));
+    }
+}
+
+void read_link(input_bytes& input) {
+    const lone_bytes alone{input.rest()};
+    const auto point = read_reparse_point(alone.view(), "record 40");
+    if (point && point->is_link()) {
+        const auto target = read_link_target(*point, "path \"/link\"");
+        for (std::size_t i = 0; target && i < target->names.size(); ++i) {
+            expect(!target->names[i].empty());
+        }
+    }
+}
+
+void read_path(input_bytes& input) {
+    const std::string text = input.text(4096);
+    const auto path = parse_volume_path(text);
+    if (!path) {
+        return;
+    }
+    // What is shown can be given back.
+    const auto again = parse_volume_path(shown_path(*path));
+    expect(again && again->names == path->names && again->stream == path->stream);
+}
+
+void read_options(input_bytes& input) {
+    std::vector<std::string> words{"quarry", "-exact"};
+    std::string word;
+    while (!input.empty()) {
+        const char next = static_cast<char>(input.u8());
+        if (next == '\0' || next == '\n') {
+            words.push_back(std::move(word));
+            word.clear();
+        } else {
+            word.push_back(next);
+        }
+    }
+    words.push_back(std::move(word));
+    const auto options = parse_exact_options(words);
+    expect(options ? options->help || options->volumes || options->object.has_value()
+                   : !options.error().text.empty());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    input_bytes input(data, size);
+    switch (input.u8() % 6) {
+        case 0:
+            add_runs(input);
+            break;
+        case 1:
+            decode_unit(input);
+            break;
+        case 2:
+            read_node(input);
+            break;
+        case 3:
+            read_link(input);
+            break;
+        case 4:
+            read_path(input);
+            break;
+        default:
+            read_options(input);
+            break;
+    }
+    return 0;
+}

@@ -1,0 +1,129 @@
+// Any bytes as a source with holes (see sparse_input.h), read by the exact mode: its partition table, the
+// volume at its start, every stream of the first entries, and names looked up through the indexes.
+#include "disk/file_source.h"
+#include "exact/exact_volume.h"
+#include "exact/index_lookup.h"
+#include "exact/path_walk.h"
+#include "exact/stream.h"
+#include "exact/volume_path.h"
+#include "exact/volume_table.h"
+#include "fuzz/sparse_input.h"
+#include "support/expect.h"
+#include "support/memory_peak/memory_limit.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace {
+
+using namespace quarry::exact;
+using quarry::byte_view;
+using quarry::test::expect;
+
+constexpr std::uint64_t most_entries = 40;
+// A stream of more stored bytes is given up: a copy of them all shows no more.
+constexpr std::uint64_t most_stored_bytes = std::uint64_t{4} << 20;
+
+// Counts what is delivered.
+class counting_sink final : public stream_sink {
+  public:
+    [[nodiscard]] result<void> data(byte_view block) override {
+        expect(!block.empty() && block.size() <= largest_block);
+        m_stored += block.size();
+        m_bytes += block.size();
+        return m_stored <= most_stored_bytes ? result<void>() : fail(failure_code::write, "sink", "is full");
+    }
+    [[nodiscard]] result<void> zeros(std::uint64_t length) override {
+        m_bytes += length;
+        return {};
+    }
+    [[nodiscard]] std::uint64_t bytes() const { return m_bytes; }
+
+  private:
+    std::uint64_t m_stored = 0;
+    std::uint64_t m_bytes = 0;
+};
+
+void copy_stream(exact_volume& volume, const attribute_set& set, std::uint32_t type,
+                 std::u16string_view name) {
+    notices told;
+    auto opened = stream::open(volume, set, type, name, told);
+    if (!opened) {
+        expect(!opened.error().text().empty());
+        return;
+    }
+    for (const delivery_options options : {delivery_options{}, {.raw = true}, {.zero_unreadable = true}}) {
+        counting_sink sink;
+        const auto delivered = opened->deliver(sink, options, told);
+        // A copy that is called whole has just the bytes that were announced.
+        expect(!delivered ||
+               (sink.bytes() == opened->delivered_size(options.raw) && delivered->bytes == sink.bytes()));
+        expect(!delivered || delivered->unread.empty() || told.in_doubt());
+    }
+}
+
+void look_up_names(exact_volume& volume, const attribute_set& directory) {
+    notices told;
+    const auto index = directory_index::open(volume, directory, told);
+    if (!index) {
+        return;
+    }
+    const auto root = index->root();
+    for (std::size_t i = 0; root && i < std::min<std::size_t>(root->entries.size(), 4); ++i) {
+        if (const auto& key = root->entries[i].key) {
+            const auto found = look_up(*index, key->name, "/x", told);
+            // A key that was just read is found, unless the way to it is damaged.
+            expect(!found || index->letters().equal(found->name, key->name));
+        }
+    }
+    static_cast<void>(look_up(*index, u"no such name", "/x", told));
+}
+
+void look_at_entries(exact_volume& volume) {
+    const std::uint64_t entries = std::min(volume.table().entries(), most_entries);
+    for (std::uint64_t entry = 0; entry < entries; ++entry) {
+        notices told;
+        auto base = volume.table().read_asked(entry, std::nullopt, told);
+        if (!base) {
+            continue;
+        }
+        const auto set = attribute_set::of(volume.table(), std::move(*base), told);
+        if (!set) {
+            continue;
+        }
+        for (const std::u16string& name : set->names(quarry::attr_data)) {
+            copy_stream(volume, *set, quarry::attr_data, name);
+        }
+        copy_stream(volume, *set, quarry::attr_index_allocation, u"$I30");
+        look_up_names(volume, *set);
+    }
+    for (const char* path : {"/folder/file00", "/small.txt", "/junction/x", "/link"}) {
+        notices told;
+        static_cast<void>(walk_path(volume, parse_volume_path(path)->names, {.volume_names = {u"c"}}, told));
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const quarry::test::memory_file image("volume");
+    quarry::fuzz::hold(image, quarry::fuzz::take_sparse({data, size}));
+    const quarry::test::memory_limit limit;
+    int error = 0;
+    const auto source =
+        quarry::file_source::open("/proc/self/fd/" + std::to_string(image.descriptor()), error);
+    expect(source != nullptr);
+    notices told;
+    const exact_source bytes(*source, "image");
+    if (const auto table = volume_table::read(bytes, std::nullopt, told)) {
+        static_cast<void>(table->listing());
+        static_cast<void>(table->choose(std::nullopt));
+    }
+    const auto volume = exact_volume::open(*source, "image", 0, source->size(), told);
+    if (volume) {
+        look_at_entries(**volume);
+    }
+    return 0;
+}
