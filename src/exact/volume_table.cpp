@@ -10,7 +10,7 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::uint64_t mebibyte = 1024 * 1024;
+constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
 constexpr std::uint64_t kibibyte = 1024;
 constexpr std::uint64_t serial_offset = 72;
 

@@ -33,7 +33,7 @@ std::u16string name_of_file(const attribute_set& set, std::u16string_view looked
     std::u16string any;
     for (const attribute_set::member* const each : set.of_type(attr_file_name)) {
         const file_name_value value(each->stored.bytes.value());
-        const std::u16string name = units_of_bytes(value.name_bytes());
+        std::u16string name = units_of_bytes(value.name_bytes());
         any = any.empty() ? name : any;
         if (value.name_space() != dos_name_space) {
             if (name == looked_up) {

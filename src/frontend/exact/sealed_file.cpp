@@ -174,7 +174,7 @@ result<void> sealed_file::append_sparsely(std::span<const std::uint8_t> bytes) {
                 }) < 0) {
                 return failed(failure_code::write, errno);
             }
-            const auto written =
+            auto written =
                 write_zeros(std::exchange(m_zeros_kept, 0)).and_then([&] { return write_all(part); });
             if (!written) {
                 return written;
