@@ -84,6 +84,16 @@ TEST_F(exact_mode, copies_a_path_an_entry_a_stream_and_clusters) {
     EXPECT_EQ(made(), (words{"b", "clusters", "copy", "out/a.txt_Note", "out/long.bin"}));
 }
 
+TEST_F(exact_mode, counts_one_byte_in_the_singular) {
+    volume_builder volume({.system_files = true});
+    volume.add_file("one").stored_data(to_bytes("x"));
+    write_file(m_dir / "volume", volume.image());
+    const program_result result = exact({"-image", "volume", "-src", "/one", "-dst", "copy"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err.substr(result.err.find("ok: ")), "ok: /one -> copy (1 byte)\n");
+    EXPECT_EQ(text("copy"), "x");
+}
+
 TEST_F(exact_mode, copies_from_a_chain_of_virtual_disk_files_and_refuses_one_that_is_not_sound) {
     const std::string disk = text("disk");
     vmdk_builder base;
@@ -236,6 +246,7 @@ TEST_F(exact_mode, help_is_printed_without_a_header) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.err.find("-zero_unreadable"), std::string::npos);
+    EXPECT_NE(result.err.find("-vmdk"), std::string::npos);
 }
 
 TEST_F(exact_mode, a_full_disk_or_a_limit_leaves_what_was_there) {

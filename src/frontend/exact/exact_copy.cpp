@@ -154,7 +154,8 @@ result<finished_copy> copy_to_destination(exact_volume& volume, const exact_opti
     }
     auto finished = write_copy(*object, options, std::move(target), protected_files, told);
     if (finished) {
-        messages.info("copied " + std::to_string(finished->bytes) + " bytes to " +
+        messages.info("copied " + std::to_string(finished->bytes) +
+                      (finished->bytes == 1 ? " byte to " : " bytes to ") +
                       shown_typed(finished->destination));
     }
     return finished;

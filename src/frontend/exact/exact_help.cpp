@@ -20,6 +20,7 @@ constexpr std::string_view help_body =
  source, one of
    -image <file|device>         = a disk or a bare volume
    -partition <device>          = a bare volume
+   -vmdk "<file> | <file> ..."  = a chain of sparse VMDK files
  volume
    -offset <bytes>              = where it begins; no partition table is asked
    -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol is the first

@@ -178,7 +178,8 @@ tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& so
 
 std::string outcome_text(const finished_copy& copy) {
     return shown_typed(copy.source) + " -> " + shown_typed(copy.destination) + " (" +
-           std::to_string(copy.bytes) + " bytes" + (copy.md5.empty() ? "" : ", md5 " + copy.md5) + ")";
+           std::to_string(copy.bytes) + (copy.bytes == 1 ? " byte" : " bytes") +
+           (copy.md5.empty() ? "" : ", md5 " + copy.md5) + ")";
 }
 
 tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& volume,
