@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace quarry::test {
 namespace {
@@ -239,6 +241,15 @@ TEST_F(exact_mode, names_a_copy_by_time_and_digest) {
     ASSERT_EQ(made().size(), 1u);
     // The digest of "hello\n".
     EXPECT_EQ(made().front().substr(4 + 16), "_a.txt_b1946ac92492d2347c6235b4d2611184");
+}
+
+TEST_F(exact_mode, writes_no_log_to_a_block_device) {
+    QUARRY_NEEDS_ROOT();
+    // No driver has this number, so nothing could be written there in any case.
+    ASSERT_EQ(::mknod((m_dir / "device").c_str(), S_IFBLK | 0600, ::makedev(4000, 1)), 0);
+    expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "device"},
+                   "log device: is a block device");
+    EXPECT_EQ(made(), words{"device"});
 }
 
 TEST_F(exact_mode, help_is_printed_without_a_header) {

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -54,7 +55,8 @@ tl::unexpected<ended> log_refused(const std::string& path, const std::string& wh
                     {failure_code::create, "log " + shown_typed(path), why, std::nullopt});
 }
 
-// The log may replace an earlier one, never a source nor what the copy replaces.
+// The log may replace an earlier one, never a source nor what the copy replaces. No device takes one: what it
+// holds would be lost.
 tl::expected<void, ended> open_log(const exact_options& options, const arg_list& arguments,
                                    const std::string& header, exact_messages& messages) {
     if (options.log_path.empty()) {
@@ -65,6 +67,10 @@ tl::expected<void, ended> open_log(const exact_options& options, const arg_list&
     }
     if (is_one_of(options.log_path, {options.destination})) {
         return log_refused(options.log_path, "is the destination");
+    }
+    struct ::stat status {};
+    if (::stat(options.log_path.c_str(), &status) == 0 && S_ISBLK(status.st_mode)) {
+        return log_refused(options.log_path, "is a block device");
     }
     if (!messages.open_log(options.log_path, joined_arguments(arguments, '"'), header)) {
         return log_refused(options.log_path, "cannot be opened");
