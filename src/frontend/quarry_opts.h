@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quarry {
 
@@ -57,7 +58,10 @@ class quarry_opts : public cmd_params {
     [[nodiscard]] bool parse_object(arg_list& args);
     [[nodiscard]] bool parse_clusters(arg_list& args);
     void take_positional_arguments(const arg_list& args);
+    [[nodiscard]] bool may_be_a_slip(const arg_list& args, bool has_pair) const;
     [[nodiscard]] bool has_destination() const;
+
+    std::vector<std::string> m_after_source_files;  // see words_after_source_files
 };
 
 // True if the real or the effective user is root.

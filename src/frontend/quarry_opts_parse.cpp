@@ -6,6 +6,9 @@
 #include "frontend/source_options.h"
 #include "frontend/source_words.h"
 
+#include <algorithm>
+#include <sys/stat.h>
+
 namespace quarry {
 
 namespace {
@@ -21,11 +24,18 @@ void parse_path(std::wstring& path, std::string_view option, arg_list& args) {
     }
 }
 
+// True for anything on the host but a directory.
+bool is_file_of_host(const std::string& path) {
+    struct ::stat status {};
+    return ::stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
 }  // namespace
 
 bool quarry_opts::parse(arg_list& args, std::string_view version) {
     m_csv = false;
     m_hex_output = false;
+    m_after_source_files = words_after_source_files(args);
     if (!cmd_params::parse(args)) {
         return false;
     }
@@ -115,11 +125,28 @@ bool quarry_opts::parse_clusters(arg_list& args) {
     return false;
 }
 
+// Whether the first word that is left was hardly meant as a path on the source: what follows it may then have
+// been meant as anything.
+bool quarry_opts::may_be_a_slip(const arg_list& args, bool has_pair) const {
+    const std::string& path = args[1];
+    if (begins_with_dash(path)) {
+        return true;  // an option that nobody knows
+    }
+    if (!has_pair) {
+        return false;
+    }
+    if (m_live && is_like_a_source_name(path)) {
+        return true;  // "image disk.img"
+    }
+    // "-image disk.00*": the second piece is the path and the third the destination.
+    return std::find(m_after_source_files.begin(), m_after_source_files.end(), path) !=
+               m_after_source_files.end() &&
+           is_file_of_host(path);
+}
+
 void quarry_opts::take_positional_arguments(const arg_list& args) {
     const bool has_pair = args.size() > 2 && m_src.empty() && m_dst.empty();
-    if ((has_pair || args.size() == 2) && begins_with_dash(args[1])) {
-        // An option that nobody knows has taken the place of the source, and what follows it may have been
-        // meant as anything: nothing that exists is given up for it.
+    if ((has_pair || args.size() == 2) && may_be_a_slip(args, has_pair)) {
         m_guard.keep_what_exists();
     }
     if (has_pair) {

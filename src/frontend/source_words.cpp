@@ -84,6 +84,27 @@ std::size_t words_taken_early(const std::string& word) {
     return words_of_ignored_option(option);
 }
 
+// Whether a word, in small letters, is the name of a source option after at most two edits, whatever follows
+// a "=".
+bool is_like_a_name(std::string_view word) {
+    const std::string_view name = word.substr(0, word.find('='));
+    return std::any_of(source_names.begin(), source_names.end(),
+                       [name](const auto& known) { return edit_distance(name, known.first) <= most_edits; });
+}
+
+// The index of the word that the option at an index gets as its value once the early options are gone; that
+// of the end if there is none.
+std::size_t value_index(const arg_list& args, std::size_t index) {
+    for (++index; index < args.size();) {
+        const std::size_t taken = words_taken_early(args[index]);
+        if (taken == 0) {
+            return index;
+        }
+        index += taken;
+    }
+    return args.size();
+}
+
 }  // namespace
 
 bool begins_with_dash(std::string_view word) {
@@ -115,14 +136,17 @@ source_likeness likeness_of(std::string_view word) {
     while (const std::size_t length = dash_length(name)) {
         name.remove_prefix(length);
     }
-    name = name.substr(0, name.find('='));
     for (const auto& [known, source] : source_names) {
         if (option.size() == known.size() + 1 && option.ends_with(known) && option.front() == '-') {
             return {source, false};
         }
-        likeness.alike = likeness.alike || edit_distance(name, known) <= most_edits;
     }
+    likeness.alike = is_like_a_name(name);
     return likeness;
+}
+
+bool is_like_a_source_name(std::string_view word) {
+    return is_like_a_name(lowered(word));
 }
 
 std::vector<std::string> possible_values(const arg_list& args, std::size_t index) {
@@ -136,6 +160,19 @@ std::vector<std::string> possible_values(const arg_list& args, std::size_t index
         index += taken;
     }
     return values;
+}
+
+std::vector<std::string> words_after_source_files(const arg_list& args) {
+    std::vector<std::string> words;
+    for (std::size_t index = 0; index < args.size(); ++index) {
+        const std::optional<source_option> source = likeness_of(args[index]).exact;
+        if (source && *source != source_option::drive) {
+            if (const std::size_t next = value_index(args, index) + 1; next < args.size()) {
+                words.push_back(args[next]);
+            }
+        }
+    }
+    return words;
 }
 
 }  // namespace quarry

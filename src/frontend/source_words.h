@@ -29,11 +29,19 @@ struct source_likeness {
 };
 [[nodiscard]] source_likeness likeness_of(std::string_view word);
 
+// True for a word that would be the name of a source option, without a dash, after at most two edits,
+// whatever follows a "=": what an option is that lost its dash.
+[[nodiscard]] bool is_like_a_source_name(std::string_view word);
+
 // The number of edits that make one text of another.
 [[nodiscard]] std::size_t edit_distance(std::string_view left, std::string_view right);
 
 // The words that the option at an index can get as its value: the next one, and the one after each option
 // that is taken off the command line before the source options are looked at.
 [[nodiscard]] std::vector<std::string> possible_values(const arg_list& args, std::size_t index);
+
+// The words that come directly after the value of -image, -vmdk or -partition. A shell that expands
+// "disk.00*" puts the second piece of an image there.
+[[nodiscard]] std::vector<std::string> words_after_source_files(const arg_list& args);
 
 }  // namespace quarry

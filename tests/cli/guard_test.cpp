@@ -78,11 +78,40 @@ TEST_F(slips, that_make_an_unknown_option_the_source_leave_a_new_destination_fre
     EXPECT_NE(text("log").find("->err: find inode\n"), std::string::npos) << text("log");
 }
 
+// A shell makes three words of "disk.00*".
+TEST_F(slips, that_name_all_pieces_of_an_image_do_not_make_one_of_them_the_destination) {
+    write_file(m_dir / "disk.002", to_bytes("the second piece"));
+    write_file(m_dir / "disk.003", to_bytes("the third piece"));
+    write_file(m_dir / "disk.004", to_bytes("the fourth piece"));
+    for (const words& line : {words{"-image", "disk", "disk.002", "disk.003"},
+                              words{"-image", "-raw", "disk", "disk.002", "disk.003"},
+                              words{"-image", "disk", "disk.002", "disk.003", "disk.004"}}) {
+        const program_result result = run(line);
+        EXPECT_EQ(result.status, 255);
+        EXPECT_NE(result.out.find(no_file("disk.003")), std::string::npos) << result.out;
+        ASSERT_EQ(text("disk.002"), "the second piece");
+        ASSERT_EQ(text("disk.003"), "the third piece");
+        ASSERT_EQ(text("disk.004"), "the fourth piece");
+    }
+}
+
+TEST_F(slips, that_leave_out_the_dash_of_a_source_option_do_not_make_its_value_a_destination) {
+    for (const char* option : {"image", "IMAGE", "imgae", "/image", "vmdk", "partition"}) {
+        const program_result result = run({option, "disk"});
+        EXPECT_EQ(result.status, 255) << option;
+        EXPECT_EQ(behind_header(result.out), no_file("disk")) << option;
+        ASSERT_TRUE(text("disk") == before) << option;
+    }
+}
+
 TEST_F(slips, that_are_none_change_nothing) {
     write_file(m_dir / "o", to_bytes("an earlier copy"));
     EXPECT_EQ(run({"-image", "disk", "/a.txt", "-md5", "o"}).status, 0);
     EXPECT_EQ(run({"-image", "disk", "/a.txt", "o"}).status, 0);
     EXPECT_EQ(text("o"), "hello world\n");
+    // Two words of which nothing looks like a source: an earlier file is removed.
+    EXPECT_EQ(run({"-image", "disk", "/image", "o"}).status, 255);
+    EXPECT_FALSE(fs::exists(m_dir / "o"));
 }
 
 // A run whose standard streams are files.

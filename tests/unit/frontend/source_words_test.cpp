@@ -49,6 +49,25 @@ TEST(source_words, the_value_of_an_option_is_the_next_word_that_nobody_takes_fir
     EXPECT_TRUE(possible_values(args, 6).empty());
 }
 
+TEST(source_words, a_name_of_a_source_option_that_lost_its_dash_has_two_edits_at_most) {
+    for (const char* word :
+         {"image", "IMAGE", "img", "imgae", "/image", "vmdk", "partition", "drivenu", "image=x"}) {
+        EXPECT_TRUE(is_like_a_source_name(word)) << word;
+    }
+    for (const char* word : {"", "/a.txt", "/b", "readme.txt", "imagined", "c:\\a"}) {
+        EXPECT_FALSE(is_like_a_source_name(word)) << word;
+    }
+}
+
+TEST(source_words, the_words_after_the_files_of_a_source_are_those_that_no_option_is_before) {
+    EXPECT_EQ(words_after_source_files({"quarry", "-image", "d.1", "d.2", "d.3", "-raw"}), words{"d.2"});
+    EXPECT_EQ(words_after_source_files({"quarry", "-VMDK", "-raw", "a", "b", "-image", "c", "-md5"}),
+              (words{"b", "-md5"}));
+    EXPECT_EQ(
+        words_after_source_files({"quarry", "-drivenum", "0", "a", "--image", "d.1", "d.2", "-image", "d"}),
+        words());
+}
+
 TEST(source_words, dashes_are_those_that_a_text_program_makes_too) {
     for (const char* word : {"-x", "--", "\u2010x", "\u2013x", "\u2014", "\u2212x"}) {
         EXPECT_TRUE(begins_with_dash(word)) << word;
