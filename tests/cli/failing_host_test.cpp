@@ -157,6 +157,23 @@ TEST_F(failing_host, that_sends_a_signal_as_soon_as_the_temporary_file_is_made_l
     }
 }
 
+// Whether a file can be made at the destination is tried first, with -md5 too.
+TEST_F(failing_host, that_sends_a_signal_while_the_destination_is_tried_leaves_no_file) {
+    for (const words& more : {words{}, words{"-md5"}}) {
+        EXPECT_EQ(copy({{"SIGNAL_AT_TRIAL", std::to_string(SIGTERM)}}, more).signal, SIGTERM);
+        EXPECT_EQ(files(), words{"disk"});
+    }
+}
+
+TEST_F(failing_host, that_sends_a_second_signal_before_the_temporary_file_is_removed_leaves_none) {
+    const program_result result = copy({{"SIGNAL_AT", "50000"},
+                                        {"SIGNAL", std::to_string(SIGTERM)},
+                                        {"SIGNAL_AT_REMOVAL", std::to_string(SIGINT)}},
+                                       {"-md5"});
+    EXPECT_FALSE(result.exited);
+    EXPECT_EQ(files(), words{"disk"});
+}
+
 TEST_F(failing_host, that_sends_any_signal_that_can_be_caught_leaves_no_temporary_file) {
     for (const int signal : {SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGXCPU, SIGABRT, SIGSYS, SIGRTMIN}) {
         const program_result result =

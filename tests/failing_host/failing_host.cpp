@@ -9,6 +9,8 @@
 // - VANISH_AT: once this many bytes were written to a file, its name is removed
 // - SIGNAL_AT, SIGNAL: once this many bytes were written to a file, this signal is raised
 // - SIGNAL_AT_CREATION: this signal is raised as soon as a file was made that must not have been there
+// - SIGNAL_AT_TRIAL: this signal is raised as soon as a file was opened that may have been made by that
+// - SIGNAL_AT_REMOVAL: this signal is raised before a file that is not empty is removed
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -112,6 +114,10 @@ int signalled_after(int fd, int flags) {
     if (fd >= 0 && (flags & O_EXCL) != 0 && signal != never) {
         ::raise(static_cast<int>(signal));
     }
+    const std::uint64_t trial_signal = setting("SIGNAL_AT_TRIAL");
+    if (fd >= 0 && (flags & O_CREAT) != 0 && (flags & O_EXCL) == 0 && trial_signal != never) {
+        ::raise(static_cast<int>(trial_signal));
+    }
     return fd;
 }
 
@@ -130,6 +136,16 @@ int open64(const char* path, int flags, ...) {
         va_end(arguments);
     }
     return signalled_after(real(path, flags, mode), flags);
+}
+
+int unlink(const char* path) noexcept {
+    static const auto real = next<int(const char*)>("unlink");
+    struct ::stat facts {};
+    const std::uint64_t signal = setting("SIGNAL_AT_REMOVAL");
+    if (signal != never && ::stat(path, &facts) == 0 && facts.st_size != 0) {
+        ::raise(static_cast<int>(signal));
+    }
+    return real(path);
 }
 
 ::ssize_t pread64(int fd, void* buffer, std::size_t count, ::off64_t offset) {

@@ -1,11 +1,13 @@
 #include "frontend/output/creation_check.h"
 
 #include "foundation/uni_fileio.h"
+#include "frontend/output/leftover.h"
 
 #include <array>
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +37,12 @@ bool can_be_created(const output_guard& guard, const std::string& path, output_k
         return false;
     }
     const bool existed = ::access(path.c_str(), F_OK) == 0;
+    // No signal may end the program while a file is there that only this check has made. An earlier file
+    // needs no such care.
+    std::optional<signals_held_back> quiet;
+    if (!existed) {
+        quiet.emplace();
+    }
     const int fd =
         uni::open_file(path, O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : 0), new_file_mode);
     if (fd < 0) {

@@ -16,10 +16,13 @@ volatile std::sig_atomic_t has_leftover = 0;
 
 extern "C" void remove_leftover(int signal) {
     if (has_leftover != 0) {
-        has_leftover = 0;
         ::unlink(leftover_path.data());
+        has_leftover = 0;
     }
-    // The system's own handling stands again, so that whoever waits sees which signal it was.
+    // From here on the system's own handling, so that whoever waits sees which signal it was.
+    struct ::sigaction usual {};
+    usual.sa_handler = SIG_DFL;
+    ::sigaction(signal, &usual, nullptr);
     ::raise(signal);
 }
 
@@ -53,7 +56,8 @@ void install_handlers() {
             current.sa_handler == SIG_DFL) {
             current = {};
             current.sa_handler = remove_leftover;
-            current.sa_flags = static_cast<int>(SA_RESETHAND);
+            // A second signal waits until the file is gone.
+            ::sigfillset(&current.sa_mask);
             ::sigaction(signal, &current, nullptr);
         }
     }
