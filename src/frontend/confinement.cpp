@@ -178,7 +178,7 @@ constexpr std::uint32_t this_architecture = 0;
 #endif
 
 // Programs, other processes, the network, mounts, the kernel's modules and its own programs.
-constexpr std::array<long, 24> denied_calls = {
+constexpr std::array<long, 30> denied_calls = {
     SYS_execve,
     SYS_execveat,
     SYS_ptrace,
@@ -194,12 +194,18 @@ constexpr std::array<long, 24> denied_calls = {
     SYS_move_mount,
     SYS_fsopen,
     SYS_open_tree,
+    SYS_fsmount,
+    SYS_fspick,
+    SYS_mount_setattr,
+    SYS_open_by_handle_at,
     SYS_unshare,
     SYS_setns,
     SYS_init_module,
     SYS_finit_module,
     SYS_delete_module,
     SYS_kexec_load,
+    SYS_kexec_file_load,
+    SYS_io_uring_setup,  // its rings open sockets and files without a call of their own
     SYS_bpf,
     SYS_perf_event_open,
     SYS_reboot,

@@ -272,8 +272,10 @@ TEST(denied_calls, are_programs_sockets_mounts_modules_and_other_processes) {
     ASSERT_TRUE(deny_calls(kernel));
     EXPECT_THAT(kernel.m_order, ElementsAre("no new rights", "filter"));
     constexpr std::uint32_t denied = SECCOMP_RET_ERRNO | EPERM;
-    for (const std::uint32_t call : {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount,
-                                     SYS_init_module, SYS_finit_module, SYS_bpf, SYS_reboot}) {
+    for (const std::uint32_t call :
+         {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount, SYS_init_module, SYS_finit_module,
+          SYS_bpf, SYS_reboot, SYS_io_uring_setup, SYS_kexec_file_load, SYS_open_by_handle_at,
+          SYS_mount_setattr, SYS_fspick, SYS_fsmount}) {
         EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call), denied) << call;
     }
     for (const std::uint32_t call :
