@@ -185,7 +185,8 @@ bool as_shell_word(std::string& out, const std::vector<std::wstring>& list) {
     std::string word(1, '"');
     for (std::size_t i = 0; i < list.size(); ++i) {
         const std::string path = narrow(list[i]);
-        if (visible_text(path) != path) {
+        // An interactive shell expands "!" in double quotes, and keeps the backslash that would stop it.
+        if (visible_text(path) != path || path.find('!') != std::string::npos) {
             return false;
         }
         word += i == 0 ? "" : " | ";

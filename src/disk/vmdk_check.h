@@ -22,7 +22,8 @@ namespace quarry {
 
 // A list of files as one word in double quotes, as the option takes it and a shell passes it on: " | "
 // between the paths, and a backslash before each `"`, `$`, "`" and `\`, which a shell would act on. The paths
-// may come from the hints of a disk, so a list with a control character in a path gives false and nothing.
+// may come from the hints of a disk, so a list with a control character or a "!" in a path gives false and
+// nothing.
 [[nodiscard]] bool as_shell_word(std::string& out, const std::vector<std::wstring>& list);
 
 }  // namespace quarry

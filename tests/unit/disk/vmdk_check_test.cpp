@@ -425,6 +425,12 @@ TEST(AsShellWord, of_a_path_with_a_control_character_is_none) {
     EXPECT_TRUE(as_shell_word(word, {std::wstring(L"\x20\x7E\xA0\x2029\x202F\x2065\x206A")}));
 }
 
+TEST(AsShellWord, of_a_path_that_a_shell_takes_for_its_history_is_none) {
+    std::string word = "as it was";
+    EXPECT_FALSE(as_shell_word(word, {L"good", L"p!!.vmdk"}));
+    EXPECT_EQ(word, "as it was");
+}
+
 TEST_F(VmdkCheck, a_worked_out_parent_that_is_not_the_one_is_looked_at_once) {
     write("base.vmdk", file_of("other", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/elsewhere/base.vmdk\""));
