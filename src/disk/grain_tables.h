@@ -59,6 +59,8 @@ class grain_tables {
     // How many tables there are, from the start of the directory.
     [[nodiscard]] std::size_t size() const { return m_size; }
     [[nodiscard]] bool empty() const { return m_size == 0; }
+    // True if a part of a table could not be read, even of one that counts: its entries there say 0.
+    [[nodiscard]] bool has_failed() const { return !m_failed.empty(); }
 
     // An entry of the table that begins at a sector which the directory names: the sector of a grain, or 0.
     // An index behind the table's end gives 0 or what lies there.

@@ -30,6 +30,10 @@ std::string fault_of(const vmdk_file& file, const vmdk_file& base) {
     if (file.capacity_bytes() != capacity) {
         return "has another capacity";
     }
+    // Entries that were not read would pass for grains that are not there, and those for zeros.
+    if (file.m_grain_tables.has_failed()) {
+        return "has grain tables that cannot be read";
+    }
     const std::uint64_t tables = capacity / file.m_table_span + (capacity % file.m_table_span != 0 ? 1 : 0);
     if (file.m_grain_directory.size() < tables || file.m_grain_tables.size() < tables) {
         return "has too few grain tables for its capacity";

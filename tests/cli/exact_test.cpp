@@ -118,6 +118,25 @@ TEST_F(exact_mode, copies_from_a_chain_of_virtual_disk_files_and_refuses_one_tha
     EXPECT_EQ(made(), (words{"base.vmdk", "copy", "snap.vmdk"}));
 }
 
+TEST_F(exact_mode, refuses_a_virtual_disk_whose_grain_tables_cannot_be_read_whole) {
+    const std::string disk = text("disk");
+    vmdk_builder base;
+    base.entries_per_table = 4096;
+    base.grains = (disk.size() + base.grain_bytes() - 1) / base.grain_bytes();
+    base.put_all(0, to_bytes(disk));
+    base.write(m_dir / "base.vmdk");
+    // The only table begins with a sector that can be read.
+    ASSERT_EQ(base.directory_entries(), 1u);
+    const std::uint64_t bad = base.table_offset(0) + 512;
+    const program_result result = exact({"-vmdk", "base.vmdk", "-src", "/long.bin", "-dst", "copy"},
+                                        {.environment = {{"LD_PRELOAD", QUARRY_FAILING_HOST},
+                                                         {"FAIL_READS_FROM", std::to_string(bad)},
+                                                         {"FAIL_READS_TO", std::to_string(bad + 512)}}});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err, "err: source base.vmdk: base.vmdk has grain tables that cannot be read\n");
+    EXPECT_EQ(made(), words{"base.vmdk"});
+}
+
 TEST_F(exact_mode, is_asked_for_by_a_word_in_any_place_and_letter_case) {
     EXPECT_EQ(run({"-image", "volume", "-src", "/a.txt", "-EXACT", "-dst", "copy"}).status, 0);
     EXPECT_EQ(text("copy"), "hello\n");

@@ -238,6 +238,9 @@ TEST(grain_tables, a_table_that_begins_in_front_of_an_error_stays_with_zeros_beh
     EXPECT_EQ(tables.size(), 2u);
     EXPECT_EQ(tables.entry(4, 63), 4u * 128u + 63u);
     EXPECT_EQ(tables.entry(4, 64), 0u);
+    EXPECT_TRUE(tables.has_failed());
+    tables.read({3}, 128, file.source());
+    EXPECT_FALSE(tables.has_failed());
 }
 
 TEST(grain_tables, a_file_that_shrinks_while_it_is_read_leaves_zeros) {
