@@ -304,7 +304,8 @@ status take_letters(exact_options& options, const given_options& given) {
     return {};
 }
 
-void take_source(exact_options& options, const given_options& given) {
+// The files of a chain may be named in one value, with "|", "," or ";" between them.
+status take_source(exact_options& options, const given_options& given) {
     if (given.has(option::image)) {
         options.source = {source_choice::kind::image, given.all_values(option::image)};
     } else if (given.has(option::partition)) {
@@ -316,7 +317,11 @@ void take_source(exact_options& options, const given_options& given) {
             replace_char(list, ';', '|', false);
             split(options.source.paths, list, '|', {.trim_each = true, .append = true});
         }
+        if (options.source.paths.empty()) {
+            return refuse("-vmdk needs a value; this one names no file");
+        }
     }
+    return {};
 }
 
 // "N" or "N-SEQ".
@@ -459,8 +464,8 @@ tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::
         .and_then([&] { return take_letters(options, given); })
         .and_then([&] { return take_object(options, given); })
         .and_then([&] { return refuse_what_is_not_yet(given); })
+        .and_then([&] { return take_source(options, given); })
         .map([&] {
-            take_source(options, given);
             take_switches(options, given);
             return options;
         });

@@ -186,6 +186,17 @@ TEST(exact_options, disk_files_are_a_list_and_may_be_repeated) {
     EXPECT_EQ(options_of(list).source.paths, (words{"a.vmdk", "b.vmdk", "c.vmdk"}));
 }
 
+TEST(exact_options, a_chain_names_at_least_one_file) {
+    for (const std::string list : {",", " ", ";", "|", " , ; | "}) {
+        EXPECT_EQ(refusal_of(words{"quarry", "-exact", "-vmdk", list, "-src", "/a", "-dst", "b"}),
+                  "-vmdk needs a value; this one names no file")
+            << list;
+    }
+    EXPECT_EQ(options_of(words{"quarry", "-exact", "-vmdk", ",", "-vmdk", "a", "-src", "/a", "-dst", "b"})
+                  .source.paths,
+              words{"a"});
+}
+
 TEST(exact_options, the_listing_of_volumes_needs_neither_object_nor_destination) {
     EXPECT_TRUE(options_of("-exact -image d -volumes").volumes);
     EXPECT_EQ(refusal_of("-exact -image d -volumes -dst b"), "-volumes and -dst exclude each other");
