@@ -13,7 +13,6 @@ namespace quarry::exact {
 namespace {
 
 constexpr std::size_t head_bytes = 512;
-constexpr std::uint64_t trailer_bytes = 512;
 constexpr std::string_view raw_view = "give a raw view of it, as docs/limits.md shows";
 
 struct container {
@@ -36,6 +35,8 @@ constexpr std::uint64_t zip_name_length = 26;
 constexpr std::uint64_t zip_name = 30;
 constexpr std::string_view aff4_first_name = "version.txt";
 constexpr std::string_view vhd_signature = "conectix";
+// Early makers wrote the footer of a VHD one byte short.
+constexpr auto vhd_footer_bytes = std::to_array<std::uint64_t>({512, 511});
 
 tl::unexpected<failure> refused(const exact_source& source, std::string_view name,
                                 std::string_view what_to_do) {
@@ -49,9 +50,11 @@ bool is_aff4(byte_view head) {
 }
 
 bool ends_as_vhd(const exact_source& source) {
-    std::array<std::uint8_t, vhd_signature.size()> head{};
-    return source.size() >= trailer_bytes && source.read(head, source.size() - trailer_bytes) &&
-           byte_view(head).text_at(0, vhd_signature);
+    return std::any_of(vhd_footer_bytes.begin(), vhd_footer_bytes.end(), [&](std::uint64_t footer_bytes) {
+        std::array<std::uint8_t, vhd_signature.size()> head{};
+        return source.size() >= footer_bytes && source.read(head, source.size() - footer_bytes) &&
+               byte_view(head).text_at(0, vhd_signature);
+    });
 }
 
 }  // namespace

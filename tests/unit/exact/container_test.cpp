@@ -48,9 +48,18 @@ TEST(container, of_the_zip_kind_is_known_by_its_first_file) {
 TEST(container, may_be_known_by_its_last_sector) {
     EXPECT_EQ(answer(byte_writer(2048).text(2048 - 512, "conectix").take()),
               "source-open: source disk: is a VHD image; give a raw view of it, as docs/limits.md shows");
-    EXPECT_EQ(answer(byte_writer(2048).text(2048 - 511, "conectix").take()), "taken");
+    EXPECT_EQ(answer(byte_writer(2048).text(2048 - 513, "conectix").take()), "taken");
+    EXPECT_EQ(answer(byte_writer(2048).text(2048 - 510, "conectix").take()), "taken");
     EXPECT_EQ(answer(byte_writer(512).text(0, "conectix").take()),
               "source-open: source disk: is a VHD image; give a raw view of it, as docs/limits.md shows");
+}
+
+TEST(container, may_have_a_footer_of_511_bytes) {
+    const std::string vhd =
+        "source-open: source disk: is a VHD image; give a raw view of it, as docs/limits.md shows";
+    EXPECT_EQ(answer(byte_writer(2048).text(2048 - 511, "conectix").take()), vhd);
+    EXPECT_EQ(answer(byte_writer(511).text(0, "conectix").take()), vhd);
+    EXPECT_EQ(answer(byte_writer(510).text(0, "conectix").take()), "taken");
 }
 
 TEST(container, is_nothing_that_begins_a_little_otherwise) {
