@@ -6,7 +6,10 @@
 #include "foundation/ql_text.h"
 #include "frontend/expand_env.h"
 #include "frontend/output/output_guard.h"
+#include "frontend/output/same_storage.h"
 #include "frontend/source_words.h"
+
+#include <algorithm>
 
 namespace quarry {
 
@@ -117,6 +120,17 @@ bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
     output_guard guard;
     guard.add_sources(files);
     return guard.look_at(path, output_kind::trial) == output_verdict::source;
+}
+
+bool lies_on_one_of(const std::string& directory, const std::vector<std::string>& files) {
+    storage_set sources;
+    for (const std::string& path : files) {
+        add_storage(sources, look_up(path));
+    }
+    storage_set storage;
+    add_storage_of_file_system(storage, look_up(directory).file_system);
+    return std::any_of(storage.begin(), storage.end(),
+                       [&sources](const storage_id& id) { return sources.contains(id); });
 }
 
 }  // namespace quarry

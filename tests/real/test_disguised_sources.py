@@ -197,6 +197,25 @@ def test_a_file_system_that_is_mounted_from_the_source_takes_no_output(disk, iso
             before = content
 
 
+@pytest.mark.parametrize("output", ["-dst mnt/copy -md5", "-dst mnt/ -md5", "-dst mnt/", "-dst mnt/copy",
+                                    "-dst copy -diags mnt/log"])
+def test_the_exact_mode_writes_nothing_to_a_file_system_on_the_source(disk, isolated, output):
+    need_tools("strace")
+    run = isolated(f"""
+        loop "$image" {OTHER_START}; second=$made
+        mount -o ro "$second" mnt
+        status=0
+        strace -f -o calls -e trace=openat,openat2,mkdirat,creat "$quarry" -exact -image "$image" \\
+            -offset {START} -src /one.bin {output} || status=$?
+        grep -c 'O_WRONLY\\|O_RDWR\\|O_TMPFILE' calls || true
+        exit $status
+    """, image=disk)
+    assert run.returncode == 2, (run.stdout, run.stderr)
+    assert b" source" in run.stderr, run.stderr
+    # Not one file was opened for writing, which a file system that can be written to would have allowed.
+    assert run.stdout.endswith(b"\n0\n"), run.stdout
+
+
 def test_an_image_that_a_program_in_user_space_mounts_takes_no_output(volume, isolated):
     need_tools("ntfs-3g")
     need(os.path.exists("/dev/fuse"), "there is no /dev/fuse")

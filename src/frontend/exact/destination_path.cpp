@@ -113,8 +113,15 @@ result<std::string> name_with_digest(std::uint64_t modified, std::string_view na
 
 result<void> check_destination(const destination& target, bool overwrite,
                                const std::vector<std::string>& protected_files) {
-    if (auto directory = check_directory(target.directory); !directory || target.name.empty()) {
+    if (auto directory = check_directory(target.directory); !directory) {
         return directory;
+    }
+    // The bytes go to a temporary file of the directory before the name is known.
+    if (lies_on_one_of(target.directory, protected_files)) {
+        return refused(failure_code::exists, target.directory, "lies on the source");
+    }
+    if (target.name.empty()) {
+        return {};
     }
     const std::string path = target.path();
     if (is_one_of(path, protected_files)) {

@@ -42,9 +42,10 @@ struct destination {
 [[nodiscard]] result<std::string> name_with_digest(std::uint64_t modified, std::string_view name,
                                                    std::string_view md5);
 
-// Refuses a directory that is missing, and what the name must not lead to: a file of the source or the log
-// (`protected_files`), a file that is there already unless `overwrite`, and then everything but a regular
-// file; links are not followed. Fails with create or exists. Without a name the directory alone is looked at.
+// Refuses a directory that is missing, or whose file system lies on a file of the source, and what the name
+// must not lead to: a file of the source or the log (`protected_files`), a file that is there already unless
+// `overwrite`, and then everything but a regular file; links are not followed. Fails with create or exists.
+// Without a name the directory alone is looked at.
 [[nodiscard]] result<void> check_destination(const destination& target, bool overwrite,
                                              const std::vector<std::string>& protected_files);
 
