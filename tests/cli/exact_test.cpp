@@ -190,6 +190,27 @@ TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
                    "destination log: is a file of this run: a source or the log");
 }
 
+TEST_F(exact_mode, never_writes_a_log_over_an_earlier_copy_or_the_file_of_a_standard_stream) {
+    const words copy = {"-image", "volume", "-src", "/a.txt", "-dst", "out/", "-overwrite"};
+    ASSERT_EQ(exact(copy).status, 0);
+    words logged = copy;
+    logged.insert(logged.end(), {"-diags", "out/a.txt"});
+    expect_refused(logged, "log out/a.txt: exists and is no log");
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+    EXPECT_EQ(made(), words{"out/a.txt"});
+    logged.back() = "log";
+    EXPECT_EQ(exact(logged).status, 0);
+    const std::string first = text("log");
+    EXPECT_EQ(exact(logged).status, 0);
+    EXPECT_EQ(text("log").size(), first.size());
+    const program_result result =
+        run_program({"/bin/sh", "-c", R"("$0" -exact -image volume -src /a.txt -dst b -diags said 2>said)",
+                     QUARRY_PROGRAM},
+                    {.directory = m_dir.path()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(text("said"), "err: log said: is standard input, output or error\n");
+}
+
 TEST_F(exact_mode, lists_the_volumes_on_standard_output) {
     const program_result result = exact({"-image", "disk", "-volumes"});
     EXPECT_EQ(result.status, 0);

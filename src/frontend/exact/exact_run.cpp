@@ -9,16 +9,15 @@
 #include "frontend/exact/exact_help.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
+#include "frontend/exact/log_path.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/console.h"
 #include "frontend/run_header.h"
-#include "frontend/source_files.h"
 
 #include <array>
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -50,30 +49,18 @@ exit_status status_of(failure_code code, exit_status otherwise) {
 
 // ---- outputs
 
-tl::unexpected<ended> log_refused(const std::string& path, const std::string& why) {
-    return end_with(exit_status::refused,
-                    {failure_code::create, "log " + shown_typed(path), why, std::nullopt});
-}
-
-// The log may replace an earlier one, never a source nor what the copy replaces. No device takes one: what it
-// holds would be lost.
+// The log may replace an earlier one and nothing else.
 tl::expected<void, ended> open_log(const exact_options& options, const arg_list& arguments,
                                    const std::string& header, exact_messages& messages) {
     if (options.log_path.empty()) {
         return {};
     }
-    if (is_one_of(options.log_path, options.source.paths)) {
-        return log_refused(options.log_path, "is the source");
-    }
-    if (is_one_of(options.log_path, {options.destination})) {
-        return log_refused(options.log_path, "is the destination");
-    }
-    struct ::stat status {};
-    if (::stat(options.log_path.c_str(), &status) == 0 && S_ISBLK(status.st_mode)) {
-        return log_refused(options.log_path, "is a block device");
+    if (auto checked = check_log(options.log_path, options.source.paths, options.destination); !checked) {
+        return end_with(exit_status::refused, std::move(checked.error()));
     }
     if (!messages.open_log(options.log_path, joined_arguments(arguments, '"'), header)) {
-        return log_refused(options.log_path, "cannot be opened");
+        return end_with(exit_status::refused, {failure_code::create, "log " + shown_typed(options.log_path),
+                                               "cannot be opened", std::nullopt});
     }
     return {};
 }
