@@ -37,17 +37,30 @@ result<allocation> allocation::open(const mft& table, notices& told) {
 }
 
 result<allocation::count> allocation::of(const run_map& runs) const {
+    std::vector<run> stored;
+    std::copy_if(runs.runs().begin(), runs.runs().end(), std::back_inserter(stored),
+                 [](const run& each) { return !each.is_hole(); });
+    std::sort(stored.begin(), stored.end(), [](const run& a, const run& b) { return a.lcn < b.lcn; });
+    // Clusters that the source does not hold are not copied either, so that a claim costs nothing.
+    const geometry& shape = m_volume.shape();
+    const std::uint64_t source_bytes = m_volume.source().size();
+    const std::uint64_t held =
+        source_bytes > shape.volume_offset ? (source_bytes - shape.volume_offset) / shape.cluster_size : 0;
     count total;
-    for (const run& each : runs.runs()) {
-        if (each.is_hole()) {
+    std::uint64_t done = 0;  // clusters before this one are counted
+    for (const run& each : stored) {
+        const std::uint64_t begin = std::max(each.lcn, done);
+        const std::uint64_t end = std::min(each.lcn + each.length, held);
+        if (begin >= end) {
             continue;
         }
-        result<std::uint64_t> used = used_in(each.lcn, each.length);
+        result<std::uint64_t> used = used_in(begin, end - begin);
         if (!used) {
             return passed_on(used);
         }
         total.used += *used;
-        total.free += each.length - *used;
+        total.free += end - begin - *used;
+        done = end;
     }
     return total;
 }

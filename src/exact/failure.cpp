@@ -83,10 +83,14 @@ std::string failure::text() const {
 }
 
 void notices::add(notice added) {
-    const bool known = std::any_of(m_all.begin(), m_all.end(), [&](const notice& other) {
-        return other.code == added.code && other.where == added.where && other.why == added.why;
-    });
-    if (!known) {
+    if (!m_known.insert(added.code + '\0' + added.where + '\0' + added.why).second) {
+        return;
+    }
+    const std::size_t count = ++m_of_code[added.code];
+    if (count == most_of_one_code + 1) {
+        added.why = "there are more of this kind, which are not listed";
+    }
+    if (count <= most_of_one_code + 1) {
         m_all.push_back(std::move(added));
     }
 }

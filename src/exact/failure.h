@@ -10,8 +10,11 @@
 // The text is made here and nowhere else.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <tl/expected.hpp>
@@ -110,9 +113,12 @@ struct notice {
     [[nodiscard]] std::string text() const { return where + ": " + why; }
 };
 
-// The notices of one copy, or of opening a volume, in the order in which they were made. Each stands once.
+// The notices of one copy, or of opening a volume, in the order in which they were made. Each is there once,
+// and of those with one code only so many: a prepared disk can give cause for millions.
 class notices {
   public:
+    static constexpr std::size_t most_of_one_code = 100;
+
     void warn(std::string code, std::string where, std::string why);
     void doubt(std::string code, std::string where, std::string why);
     [[nodiscard]] const std::vector<notice>& all() const { return m_all; }
@@ -121,6 +127,8 @@ class notices {
   private:
     void add(notice added);
     std::vector<notice> m_all;
+    std::set<std::string> m_known;
+    std::map<std::string, std::size_t> m_of_code;
 };
 
 // The words of WHERE.

@@ -62,16 +62,21 @@ result<record> expect_base(record found) {
     return found;
 }
 
+// The first piece of the table in the chain of record 0; the end of the chain if there is none.
+std::vector<attribute>::const_iterator first_piece_of_table(const record& base) {
+    const auto& all = base.attributes();
+    return std::find_if(all.begin(), all.end(), [](const attribute& each) {
+        return is_piece_of_table(each) && each.non_resident() && each.lowest_vcn() == 0;
+    });
+}
+
 // The table as far as record 0 itself describes it, if it is what the boot sector says.
 result<stored_stream> head_of_table(const volume_bytes& volume, const record& base) {
     if (!base.in_use() || base.base()) {
         return table_failure(base, "is not the base record of $MFT");
     }
-    const auto& all = base.attributes();
-    const auto first = std::find_if(all.begin(), all.end(), [](const attribute& each) {
-        return is_piece_of_table(each) && each.non_resident() && each.lowest_vcn() == 0;
-    });
-    if (first == all.end()) {
+    const auto first = first_piece_of_table(base);
+    if (first == base.attributes().end()) {
         return table_failure(base, "has no stored $DATA");
     }
     result<stored_stream> table = stored_stream::begin(volume.shape(), {*first, &base}, where_of_table());
@@ -156,6 +161,13 @@ result<void> mft::add_pieces(const record& base, notices& told) {
     if (items->empty() || items->front().holder != base.self() || items->front().lowest_vcn != 0) {
         return table_failure(base, "its attribute list does not begin $DATA in this record");
     }
+    result<std::size_t> first = attribute_named_by(items->front(), base, where);
+    if (!first) {
+        return passed_on(first);
+    }
+    if (base.attributes().begin() + static_cast<std::ptrdiff_t>(*first) != first_piece_of_table(base)) {
+        return table_failure(base, "its attribute list begins $DATA at another attribute");
+    }
     for (auto item = items->begin() + 1; item != items->end(); ++item) {
         // Pieces in record 0 itself are possible too.
         std::optional<record> extension;
@@ -184,14 +196,21 @@ result<record> mft::read(std::uint64_t entry, notices& told) const {
         return fail(failure_code::behind_mft, where::record(entry),
                     "$MFT has " + std::to_string(entries()) + " entries");
     }
+    const auto read_mirrored = [&] {
+        const std::uint64_t in_mirror =
+            volume().shape().source_byte_of(volume().shape().mirror_lcn) + entry * size;
+        return read_record_at(volume().source(), size, in_mirror, entry, where::record_of_mirror(entry),
+                              told);
+    };
+    // The record that describes the table is the one that the table was opened by.
+    if (entry == 0 && m_from_mirror) {
+        return read_mirrored();
+    }
     result<record> stored = read_stored(entry, told);
     if (stored || entry >= mirrored_entries) {
         return stored;
     }
-    const std::uint64_t in_mirror =
-        volume().shape().source_byte_of(volume().shape().mirror_lcn) + entry * size;
-    result<record> mirrored =
-        read_record_at(volume().source(), size, in_mirror, entry, where::record_of_mirror(entry), told);
+    result<record> mirrored = read_mirrored();
     if (!mirrored) {
         return stored;
     }

@@ -25,6 +25,12 @@ result<stored_stream> stored_stream::begin(const geometry& shape, const piece& f
         stream.m_resident = true;
         stream.m_value = first.bytes.value().to_vector();
         stream.m_size = stream.m_valid = stream.m_allocated = stream.m_value.size();
+        // How it would be compressed means nothing for a value in the record.
+        stream.m_flags = first.bytes.flags() & static_cast<std::uint16_t>(~compression_method);
+        if ((stream.m_flags & ~known_flags) != 0) {
+            return fail(failure_code::flags, stream.m_where, "flags are " + hex(stream.m_flags),
+                        first.source_byte());
+        }
         return stream;
     }
     stream.m_size = first.bytes.real_size();

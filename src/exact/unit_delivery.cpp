@@ -53,6 +53,9 @@ class unit_planner {
         if (result<void> parts = take_runs(plan); !parts) {
             return passed_on(parts);
         }
+        if (plan.parts.empty()) {
+            take_rest_of_hole(plan);
+        }
         if (!plan.has_chunks) {
             trim(plan);
         }
@@ -93,6 +96,18 @@ class unit_planner {
         }
         plan.has_chunks = hole_seen && !plan.parts.empty();
         return {};
+    }
+
+    // All units that lie in the same hole are one, however many there are.
+    void take_rest_of_hole(unit_plan& plan) {
+        const std::vector<run>& runs = m_stream->runs().runs();
+        const std::uint64_t clusters = m_stream->unit_size() / m_volume->shape().cluster_size;
+        const std::uint64_t end = m_run < runs.size() ? runs[m_run].end_vcn() / clusters : 0;
+        if (end > m_unit) {
+            m_unit = end;
+            const std::uint64_t begin = plan.number * m_stream->unit_size();
+            plan.wanted = std::min(end * m_stream->unit_size(), m_stream->valid_size()) - begin;
+        }
     }
 
     // Bytes that are stored as they are need not be read past the wanted ones.

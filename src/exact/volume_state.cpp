@@ -97,11 +97,20 @@ std::optional<restart_page> read_second_page(const mft& table, const stored_stre
     return std::nullopt;
 }
 
-// A journal that was never used is all 0xFF; its first 64 KiB decide, which hold both restart pages.
+// A journal that was never used is all 0xFF. One of more than 1 GiB, which no system makes, is judged by its
+// first bytes.
 bool is_blank(const mft& table, const stored_stream& journal) {
-    std::vector<std::uint8_t> start(static_cast<std::size_t>(std::min(journal.size(), largest_page)));
-    return !start.empty() && journal.read(table.volume(), start, 0).has_value() &&
-           std::all_of(start.begin(), start.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+    constexpr std::uint64_t most = std::uint64_t{1} << 30;
+    std::vector<std::uint8_t> block;
+    const std::uint64_t end = std::min(journal.size(), most);
+    for (std::uint64_t at = 0; at < end; at += block.size()) {
+        block.resize(static_cast<std::size_t>(std::min(end - at, largest_page)));
+        if (!journal.read(table.volume(), block, at) ||
+            !std::all_of(block.begin(), block.end(), [](std::uint8_t byte) { return byte == 0xFF; })) {
+            return false;
+        }
+    }
+    return end > 0;
 }
 
 result<journal_state> read_journal(const mft& table, notices& told) {

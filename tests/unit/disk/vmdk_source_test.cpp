@@ -121,7 +121,7 @@ TEST(vmdk_source, refuses_what_is_no_sparse_file) {
 TEST(vmdk_source, refuses_grains_that_need_another_reader) {
     chain harmless({base().force(8, 4, 3)});
     EXPECT_EQ(harmless.fault(), "");
-    for (const std::uint64_t flags : {0x4, 0x10000, 0x20000, 0x10003}) {
+    for (const std::uint64_t flags : {0x4u, 0x10000u, 0x20000u, 0x10003u}) {
         chain flagged({base().force(8, 4, flags)});
         EXPECT_THAT(flagged.fault(), HasSubstr("0.vmdk has compressed grains, grains of zeros or markers"));
     }
