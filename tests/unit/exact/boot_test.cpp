@@ -60,17 +60,17 @@ TEST(boot, begins_with_its_signature) {
 }
 
 TEST(boot, has_sectors_of_256_to_4096_bytes) {
-    for (const std::uint64_t size : {256, 512, 1024, 2048, 4096}) {
+    for (const std::uint64_t size : {256u, 512u, 1024u, 2048u, 4096u}) {
         EXPECT_EQ(fault(sound().u16(11, size)), "") << size;
     }
-    for (const std::uint64_t size : {0, 1, 128, 511, 513, 768, 8192, 65535}) {
+    for (const std::uint64_t size : {0u, 1u, 128u, 511u, 513u, 768u, 8192u, 65535u}) {
         EXPECT_EQ(fault(sound().u16(11, size)),
                   "boot boot sector: bytes per sector is " + std::to_string(size) + " (source byte 0x7E0B)");
     }
 }
 
 TEST(boot, has_clusters_of_at_most_2_MiB) {
-    for (const std::uint64_t sectors : {1, 2, 4, 8, 16, 32, 64, 128}) {
+    for (const std::uint64_t sectors : {1u, 2u, 4u, 8u, 16u, 32u, 64u, 128u}) {
         EXPECT_EQ(shape_of(sound().u8(13, sectors).u64(40, 80000000).u8(64, 0xF6).u8(68, 0xF4)).cluster_size,
                   512 * sectors);
     }
@@ -78,7 +78,7 @@ TEST(boot, has_clusters_of_at_most_2_MiB) {
     EXPECT_EQ(shape_of(sound().u8(13, 0xF8).u64(40, 80000000).u8(68, 0xF4)).cluster_size, 0x20000u);
     EXPECT_EQ(shape_of(sound().u8(13, 0xF4).u64(40, 80000000).u8(68, 0xF4)).cluster_size, 0x200000u);
     EXPECT_EQ(shape_of(sound().u8(13, 0xFF).u8(68, 0xF4)).cluster_size, 1024u);
-    for (const std::uint64_t sectors : {0, 3, 127, 129, 200, 0xF3}) {
+    for (const std::uint64_t sectors : {0u, 3u, 127u, 129u, 200u, 0xF3u}) {
         EXPECT_EQ(fault(sound().u8(13, sectors)), "boot boot sector: sectors per cluster is " +
                                                       std::to_string(sectors) + " (source byte 0x7E0D)");
     }
@@ -90,7 +90,7 @@ TEST(boot, has_records_of_512_to_65536_bytes) {
     EXPECT_EQ(shape_of(sound().u8(64, 0xF0)).record_size, 65536u);
     EXPECT_EQ(shape_of(sound().u8(64, 1)).record_size, 4096u);
     EXPECT_EQ(shape_of(sound().u8(64, 16)).record_size, 65536u);
-    for (const std::uint64_t stored : {0, 3, 17, 32, 0xF8, 0xEF, 0xE1, 0xE0, 0x80, 0xFF}) {
+    for (const std::uint64_t stored : {0u, 3u, 17u, 32u, 0xF8u, 0xEFu, 0xE1u, 0xE0u, 0x80u, 0xFFu}) {
         EXPECT_EQ(fault(sound().u8(64, stored)),
                   "boot boot sector: record size is " + std::to_string(stored) + " (source byte 0x7E40)");
         EXPECT_EQ(fault(sound().u8(68, stored)), "boot boot sector: index block size is " +

@@ -53,4 +53,16 @@ TEST(notices, put_a_copy_in_doubt_by_a_doubt_alone) {
     EXPECT_TRUE(told.in_doubt());
 }
 
+TEST(notices, hold_a_hundred_of_one_code_and_say_that_there_are_more) {
+    notices told;
+    for (int i = 0; i < 1000; ++i) {
+        told.warn("unlisted", where::record(40), std::to_string(i));
+    }
+    told.warn("journal", where::volume, "another");
+    ASSERT_EQ(told.all().size(), 102u);
+    EXPECT_EQ(told.all()[99].why, "99");
+    EXPECT_EQ(told.all()[100].text(), "record 40: there are more of this kind, which are not listed");
+    EXPECT_EQ(told.all()[101].why, "another");
+}
+
 }  // namespace quarry::test

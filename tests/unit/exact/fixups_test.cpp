@@ -74,7 +74,7 @@ TEST(fixups, name_the_source_byte_through_the_pieces_of_a_block) {
 TEST(fixups, refuse_an_array_that_is_not_made_for_the_block) {
     EXPECT_EQ(failed(byte_writer(protected_block()).u16(4, 0x31).take()).text(),
               "record 7: update sequence array of 3 words at 0x31 (source byte 0x10004)");
-    for (const std::uint64_t words : {0, 1, 2, 4, 0xFFFF}) {
+    for (const std::uint64_t words : {0u, 1u, 2u, 4u, 0xFFFFu}) {
         EXPECT_EQ(failed(byte_writer(protected_block()).u16(6, words).take()).code, failure_code::array)
             << words;
     }

@@ -137,7 +137,7 @@ TEST(mft, is_not_found_if_its_mirror_is_damaged_too) {
 TEST(mft, has_its_first_records_in_the_mirror_too) {
     const volume_builder volume({.system_files = true});
     const bytes image = volume.image();
-    for (const std::uint64_t entry : {1, 2, 3, 4}) {
+    for (const std::uint64_t entry : {1u, 2u, 3u, 4u}) {
         bytes damaged = image;
         damaged[static_cast<std::size_t>(volume.record_position(entry)) + 510] ^= 1;
         opened_exact_volume opened(damaged);

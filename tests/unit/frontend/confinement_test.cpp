@@ -272,16 +272,17 @@ TEST(denied_calls, are_programs_sockets_mounts_modules_and_other_processes) {
     ASSERT_TRUE(deny_calls(kernel));
     EXPECT_THAT(kernel.m_order, ElementsAre("no new rights", "filter"));
     constexpr std::uint32_t denied = SECCOMP_RET_ERRNO | EPERM;
-    for (const std::uint32_t call :
-         {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount, SYS_init_module, SYS_finit_module,
-          SYS_bpf, SYS_reboot, SYS_io_uring_setup, SYS_kexec_file_load, SYS_open_by_handle_at,
-          SYS_mount_setattr, SYS_fspick, SYS_fsmount}) {
-        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call), denied) << call;
+    for (const int call : {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount, SYS_init_module,
+                           SYS_finit_module, SYS_bpf, SYS_reboot, SYS_io_uring_setup, SYS_kexec_file_load,
+                           SYS_open_by_handle_at, SYS_mount_setattr, SYS_fspick, SYS_fsmount}) {
+        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, static_cast<std::uint32_t>(call)), denied)
+            << call;
     }
-    for (const std::uint32_t call :
-         {SYS_read, SYS_pread64, SYS_openat, SYS_write, SYS_rename, SYS_unlink, SYS_ioctl, SYS_exit_group,
-          SYS_statx, SYS_getdents64, SYS_clone, SYS_futex}) {
-        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call), SECCOMP_RET_ALLOW) << call;
+    for (const int call : {SYS_read, SYS_pread64, SYS_openat, SYS_write, SYS_rename, SYS_unlink, SYS_ioctl,
+                           SYS_exit_group, SYS_statx, SYS_getdents64, SYS_clone, SYS_futex}) {
+        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, static_cast<std::uint32_t>(call)),
+                  SECCOMP_RET_ALLOW)
+            << call;
     }
     // The same numbers mean other calls to the 32-bit kinds of the processor.
     EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_I386, SYS_read), denied);
