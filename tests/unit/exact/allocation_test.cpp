@@ -52,6 +52,14 @@ TEST(allocation, counts_the_bits_of_the_clusters_alone) {
     EXPECT_EQ(count(999, 1).free, 1u);
 }
 
+TEST(allocation, counts_a_cluster_once_however_often_it_is_used) {
+    bytes bitmap(125);
+    bitmap[10] = 0xF0;  // clusters 84 to 87
+    const exact::allocation::count count = counted(bitmap, {{80, 16}, {84, 4}, {90, 10}});
+    EXPECT_EQ(count.used, 4u);
+    EXPECT_EQ(count.free, 16u);
+}
+
 TEST(allocation, leaves_holes_out) {
     const exact::allocation::count count = counted(bytes(125, 0xFF), {{10, 3}, {hole, 50}, {900, 2}});
     EXPECT_EQ(count.used, 5u);

@@ -1,6 +1,7 @@
 #include "exact/mft.h"
 
 #include "support/opened_exact_volume.h"
+#include "volume/attribute.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -123,6 +124,26 @@ TEST(mft, is_found_through_the_mirror_if_record_0_is_zeroed_or_torn_or_unreadabl
     opened_exact_volume third(image);
     third.source().unreadable(at + 700, 1);
     open_and_copy(third);
+}
+
+TEST(mft, gives_the_record_0_that_it_was_opened_by) {
+    const volume_builder volume({.system_files = true});
+    bytes image = volume.image();
+    // Another first cluster of $DATA in record 0 alone, which is sound but for that.
+    const auto start = static_cast<std::ptrdiff_t>(volume.record_position(0));
+    const byte_view record0(image.data() + start, 1024);
+    attribute data = first_attribute(record0);
+    ASSERT_TRUE(next_attribute_of_type(data, 0x80, 1024));
+    const std::size_t pairs =
+        static_cast<std::size_t>(data.bytes().data() - image.data()) + data.mapping_pairs_offset();
+    image[pairs + 1 + (image[pairs] & 0x0Fu)] += 1;
+    opened_exact_volume opened(image);
+    ASSERT_EQ(opened.open(), "");
+    EXPECT_TRUE(opened.volume().table().from_mirror());
+    exact::notices told;
+    const auto read = opened.volume().table().read(0, told);
+    ASSERT_TRUE(read.has_value());
+    EXPECT_EQ(read->place().where, "record 0 of the mirror");
 }
 
 TEST(mft, is_not_found_if_its_mirror_is_damaged_too) {

@@ -187,6 +187,18 @@ TEST(stream, that_is_encrypted_is_copied_raw_only) {
     expect_copy(copy_of(empty), {});
 }
 
+TEST(stream, that_is_encrypted_is_copied_raw_only_in_its_record_too) {
+    volume_builder volume;
+    volume.add_file("a").attribute(attribute_builder::resident(0x80, to_bytes("cipher")).flags(0x4000));
+    EXPECT_EQ(copy_of(volume).failed,
+              "encrypted record 24, $DATA \"\": encrypted (EFS); -raw copies the stored "
+              "bytes, of which 6 count");
+    expect_copy(copy_of(volume, {}, {.raw = true}), to_bytes("cipher"));
+    volume_builder compressed;
+    compressed.add_file("a").attribute(attribute_builder::resident(0x80, to_bytes("plain")).flags(0x0001));
+    expect_copy(copy_of(compressed), to_bytes("plain"));
+}
+
 TEST(stream, is_chosen_by_its_units_before_case_counts) {
     volume_builder volume({.system_files = true});
     volume.add_file("a").data("unnamed").stream("Zone", "1").stream("zone", "2").stream("other", "3");

@@ -108,6 +108,8 @@ TEST(volume_state, takes_the_one_restart_page_that_is_sound) {
 
 TEST(volume_state, tells_an_empty_journal) {
     EXPECT_EQ(journal_of({bytes(65536, 0xFF)}), journal_state::empty);
+    // All of it counts, not its beginning alone.
+    EXPECT_EQ(journal_of({bytes(65536, 0xFF), restart_page(5, 0, 0)}), journal_state::unknown);
     EXPECT_EQ(journal_of({bytes(65536)}), journal_state::unknown);
 }
 
