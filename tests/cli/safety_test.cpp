@@ -424,10 +424,16 @@ TEST_F(installation, with_the_rights_of_somebody_else_does_not_run) {
         install(owner, group, mode);
         for (const words& line : {words{"-image", "disk", "-src", "/a.txt", "-dst", "o"}, words{"-h"}}) {
             const program_result result = start(line);
-            EXPECT_EQ(result.status, 255) << std::oct << mode;
+            const std::string refusal =
+                "quarry is installed setuid or setgid, which gives its rights away: refusing to run\n";
             EXPECT_EQ(result.out, "");
-            EXPECT_EQ(result.err,
-                      "quarry is installed setuid or setgid, which gives its rights away: refusing to run\n");
+            EXPECT_EQ(result.err.substr(0, refusal.size()), refusal);
+            // LeakSanitizer, where it is built in, fails in such a program: it adds its words and sets the
+            // status.
+            if (!leak_check_is_built_in()) {
+                EXPECT_EQ(result.status, 255) << std::oct << mode;
+                EXPECT_EQ(result.err, refusal);
+            }
         }
     }
     EXPECT_EQ(files(), (words{"disk", "quarry"}));

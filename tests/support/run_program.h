@@ -21,6 +21,10 @@ enum class output_end {
 // set.
 [[nodiscard]] bool memory_limit_works();
 
+// How many times longer than usual work may take before a test calls it slow: 1, and 20 in a build with
+// AddressSanitizer.
+[[nodiscard]] double time_allowance();
+
 struct program_options {
     std::string standard_input = {};
     std::filesystem::path directory = {};                 // where it runs; empty: where the test runs
@@ -36,6 +40,9 @@ struct program_options {
     // As the ordinary user "nobody", for which the tests must run as root. The program's own file need not be
     // in a place that this user can reach.
     bool as_nobody = false;
+    // Leaks are not looked for, in a build that does so: LeakSanitizer ends a program under strace, and one
+    // with borrowed rights, with a status of its own.
+    bool leaks_allowed = false;
 };
 
 struct program_result {
