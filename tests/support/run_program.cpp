@@ -162,6 +162,10 @@ bool memory_limit_works() {
     return !address_sanitizer;
 }
 
+bool leak_check_is_built_in() {
+    return address_sanitizer;
+}
+
 double time_allowance() {
     return address_sanitizer ? 20.0 : 1.0;
 }

@@ -21,6 +21,9 @@ enum class output_end {
 // set.
 [[nodiscard]] bool memory_limit_works();
 
+// True in a build with AddressSanitizer, which holds LeakSanitizer.
+[[nodiscard]] bool leak_check_is_built_in();
+
 // How many times longer than usual work may take before a test calls it slow: 1, and 20 in a build with
 // AddressSanitizer.
 [[nodiscard]] double time_allowance();
@@ -40,8 +43,8 @@ struct program_options {
     // As the ordinary user "nobody", for which the tests must run as root. The program's own file need not be
     // in a place that this user can reach.
     bool as_nobody = false;
-    // Leaks are not looked for, in a build that does so: LeakSanitizer ends a program under strace, and one
-    // with borrowed rights, with a status of its own.
+    // Leaks are not looked for, in a build that does so: LeakSanitizer ends a program under strace with a
+    // status of its own.
     bool leaks_allowed = false;
 };
 
