@@ -7,7 +7,7 @@
 In Markdown every fenced block is something:
 
     ```sh               commands; each must succeed
-    ```console          what a terminal shows: commands behind "$ " (more lines of one behind "> ") and below each
+    ```console          what a terminal shows: commands after "$ " (more lines of one after "> ") and below each
                         what it prints. A line "..." stands for any lines, "..." in a line for any text. A command
                         must succeed unless `echo $?` comes next. The directory of the run is shown as /cases/7.
                         Time, host and platform of quarry's header and the last line of a log ("->0.01 secs")
@@ -20,8 +20,8 @@ In Markdown every fenced block is something:
     <!-- needs: a b --> programs without which the document cannot be run, and "root" if it takes that
 
 Indented blocks, other fences, and lines in plain fences that look like commands are errors, so that no command
-escapes. In a manual page the lines behind ".Dl" are the commands, `.\\" run: ` begins one that is not shown,
-and `.\\" may fail: ` stands above one that may.
+escapes. In a manual page the lines after ".Dl" are the commands, `.\\" run: ` begins one that is not shown,
+and `.\\" may fail: ` is above one that may.
 
 The shell finds `quarry`, `sudo` (a document with sudo needs root, so this one has nothing to do) and $QUARRY_ROOT, the
 source tree. As root it runs in a process and mount namespace of its own: what a document starts or mounts is gone when it
@@ -44,7 +44,7 @@ SYSTEM_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
 class Step:
-    """A command, the line it stands on, and what it is to print (None: whatever it likes)."""
+    """A command, the line it is on, and what it is to print (None: whatever it likes)."""
 
     def __init__(self, line, command, expected=None, may_fail=False):
         self.line = line

@@ -115,7 +115,7 @@ class Zsh:
         self.run("unset zle_bracketed_paste; stty -echo columns 4000 rows 500; LISTMAX=10000")
         self.run(f"fpath=({COMPLETIONS} $fpath); autoload -Uz compinit && compinit -u -D")
         self.run("setopt list_rows_first no_list_types mark_dirs; zstyle ':completion:*' list-colors ''")
-        # The list stands between two marks, one candidate a line.
+        # The list is between two marks, one candidate a line.
         self.run("show() { compadd() { local -a found; builtin compadd -A found \"$@\"; "
                  "print -rl -- \"<\"${^found}\">\"; builtin compadd \"$@\" }; zle list-choices; unfunction compadd; "
                  "BUFFER=; print -r -- LIS''TED }; zle -N show; bindkey '^T' show")

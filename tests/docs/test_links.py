@@ -32,7 +32,7 @@ def anchors_of(path):
 @pytest.mark.parametrize("document", DOCUMENTS)
 def test_links_lead_somewhere(document):
     for target in re.findall(r"\]\(([^)\s]+)\)", prose_of(document)):
-        assert not target.startswith("http"), f"{target}: documents stand alone"
+        assert not target.startswith("http"), f"{target}: documents need no network"
         path, _, anchor = target.partition("#")
         file = os.path.normpath(os.path.join(os.path.dirname(document), path)) if path else document
         assert os.path.exists(os.path.join(ROOT, file)), target

@@ -41,7 +41,7 @@ def options_in(page):
     found = set()
     for line in page.split("\n"):
         if line.startswith((".It Fl ", ".Fl ")):
-            # Further names behind commas, and further "Fl" on the same line.
+            # Further names after commas, and further "Fl" on the same line.
             words = re.sub(r" (Ar|Op|Ns|No|Ql|Pa|Sm) .*?(?= , Fl |$)", " ", line.split("Fl ", 1)[1])
             found |= {"-" + word for word in re.findall(r"\b[a-z][a-z0-9_]*", words)}
     return found
@@ -99,7 +99,7 @@ def test_completions_name_only_options_that_have_an_effect(completion, pattern):
         assert named <= options_of_program() - options_without_effect()
 
 
-# Spoken of in the page alone: other names of an option, and what changes nothing that a copy shows.
+# Named only in the page: other names of an option, and what changes nothing that a copy shows.
 HIDDEN = {"-help", "-outfile", "-append", "-l2", "-l3", "-pair_datetime", "-base10", "-base16", "-timeformat", "-v",
           "-verbose", "-signal"}
 

@@ -7,8 +7,7 @@ import re
 import pytest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-PAGES = sorted(os.path.relpath(path, ROOT) for pattern in ("README.md", "CONTRIBUTING.md", "docs/*.md", "docs/*.1",
-                                                           "samples/*.md")
+PAGES = sorted(os.path.relpath(path, ROOT) for pattern in ("*.md", "docs/*.md", "docs/*.1", "samples/*.md")
                for path in glob.glob(os.path.join(ROOT, pattern)))
 
 
@@ -21,6 +20,13 @@ def text_of(path):
 def test_a_page_has_no_rooms_and_houses(page):
     # "With room for it" is about space and stays.
     assert re.findall(r"(?i)\b(?:houses?|rooms|(?:a|each|the) room)\b", text_of(page)) == []
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_a_page_says_after_and_says_rather_than_behind_and_tells(page):
+    # Code, and the names of tests, are not prose.
+    prose = re.sub(r"```.*?```|`[^`\n]+`", "", text_of(page), flags=re.S)
+    assert re.findall(r"(?i)\b(?:behind|tells?|told|stands|stood|made out)\b", prose) == []
 
 
 def test_the_readme_leads_to_every_page():
