@@ -218,6 +218,32 @@ def test_the_exact_mode_writes_nothing_to_a_file_system_on_the_source(disk, isol
     assert run.stdout.endswith(b"\n0\n"), run.stdout
 
 
+@pytest.mark.parametrize("source, target", [("merged/disk.img", "lower/disk.img"), ("lower/disk.img", "merged/disk.img"),
+                                            ("merged/own.img", "upper/own.img"), ("upper/own.img", "merged/own.img")])
+@pytest.mark.parametrize("one_file_system", [True, False])
+def test_the_layers_of_an_overlay_are_the_source(volume, isolated, source, target, one_file_system):
+    before = digest(volume.image)
+    run = isolated(f"""
+        mkdir layers
+        mount -t tmpfs none layers
+        cd layers
+        mkdir lower other merged
+        {"true" if one_file_system else "mount -t tmpfs none other"}
+        mkdir other/upper other/work
+        ln -s other/upper upper
+        cp "$image" lower/disk.img
+        cp "$image" upper/own.img
+        mount -t overlay -o lowerdir=lower,upperdir=other/upper,workdir=other/work none merged
+        status=0
+        "$quarry" -image "{source}" -src /one.bin -dst "{target}" || status=$?
+        sha256sum "{source}" >&2
+        umount merged
+        exit $status
+    """, image=volume.image)
+    refused(run, SAME)
+    assert before.hex().encode() in run.stderr, run.stderr
+
+
 def test_an_image_that_a_program_in_user_space_mounts_takes_no_output(volume, isolated):
     need_tools("ntfs-3g")
     need(os.path.exists("/dev/fuse"), "there is no /dev/fuse")

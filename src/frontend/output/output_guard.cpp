@@ -46,7 +46,11 @@ output_guard::output_guard() {
 
 void output_guard::add_source(const std::string& path) {
     const std::size_t before = m_sources.size();
-    add_storage(m_sources, look_up(path));
+    const found_file found = look_up(path);
+    add_storage(m_sources, found);
+    if (S_ISREG(found.mode)) {
+        m_source_likenesses.insert(found.likeness);
+    }
     if (m_sources.size() != before) {
         m_known_file_systems.clear();
     }
@@ -69,7 +73,8 @@ output_verdict output_guard::look_at(const std::string& path, output_kind kind) 
     if (found.exists) {
         storage_set storage;
         add_storage(storage, found);
-        if (share_storage(storage, m_sources)) {
+        const bool is_like_a_source = S_ISREG(found.mode) && m_source_likenesses.contains(found.likeness);
+        if (is_like_a_source || share_storage(storage, m_sources)) {
             return output_verdict::source;
         }
         const bool is_other_log = found.id == m_log && kind != output_kind::log;

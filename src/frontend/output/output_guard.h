@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -61,6 +62,7 @@ class output_guard {
                                       output_kind kind) const;
 
     storage_set m_sources;
+    std::set<file_likeness> m_source_likenesses;
     storage_set m_protected;
     std::optional<storage_id> m_log;
     bool m_keeps_existing = false;

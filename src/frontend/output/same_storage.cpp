@@ -275,6 +275,8 @@ found_file look_up(const std::string& path) {
         found.mode = status->st_mode;
         found.id =
             S_ISBLK(status->st_mode) ? device_id(status->st_rdev) : file_id(status->st_dev, status->st_ino);
+        found.likeness = {status->st_ino,          status->st_size,        status->st_mtim.tv_sec,
+                          status->st_mtim.tv_nsec, status->st_ctim.tv_sec, status->st_ctim.tv_nsec};
     }
     const auto file_system = file_system_of(status ? path : directory_of(found.path));
     found.file_system = file_system.value_or(file_system_id());

@@ -7,10 +7,12 @@
 //
 // The kernel says what a device is made of in three places: directories of sysfs ("partition", "slaves",
 // "loop/backing_file"), the ioctl LOOP_GET_STATUS64, which also knows files without a name and needs no
-// sysfs, and the list of mounts. What none of them says is not known here: a remote host's disk behind a
-// network file system, the lower parts of an overlay.
+// sysfs, and the list of mounts. A file of an overlay and the file of the layer below it have one likeness,
+// see file_likeness. What none of these says is not known here: a remote host's disk on a network file
+// system.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -31,6 +33,20 @@ struct storage_id {
     }
 };
 using storage_set = std::set<storage_id>;
+
+// What the two names of a file that an overlay shows have in common: the overlay and its layer are file
+// systems of different numbers, but inode, size and times are passed through. Two files that differ never
+// agree in all of it: the time of the last change is kept in nanoseconds and cannot be set.
+struct file_likeness {
+    ::ino_t inode = 0;
+    ::off_t size = 0;  // bytes
+    std::int64_t modified_seconds = 0;
+    std::int64_t modified_nanoseconds = 0;
+    std::int64_t changed_seconds = 0;
+    std::int64_t changed_nanoseconds = 0;
+
+    [[nodiscard]] auto operator<=>(const file_likeness&) const = default;
+};
 
 // Where the kernel tells about devices and mounts.
 struct kernel_places {
@@ -55,6 +71,7 @@ struct found_file {
     bool exists = false;
     ::mode_t mode = 0;           // of what exists
     storage_id id;               // of what exists
+    file_likeness likeness;      // of what exists
     std::string path;            // without links at its end
     file_system_id file_system;  // of the file, or of the directory in which it would be made
 };
