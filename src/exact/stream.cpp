@@ -68,6 +68,12 @@ void tell_unread(const careful_reader& reader, const std::string& where, notices
     }
 }
 
+void warn_of_cluster_used_twice(const stored_stream& stored, notices& told) {
+    if (const std::optional<std::uint64_t> twice = stored.runs().cluster_used_twice()) {
+        told.warn("cluster-twice", stored.where(), "uses cluster " + std::to_string(*twice) + " twice");
+    }
+}
+
 }  // namespace
 
 result<stream> stream::open(exact_volume& volume, const attribute_set& set, std::uint32_t type,
@@ -80,11 +86,28 @@ result<stream> stream::open(exact_volume& volume, const attribute_set& set, std:
     if (!stored) {
         return passed_on(stored);
     }
-    if (const std::optional<std::uint64_t> twice = stored->runs().cluster_used_twice()) {
-        told.warn("cluster-twice", stored->where(), "uses cluster " + std::to_string(*twice) + " twice");
-    }
+    warn_of_cluster_used_twice(*stored, told);
     const owner owned_by = set.base().in_use() ? owner::file_in_use : owner::deleted_file;
     return stream(volume, std::move(*stored), type, std::move(*chosen), owned_by);
+}
+
+result<stream> stream::open_system_compressed(exact_volume& volume, const attribute_set& set,
+                                              wof_format format, notices& told) {
+    result<stream> opened = open(volume, set, attr_data, {}, told);
+    if (!opened || opened->stored().size() == 0) {
+        return opened;
+    }
+    if (set.pieces(attr_data, system_compressed_name).empty()) {
+        return fail(failure_code::wof, opened->stored().where(),
+                    "no stream \"" + shown_name(system_compressed_name) + "\", from which it is decoded");
+    }
+    result<stored_stream> stored = set.stored(volume.shape(), attr_data, system_compressed_name);
+    if (!stored) {
+        return passed_on(stored);
+    }
+    warn_of_cluster_used_twice(*stored, told);
+    opened->m_packed = packed{std::move(*stored), format};
+    return opened;
 }
 
 result<stream> stream::of_clusters(exact_volume& volume, std::uint64_t lcn, std::uint64_t count) {
@@ -101,21 +124,20 @@ result<delivery> stream::deliver(stream_sink& sink, const delivery_options& opti
                     "encrypted (EFS); -raw copies the stored bytes, of which " +
                         std::to_string(m_stored.size()) + " count");
     }
+    const bool decoded_from_other = m_packed && !options.raw;
+    const stored_stream& stored = decoded_from_other ? m_packed->stored : m_stored;
     delivery done;
-    result<std::optional<std::uint64_t>> reused = compare_with_bitmap(told);
+    result<std::optional<std::uint64_t>> reused = compare_with_bitmap(stored, told);
     if (!reused) {
         return passed_on(reused);
     }
     done.reused_clusters = *reused;
     done.bytes = delivered_size(options.raw);
-    const std::uint64_t stored_end = options.raw ? done.bytes : m_stored.valid_size();
-    careful_reader reader(m_volume->bytes(), m_stored, options.zero_unreadable);
-    result<void> delivered = m_stored.compressed() && !options.raw
-                                 ? deliver_decoded(m_volume->bytes(), m_stored, reader, sink, told)
-                                 : deliver_stored(m_volume->bytes(), m_stored, stored_end, reader, sink);
-    if (delivered && stored_end < done.bytes) {
-        delivered = sink.zeros(done.bytes - stored_end);
-    }
+    careful_reader reader(m_volume->bytes(), stored, options.zero_unreadable);
+    result<void> delivered =
+        decoded_from_other
+            ? deliver_system_compressed(m_volume->bytes(), stored, m_packed->format, done.bytes, reader, sink)
+            : deliver_valid(reader, sink, options.raw, told);
     if (!delivered) {
         return passed_on(delivered);
     }
@@ -124,31 +146,42 @@ result<delivery> stream::deliver(stream_sink& sink, const delivery_options& opti
     return done;
 }
 
+// The bytes up to the valid length, or all that are allocated, and the zeros after them.
+result<void> stream::deliver_valid(careful_reader& reader, stream_sink& sink, bool raw, notices& told) const {
+    const std::uint64_t end = delivered_size(raw);
+    const std::uint64_t stored_end = raw ? end : m_stored.valid_size();
+    result<void> delivered = m_stored.compressed() && !raw
+                                 ? deliver_decoded(m_volume->bytes(), m_stored, reader, sink, told)
+                                 : deliver_stored(m_volume->bytes(), m_stored, stored_end, reader, sink);
+    return delivered && stored_end < end ? sink.zeros(end - stored_end) : delivered;
+}
+
 // How many clusters of a deleted file are in use again; nothing for other streams.
-result<std::optional<std::uint64_t>> stream::compare_with_bitmap(notices& told) const {
-    if (m_owner == owner::nobody || m_stored.resident()) {
+result<std::optional<std::uint64_t>> stream::compare_with_bitmap(const stored_stream& stored,
+                                                                 notices& told) const {
+    if (m_owner == owner::nobody || stored.resident()) {
         return std::nullopt;
     }
-    const std::uint64_t clusters = m_stored.runs().stored_clusters();
+    const std::uint64_t clusters = stored.runs().stored_clusters();
     allocation::count bits;
     if (clusters != 0) {
         const result<allocation>& bitmap = m_volume->bitmap(told);
         result<allocation::count> counted =
-            bitmap ? bitmap->of(m_stored.runs()) : tl::make_unexpected(bitmap.error());
+            bitmap ? bitmap->of(stored.runs()) : tl::make_unexpected(bitmap.error());
         if (!counted) {
             return passed_on(counted);
         }
         bits = *counted;
     }
     if (m_owner == owner::deleted_file) {
-        told.doubt("reused-clusters", m_stored.where(),
+        told.doubt("reused-clusters", stored.where(),
                    "deleted; " + std::to_string(bits.used) + " of " + std::to_string(clusters) +
                        " clusters belong to other files now");
         return bits.used;
     }
     if (bits.free != 0) {
         told.doubt(
-            "free-clusters", m_stored.where(),
+            "free-clusters", stored.where(),
             std::to_string(bits.free) + " of " + std::to_string(clusters) + " clusters are free in $Bitmap");
     }
     return std::nullopt;

@@ -4,9 +4,10 @@
 //     | data | hole | data  | zeros             |          |       as the file system gives it
 //     | data | hole | data  | data  ................       |       raw: the clusters as they lie
 //
-// A compressed stream is delivered decoded, an encrypted one only raw. The receiver is told apart what was
-// read and what is zeros because nothing is stored for it, so that it can leave holes. What cannot be read
-// fails the copy, or is zeros where the user has asked for that; then the ranges are told.
+// A compressed stream is delivered decoded, an encrypted one only raw. The data of a file that the system
+// compressed is decoded from another stream of the file, see system_compression.h. The receiver is told apart
+// what was read and what is zeros because nothing is stored for it, so that it can leave holes. What cannot
+// be read fails the copy, or is zeros where the user has asked for that; then the ranges are told.
 #pragma once
 
 #include "exact/attribute_set.h"
@@ -14,6 +15,7 @@
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
 #include "exact/stored_stream.h"
+#include "exact/system_compression.h"
 
 #include <cstdint>
 #include <optional>
@@ -41,12 +43,23 @@ class stream {
     // outlive the stream.
     [[nodiscard]] static result<stream> open(exact_volume& volume, const attribute_set& set,
                                              std::uint32_t type, std::u16string_view name, notices& told);
+    // The unnamed $DATA of a file that the system compressed in this format, to be delivered decoded and not
+    // raw. Fails as open() does, and with wof if what it is decoded from is missing.
+    [[nodiscard]] static result<stream> open_system_compressed(exact_volume& volume, const attribute_set& set,
+                                                               wof_format format, notices& told);
     // Clusters of the volume. Fails with outside.
     [[nodiscard]] static result<stream> of_clusters(exact_volume& volume, std::uint64_t lcn,
                                                     std::uint64_t count);
 
     // Sizes, flags, runs; reads of metadata at any offset.
     [[nodiscard]] const stored_stream& stored() const { return m_stored; }
+    // What the bytes are decoded from, if the system compressed them; nothing for other streams, and for a
+    // file without a byte.
+    struct packed {
+        stored_stream stored;
+        wof_format format;
+    };
+    [[nodiscard]] const std::optional<packed>& system_compressed() const { return m_packed; }
     [[nodiscard]] std::uint32_t type() const { return m_type; }
     // As the volume has it, in units; empty for the unnamed stream.
     [[nodiscard]] const std::u16string& name() const { return m_name; }
@@ -55,8 +68,8 @@ class stream {
     [[nodiscard]] std::uint64_t delivered_size(bool raw) const {
         return raw ? m_stored.allocated_size() : m_stored.size();
     }
-    // Hands all bytes to the sink. Fails with encrypted, unit, with what the sink fails with, and if a byte
-    // cannot be read. Doubts: zeros (zero_unreadable and something was unreadable), reused-clusters (a
+    // Hands all bytes to the sink. Fails with encrypted, unit, wof, with what the sink fails with, and if a
+    // byte cannot be read. Doubts: zeros (zero_unreadable and something was unreadable), reused-clusters (a
     // deleted file), free-clusters, short-chunk.
     [[nodiscard]] result<delivery> deliver(stream_sink& sink, const delivery_options& options, notices& told);
 
@@ -82,10 +95,14 @@ class stream {
           m_type(type),
           m_name(std::move(name)),
           m_owner(owned_by) {}
-    [[nodiscard]] result<std::optional<std::uint64_t>> compare_with_bitmap(notices& told) const;
+    [[nodiscard]] result<std::optional<std::uint64_t>> compare_with_bitmap(const stored_stream& stored,
+                                                                           notices& told) const;
+    [[nodiscard]] result<void> deliver_valid(careful_reader& reader, stream_sink& sink, bool raw,
+                                             notices& told) const;
 
     exact_volume* m_volume;
     stored_stream m_stored;
+    std::optional<packed> m_packed;
     std::uint32_t m_type;
     std::u16string m_name;
     owner m_owner;

@@ -3,6 +3,7 @@
 #include "exact/name_text.h"
 #include "exact/path_walk.h"
 #include "exact/reparse.h"
+#include "exact/system_compression.h"
 #include "exact/volume_path.h"
 #include "volume/attribute_values.h"
 
@@ -45,16 +46,17 @@ std::u16string name_of_file(const attribute_set& set, std::u16string_view looked
     return first_long.empty() ? any : first_long;
 }
 
-// The unnamed data of a file with a reparse point is elsewhere: in the target of a link, in a compressed
-// stream, or wherever the filter that set the tag keeps it.
-result<void> refuse_reparse_point(const exact_volume& volume, const attribute_set& set,
-                                  const std::string& place) {
+// The unnamed data of a file with a reparse point is elsewhere: in the target of a link, in a stream that the
+// system compressed, or wherever the filter that set the tag keeps it. Gives the format of the compressed
+// stream and fails for all else; nothing for a file without a reparse point.
+result<std::optional<wof_format>> compressed_by_system(const exact_volume& volume, const attribute_set& set,
+                                                       const std::string& place) {
     auto value = reparse_value_of(volume, set);
     if (!value) {
         return passed_on(value);
     }
     if (!*value) {
-        return {};
+        return std::nullopt;
     }
     const auto point = read_reparse_point(byte_view(**value), place);
     if (!point) {
@@ -62,34 +64,48 @@ result<void> refuse_reparse_point(const exact_volume& volume, const attribute_se
     }
     if (point->is_link()) {
         const auto target = read_link_target(*point, place);
-        return target ? result<void>(fail(failure_code::link, place, "leads to " + target->shown))
-                      : result<void>(tl::make_unexpected(target.error()));
+        if (!target) {
+            return tl::make_unexpected(target.error());
+        }
+        return fail(failure_code::link, place, "leads to " + target->shown);
     }
     if (point->tag == tag_wof) {
-        return fail(failure_code::not_yet, place,
-                    "is compressed by the system (WOF), which is not read yet (not-yet)");
+        return read_wof_format(*point, place).map([](wof_format format) { return std::optional(format); });
     }
     return fail(failure_code::tag, place,
                 "reparse tag " + tag_text(point->tag) + ": the data is not in this stream");
 }
 
+void log_stored(const stored_stream& stored, std::u16string_view name, std::uint32_t type,
+                exact_messages& messages) {
+    messages.info("stream \"" + shown_name(name) + "\" type " + type_name(type) + ", allocated " +
+                  std::to_string(stored.allocated_size()) + ", size " + std::to_string(stored.size()) +
+                  ", valid " + std::to_string(stored.valid_size()) + ", runs " +
+                  std::to_string(stored.runs().runs().size()) + ", flags " + hex(stored.flags()));
+}
+
 void log_stream(const stream& content, exact_messages& messages) {
-    const stored_stream& stored = content.stored();
-    messages.info("stream \"" + shown_name(content.name()) + "\" type " + type_name(content.type()) +
-                  ", allocated " + std::to_string(stored.allocated_size()) + ", size " +
-                  std::to_string(stored.size()) + ", valid " + std::to_string(stored.valid_size()) +
-                  ", runs " + std::to_string(stored.runs().runs().size()) + ", flags " + hex(stored.flags()));
+    log_stored(content.stored(), content.name(), content.type(), messages);
+    if (const auto& packed = content.system_compressed()) {
+        log_stored(packed->stored, system_compressed_name, attr_data, messages);
+        messages.info("decoded from \"" + shown_name(system_compressed_name) + "\" as " +
+                      std::string(format_name(packed->format)));
+    }
 }
 
 // Opens the stream of a file that was found. `place` names the file in failures.
 result<found_object> open_stream(exact_volume& volume, const exact_options& options, found_object found,
                                  const stream_name& wanted, const std::string& place, notices& told) {
+    std::optional<wof_format> format;
     if (!options.raw && wanted == stream_name{}) {
-        if (auto refused = refuse_reparse_point(volume, *found.set, place); !refused) {
-            return passed_on(refused);
+        auto compressed = compressed_by_system(volume, *found.set, place);
+        if (!compressed) {
+            return passed_on(compressed);
         }
+        format = *compressed;
     }
-    auto opened = stream::open(volume, *found.set, wanted.type, wanted.name, told);
+    auto opened = format ? stream::open_system_compressed(volume, *found.set, *format, told)
+                         : stream::open(volume, *found.set, wanted.type, wanted.name, told);
     if (!opened) {
         return passed_on(opened);
     }

@@ -26,7 +26,7 @@ struct found_object {
 [[nodiscard]] result<void> check_object(const copy_object& asked);
 
 // Finds and opens the stream. What is passed on the way is told in the log. Fails as paths, records and
-// streams do, with outside for clusters that the volume has not, and with tag, link or not-yet for a file
+// streams do, with outside for clusters that the volume has not, and with tag, link or wof for a file
 // whose data is elsewhere.
 [[nodiscard]] result<found_object> find_object(exact_volume& volume, const exact_options& options,
                                                exact_messages& messages, notices& told);
