@@ -122,7 +122,7 @@ void scramble(block_bytes bytes) {
 void mutate_attribute(block_bytes record, std::size_t offset, random_numbers& random) {
     const block_bytes here = record.subspan(offset);
     const attribute at{byte_view(here)};
-    const std::size_t length = std::clamp<std::size_t>(at.length(), 16, here.size());
+    const std::size_t length = std::min<std::size_t>(std::max<std::size_t>(at.length(), 16), here.size());
     const std::size_t content = at.non_resident() ? at.mapping_pairs_offset() : at.value_offset();
     switch (below(random, 4)) {
         case 0:

@@ -17,10 +17,10 @@ cd "$QUARRY_ROOT"
 found=$PWD/build/fuzz/found
 mkdir -p "$found"
 
-# One input may take some seconds of a busy machine and little more memory than it has bytes. The quarantine of
+# One input may take many seconds of a busy machine and little more memory than it has bytes. The quarantine of
 # freed memory, which counts as used, is kept small beside that.
 export ASAN_OPTIONS=quarantine_size_mb=16:malloc_context_size=8${ASAN_OPTIONS:+:$ASAN_OPTIONS}
-limits='-timeout=5 -rss_limit_mb=512 -malloc_limit_mb=256 -entropic_scale_per_exec_time=1'
+limits='-timeout=20 -rss_limit_mb=512 -malloc_limit_mb=256 -entropic_scale_per_exec_time=1'
 
 # fuzz NAME: the seeds and what was found before are read and stay as they are; new inputs go to a directory of
 # their own. What the program itself prints is dropped.
