@@ -1,0 +1,107 @@
+"""The messages that the manual page explains for the exact mode are those that the program gives, with their status."""
+
+import lzma
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+MANUAL = os.path.join(ROOT, "docs", "quarry.1")
+RECORD_64 = 0x114000  # of /readme.txt
+
+
+def is_missing(what):
+    if os.environ.get("CI"):
+        pytest.fail(what)
+    pytest.skip(what)
+
+
+@pytest.fixture(scope="module")
+def quarry():
+    program = os.environ.get("QUARRY_PROGRAM")
+    if not program:
+        is_missing("QUARRY_PROGRAM does not name the program")
+
+    def run(directory, *words):
+        found = subprocess.run([program, "-exact", *words], cwd=directory, check=False, capture_output=True, text=True)
+        return found.returncode, found.stderr
+    return run
+
+
+@pytest.fixture(scope="module")
+def page():
+    if shutil.which("mandoc") is None:
+        is_missing("mandoc is not installed")
+    text = subprocess.run(["mandoc", "-T", "ascii", MANUAL], check=True, capture_output=True, text=True).stdout
+    return re.sub(r"\s+", " ", re.sub(r".\x08", "", text))
+
+
+def changed(image, position, content):
+    return image[:position] + content + image[position + len(content):]
+
+
+@pytest.fixture(scope="module")
+def directory(tmp_path_factory):
+    made = tmp_path_factory.mktemp("messages")
+    with lzma.open(os.path.join(ROOT, "samples", "disk.img.xz")) as file:
+        disk = file.read()
+    assert disk[RECORD_64:RECORD_64 + 4] == b"FILE"
+    (made / "disk").write_bytes(disk)
+    # The second entry of the table, type FAT, becomes the first volume once more.
+    (made / "two").write_bytes(changed(disk, 446 + 16, disk[446:446 + 16]))
+    (made / "torn").write_bytes(changed(disk, RECORD_64 + 510, bytes([disk[RECORD_64 + 510] ^ 0xFF])))
+    (made / "marked").write_bytes(changed(disk, RECORD_64, b"BAAD"))
+    (made / "cut").write_bytes(disk[:3000000])
+    (made / "none").write_bytes(bytes(1 << 20))
+    (made / "earlier").write_bytes(b"")
+    os.mkdir(made / "folder")
+    return made
+
+
+COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
+
+
+# The words of the command line, the status, and the message as the page has it: "..." is any text.
+@pytest.mark.parametrize("words, status, message", [
+    (("-imgae", "disk"), 2, '... is no option; did you mean ...?'),
+    (("-image", "disk", "-meta", *COPY), 2, "... is not taken with -exact: ..."),
+    (("-image", "disk", "-manifest", "m", *COPY), 2, "... is not there yet (not-yet)"),
+    (("-image", "disk", "-image", "disk", *COPY), 2, "... is given twice"),
+    (("-image", "disk", "-src", "/readme.txt", "-dst", "earlier"), 2, "destination ...: exists; say -overwrite"),
+    (("-image", "disk", "-src", "/readme.txt", "-dst", "/dev/null"), 2, "destination ...: is no regular file"),
+    (("-image", "disk", "-src", "/readme.txt", "-dst", "disk", "-overwrite"), 2,
+     "destination ...: is a file of this run: a source or the log"),
+    (("-image", "nothing", *COPY), 5, "source ...: cannot be opened: ..."),
+    (("-image", "none", *COPY), 5, "source ...: holds no NTFS volume"),
+    (("-image", "two", *COPY), 2, "source ...: holds 2 NTFS volumes; choose one with -ntfsvol"),
+    (("-image", "disk", "-ntfsvol", "3", *COPY), 2, "source ...: has no NTFS volume 3"),
+    (("-image", "disk", "-offset", "0x900000", *COPY), 5, "boot sector: ..."),
+    (("-image", "disk", "-src", "/nothing", "-dst", "copy"), 1, "path ...: no such name"),
+    (("-image", "disk", "-src", "/readme.txt/x", "-dst", "copy"), 1, "path ...: is no directory"),
+    (("-image", "disk", "-src", "/Shortcut/letter.txt", "-dst", "copy"), 1,
+     "path ...: leads to ...; say -letter C if that is this volume"),
+    (("-image", "disk", "-src", "/Documents", "-dst", "copy"), 1, "record ...: is a directory; name a stream"),
+    (("-image", "disk", "-src", "/readme.txt:x", "-dst", "copy"), 1, "record ...: no stream ...; there are: ..."),
+    (("-image", "disk", "-mft", "92-3", "-dst", "copy"), 1, "record ...: has sequence number 2, the reference says 3"),
+    (("-image", "torn", *COPY), 1, "record ...: torn: ..."),
+    (("-image", "marked", *COPY), 1, "record ...: begins with ..."),
+    (("-image", "cut", "-src", "/packed/bench.log", "-dst", "copy"), 1, "source ...: ends at byte ..., byte ... is needed"),
+    (("-image", "cut", *COPY), 0, "warning: source ...: ends at byte ..., the volume at byte ..."),
+    (("-image", "cut", *COPY), 0, "warning: record 2: ..."),
+    (("-image", "cut", "-src", "/packed/bench.log", "-dst", "copy", "-overwrite", "-zero_unreadable"), 4,
+     "warning: record ...: 102000 bytes at 0x0 are zeros"),
+    (("-image", "disk", "-mft", "92", "-dst", "copy", "-overwrite"), 4,
+     "warning: record ...: deleted: the record is not in use"),
+    (("-image", "disk", "-mft", "92", "-dst", "copy", "-overwrite"), 4, "doubt: ..."),
+    (("-image", "disk", *COPY), 0, "ok: ..."),
+])
+def test_a_message_is_given_and_explained(quarry, page, directory, words, status, message):
+    found, said = quarry(directory, *words)
+    pattern = ".*".join(re.escape(part) for part in message.split("..."))
+    if not message.startswith(("warning: ", "doubt: ", "ok: ")):
+        pattern = "err: " + pattern
+    assert (found, re.findall(f"^{pattern}", said, re.M) != []) == (status, True), said
+    assert message in page
