@@ -1,6 +1,6 @@
 #include "fuzz/run_scene.h"
 
-#include "disk/raw_disk_io.h"
+#include "disk/drive_source.h"
 #include "frontend/run.h"
 #include "fuzz/argument_script.h"
 #include "support/memory_peak/memory_limit.h"

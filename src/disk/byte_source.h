@@ -2,7 +2,8 @@
 //
 // An image, a drive, a chain of virtual-disk files: whatever is examined is a row of bytes of a fixed size.
 // A read says how many bytes came and, where fewer came than were asked for, whether the source ended or
-// which error stopped it. Nothing here turns a loss into zeros; who reads decides what a loss means.
+// which error stopped it. No source turns a loss into zeros; who reads decides what a loss means. A reader
+// who takes zeros for what is lost asks read_with_zeros.
 #pragma once
 
 #include <cstddef>
@@ -18,6 +19,10 @@ struct read_outcome {
     std::size_t bytes = 0;
     // The system's error number if an error stopped the read; 0 if it is whole or the source ended.
     int error = 0;
+    // Where the source knows how far a loss reaches, as a virtual disk does for each of its grains: bytes
+    // after those that came which it cannot give. A reader who can do without them may go on after them. 0
+    // where nothing is known of what comes next.
+    std::size_t lost = 0;
 };
 
 class byte_source {
@@ -38,5 +43,10 @@ class byte_source {
     // Bytes of a sector of the source, as the host or the container says; 512 where nobody says.
     [[nodiscard]] virtual std::uint32_t sector_size() const = 0;
 };
+
+// Fills the whole buffer: with the bytes of the source from byte `offset` on, and with zeros for each byte
+// that does not come. Returns what came before the first loss, and the error that caused it.
+[[nodiscard]] read_outcome read_with_zeros(byte_source& source, std::span<std::uint8_t> buffer,
+                                           std::uint64_t offset);
 
 }  // namespace quarry

@@ -2,6 +2,7 @@
 
 #include "disk/positioned_read.h"
 #include "disk/stored_size.h"
+#include "foundation/uni_fileio.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,6 +45,22 @@ std::unique_ptr<file_source> file_source::open(const std::string& path, int& err
     return std::make_unique<file_source>(descriptor, told);
 }
 
+std::unique_ptr<file_source> file_source::open_any(const std::string& path, bool writable) {
+    const int descriptor =
+        writable ? uni::open_file(path, O_RDWR, 0606) : uni::open_file(path, O_RDONLY, 0404);
+    if (descriptor == -1) {
+        return nullptr;
+    }
+    description told;
+    const off_t end = ::lseek(descriptor, 0, SEEK_END);
+    told.has_end = end >= 0;
+    if (told.has_end) {
+        told.size = static_cast<std::uint64_t>(end);
+        told.content_size = stored_bytes(descriptor, told.size);
+    }
+    return std::make_unique<file_source>(descriptor, told);
+}
+
 // Fills the description; the error number after a failure, otherwise 0.
 int file_source::describe(int descriptor, description& told) {
     struct stat status {};
@@ -79,24 +96,11 @@ file_source::~file_source() {
 }
 
 read_outcome file_source::read(std::span<std::uint8_t> buffer, std::uint64_t offset) {
-    read_outcome outcome;
     if (offset >= size()) {
-        return outcome;
+        return {};
     }
-    const std::span<std::uint8_t> inside =
-        buffer.first(static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size() - offset)));
-    // Each turn adds bytes or is the last. A read that comes short does not say why; the next one, which
-    // begins where it stopped, does.
-    while (outcome.bytes < inside.size()) {
-        const std::int64_t count =
-            read_at_position(m_descriptor, inside.subspan(outcome.bytes), offset + outcome.bytes);
-        if (count <= 0) {
-            outcome.error = count < 0 ? errno : 0;
-            break;
-        }
-        outcome.bytes += static_cast<std::size_t>(count);
-    }
-    return outcome;
+    const std::uint64_t inside = std::min<std::uint64_t>(buffer.size(), size() - offset);
+    return read_from_descriptor(m_descriptor, buffer.first(static_cast<std::size_t>(inside)), offset);
 }
 
 bool file_source::has_changed() const {

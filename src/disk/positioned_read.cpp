@@ -26,20 +26,28 @@ ssize_t read_once(int descriptor, std::span<std::uint8_t> buffer, std::uint64_t 
 
 }  // namespace
 
-std::int64_t read_at_position(int descriptor, std::span<std::uint8_t> buffer, std::uint64_t offset) {
-    std::size_t done = 0;
-    bool failed = false;
+read_outcome read_from_descriptor(int descriptor, std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    read_outcome outcome;
     // Each turn either adds bytes or is the last.
-    while (done < buffer.size()) {
-        const ssize_t count = read_once(descriptor, buffer.subspan(done), offset + done);
+    while (outcome.bytes < buffer.size()) {
+        const ssize_t count = read_once(descriptor, buffer.subspan(outcome.bytes), offset + outcome.bytes);
         if (count <= 0) {
-            failed = count < 0;
+            outcome.error = count < 0 ? errno : 0;
             break;
         }
-        done += static_cast<std::size_t>(count);
+        outcome.bytes += static_cast<std::size_t>(count);
     }
-    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(done), buffer.end(), std::uint8_t{0});
-    return failed && done == 0 ? -1 : static_cast<std::int64_t>(done);
+    return outcome;
+}
+
+std::int64_t read_at_position(int descriptor, std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    const read_outcome outcome = read_from_descriptor(descriptor, buffer, offset);
+    std::fill(buffer.begin() + static_cast<std::ptrdiff_t>(outcome.bytes), buffer.end(), std::uint8_t{0});
+    if (outcome.error != 0 && outcome.bytes == 0) {
+        errno = outcome.error;
+        return -1;
+    }
+    return static_cast<std::int64_t>(outcome.bytes);
 }
 
 }  // namespace quarry

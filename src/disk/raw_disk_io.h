@@ -1,12 +1,14 @@
-// The one source of bytes: an image or a device by path, a physical drive by number, or a virtual disk.
+// The source of bytes as the default mode reads it: an image or a device by path, a physical drive by number,
+// or a virtual disk.
 //
 // Every reader asks a RAW_DISK_IO for so many bytes at a byte offset of the source, and no reader sees a
-// descriptor. An object opens its source once, in its constructor, and reads only. Three kinds of source
-// differ in how a read goes. A path is read plainly: a request that reaches beyond the end of the source is
-// cut there. A drive is read in whole sectors, through a buffer in between where a request is not made of
-// whole sectors, and is never cut. A virtual disk answers from its files. Whatever the kind, bytes that were
-// asked for and could not be read are zeros.
+// descriptor. An object opens its source once, in its constructor, and reads only. It owns a byte_source,
+// which says what is lost, and gives zeros for it: bytes that were asked for and could not be read are zeros,
+// whatever the kind of source. The kinds differ in two points: where a request ends that reaches beyond the
+// end of the source, and which losses make a read fail.
 #pragma once
+
+#include "disk/byte_source.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -70,14 +72,17 @@ class RAW_DISK_IO {
     // Byte offset of the first partition that a virtual disk reported; 0 for any other source.
     [[nodiscard]] std::uint64_t virtual_disk_offset() const;
 
-    // The chain of files behind a virtual disk; null for any other source.
-    std::unique_ptr<vmdk_disk> m_vmdk;
+    // What is read; null if nothing was opened.
+    std::unique_ptr<byte_source> m_bytes;
+    // The same as a chain of files if it is one, otherwise null.
+    vmdk_disk* m_vmdk = nullptr;
     // The number that a drive was opened by, otherwise -1.
     std::int32_t m_drive_number = -1;
     std::int32_t m_origin_sectors = -1;
     bool m_writable = false;
     // Set, it makes the reads of a drive fail.
     bool m_locked = false;
+    // The descriptor of the path, the drive or the base of the chain, which m_bytes closes.
     int m_fd = -1;
     // 512 once a source is open, 0 before.
     std::uint32_t m_bytes_per_sector = 0;
@@ -91,13 +96,10 @@ class RAW_DISK_IO {
     std::uint64_t m_content_size = 0;
 
   private:
-    [[nodiscard]] bool open_descriptor();
+    void take(std::unique_ptr<byte_source> bytes, int descriptor);
     [[nodiscard]] bool open_drive(std::int32_t drive_number);
-    [[nodiscard]] bool read_plain(std::uint8_t* buffer, std::uint64_t& length, std::uint64_t offset);
-    [[nodiscard]] bool read_in_sectors(std::uint8_t* buffer, std::uint64_t length, std::uint64_t offset);
+    // True if the read of a range may be tried.
+    [[nodiscard]] bool may_read(const void* buffer, std::uint64_t length, std::uint64_t offset) const;
 };
-
-// The directory in which physical drives stand, "/dev" unless a test puts another in its place.
-[[nodiscard]] std::string& device_directory();
 
 }  // namespace quarry

@@ -3,6 +3,7 @@
 #include "disk/positioned_read.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <utility>
 
@@ -14,21 +15,13 @@ namespace {
 constexpr std::uint64_t largest_row = 0x100000000;
 constexpr std::uint64_t largest_number = std::numeric_limits<std::uint64_t>::max();
 
-// What a plain read gives for a stretch of one grain, zeros where the file gives nothing. True if it gave
-// all.
-bool read_stretch(const vmdk_file& holder, std::span<std::uint8_t> out, std::uint64_t offset) {
-    std::uint64_t length = out.size();
-    if (!holder.read_mapped(holder.m_fd, out.data(), offset, length)) {
-        length = 0;
+// Bytes of a file from a position on, as far as the file goes.
+read_outcome read_file(const vmdk_file& file, std::span<std::uint8_t> out, std::uint64_t position) {
+    if (position >= file.m_file_size) {
+        return {};
     }
-    std::fill(out.begin() + static_cast<std::ptrdiff_t>(length), out.end(), std::uint8_t{0});
-    return length == out.size();
-}
-
-// Bytes of a file from a position on, all of them or false.
-bool read_row(const vmdk_file& holder, std::span<std::uint8_t> out, std::uint64_t position) {
-    return position < holder.m_file_size && out.size() <= holder.m_file_size - position &&
-           read_at_position(holder.m_fd, out, position) == static_cast<std::int64_t>(out.size());
+    const std::uint64_t inside = std::min<std::uint64_t>(out.size(), file.m_file_size - position);
+    return read_from_descriptor(file.m_fd, out.first(static_cast<std::size_t>(inside)), position);
 }
 
 }  // namespace
@@ -127,55 +120,65 @@ std::uint64_t vmdk_disk::bytes_in_row(const place& first, std::uint64_t offset, 
     return joined;
 }
 
-// The plain way: one look-up and one read for each grain. False if a grain did not give all of its bytes.
-bool vmdk_disk::fill_grain_by_grain(std::span<std::uint8_t> out, std::uint64_t offset) {
-    bool sound = true;
-    // Each turn fills the rest of a grain or all that is left.
-    for (std::uint64_t done = 0; done < out.size();) {
-        const place here = place_of(offset + done);
-        const std::span<std::uint8_t> chunk = out.subspan(done, std::min(here.m_chunk, out.size() - done));
-        if (here.m_holder == nullptr) {
-            std::fill(chunk.begin(), chunk.end(), std::uint8_t{0});
-        } else {
-            sound &= read_stretch(*here.m_holder, chunk, offset + done);
-        }
-        done += chunk.size();
+// Bytes that lie in one row of a file: with one read, or grain by grain where that does not bring all of
+// them. Ends at the first grain that does not come in full.
+read_outcome vmdk_disk::read_row(std::span<std::uint8_t> out, std::uint64_t offset, const place& first) {
+    const vmdk_file& holder = *first.m_holder;
+    const bool lies_in_file =
+        first.m_position < holder.m_file_size && out.size() <= holder.m_file_size - first.m_position;
+    if (lies_in_file && read_file(holder, out, first.m_position).bytes == out.size()) {
+        return {out.size(), 0, 0};
     }
-    return sound;
+    read_outcome outcome;
+    // Each turn brings the rest of a grain or is the last.
+    while (outcome.bytes < out.size()) {
+        const place here = place_of(offset + outcome.bytes);
+        const std::span<std::uint8_t> rest = out.subspan(outcome.bytes);
+        const std::span<std::uint8_t> grain = rest.first(std::min<std::uint64_t>(here.m_chunk, rest.size()));
+        const read_outcome came = read_file(holder, grain, here.m_position);
+        outcome.bytes += came.bytes;
+        if (came.bytes < grain.size()) {
+            outcome.error = came.error == 0 ? EIO : came.error;
+            outcome.lost = grain.size() - came.bytes;
+            break;
+        }
+    }
+    return outcome;
 }
 
-// The same with one read for grains that lie in a row, as far as that brings all of their bytes.
-bool vmdk_disk::fill(std::span<std::uint8_t> out, std::uint64_t offset) {
-    bool sound = true;
-    // Each turn fills the rest of a grain or more.
-    for (std::uint64_t done = 0; done < out.size();) {
-        const place first = place_of(offset + done);
-        const std::span<std::uint8_t> row =
-            out.subspan(done, bytes_in_row(first, offset + done, out.size() - done));
+read_outcome vmdk_disk::read(std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    read_outcome outcome;
+    if (!m_ready || buffer.empty() || buffer.size() - 1 > largest_number - offset) {
+        return outcome;
+    }
+    // Each turn brings the rest of a grain or more, or is the last.
+    while (outcome.bytes < buffer.size() && outcome.lost == 0) {
+        const std::uint64_t begin = offset + outcome.bytes;
+        const place first = place_of(begin);
+        const std::span<std::uint8_t> rest = buffer.subspan(outcome.bytes);
+        const std::span<std::uint8_t> row = rest.first(bytes_in_row(first, begin, rest.size()));
         if (first.m_holder == nullptr) {
             std::fill(row.begin(), row.end(), std::uint8_t{0});
-        } else if (!read_row(*first.m_holder, row, first.m_position)) {
-            sound &= fill_grain_by_grain(row, offset + done);
+            outcome.bytes += row.size();
+            continue;
         }
-        done += row.size();
+        const read_outcome came = read_row(row, begin, first);
+        outcome = {outcome.bytes + came.bytes, came.error, came.lost};
     }
-    return sound;
+    return outcome;
 }
 
 bool vmdk_disk::read(void* buffer, std::uint64_t offset, std::uint64_t& length) {
     if (!m_ready || buffer == nullptr || length == 0 || length - 1 > largest_number - offset) {
         return false;
     }
-    static_cast<void>(fill({static_cast<std::uint8_t*>(buffer), length}, offset));
+    static_cast<void>(read_with_zeros(*this, {static_cast<std::uint8_t*>(buffer), length}, offset));
     return true;
 }
 
 bool vmdk_disk::read_whole(void* buffer, std::uint64_t offset, std::uint64_t length) {
-    if (!m_ready || !m_reads_join || buffer == nullptr || length == 0 ||
-        length - 1 > largest_number - offset) {
-        return false;
-    }
-    return fill({static_cast<std::uint8_t*>(buffer), length}, offset);
+    return m_reads_join && buffer != nullptr && length != 0 &&
+           read({static_cast<std::uint8_t*>(buffer), length}, offset).bytes == length;
 }
 
 std::uint64_t vmdk_disk::stored_bytes() const {

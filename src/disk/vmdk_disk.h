@@ -2,12 +2,15 @@
 //
 // A base disk and the snapshots taken from it form a chain: each snapshot names its parent by content ID.
 // What was written after a snapshot stands in the newer file, so a read goes to the newest file that holds
-// the grain, then down to the base; a grain that no file holds was never written and reads as zeros. A read
-// never fails for what is on the disk: grains that cannot be read are zeros too.
+// the grain, then down to the base; a grain that no file holds was never written and reads as zeros. As a
+// byte_source the disk says which grains cannot be read; for the readers of a buffer and a length they are
+// zeros too, so that such a read never fails for what is on the disk.
 #pragma once
 
+#include "disk/byte_source.h"
 #include "disk/vmdk_file.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,13 +24,9 @@ namespace quarry {
 // capitals or with a carriage return behind it, it is the ID of a file that is missing.
 inline constexpr const char* cid_of_no_parent = "ffffffff";
 
-class vmdk_disk {
+class vmdk_disk final : public byte_source {
   public:
     explicit vmdk_disk(bool writable) : m_writable(writable) {}
-    vmdk_disk(const vmdk_disk&) = delete;
-    vmdk_disk& operator=(const vmdk_disk&) = delete;
-    ~vmdk_disk() = default;
-
     // Opens files and keeps each under its content ID, the first of those that share one. False at the first
     // that is no sparse file or cannot be opened.
     [[nodiscard]] bool add_files(const std::vector<std::wstring>& list);
@@ -35,6 +34,17 @@ class vmdk_disk {
 
     // Makes the chain out of the files. False if there is no base, or a parent that is not among them.
     [[nodiscard]] bool link();
+
+    // Reads as the chain stands, also beyond the size that the base claims. A grain that its file does not
+    // give in full ends the read; the loss reaches to the end of the grain, its error is EIO unless the
+    // system has another. Gives nothing for a chain that is not ready and a range that leaves 64 bits.
+    [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
+    // Of the base; 0 before link() made a chain.
+    [[nodiscard]] std::uint64_t size() const override {
+        return m_base == nullptr ? 0 : m_base->capacity_bytes();
+    }
+    [[nodiscard]] std::uint64_t content_size() const override { return std::min(size(), stored_bytes()); }
+    [[nodiscard]] std::uint32_t sector_size() const override { return vmdk_sector_size; }
 
     // Reads `length` bytes from byte `offset` of the disk on into `buffer`, which holds that many. False for
     // a chain that is not ready, a null buffer, a length of 0, and a range that leaves 64 bits; `length` and
@@ -71,8 +81,8 @@ class vmdk_disk {
     [[nodiscard]] place place_of(std::uint64_t offset);
     void find_neighbourhood(std::uint64_t offset);
     [[nodiscard]] std::uint64_t bytes_in_row(const place& first, std::uint64_t offset, std::uint64_t limit);
-    [[nodiscard]] bool fill_grain_by_grain(std::span<std::uint8_t> out, std::uint64_t offset);
-    [[nodiscard]] bool fill(std::span<std::uint8_t> out, std::uint64_t offset);
+    [[nodiscard]] read_outcome read_row(std::span<std::uint8_t> out, std::uint64_t offset,
+                                        const place& first);
 
     // The last place that was looked up, and the offsets around it for which every file of the chain answers
     // alike. The place is that of the first of them.

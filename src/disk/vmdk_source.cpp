@@ -1,11 +1,9 @@
 #include "disk/vmdk_source.h"
 
-#include "disk/positioned_read.h"
 #include "disk/vmdk_layout.h"
 #include "foundation/ql_string.h"
 
 #include <algorithm>
-#include <cerrno>
 
 namespace quarry {
 
@@ -89,58 +87,12 @@ std::string vmdk_source::fault() const {
     return "";
 }
 
-// The rest of the grain that holds an offset, in the newest file that has it.
-vmdk_source::row vmdk_source::grain_at(std::uint64_t offset) const {
-    row found{nullptr, 0, m_disk.m_base->bytes_to_grain_end(offset)};
-    // The base is first in the chain.
-    for (auto file = m_disk.m_chain.rbegin(); file != m_disk.m_chain.rend(); ++file) {
-        if ((*file)->map_offset(offset, found.position)) {
-            found.holder = *file;
-            break;
-        }
-    }
-    return found;
-}
-
-// At most `limit` bytes from an offset on that lie in one row.
-vmdk_source::row vmdk_source::row_at(std::uint64_t offset, std::uint64_t limit) const {
-    row joined = grain_at(offset);
-    // Each turn adds a grain or is the last.
-    while (joined.length < limit) {
-        const row next = grain_at(offset + joined.length);
-        const bool continues = next.holder == joined.holder &&
-                               (next.holder == nullptr || next.position == joined.position + joined.length);
-        if (!continues) {
-            break;
-        }
-        joined.length += next.length;
-    }
-    joined.length = std::min(joined.length, limit);
-    return joined;
-}
-
 read_outcome vmdk_source::read(std::span<std::uint8_t> buffer, std::uint64_t offset) {
-    read_outcome outcome;
-    const std::uint64_t wanted =
-        offset < size() ? std::min<std::uint64_t>(buffer.size(), size() - offset) : 0;
-    // Each turn adds bytes or is the last.
-    while (outcome.bytes < wanted) {
-        const row part = row_at(offset + outcome.bytes, wanted - outcome.bytes);
-        const std::span<std::uint8_t> room =
-            buffer.subspan(outcome.bytes, static_cast<std::size_t>(part.length));
-        if (part.holder == nullptr) {
-            std::fill(room.begin(), room.end(), std::uint8_t{0});
-            outcome.bytes += room.size();
-            continue;
-        }
-        const std::int64_t count = read_at_position(part.holder->m_fd, room, part.position);
-        if (count <= 0) {
-            outcome.error = count < 0 ? errno : EIO;
-            break;
-        }
-        outcome.bytes += static_cast<std::size_t>(count);
+    if (offset >= size()) {
+        return {};
     }
-    return outcome;
+    const std::uint64_t inside = std::min<std::uint64_t>(buffer.size(), size() - offset);
+    return m_disk.read(buffer.first(static_cast<std::size_t>(inside)), offset);
 }
 
 }  // namespace quarry

@@ -35,14 +35,6 @@ class vmdk_source final : public byte_source {
     vmdk_source() = default;
 
   private:
-    // Bytes of the disk that one file holds in one row, or none does.
-    struct row {
-        const vmdk_file* holder = nullptr;
-        std::uint64_t position = 0;  // in the holder
-        std::uint64_t length = 0;
-    };
-    [[nodiscard]] row row_at(std::uint64_t offset, std::uint64_t limit) const;
-    [[nodiscard]] row grain_at(std::uint64_t offset) const;
     [[nodiscard]] std::string fault() const;
 
     vmdk_disk m_disk{false};

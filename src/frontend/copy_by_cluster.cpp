@@ -1,5 +1,6 @@
 #include "frontend/copy_by_cluster.h"
 
+#include "disk/drive_source.h"
 #include "foundation/ql_string.h"
 #include "frontend/copy_job.h"
 #include "frontend/copy_messages.h"

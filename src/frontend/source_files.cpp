@@ -1,6 +1,6 @@
 #include "frontend/source_files.h"
 
-#include "disk/raw_disk_io.h"
+#include "disk/drive_source.h"
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
@@ -14,8 +14,6 @@
 namespace quarry {
 
 namespace {
-
-constexpr std::int32_t most_drives = 26;
 
 // A path counts as typed and as an image path is made absolute.
 void add_path(std::vector<std::string>& files, const std::string& path) {
@@ -67,13 +65,6 @@ void add_any_value(std::vector<std::string>& files, const std::string& value) {
 }
 
 }  // namespace
-
-std::string drive_device(std::int32_t drive) {
-    if (drive < 0 || drive >= most_drives) {
-        return {};
-    }
-    return device_directory() + "/sd" + static_cast<char>('a' + drive);
-}
 
 void add_named_volume(std::vector<std::string>& files, const std::string& path) {
     if (path.size() > 1 && path[1] == ':') {

@@ -29,7 +29,4 @@ void add_named_volume(std::vector<std::string>& files, const std::string& path);
 // made there would be written to it.
 [[nodiscard]] bool lies_on_one_of(const std::string& directory, const std::vector<std::string>& files);
 
-// The device of a physical drive.
-[[nodiscard]] std::string drive_device(std::int32_t drive);
-
 }  // namespace quarry

@@ -2,7 +2,7 @@
 // directory, drive 1 is "sdb", and so on.
 #pragma once
 
-#include "disk/raw_disk_io.h"
+#include "disk/drive_source.h"
 #include "support/temp_dir.h"
 
 #include <filesystem>

@@ -23,22 +23,31 @@ class memory_source final : public byte_source {
         return *this;
     }
 
+    // From here on a read that stops says where the bytes end that cannot be read.
+    memory_source& with_known_losses() {
+        m_knows_losses = true;
+        return *this;
+    }
+
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override {
         ++m_reads;
         std::uint64_t end = std::min<std::uint64_t>(m_content.size(), offset + buffer.size());
         int error = 0;
+        std::uint64_t end_of_loss = 0;
         for (const auto& [begin, behind] : m_unreadable) {
             if (offset < behind && begin < end) {
                 end = std::max(begin, offset);
                 error = EIO;
+                end_of_loss = behind;
             }
         }
+        const std::uint64_t lost = error != 0 && m_knows_losses ? end_of_loss - std::max(end, offset) : 0;
         if (offset >= end) {
-            return {0, error};
+            return {0, error, static_cast<std::size_t>(lost)};
         }
         std::copy(m_content.begin() + static_cast<std::ptrdiff_t>(offset),
                   m_content.begin() + static_cast<std::ptrdiff_t>(end), buffer.begin());
-        return {static_cast<std::size_t>(end - offset), error};
+        return {static_cast<std::size_t>(end - offset), error, static_cast<std::size_t>(lost)};
     }
     [[nodiscard]] std::uint64_t size() const override { return m_content.size(); }
     [[nodiscard]] std::uint64_t content_size() const override { return m_content.size(); }
@@ -52,6 +61,7 @@ class memory_source final : public byte_source {
     bytes m_content;
     std::uint32_t m_sector_size;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> m_unreadable;
+    bool m_knows_losses = false;
     std::size_t m_reads = 0;
 };
 

@@ -1,3 +1,4 @@
+#include "disk/drive_source.h"
 #include "disk/raw_disk_io.h"
 #include "support/byte_writer.h"
 #include "support/temp_dir.h"

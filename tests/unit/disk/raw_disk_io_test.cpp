@@ -285,10 +285,6 @@ TEST(RawDiskIoDrive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) 
     EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
 }
 
-TEST(RawDiskIoDrive, the_directory_of_drives_is_dev) {
-    EXPECT_EQ(device_directory(), "/dev");
-}
-
 TEST(RawDiskIoDrive, a_drive_that_cannot_be_opened_is_told_with_its_error) {
     const device_files devices;
     ::testing::internal::CaptureStderr();

@@ -312,6 +312,30 @@ TEST_F(VmdkDisk, a_joined_read_is_whole_only_where_the_files_give_all_that_they_
     EXPECT_TRUE(m_disk->read_whole(buffer.data(), 6 * 4096, 4096)) << "zeros of no file are whole";
 }
 
+TEST_F(VmdkDisk, a_grain_that_its_file_does_not_hold_is_a_loss_as_far_as_it_reaches) {
+    vmdk_builder base = link_of_chain(0);
+    base.put_all(1, pattern(2 * 4096, 1));
+    base.cut(base.build().size() - 10);
+    ASSERT_TRUE(write_and_open({base, link_of_chain(1).put_all(3, pattern(4096, 2))}));
+    EXPECT_EQ(m_disk->size(), 64u * 4096u);
+    bytes buffer(3 * 4096, 0xEE);
+    const read_outcome read = m_disk->read(buffer, 4096);
+    EXPECT_EQ(read.bytes, 2 * 4096u - 10);
+    EXPECT_EQ(read.error, EIO);
+    EXPECT_EQ(read.lost, 10u);
+    const read_outcome after = m_disk->read(buffer, 3 * 4096);
+    EXPECT_EQ(after.bytes, buffer.size()) << "the rest of the disk is there";
+    EXPECT_EQ(after.error, 0);
+}
+
+TEST_F(VmdkDisk, no_bytes_come_beyond_64_bits_and_before_the_chain_is_linked) {
+    ASSERT_TRUE(write_and_open({link_of_chain(0)}));
+    EXPECT_EQ(m_disk->read(m_buffer, far_away - 14).bytes, 0u);
+    vmdk_disk unlinked(false);
+    EXPECT_EQ(unlinked.read(m_buffer, 0).bytes, 0u);
+    EXPECT_EQ(unlinked.size(), 0u);
+}
+
 TEST_F(VmdkDisk, grains_that_lie_in_a_row_in_one_file_cost_one_read) {
     QUARRY_NEEDS(reading_calls() != 0, "the system does not count reads");
     ASSERT_TRUE(write_and_open(

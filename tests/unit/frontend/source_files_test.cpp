@@ -101,12 +101,6 @@ TEST_F(source_files_test, look_ahead_at_the_device_of_a_drive) {
     EXPECT_FALSE(is_one_of(devices.drive(1), source_files_ahead({"quarry", "-drivenum", "0"})));
 }
 
-TEST_F(source_files_test, a_drive_without_a_letter_has_no_device) {
-    EXPECT_EQ(drive_device(-1), "");
-    EXPECT_EQ(drive_device(26), "");
-    EXPECT_EQ(drive_device(25), device_directory() + "/sdz");
-}
-
 TEST_F(source_files_test, look_ahead_at_the_letter_of_a_volume) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
