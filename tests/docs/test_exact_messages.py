@@ -11,6 +11,7 @@ import pytest
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 MANUAL = os.path.join(ROOT, "docs", "quarry.1")
 RECORD_64 = 0x114000  # of /readme.txt
+STREAM_69 = 0x115560  # the attribute of /Pictures/terraces.png
 
 
 def is_missing(what):
@@ -54,6 +55,8 @@ def directory(tmp_path_factory):
     (made / "two").write_bytes(changed(disk, 446 + 16, disk[446:446 + 16]))
     (made / "torn").write_bytes(changed(disk, RECORD_64 + 510, bytes([disk[RECORD_64 + 510] ^ 0xFF])))
     (made / "marked").write_bytes(changed(disk, RECORD_64, b"BAAD"))
+    assert disk[STREAM_69:STREAM_69 + 4] == b"\x80\0\0\0"
+    (made / "encrypted").write_bytes(changed(disk, STREAM_69 + 12, b"\x00\x40"))
     (made / "cut").write_bytes(disk[:3000000])
     (made / "none").write_bytes(bytes(1 << 20))
     (made / "earlier").write_bytes(b"")
@@ -86,6 +89,7 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
     (("-image", "disk", "-src", "/Documents", "-dst", "copy"), 1, "record ...: is a directory; name a stream"),
     (("-image", "disk", "-src", "/readme.txt:x", "-dst", "copy"), 1, "record ...: no stream ...; there are: ..."),
     (("-image", "disk", "-mft", "92-3", "-dst", "copy"), 1, "record ...: has sequence number 2, the reference says 3"),
+    (("-image", "encrypted", "-mft", "69", "-dst", "copy"), 1, "record ...: encrypted (EFS); -raw copies the stored bytes, ..."),
     (("-image", "torn", *COPY), 1, "record ...: torn: ..."),
     (("-image", "marked", *COPY), 1, "record ...: begins with ..."),
     (("-image", "cut", "-src", "/packed/bench.log", "-dst", "copy"), 1, "source ...: ends at byte ..., byte ... is needed"),
