@@ -3,6 +3,7 @@
 import glob
 import os
 import re
+import subprocess
 
 import pytest
 
@@ -37,6 +38,21 @@ def test_links_lead_somewhere(document):
         file = os.path.normpath(os.path.join(os.path.dirname(document), path)) if path else document
         assert os.path.exists(os.path.join(ROOT, file)), target
         assert not anchor or anchor in anchors_of(file), target
+
+
+def test_links_lead_somewhere_where_the_documents_are_installed(tmp_path):
+    program = os.environ.get("QUARRY_PROGRAM", "")
+    build = os.path.dirname(os.path.dirname(program))
+    if not os.path.exists(os.path.join(build, "cmake_install.cmake")):
+        pytest.skip("QUARRY_PROGRAM is in no build directory")
+    subprocess.run(["cmake", "--install", build, "--prefix", tmp_path], check=True, capture_output=True)
+    installed = glob.glob(os.path.join(tmp_path, "**", "*.md"), recursive=True)
+    assert len(installed) > 10
+    for document in installed:
+        with open(document, encoding="utf-8") as file:
+            prose = re.sub(r"^```.*?^```$", "", file.read(), flags=re.M | re.S)
+        for target in re.findall(r"\]\(([^)#\s]+)", prose):
+            assert os.path.exists(os.path.join(os.path.dirname(document), target)), f"{document}: {target}"
 
 
 @pytest.fixture(scope="module")
