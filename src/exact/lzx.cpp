@@ -67,20 +67,27 @@ void store_u32(std::span<std::uint8_t> bytes, std::size_t at, std::uint32_t valu
     store_u16(bytes, at + 2, static_cast<std::uint16_t>(value >> 16));
 }
 
+constexpr std::uint8_t x86_call = 0xE8;
+
+// The next call; the end if there is none.
+std::uint8_t* find_call(std::uint8_t* from, std::uint8_t* end) {
+    void* const found = std::memchr(from, x86_call, static_cast<std::size_t>(end - from));
+    return found == nullptr ? end : static_cast<std::uint8_t*>(found);
+}
+
 // Calls of x86 programs (E8 and a target of 32 bits) were stored with absolute targets, counted from the
 // start of the chunk, so that calls of one routine are alike. Makes them relative to their own place again.
 void restore_calls(std::span<std::uint8_t> plain) {
-    constexpr std::uint8_t call = 0xE8;
     constexpr std::size_t call_size = 5;
     constexpr std::size_t never_calls = 10;  // at the end of a chunk
     constexpr std::int32_t claimed_size = 12000000;
     if (plain.size() <= never_calls) {
         return;
     }
-    const std::uint8_t* const end = plain.data() + (plain.size() - never_calls);
-    const std::uint8_t* at = plain.data();
+    std::uint8_t* const end = plain.data() + (plain.size() - never_calls);
+    std::uint8_t* at = plain.data();
     // Each turn passes a call or is the last.
-    while ((at = std::find(at, end, call)) != end) {
+    while ((at = find_call(at, end)) != end) {
         const auto place = static_cast<std::size_t>(at - plain.data());
         const auto distance = static_cast<std::int32_t>(place);
         const auto target = static_cast<std::int32_t>(u32_at(plain, place + 1));

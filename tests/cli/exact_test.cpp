@@ -96,6 +96,55 @@ TEST_F(exact_mode, counts_one_byte_in_the_singular) {
     EXPECT_EQ(text("copy"), "x");
 }
 
+TEST_F(exact_mode, copies_what_the_system_compressed_and_refuses_what_is_elsewhere) {
+    const auto reparse_point = [](std::uint32_t tag, const bytes& data) {
+        return attribute_builder::resident(0xC0,
+                                           byte_writer().u32(0, tag).u16(4, data.size()).raw(8, data).take());
+    };
+    const auto wof = [](std::uint32_t provider, std::uint32_t format) {
+        return byte_writer().u32(0, 1).u32(4, provider).u32(8, 1).u32(12, format).take();
+    };
+    volume_builder volume({.system_files = true});
+    // Three chunks, each stored as it is, after offsets of 4 bytes.
+    const bytes plain = pattern(8193);
+    const bytes stored = concat({from_hex("00 10 00 00  00 20 00 00"), plain});
+    volume.add_file("packed.exe")
+        .data(runs({{hole, 3}}), {.real = 8193, .flags = 0x8000})
+        .stream("WofCompressedData", stored)
+        .attribute(reparse_point(0x80000017, wof(2, 0)));
+    volume.add_file("in.wim").data("x").attribute(reparse_point(0x80000017, wof(1, 0)));
+    volume.add_file("chunks").data("x").stream("note", "n").attribute(reparse_point(0x80000013, bytes(4)));
+    volume.add_file("cloud").data("x").attribute(reparse_point(0x9000601A, bytes(4)));
+    write_file(m_dir / "volume", volume.image());
+    const auto copied = [&](const words& object) {
+        words line = {"-image", "volume", "-dst", "copy", "-overwrite", "-quiet"};
+        line.insert(line.end(), object.begin(), object.end());
+        const program_result result = exact(line);
+        return result.status == 0 ? text("copy") : result.err;
+    };
+    const auto text_of_bytes = [](const bytes& content) {
+        return std::string(content.begin(), content.end());
+    };
+    EXPECT_TRUE(copied({"-src", "/packed.exe"}) == text_of_bytes(plain));
+    EXPECT_TRUE(copied({"-mft", "24"}) == text_of_bytes(plain));
+    EXPECT_TRUE(copied({"-src", "/packed.exe:WofCompressedData"}) == text_of_bytes(stored));
+    EXPECT_TRUE(copied({"-src", "/packed.exe", "-raw"}) == std::string(3 * 4096, '\0'));
+    EXPECT_EQ(copied({"-src", "/in.wim"}), "err: path \"/in.wim\": the data is in a WIM file (provider 1)\n");
+    EXPECT_EQ(copied({"-src", "/in.wim", "-raw"}), "x");
+    EXPECT_EQ(copied({"-src", "/chunks"}),
+              "err: path \"/chunks\": reparse tag 0x80000013 (DEDUP): the data is not in this stream\n");
+    EXPECT_EQ(copied({"-src", "/chunks:note"}), "n");
+    EXPECT_EQ(copied({"-src", "/cloud"}),
+              "err: path \"/cloud\": reparse tag 0x9000601A (CLOUD_6): the data is not in this stream\n");
+    const program_result told =
+        exact({"-image", "volume", "-src", "/packed.exe", "-dst", "b", "-diags", "log"});
+    EXPECT_EQ(told.status, 0);
+    EXPECT_NE(
+        text("log").find("->info: stream \"WofCompressedData\" type $DATA, allocated 12288, size 8201, "),
+        std::string::npos);
+    EXPECT_NE(text("log").find("->info: decoded from \"WofCompressedData\" as xpress4k"), std::string::npos);
+}
+
 TEST_F(exact_mode, copies_from_a_chain_of_virtual_disk_files_and_refuses_one_that_is_not_sound) {
     const std::string disk = text("disk");
     vmdk_builder base;
