@@ -41,7 +41,8 @@ const char* broken_rule(const attribute& each, std::uint64_t room) {
     }
     if (form == 0) {
         const std::uint64_t value_end = std::uint64_t{each.value_offset()} + each.value_length();
-        if (each.value_length() != 0 && each.value_offset() < header) {
+        // An empty value too: a non-resident attribute whose form was damaged has 0 for both.
+        if (each.value_offset() < header) {
             return "its value begins in its header";
         }
         return value_end > length ? "its value is not inside of it" : nullptr;

@@ -28,8 +28,10 @@ result<upcase> upcase::parse(byte_view bytes) {
     }
     upcase table;
     table.m_units.resize(table_bytes / 2);
+    // Each run pays for this loop that looks up a name: the size was tested above, once.
+    const std::uint8_t* const stored = bytes.data();
     for (std::size_t unit = 0; unit < table.m_units.size(); ++unit) {
-        table.m_units[unit] = static_cast<char16_t>(bytes.u16_or_zero(2 * unit));
+        table.m_units[unit] = static_cast<char16_t>(stored[2 * unit] | stored[2 * unit + 1] << 8);
     }
     return table;
 }

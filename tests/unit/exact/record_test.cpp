@@ -165,6 +165,7 @@ TEST(record, has_resident_values_inside_of_their_attributes) {
     EXPECT_EQ(value(0, 0x30), "");
     EXPECT_NE(value(0, 0x31), "");
     EXPECT_NE(value(1, 0x17), "");
+    EXPECT_NE(value(0, 0x17), "");
     EXPECT_NE(value(0xFFFFFFFF, 0x20), "");
 }
 
