@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# The format check and clang-tidy over src/. Usage: scripts/lint.sh [format|tidy]
+# The format check, clang-tidy over src/ and shellcheck over the scripts.
+# Usage: scripts/lint.sh [format|scripts]
+#        scripts/lint.sh tidy [FILE...]      those of src/ unless told otherwise
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
@@ -13,15 +15,22 @@ check_format() {
 
 check_tidy() {
     quarry_say "clang-tidy"
-    [ -f build/release/compile_commands.json ] || cmake --preset release >/dev/null
-    # build/release may hold warning options of g++ that clang does not know.
-    git ls-files 'src/*.cpp' |
-        xargs -r -n 4 -P "$(nproc)" clang-tidy --quiet -p build/release --extra-arg=-Wno-unknown-warning-option 2>/dev/null
+    cmake --preset release >/dev/null
+    /usr/bin/python3 -B scripts/lib/tidy.py --self-test
+    local files=("$@")
+    [ $# -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp')
+    /usr/bin/python3 -B scripts/lib/tidy.py build/release "${files[@]}"
+}
+
+check_scripts() {
+    quarry_say "shellcheck"
+    shellcheck --external-sources .ci/run scripts/*.sh scripts/lib/*.sh
 }
 
 case ${1:-all} in
     format) check_format ;;
-    tidy) check_tidy ;;
-    all) check_format; check_tidy ;;
-    *) echo "usage: scripts/lint.sh [format|tidy]" >&2; exit 2 ;;
+    scripts) check_scripts ;;
+    tidy) check_tidy "${@:2}" ;;
+    all) check_format; check_scripts; check_tidy ;;
+    *) echo "usage: scripts/lint.sh [format|scripts|tidy [FILE...]]" >&2; exit 2 ;;
 esac

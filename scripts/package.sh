@@ -48,7 +48,7 @@ packed() {
 }
 
 quarry_say "packing"
-rm -rf "$packages"/*
+rm -rf "${packages:?}"/*
 pack
 deb=$(echo "$packages"/*.deb)
 mv "$deb" "$work/first.deb"
@@ -117,10 +117,12 @@ inside dpkg --remove quarry
 files_of_system >"$work/removed"
 same "files are left after removal" "$work/before" "$work/removed"
 inside dpkg --purge quarry 2>"$work/purge.log" || { cat "$work/purge.log"; fail "purge"; }
+# shellcheck disable=SC2016  # a word of dpkg-query
 [ -z "$(inside dpkg-query --show --showformat='${Status}' quarry 2>/dev/null)" ] || fail "the package is still known"
 
 quarry_say "the static program in an older system"
 # Debian 11, from where this machine has its Debian 12.
+# shellcheck disable=SC2016  # a word of apt
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Release: bookworm' 'Created-By: Packages' | sed -n 1p)
 [ -n "$mirror" ] || fail "apt knows no source of Debian 12"
 older=$work/older
