@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Fuzzes each target, or one, with its seeds in fuzz/corpus and its dictionary. What crashes is left in
-# build/fuzz/found, what reaches new code in build/fuzz/new.
-# Usage: scripts/fuzz.sh [MINUTES] [TARGET]      one minute each unless told otherwise
+# Fuzzes each target, or one, with its seeds in fuzz/corpus and its dictionary if it has one. What crashes is left in
+# build/fuzz/found, what reaches new code in build/fuzz/new. The targets are built in build/sanitizers.
+# Usage: scripts/fuzz.sh [MINUTES] [TARGET]      one minute each unless told otherwise; 45s is 45 seconds
 #        scripts/fuzz.sh merge [TARGET]          takes of what was new the fewest inputs that reach all of it into
 #                                                fuzz/corpus, where they replace those of earlier merges
 set -euo pipefail
@@ -9,10 +9,17 @@ set -euo pipefail
 source "$(dirname "$0")/lib/setup.sh"
 
 # What is done with a target: it is fuzzed for so many minutes, or its corpus is merged.
-task=fuzz minutes=${1:-1}
-[ "$minutes" != merge ] || task=merge
-quarry_need build clang
-quarry_build fuzz
+task=fuzz duration=${1:-1}
+case $duration in
+    merge) task=merge ;;
+    *s) seconds=${duration%s} ;;
+    *) seconds=$((duration * 60)) ;;
+esac
+# Tests share the build with the fuzzers.
+quarry_need build test clang
+targets=fuzzers
+[ -z "${2:-}" ] || targets=${2}_fuzzer
+quarry_build sanitizers "$targets"
 cd "$QUARRY_ROOT"
 found=$PWD/build/fuzz/found
 mkdir -p "$found"
@@ -25,13 +32,14 @@ limits='-timeout=20 -rss_limit_mb=512 -malloc_limit_mb=256 -entropic_scale_per_e
 # fuzz NAME: the seeds and what was found before are read and stay as they are; new inputs go to a directory of
 # their own. What the program itself prints is dropped.
 fuzz() {
-    local name=$1 log=build/fuzz/$1.log directories
+    local name=$1 log=build/fuzz/$1.log directories words=()
+    [ ! -f "fuzz/dictionaries/$name.dict" ] || words=(-dict="fuzz/dictionaries/$name.dict")
     directories=("build/fuzz/new/$name" "fuzz/corpus/$name")
     [ ! -d "fuzz/found_before/$name" ] || directories+=("fuzz/found_before/$name")
     mkdir -p "${directories[0]}"
     # shellcheck disable=SC2086  # several options
-    if "build/fuzz/fuzz/${name}_fuzzer" -max_total_time=$((minutes * 60)) $limits -close_fd_mask=3 \
-        -dict="fuzz/dictionaries/$name.dict" -artifact_prefix="$found/$name-" "${directories[@]}" >"$log" 2>&1; then
+    if "build/sanitizers/fuzz/${name}_fuzzer" -max_total_time="$seconds" $limits -close_fd_mask=3 \
+        "${words[@]}" -artifact_prefix="$found/$name-" "${directories[@]}" >"$log" 2>&1; then
         sed -n 's/^Done \([0-9]*\) runs in \([0-9]*\) second.*/\1 \2/p' "$log" |
             while read -r runs seconds; do
                 printf '%s: %s runs in %s s, %s each second\n' "$name" "$runs" "$seconds" $((runs / seconds))
@@ -52,7 +60,7 @@ merge() {
     mkdir -p "build/fuzz/new/$name"
     find "fuzz/corpus/$name" -type f ! \( "${hash_names[@]}" \) -exec cp -t "$fresh" {} +
     # shellcheck disable=SC2086  # several options
-    if ! "build/fuzz/fuzz/${name}_fuzzer" -merge=1 -use_counters=0 $limits -close_fd_mask=3 \
+    if ! "build/sanitizers/fuzz/${name}_fuzzer" -merge=1 -use_counters=0 $limits -close_fd_mask=3 \
         -artifact_prefix="$found/$name-" "$fresh" "fuzz/corpus/$name" "build/fuzz/new/$name" >"$log" 2>&1; then
         printf '%s: FAILED\n' "$name"
         tail -n 40 "$log"
@@ -66,7 +74,7 @@ merge() {
         "$(du -sh "fuzz/corpus/$name" | cut -f 1)"
 }
 
-if [ "$task" = merge ]; then quarry_say "merging"; else quarry_say "fuzzing: $minutes min each"; fi
+if [ "$task" = merge ]; then quarry_say "merging"; else quarry_say "fuzzing: $seconds s each"; fi
 names=("${2:-}")
 if [ -z "${names[0]}" ]; then
     names=()
@@ -75,6 +83,6 @@ if [ -z "${names[0]}" ]; then
     done
 fi
 export -f fuzz merge
-export minutes found limits
+export seconds found limits
 # One more at a time than there are cores, so that none stands idle in the last round.
 printf '%s\0' "${names[@]}" | xargs -0 -P "$(($(nproc) + 1))" -I{} bash -c "$task {}"

@@ -16,7 +16,8 @@ packages=$QUARRY_ROOT/build/release/packages
 work=$(mktemp -d)
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-trap '"${as_root[@]}" rm -rf "$work"' EXIT
+# What still runs writes there.
+trap 'wait; "${as_root[@]}" rm -rf "$work"' EXIT
 
 fail() { printf 'FAILED: %s\n' "$*" >&2; exit 1; }
 
@@ -31,9 +32,36 @@ tree=$(git stash create)
 tree=${tree:-HEAD}
 version=$("$QUARRY" -h 2>&1 | sed -n 's/.*quarry ver: *\([0-9.]*\).*/\1/p' | head -n 1)
 [ -n "$version" ] || fail "the program does not say its version"
+"$QUARRY" -h 2>"$work/usage.built"
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 export SOURCE_DATE_EPOCH
 mkdir -p "$packages"
+
+# From the same sources as this machine's packages, whichever form they are written in.
+sources=()
+for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
+    [ ! -s "$file" ] || sources+=("$file")
+done
+# Debian 11, from where this machine has its Debian 12.
+# shellcheck disable=SC2016  # a word of apt
+mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Release: bookworm' 'Created-By: Packages' | sed -n 1p)
+[ -n "$mirror" ] || fail "apt knows no source of Debian 12"
+root=$work/root
+older=$work/older
+
+# bare_system RELEASE DIRECTORY SOURCE...: an installed system with nothing in it.
+bare_system() {
+    local release=$1 directory=$2
+    shift 2
+    "${as_root[@]}" mmdebstrap --quiet --variant=essential --mode=root "$release" "$directory" "$@" \
+        2>"$directory.log" || { cat "$directory.log" >&2; return 1; }
+}
+# They are fetched while this machine compiles.
+chmod 755 "$work"
+bare_system bookworm "$root" "${sources[@]}" &
+making_root=$!
+bare_system bullseye "$older" "$mirror" &
+making_older=$!
 
 # pack: the Debian package.
 pack() {
@@ -59,10 +87,10 @@ git archive --format=tar --prefix="quarry-$version/" "$tree" | gzip -n -9 >"$tar
 
 # The program with the C library in it, so that the age of the system's own does not matter.
 quarry_say "a static program"
-cmake --preset static >"$work/static.log" || { cat "$work/static.log"; fail "static"; }
-cmake --build build/static --target quarry -- --quiet
+cmake --build build/release --target quarry_static -- --quiet
 portable=$work/quarry-$version-linux-$(uname -m)
-DESTDIR=$work/static cmake --install build/static --strip --prefix / >/dev/null
+DESTDIR=$work/static cmake --install build/release --prefix / >/dev/null
+install --strip build/release/src/quarry_static "$work/static/bin/quarry"
 mkdir "$portable"
 cp -r "$work"/static/bin "$work"/static/share "$portable"
 static=$packages/$(basename "$portable").tar.gz
@@ -72,16 +100,28 @@ ls -l "$deb" "$tarball" "$static"
 dpkg-deb --info "$deb"
 dpkg-deb --contents "$deb" | awk '{ print $1, $2, $6 }'
 
+quarry_say "the source tarball"
+tar -tf "$tarball" | grep -v '/$' | sed 's|^[^/]*/||' | sort >"$work/packed"
+git ls-files | sort >"$work/known"
+same "files of the tarball and of git" "$work/known" "$work/packed"
+tar -xf "$tarball" -C "$work"
+unpacked=$work/quarry-$version
+# The commands of the README, on the tree as it was unpacked; every file is compiled anew.
+(
+    cd "$unpacked"
+    export CCACHE_DISABLE=1
+    cmake --preset release -DQUARRY_TESTS=OFF >/dev/null
+    cmake --build --preset release -- --quiet
+    DESTDIR=$work/installed cmake --install build/release --prefix /usr/local >/dev/null
+)
+"$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
+same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
+cmp "$QUARRY" "$unpacked/build/release/src/quarry" || fail "the same source in two directories gives two programs"
+[ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
+[ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
+
 quarry_say "a bare system"
-# From the same sources as this machine's packages, whichever form they are written in.
-sources=()
-for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
-    [ ! -s "$file" ] || sources+=("$file")
-done
-root=$work/root
-"${as_root[@]}" mmdebstrap --quiet --variant=essential --mode=root bookworm "$root" "${sources[@]}" 2>"$work/system.log" ||
-    { cat "$work/system.log" >&2; fail "no system to install in"; }
-chmod 755 "$work"
+wait "$making_root" || fail "no system to install in"
 inside() { "${as_root[@]}" chroot "$root" env PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C "$@"; }
 
 # Every file and directory but the package system's own books.
@@ -92,7 +132,6 @@ quarry_say "installing, running, removing"
 "${as_root[@]}" cp "$deb" "$root/var/log/quarry.deb"
 inside dpkg --install /var/log/quarry.deb
 inside quarry -h 2>"$work/usage"
-"$QUARRY" -h 2>"$work/usage.built"
 same "the usage of the installed program" "$work/usage.built" "$work/usage"
 for file in bin/quarry share/man/man1/quarry.1.gz share/bash-completion/completions/quarry \
     share/zsh/vendor-completions/_quarry share/fish/vendor_completions.d/quarry.fish share/doc/quarry/changelog.gz; do
@@ -121,13 +160,7 @@ inside dpkg --purge quarry 2>"$work/purge.log" || { cat "$work/purge.log"; fail 
 [ -z "$(inside dpkg-query --show --showformat='${Status}' quarry 2>/dev/null)" ] || fail "the package is still known"
 
 quarry_say "the static program in an older system"
-# Debian 11, from where this machine has its Debian 12.
-# shellcheck disable=SC2016  # a word of apt
-mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Release: bookworm' 'Created-By: Packages' | sed -n 1p)
-[ -n "$mirror" ] || fail "apt knows no source of Debian 12"
-older=$work/older
-"${as_root[@]}" mmdebstrap --quiet --variant=essential --mode=root bullseye "$older" "$mirror" 2>"$work/system.log" ||
-    { cat "$work/system.log" >&2; fail "no older system to try the static program in"; }
+wait "$making_older" || fail "no older system to try the static program in"
 "${as_root[@]}" tar -xf "$static" -C "$older/opt"
 "${as_root[@]}" cp "$root/var/log/disk.img" "$older/opt/disk.img"
 "${as_root[@]}" chmod 1777 "$older/opt"
@@ -137,20 +170,4 @@ same "the usage of the static program" "$work/usage.built" "$work/usage"
 in_older -image /opt/disk.img -offset 0x100000 -src /Pictures/terraces.png -dst /opt/terraces.png
 echo "$(manifest /Pictures/terraces.png 4)  $older/opt/terraces.png" | sha256sum --check
 
-quarry_say "the source tarball"
-tar -tf "$tarball" | grep -v '/$' | sed 's|^[^/]*/||' | sort >"$work/packed"
-git ls-files | sort >"$work/known"
-same "files of the tarball and of git" "$work/known" "$work/packed"
-tar -xf "$tarball" -C "$work"
-cd "$work/quarry-$version"
-# The commands of the README, on the tree as it was unpacked; every file is compiled anew.
-export CCACHE_DISABLE=1
-cmake --preset release -DQUARRY_TESTS=OFF >/dev/null
-cmake --build --preset release -- --quiet
-DESTDIR=$work/installed cmake --install build/release --prefix /usr/local >/dev/null
-"$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
-same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
-cmp "$QUARRY" build/release/src/quarry || fail "the same source in two directories gives two programs"
-[ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
-[ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
 quarry_say "package and tarball are good"

@@ -19,7 +19,7 @@ quarry_packages() {
             libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
-        package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils git ;;
+        package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils binutils git ;;
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy git python3 shellcheck ;;
