@@ -24,7 +24,7 @@ check_tidy() {
 
 check_scripts() {
     quarry_say "shellcheck"
-    shellcheck --external-sources .ci/run scripts/*.sh scripts/lib/*.sh
+    shellcheck --external-sources .ci/run scripts/*.sh scripts/lib/*.sh fuzz/oss-fuzz/build.sh
 }
 
 case ${1:-all} in
