@@ -15,6 +15,9 @@ namespace quarry::exact {
 namespace {
 
 constexpr unsigned most_links = 64;
+// More names than a path of the system has room for. The targets of links that follow each other could ask
+// for hundreds of thousands.
+constexpr std::size_t most_names = 16384;
 // A reparse point has 16 KiB of data at most.
 constexpr std::uint64_t largest_reparse_value = 8 + 16 + 16384;
 
@@ -36,16 +39,16 @@ class walk {
   public:
     walk(exact_volume& volume, const std::vector<std::u16string>& names, const walk_options& options,
          notices& told)
-        : m_volume(volume), m_options(options), m_told(told), m_left(names.begin(), names.end()) {}
+        : m_volume(volume),
+          m_options(options),
+          m_told(told),
+          m_left(names.begin(), names.end()),
+          m_names_asked(names.size()) {}
 
     [[nodiscard]] result<walked_path> run() {
-        auto root = m_volume.table().read_system(root_directory_entry, m_told).and_then([&](record found) {
-            return attribute_set::of(m_volume.table(), std::move(found), m_told);
-        });
-        if (!root) {
-            return passed_on(root);
+        if (auto begun = go_to_end_of_way(); !begun) {
+            return passed_on(begun);
         }
-        m_way.push_back({std::u16string(), std::move(*root), std::nullopt});
         while (!m_left.empty()) {
             const std::u16string name = std::move(m_left.front());
             m_left.pop_front();
@@ -53,32 +56,50 @@ class walk {
                 return passed_on(stepped);
             }
         }
-        std::vector<std::u16string> names;
-        std::transform(m_way.begin() + 1, m_way.end(), std::back_inserter(names),
-                       [](const place& walked) { return walked.name; });
-        return walked_path{std::move(m_way.back().file), std::move(names), std::move(m_links),
-                           std::move(m_way.back().key)};
+        return walked_path{std::move(*m_reached), names_of_way(), std::move(m_links),
+                           m_way.empty() ? std::nullopt : std::optional(m_way.back())};
     }
 
   private:
-    struct place {
-        std::u16string name;  // as the volume has it; empty for the root
-        attribute_set file;
-        std::optional<index_key> key;
-    };
-
-    // The path to a name in the directory that was reached, in the words of a message.
-    [[nodiscard]] std::string shown(std::u16string_view name) const {
+    [[nodiscard]] std::vector<std::u16string> names_of_way() const {
         std::vector<std::u16string> names;
-        for (const place& walked : m_way) {
-            if (!walked.name.empty()) {
-                names.push_back(walked.name);
-            }
-        }
+        std::transform(m_way.begin(), m_way.end(), std::back_inserter(names),
+                       [](const index_key& walked) { return walked.name; });
+        return names;
+    }
+
+    // The path to a name in the directory that was reached, in the words of a message. It is as long as the
+    // way, so only a failure or a link asks for it.
+    [[nodiscard]] std::string shown(std::u16string_view name) const {
+        std::vector<std::u16string> names = names_of_way();
         if (!name.empty()) {
             names.emplace_back(name);
         }
         return shown_path(names);
+    }
+
+    // The directory that the way leads to is the one to look into.
+    [[nodiscard]] result<void> go_to_end_of_way() {
+        auto directory =
+            m_way.empty()
+                ? m_volume.table().read_system(root_directory_entry, m_told).and_then([&](record found) {
+                      return attribute_set::of(m_volume.table(), std::move(found), m_told);
+                  })
+                : attributes_of(m_volume, m_way.back().file, m_told);
+        if (!directory) {
+            return passed_on(directory);
+        }
+        m_reached = std::move(*directory);
+        return {};
+    }
+
+    [[nodiscard]] result<void> step_up() {
+        if (m_way.empty()) {
+            return fail(failure_code::link, m_last_link,
+                        "leads to " + m_links.back() + ", which is above the root");
+        }
+        m_way.pop_back();
+        return go_to_end_of_way();
     }
 
     // One name from the directory that was reached on.
@@ -87,14 +108,9 @@ class walk {
             return {};
         }
         if (m_from_link && name == u"..") {
-            if (m_way.size() == 1) {
-                return fail(failure_code::link, m_last_link,
-                            "leads to " + m_links.back() + ", which is above the root");
-            }
-            m_way.pop_back();
-            return {};
+            return step_up();
         }
-        const attribute_set& directory = m_way.back().file;
+        const attribute_set& directory = *m_reached;
         if (!directory.base().is_directory()) {
             return fail(failure_code::not_directory, where::path(shown({})), "is no directory");
         }
@@ -102,8 +118,12 @@ class walk {
         if (!index) {
             return passed_on(index);
         }
-        const auto key = look_up(*index, name, shown(name), m_told);
+        auto key = look_up(*index, name, {}, m_told);
         if (!key) {
+            // The lookup was not told the path.
+            if (key.error().where == where::path({})) {
+                key.error().where = where::path(shown(name));
+            }
             return passed_on(key);
         }
         m_options.tell("name \"" + shown_name(key->name) + "\" -> " + key->file.text());
@@ -111,10 +131,8 @@ class walk {
         if (!file) {
             return passed_on(file);
         }
-        if (!has_name(*file, directory.base().self(), key->name)) {
-            return fail(failure_code::index, where::record(key->file.entry),
-                        "has no $FILE_NAME \"" + shown_name(key->name) + "\" in directory " +
-                            directory.base().self().text());
+        if (auto agrees = expect_name(*file, directory.base().self(), key->name); !agrees) {
+            return agrees;
         }
         if (!m_left.empty() || m_options.follow_last) {
             auto followed = follow(*file, key->name);
@@ -125,21 +143,35 @@ class walk {
                 return {};
             }
         }
-        m_way.push_back({key->name, std::move(*file), *key});
+        m_way.push_back(std::move(*key));
+        m_reached = std::move(*file);
         return {};
     }
 
     // The index and the file must agree on the name.
-    [[nodiscard]] static bool has_name(const attribute_set& file, reference directory,
-                                       std::u16string_view name) {
-        const auto members = file.of_type(attr_file_name);
-        return std::any_of(members.begin(), members.end(), [&](const attribute_set::member* member) {
+    [[nodiscard]] result<void> expect_name(const attribute_set& file, reference directory,
+                                           std::u16string_view name) {
+        bool without_sequence = false;
+        for (const attribute_set::member* const member : file.of_type(attr_file_name)) {
             const file_name_value value(member->stored.bytes.value());
             const reference parent = reference::from(value.parent());
-            return !member->stored.bytes.non_resident() && parent.entry == directory.entry &&
-                   (parent.sequence == directory.sequence || parent.sequence == 0) &&
-                   units_of_bytes(value.name_bytes()) == name;
-        });
+            if (member->stored.bytes.non_resident() || parent.entry != directory.entry ||
+                units_of_bytes(value.name_bytes()) != name) {
+                continue;
+            }
+            if (parent.sequence == directory.sequence) {
+                return {};
+            }
+            without_sequence = without_sequence || parent.sequence == 0;
+        }
+        if (!without_sequence) {
+            return fail(failure_code::index, where::record(file.base().entry()),
+                        "has no $FILE_NAME \"" + shown_name(name) + "\" in directory " + directory.text());
+        }
+        m_told.warn("no-sequence", where::record(file.base().entry()),
+                    "its $FILE_NAME refers to directory " + std::to_string(directory.entry) +
+                        " without a sequence number");
+        return {};
     }
 
     // Goes on at the target if the file is a link. False if it is to be walked through or to be taken itself.
@@ -190,11 +222,19 @@ class walk {
                                 " if that is this volume");
             }
         }
+        m_names_asked += target->names.size();
+        if (m_names_asked > most_names) {
+            return fail(failure_code::link, place_text,
+                        "more than " + std::to_string(most_names) + " names on the way");
+        }
         m_options.tell("link " + target->shown);
         m_links.push_back(target->shown);
         m_last_link = place_text;
         if (!target->relative || target->from_root) {
-            m_way.erase(m_way.begin() + 1, m_way.end());
+            m_way.clear();
+            if (auto begun = go_to_end_of_way(); !begun) {
+                return passed_on(begun);
+            }
         }
         m_left.insert(m_left.begin(), target->names.begin(), target->names.end());
         m_from_link = true;
@@ -205,8 +245,10 @@ class walk {
     const walk_options& m_options;
     notices& m_told;
     std::deque<std::u16string> m_left;
-    // The root and the names that led to where the walk is.
-    std::vector<place> m_way;
+    std::size_t m_names_asked;  // by the path and by the links on it
+    // The names from the root to where the walk is, and the file there.
+    std::vector<index_key> m_way;
+    std::optional<attribute_set> m_reached;
     std::vector<std::string> m_links;
     std::string m_last_link;  // its path, in the words of a message
     // "." and ".." are names of directories only in links; a path that somebody typed has neither.

@@ -9,6 +9,9 @@
 //
 // What the index says must agree with the file: its record is in use under the sequence number of the index,
 // and it has a $FILE_NAME with this directory and this name.
+//
+// A prepared volume may have links that lead to links, each with a long target. The walk ends after 64 links,
+// and after 16,384 names in all.
 #pragma once
 
 #include "exact/attribute_set.h"
@@ -41,7 +44,8 @@ struct walked_path {
 };
 
 // Fails with name, ambiguous, not-directory, link and tag at the path as far as it was walked, with index if
-// index and record do not agree, and as records and nodes do.
+// index and record do not agree, and as records and nodes do. Warns (no-sequence) of a $FILE_NAME that names
+// its directory without a sequence number.
 [[nodiscard]] result<walked_path> walk_path(exact_volume& volume, const std::vector<std::u16string>& names,
                                             const walk_options& options, notices& told);
 

@@ -13,17 +13,17 @@ namespace {
 constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
 constexpr std::uint64_t kibibyte = 1024;
 constexpr std::uint64_t serial_offset = 72;
+constexpr std::size_t sector_bytes = 512;
 
-// As many bytes from the start of a volume as there are, for the probe. Nothing if the first sector cannot be
+// As many bytes from the start of a volume as there are, for the probe. Fails if the first sector cannot be
 // read.
-std::optional<std::vector<std::uint8_t>> head_of(const exact_source& source, std::uint64_t offset) {
-    for (const std::size_t length : {probe_bytes, std::size_t{512}}) {
-        std::vector<std::uint8_t> head(length);
-        if (source.read(head, offset)) {
-            return head;
-        }
+result<std::vector<std::uint8_t>> head_of(const exact_source& source, std::uint64_t offset) {
+    std::vector<std::uint8_t> head(probe_bytes);
+    if (source.read(head, offset)) {
+        return head;
     }
-    return std::nullopt;
+    head.resize(sector_bytes);
+    return source.read(head, offset).map([&] { return std::move(head); });
 }
 
 std::string line_of(const listed_volume& volume) {
@@ -54,6 +54,32 @@ void number_volumes(std::vector<listed_volume>& volumes) {
     }
 }
 
+bool is_sound(const listed_volume& volume) {
+    return volume.is_sound;
+}
+
+// A volume that says what it is. The superblock of ext says nothing about sector 0.
+bool is_named(volume_kind kind) {
+    return kind != volume_kind::unknown && kind != volume_kind::unreadable && kind != volume_kind::ext;
+}
+
+std::vector<listed_volume> look_at_partitions(
+    const exact_source& source, const result<std::optional<std::vector<partition>>>& partitions) {
+    std::vector<listed_volume> volumes;
+    if (partitions && *partitions) {
+        for (const partition& place : **partitions) {
+            volumes.push_back(look_at_volume(source, place));
+        }
+    }
+    return volumes;
+}
+
+void hand_on(const notices& from, notices& told) {
+    for (const notice& each : from.all()) {
+        told.warn(each.code, each.where, each.why);
+    }
+}
+
 }  // namespace
 
 listed_volume look_at_volume(const exact_source& source, const partition& place) {
@@ -64,6 +90,9 @@ listed_volume look_at_volume(const exact_source& source, const partition& place)
     if (volume.kind == volume_kind::ntfs) {
         volume.serial = byte_view(*head).u64_or_zero(serial_offset);
     }
+    if (!head && head.error().code == failure_code::source_read) {
+        volume.unread = head.error();
+    }
     const bool may_be_damaged = volume.kind == volume_kind::ntfs || volume.kind == volume_kind::unknown ||
                                 volume.kind == volume_kind::unreadable;
     notices ignored;
@@ -72,6 +101,7 @@ listed_volume look_at_volume(const exact_source& source, const partition& place)
             volume.kind = volume_kind::ntfs;
             volume.serial = shape->serial;
             volume.boot_sector_is_backup = shape->from_backup;
+            volume.is_sound = true;
         }
     }
     return volume;
@@ -80,22 +110,22 @@ listed_volume look_at_volume(const exact_source& source, const partition& place)
 result<volume_table> volume_table::read(const exact_source& source, std::optional<std::uint32_t> sector_size,
                                         notices& told) {
     const listed_volume whole = look_at_volume(source, {0, source.size()});
-    // A boot sector has the mark of a table too. Only the superblock of ext says nothing about sector 0.
-    const bool may_have_table = whole.kind == volume_kind::unknown || whole.kind == volume_kind::ext;
-    std::optional<std::vector<partition>> partitions;
-    if (may_have_table) {
-        auto table = read_partitions(source, sector_size, told);
-        if (!table) {
-            return passed_on(table);
-        }
-        partitions = std::move(*table);
+    if (whole.unread && !whole.is_sound) {
+        return tl::make_unexpected(*whole.unread);
     }
-    std::vector<listed_volume> volumes;
-    if (!partitions) {
-        volumes.push_back(whole);
-    } else {
-        for (const partition& place : *partitions) {
-            volumes.push_back(look_at_volume(source, place));
+    std::vector<listed_volume> volumes = {whole};
+    if (!whole.is_sound && whole.kind != volume_kind::unreadable) {
+        notices told_of_table;
+        const auto partitions = read_partitions(source, sector_size, told_of_table);
+        if (!partitions && !is_named(whole.kind)) {
+            return passed_on(partitions);
+        }
+        std::vector<listed_volume> found = look_at_partitions(source, partitions);
+        const bool is_table = is_named(whole.kind) ? std::any_of(found.begin(), found.end(), is_sound)
+                                                   : partitions->has_value();
+        if (is_table) {
+            volumes = std::move(found);
+            hand_on(told_of_table, told);
         }
     }
     number_volumes(volumes);
@@ -134,9 +164,15 @@ result<listed_volume> volume_table::choose(std::optional<std::uint64_t> number) 
     const bool is_enciphered = std::any_of(m_volumes.begin(), m_volumes.end(), [](const listed_volume& each) {
         return each.kind == volume_kind::bitlocker;
     });
-    return is_enciphered
-               ? fail(failure_code::enciphered, where::source(m_source), "is enciphered (BitLocker)")
-               : fail(failure_code::no_volume, where::source(m_source), "holds no NTFS volume");
+    if (is_enciphered) {
+        return fail(failure_code::enciphered, where::source(m_source), "is enciphered (BitLocker)");
+    }
+    const auto unread = std::find_if(m_volumes.begin(), m_volumes.end(),
+                                     [](const listed_volume& each) { return each.unread.has_value(); });
+    if (unread != m_volumes.end()) {
+        return tl::make_unexpected(*unread->unread);
+    }
+    return fail(failure_code::no_volume, where::source(m_source), "holds no NTFS volume");
 }
 
 }  // namespace quarry::exact

@@ -6,7 +6,8 @@
 //        -  offset 0x0000000000100000        16 MiB  fat
 //        1  offset 0x0000000001100000        96 MiB  ntfs  serial 26A7A1E93D3A46ED
 //
-// A volume whose boot sector is damaged counts if the backup of it is sound.
+// A volume whose boot sector is damaged counts if the backup of it is sound. The name of another file system
+// in sector 0 may be text of an MBR's program: it gives way to a table that leads to a sound NTFS volume.
 #pragma once
 
 #include "exact/exact_source.h"
@@ -27,20 +28,24 @@ struct listed_volume {
     volume_kind kind = volume_kind::unknown;
     std::uint64_t serial = 0;  // of an NTFS volume
     bool boot_sector_is_backup = false;
+    bool is_sound = false;               // an NTFS volume whose boot sector, or its backup, is one
+    std::optional<failure> unread = {};  // why the first sector could not be read
 };
 
 class volume_table {
   public:
     // Reads the table of a source, or takes it as one bare volume. `sector_size` is that of the table in
-    // bytes, found out if it is empty. Fails with table, and with no-volume for a source that is neither.
+    // bytes, found out if it is empty. Fails with table, and with source-read if sector 0 cannot be read and
+    // is not that of a volume with a backup.
     [[nodiscard]] static result<volume_table> read(const exact_source& source,
                                                    std::optional<std::uint32_t> sector_size, notices& told);
 
     [[nodiscard]] const std::vector<listed_volume>& volumes() const { return m_volumes; }
     // One line for each, with its line end.
     [[nodiscard]] std::string listing() const;
-    // The NTFS volume of this number, or the only one. Fails with no-such-volume, several-volumes, no-volume,
-    // and with enciphered if there is none but an enciphered one.
+    // The NTFS volume of this number, or the only one. Fails with no-such-volume, several-volumes, and where
+    // there is none with enciphered, source-read or no-volume: there is an enciphered one, one that cannot be
+    // read, or nothing of the kind.
     [[nodiscard]] result<listed_volume> choose(std::optional<std::uint64_t> number) const;
 
   private:

@@ -2,7 +2,11 @@
 
 #include "exact/volume_path.h"
 #include "support/memory_source.h"
+#include "support/opened_exact_volume.h"
 #include "support/volume_builder.h"
+
+#include <algorithm>
+#include <chrono>
 
 #include <gtest/gtest.h>
 
@@ -238,6 +242,62 @@ TEST(path_walk, finds_no_deleted_file) {
     volume.add_file("a.txt").deleted_but_indexed();
     walked_volume walked(volume.image());
     EXPECT_EQ(walked.failure_of("/a.txt"), "unused | record 24: is not in use (source byte 0xA016)");
+}
+
+namespace {
+
+// So many names "a\\..\\", then the last.
+std::u16string there_and_back(std::size_t pairs, const std::u16string& last) {
+    std::u16string target;
+    for (std::size_t i = 0; i < pairs; ++i) {
+        target += u"a\\..\\";
+    }
+    return target + last;
+}
+
+}  // namespace
+
+TEST(path_walk, ends_after_16384_names) {
+    // A link that leads to itself by way of 721 names: 22 of them are 15,862 names, 23 are 16,583.
+    volume_builder volume({.record_size = 8192, .system_files = true});
+    volume.add_directory("a");
+    test::reparse_point bomb = relative_link_to(there_and_back(360, u"bomb"));
+    bomb.print_name = u"";
+    volume.add_file("bomb").reparse(bomb);
+    walked_volume walked(volume.image());
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(walked.failure_of("/bomb"), "link | path \"/bomb\": more than 16384 names on the way");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+    EXPECT_EQ(std::count(walked.log().begin(), walked.log().end(), "name \"a\" -> 24-1"), 22 * 360);
+}
+
+TEST(path_walk, goes_down_long_ways_without_writing_each_of_them_out) {
+    // A directory that is its own child.
+    volume_builder volume(with_system_files());
+    const std::uint64_t a = volume.add_directory("a").entry();
+    volume.file(a).hard_link("a", a);
+    walked_volume walked(volume.image());
+    std::string path;
+    for (int i = 0; i < 30000; ++i) {
+        path += "/a";
+    }
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(walked.walk(path)->names.size(), 30000u);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+}
+
+TEST(path_walk, warns_of_a_name_whose_directory_has_no_sequence_number) {
+    volume_builder volume(with_system_files());
+    file_builder& file = volume.add_file("z.txt").unindexed().without_names();
+    file_name own;
+    own.name = "z.txt";
+    own.parent = 5;
+    file.attribute(attribute_builder::resident(0x30, own.build()));
+    volume.root().extra_entry(name_entry(file.file_reference(), own));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.entry("/z.txt"), 24u);
+    EXPECT_EQ(text_of(walked.told()),
+              "no-sequence record 24: its $FILE_NAME refers to directory 5 without a sequence number\n");
 }
 
 }  // namespace quarry::test

@@ -175,6 +175,55 @@ TEST(volume_table, a_partition_whose_first_sector_is_lost_is_found_by_its_backup
     EXPECT_EQ(choice_of(disk), "no-volume: source disk.dd: holds no NTFS volume");
 }
 
+TEST(volume_table, a_first_sector_that_cannot_be_read_is_no_disk_without_volumes) {
+    disk_builder disk(4096);
+    disk.table(0, {{0x07, 1000, 1000}}).put(1000, boot_with_serial(1));
+    memory_source source(disk.image());
+    source.unreadable(0, 512);
+    notices told;
+    const auto table = volume_table::read(exact_source(source, "disk.dd"), std::nullopt, told);
+    ASSERT_FALSE(table.has_value());
+    EXPECT_EQ(code_text(table.error().code), "source-read");
+    EXPECT_EQ(table.error().text(),
+              "source disk.dd: 512 bytes cannot be read: Input/output error (source byte 0x0)");
+}
+
+TEST(volume_table, a_volume_that_cannot_be_read_is_not_told_as_none) {
+    disk_builder disk(4096);
+    disk.table(0, {{0x07, 1000, 10}, {0x83, 2000, 10}}).put(2000, ext_volume_head(100, 0));
+    memory_source source(disk.image());
+    source.unreadable(1000 * 512, 512);
+    notices told;
+    const auto table = volume_table::read(exact_source(source, "disk.dd"), std::nullopt, told);
+    ASSERT_TRUE(table.has_value());
+    const auto chosen = table->choose(std::nullopt);
+    ASSERT_FALSE(chosen.has_value());
+    EXPECT_EQ(code_text(chosen.error().code), "source-read");
+    EXPECT_EQ(chosen.error().source_byte, 512000u);
+}
+
+TEST(volume_table, a_table_that_leads_to_a_sound_volume_counts_whatever_text_is_beside_it) {
+    const bytes volume = volume_with_backup();
+    const auto sectors = static_cast<std::uint32_t>(volume.size() / 512);
+    const auto choice_beside = [&](std::size_t offset, std::string_view text, const bytes& content) {
+        disk_builder disk(100 + sectors);
+        disk.table(0, {{0x07, 100, sectors}}).put(100, content);
+        bytes first = disk.image();
+        first.resize(512);
+        return choice_of(disk.put(0, byte_writer(first).text(offset, text).take()));
+    };
+    EXPECT_EQ(choice_beside(54, "FAT16   ", volume), "0xC800");
+    EXPECT_EQ(choice_beside(82, "FAT32   ", volume), "0xC800");
+    EXPECT_EQ(choice_beside(3, "-FVE-FS-", volume), "0xC800");
+    EXPECT_EQ(choice_beside(3, "EXFAT   ", volume), "0xC800");
+    EXPECT_EQ(choice_beside(3, "NTFS    ", volume), "0xC800");
+    // An entry that leads to a name alone proves no table.
+    const bytes name_alone = named_sector(3, "NTFS    ");
+    EXPECT_EQ(choice_beside(54, "FAT16   ", name_alone), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_beside(3, "-FVE-FS-", name_alone),
+              "enciphered: source disk.dd: is enciphered (BitLocker)");
+}
+
 TEST(volume_table, a_source_without_anything_known_is_one_line) {
     disk_builder disk(4);
     EXPECT_EQ(listing_of(disk), "   -  offset 0x0000000000000000         2 KiB  unknown\n");
