@@ -42,9 +42,13 @@ _quarry() {
             mapfile -t COMPREPLY < <(compgen -W 'yyyy-mm-dd yyyy/mm/dd dd/mm/yyyy mm/dd/yyyy' -- "$cur")
             return
             ;;
+        -sector_size)
+            mapfile -t COMPREPLY < <(compgen -W '512 1024 2048 4096' -- "$cur")
+            return
+            ;;
         # A path on the volume, a number or a pattern: nothing on this machine tells what it may be.
         -src | -offset | -mft | -cluster | -num_subdirs | -filter | -filter_skip | -filter_path | -filter_sig | \
-            -cmd_start_time | -cmd_stop_time)
+            -cmd_start_time | -cmd_stop_time | -ntfsvol | -letter)
             return
             ;;
     esac
@@ -58,8 +62,28 @@ _quarry() {
         return 1
     }
 
-    local fits='-dst -md5 -meta -raw -skip_sparse_clusters -diags -quiet -profile -dateformat -out'
-    [ "$COMP_CWORD" -gt 1 ] || fits+=' -h'
+    local fits
+    if has -exact; then
+        _quarry_exact_options
+    else
+        _quarry_options
+    fi
+
+    local unused=
+    for word in $fits; do
+        case $word in
+            -vmdk | -filter | -filter_skip | -filter_sig | -letter) unused+="$word " ;;
+            *) has "$word" || unused+="$word " ;;
+        esac
+    done
+    unset -f has
+    mapfile -t COMPREPLY < <(compgen -W "$unused" -- "${cur,,}")
+}
+
+# What fits beside the options on the line, in `fits`.
+_quarry_options() {
+    fits='-dst -md5 -meta -raw -skip_sparse_clusters -diags -quiet -profile -dateformat -out'
+    [ "$COMP_CWORD" -gt 1 ] || fits+=' -h -exact'
     if ! has -vmdk -partition -image -drivenum; then
         fits+=' -image -partition -drivenum'
     fi
@@ -77,16 +101,24 @@ _quarry() {
         has -cluster || fits+=' -src -mft'
         has -src -mft -cluster || fits+=' -cluster -pipe -enumdir'
     fi
+}
 
-    local unused=
-    for word in $fits; do
-        case $word in
-            -vmdk | -filter | -filter_skip | -filter_sig) unused+="$word " ;;
-            *) has "$word" || unused+="$word " ;;
-        esac
-    done
-    unset -f has
-    mapfile -t COMPREPLY < <(compgen -W "$unused" -- "${cur,,}")
+# The same for the exact mode, whose command line has rules of its own.
+_quarry_exact_options() {
+    fits='-diags -quiet'
+    (( COMP_CWORD > 2 )) || fits+=' -h'
+    has -image -partition -vmdk || fits+=' -image -partition'
+    has -image -partition || fits+=' -vmdk'
+    if has -image -vmdk; then
+        has -offset -ntfsvol -first_ntfsvol -volumes || fits+=' -ntfsvol -first_ntfsvol'
+        has -offset -ntfsvol -first_ntfsvol -volumes -sector_size || fits+=' -offset'
+        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -dst || fits+=' -volumes'
+        has -offset || fits+=' -sector_size'
+    fi
+    has -volumes && return
+    fits+=' -dst -zero_unreadable -sparse -overwrite'
+    has -cluster || fits+=' -src -mft -raw -keep_times -md5 -letter'
+    has -src -mft -raw -keep_times -md5 -letter || fits+=' -cluster'
 }
 
 complete -F _quarry quarry

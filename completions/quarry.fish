@@ -4,7 +4,8 @@
 # not count yet.
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)
-    set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe
+    set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe \
+        -exact -volumes -zero_unreadable -sparse -overwrite -keep_times
     if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
         set -e typed[-1]
     end
@@ -25,18 +26,27 @@ function __quarry_drives
     end
 end
 
-function __quarry_first
-    test (count (commandline --tokenize --cut-at-cursor)) -eq 1
+# __quarry_words NUMBER: so many words are on the line, the program's name among them.
+function __quarry_words
+    test (count (commandline --tokenize --cut-at-cursor)) -eq $argv[1]
 end
 
 # __quarry_option CONDITION NAME ARGUMENTS...: offered once, while the condition holds.
 function __quarry_option
-    complete -c quarry -n "not __quarry_has -$argv[2]; and $argv[1]" -o $argv[2] $argv[3..]
+    complete -c quarry -n "not __quarry_has -exact -$argv[2]; and $argv[1]" -o $argv[2] $argv[3..]
 end
 
 # The same, as often as one likes.
 function __quarry_repeated
-    complete -c quarry -n "$argv[1]" -o $argv[2] $argv[3..]
+    complete -c quarry -n "not __quarry_has -exact; and $argv[1]" -o $argv[2] $argv[3..]
+end
+
+# Both for the exact mode, whose command line has rules of its own.
+function __quarry_exact
+    complete -c quarry -n "__quarry_has -exact; and not __quarry_has -$argv[2]; and $argv[1]" -o $argv[2] $argv[3..]
+end
+function __quarry_exact_repeated
+    complete -c quarry -n "__quarry_has -exact; and $argv[1]" -o $argv[2] $argv[3..]
 end
 
 complete -c quarry -e
@@ -47,7 +57,8 @@ set -l lines '__quarry_has -pipe -enumdir'
 set -l no_lines 'not __quarry_has -pipe -enumdir'
 set -l no_object 'not __quarry_has -pipe -enumdir -src -mft -cluster'
 
-__quarry_option __quarry_first h -d 'Usage'
+__quarry_option '__quarry_words 1' h -d 'Usage'
+__quarry_option '__quarry_words 1' exact -d 'The whole stream, or a failure that says where'
 __quarry_option $no_source image -r -F -d 'Raw image of a disk or volume'
 __quarry_option $no_source partition -x -a '(__quarry_partitions)' -d 'Partition by its device (root)'
 __quarry_option $no_source drivenum -x -a '(__quarry_drives)' -d 'Physical drive, 0 is /dev/sda (root)'
@@ -83,4 +94,35 @@ __quarry_option true profile -d 'Print the seconds taken'
 __quarry_option true dateformat -x -a 'yyyy-mm-dd yyyy/mm/dd dd/mm/yyyy mm/dd/yyyy' -d 'Date in the header'
 __quarry_option true out -r -F -d 'Check that a file can be written'
 
-functions -e __quarry_option __quarry_repeated
+set -l table '__quarry_has -image -vmdk'
+set -l no_volume 'not __quarry_has -offset -ntfsvol -first_ntfsvol'
+set -l copies 'not __quarry_has -volumes'
+set -l files 'not __quarry_has -volumes -cluster'
+
+__quarry_exact '__quarry_words 2' h -d 'Options of the exact mode'
+__quarry_exact 'not __quarry_has -partition -vmdk' image -r -F -d 'Raw image of a disk or volume'
+__quarry_exact 'not __quarry_has -image -vmdk' partition -x -a '(__quarry_partitions)' -d 'Partition by its device'
+__quarry_exact_repeated 'not __quarry_has -image -partition' vmdk -r -F -d 'Sparse VMDK with its snapshots'
+__quarry_exact "$table; and $copies; and $no_volume; and not __quarry_has -sector_size" offset -x \
+    -d 'Byte where the volume begins'
+__quarry_exact "$table; and $copies; and $no_volume" ntfsvol -x -d 'Number of the volume'
+__quarry_exact "$table; and $copies; and $no_volume" first_ntfsvol -d 'First NTFS volume of the table'
+__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -dst" volumes -d 'Print the volumes'
+__quarry_exact "$table; and not __quarry_has -offset" sector_size -x -a '512 1024 2048 4096' \
+    -d 'Sectors of the partition table'
+__quarry_exact $files src -x -d 'Path on the volume, with :stream if wanted'
+__quarry_exact $files mft -x -d 'MFT entry number, with -sequence if wanted'
+__quarry_exact "$copies; and not __quarry_has -src -mft -raw -keep_times -md5 -letter" cluster -x \
+    -d 'Clusters: first and count'
+__quarry_exact_repeated $files letter -x -d 'Links to this name lead to this volume'
+__quarry_exact $copies dst -r -F -d 'The copy, or a directory that ends in /'
+__quarry_exact $files raw -d 'Clusters as stored, slack included'
+__quarry_exact $copies zero_unreadable -d 'Zeros for what cannot be read'
+__quarry_exact $copies sparse -d 'Leave holes where there are only zeros'
+__quarry_exact $copies overwrite -d 'Replace a regular file'
+__quarry_exact $files keep_times -d 'Keep the times of the file'
+__quarry_exact $files md5 -d 'Name the copy by modification time and MD5'
+__quarry_exact true diags -r -F -d 'Log of the run'
+__quarry_exact true quiet -d 'Errors only'
+
+functions -e __quarry_option __quarry_repeated __quarry_exact __quarry_exact_repeated

@@ -21,9 +21,37 @@ SOURCES = {"-image", "-partition", "-drivenum", "-vmdk"}
 OBJECTS = {"-src", "-mft", "-cluster", "-pipe", "-enumdir"}
 FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 
+# The exact mode.
+LOGGED = {"-diags", "-quiet"}
+CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite"} | LOGGED
+COPIES = CLUSTERS_TOO | {"-raw", "-keep_times", "-md5", "-letter"}
+EXACT_OBJECTS = {"-src", "-mft", "-cluster"}
+CHOICES = {"-offset", "-ntfsvol", "-first_ntfsvol"}
+
 # What is typed, and all that is offered for the word at the cursor.
 CASES = {
-    "quarry -": {"-h"} | ANYTIME | SOURCES | OBJECTS,
+    "quarry -": {"-h", "-exact"} | ANYTIME | SOURCES | OBJECTS,
+    "quarry -ex": {"-exact"},
+    "quarry -exact -": {"-h", "-image", "-partition", "-vmdk"} | COPIES | EXACT_OBJECTS,
+    "quarry -EXACT -image disk.img -": COPIES | EXACT_OBJECTS | CHOICES | {"-volumes", "-sector_size"},
+    "quarry -image disk.img -exact -": COPIES | EXACT_OBJECTS | CHOICES | {"-volumes", "-sector_size"},
+    "quarry -exact -partition /dev/sdb1 -": COPIES | EXACT_OBJECTS,
+    "quarry -exact -vmdk base.vmdk -": COPIES | EXACT_OBJECTS | CHOICES | {"-vmdk", "-volumes", "-sector_size"},
+    "quarry -exact -image disk.img -offset 512 -": COPIES | EXACT_OBJECTS,
+    "quarry -exact -image disk.img -ntfsvol 2 -": COPIES | EXACT_OBJECTS | {"-sector_size"},
+    "quarry -exact -image disk.img -volumes -": LOGGED | {"-sector_size"},
+    "quarry -exact -image disk.img -sector_size 4096 -":
+        COPIES | EXACT_OBJECTS | {"-ntfsvol", "-first_ntfsvol", "-volumes"},
+    "quarry -exact -image disk.img -src /a -": COPIES | CHOICES | {"-mft", "-sector_size"},
+    "quarry -exact -image disk.img -mft 5 -": COPIES | CHOICES | {"-src", "-sector_size"},
+    "quarry -exact -image disk.img -cluster 5 -": CLUSTERS_TOO | CHOICES | {"-sector_size"},
+    "quarry -exact -partition /dev/sdb1 -sparse -md5 -": (COPIES - {"-sparse", "-md5"}) | {"-src", "-mft"},
+    "quarry -exact -partition /dev/sdb1 -letter C -l": {"-letter"},
+    "quarry -exact -image ": {"base.vmdk", "disk.img", "folder/"},
+    "quarry -exact -image disk.img -dst fol": {"folder/"},
+    "quarry -exact -image disk.img -sector_size ": {"512", "1024", "2048", "4096"},
+    "quarry -exact -image disk.img -ntfsvol ": set(),
+    "quarry -exact -letter ": set(),
     "quarry -im": {"-image"},
     "quarry -md5 -m": {"-meta", "-mft"},
     "quarry -image disk.img -": ANYTIME | OBJECTS | {"-offset", "-first_ntfsvol"},

@@ -96,7 +96,21 @@ def test_completions_name_only_options_that_have_an_effect(completion, pattern):
     wanted = options_of_program() - options_without_effect() - HIDDEN
     assert wanted <= named
     if completion != "quarry.bash":
-        assert named <= options_of_program() - options_without_effect()
+        assert named - {"-exact"} <= options_of_program() - options_without_effect()
+
+
+@pytest.mark.parametrize("completion, start, pattern", [
+    ("quarry.bash", "_quarry_exact_options() {", r"(?<![\w-])(-[a-z][a-z0-9_]*)"),
+    ("_quarry", "_quarry_exact_options() {", r"^ +(-[a-z][a-z0-9_]*) '\["),
+    ("quarry.fish", "", r"^__quarry_exact(?:_repeated)? (?:'[^']*'|\"[^\"]*\"|\S+) (\w+)"),
+])
+def test_completions_name_the_options_of_the_exact_mode(completion, start, pattern):
+    text = text_of("completions", completion)
+    part = text[text.index(start):]
+    named = {"-" + name.lstrip("-") for name in re.findall(pattern, part.split("\n}\n")[0] if start else part, re.M)}
+    rows = re.findall(r'row\("(-[a-z][a-z0-9_]*)", option::\w+, \d, taken', text_of("src", "frontend", "exact",
+                                                                                     "option_table.cpp"))
+    assert named - {"-exact"} == set(rows) - {"-exact", "-help"}
 
 
 # Named only in the page: other names of an option, and what changes nothing that a copy shows.
