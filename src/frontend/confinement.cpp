@@ -241,6 +241,10 @@ int kernel_calls::filter_calls(const sock_fprog& program) {
         ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_SPEC_ALLOW, &program));
 }
 
+std::vector<std::string> host_descriptions() {
+    return {"/dev", "/proc", "/sys", "/etc/localtime", "/usr/share/zoneinfo"};
+}
+
 needed_files files_needed_by(const quarry_opts& opts) {
     needed_files files;
     files.reads_any_file = opts.m_live || opts.m_enum || looks_into_files(opts.m_filter);
@@ -255,9 +259,8 @@ needed_files files_needed_by(const quarry_opts& opts) {
     if (opts.m_use_drive) {
         files.sources.push_back(drive_device(static_cast<std::int32_t>(opts.m_drive)));
     }
-    // Where devices, mounts and the local time are described.
-    files.sources.insert(files.sources.end(),
-                         {"/dev", "/proc", "/sys", "/etc/localtime", "/usr/share/zoneinfo"});
+    const std::vector<std::string> host = host_descriptions();
+    files.sources.insert(files.sources.end(), host.begin(), host.end());
     const std::string destination = narrow(opts.m_dst);
     if (!destination.empty()) {
         files.outputs = {destination, destination + std::string(report_ending)};
@@ -294,6 +297,10 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     }
     for (const std::string& directory : files.output_dirs) {
         rules.allow_outputs_in(directory);
+    }
+    for (const std::string& directory : files.sealed_dirs) {
+        // It is opened itself, to be synced.
+        rules.allow(directory, writing_in_a_directory | LANDLOCK_ACCESS_FS_READ_DIR);
     }
     return rules.is_complete() && kernel.give_up_new_rights() == 0 &&
            kernel.restrict_self(rules_descriptor.get()) == 0;

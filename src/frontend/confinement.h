@@ -28,7 +28,13 @@ struct needed_files {
     std::vector<std::string> sources = {};      // read; what does not exist is passed over
     std::vector<std::string> outputs = {};      // written, replaced or removed, each with its neighbours
     std::vector<std::string> output_dirs = {};  // directories in which a list makes its outputs
+    // Directories in which outputs are made under another name, renamed and brought to the disk. No link in
+    // them is followed.
+    std::vector<std::string> sealed_dirs = {};
 };
+
+// Read by every run: where devices, mounts and the local time are described.
+[[nodiscard]] std::vector<std::string> host_descriptions();
 
 // What a run needs whose options were parsed.
 [[nodiscard]] needed_files files_needed_by(const quarry_opts& opts);

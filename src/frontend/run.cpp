@@ -93,7 +93,7 @@ int run(int argc, const char* const* argv, kernel_calls* kernel) {
         return failure_status;
     }
     if (exact::asks_for_exact_mode(args)) {
-        return static_cast<int>(exact::run_exact(args, now));
+        return static_cast<int>(exact::run_exact(args, now, kernel));
     }
     cmdline_ctx run_ctx;
     if (asks_for_help(args)) {

@@ -5,11 +5,7 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
 #include "frontend/expand_env.h"
-#include "frontend/output/output_guard.h"
-#include "frontend/output/same_storage.h"
 #include "frontend/source_words.h"
-
-#include <algorithm>
 
 namespace quarry {
 
@@ -105,23 +101,6 @@ std::vector<std::string> source_files_ahead(const arg_list& args) {
         add_named_volume(files, canonical_path(expand_env(word, true), '/'));
     }
     return files;
-}
-
-bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
-    output_guard guard;
-    guard.add_sources(files);
-    return guard.look_at(path, output_kind::trial) == output_verdict::source;
-}
-
-bool lies_on_one_of(const std::string& directory, const std::vector<std::string>& files) {
-    storage_set sources;
-    for (const std::string& path : files) {
-        add_storage(sources, look_up(path));
-    }
-    storage_set storage;
-    add_storage_of_file_system(storage, look_up(directory).file_system);
-    return std::any_of(storage.begin(), storage.end(),
-                       [&sources](const storage_id& id) { return sources.contains(id); });
 }
 
 }  // namespace quarry

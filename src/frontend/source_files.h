@@ -22,11 +22,4 @@ void add_named_volume(std::vector<std::string>& files, const std::string& path);
 // are parsed look ahead with it.
 [[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
 
-// True if a path leads to one of these files or devices, or to one that is made of the same.
-[[nodiscard]] bool is_one_of(const std::string& path, const std::vector<std::string>& files);
-
-// True if the file system that a directory belongs to lies on one of these files or devices, so that a file
-// made there would be written to it.
-[[nodiscard]] bool lies_on_one_of(const std::string& directory, const std::vector<std::string>& files);
-
 }  // namespace quarry

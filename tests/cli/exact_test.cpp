@@ -1,6 +1,7 @@
 // The exact mode from outside: what it copies, what it refuses, what it says, and what is left when the
 // machine lets it down.
 #include "cli/command_line.h"
+#include "frontend/confinement.h"
 #include "support/requirements.h"
 #include "support/vmdk_builder.h"
 
@@ -199,7 +200,7 @@ TEST_F(exact_mode, refuses_what_is_not_understood_before_anything_is_read) {
     expect_refused({"-image", "nothing", "-offset", "0x1g", "-src", "/a.txt", "-dst", "copy"},
                    "-offset \"0x1g\" is no number");
     expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-meta"},
-                   "-meta is not taken with -exact: say -manifest");
+                   "-meta is not taken with -exact: say -manifest, which is not there yet (not-yet)");
     expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-manifest", "m"},
                    "-manifest is not there yet (not-yet)");
     expect_refused({"-image", "nothing", "-cluster", "1", "-dst", "out/"},
@@ -220,7 +221,8 @@ TEST_F(exact_mode, refuses_destinations_that_would_lose_something) {
     };
     expect_refused(to("earlier", false), "destination earlier: exists; say -overwrite");
     expect_refused(to("link", true), "destination link: is a link");
-    expect_refused(to("volume", true), "destination volume: is a file of this run: a source or the log");
+    expect_refused(to("volume", true),
+                   "destination volume: is a file of this run: a source, the log or a standard stream");
     expect_refused(to("missing/copy", false), "destination missing/: No such file or directory");
     expect_refused(to("out", true), "destination out: is a directory; say out/");
     EXPECT_EQ(text("earlier"), "earlier");
@@ -236,7 +238,7 @@ TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
     expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "missing/log"},
                    "log missing/log: cannot be opened");
     expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
-                   "destination log: is a file of this run: a source or the log");
+                   "destination log: is a file of this run: a source, the log or a standard stream");
 }
 
 TEST_F(exact_mode, never_writes_a_log_over_an_earlier_copy_or_the_file_of_a_standard_stream) {
@@ -258,6 +260,100 @@ TEST_F(exact_mode, never_writes_a_log_over_an_earlier_copy_or_the_file_of_a_stan
                     {.directory = m_dir.path()});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(text("said"), "err: log said: is standard input, output or error\n");
+}
+
+TEST_F(exact_mode, never_writes_a_copy_over_the_file_of_a_standard_stream) {
+    const program_result result =
+        run_program({"/bin/sh", "-c", R"("$0" -exact -image volume -src /a.txt -dst said -overwrite 2>said)",
+                     QUARRY_PROGRAM},
+                    {.directory = m_dir.path()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(text("said"),
+              "err: destination said: is a file of this run: a source, the log or a standard stream\n");
+}
+
+TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_line_tells_it) {
+    std::ofstream(m_dir / "out/a.txt") << "earlier";
+    std::ofstream(m_dir / "out/a.txt_Note") << "earlier";
+    const std::string exists = ": exists; say -overwrite";
+    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "out/"}, "destination out/a.txt" + exists);
+    expect_refused({"-image", "nothing", "-src", "/a.txt:Note", "-dst", "out/"},
+                   "destination out/a.txt_Note" + exists);
+    fs::create_symlink("../volume", m_dir / "out/b.txt");
+    expect_refused({"-image", "volume", "-src", "/docs/b.txt", "-dst", "out/", "-overwrite"},
+                   "destination out/b.txt: is a file of this run: a source, the log or a standard stream");
+    // What the volume alone knows is found out by reading.
+    for (const words& object : {words{"-mft", "24"}, words{"-src", "/A.TXT"}}) {
+        const program_result result = exact({"-image", "volume", object[0], object[1], "-dst", "out/"});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.err.find("err: destination out/a.txt" + exists), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(text("out/a.txt"), "earlier");
+    EXPECT_EQ(exact({"-image", "volume", "-src", "/a.txt", "-dst", "out/", "-overwrite"}).status, 0);
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+}
+
+TEST_F(exact_mode, gives_up_its_rights_before_the_source_is_opened) {
+#ifndef QUARRY_CONFINE
+    GTEST_SKIP() << "this build confines nothing";
+#else
+    QUARRY_NEEDS_PROGRAM("strace");
+    QUARRY_NEEDS(kernel_calls().landlock_version() >= 1, "the kernel has no Landlock");
+    const program_result result = run_program(
+        {"strace", "-o", "calls", "-e", "trace=openat,landlock_restrict_self,seccomp,landlock_add_rule",
+         QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst", "out/", "-diags", "log"},
+        {.directory = m_dir.path()});
+    EXPECT_EQ(result.status, 0);
+    const std::string calls = text("calls");
+    const std::size_t restricted = calls.find("landlock_restrict_self(");
+    const std::size_t filtered = calls.find("seccomp(SECCOMP_SET_MODE_FILTER");
+    const std::size_t opened = calls.find("\"volume\", O_RDONLY", filtered);
+    ASSERT_NE(restricted, std::string::npos) << calls;
+    ASSERT_NE(filtered, std::string::npos) << calls;
+    EXPECT_LT(calls.find("\"log\", O_WRONLY"), restricted) << calls;
+    EXPECT_LT(restricted, filtered);
+    EXPECT_NE(opened, std::string::npos) << calls;
+#endif
+}
+
+TEST_F(exact_mode, a_name_that_is_not_there_is_told_as_it_was_asked_for) {
+    EXPECT_NE(exact({"-image", "volume", "-src", "/docs", "-dst", "copy"})
+                  .err.find("err: path \"/docs\": is a directory; name a stream\n"),
+              std::string::npos);
+    EXPECT_NE(exact({"-image", "volume", "-src", "/A.TXT:other", "-dst", "copy"})
+                  .err.find("err: path \"/a.txt\": no stream \"other\"; there are: \"\", \"Note\"\n"),
+              std::string::npos);
+    EXPECT_NE(exact({"-image", "volume", "-mft", "26", "-dst", "copy"})
+                  .err.find("err: record 26: is a directory; name a stream\n"),
+              std::string::npos);
+}
+
+TEST_F(exact_mode, compares_a_sequence_number_that_was_asked_for_strictly) {
+    EXPECT_EQ(exact({"-image", "volume", "-mft", "24-1", "-dst", "copy"}).status, 0);
+    for (const std::string other : {"24-0", "24-2"}) {
+        const program_result result = exact({"-image", "volume", "-mft", other, "-dst", "none"});
+        EXPECT_EQ(result.status, 1) << other;
+        EXPECT_NE(result.err.find("err: record 24: has sequence number 1, the reference says " +
+                                  other.substr(3) + " (source byte 0x"),
+                  std::string::npos)
+            << result.err;
+    }
+    EXPECT_EQ(made(), words{"copy"});
+}
+
+TEST_F(exact_mode, refuses_an_ewf_image_as_a_source_that_cannot_be_opened) {
+    write_file(m_dir / "disk.E01", byte_writer(4096).text(0, {"EVF\x09\x0d\x0a\xff\0", 8}).take());
+    const program_result result = exact({"-image", "disk.E01", "-src", "/a.txt", "-dst", "copy"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err, "err: source disk.E01: is an EWF image; these are not read yet (not-yet)\n");
+    EXPECT_EQ(made(), words{"disk.E01"});
+}
+
+TEST_F(exact_mode, says_once_that_clusters_are_outside_of_the_volume) {
+    const program_result result = exact({"-image", "volume", "-cluster", "99999999", "-dst", "copy"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err.substr(result.err.find("err: ")),
+              "err: volume: clusters 99999999 to 99999999 lie outside of the volume of 150\n");
 }
 
 TEST_F(exact_mode, lists_the_volumes_on_standard_output) {
@@ -423,7 +519,7 @@ TEST_F(exact_mode, an_old_kernel_gives_the_name_by_a_link) {
     EXPECT_EQ(copy().status, 0);
     EXPECT_EQ(text("out/a.txt"), "hello\n");
     EXPECT_EQ(fs::hard_link_count(m_dir / "out/a.txt"), 1u);
-    EXPECT_EQ(copy().status, 1);
+    EXPECT_EQ(copy().status, 2);
     EXPECT_EQ(made(), words{"out/a.txt"});
 }
 

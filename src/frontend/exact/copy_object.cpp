@@ -5,6 +5,7 @@
 #include "exact/reparse.h"
 #include "exact/system_compression.h"
 #include "exact/volume_path.h"
+#include "frontend/exact/destination_path.h"
 #include "volume/attribute_values.h"
 
 #include <utility>
@@ -93,6 +94,20 @@ void log_stream(const stream& content, exact_messages& messages) {
     }
 }
 
+// What the user named is not there: that is said of the name that the user gave.
+failure as_asked(failure opening, const std::string& place) {
+    switch (opening.code) {
+        case failure_code::directory:
+        case failure_code::no_stream:
+        case failure_code::ambiguous:
+            opening.where = place;
+            break;
+        default:
+            break;
+    }
+    return opening;
+}
+
 // Opens the stream of a file that was found. `place` names the file in failures.
 result<found_object> open_stream(exact_volume& volume, const exact_options& options, found_object found,
                                  const stream_name& wanted, const std::string& place, notices& told) {
@@ -107,7 +122,7 @@ result<found_object> open_stream(exact_volume& volume, const exact_options& opti
     auto opened = format ? stream::open_system_compressed(volume, *found.set, *format, told)
                          : stream::open(volume, *found.set, wanted.type, wanted.name, told);
     if (!opened) {
-        return passed_on(opened);
+        return tl::make_unexpected(as_asked(std::move(opened.error()), place));
     }
     found.content = std::move(*opened);
     return found;
@@ -164,6 +179,8 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
 result<found_object> find_clusters(exact_volume& volume, const object_by_clusters& asked) {
     auto opened = stream::of_clusters(volume, asked.lcn, asked.count);
     if (!opened) {
+        // The reason says which clusters.
+        opened.error().where = where::volume;
         return passed_on(opened);
     }
     found_object found;
@@ -184,6 +201,20 @@ result<void> check_object(const copy_object& asked) {
             [](const object_by_clusters&) { return result<void>(); },
         },
         asked);
+}
+
+std::optional<std::string> name_as_asked(const copy_object& asked) {
+    const auto* const by_path = std::get_if<object_by_path>(&asked);
+    if (by_path == nullptr) {
+        return std::nullopt;
+    }
+    const auto path = parse_volume_path(by_path->text);
+    if (!path || path->names.empty()) {
+        return std::nullopt;
+    }
+    // A name that no file can have is refused when the volume has said how it spells it.
+    const auto name = name_on_host(path->names.back(), path->stream.name, path->stream.type);
+    return name ? std::optional(*name) : std::nullopt;
 }
 
 result<found_object> find_object(exact_volume& volume, const exact_options& options, exact_messages& messages,

@@ -25,6 +25,10 @@ struct found_object {
 // Refuses a path or a stream that is none; nothing is read. Fails with name.
 [[nodiscard]] result<void> check_object(const copy_object& asked);
 
+// What a copy in a directory is called as far as the command line says: the last name of a path as typed,
+// with its stream. Nothing where the volume alone knows, for the root and for an entry, and for clusters.
+[[nodiscard]] std::optional<std::string> name_as_asked(const copy_object& asked);
+
 // Finds and opens the stream. What is passed on the way is told in the log. Fails as paths, records and
 // streams do, with outside for clusters that the volume has not, and with tag, link or wof for a file
 // whose data is elsewhere.

@@ -2,7 +2,6 @@
 
 #include "exact/name_text.h"
 #include "foundation/ql_string.h"
-#include "frontend/source_files.h"
 #include "volume/attribute_layout.h"
 
 #include <array>
@@ -16,6 +15,7 @@ namespace quarry::exact {
 
 namespace {
 
+constexpr std::string_view of_this_run = "is a file of this run: a source, the log or a standard stream";
 constexpr std::string_view name_it = "; name the file with -dst";
 
 constexpr bool is_high_surrogate(char16_t unit) {
@@ -111,21 +111,21 @@ result<std::string> name_with_digest(std::uint64_t modified, std::string_view na
     return checked_length(std::move(whole));
 }
 
-result<void> check_destination(const destination& target, bool overwrite,
-                               const std::vector<std::string>& protected_files) {
+result<void> check_destination(const destination& target, bool overwrite, const output_guard& guard) {
     if (auto directory = check_directory(target.directory); !directory) {
         return directory;
     }
     // The bytes go to a temporary file of the directory before the name is known.
-    if (lies_on_one_of(target.directory, protected_files)) {
+    if (guard.is_on_source(target.directory)) {
         return refused(failure_code::exists, target.directory, "lies on the source");
     }
     if (target.name.empty()) {
         return {};
     }
     const std::string path = target.path();
-    if (is_one_of(path, protected_files)) {
-        return refused(failure_code::exists, path, "is a file of this run: a source or the log");
+    const output_verdict verdict = guard.look_at(path, output_kind::copy);
+    if (verdict == output_verdict::source) {
+        return refused(failure_code::exists, path, std::string(of_this_run));
     }
     struct ::stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
@@ -139,6 +139,9 @@ result<void> check_destination(const destination& target, bool overwrite,
     }
     if (!S_ISREG(status.st_mode)) {
         return refused(failure_code::exists, path, "is no regular file");
+    }
+    if (verdict == output_verdict::taken) {
+        return refused(failure_code::exists, path, std::string(of_this_run));
     }
     return overwrite ? result<void>() : refused(failure_code::exists, path, "exists; say -overwrite");
 }

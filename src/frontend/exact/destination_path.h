@@ -9,11 +9,11 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "frontend/output/output_guard.h"
 
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace quarry::exact {
 
@@ -42,11 +42,11 @@ struct destination {
 [[nodiscard]] result<std::string> name_with_digest(std::uint64_t modified, std::string_view name,
                                                    std::string_view md5);
 
-// Refuses a directory that is missing, or whose file system lies on a file of the source, and what the name
-// must not lead to: a file of the source or the log (`protected_files`), a file that is there already unless
+// Refuses a directory that is missing or would write to the source, and what the name must not lead to: what
+// the guard keeps (the source, the log, the files of standard streams), a file that is there already unless
 // `overwrite`, and then everything but a regular file; links are not followed. Fails with create or exists.
 // Without a name the directory alone is looked at.
 [[nodiscard]] result<void> check_destination(const destination& target, bool overwrite,
-                                             const std::vector<std::string>& protected_files);
+                                             const output_guard& guard);
 
 }  // namespace quarry::exact

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <stdexcept>
 #include <sys/stat.h>
 
 namespace quarry::exact {
@@ -96,7 +97,7 @@ result<std::optional<stored_times>> times_of_object(const found_object& object) 
 
 // The bytes, written to a temporary file and given the name of the target.
 result<finished_copy> write_copy(found_object& object, const exact_options& options, destination target,
-                                 const std::vector<std::string>& protected_files, notices& told) {
+                                 const output_guard& guard, notices& told) {
     auto times = options.keep_times || options.md5 ? times_of_object(object) : std::nullopt;
     if (!times) {
         return passed_on(times);
@@ -110,7 +111,10 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
     if (!delivered) {
         return passed_on(delivered);
     }
-    finished_copy finished{object.shown, {}, delivered->bytes, sink.digest_text()};
+    if (file.size() != delivered->bytes) {
+        throw std::logic_error("a copy has another size than its stream");
+    }
+    finished_copy finished{object.shown, {}, file.size(), sink.digest_text()};
     if (options.md5) {
         const std::uint64_t modified = *times ? (*times)->modified : 0;
         auto name = name_with_digest(modified, target.name, finished.md5);
@@ -118,7 +122,7 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
             return passed_on(name);
         }
         target.name = std::move(*name);
-        if (auto checked = check_destination(target, options.overwrite, protected_files); !checked) {
+        if (auto checked = check_destination(target, options.overwrite, guard); !checked) {
             return passed_on(checked);
         }
     }
@@ -135,7 +139,7 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
 }  // namespace
 
 result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                          destination target, const std::vector<std::string>& protected_files,
+                                          destination target, const output_guard& guard,
                                           exact_messages& messages, notices& told) {
     auto object = find_object(volume, options, messages, told);
     if (!object) {
@@ -147,12 +151,11 @@ result<finished_copy> copy_to_destination(exact_volume& volume, const exact_opti
             return passed_on(name);
         }
         target.name = std::move(*name);
-        if (auto checked = check_destination(target, options.overwrite, protected_files);
-            !checked && !options.md5) {
+        if (auto checked = check_destination(target, options.overwrite, guard); !checked && !options.md5) {
             return passed_on(checked);
         }
     }
-    auto finished = write_copy(*object, options, std::move(target), protected_files, told);
+    auto finished = write_copy(*object, options, std::move(target), guard, told);
     if (finished) {
         messages.info("copied " + std::to_string(finished->bytes) +
                       (finished->bytes == 1 ? " byte to " : " bytes to ") +

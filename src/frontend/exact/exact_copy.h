@@ -6,10 +6,10 @@
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
+#include "frontend/output/output_guard.h"
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace quarry::exact {
 
@@ -20,12 +20,11 @@ struct finished_copy {
     std::string md5;  // with -md5 only
 };
 
-// Copies the object of the options to `target`. `protected_files` are never replaced. Fails as find_object,
+// Copies the object of the options to `target`, where the guard lets it. Fails as find_object,
 // check_destination, streams and sealed_file do; nothing is left at the destination then. Warns (times) if
 // the file does not take its times.
 [[nodiscard]] result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                                        destination target,
-                                                        const std::vector<std::string>& protected_files,
+                                                        destination target, const output_guard& guard,
                                                         exact_messages& messages, notices& told);
 
 }  // namespace quarry::exact

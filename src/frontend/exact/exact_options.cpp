@@ -67,6 +67,16 @@ tl::expected<std::vector<std::string>, refusal> values_of(const option_row& row,
     return values;
 }
 
+// What to do in place of a refused option; honest about an option that is not there yet either.
+std::string hint_of(const option_row& refused) {
+    std::string hint(refused.hint);
+    const option_row* const other = find_option(hint.substr(hint.rfind(' ') + 1));
+    if (other != nullptr && other->state == option_state::not_yet) {
+        hint += ", which is not there yet (not-yet)";
+    }
+    return hint;
+}
+
 class given_options {
   public:
     [[nodiscard]] status take(std::span<const std::string> words) {
@@ -77,8 +87,7 @@ class given_options {
             }
             words = words.subspan(1);
             if (row->state == option_state::refused) {
-                return refuse(std::string(row->name) +
-                              " is not taken with -exact: " + std::string(row->hint));
+                return refuse(std::string(row->name) + " is not taken with -exact: " + hint_of(*row));
             }
             if (!row->repeatable && has(row->id)) {
                 return refuse(std::string(row->name) + " is given twice");

@@ -5,6 +5,7 @@
 #include "exact/volume_table.h"
 #include "frontend/exact/copy_object.h"
 #include "frontend/exact/destination_path.h"
+#include "frontend/exact/exact_confinement.h"
 #include "frontend/exact/exact_copy.h"
 #include "frontend/exact/exact_help.h"
 #include "frontend/exact/exact_messages.h"
@@ -12,6 +13,7 @@
 #include "frontend/exact/log_path.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/console.h"
+#include "frontend/output/output_guard.h"
 #include "frontend/run_header.h"
 
 #include <array>
@@ -51,29 +53,22 @@ exit_status status_of(failure_code code, exit_status otherwise) {
 
 // The log may replace an earlier one and nothing else.
 tl::expected<void, ended> open_log(const exact_options& options, const arg_list& arguments,
-                                   const std::string& header, exact_messages& messages) {
+                                   const std::string& header, output_guard& guard, exact_messages& messages) {
     if (options.log_path.empty()) {
         return {};
     }
-    if (auto checked = check_log(options.log_path, options.source.paths, options.destination); !checked) {
+    if (auto checked = check_log(options.log_path, guard, options.destination); !checked) {
         return end_with(exit_status::refused, std::move(checked.error()));
     }
     if (!messages.open_log(options.log_path, joined_arguments(arguments, '"'), header)) {
         return end_with(exit_status::refused, {failure_code::create, "log " + shown_typed(options.log_path),
                                                "cannot be opened", std::nullopt});
     }
+    guard.protect_log(options.log_path);
     return {};
 }
 
-std::vector<std::string> protected_files_of(const exact_options& options) {
-    std::vector<std::string> files = options.source.paths;
-    if (!options.log_path.empty()) {
-        files.push_back(options.log_path);
-    }
-    return files;
-}
-
-tl::expected<void, ended> refuse_outputs(const exact_options& options) {
+tl::expected<void, ended> refuse_outputs(const exact_options& options, const output_guard& guard) {
     if (options.volumes) {
         return {};
     }
@@ -84,11 +79,17 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options) {
                         {failure_code::create, where::destination(shown_typed(target.directory)),
                          "clusters have no name; name the file", std::nullopt});
     }
-    // With -md5 the name is not known yet.
+    // With -md5 the name is not known yet. In a directory the volume may spell the name in another way; that
+    // is looked at again when it has said so.
     const destination known = options.md5 ? destination{target.directory, {}} : target;
-    auto checked = check_destination(known, options.overwrite, protected_files_of(options)).and_then([&] {
-        return check_object(*options.object);
-    });
+    auto checked = check_destination(known, options.overwrite, guard)
+                       .and_then([&] { return check_object(*options.object); })
+                       .and_then([&]() -> result<void> {
+                           const auto name = name_as_asked(*options.object);
+                           return known.name.empty() && !options.md5 && name
+                                      ? check_destination({target.directory, *name}, options.overwrite, guard)
+                                      : result<void>();
+                       });
     return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
 }
 
@@ -176,10 +177,11 @@ std::string outcome_text(const finished_copy& copy) {
 }
 
 tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& volume,
-                                          const exact_options& options, exact_messages& messages) {
+                                          const exact_options& options, const output_guard& guard,
+                                          exact_messages& messages) {
     notices told;
-    auto copied = copy_to_destination(volume, options, split_destination(options.destination),
-                                      protected_files_of(options), messages, told);
+    auto copied =
+        copy_to_destination(volume, options, split_destination(options.destination), guard, messages, told);
     if (source.has_changed()) {
         told.doubt("source-changed", where::source(source.shown_path), "changed while it was read");
     }
@@ -197,7 +199,8 @@ tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& v
     return told.in_doubt() ? exit_status::in_doubt : exit_status::complete;
 }
 
-tl::expected<exit_status, ended> read_and_copy(const exact_options& options, exact_messages& messages) {
+tl::expected<exit_status, ended> read_and_copy(const exact_options& options, const output_guard& guard,
+                                               exact_messages& messages) {
     notices told;
     auto source = open_source(options.source, told);
     if (!source) {
@@ -211,17 +214,27 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options, exa
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
     }
     return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
-        return copy_one(*source, *volume, options, messages);
+        return copy_one(*source, *volume, options, guard, messages);
     });
+}
+
+void give_up_rights(const exact_options& options, kernel_calls* kernel) {
+    if (kernel != nullptr) {
+        confine_files(files_needed_by(options), *kernel);
+        deny_calls(*kernel);
+    }
 }
 
 // Everything after the command line was understood.
 exit_status carry_out(const exact_options& options, const arg_list& arguments, const std::string& header,
-                      exact_messages& messages) {
+                      exact_messages& messages, kernel_calls* kernel) {
     messages.set_quiet(options.quiet);
-    const auto status = open_log(options, arguments, header, messages)
-                            .and_then([&] { return refuse_outputs(options); })
-                            .and_then([&] { return read_and_copy(options, messages); });
+    output_guard guard;
+    guard.add_sources(options.source.paths);
+    const auto status = open_log(options, arguments, header, guard, messages)
+                            .and_then([&] { return refuse_outputs(options, guard); })
+                            .map([&] { give_up_rights(options, kernel); })
+                            .and_then([&] { return read_and_copy(options, guard, messages); });
     if (!status) {
         messages.err(status.error().why.text());
     }
@@ -230,7 +243,7 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
 
 }  // namespace
 
-exit_status run_exact(const arg_list& arguments, const ql::time& started) {
+exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel_calls* kernel) {
     const auto options = parse_exact_options(arguments);
     if (options && options->help) {
         print_exact_help();
@@ -244,7 +257,7 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started) {
         messages.err(options.error().text);
         return exit_status::refused;
     }
-    const exit_status status = carry_out(*options, arguments, header, messages);
+    const exit_status status = carry_out(*options, arguments, header, messages, kernel);
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
     return status;
 }

@@ -1,8 +1,7 @@
 #include "frontend/exact/log_path.h"
 
 #include "exact/name_text.h"
-#include "frontend/output/output_guard.h"
-#include "frontend/source_files.h"
+#include "frontend/output/same_storage.h"
 
 #include <array>
 #include <fstream>
@@ -20,6 +19,12 @@ bool begins_as_log(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     file.read(head.data(), head.size());
     return std::string_view(head.data(), static_cast<std::size_t>(file.gcount())) == log_start;
+}
+
+bool are_one_file(const std::string& path, const std::string& other) {
+    const found_file found = look_up(path);
+    const found_file other_found = look_up(other);
+    return found.exists && other_found.exists && found.id == other_found.id;
 }
 
 // Why what exists at a path must stay; empty if a log may take its place.
@@ -42,18 +47,15 @@ std::string_view reason_to_stay(const std::string& path, output_verdict verdict)
 
 }  // namespace
 
-result<void> check_log(const std::string& path, const std::vector<std::string>& sources,
-                       const std::string& destination) {
+result<void> check_log(const std::string& path, const output_guard& guard, const std::string& destination) {
     const auto refused = [&path](std::string_view why) {
         return fail(failure_code::create, "log " + shown_typed(path), std::string(why));
     };
-    output_guard guard;
-    guard.add_sources(sources);
     const output_verdict verdict = guard.look_at(path, output_kind::log);
     if (verdict == output_verdict::source) {
         return refused("is the source");
     }
-    if (is_one_of(path, {destination})) {
+    if (are_one_file(path, destination)) {
         return refused("is the destination");
     }
     if (const std::string_view why = reason_to_stay(path, verdict); !why.empty()) {

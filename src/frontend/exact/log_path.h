@@ -5,16 +5,16 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "frontend/output/output_guard.h"
 
 #include <string>
-#include <vector>
 
 namespace quarry::exact {
 
 // Refuses a path that leads to the source or lies on it, to the destination as typed, to a block device, to a
 // file that is standard input, output or error, and to a file that holds something and does not begin as a
 // log does, with "->". Nothing is changed. Fails with create.
-[[nodiscard]] result<void> check_log(const std::string& path, const std::vector<std::string>& sources,
+[[nodiscard]] result<void> check_log(const std::string& path, const output_guard& guard,
                                      const std::string& destination);
 
 }  // namespace quarry::exact

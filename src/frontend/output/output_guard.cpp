@@ -107,6 +107,10 @@ bool output_guard::lies_on_source(const file_system_id& file_system) const {
     return lies;
 }
 
+bool output_guard::is_on_source(const std::string& directory) const {
+    return lies_on_source(look_up(directory).file_system);
+}
+
 bool output_guard::has_other_kind(const std::string& path, const found_file& found, output_kind kind) const {
     if (!m_tells_kinds || !is_copy_or_report(kind)) {
         return false;

@@ -49,6 +49,8 @@ class output_guard {
 
     // Whether a path may be opened for output, or a file be renamed to it. Nothing is opened or changed.
     [[nodiscard]] output_verdict look_at(const std::string& path, output_kind kind) const;
+    // True if a file that is made in a directory would be written to the source, whatever it is called.
+    [[nodiscard]] bool is_on_source(const std::string& directory) const;
     // An output of that kind was opened at, or renamed to, a path.
     void note(const std::string& path, output_kind kind);
     // The output at a path got another name.

@@ -19,6 +19,13 @@ using test::device_files;
 using test::temp_dir;
 using test::write_file;
 
+// True if a path leads to one of these files or devices.
+bool is_one_of(const std::string& path, const std::vector<std::string>& files) {
+    output_guard guard;
+    guard.add_sources(files);
+    return guard.look_at(path, output_kind::trial) == output_verdict::source;
+}
+
 class source_files_test : public testing::Test {
   protected:
     void SetUp() override {

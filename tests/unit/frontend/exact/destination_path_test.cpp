@@ -31,8 +31,14 @@ class destination_path : public testing::Test {
     void make_file(const std::string& name) const { std::ofstream(in_dir(name)) << "before"; }
 
     [[nodiscard]] std::string answer(const std::string& name, bool overwrite = false,
-                                     const std::vector<std::string>& protected_files = {}) const {
-        const auto checked = check_destination(split_destination(in_dir(name)), overwrite, protected_files);
+                                     const std::vector<std::string>& sources = {},
+                                     const std::string& log = {}) const {
+        output_guard guard;
+        guard.add_sources(sources);
+        if (!log.empty()) {
+            guard.protect_log(log);
+        }
+        const auto checked = check_destination(split_destination(in_dir(name)), overwrite, guard);
         return checked ? "good" : std::string(code_text(checked.error().code)) + ": " + checked.error().why;
     }
 
@@ -152,7 +158,10 @@ TEST_F(destination_path, a_file_of_the_run_is_refused_under_any_of_its_names) {
     fs::create_symlink(in_dir("source"), in_dir("link"));
     for (const std::string name : {"source", "same", "link"}) {
         EXPECT_EQ(answer(name, true, {in_dir("source")}),
-                  "exists: is a file of this run: a source or the log");
+                  "exists: is a file of this run: a source, the log or a standard stream");
+        EXPECT_EQ(answer(name, true, {}, in_dir("source")),
+                  name == "link" ? "exists: is a link"
+                                 : "exists: is a file of this run: a source, the log or a standard stream");
     }
     make_file("other");
     EXPECT_EQ(answer("other", true, {in_dir("source")}), "good");

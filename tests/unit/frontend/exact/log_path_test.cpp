@@ -18,7 +18,9 @@ class log_path : public testing::Test {
     void SetUp() override { write_file(m_dir / "source", to_bytes("->source")); }
 
     [[nodiscard]] std::string answer(const std::string& name) const {
-        const auto checked = check_log(m_dir / name, {m_dir / "source"}, m_dir / "destination");
+        output_guard guard;
+        guard.add_source(m_dir / "source");
+        const auto checked = check_log(m_dir / name, guard, m_dir / "destination");
         return checked ? "good" : std::string(code_text(checked.error().code)) + ": " + checked.error().why;
     }
     [[nodiscard]] std::string answer_over(std::string_view content) const {
@@ -53,7 +55,7 @@ TEST_F(log_path, is_neither_the_source_nor_the_destination) {
 }
 
 TEST_F(log_path, may_be_a_device_that_keeps_nothing) {
-    EXPECT_TRUE(check_log("/dev/null", {m_dir / "source"}, m_dir / "destination"));
+    EXPECT_TRUE(check_log("/dev/null", output_guard(), m_dir / "destination"));
 }
 
 }  // namespace quarry::test

@@ -1,0 +1,12 @@
+// What a run of the exact mode needs of the host once its log is open and its destination is not refused.
+#pragma once
+
+#include "frontend/confinement.h"
+#include "frontend/exact/exact_options.h"
+
+namespace quarry::exact {
+
+// The source for reading, and for writing the directory of the destination alone. The log is open already.
+[[nodiscard]] needed_files files_needed_by(const exact_options& options);
+
+}  // namespace quarry::exact
