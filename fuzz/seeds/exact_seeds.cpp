@@ -2,9 +2,11 @@
 #include "support/attribute_values.h"
 #include "support/index_builder.h"
 #include "support/lznt1_encoder.h"
+#include "support/lzx_builder.h"
 #include "support/mapping_pairs.h"
 #include "support/rich_volume.h"
 #include "support/sample_text.h"
+#include "support/xpress_builder.h"
 
 namespace quarry::fuzz {
 
@@ -65,6 +67,27 @@ void write_exact_parts_seeds(const seed_writer& seeds) {
     seeds.write("options",
                 chosen(5, to_bytes("-image\nd\n-offset\n0x1A\n-mft\n40-2\n-src\n:s\n-dst\no\n-raw")));
     seeds.write("slip", chosen(5, to_bytes("-imgae\nd")));
+}
+
+void write_system_compression_seeds(const seed_writer& seeds) {
+    // Kind of input, size less one, and the chunk or what follows the codes.
+    const auto chunk = [](std::uint8_t kind, std::size_t size, const bytes& stored) {
+        return concat({byte_writer().u8(0, kind).u16(1, size - 1).take(), stored});
+    };
+    const bytes text = to_bytes("abcdefg");
+    const bytes xpress = xpress_builder().literals(text).match(7, 10).match(3, 300).end().build();
+    seeds.write("xpress", chunk(0, 317, xpress));
+    seeds.write("xpress_items", chunk(1, 317, {xpress.begin() + 256, xpress.end()}));
+    lzx_builder blocks;
+    blocks.verbatim(107).literals(text).match(7, 90).recent(1, 10);
+    blocks.stored(text, 3, 5, 7).aligned(200).match(100, 190).recent(2, 10);
+    seeds.write("lzx", chunk(2, 314, blocks.build()));
+    seeds.write("lzx_stored", chunk(2, 7, lzx_builder().stored(text).build()));
+    seeds.write("lzx_verbatim_items", chunk(3, 40, from_hex("12 34 56 78 9A BC DE F0 12 34 56 78")));
+    seeds.write("lzx_aligned_items", chunk(4, 40, from_hex("12 34 56 78 9A BC DE F0 12 34 56 78")));
+    seeds.write("reparse_point", chunk(5, 1,
+                                       from_hex("17 00 00 80 10 00 00 00  01 00 00 00 02 00 00 00"
+                                                "01 00 00 00 01 00 00 00")));
 }
 
 }  // namespace quarry::fuzz

@@ -31,6 +31,7 @@ class seed_writer {
 void write_volume_seeds(const seed_writer& seeds);
 void write_exact_volume_seeds(const seed_writer& seeds);
 void write_exact_parts_seeds(const seed_writer& seeds);
+void write_system_compression_seeds(const seed_writer& seeds);
 void write_list_seeds(const seed_writer& seeds);
 void write_vmdk_file_seeds(const seed_writer& seeds);
 void write_vmdk_chain_seeds(const seed_writer& seeds);

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
         write_volume_seeds(seed_writer(corpus / "volume"));
         write_exact_volume_seeds(seed_writer(corpus / "exact_volume"));
         write_exact_parts_seeds(seed_writer(corpus / "exact_parts"));
+        write_system_compression_seeds(seed_writer(corpus / "system_compression"));
         write_list_seeds(seed_writer(corpus / "list"));
         write_vmdk_file_seeds(seed_writer(corpus / "vmdk_file"));
         write_vmdk_chain_seeds(seed_writer(corpus / "vmdk_chain"));

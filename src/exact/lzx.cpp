@@ -197,10 +197,18 @@ const char* lzx_decoder::decode_block(bit_words& bits_of_chunk, std::span<std::u
         // A main symbol, a length and the extra bits of a distance are 16 + 16 + 13 bits at most, or
         // 16 + 16 + 10 + 7.
         bits.fill();
-        const unsigned symbol = m_main.read(bits);
+        unsigned symbol = m_main.read(bits);
         if (symbol < byte_symbols) {
             plain[at++] = static_cast<std::uint8_t>(symbol);
-            continue;
+            if (at == end) {
+                break;
+            }
+            symbol = m_main.read(bits);
+            if (symbol < byte_symbols) {
+                plain[at++] = static_cast<std::uint8_t>(symbol);
+                continue;
+            }
+            bits.fill();
         }
         const unsigned match = symbol - unsigned{byte_symbols};
         std::size_t length = match & match_length_mask;

@@ -59,10 +59,10 @@ class prefix_code {
         if (rows != std::uint32_t{1} << longest) {
             return code_kind::wrong;
         }
+        // Symbols without a code come last, where nothing reads them.
+        place[0] = static_cast<std::uint16_t>(placed);
         for (std::size_t symbol = 0; symbol < symbols; ++symbol) {
-            if (lengths[symbol] != 0) {
-                m_sorted[place[lengths[symbol]]++] = static_cast<std::uint16_t>(symbol);
-            }
+            m_sorted[place[lengths[symbol]]++] = static_cast<std::uint16_t>(symbol);
         }
         fill_table(count);
         return code_kind::complete;

@@ -65,11 +65,19 @@ const char* xpress_decoder::decode_all(byte_view stored, std::span<std::uint8_t>
     bit_words bits(stored, table_bytes);
     // Each turn decodes a byte or more.
     for (std::size_t at = 0; at < plain.size();) {
+        // A byte and then a match are 15 + 15 + 15 bits at most, which one fill gives.
         bits.fill();
-        const unsigned symbol = m_code.read(bits);
+        unsigned symbol = m_code.read(bits);
         if (symbol < first_match) {
             plain[at++] = static_cast<std::uint8_t>(symbol);
-            continue;
+            if (at == plain.size()) {
+                break;
+            }
+            symbol = m_code.read(bits);
+            if (symbol < first_match) {
+                plain[at++] = static_cast<std::uint8_t>(symbol);
+                continue;
+            }
         }
         match found;
         if (const char* rule = read_length(bits, symbol, found.length)) {
