@@ -133,6 +133,26 @@ class Cases:
             "ntfscat": f"while read -r p; do ntfscat {image} $p > copy; done < {paths}",
         }, {"ntfscat": 20})
 
+    def exact(self):
+        """The exact mode beside the default and the others: a plain copy, compressed bytes, one name among many."""
+        size = 512 * MIB // self.scale
+        image, _ = self.volumes.get("md5", size + 256 * MIB, 4096, v.fill_contiguous(size))
+        self.bench.compare(f"{size // MIB} MiB with -exact", self.exact_commands(image, "/big.bin"),
+                           {"quarry": 0.95}, most_memory=32)
+        size = 256 * MIB // self.scale
+        image, _ = self.volumes.get("compressed", size + 128 * MIB, 4096, v.fill_compressed(size), "compression")
+        self.bench.compare(f"{size // MIB} MiB compressed with -exact", self.exact_commands(image, "/packed/text.log"),
+                           {"quarry": 1.0, "ntfscat": 8}, most_memory=32)
+        count = 100_000 // self.scale
+        image, _ = self.volumes.get("directory", 1 * GIB, 4096, v.fill_directory(count))
+        commands = self.exact_commands(image, f"/many/file{count - 1:06d}.txt")
+        self.bench.compare(f"one path among {count} with -exact", commands, {"ntfscat": 1.0}, most_memory=32)
+
+    def exact_commands(self, image, path):
+        copy = f"-image {image} -src {path} -dst copy -quiet"
+        return {"quarry -exact": f"{self.quarry} -exact {copy}", "quarry": f"{self.quarry} {copy}",
+                "ntfscat": f"ntfscat {image} {path} > copy"}
+
     def vmdk(self):
         size = 512 * MIB // self.scale
         image, _ = self.volumes.get("md5", size + 256 * MIB, 4096, v.fill_contiguous(size))
@@ -166,7 +186,8 @@ class Cases:
         }, {"dd of $SDS": 1 / 30}, most_memory=150)
 
 
-CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "vmdk", "vmdk_open", "security")
+CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "exact", "vmdk", "vmdk_open",
+         "security")
 
 
 def main():

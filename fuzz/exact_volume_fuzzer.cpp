@@ -1,5 +1,6 @@
 // Any bytes as a source with holes (see sparse_input.h), read by the exact mode: its partition table, the
-// volume at its start, every stream of the first entries, and names looked up through the indexes.
+// volume at its start, every stream of the first entries, and names looked up through the indexes, compared
+// with a walk over all of their keys.
 #include "disk/file_source.h"
 #include "exact/exact_volume.h"
 #include "exact/index_lookup.h"
@@ -12,9 +13,11 @@
 #include "support/memory_peak/memory_limit.h"
 
 #include <algorithm>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -64,6 +67,47 @@ void copy_stream(exact_volume& volume, const attribute_set& set, std::uint32_t t
     }
 }
 
+// Every key of an index, by a walk that asks each node and no order. False if a node is damaged or there are
+// too many.
+bool take_all_keys(const directory_index& index, const index_node& node, unsigned depth,
+                   std::vector<index_key>& keys, notices& told) {
+    constexpr unsigned deepest = 32;
+    constexpr std::size_t most_keys = 2000;
+    for (const index_node_entry& entry : node.entries) {
+        if (entry.child) {
+            const auto child = index.block(*entry.child, told);
+            if (depth == deepest || !child || !take_all_keys(index, *child, depth + 1, keys, told)) {
+                return false;
+            }
+        }
+        if (entry.key) {
+            keys.push_back(*entry.key);
+        }
+        if (keys.size() > most_keys) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A name in an index of which all keys are known and rise.
+void look_up_beside(const directory_index& index, const std::vector<index_key>& keys,
+                    const std::u16string& name) {
+    notices told;
+    const auto found = look_up(index, name, "/x", told);
+    const auto same =
+        std::find_if(keys.begin(), keys.end(), [&](const index_key& key) { return key.name == name; });
+    if (same != keys.end()) {
+        expect(found && found->name == name && found->file == same->file);
+        return;
+    }
+    const bool is_equal_to_one = std::any_of(keys.begin(), keys.end(), [&](const index_key& key) {
+        return index.letters().equal(key.name, name);
+    });
+    expect(!found || (is_equal_to_one && index.letters().equal(found->name, name)));
+    expect(is_equal_to_one || (!found && found.error().code == failure_code::name));
+}
+
 void look_up_names(exact_volume& volume, const attribute_set& directory) {
     notices told;
     const auto index = directory_index::open(volume, directory, told);
@@ -79,6 +123,22 @@ void look_up_names(exact_volume& volume, const attribute_set& directory) {
         }
     }
     static_cast<void>(look_up(*index, u"no such name", "/x", told));
+    std::vector<index_key> keys;
+    if (!root || !take_all_keys(*index, *root, 1, keys, told)) {
+        return;
+    }
+    const auto falls = [&](const index_key& one, const index_key& next) {
+        return !std::is_lt(collate(index->letters(), one.name, next.name));
+    };
+    if (std::adjacent_find(keys.begin(), keys.end(), falls) != keys.end()) {
+        return;
+    }
+    look_up_beside(*index, keys, u"no such name");
+    for (std::size_t i = 0; i < keys.size(); i += 1 + keys.size() / 8) {
+        look_up_beside(*index, keys, keys[i].name);
+        look_up_beside(*index, keys, index->letters().upper(keys[i].name));
+        look_up_beside(*index, keys, keys[i].name + u"x");
+    }
 }
 
 void look_at_entries(exact_volume& volume) {

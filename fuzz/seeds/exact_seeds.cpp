@@ -1,5 +1,7 @@
 #include "fuzz/seeds/seeds.h"
 #include "support/attribute_values.h"
+#include "support/disk_builder.h"
+#include "support/gpt_builder.h"
 #include "support/index_builder.h"
 #include "support/lznt1_encoder.h"
 #include "support/lzx_builder.h"
@@ -66,6 +68,19 @@ void write_exact_parts_seeds(const seed_writer& seeds) {
     seeds.write("windows_path", chosen(4, to_bytes("C:\\a\\b:c")));
     seeds.write("options",
                 chosen(5, to_bytes("-image\nd\n-offset\n0x1A\n-mft\n40-2\n-src\n:s\n-dst\no\n-raw")));
+    seeds.write("listing", chosen(5, to_bytes("-vmdk\na\n-list\n/\n-recurse\n-deleted")));
+    seeds.write("list", chosen(5, to_bytes("-image\nd\n-pipe\n-dst\no/\n-tree\n-zero_unreadable")));
+    // The second byte: sectors of 512 bytes, said or found out.
+    disk_builder with_gpt(160);
+    put_whole_gpt(with_gpt, {.partitions = {{.first = 64, .last = 79}, {.first = 80, .last = 95}}}, 512);
+    with_gpt.put(64, ntfs_boot_sector(16));
+    seeds.write("gpt", chosen(6, concat({{0}, with_gpt.image()})));
+    disk_builder with_chain(64);
+    with_chain.table(0, {{.type = 0x07, .first = 8, .count = 8}, {.type = 0x05, .first = 24, .count = 40}});
+    with_chain.table(24, {{.type = 0x07, .first = 2, .count = 8}, {.type = 0x05, .first = 16, .count = 16}});
+    with_chain.table(40, {{.type = 0x07, .first = 2, .count = 8}});
+    with_chain.put(8, ntfs_boot_sector(8));
+    seeds.write("chain", chosen(6, concat({{1}, with_chain.image()})));
     seeds.write("slip", chosen(5, to_bytes("-imgae\nd")));
 }
 

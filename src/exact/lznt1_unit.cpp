@@ -73,16 +73,16 @@ struct place_in_chunk {
     }
 };
 
-// Takes items as long as none of them needs a closer look, which is most of a text: not near the end of the
-// payload or of the chunk, tokens that split as at the start, repeats of no more than a stride from no nearer
-// than a stride. `split` is that of the place. Nothing is tested twice: what is not taken here is left to
-// decode_payload.
+// Takes items as long as none of them needs a closer look, which is most of a text: not near the start of the
+// chunk, nor near the end of the payload or of the chunk, tokens that split as at the start, repeats from no
+// nearer than a stride. `split` is that of the place. Nothing is tested twice: what is not taken here is left
+// to decode_payload.
 place_in_chunk take_ordinary_items(place_in_chunk at, const std::uint8_t* end, std::uint8_t* plain,
                                    const token_split split) {
     // A flag byte, eight tokens, and a copy of eight literals from the last of them on.
     constexpr std::ptrdiff_t longest_group = 1 + 2 * items_of_group + items_of_group;
     const std::size_t last_out = std::min(split.last_position(), lznt1_chunk_size - stride);
-    if (end - at.in < longest_group) {
+    if (end - at.in < longest_group || at.out < stride) {
         return at;
     }
     // Each turn takes a row of literals and the token after it, or is the last.
@@ -101,10 +101,19 @@ place_in_chunk take_ordinary_items(place_in_chunk at, const std::uint8_t* end, s
         }
         const std::size_t back = split.back(at.token());
         const std::size_t length = split.length(at.token());
-        if (length > stride || back < stride || back > at.out) {
+        // Too near and ahead of the chunk in one comparison: what is too near wraps.
+        if (back - stride > at.out - stride) {
             break;
         }
         std::memcpy(plain + at.out, plain + (at.out - back), stride);
+        if (length > stride) {
+            if (length > last_out - at.out) {
+                break;
+            }
+            for (std::size_t done = stride; done < length; done += stride) {
+                std::memcpy(plain + at.out + done, plain + (at.out + done - back), stride);
+            }
+        }
         at.pass_token(length);
     }
     return at;

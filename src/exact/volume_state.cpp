@@ -105,8 +105,10 @@ bool is_blank(const mft& table, const stored_stream& journal) {
     const std::uint64_t end = std::min(journal.size(), most);
     for (std::uint64_t at = 0; at < end; at += block.size()) {
         block.resize(static_cast<std::size_t>(std::min(end - at, largest_page)));
-        if (!journal.read(table.volume(), block, at) ||
-            !std::all_of(block.begin(), block.end(), [](std::uint8_t byte) { return byte == 0xFF; })) {
+        // Each byte is the one before it: a comparison that the library makes many bytes at a time. Journals
+        // that were never used have up to 64 MiB.
+        if (!journal.read(table.volume(), block, at) || block.front() != 0xFF ||
+            !std::equal(block.begin() + 1, block.end(), block.begin())) {
             return false;
         }
     }
