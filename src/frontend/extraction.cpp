@@ -7,7 +7,6 @@
 #include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
-#include "report/security_cache.h"
 #include "volume/mft_entries.h"
 #include "volume/ntfs_open.h"
 #include "volume/stream_pump.h"
@@ -46,34 +45,31 @@ std::uint8_t source_type_of(copy_job& job) {
     return begins_as_device_name(job.partition) ? device_name_source : path_source;
 }
 
-// Who owns what is a matter of reports, and nothing else asks for it: a copy alone is spared the reading of
-// all descriptors of the volume.
-security_loader loader_for(const copy_job& job) {
-    return job.meta.empty() ? nullptr : load_security_cache;
-}
+// No report prints what the descriptors of a volume say, so no copy has them read.
+constexpr security_loader no_descriptors = nullptr;
 
 bool open_source(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opts) {
     const auto offset = static_cast<unsigned long long>(job.volume_offset);
-    const security_loader loader = loader_for(job);
     if (!job.vmdk_list.empty()) {
         std::vector<std::string> names;
         std::string text;
         static_cast<void>(narrow_all(names, job.vmdk_list));
         join(text, names, ";", false);
         opts.log("info: pNTFS vm:%s:0x%llx", text.c_str(), offset);
-        return open_by_vmdk(job.vmdk_list, static_cast<std::int64_t>(job.volume_offset), ntfs, false, loader);
+        return open_by_vmdk(job.vmdk_list, static_cast<std::int64_t>(job.volume_offset), ntfs, false,
+                            no_descriptors);
     }
     if (!job.image.empty()) {
         opts.log("info: pNTFS img:%s:0x%llx", narrow(job.image).c_str(), offset);
-        return open_by_image(job.image, job.volume_offset, ntfs, false, loader);
+        return open_by_image(job.image, job.volume_offset, ntfs, false, no_descriptors);
     }
     if (job.drive != -1) {
         opts.log("info: pNTFS drv:%d:0x%llx", job.drive, offset);
-        return open_by_drive(job.drive, job.volume_offset, ntfs, false, loader);
+        return open_by_drive(job.drive, job.volume_offset, ntfs, false, no_descriptors);
     }
     const std::uint8_t type = source_type_of(job);
     opts.log("info: pNTFS part:%s, type:%d", narrow(job.partition).c_str(), type);
-    return open_by_partition(job.partition, ntfs, false, type, loader);
+    return open_by_partition(job.partition, ntfs, false, type, no_descriptors);
 }
 
 bool open_volume(std::unique_ptr<CNtfs>& ntfs, copy_job& job, cmd_params& opts) {

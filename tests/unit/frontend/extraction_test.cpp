@@ -1,5 +1,7 @@
 #include "frontend/extraction.h"
 
+#include "support/reading_calls.h"
+#include "support/requirements.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
@@ -166,6 +168,22 @@ TEST_F(extraction_test, a_report_is_written_for_any_entry_that_has_attributes) {
     EXPECT_TRUE(copy());
     EXPECT_FALSE(fs::exists(dir / "o"));
     EXPECT_EQ(text("report").substr(0, 15), "\\a.txt:nosuch\n\n");
+}
+
+TEST_F(extraction_test, a_report_reads_no_descriptors_since_it_prints_none) {
+    test::volume_builder volume;
+    volume.add_file("a.txt").data("text");
+    // 16 MiB, which no read of records comes near to.
+    volume.add_file_at(9, "$Secure").stream("$SDS", test::bytes(std::size_t{16} << 20));
+    volume.file(6).security_id(0x100);
+    use(volume);
+    job.src = L"/a.txt";
+    job.meta = (dir / "report").wstring();
+    QUARRY_NEEDS(test::bytes_read() != 0, "the system does not count what is read");
+    const std::uint64_t before = test::bytes_read();
+    EXPECT_TRUE(copy());
+    EXPECT_LT(test::bytes_read() - before, std::uint64_t{4} << 20);
+    EXPECT_EQ(text("o"), "text");
 }
 
 TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
