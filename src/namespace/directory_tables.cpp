@@ -92,7 +92,7 @@ class name_filler {
         }
         const file_record header(m_record);
         if (header.is_directory()) {
-            m_ntfs.m_path_cache.add(child, m_directory, !header.in_use());
+            m_ntfs.m_path_cache.remember(child, m_directory, !header.in_use());
             m_source_bytes.take(limits::source_bytes_of_directory);
         }
     }

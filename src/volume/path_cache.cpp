@@ -91,6 +91,18 @@ dir_cache_entry& path_cache::add(std::uint64_t directory, std::uint64_t parent, 
     return entry;
 }
 
+void path_cache::remember(std::uint64_t directory, std::uint64_t parent, bool deleted) {
+    if (m_directories.count(directory) != 0) {
+        return;
+    }
+    if (m_memory.left() < bytes_of_directory && m_content_memory != 0) {
+        drop_contents();
+    }
+    if (m_memory.left() >= bytes_of_directory) {
+        add(directory, parent, deleted);
+    }
+}
+
 void path_cache::set_limits(std::uint64_t memory, std::uint64_t read_bytes) {
     m_has_limits = true;
     m_reads = read_budgets(read_bytes);
@@ -103,6 +115,7 @@ void path_cache::keep(dir_cache_entry& directory, std::unique_ptr<const director
     const std::uint64_t memory = content->memory();
     make_room(memory, directory);
     pay(memory);
+    m_content_memory += memory;
     directory.m_entered = true;
     directory.m_content = std::move(content);
 }
@@ -122,7 +135,16 @@ void path_cache::pay(std::uint64_t amount) {
 void path_cache::count_anew() {
     m_memory = budget(m_memory_limit);
     m_memory_taken = 0;
+    m_content_memory = 0;
     pay(m_directories.size() * bytes_of_directory + m_without_children.size() * bytes_of_number);
+}
+
+// Of those that were looked into, it stays known that they were.
+void path_cache::drop_contents() {
+    for (auto& [number, entry] : m_directories) {
+        entry.m_content.reset();
+    }
+    count_anew();
 }
 
 // Drops what is known of other directories if there is no room for `wanted` bytes: first what was read of
@@ -131,11 +153,8 @@ void path_cache::make_room(std::uint64_t wanted, const dir_cache_entry& for_whom
     if (wanted <= m_memory.left()) {
         return;
     }
-    for (auto& [number, entry] : m_directories) {
-        entry.m_content.reset();
-    }
-    count_anew();
-    if (m_memory.spent()) {
+    drop_contents();
+    if (m_memory.left() < bytes_of_directory) {
         m_without_children.clear();
         std::erase_if(m_directories, [&](const auto& known) { return &known.second != &for_whom; });
         count_anew();

@@ -6,7 +6,8 @@
 //
 // All tables together are paid out of the memory that the volume has for its caches. When it is spent, the
 // tables of all other directories give way to those of the one that is looked into. They are read again when
-// they are needed, and the log has the same lines as if they had stayed.
+// they are needed, and the log has the same lines as if they had stayed. Directories that were only met, as
+// children of another one, are remembered as long as there is memory for their entries.
 #pragma once
 
 #include "foundation/budget.h"
@@ -112,8 +113,12 @@ class path_cache {
 
     // The entry of a directory; null if the cache has none.
     [[nodiscard]] dir_cache_entry* find(std::uint64_t directory);
-    // Adds a directory that was not looked into; one that is known stays as it is.
+    // Adds a directory that is to be looked into; one that is known stays as it is.
     dir_cache_entry& add(std::uint64_t directory, std::uint64_t parent, bool deleted);
+    // Adds a directory that was met in another one. If there is no memory left for it, what was read of
+    // directories gives way; if there is still none it is not added, and is later read like one that was
+    // never met.
+    void remember(std::uint64_t directory, std::uint64_t parent, bool deleted);
     // Keeps what was read of a directory, at the expense of other directories if need be. Entries of others
     // may be gone afterwards.
     void keep(dir_cache_entry& directory, std::unique_ptr<const directory_content> content);
@@ -135,6 +140,7 @@ class path_cache {
   private:
     void pay(std::uint64_t amount);
     void count_anew();
+    void drop_contents();
     void make_room(std::uint64_t wanted, const dir_cache_entry& for_whom);
 
     std::map<std::uint64_t, dir_cache_entry> m_directories;
@@ -144,6 +150,8 @@ class path_cache {
     std::uint64_t m_memory_limit = budget::unlimited;
     budget m_memory{budget::unlimited};
     std::uint64_t m_memory_taken = 0;
+    // The part of it that what was read of directories takes.
+    std::uint64_t m_content_memory = 0;
 };
 
 }  // namespace quarry

@@ -506,6 +506,49 @@ TEST_F(PathResolution, InADirectoryThatWasDroppedFromTheCacheFindsTheSameWithThe
     }
 }
 
+// Looks at the memory of a cache with each line that it takes.
+class memory_watching_log : public capturing_log {
+  public:
+    explicit memory_watching_log(const path_cache& cache) : m_cache(cache) {}
+    std::uint64_t most = 0;
+
+  protected:
+    void write_log_line(const std::string& text) override {
+        capturing_log::write_log_line(text);
+        most = std::max(most, m_cache.memory());
+    }
+
+  private:
+    const path_cache& m_cache;
+};
+
+// A file system of nothing but directories: their names cost little, what is remembered of each of them more.
+TEST(PathResolutionInLittleMemory, of_many_directories_keeps_no_more_than_the_cache_may_hold) {
+    volume_builder volume({.mft_entries = 300});
+    file_builder& many = volume.add_directory("many").index_in_blocks();
+    for (int i = 0; i < 200; ++i) {
+        volume.add_directory("d" + std::to_string(i), many.entry());
+    }
+    volume.add_file("file", volume.add_directory("d200", many.entry()).entry());
+    // Its record cannot be read, which gives a line when all others have been read.
+    many.extra_entry(name_entry(reference(299, 1), {.name = "unused"}));
+    opened_volume opened(volume);
+    const lookup kept = resolve(&opened.ntfs(), LR"(\many\d200\file)");
+    ASSERT_TRUE(kept.found);
+    EXPECT_GT(opened->m_path_cache.memory(), 12000U);
+    opened->m_path_cache.clear();
+    opened->m_path_cache.set_limits(12000, budget::unlimited);
+    memory_watching_log log(opened->m_path_cache);
+    std::uint64_t entry = 0;
+    std::uint64_t parent = 0;
+    std::wstring found_path;
+    std::wstring path = LR"(\many\d200\file)";
+    EXPECT_TRUE(resolve_path(entry, parent, found_path, &opened.ntfs(), path, true, log));
+    EXPECT_EQ(entry, kept.entry);
+    EXPECT_EQ(log.lines, kept.log);
+    EXPECT_LE(log.most, 12000U);
+}
+
 TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
     const std::uint64_t outer = m_volume.add_directory("Outer").entry();
     m_volume.add_directory("Gone").deleted_but_indexed();

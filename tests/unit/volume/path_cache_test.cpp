@@ -130,6 +130,43 @@ TEST(PathCache, ForgetsDirectoriesWhenTheirNumbersAloneFillItsMemory) {
     EXPECT_LE(cache.memory(), 200'000u);
 }
 
+TEST(PathCache, remembers_directories_as_long_as_there_is_memory_for_them) {
+    path_cache cache;
+    cache.set_limits(200'000, 0);
+    for (std::uint64_t directory = 1; directory <= 5000; ++directory) {
+        cache.remember(directory, 5, directory % 2 == 0);
+        ASSERT_LE(cache.memory(), 200'000U);
+    }
+    // An entry takes 50 to 200 bytes.
+    EXPECT_GT(cache.directories().size(), 1000U);
+    EXPECT_LT(cache.directories().size(), 4000U);
+    EXPECT_TRUE(cache.find(2)->m_deleted);
+    EXPECT_EQ(cache.find(5000), nullptr);
+}
+
+TEST(PathCache, drops_what_was_read_before_it_stops_remembering_directories) {
+    path_cache cache;
+    cache.set_limits(200'000, 0);
+    cache.keep(cache.add(1, 5, false), content_of(1));
+    ASSERT_NE(cache.find(1)->m_content, nullptr);
+    // What was read leaves less than 100,000 bytes, and each entry takes more than 50.
+    for (std::uint64_t directory = 10; directory < 2010; ++directory) {
+        cache.remember(directory, 5, false);
+        ASSERT_LE(cache.memory(), 200'000U);
+    }
+    EXPECT_NE(cache.find(2009), nullptr);
+    EXPECT_EQ(cache.find(1)->m_content, nullptr);
+    EXPECT_TRUE(cache.find(1)->m_entered);
+}
+
+TEST(PathCache, remembers_a_directory_as_it_was_first_met) {
+    path_cache cache;
+    cache.remember(24, 5, true);
+    cache.remember(24, 7, false);
+    EXPECT_EQ(cache.find(24)->m_parent, 5U);
+    EXPECT_TRUE(cache.find(24)->m_deleted);
+}
+
 TEST(PathCache, AddsADirectoryOnce) {
     path_cache cache;
     cache.add(24, 5, true);
