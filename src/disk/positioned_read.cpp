@@ -1,5 +1,7 @@
 #include "disk/positioned_read.h"
 
+#include "foundation/descriptor_io.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <limits>
@@ -17,11 +19,8 @@ ssize_t read_once(int descriptor, std::span<std::uint8_t> buffer, std::uint64_t 
         errno = EINVAL;
         return -1;
     }
-    ssize_t count = 0;
-    do {
-        count = ::pread(descriptor, buffer.data(), buffer.size(), static_cast<off_t>(offset));
-    } while (count == -1 && errno == EINTR);
-    return count;
+    return uninterrupted(
+        [&] { return ::pread(descriptor, buffer.data(), buffer.size(), static_cast<off_t>(offset)); });
 }
 
 }  // namespace

@@ -2,24 +2,21 @@
 
 #include "disk/partition_reader.h"
 #include "disk/partition_types.h"
+#include "foundation/hexadecimal.h"
 #include "foundation/ql_string.h"
 
 #include <limits>
-#include <sstream>
 
 namespace quarry {
 
 namespace {
 
-// Lower-case digits without padding, whatever the state of the stream that they go to.
-std::string hex(std::uint64_t value) {
-    std::ostringstream text;
-    text << "0x" << std::hex << value;
-    return text.str();
+std::string offset_text(std::uint64_t offset) {
+    return "0x" + hex(offset, 1);
 }
 
 void tell_out_of_bounds(std::ostream& stream, std::uint64_t offset) {
-    stream << "volume offset " + hex(offset) + " is not within image bounds\n";
+    stream << "volume offset " + offset_text(offset) + " is not within image bounds\n";
 }
 
 // Reads the table, by a search where there is none. True: the list is not empty, or `bare_ntfs` is set for a
@@ -51,12 +48,12 @@ verdict judge(std::ostream& stream, const partition_stats& record, std::uint64_t
               bool ignore_image_size) {
     const std::uint64_t offset = record.byte_offset();
     if (!is_ntfs_type(record.m_partition_type)) {
-        stream << "volume offset selected " + hex(offset) + " is not a NTFS partition, but [" +
+        stream << "volume offset selected " + offset_text(offset) + " is not a NTFS partition, but [" +
                       partition_type_name(record.m_partition_type) + "]\n";
         return verdict::not_ntfs;
     }
     if (size < record.byte_end() && !ignore_image_size) {
-        stream << "volume offset " + hex(offset) +
+        stream << "volume offset " + offset_text(offset) +
                       " is a NTFS partition, however image size does not encapsulate entire volume\n";
         return verdict::refused;
     }
@@ -71,8 +68,8 @@ void show_table(std::ostream& stream, const partition_list& list, std::uint64_t 
     stream << "\n";
     for (const partition_stats& record : list) {
         offset = record.byte_offset();
-        stream << "volume offset [ " + hex(offset) + " ] : " + partition_type_name(record.m_partition_type) +
-                      "\n";
+        stream << "volume offset [ " + offset_text(offset) +
+                      " ] : " + partition_type_name(record.m_partition_type) + "\n";
     }
     stream << "\n";
     if (suggestion == 0) {
@@ -80,7 +77,7 @@ void show_table(std::ostream& stream, const partition_list& list, std::uint64_t 
         return;
     }
     offset = suggestion;
-    stream << "use option [-offset " + hex(offset) + "]\n";
+    stream << "use option [-offset " + offset_text(offset) + "]\n";
 }
 
 bool offsets_on(RAW_DISK_IO& disk, std::size_t most_partitions, std::vector<std::uint64_t>& offsets) {

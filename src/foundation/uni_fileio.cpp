@@ -1,5 +1,6 @@
 #include "foundation/uni_fileio.h"
 
+#include "foundation/descriptor_io.h"
 #include "foundation/ql_string.h"
 
 #include <algorithm>
@@ -28,26 +29,8 @@ bool is_pipe_or_socket(::mode_t mode) {
     return (mode & 0x1000) != 0 || (mode & 0xC000) == 0xC000;
 }
 
-// Repeats a system call that a signal interrupted.
-template <typename Call>
-auto uninterrupted(Call call) {
-    auto result = call();
-    while (result == -1 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
-
-bool write_bytes(int fd, const std::uint8_t* bytes, std::size_t length) {
-    while (length != 0) {
-        const ssize_t written = uninterrupted([&] { return ::write(fd, bytes, length); });
-        if (written <= 0) {
-            return false;
-        }
-        bytes += written;
-        length -= static_cast<std::size_t>(written);
-    }
-    return true;
+bool write_bytes(int fd, const void* bytes, std::size_t length) {
+    return quarry::write_whole(fd, bytes, length) == 0;
 }
 
 }  // namespace
@@ -58,7 +41,7 @@ int open_file(const std::string& path, int flags, ::mode_t mode) {
     }
     // Without O_NONBLOCK the open of a FIFO would wait for its other end before its kind can be looked at.
     const int fd =
-        uninterrupted([&] { return ::open64(path.c_str(), flags | O_LARGEFILE | O_NONBLOCK, mode); });
+        quarry::uninterrupted([&] { return ::open64(path.c_str(), flags | O_LARGEFILE | O_NONBLOCK, mode); });
     if (fd == -1) {
         return -1;
     }
@@ -130,8 +113,7 @@ bool fileio::usable(const void* bytes) const {
 }
 
 bool fileio::write_file(const void* bytes, std::size_t length, std::int64_t offset, int whence) {
-    if (::lseek64(m_fd, offset, whence) == -1 ||
-        !write_bytes(m_fd, static_cast<const std::uint8_t*>(bytes), length)) {
+    if (::lseek64(m_fd, offset, whence) == -1 || !write_bytes(m_fd, bytes, length)) {
         return false;
     }
     m_size = static_cast<std::uint64_t>(std::max<off64_t>(::lseek64(m_fd, 0, SEEK_END), 0));
@@ -193,7 +175,7 @@ std::uint64_t fileio::bytes_from(std::uint64_t offset, std::uint64_t length) {
 std::size_t fileio::read_portion(std::uint8_t* buffer, std::size_t length, std::uint64_t offset) {
     std::size_t done = 0;
     while (done < length) {
-        const ssize_t count = uninterrupted([&] {
+        const ssize_t count = quarry::uninterrupted([&] {
             return ::pread64(m_fd, buffer + done, length - done, static_cast<off64_t>(offset + done));
         });
         if (count <= 0) {
@@ -263,7 +245,7 @@ bool fileio::write_all(const void* bytes, std::size_t length) {
     if (!usable(bytes) || m_in_memory) {
         return false;
     }
-    return write_bytes(m_fd, static_cast<const std::uint8_t*>(bytes), length);
+    return write_bytes(m_fd, bytes, length);
 }
 
 std::uint64_t fileio::size() {

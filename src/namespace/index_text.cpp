@@ -1,5 +1,6 @@
 #include "namespace/index_text.h"
 
+#include "foundation/hexadecimal.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_time.h"
 #include "foundation/ql_time_format.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iomanip>
 #include <sstream>
 #include <string>
 
@@ -29,26 +29,17 @@ struct printed_index {
     entry_printer print;
 };
 
-struct hex {
-    std::uint64_t value;
-    int digits;
-};
-
-std::ostream& operator<<(std::ostream& out, const hex& number) {
-    return out << "0x" << std::setw(number.digits) << number.value;
+std::string hex_4(std::uint64_t value) {
+    return "0x" + hex(value, 4);
 }
-
-hex hex_4(std::uint64_t value) {
-    return {value, 4};
+std::string hex_8(std::uint64_t value) {
+    return "0x" + hex(value, 8);
 }
-hex hex_8(std::uint64_t value) {
-    return {value, 8};
+std::string hex_12(std::uint64_t value) {
+    return "0x" + hex(value, 12);
 }
-hex hex_12(std::uint64_t value) {
-    return {value, 12};
-}
-hex hex_16(std::uint64_t value) {
-    return {value, 16};
+std::string hex_16(std::uint64_t value) {
+    return "0x" + hex(value, 16);
 }
 
 std::string guid_text(byte_view bytes) {
@@ -123,7 +114,6 @@ constexpr std::array<printed_index, 4> view_indexes = {{
 
 void print_line(std::ostream& out, const printed_index& index, const index_entry& entry, bool with_heading) {
     std::ostringstream line;
-    line << std::hex << std::setfill('0');
     if (with_heading) {
         line << index.heading << "\n\n";
     }

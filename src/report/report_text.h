@@ -2,17 +2,16 @@
 // attributes.
 #pragma once
 
+#include "foundation/hexadecimal.h"
+
 #include <cstdint>
 #include <string>
 
 namespace quarry {
 
-// Lower-case hexadecimal with at least `digits` digits (at most 16), zeros in front, without "0x".
-[[nodiscard]] std::string hex(std::uint64_t value, unsigned digits);
-// The same, and behind it the decimal number: "0010 [16]".
+// A number as hexadecimal text of at least `digits` digits, then as a decimal one: "0010 [16]".
 [[nodiscard]] std::string hex_and_decimal(std::uint64_t value, unsigned digits);
-// A place on the source: its bytes, and what they are in sectors. " bytes [0x800 sectors]" behind twelve
-// digits.
+// A place on the source in bytes and in sectors: twelve digits, then " bytes [0x800 sectors]".
 [[nodiscard]] std::string bytes_and_sectors(std::uint64_t bytes, std::uint32_t bytes_per_sector);
 
 // The words for the attribute bits of a file with ", " between them; "none set" for no bit, "unk" if no bit

@@ -1,12 +1,11 @@
 #include "volume/entry_record.h"
 
+#include "foundation/hexadecimal.h"
 #include "foundation/ql_string.h"
 #include "volume/attribute_values.h"
 #include "volume/file_record.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
 #include <optional>
 
 namespace quarry {
@@ -14,12 +13,6 @@ namespace quarry {
 namespace {
 
 constexpr std::size_t index_root_header_size = 16;
-
-std::string hexadecimal(std::uint64_t number) {
-    std::array<char, 17> text{};
-    std::snprintf(text.data(), text.size(), "%08" PRIx64, number);
-    return text.data();
-}
 
 // The attribute's name; empty if it has none, or one that does not lie in the record.
 //
@@ -228,7 +221,7 @@ bool keep_by_kind(entry_record& record, const attribute& at, const std::wstring&
 }  // namespace
 
 std::string file_name_key(std::uint64_t parent_entry, const std::string& name, std::uint64_t entry) {
-    return hexadecimal(parent_entry) + "_" + name + "_" + hexadecimal(entry);
+    return hex(parent_entry, 8) + "_" + name + "_" + hex(entry, 8);
 }
 
 bool categorize_attribute(entry_record& record, std::uint64_t entry, const attribute& at, bool& is_list) {

@@ -1,6 +1,7 @@
 #include "frontend/exact/sealed_file.h"
 
 #include "exact/name_text.h"
+#include "foundation/descriptor_io.h"
 #include "frontend/output/exclusive_file.h"
 #include "frontend/output/leftover.h"
 
@@ -27,16 +28,6 @@ constexpr std::array<std::uint8_t, sealed_file::hole_block> zeros{};
 
 bool all_zeros(std::span<const std::uint8_t> bytes) {
     return bytes.size() <= zeros.size() && std::memcmp(bytes.data(), zeros.data(), bytes.size()) == 0;
-}
-
-// A call that a signal may interrupt, until it is through.
-template <typename Call>
-auto uninterrupted(Call call) {
-    auto answer = call();
-    while (answer < 0 && errno == EINTR) {
-        answer = call();
-    }
-    return answer;
 }
 
 // Gives a file a name that nobody else has: 0, or the error number.
@@ -136,12 +127,8 @@ result<void> sealed_file::create(std::uint64_t size) {
 }
 
 result<void> sealed_file::write_all(std::span<const std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const auto written = uninterrupted([&] { return ::write(m_fd, bytes.data(), bytes.size()); });
-        if (written <= 0) {
-            return failed(failure_code::write, written < 0 ? errno : ENOSPC);
-        }
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
+    if (const int error = write_whole(m_fd, bytes.data(), bytes.size()); error != 0) {
+        return failed(failure_code::write, error);
     }
     return {};
 }

@@ -1,5 +1,6 @@
 #include "frontend/output/exclusive_file.h"
 
+#include "foundation/descriptor_io.h"
 #include "frontend/output/leftover.h"
 #include "frontend/output/output_file.h"
 
@@ -68,15 +69,7 @@ bool exclusive_file::descriptor_buffer::close() {
 }
 
 bool exclusive_file::descriptor_buffer::write_all(const char* from, const char* end) const {
-    while (from < end) {
-        const ::ssize_t written = ::write(m_fd, from, static_cast<std::size_t>(end - from));
-        if (written > 0) {
-            from += written;
-        } else if (written == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
+    return write_whole(m_fd, from, static_cast<std::size_t>(end - from)) == 0;
 }
 
 int exclusive_file::descriptor_buffer::sync() {

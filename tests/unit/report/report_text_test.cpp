@@ -8,20 +8,6 @@
 namespace quarry {
 namespace {
 
-TEST(ReportNumbers, HexadecimalIsLowerCaseAndFilledWithZeros) {
-    EXPECT_EQ(hex(0, 8), "00000000");
-    EXPECT_EQ(hex(0xABCDEF, 8), "00abcdef");
-    EXPECT_EQ(hex(0x12345678, 8), "12345678");
-    EXPECT_EQ(hex(0, 1), "0");
-    EXPECT_EQ(hex(0x1F, 1), "1f");
-}
-
-TEST(ReportNumbers, LongerValuesPrintMoreDigits) {
-    EXPECT_EQ(hex(0x123456789, 8), "123456789");
-    EXPECT_EQ(hex(0xFFFFFFFFFFFFFFFF, 4), "ffffffffffffffff");
-    EXPECT_EQ(hex(0xFFFFFFFFFFFFFFFF, 16), "ffffffffffffffff");
-}
-
 TEST(ReportNumbers, TheDecimalTwinHasNoMinimumWidth) {
     EXPECT_EQ(hex_and_decimal(0, 4), "0000 [0]");
     EXPECT_EQ(hex_and_decimal(0x12345, 4), "12345 [74565]");
