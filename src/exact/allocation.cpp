@@ -1,6 +1,7 @@
 #include "exact/allocation.h"
 
 #include "exact/attribute_set.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 #include <bit>
@@ -23,7 +24,7 @@ std::uint8_t mask_of(std::uint64_t begin, std::uint64_t end) {
 
 result<allocation> allocation::open(const mft& table, notices& told) {
     const geometry& shape = table.volume().shape();
-    return table.read_system(entry, told)
+    return table.read_system(bitmap_entry, told)
         .and_then([&](record found) { return attribute_set::of(table, std::move(found), told); })
         .and_then([&](const attribute_set& set) { return set.stored(shape, attr_data, {}); })
         .and_then([&](stored_stream stored) -> result<allocation> {

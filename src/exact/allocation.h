@@ -18,8 +18,6 @@ namespace quarry::exact {
 
 class allocation {
   public:
-    static constexpr std::uint64_t entry = 6;
-
     // Finds the bitmap; its bits are read when they are asked for. Fails with sizes if it has fewer bits than
     // the volume has clusters.
     [[nodiscard]] static result<allocation> open(const mft& table, notices& told);

@@ -10,9 +10,6 @@ namespace {
 
 constexpr std::uint32_t node_header_size = 16;
 constexpr std::uint32_t smallest_entry = 16;
-constexpr std::uint32_t file_name_header_size = 66;
-constexpr std::uint16_t entry_has_child = 1;
-constexpr std::uint16_t entry_is_last = 2;
 
 class node_reader {
   public:
@@ -90,7 +87,7 @@ class node_reader {
         }
         const index_entry on_disk(m_bytes.clipped(offset, used - offset));
         m_length = on_disk.length();
-        const bool has_child = (on_disk.flags() & entry_has_child) != 0;
+        const bool has_child = (on_disk.flags() & index_entry_has_sub_node) != 0;
         const std::uint32_t overhead = smallest_entry + (has_child ? 8 : 0);
         if (m_length < overhead || m_length % 8 != 0 || m_length > used - offset) {
             return broken_entry(offset, "has a length of " + std::to_string(m_length));
@@ -102,13 +99,13 @@ class node_reader {
         if (has_child) {
             entry.child = m_bytes.u64_or_zero(offset + m_length - 8);
         }
-        if ((on_disk.flags() & entry_is_last) != 0) {
+        if ((on_disk.flags() & index_entry_last) != 0) {
             return entry;
         }
         const file_name_value key(on_disk.key().clipped(0, on_disk.key_length()));
         const std::uint32_t name_bytes = 2u * key.name_length_in_units();
         if (on_disk.key_length() > m_length - overhead ||
-            on_disk.key_length() < file_name_header_size + name_bytes || name_bytes == 0) {
+            on_disk.key_length() < file_name_value::size_without_name + name_bytes || name_bytes == 0) {
             return broken_entry(offset, "has a key of " + std::to_string(on_disk.key_length()) +
                                             " bytes with a name of " +
                                             std::to_string(key.name_length_in_units()) + " units");

@@ -1,12 +1,13 @@
 #include "exact/mft.h"
 
+#include "volume/well_known.h"
+
 #include <algorithm>
 
 namespace quarry::exact {
 
 namespace {
 
-constexpr std::uint64_t mft_entry = 0;
 // Records that the mirror holds too.
 constexpr std::uint64_t mirrored_entries = 4;
 constexpr std::uint16_t last_sequence = 0xFFFF;

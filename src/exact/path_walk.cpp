@@ -5,6 +5,7 @@
 #include "exact/reparse.h"
 #include "exact/volume_path.h"
 #include "volume/attribute_values.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 #include <deque>
@@ -81,11 +82,10 @@ class walk {
     // The directory that the way leads to is the one to look into.
     [[nodiscard]] result<void> go_to_end_of_way() {
         auto directory =
-            m_way.empty()
-                ? m_volume.table().read_system(root_directory_entry, m_told).and_then([&](record found) {
-                      return attribute_set::of(m_volume.table(), std::move(found), m_told);
-                  })
-                : attributes_of(m_volume, m_way.back().file, m_told);
+            m_way.empty() ? m_volume.table().read_system(root_directory, m_told).and_then([&](record found) {
+                return attribute_set::of(m_volume.table(), std::move(found), m_told);
+            })
+                          : attributes_of(m_volume, m_way.back().file, m_told);
         if (!directory) {
             return passed_on(directory);
         }

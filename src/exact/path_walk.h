@@ -26,8 +26,6 @@
 
 namespace quarry::exact {
 
-inline constexpr std::uint64_t root_directory_entry = 5;
-
 struct walk_options {
     // Names of this volume in absolute links, in any case: "C" or "Volume{GUID}".
     std::vector<std::u16string> volume_names;

@@ -1,18 +1,19 @@
 #include "exact/upcase.h"
 
 #include "exact/attribute_set.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 
 namespace quarry::exact {
 
 result<upcase> upcase::load(const mft& table, notices& told) {
-    return table.read_system(entry, told)
+    return table.read_system(upcase_entry, told)
         .and_then([&](record found) { return attribute_set::of(table, std::move(found), told); })
         .and_then([&](const attribute_set& set) { return set.stored(table.volume().shape(), attr_data, {}); })
         .and_then([&](const stored_stream& stored) -> result<upcase> {
             if (stored.size() != table_bytes) {
-                return fail(failure_code::upcase, where::record(entry),
+                return fail(failure_code::upcase, where::record(upcase_entry),
                             "$UpCase has " + std::to_string(stored.size()) + " bytes");
             }
             return stored.read_all(table.volume(), table_bytes).and_then([](const auto& bytes) {
@@ -23,7 +24,7 @@ result<upcase> upcase::load(const mft& table, notices& told) {
 
 result<upcase> upcase::parse(byte_view bytes) {
     if (bytes.size() != table_bytes) {
-        return fail(failure_code::upcase, where::record(entry),
+        return fail(failure_code::upcase, where::record(upcase_entry),
                     "$UpCase has " + std::to_string(bytes.size()) + " bytes");
     }
     upcase table;

@@ -20,7 +20,6 @@ namespace quarry::exact {
 
 class upcase {
   public:
-    static constexpr std::uint64_t entry = 10;
     static constexpr std::size_t table_bytes = 131072;
 
     // Reads entry 10. Fails with upcase if it has another size, and as any stream does.

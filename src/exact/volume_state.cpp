@@ -4,15 +4,13 @@
 #include "exact/fixups.h"
 #include "exact/name_text.h"
 #include "volume/attribute_values.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 
 namespace quarry::exact {
 
 namespace {
-
-constexpr std::uint64_t journal_entry = 2;
-constexpr std::uint64_t volume_entry = 3;
 
 constexpr std::uint64_t information_flags = 10;
 constexpr std::size_t information_size = 12;

@@ -2,6 +2,7 @@
 
 #include "foundation/ql_string.h"
 #include "namespace/file_names.h"
+#include "volume/well_known.h"
 
 #include <cstddef>
 #include <map>
@@ -11,7 +12,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t root_directory = 5;
 constexpr std::uint64_t bytes_of_entry = 128;
 
 // A walk from an entry up to the root, along each of its names and each name of its parents.

@@ -18,9 +18,6 @@
 
 namespace quarry {
 
-// Bytes of an index block. The sizes that the root and the boot sector name are not consulted.
-inline constexpr std::uint32_t index_block_size = 4096;
-
 // Adds the children that a node names to the collection. False, with nothing added, if the node's total size
 // is 0 or above 4,096 bytes. A damaged entry ends the walk, and what was found before it stands. With
 // `keep_going` the walk goes on behind the last entry, into the slack of the node.

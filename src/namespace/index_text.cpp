@@ -17,9 +17,6 @@ namespace quarry {
 
 namespace {
 
-// Bytes of a $FILE_NAME ahead of its name.
-constexpr std::uint16_t key_without_name = 66;
-
 using entry_printer = void (*)(std::ostream& out, const index_entry& entry);
 
 // An index that can be printed. Offsets in the printers count from the start of an entry.
@@ -51,7 +48,7 @@ std::string guid_text(byte_view bytes) {
 void print_name_entry(std::ostream& out, const index_entry& entry) {
     out << hex_12(low_32_bits(entry.file_reference())) << ",  " << hex_4(entry.sequence_number()) << ",  "
         << hex_4(entry.flags()) << ", ";
-    if (entry.key_length() == entry.length() || entry.key_length() <= key_without_name) {
+    if (entry.key_length() == entry.length() || entry.key_length() <= file_name_value::size_without_name) {
         return;
     }
     const file_name_value key(entry.key());

@@ -4,6 +4,7 @@
 #include "namespace/path_segments.h"
 #include "namespace/reparse_link.h"
 #include "volume/limits.h"
+#include "volume/well_known.h"
 
 #include <optional>
 #include <vector>
@@ -12,7 +13,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t root_directory = 5;
 constexpr std::uint64_t no_directory = ~std::uint64_t{0};
 // Links followed in one lookup. A link that leads to itself would never end.
 constexpr unsigned most_restarts = 64;

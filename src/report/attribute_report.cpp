@@ -31,25 +31,22 @@ void write_times(std::ostream& out, const attr_item& item) {
 }
 
 void write_file_record(std::ostream& out, const attr_item& item) {
-    constexpr std::uint8_t bit_deleted = 0x01;
-    constexpr std::uint8_t bit_directory = 0x02;
-    constexpr std::uint8_t bit_always = 0x04;
-    constexpr std::uint8_t bit_has_base = 0x80;
+    using namespace header_bits;
     constexpr unsigned unknown_link_count = 15;
     // A damaged attribute on disk may claim the type that stands for the header. It has no bits, and a second
     // file record in the report would be made up of zeros: it shows like any other unknown type.
-    if ((item.bits & bit_always) == 0) {
+    if ((item.bits & always) == 0) {
         return;
     }
-    const unsigned links = (item.bits >> 3) & 0x0Fu;
+    const unsigned links = (item.bits >> link_count_shift) & link_count_mask;
     out << "File Record: \n"
         << "  MFT entry: 0x" << hex_and_decimal(reference_entry(item.reference), 8) << '\n'
         << "  Seq Num:   0x" << hex_and_decimal(reference_sequence(item.reference), 4) << '\n'
-        << "  Type:      " << ((item.bits & bit_directory) != 0 ? "directory\n" : "file\n");
-    if ((item.bits & bit_deleted) != 0) {
+        << "  Type:      " << ((item.bits & directory) != 0 ? "directory\n" : "file\n");
+    if ((item.bits & deleted) != 0) {
         out << "  deleted\n";
     }
-    if ((item.bits & bit_has_base) != 0) {
+    if ((item.bits & has_base) != 0) {
         // Deliberate: one would expect the number of the base entry. The whole reference is shown, with the
         // sequence number in front of the entry's twelve digits.
         out << "  references mft entry: 0x" << hex(item.base, 12) << '\n';

@@ -7,6 +7,7 @@
 #include "volume/limits.h"
 #include "volume/mft_entries.h"
 #include "volume/stream_pump.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 #include <optional>
@@ -18,7 +19,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t secure_entry = 9;
 constexpr std::uint64_t record_alignment = 16;
 // A head and a descriptor that is only its own head.
 constexpr std::uint32_t record_without_parts = 40;

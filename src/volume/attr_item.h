@@ -15,6 +15,19 @@
 
 namespace quarry {
 
+// attr_item::bits, what the header of a record says.
+namespace header_bits {
+inline constexpr std::uint8_t deleted = 0x01;
+inline constexpr std::uint8_t directory = 0x02;
+// Set in the item of every record, and in no other item.
+inline constexpr std::uint8_t always = 0x04;
+// From here on four bits of the count of hard links.
+inline constexpr unsigned link_count_shift = 3;
+inline constexpr unsigned link_count_mask = 0x0F;
+// attr_item::base is given.
+inline constexpr std::uint8_t has_base = 0x80;
+}  // namespace header_bits
+
 struct attr_item {
     std::uint32_t type = 0;
     std::uint16_t id = 0;
@@ -48,7 +61,7 @@ struct attr_item {
 
     // The record's header, type 0x110.
     std::uint64_t reference = 0;  // 48-bit entry and 16-bit sequence number
-    // Bit 0 deleted, 1 directory, 2 always set, 3 to 6 hard links modulo 16, 7 `base` is given.
+    // See header_bits.
     std::uint8_t bits = 0;
     std::uint64_t base = 0;  // full reference to the base record
 

@@ -36,6 +36,7 @@ class standard_information_value {
 // $FILE_NAME (0x30): 66 bytes and the name.
 class file_name_value {
   public:
+    static constexpr std::uint32_t size_without_name = 66;
     explicit file_name_value(byte_view value) : m_bytes(value) {}
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
     // The whole reference to the directory.
@@ -54,7 +55,7 @@ class file_name_value {
     [[nodiscard]] std::uint8_t name_space() const { return m_bytes.u8_or_zero(65); }
     // The name, as much of it as there is.
     [[nodiscard]] byte_view name_bytes() const {
-        return m_bytes.clipped(66, std::uint64_t{2} * name_length_in_units());
+        return m_bytes.clipped(size_without_name, std::uint64_t{2} * name_length_in_units());
     }
 
   private:

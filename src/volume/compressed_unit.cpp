@@ -10,10 +10,10 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t block_size = 4096;
+constexpr std::uint64_t block_size = lznt1_chunk_size;
 constexpr std::uint64_t header_size = 2;
 // A header, a payload, and the second byte of a token that begins on its last byte.
-constexpr std::uint64_t longest_chunk = header_size + 4096 + 1;
+constexpr std::uint64_t longest_chunk = header_size + lznt1_chunk_size + 1;
 
 class chunk_header {
   public:

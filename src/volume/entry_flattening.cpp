@@ -11,12 +11,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint8_t bit_deleted = 0x01;
-constexpr std::uint8_t bit_directory = 0x02;
-constexpr std::uint8_t bit_always = 0x04;
-constexpr std::uint8_t bit_has_base = 0x80;
-constexpr unsigned link_count_shift = 3;
-
 attr_item new_item(const entry_record& record, std::uint32_t type, std::uint16_t id, std::uint16_t flags,
                    std::uint32_t record_size) {
     attr_item item;
@@ -36,10 +30,11 @@ attr_item header_item(const entry_record& record) {
     item.reference = item.entry | (std::uint64_t{item.sequence} << 48);
     // Deliberate: one would expect the whole count of hard links. Four bits of it are kept, so the report of
     // a file with 16 links shows 0.
-    const unsigned links = (header.hard_link_count() & 0xFu) << link_count_shift;
-    item.bits = static_cast<std::uint8_t>(bit_always | links | (header.in_use() ? 0 : bit_deleted) |
-                                          (header.is_directory() ? bit_directory : 0) |
-                                          (record.has_base ? bit_has_base : 0));
+    using namespace header_bits;
+    const unsigned links = (header.hard_link_count() & link_count_mask) << link_count_shift;
+    item.bits =
+        static_cast<std::uint8_t>(always | links | (header.in_use() ? 0 : deleted) |
+                                  (header.is_directory() ? directory : 0) | (record.has_base ? has_base : 0));
     item.base = record.base;
     return item;
 }

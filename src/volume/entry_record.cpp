@@ -149,10 +149,9 @@ kept_value keep(const attribute& at, const Value& value) {
 // Deliberate: a $FILE_NAME is read as far as its attribute holds it, not as far as its value length says. The
 // user of a record with a damaged length gets the whole name, as the search for paths does.
 byte_view whole_file_name(const attribute& at) {
-    constexpr std::uint64_t size_without_name = 66;
     const byte_view rest = at.own_bytes().from(at.value_offset());
-    return rest.clipped(0,
-                        size_without_name + std::uint64_t{2} * file_name_value(rest).name_length_in_units());
+    return rest.clipped(0, file_name_value::size_without_name +
+                               std::uint64_t{2} * file_name_value(rest).name_length_in_units());
 }
 
 void keep_file_name(entry_record& record, std::uint64_t entry, const attribute& at, byte_view bytes) {

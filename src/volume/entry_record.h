@@ -8,6 +8,7 @@
 #include "foundation/budget.h"
 #include "volume/attribute.h"
 #include "volume/joined_runs.h"
+#include "volume/record_layout.h"
 
 #include <array>
 #include <cstdint>
@@ -52,7 +53,7 @@ struct entry_record {
     bool list_non_resident = false;
     std::uint64_t entry = 0;
     std::uint32_t sequence = 0;
-    std::array<std::uint8_t, 42> header{};
+    std::array<std::uint8_t, record_header_size> header{};
     std::vector<std::uint8_t> record;  // sector ends put back
     bool has_base = false;
     std::uint64_t base = 0;  // reference to the base record as it is stored

@@ -34,8 +34,13 @@ class index_entry {
     byte_view m_bytes;
 };
 
+// Flags of an entry: the place of a node below it follows its key; it is the last of its node and has no key.
+inline constexpr std::uint16_t index_entry_has_sub_node = 1;
 inline constexpr std::uint16_t index_entry_last = 2;
-inline constexpr std::uint16_t index_entry_last_with_sub_node = 3;
+inline constexpr std::uint16_t index_entry_last_with_sub_node = index_entry_last | index_entry_has_sub_node;
+
+// Bytes of an index block in the default mode, which does not ask the root or the boot sector.
+inline constexpr std::uint32_t index_block_size = 4096;
 
 // The header of a node; offsets in it count from its own first byte.
 class node_header {

@@ -4,6 +4,7 @@
 #include "volume/attribute.h"
 #include "volume/compressed_pump.h"
 #include "volume/file_record.h"
+#include "volume/index_layout.h"
 #include "volume/stream_reader.h"
 #include "volume/stream_sink.h"
 #include "volume/transfer_unit.h"
@@ -19,7 +20,6 @@ namespace {
 
 // Small units are moved several at once, up to this many bytes.
 constexpr std::uint64_t transfer_size = std::uint64_t{64} << 10;
-constexpr std::uint64_t index_block_size = 4096;
 
 // One stream in clusters on its way out.
 struct transfer_plan {

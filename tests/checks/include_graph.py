@@ -22,7 +22,7 @@ ALLOWED = {
 }
 # The strict reader shares the layouts of the volume's structures with the other one, and none of its walks.
 LAYOUTS = {f"volume/{name}.h" for name in ("attribute_layout", "attribute_values", "boot_sector", "index_layout",
-                                           "lznt1", "record_layout")}
+                                           "lznt1", "record_layout", "well_known")}
 # The exact mode's side of the command line; frontend/run.cpp is the one place that leads to it.
 EXACT_FRONT = "frontend/exact/"
 EXACT_DOOR = "frontend/run.cpp"
