@@ -2,6 +2,8 @@
 //
 // Each name of a file says which directory it stands in, so following the parents up to the root gives one
 // path for each hard link. The sequence numbers of the references are not looked at.
+//
+// Reserved: no report prints the paths of an entry, so no flow of the program comes here.
 #pragma once
 
 #include "volume/ntfs.h"

@@ -18,6 +18,7 @@ namespace quarry {
 // Passed as a count: all blocks from the first one asked for.
 inline constexpr std::uint32_t all_index_blocks = 0xFFFFFFFF;
 
+// Reserved: lookups visit the blocks one after the other, without keeping them.
 // Reads blocks of an index stream, sector ends put back, into `blocks`, from block `first_block` on. `count`
 // is how many are wanted, and afterwards how many `blocks` holds. Sparse runs do not count for the size of
 // the stream, but they take their place in `blocks`, as zeros; so do clusters that cannot be read. False,

@@ -1,4 +1,6 @@
-// Index blocks as text, for the report of a copied index stream.
+// Index blocks as text.
+//
+// Reserved: no report prints index blocks, so no flow of the program comes here.
 //
 // Beside $I30, the index of names, NTFS keeps view indexes in its own system files: $O of $ObjId, $SDH and
 // $SII of $Secure, $R of $Reparse. Their blocks are built alike, but an entry of a view index begins with the

@@ -4,6 +4,8 @@
 // other in $SDS, each at a multiple of 16 bytes behind a head of 20: a hash, the security id, the record's
 // own position in the stream, and its size with the head. NTFS writes them in blocks of 256 KiB, and each
 // block twice; a record of the second copy bears the position of the first, by which it is told.
+//
+// Reserved: no flow of the program loads this cache, and no report prints what it holds.
 #pragma once
 
 #include "foundation/byte_view.h"

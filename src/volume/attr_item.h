@@ -68,6 +68,7 @@ struct attr_item {
     std::string name;  // of the attribute; of $VOLUME_NAME, the volume's
     std::string text;  // of $FILE_NAME: the file's name
     cluster_run_list runs;
+    // Reserved: nothing is read into it.
     std::uint64_t cache_position = 0;
     std::vector<std::uint8_t> cache;
     std::vector<std::uint8_t> value;  // of a resident attribute, if it is shorter than a record

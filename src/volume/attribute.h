@@ -41,8 +41,8 @@ namespace quarry {
 [[nodiscard]] bool find_list_entry_by_name(list_entry& at, std::int64_t& bytes_left, std::uint32_t type,
                                            byte_view name);
 
-// The label of a type: the long form for reports, the short one for compact output. "unk" for an unknown
-// type.
+// Reserved: the report has labels of its own. The label of a type: the long form for reports, the short one
+// for compact output. "unk" for an unknown type.
 void attr_name_of_type(std::string& out, std::uint32_t type, bool short_form);
 
 }  // namespace quarry

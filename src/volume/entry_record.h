@@ -22,7 +22,7 @@ namespace quarry {
 // An attribute in the form that all kinds share.
 struct general_attribute {
     std::wstring name;
-    std::string_view label;           // what kind it is, such as "unnamed data"
+    std::string_view label;           // Reserved: not looked at. What kind it is, such as "unnamed data"
     std::vector<std::uint8_t> bytes;  // the whole attribute as the record has it
     joined_runs runs;                 // of a non-resident one
 
@@ -34,7 +34,8 @@ struct kept_value {
     std::uint16_t id = 0;     // of the attribute
     std::uint16_t flags = 0;  // of the attribute header
     std::vector<std::uint8_t> bytes;
-    // Of a value with times: "null" if one of them is zero, "future" if one is too late, else empty.
+    // Reserved: not looked at. Of a value with times: "null" if one of them is zero, "future" if one is too
+    // late, else empty.
     std::string judgement;
 };
 
@@ -49,6 +50,7 @@ struct kept_volume_information {
 };
 
 struct entry_record {
+    // Reserved: set and not asked for.
     bool has_list = false;
     bool list_non_resident = false;
     std::uint64_t entry = 0;
@@ -61,6 +63,8 @@ struct entry_record {
     std::map<std::uint16_t, kept_value> std_infos;
     // By parent entry, name and entry; see file_name_key.
     std::map<std::string, kept_value> file_names;
+    // Reserved: these five are filled and not looked at. What is copied or reported of their attributes comes
+    // from `attributes`.
     std::map<std::uint16_t, kept_object_id> object_ids;
     std::map<std::uint16_t, std::wstring> volume_names;
     std::map<std::uint16_t, kept_volume_information> volume_infos;
@@ -68,7 +72,7 @@ struct entry_record {
     std::map<std::uint16_t, std::vector<std::uint8_t>> index_roots;  // up to 16 bytes
     // Every attribute but lists, $STANDARD_INFORMATION and $FILE_NAME; see attribute_key.
     std::map<std::uint64_t, general_attribute> attributes;
-    // An unnamed $DATA is among them; if several are, the key of the first.
+    // Reserved: set and not asked for. An unnamed $DATA is among them; if several are, the key of the first.
     bool has_unnamed_data = false;
     std::uint64_t unnamed_data_key = 0;
     // Bytes of memory that attributes and file names, runs included, may still take here.

@@ -15,6 +15,7 @@
 
 namespace quarry {
 
+// Reserved: of all members flows read only `data_runs`; the others are gathered and never looked at.
 struct INODE_STATS {
     // SID of the owner as text, if the security descriptors of the volume are known and name one.
     std::string security_text;

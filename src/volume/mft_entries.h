@@ -21,7 +21,7 @@ namespace quarry {
 // record could be read. False, with `out` empty, for a volume that is not valid, and with "err: mftfixup
 // %llx" or "err: recd bad %llx" in the log for a record that cannot be read or is none.
 [[nodiscard]] bool categorize_entry(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out, status_log& log);
-// The same with the items of index attributes alone.
+// Reserved: no flow of the program asks for this. The same with nothing but the items of index attributes.
 [[nodiscard]] bool categorize_index_only(CNtfs& ntfs, std::uint64_t entry, attr_item_list& out,
                                          status_log& log);
 

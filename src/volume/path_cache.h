@@ -83,6 +83,7 @@ struct directory_content {
 };
 
 struct dir_cache_entry {
+    // Reserved: these four are kept and not looked at.
     std::uint64_t m_entry = 0;
     // The directory through which this one was first reached.
     std::uint64_t m_parent = 0;

@@ -1,4 +1,6 @@
 // One security descriptor of $Secure:$SDS. Filled by the report's reader, kept by the volume.
+//
+// Reserved: no flow of the program asks for descriptors.
 #pragma once
 
 #include <cstdint>
