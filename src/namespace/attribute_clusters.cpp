@@ -3,7 +3,7 @@
 namespace quarry {
 
 bool read_attribute_clusters(CNtfs& ntfs, const attribute& at, std::vector<std::uint8_t>& bytes) {
-    if (!ntfs.read_list_clusters(at, bytes)) {
+    if (!ntfs.clusters().read_list_clusters(at, bytes)) {
         bytes.clear();
     }
     return !bytes.empty();

@@ -126,7 +126,7 @@ void read_run(CNtfs& ntfs, block_assembler& assembler, std::uint64_t lcn, std::u
     while (clusters != 0 && !assembler.done()) {
         const std::uint64_t wanted =
             std::min({clusters, assembler.clusters_left(), std::uint64_t{buffer.size() / cluster_size}});
-        const std::uint64_t got = ntfs.read_leading_clusters(lcn, wanted, buffer.data());
+        const std::uint64_t got = ntfs.clusters().read_leading_clusters(lcn, wanted, buffer.data());
         for (std::size_t i = 0; i < got; ++i) {
             assembler.put(buffer.subspan(i * cluster_size, cluster_size));
         }

@@ -10,9 +10,6 @@ namespace quarry {
 
 namespace {
 
-// Bytes of a list entry ahead of its name.
-constexpr std::uint64_t list_entry_header_size = 26;
-
 unsigned long long for_log(std::uint64_t number) {
     return number;
 }
@@ -45,8 +42,7 @@ mft_entries_ctx::mft_entries_ctx(CNtfs& ntfs, status_log& log) : m_ntfs(ntfs), m
 bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry) {
     bad = false;
     std::int64_t mft_position = 0;
-    RAW_DISK_IO* const disk = m_ntfs.get_disk();
-    if (!m_ntfs.validate(mft_position) || disk == nullptr) {
+    if (!m_ntfs.validate(mft_position) || m_ntfs.get_disk() == nullptr) {
         return false;
     }
     if (m_record_size == 0) {
@@ -58,7 +54,7 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
         return false;
     }
     std::uint64_t length = m_record_size;
-    if (!disk->read(record.data(), length, m_ntfs.entry_position(entry) + m_ntfs.m_volume_offset)) {
+    if (!m_ntfs.clusters().read(m_ntfs.entry_position(entry), record.data(), length)) {
         return false;
     }
     // Deliberate: one would expect each record to be read in full length. Once the end of the source has cut
@@ -147,14 +143,14 @@ void mft_entries_ctx::handle_attribute_list(entry_record& record, std::uint64_t 
     }
     std::vector<std::uint8_t> clusters;
     // A list with a damaged part serves as far as it was read.
-    static_cast<void>(m_ntfs.read_list_clusters(list, clusters));
+    static_cast<void>(m_ntfs.clusters().read_list_clusters(list, clusters));
     m_reads.count(clusters.size());
     walk_list_entries(record, entry, clusters);
 }
 
 void mft_entries_ctx::walk_list_entries(entry_record& record, std::uint64_t entry, byte_view list) {
     // Ends with the list: each entry has a length, and one whose header the list does not hold is none.
-    while (list.holds(0, list_entry_header_size) && may_go_on(record)) {
+    while (list.holds(0, smallest_list_entry) && may_go_on(record)) {
         const list_entry named(list);
         if (named.length() == 0) {
             return;

@@ -16,6 +16,7 @@
 #include "foundation/budget.h"
 #include "volume/attribute.h"
 #include "volume/boot_sector.h"
+#include "volume/cluster_reader.h"
 #include "volume/file_record.h"
 #include "volume/inode_stats.h"
 #include "volume/limits.h"
@@ -114,32 +115,17 @@ class CNtfs {
                                          std::uint32_t& byte_offset) const;
     [[nodiscard]] std::uint64_t entry_position(std::uint64_t entry) const;
 
-    // Reads. What was not read of a buffer is zeros.
-
-    // Position of a cluster; nothing if 63 bits cannot hold it.
-    [[nodiscard]] std::optional<std::uint64_t> cluster_position(std::uint64_t lcn) const;
-    // Clusters that lie side by side. The length must be a multiple of the cluster size; it becomes what the
-    // source had of it. One read that comes short is a read all the same. False if nothing was read.
-    [[nodiscard]] bool read_clusters(std::uint64_t lcn, std::uint8_t* buffer, std::uint64_t& length);
-    // The same into a buffer of its own, of `length` bytes or one cluster if that is more. `position` is told
-    // also after a failed read.
+    // The reader of this volume's clusters; of an object that is not valid it reads nothing. It is good as
+    // long as the object is.
+    [[nodiscard]] cluster_reader clusters() const;
+    // See cluster_reader.
+    [[nodiscard]] bool read_clusters(std::uint64_t lcn, std::uint8_t* buffer, std::uint64_t& length) {
+        return clusters().read_clusters(lcn, buffer, length);
+    }
     [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer,
-                                          std::uint64_t& length, std::uint64_t& position);
-    // Clusters that lie side by side, as if each was read on its own, up to the first that cannot be read.
-    // Returns how many were read; the rest of the buffer, which has room for `count` clusters, holds nothing
-    // of use. An object that is not valid reads none.
-    [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
-                                                      std::uint8_t* buffer);
-    // Clusters that lie side by side, all of them with one read of the source. False if that brings less; the
-    // buffer, which has room for `count` clusters, then holds nothing of use.
-    [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer);
-    // All clusters of the runs of an attribute list, in run order, into one buffer. A cluster that cannot be
-    // read ends its run, the next run goes on at the same place, and zeros make up the rest. The buffer is
-    // cut at longest_attribute_list and at the size of the source, each rounded up to a cluster. True if
-    // every cluster of every run was read.
-    [[nodiscard]] bool read_all_clusters(const cluster_run_list& runs, std::vector<std::uint8_t>& out);
-    // The same of a non-resident attribute list, through the runs that its mapping pairs tell.
-    [[nodiscard]] bool read_list_clusters(const attribute& list, std::vector<std::uint8_t>& out);
+                                          std::uint64_t& length, std::uint64_t& position) {
+        return clusters().read_cluster_alloc(lcn, buffer, length, position);
+    }
 
     // File records. Entry 0 is read from the place that the boot sector tells, any other through the runs of
     // $MFT, and only from a valid object. One read takes the whole record from its first byte on, also where
@@ -194,8 +180,7 @@ class CNtfs {
     [[nodiscard]] bool read_mft_record();
     void read_bitmap_runs();
 
-    [[nodiscard]] std::uint64_t read_whole_clusters(std::uint64_t lcn, std::uint64_t count,
-                                                    std::uint8_t* buffer);
+    [[nodiscard]] cluster_reader clusters_of(RAW_DISK_IO* disk) const;
     [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
                                       std::uint64_t& position, std::uint64_t& length);
 
@@ -213,11 +198,5 @@ class CNtfs {
     std::vector<std::uint64_t> m_mft_run_ends;
     void index_mft_runs();
 };
-
-// One read of the volume, which begins `volume_offset` bytes into the source: false for a null disk or
-// buffer, a zero length, a position that 63 bits cannot hold, or nothing read. `length` becomes what the
-// source had of it.
-[[nodiscard]] bool read_at(RAW_DISK_IO* disk, std::uint64_t position, std::uint64_t volume_offset,
-                           void* buffer, std::uint64_t& length);
 
 }  // namespace quarry

@@ -1,8 +1,8 @@
 // From the boot sector and record 0 to the geometry of a volume.
 #include "volume/ntfs.h"
+#include "volume/positions.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -61,7 +61,7 @@ bool CNtfs::validate(std::int64_t& mft_position) {
 
 bool CNtfs::learn_geometry(std::int64_t& mft_position) {
     std::uint64_t length = sizeof(m_boot);
-    if (!m_disk->read(&m_boot, length, m_volume_offset) || !has_ntfs_signature(m_boot)) {
+    if (!clusters_of(get_disk()).read(0, &m_boot, length) || !has_ntfs_signature(m_boot)) {
         return false;
     }
     if (m_boot.bytes_per_sector == 0 || m_boot.sectors_per_cluster == 0) {
@@ -73,7 +73,7 @@ bool CNtfs::learn_geometry(std::int64_t& mft_position) {
     m_mft_record_size = low_32_bits(std::min<std::uint64_t>(record_size, longest_record));
     m_mft_cluster_per_record_fixed = static_cast<std::int32_t>(record_size / cluster_size);
     m_total_clusters = static_cast<std::int64_t>(m_boot.total_sectors / m_boot.sectors_per_cluster);
-    const std::optional<std::uint64_t> position = cluster_position(m_boot.mft_lcn);
+    const std::optional<std::uint64_t> position = position_product(m_boot.mft_lcn, cluster_size);
     if (!position) {
         return false;
     }
@@ -108,8 +108,9 @@ bool CNtfs::read_mft_record() {
     // Deliberate: one would expect a $MFT without usable attributes to be refused. The volume opens all the
     // same, and record 0 can be read.
     parse_record(m_mft_record, m_mft_info, 0, false);
-    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
-    const std::uint64_t bytes = cluster_position(count_clusters(m_mft_info.data_runs)).value_or(most);
+    const std::uint64_t bytes =
+        position_product(count_clusters(m_mft_info.data_runs), static_cast<std::uint64_t>(m_cluster_size))
+            .value_or(highest_position);
     m_num_entries = bytes / m_record_alloc;
     return true;
 }

@@ -217,7 +217,7 @@ bool CNtfs::read_attribute_list(INODE_STATS& stats, const attribute& list, std::
     // comes.
     std::vector<std::uint8_t> value;
     // A list with a damaged part serves as far as it was read.
-    static_cast<void>(read_list_clusters(list, value));
+    static_cast<void>(clusters().read_list_clusters(list, value));
     return walk_attribute_list(stats, value, entry);
 }
 

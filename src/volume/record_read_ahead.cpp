@@ -50,10 +50,8 @@ record_read_ahead::stretch record_read_ahead::neighbours(std::span<const std::ui
 
 void record_read_ahead::fetch(const stretch& wanted) {
     const std::uint64_t size = wanted.end - wanted.begin;
-    RAW_DISK_IO* const disk = m_ntfs.get_disk();
     m_bytes.resize(static_cast<std::size_t>(size));
-    if (disk != nullptr && m_ntfs.m_Validated &&
-        disk->read_whole(m_bytes.data(), size, wanted.begin + m_ntfs.m_volume_offset)) {
+    if (m_ntfs.clusters().read_whole(wanted.begin, m_bytes.data(), size)) {
         m_held = wanted;
     } else {
         m_held = {};

@@ -15,7 +15,7 @@ constexpr std::uint64_t most_together = 256 << 10;
 }  // namespace
 
 stream_reader::stream_reader(CNtfs& ntfs, const cluster_run_list& runs)
-    : m_ntfs(ntfs),
+    : m_clusters(ntfs.clusters()),
       m_cursor(runs),
       m_cluster_size(ntfs.m_cluster_size > 0 ? static_cast<std::uint64_t>(ntfs.m_cluster_size) : 0) {}
 
@@ -98,7 +98,7 @@ std::uint64_t stream_reader::bytes_of_run(std::uint64_t lcn, std::uint64_t from,
         const std::uint64_t left = bytes - done;
         if (head == 0 && left >= m_cluster_size) {
             const std::uint64_t wanted = left / m_cluster_size;
-            const std::uint64_t got = m_ntfs.read_leading_clusters(cluster, wanted, buffer + done);
+            const std::uint64_t got = m_clusters.read_leading_clusters(cluster, wanted, buffer + done);
             done += got * m_cluster_size;
             if (got < wanted) {
                 return done;
@@ -211,7 +211,7 @@ void stream_reader::read_close_runs(std::size_t index) {
         return;
     }
     m_close.resize(most * m_cluster_size);
-    if (m_ntfs.read_neighbours(first, count, m_close.data())) {
+    if (m_clusters.read_neighbours(first, count, m_close.data())) {
         m_close_lcn = first;
         m_close_count = count;
     }
@@ -231,7 +231,7 @@ std::uint64_t stream_reader::take(const share& wanted, const run_cursor::stretch
     }
     if (wanted.bytes == wanted.clusters * m_cluster_size) {
         const std::uint64_t got =
-            m_ntfs.read_leading_clusters(at.lcn + done, wanted.clusters, buffer) * m_cluster_size;
+            m_clusters.read_leading_clusters(at.lcn + done, wanted.clusters, buffer) * m_cluster_size;
         std::memset(buffer + got, 0, wanted.bytes - got);
         return got;
     }
@@ -245,7 +245,7 @@ bool stream_reader::part_of_cluster(std::uint64_t lcn, std::uint64_t from, std::
         m_scratch_lcn.reset();
         m_scratch.resize(m_cluster_size);
         std::uint64_t size = m_cluster_size;
-        if (!m_ntfs.read_clusters(lcn, m_scratch.data(), size)) {
+        if (!m_clusters.read_clusters(lcn, m_scratch.data(), size)) {
             return false;
         }
         m_scratch_lcn = lcn;

@@ -77,7 +77,7 @@ class stream_reader {
     [[nodiscard]] std::uint64_t bytes_of_run(std::uint64_t lcn, std::uint64_t from, std::uint64_t bytes,
                                              std::uint8_t* buffer);
 
-    CNtfs& m_ntfs;
+    cluster_reader m_clusters;
     run_cursor m_cursor;
     std::uint64_t m_cluster_size;
     std::vector<run_cursor::stretch> m_stretches;  // the clusters of the present range, in order

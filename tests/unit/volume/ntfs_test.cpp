@@ -134,10 +134,11 @@ TEST(ReadClusters, an_lcn_whose_position_63_bits_cannot_hold_is_a_failed_read) {
           std::uint64_t{1} << 60, ~std::uint64_t{0}}) {
         std::uint64_t length = cluster;
         EXPECT_FALSE(volume->read_clusters(lcn, buffer.data(), length)) << lcn;
-        EXPECT_EQ(volume->cluster_position(lcn), std::nullopt);
+        EXPECT_EQ(volume->clusters().cluster_position(lcn), std::nullopt);
     }
-    EXPECT_EQ(volume->cluster_position(40), 40u * cluster);
-    EXPECT_EQ(volume->cluster_position((std::uint64_t{1} << 51) - 1), (std::uint64_t{1} << 63) - cluster);
+    EXPECT_EQ(volume->clusters().cluster_position(40), 40u * cluster);
+    EXPECT_EQ(volume->clusters().cluster_position((std::uint64_t{1} << 51) - 1),
+              (std::uint64_t{1} << 63) - cluster);
 }
 
 TEST(ReadClusters, an_object_that_is_not_valid_reads_nothing) {
@@ -147,8 +148,8 @@ TEST(ReadClusters, an_object_that_is_not_valid_reads_nothing) {
     std::uint64_t position = 0;
     EXPECT_FALSE(volume.read_clusters(0, buffer.data(), length));
     EXPECT_FALSE(volume.read_cluster_alloc(0, buffer, length, position));
-    EXPECT_EQ(volume.read_leading_clusters(0, 1, buffer.data()), 0u);
-    EXPECT_FALSE(volume.read_all_clusters({{0, 0, false, 1}}, buffer));
+    EXPECT_EQ(volume.clusters().read_leading_clusters(0, 1, buffer.data()), 0u);
+    EXPECT_FALSE(volume.clusters().read_all_clusters({{0, 0, false, 1}}, buffer));
     EXPECT_TRUE(buffer.empty());
 }
 
@@ -196,7 +197,7 @@ TEST(ReadClusterAlloc, a_length_beyond_the_source_costs_nothing_and_fails) {
 // The clusters before the first that cannot be read.
 std::pair<std::uint64_t, bytes> leading(opened_volume& volume, std::uint64_t lcn, std::size_t count) {
     bytes buffer(count * cluster, 0xEE);
-    const std::uint64_t read = volume->read_leading_clusters(lcn, count, buffer.data());
+    const std::uint64_t read = volume->clusters().read_leading_clusters(lcn, count, buffer.data());
     buffer.resize(read * cluster);
     return {read, buffer};
 }
@@ -232,8 +233,9 @@ TEST(ReadLeadingClusters, the_place_where_the_source_ends_costs_few_reads_howeve
     ASSERT_GT(image.size(), 70000u);
     bytes buffer(4 << 20);
     const std::uint64_t before = reading_calls();
-    EXPECT_EQ(volume->read_leading_clusters(image.size() / 16 - 4000, buffer.size() / 16, buffer.data()),
-              4000u);
+    EXPECT_EQ(
+        volume->clusters().read_leading_clusters(image.size() / 16 - 4000, buffer.size() / 16, buffer.data()),
+        4000u);
     const std::uint64_t calls = reading_calls() - before;
     EXPECT_TRUE(std::equal(image.end() - 64000, image.end(), buffer.begin()));
     if (before != 0) {
@@ -279,7 +281,7 @@ TEST(ReadAllClusters, the_runs_follow_one_another) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     bytes out(3, 0xEE);
-    EXPECT_TRUE(volume->read_all_clusters({{50, 0, false, 2}, {40, 2, false, 1}}, out));
+    EXPECT_TRUE(volume->clusters().read_all_clusters({{50, 0, false, 2}, {40, 2, false, 1}}, out));
     bytes expected = part(image, 50 * cluster, 2 * cluster);
     const bytes second = part(image, 40 * cluster, cluster);
     expected.insert(expected.end(), second.begin(), second.end());
@@ -289,9 +291,9 @@ TEST(ReadAllClusters, the_runs_follow_one_another) {
 TEST(ReadAllClusters, no_runs_give_nothing_and_nothing_is_missing) {
     opened_volume volume(patterned_image());
     bytes out(3);
-    EXPECT_TRUE(volume->read_all_clusters({}, out));
+    EXPECT_TRUE(volume->clusters().read_all_clusters({}, out));
     EXPECT_TRUE(out.empty());
-    EXPECT_TRUE(volume->read_all_clusters({{40, 0, false, 0}}, out));
+    EXPECT_TRUE(volume->clusters().read_all_clusters({{40, 0, false, 0}}, out));
     EXPECT_TRUE(out.empty());
 }
 
@@ -300,7 +302,7 @@ TEST(ReadAllClusters, a_failed_cluster_ends_its_run_and_the_next_run_goes_on_at_
     opened_volume volume(image);
     bytes out;
     // Of the first run clusters 62 and 63 exist.
-    EXPECT_FALSE(volume->read_all_clusters({{62, 0, false, 5}, {40, 5, false, 1}}, out));
+    EXPECT_FALSE(volume->clusters().read_all_clusters({{62, 0, false, 5}, {40, 5, false, 1}}, out));
     bytes expected = part(image, 62 * cluster, 2 * cluster);
     const bytes second = part(image, 40 * cluster, cluster);
     expected.insert(expected.end(), second.begin(), second.end());
@@ -312,7 +314,7 @@ TEST(ReadAllClusters, a_sparse_run_is_read_from_the_start_of_the_volume) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     bytes out;
-    EXPECT_TRUE(volume->read_all_clusters({{40, 0, false, 1}, {0, 1, true, 2}}, out));
+    EXPECT_TRUE(volume->clusters().read_all_clusters({{40, 0, false, 1}, {0, 1, true, 2}}, out));
     EXPECT_EQ(part(out, cluster, 2 * cluster), part(image, 0, 2 * cluster));
 }
 
@@ -321,12 +323,13 @@ TEST(ReadAllClusters, the_buffer_is_no_larger_than_the_source) {
     image.resize(image.size() - 5);
     opened_volume volume(image);
     bytes out;
-    EXPECT_FALSE(volume->read_all_clusters({{0, 0, true, 0xFFFFFFFF}, {0, 0, true, 0xFFFFFFFF}}, out));
+    EXPECT_FALSE(
+        volume->clusters().read_all_clusters({{0, 0, true, 0xFFFFFFFF}, {0, 0, true, 0xFFFFFFFF}}, out));
     ASSERT_EQ(out.size(), 64 * cluster) << "rounded up to a cluster";
     out.resize(image.size());
     EXPECT_EQ(out, image);
-    EXPECT_TRUE(volume->read_all_clusters({{0, 0, false, 64}}, out));
-    EXPECT_FALSE(volume->read_all_clusters({{0, 0, false, 65}}, out));
+    EXPECT_TRUE(volume->clusters().read_all_clusters({{0, 0, false, 64}}, out));
+    EXPECT_FALSE(volume->clusters().read_all_clusters({{0, 0, false, 65}}, out));
 }
 
 TEST(ReadAllClusters, no_attribute_list_is_longer_than_2_mebibytes) {
@@ -336,7 +339,7 @@ TEST(ReadAllClusters, no_attribute_list_is_longer_than_2_mebibytes) {
     std::unique_ptr<CNtfs> volume;
     ASSERT_TRUE(open_by_image((dir / "image").wstring(), 0, volume, false, nullptr));
     bytes out;
-    EXPECT_FALSE(volume->read_all_clusters({{0, 0, true, 0xFFFFFFFF}}, out));
+    EXPECT_FALSE(volume->clusters().read_all_clusters({{0, 0, true, 0xFFFFFFFF}}, out));
     EXPECT_EQ(out.size(), 2u * 1024 * 1024);
 }
 
@@ -684,8 +687,9 @@ TEST(ReadRecord, an_index_block_whose_array_lies_anywhere_is_survived) {
 
 TEST(ReadRecord, entry_0_is_read_from_where_the_boot_sector_says_though_there_are_no_runs) {
     volume_builder builder;
+    builder.replace_record(0, builder.new_record(0).build());
     opened_volume volume(builder);
-    volume->m_mft_info = {};
+    ASSERT_EQ(volume->get_num_entries(), 0u);
     const record_read read = restored(volume.ntfs(), 0);
     EXPECT_TRUE(read.result);
     EXPECT_EQ(read.position, 16384u);
