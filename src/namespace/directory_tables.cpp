@@ -41,7 +41,7 @@ class name_filler {
           m_content(content),
           m_reads(reads),
           m_log(log),
-          m_reader(ntfs),
+          m_reader(ntfs.records()),
           m_record(ntfs.get_mft_record_size()),
           m_source_bytes(ntfs.source_size() + 1) {}
 

@@ -2,14 +2,19 @@
 //
 // The object owns the source that the volume is read through, and knows where on it the volume begins. It
 // holds the boot sector, the geometry that follows from it, and what record 0 of $MFT (the table of all file
-// records, itself a file) says of where the other records lie. Every reader of the volume is a member of it
-// or works on one.
+// records, itself a file) says of where the other records lie. The work is done elsewhere, and the object
+// brings it together:
+//
+//     cluster_reader    reads clusters, and adds where the volume begins on the source
+//     mft_map           knows where the entries of $MFT lie
+//     record_reader     reads file records by their entry numbers
+//     record_parser     gathers what the records of $MFT and $Bitmap say
 //
 // The factories of ntfs_open.h are the only ways to a usable object: cleared, then opened (a source is
 // there), then validated (the boot sector and record 0 were accepted). There is no way back. Failures are
-// told by booleans, never by exceptions, and without a message. Positions are bytes from the start of the
-// volume unless a comment says otherwise, lengths are bytes, LCNs count clusters of the volume. A position
-// that 63 bits cannot hold reads as a failed read.
+// booleans, never exceptions, and without a message. Positions are bytes from the start of the volume unless
+// a comment says otherwise, lengths are bytes, LCNs count clusters of the volume. A position that 63 bits
+// cannot hold reads as a failed read.
 #pragma once
 
 #include "disk/raw_disk_io.h"
@@ -20,7 +25,9 @@
 #include "volume/file_record.h"
 #include "volume/inode_stats.h"
 #include "volume/limits.h"
+#include "volume/mft_map.h"
 #include "volume/path_cache.h"
+#include "volume/record_reader.h"
 #include "volume/runs.h"
 #include "volume/security_entry.h"
 
@@ -34,7 +41,6 @@
 namespace quarry {
 
 using limits::longest_attribute_list;
-using limits::longest_record;
 
 class CNtfs {
   public:
@@ -43,24 +49,25 @@ class CNtfs {
     CNtfs& operator=(const CNtfs&) = delete;
 
     NTFS_BOOT m_boot{};
+    // Reserved: no flow of the program fills it.
     security_map m_sd_cache;
     std::unique_ptr<RAW_DISK_IO> m_disk;
     // 32 to 36, or 255 for a refused type; 0 for a virtual disk.
     std::uint8_t m_source_type = 0;
     bool m_Validated = false;
-    // What m_load_security said; nothing before it was asked.
+    // Reserved: what m_load_security said; nothing before it was asked.
     std::optional<bool> m_security_known;
-    // Record 0 with its sector ends put back.
+    // Record 0 with its fixups restored.
     std::vector<std::uint8_t> m_mft_record;
     INODE_STATS m_mft_info;
-    // $DATA of entry 6, $Bitmap; empty where that cannot be read.
+    // Reserved: read and not looked at. $DATA of entry 6, $Bitmap; empty where that cannot be read.
     data_run_list m_bitmap_runs;
     // Bytes from one record of $MFT to the next, as record 0 says. May differ from the size that is read.
     std::uint32_t m_record_alloc = 0;
     std::uint64_t m_num_entries = 0;
     std::int32_t m_cluster_size = 0;
     std::int64_t m_total_clusters = 0;
-    // 0 where a record is smaller than a cluster.
+    // Reserved: not looked at. 0 where a record is smaller than a cluster.
     std::int32_t m_mft_cluster_per_record_fixed = 0;
     std::int64_t m_mft_file_pos = 0;
     std::uint32_t m_sectors_per_cluster = 0;
@@ -70,7 +77,7 @@ class CNtfs {
     path_cache m_path_cache;
     // What all that is kept of the volume may still take, in bytes.
     budget m_cache_memory{budget::unlimited};
-    // Loads m_sd_cache; null where no reader of descriptors is wanted.
+    // Reserved: loads m_sd_cache; null in every flow of the program.
     security_loader m_load_security = nullptr;
 
     // Opening and geometry (ntfs_open, ntfs_validate).
@@ -115,9 +122,11 @@ class CNtfs {
                                          std::uint32_t& byte_offset) const;
     [[nodiscard]] std::uint64_t entry_position(std::uint64_t entry) const;
 
-    // The reader of this volume's clusters; of an object that is not valid it reads nothing. It is good as
-    // long as the object is.
+    // The readers of this volume. Of an object that is not valid the one reads nothing, the other only record
+    // 0. They are good as long as the object is.
     [[nodiscard]] cluster_reader clusters() const;
+    [[nodiscard]] record_reader records() const;
+
     // See cluster_reader.
     [[nodiscard]] bool read_clusters(std::uint64_t lcn, std::uint8_t* buffer, std::uint64_t& length) {
         return clusters().read_clusters(lcn, buffer, length);
@@ -127,49 +136,41 @@ class CNtfs {
         return clusters().read_cluster_alloc(lcn, buffer, length, position);
     }
 
-    // File records. Entry 0 is read from the place that the boot sector tells, any other through the runs of
-    // $MFT, and only from a valid object. One read takes the whole record from its first byte on, also where
-    // $MFT goes on elsewhere in the middle of it.
-
-    // Without putting sector ends back. `length` becomes what was read. The vector is made as long as the
-    // record, and is empty after false. The span must have room for the whole record; if it has not, `length`
-    // tells the room needed.
+    // See record_reader.
     [[nodiscard]] bool read_record_raw(std::uint64_t entry, std::vector<std::uint8_t>& record,
-                                       std::uint64_t& position, std::uint64_t& length);
+                                       std::uint64_t& position, std::uint64_t& length) {
+        return records().read_raw(entry, record, position, length);
+    }
     [[nodiscard]] bool read_record_raw(std::uint64_t entry, std::span<std::uint8_t> buffer,
-                                       std::uint64_t& position, std::uint64_t& length);
-    // The same with the sector ends put back. False also for what is neither a record with a good header nor
-    // an index block.
+                                       std::uint64_t& position, std::uint64_t& length) {
+        return records().read_raw(entry, buffer, position, length);
+    }
     [[nodiscard]] bool read_record(std::uint64_t entry, std::vector<std::uint8_t>& record,
-                                   std::uint64_t& position, std::uint64_t& length);
+                                   std::uint64_t& position, std::uint64_t& length) {
+        return records().read(entry, record, position, length);
+    }
     [[nodiscard]] bool read_record(std::uint64_t entry, std::span<std::uint8_t> buffer,
-                                   std::uint64_t& position, std::uint64_t& length);
-    // The two halves of read_record, for who reads neighbouring records at once: how many bytes a record has
-    // on disk, and the test of what was read, which puts the sector ends back.
-    [[nodiscard]] std::uint32_t record_read_size(std::uint64_t entry) const;
-    [[nodiscard]] bool accept_record(std::span<std::uint8_t> record) const;
-    // A record of get_mft_record_size() bytes from a valid object, without and with its sector ends put back.
-    // After false the vector holds nothing of use. `kind` is `unknown` where nothing was read, otherwise as
-    // from apply_fixups_checked, so that a "BAAD" record is told by its kind.
+                                   std::uint64_t& position, std::uint64_t& length) {
+        return records().read(entry, buffer, position, length);
+    }
     [[nodiscard]] bool read_record_vector(std::vector<std::uint8_t>& record, std::uint64_t& position,
-                                          std::uint64_t entry);
+                                          std::uint64_t entry) {
+        return records().read_vector(record, position, entry);
+    }
     [[nodiscard]] bool read_record_checked(std::vector<std::uint8_t>& record, std::uint64_t& position,
-                                           record_kind& kind, std::uint64_t entry);
+                                           record_kind& kind, std::uint64_t entry) {
+        return records().read_checked(record, position, kind, entry);
+    }
 
-    // The walk behind INODE_STATS (record_parser).
-
-    // Gathers what record `entry` and the records of its attribute list say into `stats`, which is cleared
-    // first unless `append` is set. Damage ends the walk where it stands.
+    // See record_parser, whose routines these are for a file other than $MFT.
     void parse_record(byte_view record, INODE_STATS& stats, std::uint64_t entry, bool append);
-    // One walk over the attributes from `first` on, of which `bytes_left` bytes are left; only over `first`
-    // if `single` is set. `list_attribute` becomes the last attribute list met, or stays as it is. False if
-    // the mapping pairs of an attribute hold nothing.
     [[nodiscard]] bool parse_attributes(INODE_STATS& stats, attribute& list_attribute, attribute first,
                                         std::int64_t bytes_left, bool append, bool single);
 
     // A byte range of a stream (stream_reader).
     [[nodiscard]] bool read_stream_bytes(const cluster_run_list& runs, std::uint64_t offset,
                                          std::uint8_t* buffer, std::uint64_t& length, std::uint32_t& flags);
+    // Reserved: streams are read through a stream_reader.
     [[nodiscard]] bool read_stream_range(const cluster_run_list& runs, std::uint64_t offset,
                                          std::uint8_t* buffer, std::uint64_t& length, bool skip_sparse);
 
@@ -179,24 +180,13 @@ class CNtfs {
     [[nodiscard]] bool learn_geometry(std::int64_t& mft_position);
     [[nodiscard]] bool read_mft_record();
     void read_bitmap_runs();
-
     [[nodiscard]] cluster_reader clusters_of(RAW_DISK_IO* disk) const;
-    [[nodiscard]] bool read_record_at(std::uint64_t entry, std::span<std::uint8_t> buffer,
-                                      std::uint64_t& position, std::uint64_t& length);
-
-    void take_owner(INODE_STATS& stats, std::uint32_t security_id);
-    [[nodiscard]] bool knows_security();
-    [[nodiscard]] bool read_attribute_list(INODE_STATS& stats, const attribute& list, std::uint64_t bytes,
-                                           std::uint64_t entry);
-    [[nodiscard]] bool walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_t entry);
-    [[nodiscard]] std::uint64_t add_listed_attribute(INODE_STATS& stats, const list_entry& listed,
-                                                     std::vector<std::uint8_t>& record);
+    [[nodiscard]] record_reader records_by(const mft_map* map) const;
+    [[nodiscard]] const std::string* owner_of(std::uint32_t security_id);
 
     // The part of m_cache_memory that the runs of $MFT and $Bitmap may take.
     budget m_system_run_memory{limits::system_run_memory};
-    // For each run of $MFT the first of its clusters that is behind it, counted from the start of $MFT.
-    std::vector<std::uint64_t> m_mft_run_ends;
-    void index_mft_runs();
+    mft_map m_mft_map;
 };
 
 }  // namespace quarry

@@ -1,6 +1,8 @@
 // From the boot sector and record 0 to the geometry of a volume.
 #include "volume/ntfs.h"
 #include "volume/positions.h"
+#include "volume/record_parser.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
 #include <new>
@@ -12,11 +14,8 @@ namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t bitmap_entry = 6;
-
-// Deliberate: one would expect the end marker 55 AA, the checksum and the numbers to be looked at too. The
-// eight bytes behind the jump instruction are all that makes a sector a boot sector, so a volume whose boot
-// sector is damaged elsewhere still opens.
+// Deliberate: the eight bytes after the jump instruction are all that makes a sector a boot sector, not the
+// end marker 55 AA, the checksum or the numbers. A volume whose boot sector is damaged elsewhere still opens.
 bool has_ntfs_signature(const NTFS_BOOT& boot) {
     const std::string_view signature(boot.signature, sizeof(boot.signature));
     const std::string_view rest(boot.oem_rest, sizeof(boot.oem_rest));
@@ -28,8 +27,8 @@ std::uint64_t claimed_record_size(std::int8_t clusters_per_record, std::uint32_t
     if (clusters_per_record >= 0) {
         return std::uint64_t{cluster_size} * static_cast<std::uint8_t>(clusters_per_record);
     }
-    // Deliberate: one would expect a power of 32 and more to be refused. It is taken modulo 32, so the byte
-    // 0xD6 says 1024 as 0xF6 does.
+    // Deliberate: a power of 32 and more is taken modulo 32, not refused. The byte 0xD6 says 1024 as 0xF6
+    // does.
     const auto shift = static_cast<std::uint32_t>(256 - clusters_per_record) % 32;
     return std::uint64_t{1} << shift;
 }
@@ -83,8 +82,8 @@ bool CNtfs::learn_geometry(std::int64_t& mft_position) {
     return true;
 }
 
-// Deliberate: one would expect the mirror of $MFT to serve where record 0 is damaged. It is never read, so
-// such a volume does not open.
+// Deliberate: the mirror of $MFT is never read, not even where record 0 is damaged. Such a volume does not
+// open.
 bool CNtfs::read_mft_record() {
     std::uint64_t position = 0;
     std::uint64_t length = 0;
@@ -99,18 +98,25 @@ bool CNtfs::read_mft_record() {
             return false;
         }
     }
-    // Deliberate: one would expect the size in the boot sector to be the step from one record to the next.
-    // The size in the header of record 0 is, so a volume where the two differ is read by the header.
+    // Deliberate: the step from one record to the next is the size in the header of record 0, not that in the
+    // boot sector. A volume where the two differ is read by the header.
     m_record_alloc = file_record(m_mft_record).bytes_allocated();
     if (m_record_alloc == 0) {
         return false;
     }
-    // Deliberate: one would expect a $MFT without usable attributes to be refused. The volume opens all the
-    // same, and record 0 can be read.
-    parse_record(m_mft_record, m_mft_info, 0, false);
+    const auto cluster_size = static_cast<std::uint64_t>(m_cluster_size);
+    m_mft_map = mft_map(m_record_alloc, cluster_size);
+    // Extension records of $MFT are found through the runs that record 0 holds itself.
+    const record_reader records = records_by(&m_mft_map);
+    // Deliberate: a $MFT without usable attributes is not refused. The volume opens all the same, and record
+    // 0 can be read.
+    quarry::parse_record({.records = records,
+                          .run_memory = m_system_run_memory,
+                          .cache_memory = m_cache_memory,
+                          .growing_map = &m_mft_map},
+                         m_mft_record, m_mft_info, mft_entry, false);
     const std::uint64_t bytes =
-        position_product(count_clusters(m_mft_info.data_runs), static_cast<std::uint64_t>(m_cluster_size))
-            .value_or(highest_position);
+        position_product(count_clusters(m_mft_info.data_runs), cluster_size).value_or(highest_position);
     m_num_entries = bytes / m_record_alloc;
     return true;
 }

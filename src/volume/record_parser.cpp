@@ -1,19 +1,21 @@
-// The walk over the attributes of a system file's record and of its extension records.
+#include "volume/record_parser.h"
+
 #include "foundation/ql_string.h"
 #include "volume/attribute_values.h"
 #include "volume/followed_reads.h"
-#include "volume/ntfs.h"
+#include "volume/limits.h"
+#include "volume/well_known.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace quarry {
 
 namespace {
 
-constexpr std::uint64_t mft_entry = 0;
-
-// Memory of a run in a list and in the indexes over it.
-constexpr std::uint64_t memory_of_run = sizeof(data_run) + sizeof(std::uint64_t) + 64;
+// Memory of a run: in its list, in the map of $MFT, and in INODE_STATS::vcn_index.
+constexpr std::uint64_t memory_of_run = sizeof(data_run) + mft_map::memory_of_run + 56;
 
 std::uint64_t stored_runs(const INODE_STATS& stats) {
     return stats.data_runs.size() + stats.bitmap_runs.size();
@@ -37,8 +39,8 @@ void add_resident_value(const attribute& at, data_run_list& list) {
 }
 
 // $DATA and $BITMAP: the runs, or the value in their place, and the size of the first that has one. False if
-// the pairs hold nothing. Deliberate: one would expect a named $DATA to be kept apart. It counts like the
-// unnamed one, and with `clear` set (in a record that has no extension) the runs of the last one stand.
+// the pairs hold nothing. Deliberate: a named $DATA is not kept apart. It counts like the unnamed one, and
+// with `clear` set (in the first record) the runs of the last one take the place of the others.
 bool take_content(const attribute& at, data_run_list& list, std::uint64_t& size, bool clear) {
     std::uint64_t own_size = 0;
     if (!at.non_resident()) {
@@ -60,7 +62,7 @@ bool take_content(const attribute& at, data_run_list& list, std::uint64_t& size,
     return true;
 }
 
-// The name of an attribute if it has one and that lies inside of it.
+// The name of an attribute; empty if it has none, or one that does not lie within it.
 byte_view name_of(const attribute& at) {
     const std::uint64_t length = std::uint64_t{2} * at.name_length_in_units();
     if (length == 0 || at.name_offset() == 0) {
@@ -83,8 +85,7 @@ bool take_index(const attribute& at, INODE_STATS& stats) {
     return true;
 }
 
-// Deliberate: one would expect the long name to be preferred to the short one. The last $FILE_NAME of the
-// record is the one that is kept, and its size.
+// Deliberate: the last $FILE_NAME of the record is kept, with its size, not the one with the long name.
 void take_file_name(const attribute& at, INODE_STATS& stats) {
     if (at.name_length_in_units() != 0) {
         const byte_view name =
@@ -104,46 +105,146 @@ void take_file_name(const attribute& at, INODE_STATS& stats) {
     stats.size = file_name_value(at.from_value()).real_size();
 }
 
+// Deliberate: the older form of 48 bytes has a security id too. The four bytes at its place are taken for
+// one, which at most gives a wrong owner of a system file.
+void take_owner(const parse_context& context, const attribute& at, INODE_STATS& stats) {
+    const std::uint32_t security_id = standard_information_value(at.from_value()).security_id();
+    if (security_id == 0 || !context.owner) {
+        return;
+    }
+    if (const std::string* const owner = context.owner(security_id); owner != nullptr) {
+        stats.security_text = *owner;
+    }
+}
+
+// The walk over an attribute list and the records that it names.
+class list_walk {
+  public:
+    list_walk(const parse_context& context, INODE_STATS& stats, std::uint64_t entry)
+        : m_context(context), m_stats(stats), m_entry(entry) {}
+
+    // False if the list or its first entry is longer than the bytes that hold it.
+    [[nodiscard]] bool follow(const attribute& list);
+
+  private:
+    [[nodiscard]] bool walk(byte_view list);
+    [[nodiscard]] std::uint64_t add(const list_entry& listed);
+    void take(const attribute& at);
+
+    const parse_context& m_context;
+    INODE_STATS& m_stats;
+    std::uint64_t m_entry;
+    std::vector<std::uint8_t> m_record;
+};
+
+bool list_walk::follow(const attribute& list) {
+    if (list.length() > m_context.records.step()) {
+        return false;
+    }
+    if (!list.non_resident()) {
+        return list.value_length() == 0 || walk(list.value());
+    }
+    if (list.initialized_size() == 0) {
+        return true;
+    }
+    // Deliberate: a list does not end with its real size. It is walked to the end of its clusters, so entries
+    // that an earlier, longer list left there still count if the walk comes to them.
+    std::vector<std::uint8_t> value;
+    // A list with a damaged part serves as far as it was read.
+    static_cast<void>(m_context.records.clusters().read_list_clusters(list, value));
+    return walk(value);
+}
+
+bool list_walk::walk(byte_view list) {
+    list_entry at(list);
+    if (list.empty() || at.length() > list.size()) {
+        return false;
+    }
+    budget attribute_bytes(limits::system_attribute_bytes(m_context.records.clusters().source_size()));
+    followed_reads reads;
+    reads.count(list.size());
+    auto bytes_left = static_cast<std::int64_t>(list.size());
+    // Ends with the list: each step is at least one byte long.
+    while (at.length() != 0 && at.length() <= bytes_left && !attribute_bytes.spent() &&
+           !m_context.run_memory.spent() && reads.may_go_on()) {
+        if (at.entry_number() != m_entry) {
+            reads.count(m_context.records.common_size());
+            attribute_bytes.take(add(at));
+        }
+        bytes_left -= at.length();
+        if (bytes_left < smallest_list_entry) {
+            break;
+        }
+        at = at.next();
+    }
+    return true;
+}
+
+// Parses the attribute that a list entry names, out of the extension record that holds it. A record that was
+// used anew since the list was written is passed over. Returns the bytes that the attribute counts for, 0 if
+// it was not found.
+std::uint64_t list_walk::add(const list_entry& listed) {
+    std::uint64_t position = 0;
+    record_kind kind = record_kind::unknown;
+    if (!m_context.records.read_checked(m_record, position, kind, listed.entry_number()) ||
+        kind != record_kind::file) {
+        return 0;
+    }
+    const file_record header{byte_view(m_record)};
+    if (header.first_attribute_offset() == 0 || header.sequence_number() != listed.sequence_number()) {
+        return 0;
+    }
+    attribute at = first_attribute(m_record);
+    if (at.length() >= m_context.records.step()) {
+        return 0;
+    }
+    std::int64_t bytes_left = m_context.records.step();
+    // Ends with the record: each step is at least one byte long.
+    for (; at.type() != attr_end_marker && bytes_left > 0; at = at.next()) {
+        if (at.type() == listed.type() && at.id() == listed.id()) {
+            take(at);
+            return std::max<std::uint64_t>(at.length(), limits::smallest_counted_attribute);
+        }
+        if (at.length() == 0) {
+            return 0;
+        }
+        bytes_left -= at.length();
+    }
+    return 0;
+}
+
+void list_walk::take(const attribute& at) {
+    attribute list_in_extension;
+    const std::uint64_t runs_before = stored_runs(m_stats);
+    const std::size_t indexes_before = m_stats.index_runs.size();
+    static_cast<void>(parse_attributes(m_context, m_stats, list_in_extension, at, at.length(), true, true));
+    const std::uint64_t added = m_stats.index_runs.size() > indexes_before
+                                    ? m_stats.index_runs.back().size()
+                                    : stored_runs(m_stats) - runs_before;
+    m_context.run_memory.take(added * memory_of_run);
+    m_context.cache_memory.take(added * memory_of_run);
+    if (m_context.growing_map != nullptr) {
+        m_context.growing_map->extend(m_stats.data_runs);
+    }
+}
+
 }  // namespace
 
-// Asks once: where there are no descriptors, each attribute of a damaged record would have them sought again.
-bool CNtfs::knows_security() {
-    if (!m_security_known) {
-        m_security_known = m_load_security != nullptr && m_load_security(*this);
-    }
-    return *m_security_known;
-}
-
-void CNtfs::take_owner(INODE_STATS& stats, std::uint32_t security_id) {
-    if (security_id == 0 || m_mft_info.size == 0 || !m_Validated) {
-        return;
-    }
-    if (!knows_security()) {
-        return;
-    }
-    const auto found = m_sd_cache.find(security_id);
-    if (found != m_sd_cache.end()) {
-        stats.security_text = found->second.owner;
-    }
-}
-
-bool CNtfs::parse_attributes(INODE_STATS& stats, attribute& list_attribute, attribute first,
-                             std::int64_t bytes_left, bool append, bool single) {
+bool parse_attributes(const parse_context& context, INODE_STATS& stats, attribute& list_attribute,
+                      attribute first, std::int64_t bytes_left, bool append, bool single) {
     if (!append) {
         stats = {};
     }
     // Ends with the bytes: each step is at least one byte long.
     for (attribute at = first; at.type() != attr_end_marker && bytes_left > 0; at = at.next()) {
         const std::uint32_t length = at.length();
-        if (length > m_record_alloc || length > bytes_left) {
+        if (length > context.records.step() || length > bytes_left) {
             return true;
         }
         bool decoded = true;
         switch (at.type()) {
             case attr_standard_information:
-                // Deliberate: one would expect the older form of 48 bytes to have no security id. The four
-                // bytes at its place are taken for one, which at most names a wrong owner of a system file.
-                take_owner(stats, standard_information_value(at.from_value()).security_id());
+                take_owner(context, at, stats);
                 break;
             case attr_attribute_list:
                 list_attribute = at;
@@ -174,121 +275,28 @@ bool CNtfs::parse_attributes(INODE_STATS& stats, attribute& list_attribute, attr
     return true;
 }
 
-void CNtfs::parse_record(byte_view record, INODE_STATS& stats, std::uint64_t entry, bool append) {
-    if (&stats == &m_mft_info && !append) {
-        m_mft_run_ends.clear();
+void parse_record(const parse_context& context, byte_view record, INODE_STATS& stats, std::uint64_t entry,
+                  bool append) {
+    if (context.growing_map != nullptr && !append) {
+        context.growing_map->clear();
     }
     attribute list;
-    const bool decoded =
-        parse_attributes(stats, list, first_attribute(record), m_record_alloc, append, false);
-    if (&stats == &m_mft_info) {
-        index_mft_runs();
+    const bool decoded = parse_attributes(context, stats, list, first_attribute(record),
+                                          context.records.step(), append, false);
+    if (context.growing_map != nullptr) {
+        context.growing_map->extend(stats.data_runs);
     }
     if (!decoded || (stats.data_runs.empty() && entry == mft_entry)) {
         return;
     }
     if (!list.is_null()) {
-        if (list.length() > m_record_alloc) {
+        if (list.length() > context.records.step()) {
             return;
         }
-        // Extension records of $MFT are found through the runs that record 0 holds itself.
-        const bool was_validated = m_Validated;
-        m_Validated = m_Validated || entry == mft_entry;
-        if (!read_attribute_list(stats, list, m_record_alloc, entry)) {
-            m_Validated = was_validated;
-        }
+        // A list that cannot be followed adds nothing.
+        static_cast<void>(list_walk(context, stats, entry).follow(list));
     }
     number_runs(stats);
-}
-
-bool CNtfs::read_attribute_list(INODE_STATS& stats, const attribute& list, std::uint64_t bytes,
-                                std::uint64_t entry) {
-    if (list.length() > bytes) {
-        return false;
-    }
-    if (!list.non_resident()) {
-        return list.value_length() == 0 || walk_attribute_list(stats, list.value(), entry);
-    }
-    if (list.initialized_size() == 0) {
-        return true;
-    }
-    // Deliberate: one would expect a list to end with its real size. It is walked to the end of its clusters,
-    // so entries that an earlier, longer list left behind the end still count if they stand where a walk
-    // comes.
-    std::vector<std::uint8_t> value;
-    // A list with a damaged part serves as far as it was read.
-    static_cast<void>(clusters().read_list_clusters(list, value));
-    return walk_attribute_list(stats, value, entry);
-}
-
-bool CNtfs::walk_attribute_list(INODE_STATS& stats, byte_view list, std::uint64_t entry) {
-    list_entry at(list);
-    if (list.empty() || at.length() > list.size()) {
-        return false;
-    }
-    budget attribute_bytes(limits::system_attribute_bytes(source_size()));
-    followed_reads reads;
-    reads.count(list.size());
-    std::vector<std::uint8_t> record;
-    auto bytes_left = static_cast<std::int64_t>(list.size());
-    // Ends with the list: each step is at least one byte long.
-    while (at.length() != 0 && at.length() <= bytes_left && !attribute_bytes.spent() &&
-           !m_system_run_memory.spent() && reads.may_go_on()) {
-        if (at.entry_number() != entry) {
-            reads.count(get_mft_record_size());
-            attribute_bytes.take(add_listed_attribute(stats, at, record));
-        }
-        bytes_left -= at.length();
-        if (bytes_left < smallest_list_entry) {
-            break;
-        }
-        at = at.next();
-    }
-    return true;
-}
-
-// Parses the attribute that a list entry names, out of the extension record that holds it; `record` is room
-// for that. A record that was used anew since the list was written is passed over. Returns the bytes that the
-// attribute counts for, 0 if it was not found.
-std::uint64_t CNtfs::add_listed_attribute(INODE_STATS& stats, const list_entry& listed,
-                                          std::vector<std::uint8_t>& record) {
-    std::uint64_t position = 0;
-    record_kind kind = record_kind::unknown;
-    if (!read_record_checked(record, position, kind, listed.entry_number()) || kind != record_kind::file) {
-        return 0;
-    }
-    const file_record header{byte_view(record)};
-    if (header.first_attribute_offset() == 0 || header.sequence_number() != listed.sequence_number()) {
-        return 0;
-    }
-    attribute at = first_attribute(record);
-    if (at.length() >= m_record_alloc) {
-        return 0;
-    }
-    std::int64_t bytes_left = m_record_alloc;
-    // Ends with the record: each step is at least one byte long.
-    for (; at.type() != attr_end_marker && bytes_left > 0; at = at.next()) {
-        if (at.type() == listed.type() && at.id() == listed.id()) {
-            attribute list_in_extension;
-            const std::uint64_t runs_before = stored_runs(stats);
-            const std::size_t indexes_before = stats.index_runs.size();
-            static_cast<void>(parse_attributes(stats, list_in_extension, at, at.length(), true, true));
-            const std::uint64_t added = stats.index_runs.size() > indexes_before
-                                            ? stats.index_runs.back().size()
-                                            : stored_runs(stats) - runs_before;
-            m_system_run_memory.take(added * memory_of_run);
-            m_cache_memory.take(added * memory_of_run);
-            if (&stats == &m_mft_info) {
-                index_mft_runs();
-            }
-            return std::max<std::uint64_t>(at.length(), limits::smallest_counted_attribute);
-        }
-        if (at.length() == 0) {
-            return 0;
-        }
-        bytes_left -= at.length();
-    }
-    return 0;
 }
 
 }  // namespace quarry

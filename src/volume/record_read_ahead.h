@@ -4,7 +4,7 @@
 // $MFT. One read for each would cost more than all that is done with them.
 #pragma once
 
-#include "volume/ntfs.h"
+#include "volume/record_reader.h"
 
 #include <cstdint>
 #include <span>
@@ -14,11 +14,11 @@ namespace quarry {
 
 class record_read_ahead {
   public:
-    explicit record_read_ahead(CNtfs& ntfs) : m_ntfs(ntfs) {}
+    explicit record_read_ahead(const record_reader& records) : m_records(records) {}
 
-    // The answer of CNtfs::read_record for the first of `entries`, of which there is at least one, in the
+    // The answer of record_reader::read for the first of `entries`, of which there is at least one, in the
     // same buffer and of the same length. The others, ascending, are those that will be asked for next. Where
-    // neighbours cannot be read together each is read alone, so damage shows as it does in single reads.
+    // neighbours cannot be read together each is read on its own, so damage shows as it does in single reads.
     [[nodiscard]] bool read(std::span<const std::uint64_t> entries, std::span<std::uint8_t> record,
                             std::uint64_t& length);
 
@@ -35,7 +35,7 @@ class record_read_ahead {
     [[nodiscard]] stretch neighbours(std::span<const std::uint64_t> entries, std::uint64_t size) const;
     void fetch(const stretch& wanted);
 
-    CNtfs& m_ntfs;
+    record_reader m_records;
     stretch m_held;
     std::vector<std::uint8_t> m_bytes;  // what the source has there
     stretch m_refused;                  // the last stretch that could not be read as a whole

@@ -367,8 +367,9 @@ TEST(AttributeList, entry_6_may_have_all_its_runs_in_an_extension_record) {
     EXPECT_EQ(plain(volume->m_bitmap_runs), (plain_runs{{77, 3}}));
 }
 
-// Whether the volume counts as valid once a record with this list was parsed as that of an entry.
-bool valid_after(const bytes& list, std::uint64_t entry, bool with_data = true, bool valid_before = false) {
+// Whether a volume that was, or was not, valid is so after a record with this list was parsed as that of an
+// entry.
+bool valid_after(const bytes& list, std::uint64_t entry, bool with_data, bool valid_before) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     volume.m_Validated = valid_before;
@@ -383,14 +384,16 @@ bool valid_after(const bytes& list, std::uint64_t entry, bool with_data = true, 
     return volume.m_Validated;
 }
 
-TEST(AttributeList, the_list_of_mft_makes_the_volume_valid_unless_it_cannot_be_read) {
+TEST(AttributeList, no_list_makes_a_volume_valid_or_invalid) {
     const bytes longer_than_the_list(8, 0x11);
-    EXPECT_TRUE(valid_after({}, 0)) << "an empty list is no failure";
-    EXPECT_TRUE(valid_after(build_attribute_list({{.record = 0}}), 0));
-    EXPECT_FALSE(valid_after(longer_than_the_list, 0));
-    EXPECT_TRUE(valid_after(longer_than_the_list, 0, true, true)) << "what was valid stays so";
-    EXPECT_FALSE(valid_after({}, 0, false)) << "without runs the list is not read";
-    EXPECT_FALSE(valid_after({}, 6)) << "only that of $MFT does";
+    for (const bytes& list : {bytes(), build_attribute_list({{.record = 0}}), longer_than_the_list}) {
+        for (const std::uint64_t entry : {0u, 6u}) {
+            for (const bool with_data : {false, true}) {
+                EXPECT_TRUE(valid_after(list, entry, with_data, true));
+                EXPECT_FALSE(valid_after(list, entry, with_data, false));
+            }
+        }
+    }
 }
 
 TEST(AttributeList, two_records_that_name_each_other_end) {

@@ -308,25 +308,6 @@ TEST(ParseRecord, a_record_cut_at_any_length_is_survived) {
     }
 }
 
-// Four entries of 1,024 bytes fit into a cluster: entry 5 is in the second one.
-TEST(ParseRecord, a_second_record_of_mft_replaces_the_places_that_the_first_gave) {
-    CNtfs volume;
-    volume.m_record_alloc = 1024;
-    volume.m_cluster_size = 4096;
-    volume.m_Validated = true;
-    std::uint64_t lcn = 0;
-    std::uint32_t byte_offset = 0;
-    const auto take = [&volume](const char* pairs) {
-        volume.parse_record(record_builder().add(data(pairs)).build_restored(), volume.m_mft_info, 0, false);
-    };
-    take("11 01 05 00");
-    EXPECT_FALSE(volume.get_lcn_for_inode(5, lcn, byte_offset));
-    take("11 02 09 00");
-    ASSERT_TRUE(volume.get_lcn_for_inode(5, lcn, byte_offset));
-    EXPECT_EQ(lcn, 10u);
-    EXPECT_EQ(byte_offset, 1024u);
-}
-
 int loads = 0;
 bool load_two_owners(CNtfs& volume) {
     ++loads;

@@ -34,7 +34,7 @@ answer read_alone(CNtfs& ntfs, std::uint64_t entry, std::size_t room) {
 }
 
 void expect_same_as_alone(CNtfs& ntfs, const numbers& entries, std::size_t room = 1024) {
-    record_read_ahead reader(ntfs);
+    record_read_ahead reader(ntfs.records());
     for (std::size_t i = 0; i < entries.size(); ++i) {
         bytes record(room, 0xEE);
         std::uint64_t length = 0;
@@ -69,7 +69,7 @@ TEST(RecordReadAhead, MakesFewerReadsThanThereAreRecords) {
     add_files(volume, 200);
     opened_volume opened(volume);
     const numbers entries = all_entries(224);
-    record_read_ahead reader(opened.ntfs());
+    record_read_ahead reader(opened->records());
     bytes record(1024);
     std::uint64_t length = 0;
     ASSERT_TRUE(reader.read(std::span(entries).subspan(24), record, length));
@@ -96,12 +96,14 @@ TEST(RecordReadAhead, KeepsRecordsApartThatLieOverEachOther) {
     }
     volume_builder volume({.sectors_per_cluster = 1, .mft_entries = 32, .mft_runs = clusters});
     add_files(volume, 4);
+    clusters[50].lcn = 64 + 49;
+    volume.replace_record(0,
+                          volume.new_record(0).add(attribute_builder::non_resident(0x80, clusters)).build());
     bytes image = volume.image();
-    // The record of entry 25 over the second half of that of entry 24, where $MFT then says it is.
+    // The record of entry 25 over the second half of that of entry 24, where $MFT says it is.
     const auto from = image.begin() + static_cast<std::ptrdiff_t>(volume.record_position(25));
     std::copy_n(bytes(from, from + 1024).begin(), 1024, from - 512);
     opened_volume opened(image);
-    opened->m_mft_info.data_runs[50].lcn = 64 + 49;
     ASSERT_EQ(opened->entry_position(25), opened->entry_position(24) + 512);
     ASSERT_TRUE(read_alone(opened.ntfs(), 24, 1024).result);
     ASSERT_TRUE(read_alone(opened.ntfs(), 25, 1024).result);
@@ -147,8 +149,10 @@ TEST(RecordReadAhead, ShowsTheDamageThatSingleReadsShow) {
 TEST(RecordReadAhead, TakesEntry0FromWhereTheBootSectorSays) {
     volume_builder volume;
     add_files(volume, 4);
+    // Six clusters further than the boot sector says: where entry 24 is.
+    volume.replace_record(
+        0, volume.new_record(0).add(attribute_builder::non_resident(0x80, runs({{10, 16}}))).build());
     opened_volume opened(volume);
-    opened->m_mft_info.data_runs[0].lcn += 6;  // where entry 24 is
     ASSERT_NE(opened->entry_position(0), static_cast<std::uint64_t>(opened->m_mft_file_pos));
     ASSERT_TRUE(read_alone(opened.ntfs(), 0, 1024).result);
     expect_same_as_alone(opened.ntfs(), {0, 1, 2});
