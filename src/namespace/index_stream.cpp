@@ -174,9 +174,9 @@ struct block_range {
 [[nodiscard]] bool find_range(block_range& range, const CNtfs& ntfs, const cluster_run_list& runs,
                               std::uint64_t first_block, std::uint64_t wanted) {
     const block_layout layout(ntfs);
-    // Deliberate: one would expect sparse runs to count for the size of the stream as they do for the places
-    // in it. They do not, so behind a hole the last blocks, as many as the hole has room for, are not looked
-    // at.
+    // Deliberate: sparse runs do not count for the size of the stream, though they do for the places in it.
+    // After a hole the last blocks, as many as the hole has room for, are not looked at: the user does not
+    // find the names in them.
     const std::uint64_t bytes = run_bytes(runs, layout.cluster_size, true);
     if (bytes == 0) {
         return false;
@@ -250,8 +250,8 @@ bool parse_index_allocation(_inode_collection& collection, CNtfs* ntfs, const at
     range.count = reads.take(range.count * index_block_size) / index_block_size;
     // An index whose entries overlap must not show more children than the source can hold.
     const std::uint64_t most_children = limits::children_of_directory(ntfs->source_size());
-    // Deliberate: one would expect the index's $BITMAP to tell which blocks are live. It is not looked at, so
-    // a freed block gives the children that it held: a deleted file can still be found.
+    // Deliberate: the index's $BITMAP, which says which blocks are live, is not looked at. A freed block
+    // gives the children that it held, and the user can still find a deleted file.
     visit_blocks(*ntfs, runs, range, [&](std::uint64_t /*place*/, std::span<std::uint8_t> bytes) {
         const index_block block{byte_view(bytes)};
         if (block.is_indx() && collection.held() <= most_children) {

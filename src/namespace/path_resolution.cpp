@@ -49,8 +49,8 @@ class path_walk {
                 if (++restarts > most_restarts) {
                     return false;
                 }
-                // Deliberate: one would expect a link to the root alone to lead there. With no segment left
-                // to walk the entry stays the link's own.
+                // Deliberate: a link to the root itself does not lead there. With no segment left to walk
+                // the entry stays the link's own.
                 m_path.names = segments_behind_link(m_path.names, index, target);
                 m_parent = root_directory;
                 index = first_walked_segment(m_path.names);

@@ -33,7 +33,7 @@ void write_times(std::ostream& out, const attr_item& item) {
 void write_file_record(std::ostream& out, const attr_item& item) {
     using namespace header_bits;
     constexpr unsigned unknown_link_count = 15;
-    // A damaged attribute on disk may claim the type that stands for the header. It has no bits, and a second
+    // A damaged attribute on disk may claim the type that means the header. It has no bits, and a second
     // file record in the report would be made up of zeros: it shows like any other unknown type.
     if ((item.bits & always) == 0) {
         return;
@@ -47,12 +47,12 @@ void write_file_record(std::ostream& out, const attr_item& item) {
         out << "  deleted\n";
     }
     if ((item.bits & has_base) != 0) {
-        // Deliberate: one would expect the number of the base entry. The whole reference is shown, with the
+        // Deliberate: the whole reference to the base entry is shown, not its number. The user sees the
         // sequence number in front of the entry's twelve digits.
         out << "  references mft entry: 0x" << hex(item.base, 12) << '\n';
     }
-    // Deliberate: one would expect the count of hard links. Its four bits of a larger count are all there is,
-    // and 15 prints as -1.
+    // Deliberate: four bits of the count of hard links are shown, not all of it. The user sees -1 in place of
+    // 15.
     out << "  Ref Count: " << (links == unknown_link_count ? "-1" : std::to_string(links)) << '\n';
 }
 
@@ -63,8 +63,8 @@ void write_standard_information(std::ostream& out, const attr_item& item) {
 }
 
 void write_file_name(std::ostream& out, const attr_item& item) {
-    // Deliberate: one would expect the word to tell whether an index holds the name. It stands with every
-    // name of the Win32 name space, alone or together with DOS, and with no other.
+    // Deliberate: the word does not say whether an index holds the name. The user sees it with every name of
+    // the Win32 name space, on its own or together with DOS, and with no other.
     const bool has_word = (item.name_space & 0x01) != 0;
     out << "Filename Attrib: " << visible_text(item.text) << (has_word ? ", (indexed)\n" : "\n")
         << "  parnt mft: 0x" << hex_and_decimal(reference_entry(item.parent), 8) << '\n';
@@ -72,9 +72,9 @@ void write_file_name(std::ostream& out, const attr_item& item) {
 }
 
 void write_object_id(std::ostream& out, const attr_item& item) {
-    // Deliberate: one would expect the object id at the front of a longer value, which has the birth ids
-    // behind it. Only a value of exactly 16 bytes is shown; any other shows its size in the place of the id's
-    // first number.
+    // Deliberate: only a value of exactly 16 bytes is shown as an object id, not the id at the front of a
+    // longer value, where the birth ids follow it. The user sees the size of any other in the place of the
+    // id's first number.
     std::array<std::uint8_t, 16> id = item.object_id;
     if (item.value.size() != id.size()) {
         id = {};
@@ -96,8 +96,8 @@ void write_volume_name(std::ostream& out, const attr_item& item) {
     if (!item.text.empty()) {
         out << visible_text(item.text) << '\n';
     } else if (!item.value.empty()) {
-        // Deliberate: one would expect the volume's name as text. Its bytes are shown instead, beginning on
-        // the label's own line.
+        // Deliberate: the bytes of the volume's name are shown, not the text. The user sees them from the
+        // label's own line on.
         const ql::binary_data view(item.value, false);
         ql::hex_dump(out, view, 0, view.m_num_data, 0);
     } else {
@@ -123,14 +123,14 @@ void write_volume_information(std::ostream& out, const attr_item& item) {
         << system_of_version(value.major_version(), value.minor_version()) << '\n';
 }
 
-// Deliberate: one would expect the tag and the target of a link. An ordinary reparse point has neither text
-// nor name, so its label stands alone.
+// Deliberate: the label is all that is shown of a link, not its tag and its target. An ordinary reparse point
+// has neither text nor name.
 void write_reparse_point(std::ostream& out, const attr_item& item) {
     out << "Reparse Point Attrib: " << visible_text(item.text.empty() ? item.name : item.text) << '\n';
 }
 
-// Lines of 16 bytes. Deliberate: one would expect a value of 16, 32, ... bytes to end with its last full
-// line. Behind each sixteenth byte a line begins, so such a value ends in a line of two blanks.
+// Lines of 16 bytes. Deliberate: a line begins after each sixteenth byte, also after the last byte of a value
+// of 16, 32, ... bytes. The user sees a line of two blanks at its end.
 void write_value_bytes(std::ostream& out, const std::vector<std::uint8_t>& value) {
     std::string text = "  ";
     for (std::size_t i = 0; i < value.size(); ++i) {
@@ -140,8 +140,8 @@ void write_value_bytes(std::ostream& out, const std::vector<std::uint8_t>& value
     out << text << '\n';
 }
 
-// Deliberate: one would expect a sparse run to show no clusters, as it has none. It shows those from its LCN
-// on, whatever that holds.
+// Deliberate: a sparse run, which has no clusters, is shown with some. The user sees those from its LCN on,
+// whatever that holds.
 void write_runs(std::ostream& out, const cluster_run_list& runs) {
     out << "  cluster runs\n";
     for (const cluster_run& run : runs) {
@@ -165,7 +165,7 @@ void write_sizes(std::ostream& out, const attr_item& item) {
 
 void write_stream(std::ostream& out, std::string_view label, const attr_item& item) {
     out << label << (item.name.empty() ? "(unnamed)" : visible_text(item.name));
-    // Deliberate: one would expect both words for a stream with both flags. Only the first is shown.
+    // Deliberate: of the words for a stream with both flags the first is shown, not both.
     if ((item.flags & attr_flag_compressed) != 0) {
         out << ", data compressed";
     } else if ((item.flags & attr_flag_encrypted) != 0) {
@@ -188,8 +188,8 @@ void write_head(std::ostream& out, CNtfs& ntfs, std::uint64_t entry) {
     std::uint64_t lcn = 0;
     std::uint32_t byte_offset = 0;
     if (ntfs.get_lcn_for_inode(entry, lcn, byte_offset)) {
-        // Deliberate: one would expect the start of the partition to be the offset of the volume. Only a
-        // virtual disk tells of it; of an image, a drive or a partition 0 is shown.
+        // Deliberate: the start of the partition is not the offset of the volume. The user sees it of a
+        // virtual disk only; of an image, a drive or a partition 0 is shown.
         out << "  MFT entry LCN:offset: 0x" << hex(lcn, 8) << ":0x" << hex(byte_offset, 4) << " ["
             << std::to_string(lcn) << ':' << std::to_string(byte_offset) << "]\n"
             << "  start of partition:   0x"
@@ -228,8 +228,8 @@ void write_item(std::ostream& out, const attr_item& item) {
         case attr_logged_utility_stream:
             return write_stream(out, "Logged Utility Stream Attrib: ", item);
         default:
-            // Deliberate: one would expect at least a label. An attribute of any other type shows only in the
-            // empty line behind its block, which then follows that of the item before.
+            // Deliberate: an attribute of any other type has not even a label. The user sees only the empty
+            // line after its block, which then follows that of the item before.
             return;
     }
 }

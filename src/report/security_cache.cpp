@@ -24,7 +24,7 @@ constexpr std::uint64_t record_alignment = 16;
 constexpr std::uint32_t record_without_parts = 40;
 // NTFS fills $SDS in blocks of this size and lets no record cross from one into the next.
 constexpr std::uint32_t largest_record = 0x40000;
-// A record tells its position in 32 bits; behind them there is none.
+// A record holds its position in 32 bits; beyond them there is none.
 constexpr std::uint64_t positions_end = std::uint64_t{1} << 32;
 
 // An entry's place in the map, and what the three allocations within it take beside their bytes.
@@ -81,7 +81,7 @@ class sds_walker : public std::streambuf {
     }
 
   private:
-    // Walks bytes that stand at m_position, and keeps those that are not walked yet.
+    // Walks bytes that begin at m_position, and keeps those that are not walked yet.
     void go_on(byte_view bytes) {
         const std::uint64_t walked = walk(bytes, false);
         m_position += walked;
@@ -115,7 +115,7 @@ class sds_walker : public std::streambuf {
                head.size() > record_without_parts && head.size() <= largest_record;
     }
 
-    // Bytes from a record's start to where the last of its SIDs may end, which is behind the record if the
+    // Bytes from a record's start to where the last of its SIDs may end, which is past the record if the
     // SID's count is too large.
     [[nodiscard]] static std::uint64_t reach_of(const sds_record_view& record) {
         return std::uint64_t{record.size()} + sid_view::longest;
@@ -151,7 +151,7 @@ class sds_walker : public std::streambuf {
 }  // namespace
 
 bool parse_security_record(security_entry& entry, byte_view record) {
-    // The owner ends at least this much ahead of the bytes' end, and the group that much.
+    // Bytes that must follow the owner's SID, and the group's, before the end of the bytes.
     constexpr std::uint64_t bytes_ahead_of_owner = 24;
     constexpr std::uint64_t bytes_ahead_of_group = 32;
     entry = {};

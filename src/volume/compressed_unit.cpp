@@ -28,7 +28,7 @@ class chunk_header {
     std::uint16_t m_bits;
 };
 
-// A number of which the bytes behind the view count as zeros.
+// A number of which the bytes past the view count as zeros.
 std::uint16_t u16_before_zeros(byte_view bytes, std::uint64_t offset) {
     return static_cast<std::uint16_t>(bytes.u8_or_zero(offset) | (bytes.u8_or_zero(offset + 1) << 8));
 }
@@ -64,9 +64,9 @@ bool is_plain_by_tail(unit_bytes& unit) {
 }
 
 bool is_plain(unit_bytes& unit, std::uint32_t flags) {
-    // Deliberate: one would expect a unit without sparse clusters to be plain whatever it begins with. The
-    // header of a stored chunk makes it a unit of chunks, so a plain unit that happens to begin with these
-    // two bytes reaches the user taken apart.
+    // Deliberate: a unit without sparse clusters is not always uncompressed. The header of a stored chunk at
+    // its start makes it a unit of chunks. An uncompressed unit that happens to begin with these two bytes
+    // reaches the user decoded wrongly.
     const byte_view head = unit.from(0, header_size);
     if (head.u8_or_zero(0) == 0xFF && head.u8_or_zero(1) == 0x3F) {
         return false;
@@ -110,9 +110,9 @@ class plain_bytes {
 
 // What becomes of a unit whose chunks make no sense.
 //
-// Deliberate: one would expect the unit to fail, or its raw bytes to stand in place of its chunks. If
-// anything stands in its last 4096 bytes it is taken for plain after all, and its raw bytes follow the chunks
-// that were given out already: the user sees both.
+// Deliberate: the unit does not fail, and its raw bytes do not replace its chunks. If its last 4096 bytes are
+// not all zeros it is taken for an uncompressed one after all, and its raw bytes follow the chunks that were
+// given out already. The user sees both.
 bool rescue(unit_bytes& unit, plain_bytes& plain) {
     if (last_block_is_zero(unit)) {
         return false;
@@ -128,8 +128,8 @@ bool walk_chunks(unit_bytes& unit, plain_bytes& plain) {
     std::uint64_t position = 0;
     // Each turn moves on by two bytes at least.
     //
-    // Deliberate: one would expect the walk to end when the limit is used up. The chunks behind it still
-    // decide whether the unit could be made out, so damage behind the end of a file can cost the user its
+    // Deliberate: the walk does not end when the limit is used up. The chunks after it still decide whether
+    // the unit could be decoded, so damage past the end of a file can cost the user its
     // last unit.
     while (position < unit.size()) {
         const byte_view chunk = unit.from(position, longest_chunk);
@@ -143,9 +143,9 @@ bool walk_chunks(unit_bytes& unit, plain_bytes& plain) {
             std::swap(before, current);
             position += header_size + header.payload_size();
         } else if (header.is_stored_block()) {
-            // Deliberate: one would expect to go on behind the block. The walk goes on behind the part of it
-            // that was given, so where the limit cuts a block its rest is read as chunk headers. It is zeros
-            // as a rule, which end the block; anything else may cost the user the unit.
+            // Deliberate: the walk goes on after the part of the block that was given, not after the block.
+            // Where the limit cuts a block its rest is read as chunk headers. It is zeros as a rule, which
+            // end the block; anything else may cost the user the unit.
             position += header_size + plain.give(payload.clipped(0, block_size));
         } else if (header.ends_block()) {
             position = (position / block_size + 1) * block_size;

@@ -28,8 +28,8 @@ attr_item header_item(const entry_record& record) {
     attr_item item =
         new_item(record, attr_file_record, 0, 0, record_size_from_header(byte_view(record.record)));
     item.reference = item.entry | (std::uint64_t{item.sequence} << 48);
-    // Deliberate: one would expect the whole count of hard links. Four bits of it are kept, so the report of
-    // a file with 16 links shows 0.
+    // Deliberate: four bits of the count of hard links are kept, not all of it. The report of a file with 16
+    // links shows 0.
     using namespace header_bits;
     const unsigned links = (header.hard_link_count() & link_count_mask) << link_count_shift;
     item.bits =
@@ -96,8 +96,8 @@ void take_value(attr_item& item, const general_attribute& stored, std::uint32_t 
                 budget& padding) {
     const attribute at = stored.view();
     item.value_size = at.value_length();
-    // Deliberate: one would expect every resident value to be kept. One as long as a record, which no sound
-    // record can hold, is dropped: its size shows in the report and a copy finds no data.
+    // Deliberate: a resident value as long as a record, which no sound record can hold, is dropped, not kept.
+    // Its size shows in the report, and a copy finds no data.
     if (item.value_size < record_size) {
         item.value = value_in_full(at, padding);
     }

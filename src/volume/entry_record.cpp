@@ -16,9 +16,9 @@ constexpr std::size_t index_root_header_size = 16;
 
 // The attribute's name; empty if it has none, or one that does not lie in the record.
 //
-// Deliberate: one would expect the length to count bytes here as it does when the name is read. It is
-// compared as the count of units that the header gives, so of a name that the record's end cuts, the part
-// that exists is read.
+// Deliberate: the test takes the length for a count of bytes, although the header counts units, and the name
+// is read by them. The user sees the part that exists of a name that the
+// record's end cuts.
 std::wstring name_of(const attribute& at) {
     std::wstring name;
     const std::uint64_t units = at.name_length_in_units();
@@ -33,9 +33,9 @@ std::wstring name_of(const attribute& at) {
 // The value of an attribute of a kind that is always resident; nothing if its header gives it no place or no
 // length.
 //
-// Deliberate: one would expect the header's flag to be asked. It is not, so that a damaged flag hides neither
-// the times and names of a file nor, for want of a time, its copy. Where such an attribute does lie in
-// clusters, its lowest VCN stands in the place of both fields, and is 0.
+// Deliberate: the header's flag is not looked at. A damaged flag hides neither the times and names of a file
+// nor, for want of a time, its copy. Where such an attribute does lie in clusters, its lowest VCN is in the
+// place of both fields, and is 0.
 std::optional<byte_view> placed_value_of(const attribute& at) {
     if (at.value_offset() == 0 || at.value_length() == 0) {
         return std::nullopt;
@@ -114,8 +114,8 @@ void join_runs(entry_record& record, general_attribute& held, general_attribute&
 // An attribute whose runs are spread over records becomes one: the piece first met keeps its sizes, and its
 // run list grows.
 //
-// Deliberate: one would expect every named stream to come together the same way. Pieces of a named stream
-// that carry different ids stay apart, and a piece whose id stands for another name is dropped.
+// Deliberate: not every named stream is joined in this way. Pieces of a named stream that carry different ids
+// stay apart, and a piece whose id belongs to another name is dropped.
 void store_general_form(entry_record& record, const attribute& at, general_attribute&& form) {
     const std::uint64_t key = attribute_key(at.type(), at.id());
     if (!value_of(at)) {

@@ -28,8 +28,8 @@ record_kind kind_of(const file_record& record) {
 
 bool record_header_ok(byte_view record) {
     const file_record header(record);
-    // Deliberate: one would expect an array elsewhere, as older systems put it at 0x2A, to be followed. Such
-    // a record is refused, so files of a volume written by those systems cannot be read.
+    // Deliberate: a record with its array elsewhere, as older systems put it at 0x2A, is refused, not read.
+    // Files of a volume written by those systems cannot be copied.
     return header.is_file() && header.update_sequence_offset() == array_offset_of_a_record &&
            header.update_sequence_count() <= most_words_of_a_record &&
            header.first_attribute_offset() <= last_first_attribute_offset;
@@ -43,13 +43,13 @@ std::uint32_t record_size_from_header(byte_view record) {
     return (words - 1) * sector_size_of_a_header;
 }
 
-// Deliberate: one would expect the bytes at a sector's end to be compared with the update sequence number,
-// and a record that was written in part only to be refused. The saved words are put back whatever stood
-// there, so the user gets what there is of a torn record.
+// Deliberate: the bytes at a sector's end are not compared with the update sequence number, and a record of
+// which only a part was written is not refused. The saved words are restored whatever is there, and the user
+// gets what there is of a torn record.
 //
-// Deliberate: one would expect one word for each 512 bytes, which is what file systems write whatever the
-// sector size. The volume's own sector size counts, so on sectors of 4096 bytes the first saved word goes to
-// the end of the record, and the other sector ends keep the update sequence number.
+// Deliberate: each word belongs to a sector of the volume's own size, not to 512 bytes, which is what file
+// systems write whatever the sector size. On sectors of 4096 bytes the first saved word goes to the end of
+// the record, and the other sector ends keep the update sequence number.
 void restore_sector_ends(std::span<std::uint8_t> record, std::uint32_t sector_size, std::uint64_t limit) {
     const byte_view bytes(record);
     const file_record header(bytes);

@@ -57,8 +57,8 @@ bool mft_entries_ctx::fixup_mft(std::vector<std::uint8_t>& record, bool& bad, st
     if (!m_ntfs.clusters().read(m_ntfs.entry_position(entry), record.data(), length)) {
         return false;
     }
-    // Deliberate: one would expect each record to be read in full length. Once the end of the source has cut
-    // one, all later ones of this entry are read in the cut length, and attributes beyond it are not found.
+    // Deliberate: records are read in the length that was last read, not in full length. Once the end of the
+    // source has cut one, attributes of later ones beyond the cut are not found.
     m_record_size = length;
 
     const file_record header{byte_view(record)};
@@ -163,8 +163,8 @@ void mft_entries_ctx::walk_list_entries(entry_record& record, std::uint64_t entr
     }
 }
 
-// Deliberate: one would expect the sequence number of the list entry to be compared with the record's. It is
-// not, so a record that was given to another file since is read all the same.
+// Deliberate: the sequence number of the list entry is not compared with the record's. A record that was
+// given to another file since is read all the same.
 void mft_entries_ctx::take_from_extension(entry_record& record, std::uint64_t entry,
                                           const list_entry& named) {
     m_log.log("primary entry %llu pointing to ref entry %llu", for_log(entry), for_log(named.entry_number()));

@@ -66,7 +66,7 @@ class CNtfs {
     std::uint32_t m_record_alloc = 0;
     std::uint64_t m_num_entries = 0;
     std::int32_t m_cluster_size = 0;
-    std::int64_t m_total_clusters = 0;
+    std::int64_t m_total_clusters = 0;  // Reserved: not looked at.
     // Reserved: not looked at. 0 where a record is smaller than a cluster.
     std::int32_t m_mft_cluster_per_record_fixed = 0;
     std::int64_t m_mft_file_pos = 0;
@@ -110,8 +110,8 @@ class CNtfs {
     [[nodiscard]] std::uint32_t blocks_per_cluster() const;
     // Bytes that the source can have content in: the cap of every allocation whose size the source claims.
     [[nodiscard]] std::uint64_t source_size() const;
-    // What was learned of the system files. Asking an object that is not valid is an error of this program
-    // and ends it.
+    // Reserved: no flow asks. What was learned of the system files; asking an object that is not valid is an
+    // error of this program and ends it.
     [[nodiscard]] INODE_STATS get_mft_inode_stats() const;
     [[nodiscard]] data_run_list get_mft_inode_bitmap_runlist() const;
     [[nodiscard]] data_run_list get_bitmap_inode_runlist() const;

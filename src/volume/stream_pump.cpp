@@ -31,13 +31,13 @@ struct transfer_plan {
 
 transfer_plan plan_transfer(const CNtfs& ntfs, const attr_item& item, bool raw) {
     transfer_plan plan;
-    // Deliberate: one would expect zeros behind the initialized size. Its clusters go out as they stand on
-    // the disk, up to the real size, so that what lies there can be examined.
+    // Deliberate: clusters after the initialized size go out as they are on the disk, not as zeros, up to the
+    // real size. The user can examine what lies there.
     plan.size = raw ? item.allocated : std::max(item.real, item.initialized);
     const auto cluster_size = static_cast<std::uint64_t>(std::max(ntfs.m_cluster_size, 0));
     plan.total = std::min(run_bytes(item.runs, cluster_size, false), plan.size);
-    // Deliberate: one would expect a compressed stream with sparse clusters, or an encrypted one, to be told
-    // apart. Only the flags "compressed" alone make a stream compressed; any other goes out as it is stored.
+    // Deliberate: only a stream with the flag "compressed" and no other is decompressed, not one that is
+    // sparse or encrypted too. The user gets any other as it is stored.
     plan.compressed = item.flags == attr_flag_compressed && item.unit != 0 && !raw && item.compressed != 0;
     plan.restore_index_blocks = item.type == attr_index_allocation && !raw;
     return plan;
@@ -124,8 +124,8 @@ void pump_clusters(CNtfs& ntfs, const cluster_run_list& runs, const transfer_pla
     }
 }
 
-// Deliberate: one would expect a cluster that cannot be read to fail the copy. What the disk gave up to there
-// stands and counts as success, so the user of a damaged disk gets a short file.
+// Deliberate: a cluster that cannot be read ends the copy and does not fail it. The user of a damaged disk
+// gets a short file with what the disk gave up to there, and it counts as success.
 bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, stream_sink& sink,
                        pump_context& context) {
     const transfer_plan plan = plan_transfer(ntfs, item, rules.raw);
@@ -138,8 +138,8 @@ bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, st
         context.bytes_copied += plan.total;
         return true;
     }
-    // Deliberate: one would expect a copy without its holes to end where the data ends. The total still
-    // counts them, so the stored clusters end the copy, and the user gets the slack of the last one too.
+    // Deliberate: a copy without its holes does not end where the data ends. The total still counts the
+    // holes, so the stored clusters end the copy, and the user gets the slack of the last one too.
     if (rules.skip_sparse) {
         drop_sparse_runs(item.runs);
     }
@@ -154,8 +154,8 @@ bool pump_non_resident(CNtfs& ntfs, attr_item& item, const pump_rules& rules, st
     return true;
 }
 
-// Deliberate: one would expect an empty file to give an empty copy. There is nothing to copy in a size of 0,
-// be the stream resident or in clusters, so the copy fails; the log tells the size.
+// Deliberate: a stream of size 0, resident or in clusters, gives a failed copy, not an empty one. The user
+// finds the size in the log.
 bool pump_resident(const attr_item& item, stream_sink& sink, pump_context& context) {
     context.log.log("info: data size 0x%llx", static_cast<unsigned long long>(item.value_size));
     const byte_view value = byte_view(item.value).clipped(0, item.value_size);

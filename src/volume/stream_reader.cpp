@@ -41,8 +41,8 @@ bool stream_reader::begin(std::uint64_t offset, std::uint64_t length, std::uint3
     m_range = {offset / m_cluster_size, end / m_cluster_size, offset % m_cluster_size, end % m_cluster_size};
     m_range_bytes = length;
     flags = stream_was_read;
-    // Deliberate: one would expect the start of a unit of 16 clusters to set this flag. It takes 16 zero bits
-    // of the VCN, so it is set at every 65,536th cluster only. Nothing that users see depends on it.
+    // Deliberate: this flag takes 16 zero bits of the VCN, not the start of a unit of 16 clusters. It is set
+    // at every 65,536th cluster only. Nothing that users see depends on it.
     if ((m_range.first & 0xFFFF) == 0) {
         flags |= stream_vcn_is_even;
         if (m_range.last == m_range.first + 16) {
@@ -118,15 +118,15 @@ std::uint64_t stream_reader::bytes_of_run(std::uint64_t lcn, std::uint64_t from,
 // end of the range takes the cut of that end with it.
 void stream_reader::collect(cluster_range& range, bool skip_sparse) {
     m_stretches.clear();
-    // Ends behind the last cluster or at one without a run; each turn moves on by a cluster at least.
+    // Ends after the last cluster or at one without a run; each turn moves on by a cluster at least.
     for (std::uint64_t vcn = range.first; vcn <= range.last;) {
         run_cursor::stretch found;
         if (!m_cursor.find(vcn, found)) {
             break;
         }
-        const std::uint64_t behind = range.last - vcn;
-        const bool reaches_end = found.length_in_clusters > behind;
-        const std::uint64_t count = reaches_end ? behind + 1 : found.length_in_clusters;
+        const std::uint64_t left_after = range.last - vcn;
+        const bool reaches_end = found.length_in_clusters > left_after;
+        const std::uint64_t count = reaches_end ? left_after + 1 : found.length_in_clusters;
         if (!found.sparse || !skip_sparse) {
             m_stretches.push_back({found.lcn, count, found.sparse});
         } else {
@@ -167,9 +167,9 @@ std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* b
 // What the clusters of stretch `index` from `done` on give next, where `room` bytes are still wanted: as many
 // whole clusters as there are, or a part of one.
 //
-// Deliberate: one would expect the cut of the range's end to apply to the cluster in which the range ends. It
-// applies to the last cluster that was found, so where the runs end early that one is cut, and its rest comes
-// with the next read. The user sees all of it.
+// Deliberate: the cut of the range's end applies to the last cluster that was found, not to the cluster in
+// which the range ends. Where the runs end early that one is cut, and its rest comes with the next read. The
+// user sees all of it.
 stream_reader::share stream_reader::next_share(const cluster_range& range, std::size_t index,
                                                std::uint64_t done, std::uint64_t room) const {
     const std::uint64_t rest = m_stretches[index].length_in_clusters - done;
@@ -187,7 +187,7 @@ stream_reader::share stream_reader::next_share(const cluster_range& range, std::
     return {.from = 0, .bytes = clusters * m_cluster_size, .clusters = clusters};
 }
 
-// Reads stretch `index` and those that lie close behind it, each behind the one before, with one read. If
+// Reads stretch `index` and those that lie close after it, each after the one before, with one read. If
 // there are none, or that read brings less, they are left to be read one by one.
 void stream_reader::read_close_runs(std::size_t index) {
     const std::uint64_t most = most_together / m_cluster_size;
@@ -217,7 +217,7 @@ void stream_reader::read_close_runs(std::size_t index) {
     }
 }
 
-// Puts a share into the buffer. Fewer bytes than it has: the clusters behind them cannot be read.
+// Puts a share into the buffer. Fewer bytes than it has: the clusters after them cannot be read.
 std::uint64_t stream_reader::take(const share& wanted, const run_cursor::stretch& at, std::uint64_t done,
                                   std::uint8_t* buffer) {
     if (at.sparse) {
