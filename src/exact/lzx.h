@@ -50,7 +50,7 @@ class lzx_decoder {
 
   private:
     static constexpr std::size_t byte_symbols = 256;
-    static constexpr std::size_t main_symbols = byte_symbols + 30 * 8;
+    static constexpr std::size_t main_symbols = byte_symbols + std::size_t{30} * 8;
     static constexpr std::size_t length_symbols = 249;
     static constexpr std::size_t aligned_symbols = 8;
     static constexpr std::size_t pre_symbols = 20;

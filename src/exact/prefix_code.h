@@ -81,8 +81,8 @@ class prefix_code {
             ++length;
         }
         bits.pass(length);
-        return m_sorted[static_cast<std::size_t>(m_first[length] +
-                                                 static_cast<std::int32_t>(row >> (longest - length)))];
+        const std::int32_t place = m_first[length] + static_cast<std::int32_t>(row >> (longest - length));
+        return m_sorted[static_cast<std::size_t>(place)];
     }
 
   private:

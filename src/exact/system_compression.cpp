@@ -219,7 +219,7 @@ class chunk_window {
         for (held_chunk& chunk : m_chunks) {
             const std::span<std::uint8_t> bytes = room.first(static_cast<std::size_t>(chunk.stored_bytes));
             room = room.subspan(bytes.size());
-            const auto came = m_stored_stream->read(*m_volume, bytes, chunk.offset);
+            auto came = m_stored_stream->read(*m_volume, bytes, chunk.offset);
             if (came) {
                 continue;
             }
