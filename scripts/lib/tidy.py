@@ -41,13 +41,13 @@ class Tidy:
         self.commands = commands
         self.scratch = pathlib.Path(scratch)
 
-    def run(self, path, like, checks):
+    def run(self, path, like, checks, *more):
         """The findings in `path`, which is compiled like the file `like`."""
         entry = self.commands[like]
         run = subprocess.run(
             ["clang-tidy", "--quiet", f"--config-file={CONFIGURATION}", f"--checks={checks}",
              r"--header-filter=src/.*\.(h|cpp)$", "--extra-arg=-Wno-unknown-warning-option",
-             "--extra-arg=-ferror-limit=0", str(path), "--", *flags_of(entry["command"])],
+             "--extra-arg=-ferror-limit=0", *more, str(path), "--", *flags_of(entry["command"])],
             cwd=entry["directory"], capture_output=True, text=True, check=False)
         if run.returncode != 0 and not run.stdout:
             return run.stderr or f"clang-tidy ended with {run.returncode}\n"
@@ -66,7 +66,8 @@ class Tidy:
         errors = [line for line in self.run(name, files[0], "-*,modernize-use-nullptr").splitlines()
                   if "[clang-diagnostic-error" in line]
         if not errors:
-            return self.run(name, files[0], TOGETHER)
+            # A local name may meet one of another file.
+            return self.run(name, files[0], TOGETHER, "--extra-arg=-Wno-shadow")
         apart = [file for file in files if any(line.startswith(f"{file}:") for line in errors)]
         if len(apart) in (0, len(files)):
             apart = files[:len(files) // 2]
