@@ -3,9 +3,9 @@
 #include "disk/partition_reader.h"
 #include "disk/partition_types.h"
 #include "foundation/hexadecimal.h"
-#include "foundation/ql_string.h"
 
 #include <limits>
+#include <memory>
 
 namespace quarry {
 
@@ -80,17 +80,11 @@ void show_table(std::ostream& stream, const partition_list& list, std::uint64_t 
     stream << "use option [-offset " + offset_text(offset) + "]\n";
 }
 
-bool offsets_on(RAW_DISK_IO& disk, std::size_t most_partitions, std::vector<std::uint64_t>& offsets) {
-    partition_list list;
-    if (!read_partitions(&disk, list, false, false) || list.size() > most_partitions) {
-        return false;
-    }
-    for (const partition_stats& record : list) {
-        if (is_ntfs_type(record.m_partition_type)) {
-            offsets.push_back(record.byte_offset());
-        }
-    }
-    return !offsets.empty();
+bool locate_and_give_back(std::ostream& stream, source on, std::uint64_t& offset, bool& found,
+                          bool ignore_image_size) {
+    const bool located = locate_volume(stream, on, found, ignore_image_size);
+    offset = on.offset;
+    return located;
 }
 
 }  // namespace
@@ -140,56 +134,57 @@ bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset
     return false;
 }
 
+bool ntfs_offsets(const source& on, std::size_t most_partitions, std::vector<std::uint64_t>& offsets) {
+    offsets.clear();
+    const std::unique_ptr<RAW_DISK_IO> disk = on.open_as_named();
+    partition_list list;
+    if (!read_partitions(disk.get(), list, false, false) || list.size() > most_partitions) {
+        return false;
+    }
+    for (const partition_stats& record : list) {
+        if (is_ntfs_type(record.m_partition_type)) {
+            offsets.push_back(record.byte_offset());
+        }
+    }
+    return !offsets.empty();
+}
+
+bool locate_volume(std::ostream& stream, source& on, bool& found, bool ignore_image_size) {
+    found = false;
+    if (on.is_left_to_the_path()) {
+        return false;
+    }
+    const std::unique_ptr<RAW_DISK_IO> disk = on.open_as_named();
+    if (disk == nullptr || !disk->is_ok()) {
+        stream << on.unusable_words();
+        return false;
+    }
+    return locate_ntfs_volume(stream, found, on.offset, disk.get(), ignore_image_size);
+}
+
 bool locate_in_image(std::ostream& stream, const std::wstring& path, std::uint64_t& offset, bool& found,
                      bool ignore_image_size) {
-    found = false;
-    if (path.empty()) {
-        return false;
-    }
-    RAW_DISK_IO disk(path, false, source_kind_path);
-    if (!disk.is_ok()) {
-        stream << "invalid image: " + narrow(path) + "\n";
-        return false;
-    }
-    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+    return locate_and_give_back(stream, source::of_image(path, offset), offset, found, ignore_image_size);
 }
 
 bool locate_in_vmdk(std::ostream& stream, const std::vector<std::wstring>& files, std::uint64_t& offset,
                     bool& found, bool ignore_image_size) {
-    found = false;
-    if (files.empty()) {
-        return false;
-    }
-    RAW_DISK_IO disk(files, false, false);
-    if (!disk.is_ok()) {
-        stream << "invalid disk collection of snaps \n";
-        return false;
-    }
-    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+    return locate_and_give_back(stream, source::of_virtual_disk(files, offset), offset, found,
+                                ignore_image_size);
 }
 
 bool locate_on_drive(std::ostream& stream, std::int32_t drive, std::uint64_t& offset, bool& found,
                      bool ignore_image_size) {
-    found = false;
-    RAW_DISK_IO disk(drive, false, false, source_kind_drive);
-    if (!disk.is_ok()) {
-        stream << "problems accessing physical disk #" + std::to_string(drive) + ", aborting \n";
-        return false;
-    }
-    return locate_ntfs_volume(stream, found, offset, &disk, ignore_image_size);
+    return locate_and_give_back(stream, source::of_drive(drive, offset), offset, found, ignore_image_size);
 }
 
 bool ntfs_offsets_in_image(const std::wstring& path, std::vector<std::uint64_t>& offsets) {
     constexpr std::size_t most_partitions = 768;
-    offsets.clear();
-    RAW_DISK_IO disk(path, false, source_kind_path);
-    return offsets_on(disk, most_partitions, offsets);
+    return ntfs_offsets(source::of_image(path, 0), most_partitions, offsets);
 }
 
 bool ntfs_offsets_on_drive(std::int32_t drive, std::vector<std::uint64_t>& offsets) {
-    offsets.clear();
-    RAW_DISK_IO disk(drive, false, false, source_kind_drive);
-    return offsets_on(disk, std::numeric_limits<std::size_t>::max(), offsets);
+    return ntfs_offsets(source::of_drive(drive, 0), std::numeric_limits<std::size_t>::max(), offsets);
 }
 
 }  // namespace quarry

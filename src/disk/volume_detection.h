@@ -9,8 +9,9 @@
 // "ntfs volume set" do, guessed or not, so exFAT volumes and encrypted containers count as well.
 #pragma once
 
-#include "disk/raw_disk_io.h"
+#include "disk/source.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -26,6 +27,10 @@ namespace quarry {
 [[nodiscard]] bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset,
                                       RAW_DISK_IO* disk, bool ignore_image_size);
 
+// The same on a source, whose offset is the user's and becomes what was settled. A source with nothing to
+// open is false without a word; one that cannot be opened is told.
+[[nodiscard]] bool locate_volume(std::ostream& stream, source& on, bool& found, bool ignore_image_size);
+
 // The same on an image, on the files of a virtual disk, and on a physical drive. An empty path or list is
 // false without a word; a source that cannot be opened is told.
 [[nodiscard]] bool locate_in_image(std::ostream& stream, const std::wstring& path, std::uint64_t& offset,
@@ -35,9 +40,13 @@ namespace quarry {
 [[nodiscard]] bool locate_on_drive(std::ostream& stream, std::int32_t drive, std::uint64_t& offset,
                                    bool& found, bool ignore_image_size);
 
-// The byte offsets of all NTFS volumes of an image or a drive in the order of its table; no search on damaged
-// disks. True when there is one. An image with more than 768 partitions gives none; `offsets` is empty after
+// The byte offsets of all NTFS volumes of a source in the order of its table; no search on damaged disks.
+// True when there is one. A source with more than `most_partitions` gives none; `offsets` is empty after
 // false.
+[[nodiscard]] bool ntfs_offsets(const source& on, std::size_t most_partitions,
+                                std::vector<std::uint64_t>& offsets);
+
+// The same of an image, which may have up to 768 partitions, and of a drive.
 [[nodiscard]] bool ntfs_offsets_in_image(const std::wstring& path, std::vector<std::uint64_t>& offsets);
 [[nodiscard]] bool ntfs_offsets_on_drive(std::int32_t drive, std::vector<std::uint64_t>& offsets);
 

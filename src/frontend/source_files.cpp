@@ -1,6 +1,7 @@
 #include "frontend/source_files.h"
 
 #include "disk/drive_source.h"
+#include "disk/source.h"
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
@@ -61,15 +62,6 @@ void add_any_value(std::vector<std::string>& files, const std::string& value) {
 }
 
 }  // namespace
-
-void add_named_volume(std::vector<std::string>& files, const std::string& path) {
-    if (path.size() > 1 && path[1] == ':') {
-        files.push_back(path.substr(0, 2));
-    }
-    if (path.starts_with("\\\\")) {
-        files.push_back(path);
-    }
-}
 
 std::vector<std::string> files_of_source_options(const arg_list& args) {
     std::vector<std::string> files;

@@ -1,6 +1,7 @@
 // The files of the host that a run reads as its source, so that no output is ever written over one of them.
 #pragma once
 
+#include "disk/source.h"
 #include "frontend/arg_list.h"
 
 #include <cstdint>
@@ -8,10 +9,6 @@
 #include <vector>
 
 namespace quarry {
-
-// Adds the volume that a path names by itself: "c:" for "c:\dir\file", and the path as it stands for
-// "\\.\device". Other paths name none.
-void add_named_volume(std::vector<std::string>& files, const std::string& path);
 
 // The files that source options of these arguments name, each as it is typed and as it is opened; also of
 // options that another one hides, or that a slip leaves where nobody takes them, and what stands beside a

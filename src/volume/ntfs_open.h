@@ -1,13 +1,13 @@
-// The four ways to a usable CNtfs.
+// The ways to a usable CNtfs.
 //
 // A volume lies on a physical drive, in a partition's device, in an image, or on a virtual disk made of VMDK
-// files. Each factory opens its source, validates the volume and hands the object out. Each sets `out` to
+// files. Opening it opens the source, validates the volume and hands the object out. Each way sets `out` to
 // null first and leaves it null on false, without a message; what went wrong is not told apart.
-// `volume_offset` is the byte offset of the volume on the source. `writable` is asked of the source and never
-// used. `load_security` reads the volume's security descriptors when they are first needed, which is while it
-// is opened; null where nobody wants them.
+// `load_security` reads the volume's security descriptors when they are first needed, which is while it is
+// opened; null where nobody wants them.
 #pragma once
 
+#include "disk/source.h"
 #include "volume/ntfs.h"
 
 #include <cstdint>
@@ -17,13 +17,12 @@
 
 namespace quarry {
 
-// CNtfs::m_source_type.
-inline constexpr std::uint8_t source_letter = 32;       // "c:" or "c:\"
-inline constexpr std::uint8_t source_path = 33;         // an image or a device
-inline constexpr std::uint8_t source_drive = 34;        // a physical drive by number
-inline constexpr std::uint8_t source_device_name = 35;  // a path that begins with two backslashes
-inline constexpr std::uint8_t last_source_type = 36;
-inline constexpr std::uint8_t source_refused = 255;
+// The volume of a source, from its offset on.
+[[nodiscard]] bool open_volume(const source& from, std::unique_ptr<CNtfs>& out, security_loader load_security,
+                               bool writable = false);
+
+// The four kinds by their parts. `volume_offset` is the byte offset of the volume on the source. `writable`
+// is asked of the source and never used.
 
 // A physical drive by its number, 0 for the first.
 [[nodiscard]] bool open_by_drive(std::int32_t drive, std::uint64_t volume_offset, std::unique_ptr<CNtfs>& out,
