@@ -43,9 +43,6 @@ class cmd_params : public status_log, public time_range {
     bool m_console = true;  // -quiet clears it
     bool m_profile = false;
     std::string m_signal;
-    std::vector<std::wstring> m_vmdk_list;
-    std::uint64_t m_vmdk_offset = 0;  // bytes
-    uni::fileio_stats m_file_stats;   // of the last copied entry
     filter_list m_filter;
     filter_list m_filter_skip;
     bool m_pipe = false;

@@ -3,7 +3,6 @@
 #include "disk/drive_source.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/source_files.h"
 
 #include <algorithm>
 #include <array>
@@ -158,13 +157,6 @@ class ruleset {
     bool m_complete = true;
 };
 
-void add(std::vector<std::string>& paths, const std::wstring& path) {
-    if (!path.empty()) {
-        paths.push_back(narrow(path));
-        add_named_volume(paths, narrow(path));
-    }
-}
-
 bool looks_into_files(const filter_list& filters) {
     return std::any_of(filters.begin(), filters.end(),
                        [](const filter_entry& entry) { return !entry.signature.empty(); });
@@ -247,18 +239,12 @@ std::vector<std::string> host_descriptions() {
 
 needed_files files_needed_by(const quarry_opts& opts) {
     needed_files files;
-    files.reads_any_file = opts.m_live || opts.m_enum || looks_into_files(opts.m_filter);
+    files.reads_any_file = !opts.m_source.is_given() || opts.m_enum || looks_into_files(opts.m_filter);
     files.sources = opts.m_source_files;
-    add(files.sources, opts.m_image);
-    add(files.sources, opts.m_partition);
-    for (const std::wstring& file : opts.m_vmdk_list) {
-        add(files.sources, file);
-    }
+    const std::vector<std::string> chosen = opts.m_source.files();
+    files.sources.insert(files.sources.end(), chosen.begin(), chosen.end());
     // Clusters of an image that cannot be opened are read from the first drive.
     files.sources.push_back(drive_device(0));
-    if (opts.m_use_drive) {
-        files.sources.push_back(drive_device(static_cast<std::int32_t>(opts.m_drive)));
-    }
     const std::vector<std::string> host = host_descriptions();
     files.sources.insert(files.sources.end(), host.begin(), host.end());
     const std::string destination = narrow(opts.m_dst);

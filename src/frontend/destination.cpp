@@ -39,10 +39,10 @@ bool leads_upwards(const std::wstring& name) {
 }
 
 // Adds the source's file name to a destination that is a directory.
-bool add_source_name(std::wstring& path, quarry_opts& opts) {
+bool add_source_name(std::wstring& path, quarry_opts& opts, const std::wstring& object_path) {
     std::wstring directory;
     std::wstring name;
-    if (!split_path(directory, name, opts.m_src)) {
+    if (!split_path(directory, name, object_path)) {
         return true;
     }
     // Deliberate: only a "\" is put behind the source's directory for this comparison, so "/out/" is not
@@ -56,9 +56,10 @@ bool add_source_name(std::wstring& path, quarry_opts& opts) {
     return !leads_upwards(name) || refuse_creation(opts, path);
 }
 
-bool add_name(std::wstring& path, quarry_opts& opts, const std::wstring& absolute) {
-    if (!opts.m_src.empty()) {
-        return add_source_name(path, opts);
+bool add_name(std::wstring& path, quarry_opts& opts, const std::wstring& object_path,
+              const std::wstring& absolute) {
+    if (!object_path.empty()) {
+        return add_source_name(path, opts, object_path);
     }
     if (!opts.m_cluster_text.empty()) {
         path += widen(opts.m_cluster_text);
@@ -111,7 +112,8 @@ bool names_nothing(const std::wstring& path) {
 
 }  // namespace
 
-bool settle_destination(destination& out, quarry_opts& opts, const destination_rules& rules) {
+bool settle_destination(destination& out, quarry_opts& opts, const std::wstring& object_path,
+                        const destination_rules& rules) {
     if (opts.m_dst.empty()) {
         print_copy_message(opts, rules.missing_words);
         return false;
@@ -127,11 +129,9 @@ bool settle_destination(destination& out, quarry_opts& opts, const destination_r
     }
     // Deliberate: a relative destination stays relative unless the caller keeps its absolute form, which is
     // otherwise only looked at. So messages and the log show what was typed.
-    if (rules.keeps_absolute) {
-        opts.m_dst = absolute;
-    }
-    out.path = opts.m_dst;
-    if (ends_in_separator(out.path) && !add_name(out.path, opts, absolute)) {
+    out.named = rules.keeps_absolute ? absolute : opts.m_dst;
+    out.path = out.named;
+    if (ends_in_separator(out.path) && !add_name(out.path, opts, object_path, absolute)) {
         return false;
     }
     if (!is_free(out.path, opts)) {

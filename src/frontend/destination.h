@@ -19,11 +19,13 @@ struct destination_rules {
 };
 
 struct destination {
+    std::wstring named;  // as the user named it, absolute if the rules keep that form
     std::wstring path;
     std::wstring meta;  // path of the report, empty for none
 };
 
-// Settles the destination from the options. False after a message.
-[[nodiscard]] bool settle_destination(destination& out, quarry_opts& opts, const destination_rules& rules);
+// Settles the destination from the options, for a copy of `object_path`. False after a message.
+[[nodiscard]] bool settle_destination(destination& out, quarry_opts& opts, const std::wstring& object_path,
+                                      const destination_rules& rules);
 
 }  // namespace quarry

@@ -21,11 +21,11 @@ std::string time_text(std::uint64_t mod_time) {
 
 }  // namespace
 
-bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item, std::uint64_t mod_time,
-                        pump_context& context, output_guard& guard) {
+bool copy_named_by_hash(const copy_request& request, const std::wstring& report, CNtfs* ntfs, attr_item& item,
+                        std::uint64_t mod_time, pump_context& context, output_guard& guard) {
     std::wstring directory;
     std::wstring name;
-    if (!split_path(directory, name, job.dst) || name.empty()) {
+    if (!split_path(directory, name, request.destination) || name.empty()) {
         return false;
     }
     exclusive_file file;
@@ -34,7 +34,7 @@ bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item, std::
     }
     std::string digest;
     const bool pumped =
-        copy_hashed(ntfs, item, file.stream(), job.raw, job.skip_sparse, true, digest, context);
+        copy_hashed(ntfs, item, file.stream(), request.raw, request.skip_sparse, true, digest, context);
     // The name promises the digest of the file's bytes, so a file that did not take all of them is no copy.
     const bool written = file.close();
     if (!pumped || !written || digest.empty()) {
@@ -45,10 +45,10 @@ bool copy_named_by_hash(const copy_job& job, CNtfs* ntfs, attr_item& item, std::
     if (!file.rename_to(guard, final_path)) {
         return false;
     }
-    if (!job.meta.empty()) {
+    if (!report.empty()) {
         // A report that cannot follow stays where it is; the copy stands.
         static_cast<void>(
-            rename_output(guard, narrow(job.meta), final_path + "_meta.txt", output_kind::report));
+            rename_output(guard, narrow(report), final_path + "_meta.txt", output_kind::report));
     }
     return true;
 }

@@ -2,8 +2,7 @@
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/copy_by_cluster.h"
-#include "frontend/copy_by_name.h"
+#include "frontend/copy.h"
 #include "frontend/copy_messages.h"
 #include "frontend/expand_env.h"
 #include "frontend/filter.h"
@@ -12,6 +11,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 
 namespace quarry {
 
@@ -26,22 +26,25 @@ bool open_paths(qlportdir::stdin_stream_ex& paths, const quarry_opts& opts) {
                            static_cast<std::int32_t>(std::min(opts.m_num_subdirs, deepest)), opts.m_filter);
 }
 
-// Makes the line the source of the next copy. False, without a word, for one that the filter drops and for
-// one that names no file.
-bool take_line(quarry_opts& opts, const std::string& line) {
+// The path that a line names. Nothing, without a word, for one that the filter drops and for one that names
+// no file.
+std::optional<std::wstring> path_of_line(const quarry_opts& opts, const std::string& line) {
     if (line.empty()) {
-        return false;
+        return std::nullopt;
     }
-    opts.m_src = widen(expand_env(line, true));
+    std::wstring path = widen(expand_env(line, true));
     uni::fileio_stats stats;
     bool open_failed = false;
     // Deliberate: skip filters are not looked at, although the command line takes them.
-    if (!filter_match(&opts, open_failed, opts.m_src, opts.m_filter, &stats)) {
-        return false;
+    if (!filter_match(&opts, open_failed, path, opts.m_filter, &stats)) {
+        return std::nullopt;
     }
     std::wstring directory;
     std::wstring name;
-    return split_path(directory, name, opts.m_src) && !name.empty();
+    if (!split_path(directory, name, path) || name.empty()) {
+        return std::nullopt;
+    }
+    return path;
 }
 
 }  // namespace
@@ -55,11 +58,11 @@ void run_pipe(quarry_opts& opts) {
     bool first_copy = true;
     std::string line;
     while (paths.getline(line, true)) {
-        if (!take_line(opts, line)) {
+        const std::optional<std::wstring> path = path_of_line(opts, line);
+        if (!path) {
             continue;
         }
-        const bool copied = opts.m_use_drive ? copy_from_drive(ntfs, opts, first_copy)
-                                             : copy_from_volume(ntfs, opts, first_copy);
+        const bool copied = copy(ntfs, opts, *path, first_copy);
         print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
         flush_output();
         // Deliberate: the destination is tried out only until the first success. A later one that

@@ -1,18 +1,13 @@
 // What one run is to do: which source, which object on it, where the result goes and how.
 //
 // Parsing ends in one of two ways: true, with a source that was looked at and a volume offset that is known,
-// or false after one message on standard error. After true, these members say where the volume is:
-//
-//     virtual disk   m_vmdk_list, m_vmdk_offset
-//     partition      m_partition
-//     image          m_image, m_volume_offset
-//     drive          m_use_drive, m_drive, m_volume_offset
-//     none given     m_live, and m_src alone names the volume
-//
-// and these what is copied: m_src (a path), m_entry (an MFT entry, with or without a path), or
-// m_cluster_text, m_start_lcn and m_cluster_count (clusters).
+// or false after one message on standard error. After true, m_source says where the volume is, and without a
+// source m_src alone names the volume. What is copied is told by m_src (a path), m_entry (an MFT entry, with
+// or without a path), or m_cluster_text and m_clusters. Nothing of it changes after parsing; a list gives its
+// paths to each copy.
 #pragma once
 
+#include "disk/source.h"
 #include "frontend/cmd_params.h"
 
 #include <cstdint>
@@ -25,6 +20,12 @@ namespace quarry {
 // An MFT entry number that stands for none.
 inline constexpr std::uint64_t no_entry = ~std::uint64_t{0};
 
+// Clusters side by side on a volume.
+struct cluster_range {
+    std::uint64_t start_lcn = 0;
+    std::uint64_t count = 0;
+};
+
 class quarry_opts : public cmd_params {
   public:
     // The user may read devices and use what only an administrator needs. Set before parsing.
@@ -33,19 +34,13 @@ class quarry_opts : public cmd_params {
     bool m_raw = false;
     bool m_md5 = false;
     bool m_skip_sparse = false;
-    bool m_use_drive = false;
     bool m_first_ntfsvol = false;
-    bool m_live = false;
-    std::uint32_t m_drive = 0;
+    source m_source;
     std::uint64_t m_entry = no_entry;
-    std::wstring m_partition;
-    std::wstring m_image;
     std::wstring m_src;
     std::wstring m_dst;
-    std::uint64_t m_volume_offset = 0;  // bytes
-    std::string m_cluster_text;         // not empty: clusters are asked for
-    std::uint64_t m_start_lcn = 0;
-    std::uint64_t m_cluster_count = 0;
+    std::string m_cluster_text;  // not empty: clusters are asked for
+    cluster_range m_clusters;
 
     // Takes what it knows out of `args`, whose first word is the program's name.
     [[nodiscard]] bool parse(arg_list& args, std::string_view version);

@@ -106,19 +106,19 @@ bool quarry_opts::parse_clusters(arg_list& args) {
         if (!pass_gate()) {
             return false;
         }
-        parse_u64(m_start_lcn, first);
-        parse_u64(m_cluster_count, second);
+        parse_u64(m_clusters.start_lcn, first);
+        parse_u64(m_clusters.count, second);
         return true;
     }
     if (find_value("-cluster", first, args)) {
         if (!pass_gate()) {
             return false;
         }
-        parse_u64(m_start_lcn, first);
+        parse_u64(m_clusters.start_lcn, first);
         // Deliberate: with one number the text is the count, not the cluster, so a destination directory gets
         // a file "1" whatever cluster was asked for.
         m_cluster_text = "1";
-        m_cluster_count = 1;
+        m_clusters.count = 1;
         return true;
     }
     print_error("invalid: should be: -cluster <cluster num> [<num clusters>]\n");
@@ -135,7 +135,7 @@ bool quarry_opts::may_be_a_slip(const arg_list& args, bool has_pair) const {
     if (!has_pair) {
         return false;
     }
-    if (m_live && is_like_a_source_name(path)) {
+    if (!m_source.is_given() && is_like_a_source_name(path)) {
         return true;  // "image disk.img"
     }
     // "-image disk.00*": the second piece is the path and the third the destination.

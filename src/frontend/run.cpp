@@ -4,8 +4,7 @@
 #include "frontend/borrowed_rights.h"
 #include "frontend/cmdline_ctx.h"
 #include "frontend/confinement.h"
-#include "frontend/copy_by_cluster.h"
-#include "frontend/copy_by_name.h"
+#include "frontend/copy.h"
 #include "frontend/copy_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/exact_run.h"
@@ -48,8 +47,7 @@ int ignore_signal_text(const std::string&) {
 
 bool copy_once(quarry_opts& opts) {
     std::unique_ptr<CNtfs> ntfs;
-    const bool copied =
-        opts.m_use_drive ? copy_from_drive(ntfs, opts, true) : copy_from_volume(ntfs, opts, true);
+    const bool copied = copy(ntfs, opts, opts.m_src, true);
     ntfs.reset();
     if (copied) {
         print_outcome(opts, true, "copy successful");

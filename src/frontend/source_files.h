@@ -1,7 +1,6 @@
 // The files of the host that a run reads as its source, so that no output is ever written over one of them.
 #pragma once
 
-#include "disk/source.h"
 #include "frontend/arg_list.h"
 
 #include <cstdint>

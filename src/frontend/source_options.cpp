@@ -55,13 +55,13 @@ void print_suggestion(std::string_view option, const std::vector<std::wstring>& 
 }
 
 // An image without an offset: a bare volume, or a disk whose volumes are to be shown to the user.
-bool find_volume_in_image(quarry_opts& opts) {
+bool find_volume_in_image(source& image) {
     std::ostringstream stream;
     bool found = false;
-    if (locate_in_image(stream, opts.m_image, opts.m_volume_offset, found, false)) {
+    if (locate_volume(stream, image, found, false)) {
         return true;
     }
-    if (opts.m_volume_offset == 0 && found) {
+    if (image.offset == 0 && found) {
         // Deliberate: a bare volume that is shorter than its boot sector says is taken without a word.
         return true;
     }
@@ -70,30 +70,31 @@ bool find_volume_in_image(quarry_opts& opts) {
 }
 
 bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
-    opts.m_image = canonical_path(std::wstring_view(widen(path)), L'/');
-    if (opts.m_image.empty()) {
+    const std::wstring absolute = canonical_path(std::wstring_view(widen(path)), L'/');
+    source& image = opts.m_source;
+    image = source::of_image(absolute, 0);
+    if (absolute.empty()) {
         // Deliberate: the message ends in a comma behind its line end.
         print_error("prob understanding image [" + path + "] aborting\n,");
         return false;
     }
-    opts.m_volume_offset = 0;
-    parse_offset(opts.m_volume_offset, args);
-    if (opts.m_volume_offset != 0) {
-        const bool ignore_size = ignores_image_size(opts.m_volume_offset, args);
+    parse_offset(image.offset, args);
+    if (image.offset != 0) {
+        const bool ignore_size = ignores_image_size(image.offset, args);
         bool found = false;
         // Deliberate: with an offset the words about the image go to standard output, where one would expect
         // standard error, as without one.
-        const bool located =
-            locate_in_image(std::cout, opts.m_image, opts.m_volume_offset, found, ignore_size);
+        const bool located = locate_volume(std::cout, image, found, ignore_size);
         flush_output();
         return located;
     }
     if (!opts.m_first_ntfsvol) {
-        return find_volume_in_image(opts);
+        return find_volume_in_image(image);
     }
+    constexpr std::size_t most_partitions = 768;
     std::vector<std::uint64_t> offsets;
-    if (ntfs_offsets_in_image(opts.m_image, offsets)) {
-        opts.m_volume_offset = offsets.front();
+    if (ntfs_offsets(image, most_partitions, offsets)) {
+        image.offset = offsets.front();
     }
     return true;
 }
@@ -102,28 +103,26 @@ bool parse_drive(quarry_opts& opts, std::string number, arg_list& args) {
     if (!opts.pass_gate()) {
         return false;
     }
-    opts.m_volume_offset = 0;
-    opts.m_use_drive = true;
     std::int64_t drive = 0;
     parse_i64(drive, number);
-    if (!parse_offset(opts.m_volume_offset, args) && opts.m_first_ntfsvol) {
+    source& chosen = opts.m_source;
+    chosen = source::of_drive(static_cast<std::int32_t>(low_32_bits(static_cast<std::uint64_t>(drive))), 0);
+    if (!parse_offset(chosen.offset, args) && opts.m_first_ntfsvol) {
         // Deliberate: the first volume is looked for on drive 0, whatever drive was asked for, and its offset
         // is then used on the drive that was.
         std::vector<std::uint64_t> offsets;
-        if (ntfs_offsets_on_drive(static_cast<std::int32_t>(opts.m_drive), offsets)) {
-            opts.m_volume_offset = offsets.front();
+        if (ntfs_offsets_on_drive(0, offsets)) {
+            chosen.offset = offsets.front();
         }
     }
-    const bool ignore_size = ignores_image_size(opts.m_volume_offset, args);
-    opts.m_drive = low_32_bits(static_cast<std::uint64_t>(drive));
+    const bool ignore_size = ignores_image_size(chosen.offset, args);
     bool found = false;
-    return locate_on_drive(std::cerr, static_cast<std::int32_t>(opts.m_drive), opts.m_volume_offset, found,
-                           ignore_size);
+    return locate_volume(std::cerr, chosen, found, ignore_size);
 }
 
 }  // namespace
 
-bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check& chain_check,
+bool parse_vmdk_option(cmd_params& opts, source& disk, arg_list& args, const vmdk_chain_check& chain_check,
                        const vmdk_volume_check& volume_check, bool in_place, std::string_view option_name) {
     if (!in_place && !opts.parse(args)) {
         return false;
@@ -132,11 +131,12 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
     if (!find_value(option_name, value, args)) {
         return true;
     }
-    take_vmdk_files(opts.m_vmdk_list, option_name, value, args);
-    parse_offset(opts.m_vmdk_offset, args);
+    disk = source::of_virtual_disk({}, disk.offset);
+    take_vmdk_files(disk.paths, option_name, value, args);
+    parse_offset(disk.offset, args);
     std::ostringstream stream;
     std::vector<std::wstring> suggested;
-    if (!chain_check(opts.m_vmdk_list, stream, suggested)) {
+    if (!chain_check(disk.paths, stream, suggested)) {
         print_error(stream.str() + "\n");
         print_suggestion(option_name, suggested);
         return false;
@@ -144,11 +144,11 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
     if (!volume_check) {
         return true;
     }
-    const bool ignore_size = ignores_image_size(opts.m_vmdk_offset, args);
+    const bool ignore_size = ignores_image_size(disk.offset, args);
     stream.str("");
     bool found = false;
     // Deliberate: a disk with several volumes is taken without an offset, and the last of them is meant.
-    if (volume_check(stream, opts.m_vmdk_list, opts.m_vmdk_offset, found, ignore_size) || found) {
+    if (volume_check(stream, disk, found, ignore_size) || found) {
         return true;
     }
     print_error(stream.str() + "\n");
@@ -156,15 +156,16 @@ bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check&
 }
 
 bool parse_source(quarry_opts& opts, arg_list& args) {
+    opts.m_source = {};
     // Deliberate: the option without a list hides the image all the same, where one would expect an option
     // without its value to count as absent. The run goes on without a source.
     if (peek_flag("-vmdk", args, 0)) {
-        opts.m_vmdk_offset = opts.m_volume_offset;
-        return parse_vmdk_option(opts, args, check_list, locate_in_vmdk, true, "-vmdk");
+        opts.m_source = source::of_virtual_disk({}, 0);
+        return parse_vmdk_option(opts, opts.m_source, args, check_list, locate_volume, true, "-vmdk");
     }
     std::string value;
     if (find_value("-partition", value, args)) {
-        opts.m_partition = widen(value.size() == 1 ? value + ":" : value);
+        opts.m_source = source::of_partition(widen(value.size() == 1 ? value + ":" : value));
         return opts.pass_gate();
     }
     if (find_value("-image", value, args)) {
@@ -173,7 +174,6 @@ bool parse_source(quarry_opts& opts, arg_list& args) {
     if (find_value("-drivenum", value, args)) {
         return parse_drive(opts, value, args);
     }
-    opts.m_live = true;
     return true;
 }
 

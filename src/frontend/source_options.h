@@ -4,6 +4,7 @@
 // decides, and the others are not looked at.
 #pragma once
 
+#include "disk/source.h"
 #include "frontend/arg_list.h"
 #include "frontend/cmd_params.h"
 #include "frontend/quarry_opts.h"
@@ -20,13 +21,15 @@ namespace quarry {
 // Checks a list of virtual disk files; see check_list.
 using vmdk_chain_check = std::function<bool(const std::vector<std::wstring>& list, std::ostringstream& stream,
                                             std::vector<std::wstring>& suggested)>;
-// Finds the volume on a virtual disk; see locate_in_vmdk.
-using vmdk_volume_check = std::function<bool(std::ostream& stream, const std::vector<std::wstring>& list,
-                                             std::uint64_t& offset, bool& found, bool ignore_image_size)>;
+// Finds the volume on a virtual disk; see locate_volume.
+using vmdk_volume_check =
+    std::function<bool(std::ostream& stream, source& disk, bool& found, bool ignore_image_size)>;
 
-// The option that names the files of a virtual disk. Unless `in_place`, the generic options are parsed first.
-// True if the option is not there. `volume_check` may be empty.
-[[nodiscard]] bool parse_vmdk_option(cmd_params& opts, arg_list& args, const vmdk_chain_check& chain_check,
+// The option that names the files of a virtual disk, which `disk` becomes; its offset stays where none is
+// given. Unless `in_place`, the generic options are parsed first. True, with `disk` as it was, if the option
+// is not there. `volume_check` may be empty.
+[[nodiscard]] bool parse_vmdk_option(cmd_params& opts, source& disk, arg_list& args,
+                                     const vmdk_chain_check& chain_check,
                                      const vmdk_volume_check& volume_check, bool in_place,
                                      std::string_view option_name);
 

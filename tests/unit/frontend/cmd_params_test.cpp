@@ -59,7 +59,6 @@ TEST_F(cmd_params_test, begins_with_its_defaults) {
     EXPECT_EQ(opts->m_log_stream, nullptr);
     EXPECT_EQ(opts->m_log_path, "");
     EXPECT_EQ(opts->m_num_subdirs, 0U);
-    EXPECT_EQ(opts->m_vmdk_offset, 0U);
     EXPECT_FALSE(opts->is_on());
 }
 

@@ -24,6 +24,7 @@
 namespace quarry::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsSupersetOf;
 
@@ -194,7 +195,7 @@ TEST_F(confinement, stops_what_is_elsewhere_or_is_absent_as_the_kernel_has_it) {
 
 TEST(files_needed, are_the_source_the_outputs_and_where_the_host_describes_itself) {
     quarry_opts opts;
-    opts.m_image = L"/cases/disk.dd";
+    opts.m_source = source::of_image(L"/cases/disk.dd", 0);
     opts.m_dst = L"out/a";
     opts.m_log_path = "log";
     const needed_files files = files_needed_by(opts);
@@ -207,7 +208,7 @@ TEST(files_needed, are_the_source_the_outputs_and_where_the_host_describes_itsel
 
 TEST(files_needed, of_a_virtual_disk_are_all_of_its_files) {
     quarry_opts opts;
-    opts.m_vmdk_list = {L"/cases/base.vmdk", L"snap.vmdk"};
+    opts.m_source = source::of_virtual_disk({L"/cases/base.vmdk", L"snap.vmdk"}, 0);
     opts.m_dst = L"out/";
     const needed_files files = files_needed_by(opts);
     EXPECT_THAT(files.sources, IsSupersetOf({"/cases/base.vmdk", "snap.vmdk"}));
@@ -216,25 +217,27 @@ TEST(files_needed, of_a_virtual_disk_are_all_of_its_files) {
 
 TEST(files_needed, of_a_drive_and_a_volume_with_a_letter_are_what_is_opened_for_them) {
     quarry_opts opts;
-    opts.m_use_drive = true;
-    opts.m_drive = 2;
-    opts.m_partition = L"c:/x";
-    EXPECT_THAT(files_needed_by(opts).sources, IsSupersetOf({"c:", "/dev/sdc"}));
+    opts.m_source = source::of_drive(2, 0);
+    EXPECT_THAT(files_needed_by(opts).sources, Contains("/dev/sdc"));
+    opts.m_source = source::of_partition(L"c:/x");
+    EXPECT_THAT(files_needed_by(opts).sources, Contains("c:"));
 }
 
 TEST(files_needed, are_any_where_a_path_a_walk_or_a_signature_may_name_them) {
-    quarry_opts live;
-    live.m_live = true;
+    const quarry_opts live;
     EXPECT_TRUE(files_needed_by(live).reads_any_file);
     quarry_opts walk;
+    walk.m_source = source::of_drive(0, 0);
     walk.m_enum = true;
     EXPECT_TRUE(files_needed_by(walk).reads_any_file);
     quarry_opts signature;
+    signature.m_source = source::of_drive(0, 0);
     filter_entry entry;
     entry.signature = {0x4D, 0x5A};
     signature.m_filter = {entry};
     EXPECT_TRUE(files_needed_by(signature).reads_any_file);
     quarry_opts name;
+    name.m_source = source::of_drive(0, 0);
     name.m_filter = {filter_entry{}};
     EXPECT_FALSE(files_needed_by(name).reads_any_file);
 }

@@ -28,7 +28,7 @@ class destination_test : public testing::Test {
     bool settle() {
         const std::string before = log_text();
         testing::internal::CaptureStdout();
-        const bool good = settle_destination(target, opts, rules);
+        const bool good = settle_destination(target, opts, opts.m_src, rules);
         said = testing::internal::GetCapturedStdout();
         logged = log_text().substr(before.size());
         return good;
@@ -89,11 +89,11 @@ TEST_F(destination_test, a_relative_one_stays_relative_unless_its_absolute_form_
     opts.m_dst = L"out/a";
     EXPECT_TRUE(settle());
     EXPECT_EQ(target.path, L"out/a");
-    EXPECT_EQ(opts.m_dst, L"out/a");
+    EXPECT_EQ(target.named, L"out/a");
     rules.keeps_absolute = true;
     EXPECT_TRUE(settle());
     EXPECT_EQ(target.path, (fs::current_path() / "out/a").wstring());
-    EXPECT_EQ(opts.m_dst, target.path);
+    EXPECT_EQ(target.named, target.path);
     opts.m_dst = L"out/";
     opts.m_src = L"/x/name";
     EXPECT_TRUE(settle());

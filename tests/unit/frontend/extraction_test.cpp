@@ -25,14 +25,14 @@ class extraction_test : public testing::Test {
     void SetUp() override {
         arg_list args = {"quarry", "-diags", dir / "log"};
         ASSERT_TRUE(opts.parse(args));
-        job.dst = (dir / "o").wstring();
+        request.destination = (dir / "o").wstring();
     }
-    // Writes the volume out as the image of the job.
+    // Writes the volume out as the image of the request.
     void use(test::volume_builder& volume) {
         volume.write_to(dir / "image");
-        job.image = (dir / "image").wstring();
+        request.from = source::of_image((dir / "image").wstring(), 0);
     }
-    bool copy() { return extract_stream(ntfs, job, opts); }
+    bool copy() { return extract_stream(ntfs, request, found, opts, opts.m_guard); }
     [[nodiscard]] std::string text(const char* name) const {
         const test::bytes content = test::read_file(dir / name);
         return {content.begin(), content.end()};
@@ -44,14 +44,15 @@ class extraction_test : public testing::Test {
     }
     temp_dir dir;
     cmd_params opts;
-    copy_job job;
+    copy_request request;
+    copy_findings found;
     std::unique_ptr<CNtfs> ntfs;
 };
 
 TEST_F(extraction_test, of_a_failed_out_stream_ends_at_once) {
     std::ostringstream out;
     out.setstate(std::ios_base::failbit);
-    job.out_stream = &out;
+    request.out_stream = &out;
     EXPECT_FALSE(copy());
     EXPECT_EQ(log(), "->err: out stream bad\n");
     EXPECT_EQ(ntfs, nullptr);
@@ -61,14 +62,12 @@ TEST_F(extraction_test, opens_the_volume_once_for_all_jobs) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
     const CNtfs* const opened = ntfs.get();
-    copy_job other;
-    other.src = L"/a.txt";
-    other.image = L"/no/such/image";
-    other.dst = (dir / "p").wstring();
-    EXPECT_TRUE(extract_stream(ntfs, other, opts));
+    request.from = source::of_image(L"/no/such/image", 0);
+    request.destination = (dir / "p").wstring();
+    EXPECT_TRUE(copy());
     EXPECT_EQ(ntfs.get(), opened);
     EXPECT_EQ(text("p"), "text");
 }
@@ -78,29 +77,29 @@ TEST_F(extraction_test, leaves_the_statistics_of_the_entry_behind) {
     volume.add_file("a.txt").data("text").times(
         {.created = 11, .modified = 22, .mft_changed = 33, .accessed = 44});
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
-    EXPECT_EQ(opts.m_file_stats.m_entry, 24U);
-    EXPECT_EQ(opts.m_file_stats.m_size, 4U);
-    EXPECT_EQ(opts.m_file_stats.m_modified, 22U);
-    EXPECT_EQ(opts.m_file_stats.m_created, 11U);
-    EXPECT_EQ(opts.m_file_stats.m_accessed, 44U);
-    EXPECT_EQ(opts.m_file_stats.m_mft_changed, 33U);
-    EXPECT_EQ(opts.m_file_stats.m_time_kind, ql::type_time::filetime);
-    EXPECT_EQ(opts.m_file_stats.m_mask, 4U);
-    EXPECT_TRUE(opts.m_file_stats.m_valid);
+    EXPECT_EQ(found.stats.m_entry, 24U);
+    EXPECT_EQ(found.stats.m_size, 4U);
+    EXPECT_EQ(found.stats.m_modified, 22U);
+    EXPECT_EQ(found.stats.m_created, 11U);
+    EXPECT_EQ(found.stats.m_accessed, 44U);
+    EXPECT_EQ(found.stats.m_mft_changed, 33U);
+    EXPECT_EQ(found.stats.m_time_kind, ql::type_time::filetime);
+    EXPECT_EQ(found.stats.m_mask, 4U);
+    EXPECT_TRUE(found.stats.m_valid);
 }
 
 TEST_F(extraction_test, statistics_of_an_earlier_entry_do_not_outlive_a_failure) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
-    job.entry = 9999;
+    request.entry = 9999;
     EXPECT_FALSE(copy());
-    EXPECT_FALSE(opts.m_file_stats.m_valid);
-    EXPECT_EQ(opts.m_file_stats.m_entry, 0U);
+    EXPECT_FALSE(found.stats.m_valid);
+    EXPECT_EQ(found.stats.m_entry, 0U);
 }
 
 TEST_F(extraction_test,
@@ -108,11 +107,11 @@ TEST_F(extraction_test,
     test::volume_builder volume;
     volume.add_file("a.txt").data(runs({{150, 2}}), {.real = 8000, .initialized = 5000});
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
-    EXPECT_EQ(opts.m_file_stats.m_size, 5000U);
-    EXPECT_EQ(job.data_position, 150U * 4096U);
-    EXPECT_FALSE(job.wof_present);
+    EXPECT_EQ(found.stats.m_size, 5000U);
+    EXPECT_EQ(found.data_position, 150U * 4096U);
+    EXPECT_FALSE(found.wof_present);
 }
 
 TEST_F(extraction_test, a_file_that_the_system_compressed_is_noted) {
@@ -121,11 +120,11 @@ TEST_F(extraction_test, a_file_that_the_system_compressed_is_noted) {
         .data(runs({{hole, 4}}), {.real = 16000})
         .stream("WofCompressedData", runs({{160, 2}}), {.real = 7000, .initialized = 6000});
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
-    EXPECT_TRUE(job.wof_present);
-    EXPECT_EQ(job.wof_size, 7000U);
-    EXPECT_EQ(job.wof_position, 160U * 4096U);
+    EXPECT_TRUE(found.wof_present);
+    EXPECT_EQ(found.wof_size, 7000U);
+    EXPECT_EQ(found.wof_position, 160U * 4096U);
     EXPECT_EQ(text("o").size(), 7000U);
 }
 
@@ -133,9 +132,9 @@ TEST_F(extraction_test, a_compressed_stream_that_is_resident_does_not_take_the_p
     test::volume_builder volume;
     volume.add_file("a.txt").data("plain").stream("WofCompressedData", "packed");
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
-    EXPECT_FALSE(job.wof_present);
+    EXPECT_FALSE(found.wof_present);
     EXPECT_EQ(text("o"), "plain");
 }
 
@@ -143,7 +142,7 @@ TEST_F(extraction_test, an_entry_without_standard_information_is_not_copied_and_
     test::volume_builder volume;
     volume.add_file("a.txt").data("text").without_standard_information();
     use(volume);
-    job.src = L"/a.txt";
+    request.path = L"/a.txt";
     EXPECT_TRUE(copy());
     EXPECT_FALSE(fs::exists(dir / "o"));
 }
@@ -153,7 +152,7 @@ TEST_F(extraction_test, the_index_of_a_directory_is_a_stream) {
     test::file_builder& directory = volume.add_directory("dir").index_in_blocks();
     volume.add_file("a.txt", directory.entry()).data("text");
     use(volume);
-    job.src = L"\\dir:$i30";
+    request.path = L"\\dir:$i30";
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o").size(), 4096U);
     EXPECT_EQ(text("o").substr(0, 4), "INDX");
@@ -163,8 +162,8 @@ TEST_F(extraction_test, a_report_is_written_for_any_entry_that_has_attributes) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt:nosuch";
-    job.meta = (dir / "report").wstring();
+    request.path = L"/a.txt:nosuch";
+    request.report = (dir / "report").wstring();
     EXPECT_TRUE(copy());
     EXPECT_FALSE(fs::exists(dir / "o"));
     EXPECT_EQ(text("report").substr(0, 15), "\\a.txt:nosuch\n\n");
@@ -190,21 +189,21 @@ TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt";
-    job.meta = (dir / "missing/report").wstring();
+    request.path = L"/a.txt";
+    request.report = (dir / "missing/report").wstring();
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o"), "text");
-    EXPECT_EQ(job.meta, L"");
+    EXPECT_EQ(found.report, L"");
 }
 
 TEST_F(extraction_test, an_older_report_that_cannot_be_replaced_is_not_passed_off_as_the_new_one) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt";
-    job.md5 = true;
+    request.path = L"/a.txt";
+    request.md5 = true;
     fs::create_directory(dir / "report");
-    job.meta = (dir / "report").wstring();
+    request.report = (dir / "report").wstring();
     EXPECT_TRUE(copy());
     EXPECT_TRUE(fs::is_directory(dir / "report"));
 }
@@ -213,8 +212,8 @@ TEST_F(extraction_test, a_destination_that_cannot_be_opened_fails) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"/a.txt";
-    job.dst = (dir / "missing/o").wstring();
+    request.path = L"/a.txt";
+    request.destination = (dir / "missing/o").wstring();
     EXPECT_FALSE(copy());
 }
 
@@ -222,10 +221,10 @@ TEST_F(extraction_test, a_path_that_is_found_becomes_the_path_as_it_stands_on_th
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);
-    job.src = L"c:/A.txt";
+    request.path = L"c:/A.txt";
     EXPECT_TRUE(copy());
-    EXPECT_EQ(job.entry, 24U);
-    EXPECT_EQ(job.src, L"c:\\A.txt");
+    EXPECT_EQ(found.entry, 24U);
+    EXPECT_EQ(found.path, L"c:\\A.txt");
 }
 
 TEST_F(extraction_test, an_entry_that_cannot_be_read_is_told) {
@@ -233,7 +232,7 @@ TEST_F(extraction_test, an_entry_that_cannot_be_read_is_told) {
     volume.add_file("a.txt").data("text");
     volume.replace_record(24, test::bytes(1024, 'x'));
     use(volume);
-    job.entry = 24;
+    request.entry = 24;
     EXPECT_FALSE(copy());
     EXPECT_NE(log().find("->info: inode \n->err: fixup: 0x18\n"), std::string::npos) << log();
 }
@@ -245,7 +244,7 @@ TEST_F(extraction_test, an_entry_that_is_larger_than_the_boot_sectors_record_siz
     constexpr std::size_t allocated_size = 28;
     volume.force_record(0, allocated_size, 4, 2048);
     use(volume);
-    job.entry = 12;
+    request.entry = 12;
     EXPECT_FALSE(copy());
     EXPECT_NE(log().find("->info: inode \n->err: fixup: 0xc\n"), std::string::npos) << log();
     EXPECT_FALSE(fs::exists(dir / "o"));
@@ -264,12 +263,12 @@ TEST_F(extraction_test, an_entry_that_cannot_be_categorised_is_told) {
     std::copy(mft, mft + 1024, image.begin() + static_cast<std::ptrdiff_t>(lcn_elsewhere * 4096));
     std::fill(mft, mft + 1024, std::uint8_t{0});
     test::write_file(dir / "image", image);
-    job.image = (dir / "image").wstring();
-    job.entry = 0;
+    request.from = source::of_image((dir / "image").wstring(), 0);
+    request.entry = 0;
     EXPECT_FALSE(copy());
     EXPECT_NE(log().find("->err: categorize: 0x0\n"), std::string::npos) << log();
-    EXPECT_FALSE(opts.m_file_stats.m_valid);
-    job.entry = 24;
+    EXPECT_FALSE(found.stats.m_valid);
+    request.entry = 24;
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o"), "text");
 }
@@ -279,7 +278,7 @@ TEST_F(extraction_test, an_entry_that_the_system_marked_as_bad_is_told) {
     volume.add_file("a.txt").data("text");
     volume.force_record(24, 0, 4, 0x44414142);  // "BAAD"
     use(volume);
-    job.entry = 24;
+    request.entry = 24;
     EXPECT_FALSE(copy());
     EXPECT_NE(log().find("->err: fixup: 0x18\n"), std::string::npos) << log();
 }
@@ -291,7 +290,7 @@ TEST_F(extraction_test, an_image_that_shrinks_between_two_jobs_gives_what_is_lef
     volume.add_file("a.txt").data(runs({{150, 25}}), {.real = 100'000});
     volume.write_clusters(150, content);
     use(volume);
-    job.entry = 24;
+    request.entry = 24;
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o"), whole);
     fs::resize_file(dir / "image", 160U * 4096U);
@@ -301,52 +300,10 @@ TEST_F(extraction_test, an_image_that_shrinks_between_two_jobs_gives_what_is_lef
     EXPECT_FALSE(copy());
 }
 
-// How the driver names what it opens, and what type it takes a path for.
-struct opening {
-    const char* name;
-    std::wstring partition;
-    std::wstring src;
-    std::string logged;
-};
-class opened_paths : public extraction_test, public testing::WithParamInterface<opening> {};
-
-TEST_P(opened_paths, are_logged_with_their_type) {
-    const fs::path before = fs::current_path();
-    fs::current_path(dir.path());
-    job.partition = GetParam().partition;
-    job.src = GetParam().src;
+TEST_F(extraction_test, what_is_opened_is_logged_and_that_it_cannot_be) {
+    request.from = source::of_partition(L"/no/such");
     EXPECT_FALSE(copy());
-    EXPECT_EQ(log(), "->info: pNTFS part:" + GetParam().logged + "\n->err: pNTFS\n");
-    fs::current_path(before);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    drivers, opened_paths,
-    testing::Values(opening{"a_letter", L"c:", L"/x", "c:, type:32"},
-                    opening{"a_colon_behind_any_first_character", L"?:more", L"/x", "?:more, type:32"},
-                    opening{"a_device_name", L"\\\\.\\C:", L"/x", "\\\\.\\C:, type:35"},
-                    opening{"a_path", L"/no/such", L"c:\\x", "/no/such, type:33"},
-                    opening{"a_source_with_a_letter", L"", L"c:\\x", "c:\\x, type:32"},
-                    opening{"a_source_with_a_device_name", L"", L"\\\\?\\x", "\\\\?\\x, type:35"},
-                    opening{"a_source_without_either", L"", L"/x", ", type:33"},
-                    opening{"nothing", L"", L"", ", type:33"}),
-    [](const auto& opened) { return std::string(opened.param.name); });
-
-TEST_F(extraction_test, a_virtual_disk_goes_before_an_image_and_an_image_before_a_drive) {
-    job.vmdk_list = {L"a", L"b"};
-    job.image = L"/no/such/image";
-    job.drive = 7;
-    job.volume_offset = 0x200;
-    EXPECT_FALSE(copy());
-    EXPECT_EQ(log(), "->info: pNTFS vm:a;b:0x200\n->err: pNTFS\n");
-    job.vmdk_list.clear();
-    EXPECT_FALSE(copy());
-    EXPECT_NE(log().find("->info: pNTFS img:/no/such/image:0x200\n->err: pNTFS\n"), std::string::npos);
-    job.image.clear();
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(copy());
-    testing::internal::GetCapturedStderr();
-    EXPECT_NE(log().find("->info: pNTFS drv:7:0x200\n->err: pNTFS\n"), std::string::npos);
+    EXPECT_EQ(log(), "->info: pNTFS part:/no/such, type:33\n->err: pNTFS\n");
 }
 
 }  // namespace

@@ -53,8 +53,7 @@ class pipe_mode_test : public testing::Test {
     }
     void use_drive() {
         write_file(devices.drive(1), image);
-        opts.m_use_drive = true;
-        opts.m_drive = 1;
+        opts.m_source = source::of_drive(1, 0);
     }
     [[nodiscard]] std::string text(const fs::path& name) const {
         const test::bytes content = test::read_file(dir / name);
@@ -96,8 +95,7 @@ TEST_F(pipe_mode_test, a_line_that_fails_on_a_drive_is_told_on_both_streams) {
 TEST_F(pipe_mode_test, clusters_of_a_drive_are_copied_for_each_line_whatever_it_names) {
     use_drive();
     opts.m_cluster_text = "120";
-    opts.m_start_lcn = 120;
-    opts.m_cluster_count = 1;
+    opts.m_clusters = {120, 1};
     run_lines("/x/one\n/x/two\n");
     EXPECT_EQ(err, "success: /x/one\nsuccess: /x/two\n");
     EXPECT_TRUE(test::read_file(dir / "out/one") == test::pattern(4096));
@@ -131,7 +129,7 @@ TEST_F(pipe_mode_test, each_copy_has_its_report_and_its_digest) {
 TEST_F(pipe_mode_test, a_walk_opens_the_volume_once_and_copies_what_it_has_at_the_paths_of_the_host) {
     const fs::path before = fs::current_path();
     write_file(dir / "image", image);
-    opts.m_image = (dir / "image").wstring();
+    opts.m_source = source::of_image((dir / "image").wstring(), 0);
     opts.m_enum = true;
     opts.m_enum_dir = "dir";
     ASSERT_TRUE(make_filter(opts.m_filter, "*.txt"));

@@ -44,15 +44,14 @@ TEST_F(quarry_opts_test, begins_with_its_defaults) {
     EXPECT_FALSE(fresh.m_raw);
     EXPECT_FALSE(fresh.m_md5);
     EXPECT_FALSE(fresh.m_skip_sparse);
-    EXPECT_FALSE(fresh.m_use_drive);
     EXPECT_FALSE(fresh.m_first_ntfsvol);
-    EXPECT_FALSE(fresh.m_live);
-    EXPECT_EQ(fresh.m_drive, 0U);
+    EXPECT_FALSE(fresh.m_source.is_given());
+    EXPECT_EQ(fresh.m_source.drive, -1);
     EXPECT_EQ(fresh.m_entry, 0xFFFFFFFFFFFFFFFFU);
-    EXPECT_EQ(fresh.m_volume_offset, 0U);
-    EXPECT_EQ(fresh.m_start_lcn, 0U);
-    EXPECT_EQ(fresh.m_cluster_count, 0U);
-    EXPECT_EQ(fresh.m_src + fresh.m_dst + fresh.m_image + fresh.m_partition, L"");
+    EXPECT_EQ(fresh.m_source.offset, 0U);
+    EXPECT_EQ(fresh.m_clusters.start_lcn, 0U);
+    EXPECT_EQ(fresh.m_clusters.count, 0U);
+    EXPECT_EQ(fresh.m_src + fresh.m_dst, L"");
     EXPECT_EQ(fresh.m_cluster_text, "");
 }
 
@@ -98,7 +97,7 @@ TEST_F(quarry_opts_test, a_pair_of_paths_is_not_looked_at_beside_src_or_dst) {
 
 TEST_F(quarry_opts_test, without_a_source_option_the_path_alone_names_the_volume) {
     EXPECT_TRUE(parse({"-src", "c:\\a", "-dst", "b"}));
-    EXPECT_TRUE(opts.m_live);
+    EXPECT_FALSE(opts.m_source.is_given());
     EXPECT_EQ(opts.m_src, L"c:\\a");
     EXPECT_EQ(opts.m_dst, L"b");
     EXPECT_EQ(said, "");
@@ -106,23 +105,22 @@ TEST_F(quarry_opts_test, without_a_source_option_the_path_alone_names_the_volume
 
 TEST_F(quarry_opts_test, a_partition_of_one_letter_gets_a_colon) {
     EXPECT_TRUE(parse({"-partition", "e"}));
-    EXPECT_EQ(opts.m_partition, L"e:");
-    EXPECT_FALSE(opts.m_live);
+    EXPECT_EQ(opts.m_source.partition(), L"e:");
     EXPECT_TRUE(parse({"-partition", "/dev/sdz1"}));
-    EXPECT_EQ(opts.m_partition, L"/dev/sdz1");
+    EXPECT_EQ(opts.m_source.partition(), L"/dev/sdz1");
 }
 
 TEST_F(quarry_opts_test, a_partition_goes_before_an_image_which_is_never_looked_at) {
     EXPECT_TRUE(parse({"-image", "/no/such/image", "-partition", "y"}));
-    EXPECT_EQ(opts.m_image, L"");
+    EXPECT_EQ(opts.m_source.kind, source_kind::partition);
     EXPECT_EQ(args, (arg_list{"quarry", "-image", "/no/such/image"}));
 }
 
 TEST_F(quarry_opts_test, an_image_is_made_absolute_and_keeps_offset_0) {
     EXPECT_TRUE(parse({"-image", image, "-src", "a", "-dst", "b"}));
-    EXPECT_EQ(opts.m_image, std::wstring(image.begin(), image.end()));
-    EXPECT_EQ(opts.m_volume_offset, 0U);
-    EXPECT_FALSE(opts.m_live);
+    EXPECT_EQ(opts.m_source.kind, source_kind::image);
+    EXPECT_EQ(opts.m_source.paths, std::vector{std::wstring(image.begin(), image.end())});
+    EXPECT_EQ(opts.m_source.offset, 0U);
 }
 
 TEST_F(quarry_opts_test, every_option_is_taken_with_its_value_in_any_case_of_its_letters) {
@@ -162,15 +160,15 @@ TEST_F(quarry_opts_test, an_entry_goes_before_clusters_and_words) {
 
 TEST_F(quarry_opts_test, clusters_have_a_start_and_a_count) {
     EXPECT_TRUE(parse({"-cluster", "100", "8", "-dst", "b"}));
-    EXPECT_EQ(opts.m_start_lcn, 100U);
-    EXPECT_EQ(opts.m_cluster_count, 8U);
+    EXPECT_EQ(opts.m_clusters.start_lcn, 100U);
+    EXPECT_EQ(opts.m_clusters.count, 8U);
     EXPECT_EQ(opts.m_cluster_text, "100");
 }
 
 TEST_F(quarry_opts_test, with_one_number_the_text_is_the_count_not_the_cluster) {
     EXPECT_TRUE(parse({"-cluster", "100", "-dst", "b"}));
-    EXPECT_EQ(opts.m_start_lcn, 100U);
-    EXPECT_EQ(opts.m_cluster_count, 1U);
+    EXPECT_EQ(opts.m_clusters.start_lcn, 100U);
+    EXPECT_EQ(opts.m_clusters.count, 1U);
     EXPECT_EQ(opts.m_cluster_text, "1");
 }
 
@@ -203,7 +201,7 @@ TEST_F(quarry_opts_test, a_path_of_a_shadow_copy_can_be_written_with_vss) {
 
 TEST_F(quarry_opts_test, no_option_is_an_error_by_itself) {
     EXPECT_TRUE(parse({}));
-    EXPECT_TRUE(opts.m_live);
+    EXPECT_FALSE(opts.m_source.is_given());
     EXPECT_TRUE(parse({"-unknown", "x", "y", "z"}));
     EXPECT_EQ(said, "");
 }

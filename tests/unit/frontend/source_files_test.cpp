@@ -1,6 +1,5 @@
 #include "frontend/source_files.h"
 
-#include "frontend/copy_job.h"
 #include "frontend/output/output_guard.h"
 #include "support/device_files.h"
 #include "support/temp_dir.h"
@@ -132,54 +131,6 @@ TEST_F(source_files_test, look_ahead_at_a_device_name_and_at_references_to_one) 
     ::unsetenv("QUARRY_DEVICE");
     EXPECT_FALSE(is_one_of(device, source_files_ahead({"quarry", "device"})));
     fs::current_path(before);
-}
-
-class job_files_test : public source_files_test {
-  protected:
-    [[nodiscard]] bool is_source(const std::string& name) const {
-        return is_one_of(name, source_files_of(job));
-    }
-    copy_job job;
-};
-
-TEST_F(job_files_test, are_the_image_the_partition_and_each_file_of_a_virtual_disk) {
-    job.image = (dir / "a").wstring();
-    job.partition = (dir / "b").wstring();
-    job.vmdk_list = {L"nothing", (dir / "c").wstring()};
-    EXPECT_TRUE(is_source(path("a")));
-    EXPECT_TRUE(is_source(path("b")));
-    EXPECT_TRUE(is_source(path("c")));
-    EXPECT_FALSE(is_source(path("other")));
-}
-
-TEST_F(job_files_test, are_the_volume_that_an_image_a_partition_or_a_bare_source_names_by_itself) {
-    const fs::path before = fs::current_path();
-    fs::current_path(dir.path());
-    const std::string device = R"(\\.\device)";
-    for (const std::string& name : {std::string("e:"), device}) {
-        write_file(name, {});
-        const std::wstring wide = fs::path(name).wstring();
-        for (std::wstring copy_job::*const member :
-             {&copy_job::image, &copy_job::partition, &copy_job::src}) {
-            job = copy_job();
-            EXPECT_FALSE(is_source(name));
-            job.*member = wide;
-            EXPECT_TRUE(is_source(name)) << name;
-        }
-    }
-    job = copy_job();
-    job.src = L"e:\\dir\\file";
-    EXPECT_TRUE(is_source("e:"));
-    fs::current_path(before);
-}
-
-TEST_F(job_files_test, are_the_device_of_a_drive) {
-    const device_files devices;
-    write_file(devices.drive(2), {});
-    job.drive = 2;
-    EXPECT_TRUE(is_source(devices.drive(2)));
-    job.drive = -1;
-    EXPECT_FALSE(is_source(devices.drive(2)));
 }
 
 }  // namespace

@@ -26,22 +26,22 @@ class vmdk_option_test : public testing::Test {
             suggested = suggestion;
             return chain_is_good;
         };
-        const vmdk_volume_check volume = [this](std::ostream& stream, const files&, std::uint64_t& offset,
-                                                bool& found, bool ignore) {
-            asked_offset = offset;
+        const vmdk_volume_check volume = [this](std::ostream& stream, source& on, bool& found, bool ignore) {
+            asked_offset = on.offset;
             ignored_size = ignore;
             stream << "volume words";
-            offset = 77;
+            on.offset = 77;
             found = volume_was_seen;
             return volume_is_good;
         };
         testing::internal::CaptureStderr();
-        const bool good =
-            parse_vmdk_option(opts, args, chain, with_volume_check ? volume : nullptr, in_place, "-vmdk");
+        const bool good = parse_vmdk_option(opts, disk, args, chain, with_volume_check ? volume : nullptr,
+                                            in_place, "-vmdk");
         said = testing::internal::GetCapturedStderr();
         return good;
     }
     cmd_params opts;
+    source disk;
     arg_list args;
     std::string said;
     files checked;
@@ -57,31 +57,31 @@ class vmdk_option_test : public testing::Test {
 
 TEST_F(vmdk_option_test, that_is_absent_is_good) {
     EXPECT_TRUE(parse({"-offset", "5"}));
-    EXPECT_TRUE(opts.m_vmdk_list.empty());
+    EXPECT_TRUE(disk.paths.empty());
     EXPECT_EQ(args.size(), 3U);
     EXPECT_TRUE(parse({"-vmdk"}));
 }
 
 TEST_F(vmdk_option_test, gives_two_files_without_the_blanks_and_a_further_place_one_file) {
     EXPECT_TRUE(parse({"-vmdk", "a.vmdk | b.vmdk", "-VMDK", "c|d"}));
-    EXPECT_EQ(opts.m_vmdk_list, (files{L"a.vmdk", L"b.vmdk", L"c|d"}));
-    EXPECT_EQ(checked, opts.m_vmdk_list);
+    EXPECT_EQ(disk.paths, (files{L"a.vmdk", L"b.vmdk", L"c|d"}));
+    EXPECT_EQ(checked, disk.paths);
     EXPECT_EQ(args.size(), 1U);
     EXPECT_TRUE(parse({"-vmdk", "a,b;c|d,;|"}));
-    EXPECT_EQ(opts.m_vmdk_list, (files{L"a", L"b", L"c", L"d"}));
+    EXPECT_EQ(disk.paths, (files{L"a", L"b", L"c", L"d"}));
 }
 
 TEST_F(vmdk_option_test, takes_the_offset_along_and_what_the_check_makes_of_it) {
     EXPECT_TRUE(parse({"-vmdk", "a", "-offset", "0x200"}));
     EXPECT_EQ(asked_offset, 0x200U);
-    EXPECT_EQ(opts.m_vmdk_offset, 77U);
+    EXPECT_EQ(disk.offset, 77U);
 }
 
 TEST_F(vmdk_option_test, ignores_the_size_of_the_image_only_when_an_offset_is_known) {
     EXPECT_TRUE(parse({"-vmdk", "a", "-ignore_image_size"}));
     EXPECT_FALSE(ignored_size);
     EXPECT_EQ(args.size(), 2U);
-    opts.m_vmdk_offset = 0;
+    disk.offset = 0;
     EXPECT_TRUE(parse({"-vmdk", "a", "-ignore_image_size", "-offset", "512"}));
     EXPECT_TRUE(ignored_size);
     EXPECT_EQ(args.size(), 1U);
@@ -108,7 +108,7 @@ TEST_F(vmdk_option_test, goes_on_in_silence_when_a_volume_was_seen) {
     volume_was_seen = true;
     EXPECT_TRUE(parse({"-vmdk", "a"}));
     EXPECT_EQ(said, "");
-    EXPECT_EQ(opts.m_vmdk_offset, 77U);
+    EXPECT_EQ(disk.offset, 77U);
     volume_was_seen = false;
     EXPECT_FALSE(parse({"-vmdk", "a"}));
     EXPECT_EQ(said, "volume words\n");
@@ -117,7 +117,7 @@ TEST_F(vmdk_option_test, goes_on_in_silence_when_a_volume_was_seen) {
 TEST_F(vmdk_option_test, needs_no_check_of_the_volume) {
     with_volume_check = false;
     EXPECT_TRUE(parse({"-vmdk", "a", "-offset", "9"}));
-    EXPECT_EQ(opts.m_vmdk_offset, 9U);
+    EXPECT_EQ(disk.offset, 9U);
 }
 
 TEST_F(vmdk_option_test, parses_the_generic_options_first_unless_that_was_done) {
@@ -125,9 +125,9 @@ TEST_F(vmdk_option_test, parses_the_generic_options_first_unless_that_was_done) 
     EXPECT_TRUE(opts.m_console);
     EXPECT_TRUE(parse({"-quiet", "-vmdk", "a"}, false));
     EXPECT_FALSE(opts.m_console);
-    opts.m_vmdk_list.clear();
+    disk.paths.clear();
     EXPECT_FALSE(parse({"-cmd_start_time", "x", "-vmdk", "a"}, false));
-    EXPECT_TRUE(opts.m_vmdk_list.empty());
+    EXPECT_TRUE(disk.paths.empty());
 }
 
 // Drives are files here: 0 has its volume at sector 2048, 1 at sector 4096.
@@ -160,16 +160,16 @@ class drive_option_test : public testing::Test {
 
 TEST_F(drive_option_test, takes_the_volume_at_the_offset) {
     EXPECT_TRUE(parse({"-drivenum", "1", "-offset", "0x200000"}));
-    EXPECT_TRUE(opts.m_use_drive);
-    EXPECT_EQ(opts.m_drive, 1U);
-    EXPECT_EQ(opts.m_volume_offset, 0x200000U);
+    EXPECT_EQ(opts.m_source.kind, source_kind::drive);
+    EXPECT_EQ(opts.m_source.drive, 1);
+    EXPECT_EQ(opts.m_source.offset, 0x200000U);
     EXPECT_EQ(said, "");
 }
 
 TEST_F(drive_option_test, takes_a_drive_that_is_one_volume) {
     EXPECT_TRUE(parse({"-drivenum", "0x2"}));
-    EXPECT_EQ(opts.m_drive, 2U);
-    EXPECT_EQ(opts.m_volume_offset, 0U);
+    EXPECT_EQ(opts.m_source.drive, 2);
+    EXPECT_EQ(opts.m_source.offset, 0U);
 }
 
 TEST_F(drive_option_test, answers_on_standard_error_when_there_is_no_offset) {
@@ -180,34 +180,32 @@ TEST_F(drive_option_test, answers_on_standard_error_when_there_is_no_offset) {
 TEST_F(drive_option_test, the_first_volume_is_looked_for_on_drive_0_whatever_drive_was_asked_for) {
     opts.m_first_ntfsvol = true;
     EXPECT_TRUE(parse({"-drivenum", "0"}));
-    EXPECT_EQ(opts.m_volume_offset, 0x100000U);
+    EXPECT_EQ(opts.m_source.offset, 0x100000U);
     EXPECT_FALSE(parse({"-drivenum", "1"}));
     EXPECT_EQ(said, "\nvolume offset [ 0x200000 ] : ntfs or exfat\n\nuse option [-offset 0x200000]\n");
 }
 
 TEST_F(drive_option_test, the_first_of_virtual_disk_partition_image_and_drive_decides) {
     EXPECT_TRUE(parse({"-drivenum", "7", "-image", devices.drive(2), "-src", "x"}));
-    EXPECT_EQ(opts.m_image, widen(devices.drive(2).string()));
+    EXPECT_EQ(opts.m_source.kind, source_kind::image);
+    EXPECT_EQ(opts.m_source.paths, files{widen(devices.drive(2).string())});
     EXPECT_TRUE(parse({"-drivenum", "7", "-image", "/no/such", "-partition", "p"}));
-    EXPECT_EQ(opts.m_partition, L"p:");
-    opts.m_partition.clear();
+    EXPECT_EQ(opts.m_source.partition(), L"p:");
     EXPECT_FALSE(parse({"-drivenum", "7", "-image", "/no/such", "-partition", "p", "-vmdk", "/no/such"}));
     EXPECT_EQ(said, "/no/such can't be opened\n\nsuggested array: -vmdk \"/no/such\"\n");
-    EXPECT_EQ(opts.m_partition, L"");
-    EXPECT_FALSE(opts.m_use_drive);
-    EXPECT_FALSE(opts.m_live);
+    EXPECT_EQ(opts.m_source.kind, source_kind::virtual_disk);
 }
 
 TEST_F(drive_option_test, a_given_offset_goes_before_the_first_volume) {
     opts.m_first_ntfsvol = true;
     EXPECT_TRUE(parse({"-drivenum", "1", "-offset", "0x200000"}));
-    EXPECT_EQ(opts.m_volume_offset, 0x200000U);
+    EXPECT_EQ(opts.m_source.offset, 0x200000U);
 }
 
 TEST_F(drive_option_test, an_offset_without_a_value_is_none) {
     opts.m_first_ntfsvol = true;
     EXPECT_TRUE(parse({"-drivenum", "0", "-offset"}));
-    EXPECT_EQ(opts.m_volume_offset, 0x100000U);
+    EXPECT_EQ(opts.m_source.offset, 0x100000U);
 }
 
 TEST_F(drive_option_test, a_volume_longer_than_its_drive_needs_its_size_ignored) {
@@ -242,9 +240,9 @@ TEST_F(drive_option_test, a_drive_that_is_not_there_is_told_with_its_device) {
 
 TEST_F(drive_option_test, a_number_that_cannot_be_read_is_drive_0) {
     for (const char* bad : {"abc", "", " ", "0x", "x", "o", "-"}) {
-        opts.m_drive = 1;
+        opts.m_source = source::of_drive(1, 0);
         EXPECT_TRUE(parse({"-drivenum", bad, "-offset", "0x100000"})) << bad;
-        EXPECT_EQ(opts.m_drive, 0U) << bad;
+        EXPECT_EQ(opts.m_source.drive, 0) << bad;
     }
 }
 
@@ -252,7 +250,7 @@ TEST_F(drive_option_test, is_for_administrators_and_sets_nothing_for_others) {
     opts.m_admin = false;
     EXPECT_FALSE(parse({"-drivenum", "0", "-offset", "0x100000"}));
     EXPECT_EQ(said, "Need Admin privs to use this option\n");
-    EXPECT_FALSE(opts.m_use_drive);
+    EXPECT_FALSE(opts.m_source.is_given());
 }
 
 // The extended partition, a link in each table but the last, and a volume in the last one.
@@ -275,7 +273,7 @@ TEST(image_option_test, the_first_volume_of_an_image_with_more_than_768_partitio
         testing::internal::CaptureStderr();
         EXPECT_TRUE(parse_source(opts, words));
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-        EXPECT_EQ(opts.m_volume_offset, count == 768 ? (100U + 767U) * 512U : 0U);
+        EXPECT_EQ(opts.m_source.offset, count == 768 ? (100U + 767U) * 512U : 0U);
     }
 }
 

@@ -1,11 +1,10 @@
-#include "frontend/copy_by_cluster.h"
+#include "frontend/copy.h"
 
 #include "support/device_files.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
 #include <filesystem>
-#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -40,14 +39,13 @@ class drive_copy_test : public testing::Test {
         test::write_file(devices.drive(1), volume_image());
         arg_list args = {"quarry", "-diags", dir / "log"};
         ASSERT_TRUE(opts.cmd_params::parse(args));
-        opts.m_use_drive = true;
-        opts.m_drive = 1;
+        opts.m_source = source::of_drive(1, 0);
         opts.m_dst = (dir / "o").wstring();
     }
     bool copy(bool check_dst = true) {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        const bool copied = copy_from_drive(ntfs, opts, check_dst);
+        const bool copied = quarry::copy(ntfs, opts, opts.m_src, check_dst);
         said = testing::internal::GetCapturedStdout();
         testing::internal::GetCapturedStderr();
         return copied;
@@ -104,14 +102,13 @@ TEST_F(drive_copy_test, a_volume_may_lie_anywhere_on_the_drive) {
     volume.add_file("a.txt").data("further on");
     volume.write_clusters(120, test::pattern(4096));
     test::write_file(devices.drive(1), volume.image_at(0x100000));
-    opts.m_volume_offset = 0x100000;
+    opts.m_source.offset = 0x100000;
     opts.m_src = L"/a.txt";
     EXPECT_TRUE(copy());
     EXPECT_EQ(text_of(dir / "o"), "further on");
     EXPECT_TRUE(logged("info: pNTFS drv:1:0x100000"));
     opts.m_cluster_text = "120";
-    opts.m_start_lcn = 120;
-    opts.m_cluster_count = 1;
+    opts.m_clusters = {120, 1};
     EXPECT_TRUE(copy());
     EXPECT_TRUE(test::read_file(dir / "o") == test::pattern(4096));
 }
@@ -144,14 +141,14 @@ TEST_F(drive_copy_test, without_a_destination_aborts_in_its_own_words) {
     EXPECT_TRUE(logged("err: -dst <filename> was not specified, aborting"));
 }
 
-TEST_F(drive_copy_test, takes_the_absolute_form_of_the_destination_over) {
+TEST_F(drive_copy_test, names_the_absolute_form_of_the_destination) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
     opts.m_dst = L"o";
     opts.m_src = L"a.txt";
     EXPECT_TRUE(copy());
-    EXPECT_EQ(opts.m_dst, (fs::current_path() / "o").wstring());
-    EXPECT_EQ(opts.m_src, L"a.txt");
+    EXPECT_TRUE(logged("dst: " + (fs::current_path() / "o").string()));
+    EXPECT_EQ(opts.m_dst, L"o") << "the options stay as they were parsed";
     fs::current_path(before);
     EXPECT_EQ(text_of(dir / "o"), "hello");
 }
@@ -175,8 +172,7 @@ TEST_F(drive_copy_test, clusters_come_before_a_path_and_an_entry) {
     opts.m_src = L"/a.txt";
     opts.m_entry = 24;
     opts.m_cluster_text = "120";
-    opts.m_start_lcn = 120;
-    opts.m_cluster_count = 2;
+    opts.m_clusters = {120, 2};
     EXPECT_TRUE(copy());
     EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 2));
     EXPECT_EQ(ntfs, nullptr);
@@ -185,14 +181,13 @@ TEST_F(drive_copy_test, clusters_come_before_a_path_and_an_entry) {
 TEST_F(drive_copy_test, a_copy_of_clusters_from_a_drive_has_no_report_whatever_meta_says) {
     opts.m_meta = true;
     opts.m_cluster_text = "120";
-    opts.m_start_lcn = 120;
-    opts.m_cluster_count = 1;
+    opts.m_clusters = {120, 1};
     EXPECT_TRUE(copy());
     EXPECT_FALSE(fs::exists(dir / "o.meta.txt"));
 }
 
 TEST_F(drive_copy_test, clusters_of_a_drive_that_is_not_there_are_told) {
-    opts.m_drive = 5;
+    opts.m_source.drive = 5;
     opts.m_cluster_text = "1";
     EXPECT_FALSE(copy());
     EXPECT_EQ(said, "err: copy failed:  -> " + (dir / "o").string() + "\n");
@@ -215,132 +210,87 @@ TEST_F(drive_copy_test, a_destination_that_cannot_be_made_is_told) {
     EXPECT_EQ(said, "err: copy failed: /a.txt -> " + (dir / "missing/o").string() + "\n");
 }
 
-class cluster_copy_test : public testing::Test {
+// A copy from an image, and of paths that name their own volume.
+class volume_copy_test : public testing::Test {
   protected:
     void SetUp() override {
         test::write_file(dir / "image", volume_image());
-        image = (dir / "image").wstring();
+        arg_list args = {"quarry", "-diags", dir / "log"};
+        ASSERT_TRUE(opts.cmd_params::parse(args));
+        opts.m_dst = (dir / "o").wstring();
     }
-    bool copy(std::uint64_t start, std::uint64_t count, bool with_report = true) {
-        return copy_clusters({}, image, 0, start, count, (dir / "o").wstring(),
-                             with_report ? (dir / "report").wstring() : L"", guard);
+    bool copy(const std::wstring& path) {
+        testing::internal::CaptureStdout();
+        const bool copied = quarry::copy(ntfs, opts, path, true);
+        said = testing::internal::GetCapturedStdout();
+        return copied;
     }
-    // The report behind its head.
-    [[nodiscard]] std::string lines() const {
-        const std::string report = text_of(dir / "report");
-        return report.substr(report.find("\n\n") + 2);
+    // The log after the command line.
+    [[nodiscard]] std::string log() const {
+        const std::string all = text_of(dir / "log");
+        return all.substr(all.find('\n') + 1);
     }
     temp_dir dir;
-    std::wstring image;
-    output_guard guard;
+    quarry_opts opts;
+    std::unique_ptr<CNtfs> ntfs;
+    std::string said;
 };
 
-TEST_F(cluster_copy_test, writes_one_cluster_behind_the_other) {
-    EXPECT_TRUE(copy(120, 3));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 3));
-    EXPECT_EQ(lines(),
-              "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
-              "cluster num            0x000000000079,   physical addr:  0x0000000000079000 [ok]\n"
-              "cluster num            0x00000000007a,   physical addr:  0x000000000007a000 [ok]\n");
+TEST_F(volume_copy_test, a_path_of_an_image_is_copied_as_it_is_and_the_options_stay_as_they_were) {
+    opts.m_source = source::of_image((dir / "image").wstring(), 0);
+    EXPECT_TRUE(copy(L"a.txt"));
+    EXPECT_EQ(text_of(dir / "o"), "hello");
+    EXPECT_TRUE(log().find("->partition letter \n->info: pNTFS img:") != std::string::npos) << log();
+    EXPECT_EQ(opts.m_src, L"");
 }
 
-TEST_F(cluster_copy_test, a_count_of_0_gives_an_empty_file_and_a_report_with_no_cluster_lines) {
-    EXPECT_TRUE(copy(100, 0));
-    EXPECT_EQ(text_of(dir / "o"), "");
-    EXPECT_EQ(lines(), "");
-}
-
-TEST_F(cluster_copy_test, a_cluster_beyond_the_end_shows_in_the_report_and_the_copy_succeeds) {
-    EXPECT_TRUE(copy(100000, 1));
-    EXPECT_EQ(lines(), "clusters               0x0000000186a0 [failed]\n");
-    EXPECT_EQ(text_of(dir / "o"), "");
-}
-
-TEST_F(cluster_copy_test, a_cluster_that_the_image_cuts_short_keeps_its_place) {
-    fs::resize_file(dir / "image", 121 * 4096 + 100);
-    EXPECT_TRUE(copy(120, 2));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1) + clusters_of(121, 1).substr(0, 100));
-    EXPECT_EQ(lines(),
-              "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
-              "cluster num            0x000000000079,   physical addr:  0x0000000000079000\n");
-}
-
-TEST_F(cluster_copy_test, a_cluster_that_cannot_be_read_leaves_no_gap) {
-    fs::resize_file(dir / "image", 121 * 4096);
-    EXPECT_TRUE(copy(120, 3));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
-    EXPECT_EQ(lines(),
-              "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
-              "clusters               0x000000000079 [failed]\n"
-              "clusters               0x00000000007a [failed]\n");
-}
-
-TEST_F(cluster_copy_test, a_range_far_beyond_the_end_ends_soon_without_a_report) {
-    EXPECT_TRUE(copy(120, 0xFFFFFFFFFFFF, false));
-    const std::string copied = text_of(dir / "o");
-    EXPECT_EQ(copied, clusters_of(120, volume_image().size() / 4096 - 120));
-}
-
-TEST_F(cluster_copy_test, a_range_whose_end_wraps_holds_no_cluster) {
-    EXPECT_TRUE(copy(120, 0xFFFFFFFFFFFFFFF0));
-    EXPECT_EQ(text_of(dir / "o"), "");
-}
-
-TEST_F(cluster_copy_test, whose_file_cannot_be_opened_counts_as_a_success) {
-    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "missing/o").wstring(), (dir / "report").wstring(),
-                              guard));
-    EXPECT_FALSE(fs::exists(dir / "report"));
-}
-
-TEST_F(cluster_copy_test, whose_file_is_a_pipe_waits_for_nobody_and_counts_as_one_that_cannot_be_opened) {
-    ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
-    EXPECT_TRUE(
-        copy_clusters({}, image, 0, 120, 1, (dir / "pipe").wstring(), (dir / "report").wstring(), guard));
-    EXPECT_FALSE(fs::exists(dir / "report"));
-}
-
-TEST_F(cluster_copy_test, whose_report_cannot_be_opened_goes_on_without_one) {
-    EXPECT_TRUE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), (dir / "missing/report").wstring(),
-                              guard));
+TEST_F(volume_copy_test, a_path_goes_before_clusters_which_are_dropped_without_a_word) {
+    opts.m_source = source::of_image((dir / "image").wstring(), 0);
+    opts.m_cluster_text = "120";
+    opts.m_clusters = {120, 1};
+    EXPECT_TRUE(copy(L"/a.txt"));
+    EXPECT_EQ(text_of(dir / "o"), "hello");
+    EXPECT_TRUE(copy(L""));
     EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
 }
 
-TEST_F(cluster_copy_test, where_the_image_cannot_be_opened_the_first_drive_is_tried_in_its_place) {
-    const device_files devices;
-    image = (dir / "missing").wstring();
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(copy(120, 1));
-    testing::internal::GetCapturedStderr();
-    test::write_file(devices.drive(0), volume_image());
-    EXPECT_TRUE(copy(120, 1));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
-    EXPECT_EQ(text_of(dir / "report").substr(0, text_of(dir / "report").find('\n')),
-              "drive/partition:       " + (dir / "missing").string());
+TEST_F(volume_copy_test, a_failure_of_the_driver_is_left_to_the_log_and_one_of_clusters_is_told) {
+    opts.m_source = source::of_image((dir / "image").wstring(), 0);
+    EXPECT_FALSE(copy(L"/nosuch"));
+    EXPECT_EQ(said, "");
+    EXPECT_FALSE(copy(L"")) << "neither a path nor an entry nor clusters";
+    EXPECT_EQ(said, "err: copy failed:  -> " + (dir / "o").string() + "\n");
 }
 
-TEST_F(cluster_copy_test, the_first_drive_is_a_source_then_and_no_output_may_go_to_it) {
-    const device_files devices;
-    test::write_file(devices.drive(0), volume_image());
-    fs::create_symlink(devices.drive(0), dir / "link");
-    image = (dir / "missing").wstring();
-    const std::wstring drive = devices.drive(0).wstring();
-    const std::wstring link = (dir / "link").wstring();
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, drive, L"", guard));
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, link, L"", guard));
-    EXPECT_FALSE(copy_clusters({}, image, 0, 120, 1, (dir / "o").wstring(), link, guard));
-    EXPECT_FALSE(fs::exists(dir / "o"));
-    EXPECT_TRUE(test::read_file(devices.drive(0)) == volume_image());
+TEST_F(volume_copy_test, a_path_without_a_source_is_made_absolute_and_may_name_its_volume) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    EXPECT_FALSE(copy(L"x/a.txt"));
+    EXPECT_EQ(log(), "->dst: " + (dir / "o").string() +
+                         "\n->partition letter \n->info: pNTFS part:, type:33\n->err: pNTFS\n");
+    test::write_file("c:", volume_image());
+    EXPECT_TRUE(copy(L"c:\\a.txt"));
+    fs::current_path(before);
+    EXPECT_EQ(text_of(dir / "o"), "hello");
+    EXPECT_TRUE(log().find("->info: pNTFS part:c:\\a.txt, type:32\n") != std::string::npos) << log();
 }
 
-TEST_F(cluster_copy_test, reads_the_volume_at_its_offset) {
-    test::volume_builder volume;
-    volume.write_clusters(120, test::pattern(4096));
-    test::write_file(dir / "image", volume.image_at(0x100000));
-    EXPECT_TRUE(
-        copy_clusters({}, image, 0x100000, 120, 1, (dir / "o").wstring(), (dir / "report").wstring(), guard));
-    const test::bytes expected = test::pattern(4096);
-    EXPECT_EQ(text_of(dir / "o"), std::string(expected.begin(), expected.end()));
-    EXPECT_NE(text_of(dir / "report").find("volume_offset:         0x000000100000\n"), std::string::npos);
+TEST_F(volume_copy_test, a_path_on_a_shadow_copy_begins_with_its_image) {
+    EXPECT_FALSE(copy(L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3\\x\\a.txt"));
+    EXPECT_TRUE(log().find("->info: pNTFS img:\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy3:0x0\n") !=
+                std::string::npos)
+        << log();
+}
+
+TEST_F(volume_copy_test, the_volume_that_a_path_names_is_no_destination) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    test::write_file("c:", volume_image());
+    opts.m_dst = L"c:";
+    EXPECT_FALSE(copy(L"c:\\a.txt"));
+    EXPECT_TRUE(test::read_file("c:") == volume_image());
+    fs::current_path(before);
+    EXPECT_EQ(said, "err: source and destination are the same\n");
 }
 
 }  // namespace
