@@ -1,12 +1,12 @@
-#include "frontend/copy.h"
+#include "frontend/copy/copy.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/cluster_copy.h"
-#include "frontend/copy_messages.h"
-#include "frontend/copy_request.h"
-#include "frontend/destination.h"
-#include "frontend/extraction.h"
+#include "frontend/copy/cluster_copy.h"
+#include "frontend/copy/copy_messages.h"
+#include "frontend/copy/copy_request.h"
+#include "frontend/copy/destination.h"
+#include "frontend/copy/extraction.h"
 
 #include <optional>
 #include <vector>

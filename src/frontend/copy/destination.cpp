@@ -1,10 +1,10 @@
-#include "frontend/destination.h"
+#include "frontend/copy/destination.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
 #include "foundation/visible_text.h"
-#include "frontend/copy_messages.h"
+#include "frontend/copy/copy_messages.h"
 #include "frontend/output/creation_check.h"
 
 #include <algorithm>

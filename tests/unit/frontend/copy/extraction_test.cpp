@@ -1,4 +1,4 @@
-#include "frontend/extraction.h"
+#include "frontend/copy/extraction.h"
 
 #include "support/reading_calls.h"
 #include "support/requirements.h"

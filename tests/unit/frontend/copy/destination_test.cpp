@@ -1,4 +1,4 @@
-#include "frontend/destination.h"
+#include "frontend/copy/destination.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

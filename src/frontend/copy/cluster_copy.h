@@ -2,7 +2,7 @@
 // files.
 #pragma once
 
-#include "frontend/copy_request.h"
+#include "frontend/copy/copy_request.h"
 #include "frontend/output/output_guard.h"
 
 namespace quarry {

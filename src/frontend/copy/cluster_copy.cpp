@@ -1,4 +1,4 @@
-#include "frontend/cluster_copy.h"
+#include "frontend/copy/cluster_copy.h"
 
 #include "disk/drive_source.h"
 #include "foundation/ql_string.h"

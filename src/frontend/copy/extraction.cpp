@@ -1,10 +1,10 @@
-#include "frontend/extraction.h"
+#include "frontend/copy/extraction.h"
 
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
-#include "frontend/named_by_hash.h"
+#include "frontend/copy/named_by_hash.h"
+#include "frontend/copy/stream_choice.h"
 #include "frontend/output/output_file.h"
-#include "frontend/stream_choice.h"
 #include "namespace/path_resolution.h"
 #include "report/attribute_report.h"
 #include "volume/mft_entries.h"

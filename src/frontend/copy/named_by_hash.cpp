@@ -1,4 +1,4 @@
-#include "frontend/named_by_hash.h"
+#include "frontend/copy/named_by_hash.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"

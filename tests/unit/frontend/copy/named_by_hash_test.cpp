@@ -1,4 +1,4 @@
-#include "frontend/named_by_hash.h"
+#include "frontend/copy/named_by_hash.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

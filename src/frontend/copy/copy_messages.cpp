@@ -1,4 +1,4 @@
-#include "frontend/copy_messages.h"
+#include "frontend/copy/copy_messages.h"
 
 #include "foundation/ql_string.h"
 #include "foundation/visible_text.h"

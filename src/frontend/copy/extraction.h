@@ -5,7 +5,7 @@
 #pragma once
 
 #include "foundation/status_log.h"
-#include "frontend/copy_request.h"
+#include "frontend/copy/copy_request.h"
 #include "frontend/output/output_guard.h"
 #include "volume/ntfs.h"
 

@@ -1,9 +1,9 @@
-#include "frontend/pipe_mode.h"
+#include "frontend/copy/pipe_mode.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/copy.h"
-#include "frontend/copy_messages.h"
+#include "frontend/copy/copy.h"
+#include "frontend/copy/copy_messages.h"
 #include "frontend/expand_env.h"
 #include "frontend/filter.h"
 #include "frontend/output/console.h"

@@ -1,4 +1,4 @@
-#include "frontend/stream_choice.h"
+#include "frontend/copy/stream_choice.h"
 
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"

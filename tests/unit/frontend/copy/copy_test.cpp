@@ -1,4 +1,4 @@
-#include "frontend/copy.h"
+#include "frontend/copy/copy.h"
 
 #include "support/device_files.h"
 #include "support/temp_dir.h"

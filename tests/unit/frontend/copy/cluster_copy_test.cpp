@@ -1,4 +1,4 @@
-#include "frontend/cluster_copy.h"
+#include "frontend/copy/cluster_copy.h"
 
 #include "support/device_files.h"
 #include "support/temp_dir.h"

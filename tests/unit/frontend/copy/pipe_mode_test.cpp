@@ -1,4 +1,4 @@
-#include "frontend/pipe_mode.h"
+#include "frontend/copy/pipe_mode.h"
 
 #include "frontend/filter.h"
 #include "support/device_files.h"

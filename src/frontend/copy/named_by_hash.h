@@ -1,7 +1,7 @@
 // Copies whose name proves them: the modification time in front, the MD5 digest of the bytes behind.
 #pragma once
 
-#include "frontend/copy_request.h"
+#include "frontend/copy/copy_request.h"
 #include "frontend/output/output_guard.h"
 #include "volume/attr_item.h"
 #include "volume/ntfs.h"
