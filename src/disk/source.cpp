@@ -92,18 +92,24 @@ std::wstring source::partition() const {
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open(bool writable) const {
+    std::unique_ptr<RAW_DISK_IO> opened;
     switch (kind) {
         case source_kind::none:
             break;
         case source_kind::image:
         case source_kind::partition:
-            return open_path(paths.front(), type, writable);
+            opened = open_path(paths.front(), type, writable);
+            break;
         case source_kind::drive:
-            return std::make_unique<RAW_DISK_IO>(drive, writable, false, source_kind_drive);
+            opened = std::make_unique<RAW_DISK_IO>(drive, writable, false, source_kind_drive);
+            break;
         case source_kind::virtual_disk:
-            return paths.empty() ? nullptr : std::make_unique<RAW_DISK_IO>(paths, writable, false);
+            if (!paths.empty()) {
+                opened = std::make_unique<RAW_DISK_IO>(paths, writable, false);
+            }
+            break;
     }
-    return nullptr;
+    return opened;
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open_as_named() const {

@@ -63,7 +63,7 @@ std::wstring take_shadow_device(std::wstring& path) {
     if (end == std::wstring::npos) {
         return {};
     }
-    const std::wstring device = path.substr(0, end);
+    std::wstring device = path.substr(0, end);
     path.erase(0, end);
     return device;
 }
