@@ -176,8 +176,8 @@ TEST_F(extraction_test, a_report_reads_no_descriptors_since_it_prints_none) {
     volume.add_file_at(9, "$Secure").stream("$SDS", test::bytes(std::size_t{16} << 20));
     volume.file(6).security_id(0x100);
     use(volume);
-    job.src = L"/a.txt";
-    job.meta = (dir / "report").wstring();
+    request.path = L"/a.txt";
+    request.report = (dir / "report").wstring();
     QUARRY_NEEDS(test::bytes_read() != 0, "the system does not count what is read");
     const std::uint64_t before = test::bytes_read();
     EXPECT_TRUE(copy());
