@@ -1,6 +1,7 @@
 #include "exact/index_lookup.h"
 
 #include "exact/path_walk.h"
+#include "support/index_builder.h"
 #include "support/memory_source.h"
 #include "support/volume_builder.h"
 
@@ -163,6 +164,25 @@ TEST(index_lookup, fails_at_a_child_that_lies_outside) {
                          0),
               0u)
         << text;
+}
+
+TEST(index_lookup, fails_at_a_block_that_is_met_twice_and_below_32_nodes) {
+    // A directory whose root leads to block 1, each block to the next one, and the last to `last_leads_to`.
+    const auto chain = [](std::uint64_t blocks, std::optional<std::uint64_t> last_leads_to) {
+        volume_builder volume({.mft_entries = 64, .system_files = true});
+        file_builder& directory = volume.add_directory("many");
+        directory.index_in_blocks().index_root(build_index_root({{.flags = 2, .sub_node = 1}}, true));
+        for (std::uint64_t block = 1; block <= blocks; ++block) {
+            const std::optional<std::uint64_t> next =
+                block < blocks ? std::optional(block + 1) : last_leads_to;
+            directory.extra_index_block(
+                index_block_builder().vcn(block).add({.flags = 2, .sub_node = next}).build());
+        }
+        return opened_directory(volume.image()).failure_of(u"a");
+    };
+    EXPECT_EQ(chain(3, 2), "index block 2 of record 24: the block is met twice on the way");
+    EXPECT_EQ(chain(31, std::nullopt), "path \"/many/x\": no such name");
+    EXPECT_EQ(chain(32, std::nullopt), "index block 32 of record 24: the index is deeper than 32 nodes");
 }
 
 TEST(index_lookup, wants_a_root_of_names_with_blocks_of_a_sound_size) {
