@@ -8,6 +8,14 @@
 
 namespace quarry::exact {
 
+namespace {
+
+// Memory for the records of one list, which has room for 8,192 of up to 64 KiB each. More than this fails
+// with memory.
+constexpr std::uint64_t most_bytes_of_extensions = 0x4000000;
+
+}  // namespace
+
 result<attribute_set> attribute_set::of(const mft& table, record base, notices& told) {
     attribute_set set;
     set.m_records.push_back(std::make_unique<record>(std::move(base)));
@@ -38,6 +46,13 @@ result<void> attribute_set::take_listed(const mft& table, const attribute& list,
     for (list_item& item : *items) {
         const record*& holder = holders[item.holder.entry];
         if (holder == nullptr) {
+            const std::uint64_t held = m_records.size() * std::uint64_t{table.volume().shape().record_size};
+            if (held > most_bytes_of_extensions) {
+                return fail(failure_code::memory, where,
+                            "needs " + std::to_string(held) +
+                                " bytes for the records of its attribute list, " +
+                                std::to_string(most_bytes_of_extensions) + " are possible");
+            }
             result<record> extension = table.read_extension(item.holder, base(), told);
             if (!extension) {
                 return passed_on(extension);

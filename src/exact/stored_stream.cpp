@@ -123,6 +123,7 @@ failure stored_stream::placed(failure reading, std::uint64_t offset, std::uint64
     if (reading.code != failure_code::source_end) {
         const std::uint64_t read_so_far = reading.source_byte.value_or(source_byte) - source_byte;
         reading.where = where::vcn(m_where, (offset + read_so_far) / m_cluster_size);
+        reading.why += ", at stream byte " + hex(offset + read_so_far);
     }
     return reading;
 }

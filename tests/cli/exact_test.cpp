@@ -421,6 +421,55 @@ TEST_F(exact_mode, logs_the_run_from_the_source_to_the_exit) {
     }
 }
 
+class exact_mode_on_a_huge_hole : public exact_mode {
+  protected:
+    // /hole has one cluster of bytes, a hole of 2^40 bytes, and one cluster more.
+    void SetUp() override {
+        volume_builder volume({.total_clusters = 400, .system_files = true});
+        volume.write_clusters(200, pattern(4096, 1));
+        volume.write_clusters(300, pattern(4096, 2));
+        volume.add_file("hole").data(runs({{200, 1}, {hole, hole_bytes / 4096}, {300, 1}}),
+                                     {.flags = 0x8000});
+        write_file(m_dir / "volume", volume.image());
+        fs::create_directory(m_dir / "out");
+    }
+    static constexpr std::uint64_t hole_bytes = std::uint64_t{1} << 40;
+};
+
+TEST_F(exact_mode_on_a_huge_hole, leaves_the_hole_where_it_is_with_sparse) {
+    const program_result result = exact({"-image", "volume", "-src", "/hole", "-dst", "copy", "-sparse"});
+    EXPECT_LE(result.status, 4) << result.err;
+    struct ::stat status {};
+    ASSERT_EQ(::stat((m_dir / "copy").c_str(), &status), 0) << result.err;
+    EXPECT_EQ(static_cast<std::uint64_t>(status.st_size), hole_bytes + 8192);
+    EXPECT_LE(status.st_blocks, 2 * 128 + 64);
+    std::ifstream copy(m_dir / "copy", std::ios::binary);
+    std::string last(4096, '?');
+    copy.seekg(static_cast<std::streamoff>(hole_bytes) + 4096);
+    copy.read(last.data(), 4096);
+    EXPECT_TRUE(to_bytes(last) == pattern(4096, 2));
+}
+
+TEST_F(exact_mode_on_a_huge_hole, fails_at_once_and_leaves_nothing_where_the_host_has_no_such_files) {
+    const program_result result = exact({"-image", "volume", "-src", "/hole", "-dst", "copy", "-sparse"},
+                                        {.file_size_limit = std::uint64_t{1} << 30});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("err: destination ./: File too large\n"), std::string::npos) << result.err;
+    EXPECT_EQ(made(), words{});
+}
+
+// The digest of so many zeros takes its time; who does not want to wait ends the run.
+TEST_F(exact_mode_on_a_huge_hole, can_be_interrupted_while_its_zeros_are_digested) {
+    const std::string script =
+        R"("$0" -exact -image volume -src /hole -dst out/ -sparse -md5 2>/dev/null >/dev/null & run=$!
+           until ls out/_* >/dev/null 2>&1; do :; done
+           kill -TERM $run; wait $run; echo $?)";
+    const program_result result =
+        run_program({"/bin/sh", "-c", script, QUARRY_PROGRAM}, {.directory = m_dir.path()});
+    EXPECT_EQ(result.out, "143\n");
+    EXPECT_EQ(made(), words{});
+}
+
 TEST_F(exact_mode, names_a_copy_by_time_and_digest) {
     EXPECT_EQ(exact({"-image", "volume", "-src", "/a.txt", "-dst", "out/", "-md5"}).status, 0);
     ASSERT_EQ(made().size(), 1u);
@@ -475,7 +524,13 @@ TEST_F(exact_mode, an_unreadable_sector_fails_unless_zeros_are_asked_for) {
                                                     {"FAIL_READS_FROM", std::to_string(place + 1024)},
                                                     {"FAIL_READS_TO", std::to_string(place + 1536)}};
     words line = {"-image", "volume", "-src", "/long.bin", "-dst", "copy"};
-    EXPECT_EQ(exact(line, {.environment = bad}).status, 1);
+    const program_result failed = exact(line, {.environment = bad});
+    EXPECT_EQ(failed.status, 1);
+    const std::string err = failed.err.substr(failed.err.find("err: "));
+    EXPECT_TRUE(err.starts_with("err: record 25, $DATA \"\": VCN 0: ")) << err;
+    EXPECT_NE(err.find(" bytes cannot be read: Input/output error, at stream byte 0x"), std::string::npos)
+        << err;
+    EXPECT_NE(err.find(" (source byte 0x"), std::string::npos) << err;
     EXPECT_TRUE(made().empty());
     line.emplace_back("-zero_unreadable");
     const program_result result = exact(line, {.environment = bad});

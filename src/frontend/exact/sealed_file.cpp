@@ -117,7 +117,7 @@ result<void> sealed_file::create(std::uint64_t size) {
         if (m_fd >= 0) {
             m_temporary = name;
             remove_if_interrupted(m_directory + name);
-            return {};
+            return m_sparse ? reach_size(size) : result<void>();
         }
         if (errno != EEXIST) {
             break;
@@ -202,20 +202,23 @@ result<void> sealed_file::append_hole(std::uint64_t length) {
     return {};
 }
 
-// A sparse file that ends in a hole is shorter than the copy until its size is set. That changes the time of
-// modification, so it is not done a second time.
-result<void> sealed_file::reach_size() {
-    if (m_sparse && m_reached != m_size) {
-        if (::ftruncate(m_fd, static_cast<::off_t>(m_size)) != 0) {
+// The end of a sparse file may be a hole, so its size is set. That changes the time of modification, so it is
+// not done a second time.
+result<void> sealed_file::reach_size(std::uint64_t size) {
+    if (m_sparse && m_reached != size) {
+        if (size > static_cast<std::uint64_t>(std::numeric_limits<::off_t>::max())) {
+            return failed(failure_code::write, EFBIG);
+        }
+        if (::ftruncate(m_fd, static_cast<::off_t>(size)) != 0) {
             return failed(failure_code::write, errno);
         }
-        m_reached = m_size;
+        m_reached = size;
     }
     return {};
 }
 
 result<void> sealed_file::set_times(const file_times& times) {
-    if (auto reached = reach_size(); !reached) {
+    if (auto reached = reach_size(m_size); !reached) {
         return reached;
     }
     const std::array<std::timespec, 2> pair = {times.accessed, times.modified};
@@ -259,7 +262,7 @@ result<void> sealed_file::sync_directory(const std::string& name, bool overwrite
 }
 
 result<void> sealed_file::seal(const std::string& name, bool overwrite) {
-    if (auto reached = reach_size(); !reached) {
+    if (auto reached = reach_size(m_size); !reached) {
         return reached;
     }
     if (uninterrupted([&] { return ::fsync(m_fd); }) != 0) {

@@ -37,7 +37,8 @@ class sealed_file {
     ~sealed_file();
 
     // Makes the temporary file. `size` is what the copy will have in bytes; a file system with less room
-    // fails with no-room, unless the copy is sparse. A file that cannot be made fails with create.
+    // fails with no-room, unless the copy is sparse. A file that cannot be made fails with create. A sparse
+    // one has its size from the start, so that one too large for the file system fails at once, with write.
     [[nodiscard]] result<void> create(std::uint64_t size);
     // Appends bytes. Fails with write.
     [[nodiscard]] result<void> append(std::span<const std::uint8_t> bytes);
@@ -56,7 +57,7 @@ class sealed_file {
     [[nodiscard]] result<void> write_all(std::span<const std::uint8_t> bytes);
     [[nodiscard]] result<void> write_zeros(std::uint64_t length);
     [[nodiscard]] result<void> append_sparsely(std::span<const std::uint8_t> bytes);
-    [[nodiscard]] result<void> reach_size();
+    [[nodiscard]] result<void> reach_size(std::uint64_t size);
     [[nodiscard]] result<void> give_name(const std::string& name, bool overwrite);
     [[nodiscard]] result<void> sync_directory(const std::string& name, bool overwrite);
     [[nodiscard]] tl::unexpected<failure> failed(failure_code code, int error) const;

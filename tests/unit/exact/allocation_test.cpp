@@ -66,6 +66,29 @@ TEST(allocation, leaves_holes_out) {
     EXPECT_EQ(count.free, 0u);
 }
 
+TEST(allocation, reads_no_bits_of_clusters_that_the_source_has_not) {
+    // A volume that claims 2^47 clusters, a bitmap for them that is a hole, and a run of half of them.
+    volume_builder volume({.total_clusters = 400});
+    volume.force_boot(40, 8, std::uint64_t{1} << 50);
+    volume.replace_record(
+        6, volume.new_record(6)
+               .add(attribute_builder::non_resident(0x80, {{hole, std::uint64_t{1} << 32}}).flags(0x8000))
+               .build());
+    bytes image = volume.image();
+    image.resize(400 * 4096);
+    opened_exact_volume opened(std::move(image));
+    exact::notices told;
+    const auto open = exact::allocation::open(opened.volume().table(), told);
+    ASSERT_TRUE(open.has_value()) << text_of(open.error());
+    const bytes stored = attribute_builder::non_resident(0x80, {{100, std::uint64_t{1} << 46}}).build();
+    exact::run_map map(std::uint64_t{1} << 47, 4096);
+    ASSERT_TRUE(map.add(attribute(byte_view(stored)), "it", std::nullopt));
+    const auto count = open->of(map);
+    ASSERT_TRUE(count.has_value());
+    EXPECT_EQ(count->used, 0u);
+    EXPECT_EQ(count->free, 300u);
+}
+
 TEST(allocation, has_a_bit_for_each_cluster) {
     volume_builder volume({.total_clusters = 1000});
     put_bitmap(volume, 124);

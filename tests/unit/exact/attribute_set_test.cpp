@@ -218,6 +218,23 @@ TEST(attribute_set, has_one_list_of_at_most_256_KiB) {
     EXPECT_THAT(two.fault(), HasSubstr("list record 24: has two attribute lists"));
 }
 
+TEST(attribute_set, holds_at_most_64_MiB_of_records) {
+    const auto fault_with = [](std::size_t extensions) {
+        volume_builder volume({.record_size = 65536, .mft_entries = 1100});
+        file_builder& file = volume.add_file("a");
+        file.list_in_clusters();
+        for (std::size_t i = 0; i < extensions; ++i) {
+            file.attribute(attribute_builder::resident(0x80, to_bytes("x")).named("s" + std::to_string(i)),
+                           file.add_extension());
+        }
+        return copy_of(volume, u"s0").failed;
+    };
+    EXPECT_EQ(fault_with(1024), "");
+    EXPECT_EQ(fault_with(1025),
+              "memory record 24: needs 67174400 bytes for the records of its attribute list, 67108864 are "
+              "possible");
+}
+
 TEST(attribute_set, lists_the_streams_there_are) {
     volume_builder volume;
     volume.add_file("a").data("x").stream("zone", "y").stream("Two", "z");

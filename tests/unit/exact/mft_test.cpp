@@ -1,5 +1,6 @@
 #include "exact/mft.h"
 
+#include "support/attribute_list_builder.h"
 #include "support/opened_exact_volume.h"
 #include "volume/attribute.h"
 
@@ -172,6 +173,21 @@ TEST(mft, has_its_first_records_in_the_mirror_too) {
             EXPECT_EQ(read.error().code, failure_code::torn);
         }
     }
+}
+
+TEST(mft, is_not_opened_by_a_piece_that_its_list_does_not_name) {
+    volume_builder other;
+    other.add_file("a.txt").data("hello");
+    other.file(0).attribute_list(build_attribute_list({{.type = 0x10}, {.type = 0x30, .id = 1}}));
+    EXPECT_EQ(copied(other),
+              "mft record 0: its attribute list does not begin $DATA in this record (source byte 0x4000)");
+    // Named is a second piece that begins at VCN 0, with an id of its own.
+    volume_builder second;
+    second.add_file("a.txt").data("hello");
+    second.file(0).attribute(attribute_builder::non_resident(0x80, {{50, 16}}).id(77));
+    second.file(0).attribute_list(build_attribute_list({{.type = 0x10}, {.type = 0x80, .id = 77}}));
+    EXPECT_EQ(copied(second),
+              "mft record 0: its attribute list begins $DATA at another attribute (source byte 0x4000)");
 }
 
 TEST(mft, begins_where_the_boot_sector_says) {

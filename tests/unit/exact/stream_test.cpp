@@ -239,8 +239,8 @@ TEST(stream, fails_where_it_cannot_be_read) {
     opened_exact_volume opened(volume);
     opened.source().unreadable(111 * cluster + 300, 1);
     EXPECT_EQ(opened.copy(first_user_entry).failed,
-              "source-read record 24, $DATA \"\": VCN 3: 3796 bytes cannot be read: Input/output error "
-              "(source byte 0x6F12C)");
+              "source-read record 24, $DATA \"\": VCN 3: 3796 bytes cannot be read: Input/output error, at "
+              "stream byte 0x312C (source byte 0x6F12C)");
 }
 
 TEST(stream, fails_where_the_source_ends) {
@@ -441,6 +441,50 @@ TEST(stream, that_is_compressed_may_have_units_of_any_size) {
     volume_builder no_unit;
     no_unit.add_file("a").data(runs({{100, 16}}), {.compressed = 0, .unit = 0, .flags = 1});
     EXPECT_THAT(copy_of(no_unit).failed, HasSubstr("compressed in units of 2^0 clusters"));
+}
+
+namespace {
+
+// Counts what is delivered.
+class counting_sink final : public exact::stream_sink {
+  public:
+    [[nodiscard]] exact::result<void> data(byte_view block) override {
+        m_data += block.size();
+        return {};
+    }
+    [[nodiscard]] exact::result<void> zeros(std::uint64_t length) override {
+        m_zeros += length;
+        ++m_calls;
+        return {};
+    }
+    std::uint64_t m_data = 0;
+    std::uint64_t m_zeros = 0;
+    std::size_t m_calls = 0;
+};
+
+}  // namespace
+
+TEST(stream, that_is_compressed_has_long_holes_passed_over_at_once) {
+    // 2^36 units in one hole, and a unit of plain bytes after them.
+    constexpr std::uint64_t hole_clusters = std::uint64_t{1} << 40;
+    const std::uint64_t size = hole_clusters * cluster + unit;
+    const bytes text = pattern(unit, 3);
+    compressed_volume file(text, runs({{hole, hole_clusters}, {100, 16}}), size);
+    opened_exact_volume opened(file.volume);
+    exact::notices told;
+    auto base = opened.volume().table().read_asked(first_user_entry, std::nullopt, told);
+    ASSERT_TRUE(base.has_value());
+    const auto set = exact::attribute_set::of(opened.volume().table(), std::move(*base), told);
+    ASSERT_TRUE(set.has_value());
+    auto found = exact::stream::open(opened.volume(), *set, attr_data, {}, told);
+    ASSERT_TRUE(found.has_value()) << text_of(found.error());
+    counting_sink sink;
+    const auto done = found->deliver(sink, {}, told);
+    ASSERT_TRUE(done.has_value()) << text_of(done.error());
+    EXPECT_EQ(done->bytes, size);
+    EXPECT_EQ(sink.m_data, unit);
+    EXPECT_EQ(sink.m_zeros, hole_clusters * cluster);
+    EXPECT_LE(sink.m_calls, 2u);
 }
 
 TEST(stream, that_is_compressed_fails_at_units_that_are_no_units) {

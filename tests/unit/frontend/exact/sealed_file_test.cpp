@@ -147,8 +147,9 @@ TEST_F(sealed_file_test, more_than_there_is_room_for_fails_before_the_first_byte
     ASSERT_FALSE(created);
     EXPECT_EQ(created.error().code, failure_code::no_room);
     EXPECT_TRUE(names().empty());
+    // No room is looked for, but the file system must be able to count the bytes.
     sealed_file sparse(directory(), true);
-    EXPECT_TRUE(sparse.create(too_much));
+    EXPECT_TRUE(sparse.create(std::uint64_t{1} << 42));
 }
 
 TEST_F(sealed_file_test, holes_are_zeros_without_sparse) {
@@ -243,6 +244,32 @@ TEST_F(sealed_file_test, a_limit_on_the_size_of_files_fails_the_copy_and_leaves_
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(names().empty());
+}
+
+TEST_F(sealed_file_test, a_sparse_copy_that_is_too_large_fails_before_its_first_byte_and_leaves_nothing) {
+    const ::pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const struct ::rlimit limit { 4096, 4096 };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        std::signal(SIGXFSZ, SIG_IGN);
+        bool failed_well = false;
+        {
+            sealed_file file(directory(), true);
+            const auto created = file.create(std::uint64_t{1} << 40);
+            failed_well = !created && created.error().code == failure_code::write &&
+                          created.error().why == "File too large";
+        }
+        ::_exit(failed_well ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(names().empty());
+    sealed_file file(directory(), true);
+    const auto created = file.create(0xFFFFFFFFFFFFFFFF);
+    ASSERT_FALSE(created);
+    EXPECT_EQ(created.error().why, "File too large");
 }
 
 TEST_F(sealed_file_test, a_signal_leaves_nothing) {
