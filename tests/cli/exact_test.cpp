@@ -272,7 +272,7 @@ TEST_F(exact_mode, never_writes_a_copy_over_the_file_of_a_standard_stream) {
               "err: destination said: is a file of this run: a source, the log or a standard stream\n");
 }
 
-TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_line_tells_it) {
+TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_line_reports_it) {
     std::ofstream(m_dir / "out/a.txt") << "earlier";
     std::ofstream(m_dir / "out/a.txt_Note") << "earlier";
     const std::string exists = ": exists; say -overwrite";

@@ -18,10 +18,10 @@ struct geometry_case {
     std::uint32_t sectors_per_cluster;
 };
 
-class OddGeometry : public command_line_test, public testing::WithParamInterface<geometry_case> {
+class odd_geometry : public command_line_test, public testing::WithParamInterface<geometry_case> {
   protected:
     // Entry 24 /pieces, 25 its extension record, 26 /packed, 27 /dir, 28 /dir/inner.
-    OddGeometry()
+    odd_geometry()
         : m_cluster(std::size_t{GetParam().bytes_per_sector} * GetParam().sectors_per_cluster),
           m_volume({.bytes_per_sector = GetParam().bytes_per_sector,
                     .sectors_per_cluster = GetParam().sectors_per_cluster,
@@ -109,33 +109,33 @@ class OddGeometry : public command_line_test, public testing::WithParamInterface
     bytes m_block;
 };
 
-TEST_P(OddGeometry, finds_a_file_through_an_index_block) {
+TEST_P(odd_geometry, finds_a_file_through_an_index_block) {
     EXPECT_EQ(copy_of({"-src", "/dir/inner"}), to_bytes("inside\n"));
 }
 
-TEST_P(OddGeometry, copies_the_blocks_of_an_index) {
+TEST_P(odd_geometry, copies_the_blocks_of_an_index) {
     EXPECT_EQ(copy_of({"-src", "/dir:$I30", "-raw"}), m_block);
     EXPECT_EQ(copy_of({"-src", "/dir:$I30"}), m_block) << "nothing is protected, so nothing is restored";
 }
 
-TEST_P(OddGeometry, follows_an_attribute_list_in_clusters) {
+TEST_P(odd_geometry, follows_an_attribute_list_in_clusters) {
     EXPECT_EQ(copy_of({"-src", "/pieces"}), m_pieces);
     EXPECT_EQ(copy_of({"-src", "/pieces", "-raw"}), m_pieces);
     EXPECT_EQ(copy_of({"-mft", "24"}), m_pieces);
 }
 
-TEST_P(OddGeometry, decompresses_a_compressed_stream) {
+TEST_P(odd_geometry, decompresses_a_compressed_stream) {
     EXPECT_EQ(copy_of({"-src", "/packed"}), m_packed);
 }
 
-TEST_P(OddGeometry, copies_clusters) {
+TEST_P(odd_geometry, copies_clusters) {
     QUARRY_NEEDS_ROOT();
     const bytes image = read_file(m_dir / "disk");
     const auto begin = image.begin() + 3 * difference(m_cluster);
     EXPECT_EQ(copy_of({"-cluster", "3", "2"}), bytes(begin, begin + 2 * difference(m_cluster)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, OddGeometry,
+INSTANTIATE_TEST_SUITE_P(shapes, odd_geometry,
                          testing::Values(geometry_case{512, 3}, geometry_case{512, 5}, geometry_case{512, 6},
                                          geometry_case{512, 7}, geometry_case{512, 255},
                                          geometry_case{2049, 1}, geometry_case{1365, 2},

@@ -201,7 +201,7 @@ TEST_F(list_of_copies, tries_the_destination_out_only_until_its_first_success) {
 }
 
 // A single copy is refused there too, with the words about a file that cannot be made.
-TEST_F(list_of_copies, goes_on_behind_a_destination_that_is_a_pipe) {
+TEST_F(list_of_copies, goes_on_after_a_destination_that_is_a_pipe) {
     source("disk");
     std::filesystem::create_directory(m_dir / "out");
     ASSERT_EQ(::mkfifo((m_dir / "out/b.txt").c_str(), 0600), 0);

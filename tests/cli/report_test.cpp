@@ -274,7 +274,7 @@ TEST_F(reports, of_an_extension_record_show_the_whole_reference_to_its_base) {
                                              "\n");
 }
 
-TEST_F(reports, of_a_file_include_what_stands_in_its_extension_records_and_not_its_list) {
+TEST_F(reports, of_a_file_include_what_is_in_its_extension_records_and_not_its_list) {
     file_builder& file = volume.add_file("base").resident_data({});
     file.attribute(attribute_builder::resident(0x80, {0x41}).named("notes"), file.add_extension());
     // An empty stream is no copy; the report stands all the same. The ids of the extension begin at 0.

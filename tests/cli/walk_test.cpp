@@ -74,7 +74,7 @@ TEST_F(walk, of_relative_paths_copies_what_the_volume_has_at_them) {
     EXPECT_EQ(text("Windows/notepad.exe"), "x");
 }
 
-TEST_F(walk, of_an_empty_or_missing_directory_tells_nothing_and_exits_with_0) {
+TEST_F(walk, of_an_empty_or_missing_directory_reports_nothing_and_exits_with_0) {
     for (const char* directory : {"", "missing", "out"}) {
         const program_result result = run({"-enumdir", directory, "-image", "disk", "-dst", "out/"});
         EXPECT_EQ(result.status, 0) << directory;
@@ -82,7 +82,7 @@ TEST_F(walk, of_an_empty_or_missing_directory_tells_nothing_and_exits_with_0) {
     }
 }
 
-TEST_F(walk, without_a_destination_tells_so_for_each_file) {
+TEST_F(walk, without_a_destination_reports_so_for_each_file) {
     const program_result result = run({"-enumdir", "Windows", "-image", "disk"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(behind_header(result.out), "err: -dst <filename> was not specified\n");

@@ -58,7 +58,7 @@ TEST(drive_source, says_how_many_bytes_lie_before_the_end) {
     EXPECT_EQ(drive.read(sectors, 0).bytes, 1000u);
 }
 
-TEST(drive_source, tells_a_loss_that_begins_before_the_bytes_that_were_asked_for) {
+TEST(drive_source, reports_a_loss_that_begins_before_the_bytes_that_were_asked_for) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024, 0x11));
     drive_source drive = opened(devices, 0);

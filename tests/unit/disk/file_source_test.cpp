@@ -43,7 +43,7 @@ TEST(file_source, reads_bytes_at_any_place) {
     EXPECT_EQ(buffer, to_bytes("3456"));
 }
 
-TEST(file_source, tells_where_it_ends) {
+TEST(file_source, reports_where_it_ends) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     const auto source = opened(dir / "image");
@@ -56,7 +56,7 @@ TEST(file_source, tells_where_it_ends) {
     }
 }
 
-TEST(file_source, tells_that_a_file_became_shorter) {
+TEST(file_source, reports_that_a_file_became_shorter) {
     const temp_dir dir;
     write_file(dir / "image", bytes(10000));
     const auto source = opened(dir / "image");
@@ -68,7 +68,7 @@ TEST(file_source, tells_that_a_file_became_shorter) {
     EXPECT_TRUE(source->has_changed());
 }
 
-TEST(file_source, tells_that_a_file_was_written) {
+TEST(file_source, reports_that_a_file_was_written) {
     const temp_dir dir;
     write_file(dir / "image", bytes(100));
     const auto source = opened(dir / "image");

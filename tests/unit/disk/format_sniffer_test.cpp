@@ -30,7 +30,7 @@ partition_stats from_table() {
     return record;
 }
 
-TEST(VolumeBootSector, is_told_by_four_characters_at_byte_3) {
+TEST(volume_boot_sector, is_told_by_four_characters_at_byte_3) {
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "EXFA")));
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "MSDO")));
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "NTFS")));
@@ -44,7 +44,7 @@ TEST(VolumeBootSector, is_told_by_four_characters_at_byte_3) {
     EXPECT_FALSE(is_volume_boot_sector({}));
 }
 
-TEST(Mbr, is_told_by_the_mark_at_byte_510_unless_a_volume_begins_there) {
+TEST(mbr, is_told_by_the_mark_at_byte_510_unless_a_volume_begins_there) {
     EXPECT_TRUE(is_mbr(with_mark(512, 510)));
     EXPECT_TRUE(is_mbr(with_mark(4096, 510)));
     EXPECT_FALSE(is_mbr(bytes(512)));
@@ -55,14 +55,14 @@ TEST(Mbr, is_told_by_the_mark_at_byte_510_unless_a_volume_begins_there) {
     EXPECT_TRUE(is_mbr(byte_writer(with_mark(512, 510)).text(3, "mkfs.fat").take()));
 }
 
-TEST(Mbr, a_sector_that_is_cut_is_no_mbr) {
+TEST(mbr, a_sector_that_is_cut_is_no_mbr) {
     const bytes whole = with_mark(512, 510);
     for (std::size_t length = 0; length < whole.size(); ++length) {
         EXPECT_FALSE(is_mbr(byte_view(whole).clipped(0, length))) << length;
     }
 }
 
-TEST(SectorSize, is_the_first_of_six_at_whose_end_the_mark_stands) {
+TEST(sector_size, is_the_first_of_six_at_whose_end_the_mark_is) {
     EXPECT_EQ(find_sector_size(with_mark(16384, 510), 0, 16384), 512u);
     EXPECT_EQ(find_sector_size(with_mark(16384, 1022), 0, 16384), 1024u);
     EXPECT_EQ(find_sector_size(with_mark(16384, 2046), 0, 16384), 2048u);
@@ -77,20 +77,20 @@ TEST(SectorSize, is_the_first_of_six_at_whose_end_the_mark_stands) {
     EXPECT_EQ(find_sector_size({}, 0, 16384), std::nullopt);
 }
 
-TEST(SectorSize, is_looked_for_between_two_bounds) {
+TEST(sector_size, is_looked_for_between_two_bounds) {
     EXPECT_EQ(find_sector_size(with_mark(16384, 510), 1024, 16384), std::nullopt);
     EXPECT_EQ(find_sector_size(with_mark(16384, 1022), 1024, 16384), 1024u);
     EXPECT_EQ(find_sector_size(with_mark(16384, 4094), 0, 4096), 4096u);
     EXPECT_EQ(find_sector_size(with_mark(16384, 4094), 0, 4095), std::nullopt);
 }
 
-TEST(NtfsName, needs_its_four_blanks) {
+TEST(ntfs_name, needs_its_four_blanks) {
     EXPECT_TRUE(has_ntfs_name(ntfs_boot_sector(1)));
     EXPECT_FALSE(has_ntfs_name(with_text(512, 3, "NTFS   X")));
     EXPECT_FALSE(has_ntfs_name(with_text(10, 3, "NTFS   ")));
 }
 
-TEST(Sniffer, takes_nothing_from_less_than_512_bytes) {
+TEST(sniffer, takes_nothing_from_less_than_512_bytes) {
     const bytes boot = ntfs_boot_sector(1000);
     for (std::size_t length = 0; length < 512; ++length) {
         partition_stats record;
@@ -102,7 +102,7 @@ TEST(Sniffer, takes_nothing_from_less_than_512_bytes) {
     EXPECT_TRUE(sniff_format(record, boot));
 }
 
-TEST(Sniffer, recognises_ntfs) {
+TEST(sniffer, recognises_ntfs) {
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, ntfs_boot_sector(4999, 512, 8)));
     EXPECT_EQ(record.m_partition_type, 0x07);
@@ -115,13 +115,13 @@ TEST(Sniffer, recognises_ntfs) {
     EXPECT_EQ(record.m_num_sectors, 5000u) << "the length of the table's entry stands";
 }
 
-TEST(Sniffer, takes_the_length_of_ntfs_from_the_boot_sector_where_there_is_none) {
+TEST(sniffer, takes_the_length_of_ntfs_from_the_boot_sector_where_there_is_none) {
     partition_stats record;
     ASSERT_TRUE(sniff_format(record, ntfs_boot_sector(0x123456789A)));
     EXPECT_EQ(record.m_num_sectors, 0x123456789Au);
 }
 
-TEST(Sniffer, recognises_an_encrypted_container_by_the_layout_of_ntfs) {
+TEST(sniffer, recognises_an_encrypted_container_by_the_layout_of_ntfs) {
     partition_stats record;
     ASSERT_TRUE(sniff_format(record, byte_writer(ntfs_boot_sector(777)).text(3, "-FVE-FS-").take()));
     EXPECT_EQ(record.m_partition_type, 0x07);
@@ -133,7 +133,7 @@ TEST(Sniffer, recognises_an_encrypted_container_by_the_layout_of_ntfs) {
     EXPECT_EQ(record.m_num_sectors, 777u);
 }
 
-TEST(Sniffer, takes_whatever_sector_and_cluster_size_ntfs_states) {
+TEST(sniffer, takes_whatever_sector_and_cluster_size_ntfs_states) {
     for (const std::uint16_t sector_size : std::array<std::uint16_t, 6>{0, 1, 511, 512, 4096, 65535}) {
         partition_stats record = from_table();
         ASSERT_TRUE(sniff_format(record, ntfs_boot_sector(1, sector_size, 0)));
@@ -143,7 +143,7 @@ TEST(Sniffer, takes_whatever_sector_and_cluster_size_ntfs_states) {
     }
 }
 
-TEST(Sniffer, recognises_exfat) {
+TEST(sniffer, recognises_exfat) {
     partition_stats record = from_table();
     record.m_num_sectors = 0;
     ASSERT_TRUE(sniff_format(record, exfat_boot_sector(0x100000000, 9, 3)));
@@ -159,7 +159,7 @@ TEST(Sniffer, recognises_exfat) {
     EXPECT_EQ(with_length.m_num_sectors, 5000u);
 }
 
-TEST(Sniffer, only_bits_0_to_5_of_an_exfat_exponent_count_and_bit_5_gives_0) {
+TEST(sniffer, only_bits_0_to_5_of_an_exfat_exponent_count_and_bit_5_gives_0) {
     struct {
         std::uint8_t exponent;
         std::uint32_t value;
@@ -173,7 +173,7 @@ TEST(Sniffer, only_bits_0_to_5_of_an_exfat_exponent_count_and_bit_5_gives_0) {
     }
 }
 
-TEST(Sniffer, recognises_fat32_and_lets_its_length_take_the_place_of_the_tables) {
+TEST(sniffer, recognises_fat32_and_lets_its_length_take_the_place_of_the_tables) {
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, fat32_boot_sector(4000)));
     EXPECT_EQ(record.m_partition_type, 12);
@@ -186,7 +186,7 @@ TEST(Sniffer, recognises_fat32_and_lets_its_length_take_the_place_of_the_tables)
     EXPECT_EQ(record.m_sector_size, 512u);
 }
 
-TEST(Sniffer, recognises_fat16) {
+TEST(sniffer, recognises_fat16) {
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, fat16_boot_sector(4000)));
     EXPECT_EQ(record.m_partition_type, 4);
@@ -202,7 +202,7 @@ TEST(Sniffer, recognises_fat16) {
     EXPECT_EQ(without_length.m_num_sectors, 4000u);
 }
 
-TEST(Sniffer, prefers_fat32_to_fat16_and_fat16_to_ext) {
+TEST(sniffer, prefers_fat32_to_fat16_and_fat16_to_ext) {
     partition_stats record;
     ASSERT_TRUE(sniff_format(record, byte_writer(fat32_boot_sector(1)).text(54, "FAT16").take()));
     EXPECT_EQ(record.m_format, "fat32");
@@ -210,7 +210,7 @@ TEST(Sniffer, prefers_fat32_to_fat16_and_fat16_to_ext) {
     EXPECT_EQ(record.m_format, "fat16");
 }
 
-TEST(Sniffer, recognises_ext_behind_a_boot_sector_that_has_something_at_byte_3) {
+TEST(sniffer, recognises_ext_after_a_boot_sector_that_has_something_at_byte_3) {
     const bytes head = byte_writer(ext_volume_head(3000, 2)).text(3, "GRUB").take();
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, head));
@@ -223,7 +223,7 @@ TEST(Sniffer, recognises_ext_behind_a_boot_sector_that_has_something_at_byte_3) 
     EXPECT_EQ(record.m_sector_size, 512u);
 }
 
-TEST(Sniffer, the_start_of_such_an_ext_volume_becomes_0_and_its_length_counts_bytes) {
+TEST(sniffer, the_start_of_such_an_ext_volume_becomes_0_and_its_length_counts_bytes) {
     const bytes head = byte_writer(ext_volume_head(0xFFFFFFFF, 2)).text(3, "GRUB").take();
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, head));
@@ -232,7 +232,7 @@ TEST(Sniffer, the_start_of_such_an_ext_volume_becomes_0_and_its_length_counts_by
     EXPECT_EQ(record.byte_offset(), 0u);
 }
 
-TEST(Sniffer, an_ext_block_size_that_32_bits_cannot_hold_counts_as_1024) {
+TEST(sniffer, an_ext_block_size_that_32_bits_cannot_hold_counts_as_1024) {
     struct {
         std::uint32_t exponent;
         std::uint32_t sectors_per_block;
@@ -247,7 +247,7 @@ TEST(Sniffer, an_ext_block_size_that_32_bits_cannot_hold_counts_as_1024) {
     }
 }
 
-TEST(Sniffer, looks_for_ext_and_hfs_only_in_2048_bytes) {
+TEST(sniffer, looks_for_ext_and_hfs_only_in_2048_bytes) {
     const bytes named = byte_writer(ext_volume_head(1, 0)).text(3, "GRUB").take();
     const bytes nameless = ext_volume_head(1, 0);
     const bytes hfs = with_text(2048, 1024, "H+");
@@ -261,7 +261,7 @@ TEST(Sniffer, looks_for_ext_and_hfs_only_in_2048_bytes) {
     EXPECT_TRUE(sniff_format(record, hfs));
 }
 
-TEST(Sniffer, recognises_ext_with_its_label_and_its_mount_point) {
+TEST(sniffer, recognises_ext_with_its_label_and_its_mount_point) {
     partition_stats record = from_table();
     ASSERT_TRUE(sniff_format(record, ext_volume_head(3000, 2, "evidence", "/mnt/x")));
     EXPECT_EQ(record.m_partition_type, 0x83);
@@ -274,7 +274,7 @@ TEST(Sniffer, recognises_ext_with_its_label_and_its_mount_point) {
     EXPECT_EQ(record.m_sector_size, 512u);
 }
 
-TEST(Sniffer, a_label_that_fills_its_place_ends_with_it) {
+TEST(sniffer, a_label_that_fills_its_place_ends_with_it) {
     partition_stats record;
     ASSERT_TRUE(
         sniff_format(record, ext_volume_head(1, 0, "sixteen letters!", std::string(64, 'm') + "more")));
@@ -282,7 +282,7 @@ TEST(Sniffer, a_label_that_fills_its_place_ends_with_it) {
     EXPECT_EQ(record.m_mount_point, std::string(64, 'm'));
 }
 
-TEST(Sniffer, recognises_the_two_hfs_formats) {
+TEST(sniffer, recognises_the_two_hfs_formats) {
     partition_stats record;
     ASSERT_TRUE(sniff_format(record, with_text(2048, 1024, "H+")));
     EXPECT_EQ(record.m_partition_type, 0xAF);
@@ -291,7 +291,7 @@ TEST(Sniffer, recognises_the_two_hfs_formats) {
     EXPECT_EQ(record.m_format, "hfsx");
 }
 
-TEST(Sniffer, leaves_the_type_of_hfs_behind_when_only_its_first_letter_fits) {
+TEST(sniffer, leaves_the_type_of_hfs_behind_when_only_its_first_letter_fits) {
     partition_stats record = from_table();
     EXPECT_FALSE(sniff_format(record, with_text(2048, 1024, "HY")));
     EXPECT_EQ(record.m_partition_type, 0xAF);
@@ -301,7 +301,7 @@ TEST(Sniffer, leaves_the_type_of_hfs_behind_when_only_its_first_letter_fits) {
     EXPECT_EQ(record.m_partition_type, 0x42);
 }
 
-TEST(Sniffer, takes_the_sectors_per_cluster_even_from_what_it_does_not_recognise) {
+TEST(sniffer, takes_the_sectors_per_cluster_even_from_what_it_does_not_recognise) {
     partition_stats record = from_table();
     record.m_sectors_per_cluster = 3;
     EXPECT_FALSE(sniff_format(record, byte_writer(512).text(3, "unknown!").take()));
@@ -313,7 +313,7 @@ TEST(Sniffer, takes_the_sectors_per_cluster_even_from_what_it_does_not_recognise
     EXPECT_EQ(record.m_num_sectors, 5000u);
 }
 
-TEST(BareVolume, starts_at_0_with_sectors_of_512_bytes_and_counts_as_known) {
+TEST(bare_volume, starts_at_0_with_sectors_of_512_bytes_and_counts_as_known) {
     const partition_stats ntfs = bare_volume(ntfs_boot_sector(20000, 4096));
     EXPECT_EQ(ntfs.m_start_sector, 0u);
     EXPECT_EQ(ntfs.m_num_sectors, 20000u);

@@ -36,7 +36,7 @@ reading read(const bytes& disk, bool with_gaps = false) {
 
 constexpr std::uint64_t header = 512;
 
-TEST(GptTable, lists_the_entries_in_use_in_the_order_of_the_table) {
+TEST(gpt_table, lists_the_entries_in_use_in_the_order_of_the_table) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "Basic data", 0x8000000000000001, 0x11, 0x22}, {}, {40, 49, "second"}});
     disk.force(2 * 512 + 128, 8, 0).force(2 * 512 + 136, 8, 0);
@@ -68,7 +68,7 @@ TEST(GptTable, lists_the_entries_in_use_in_the_order_of_the_table) {
     EXPECT_FALSE(second.m_format_known);
 }
 
-TEST(GptTable, an_entry_is_in_use_when_any_byte_of_its_type_guid_is_set) {
+TEST(gpt_table, an_entry_is_in_use_when_any_byte_of_its_type_guid_is_set) {
     for (std::size_t i = 0; i < 16; ++i) {
         disk_builder disk(2048);
         disk.gpt({{100, 199, "x", 0, 0x00}}).force(2 * 512 + i, 1, 1);
@@ -79,7 +79,7 @@ TEST(GptTable, an_entry_is_in_use_when_any_byte_of_its_type_guid_is_set) {
     EXPECT_FALSE(read(unused.image()).result);
 }
 
-TEST(GptTable, is_read_with_any_of_the_six_sector_sizes) {
+TEST(gpt_table, is_read_with_any_of_the_six_sector_sizes) {
     for (const std::uint32_t size : {512u, 1024u, 2048u, 4096u, 8192u, 16384u}) {
         disk_builder disk(64, size);
         disk.gpt({{40, 49, "p"}}).put(40, ntfs_boot_sector(9, static_cast<std::uint16_t>(size)));
@@ -91,7 +91,7 @@ TEST(GptTable, is_read_with_any_of_the_six_sector_sizes) {
     }
 }
 
-TEST(GptTable, needs_the_mark_of_a_table_in_its_first_sector_and_minds_no_volume_there) {
+TEST(gpt_table, needs_the_mark_of_a_table_in_its_first_sector_and_minds_no_volume_there) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "x"}});
     disk.force(3, 4, 0x5346544E);  // "NTFS"
@@ -100,7 +100,7 @@ TEST(GptTable, needs_the_mark_of_a_table_in_its_first_sector_and_minds_no_volume
     EXPECT_FALSE(read(disk.image()).result);
 }
 
-TEST(GptTable, is_believed_when_its_header_says_that_it_stands_in_sector_1_whatever_its_signature) {
+TEST(gpt_table, is_believed_when_its_header_says_that_it_is_in_sector_1_whatever_its_signature) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "x"}});
     disk.force(header, 8, 0).force(header + 16, 4, 0xDEADBEEF);
@@ -115,7 +115,7 @@ TEST(GptTable, is_believed_when_its_header_says_that_it_stands_in_sector_1_whate
     }
 }
 
-TEST(GptTable, takes_the_place_the_number_and_the_size_of_its_entries_from_the_header) {
+TEST(gpt_table, takes_the_place_the_number_and_the_size_of_its_entries_from_the_header) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "one"}, {200, 299, "two"}, {300, 399, "three"}}, {500, 2, 256});
     const reading made = read(disk.image());
@@ -125,7 +125,7 @@ TEST(GptTable, takes_the_place_the_number_and_the_size_of_its_entries_from_the_h
     EXPECT_EQ(made.list[1].m_name, "two");
 }
 
-TEST(GptTable, with_entries_of_less_than_128_bytes_is_refused) {
+TEST(gpt_table, with_entries_of_less_than_128_bytes_is_refused) {
     for (const std::uint32_t size : {0u, 1u, 47u, 127u}) {
         disk_builder disk(2048);
         disk.gpt({{100, 199, "x"}}).force(header + 80, 4, 0xFFFFFFFF).force(header + 84, 4, size);
@@ -135,7 +135,7 @@ TEST(GptTable, with_entries_of_less_than_128_bytes_is_refused) {
     }
 }
 
-TEST(GptTable, with_more_entries_than_the_source_holds_is_refused_where_the_source_ends) {
+TEST(gpt_table, with_more_entries_than_the_source_holds_is_refused_where_the_source_ends) {
     for (const std::uint32_t size : {128u, 129u, 4096u, 0x80000000u, 0xFFFFFFFFu}) {
         disk_builder disk(2048);
         disk.gpt({{100, 199, "x"}}).force(header + 80, 4, 0xFFFFFFFF).force(header + 84, 4, size);
@@ -147,7 +147,7 @@ TEST(GptTable, with_more_entries_than_the_source_holds_is_refused_where_the_sour
     }
 }
 
-TEST(GptTable, that_fills_a_mebibyte_with_entries_in_use_costs_two_reads_for_each) {
+TEST(gpt_table, that_fills_a_mebibyte_with_entries_in_use_costs_two_reads_for_each) {
     disk_builder disk(2048);
     disk.gpt(std::vector<gpt_partition>(8184, gpt_partition{1, 2000, "used"}), {2, 8184, 128});
     const reading made = read(disk.image());
@@ -179,7 +179,7 @@ reading read_sparse(const bytes& head, std::uint64_t size) {
     return made;
 }
 
-TEST(GptTable, is_looked_through_up_to_65536_entries_and_must_lie_inside_of_the_source_beyond) {
+TEST(gpt_table, is_looked_through_up_to_65536_entries_and_must_lie_inside_of_the_source_beyond) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "x"}}).force(header + 80, 4, 0xFFFFFFFF);
     const bytes head = disk.image();
@@ -196,7 +196,7 @@ TEST(GptTable, is_looked_through_up_to_65536_entries_and_must_lie_inside_of_the_
     EXPECT_FALSE(read_sparse(disk.image(), ~std::uint64_t{0} >> 1).result) << "2^64 bytes of entries";
 }
 
-TEST(GptTable, finds_the_last_of_65536_entries_and_not_the_one_behind_it) {
+TEST(gpt_table, finds_the_last_of_65536_entries_and_not_the_one_after_it) {
     disk_builder disk(20000);
     std::vector<gpt_partition> partitions(65537, gpt_partition{0, 0, "", 0, 0, 0});
     partitions[65535] = {100, 199, "last"};
@@ -208,7 +208,7 @@ TEST(GptTable, finds_the_last_of_65536_entries_and_not_the_one_behind_it) {
     EXPECT_EQ(made.list[0].m_name, "last");
 }
 
-TEST(GptTable, with_its_entries_behind_the_source_is_refused) {
+TEST(gpt_table, with_its_entries_after_the_source_is_refused) {
     for (const std::uint64_t sector :
          {std::uint64_t{2048}, std::uint64_t{1} << 54, (std::uint64_t{1} << 55) - 1, std::uint64_t{1} << 55,
           std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
@@ -220,7 +220,7 @@ TEST(GptTable, with_its_entries_behind_the_source_is_refused) {
     }
 }
 
-TEST(GptTable, without_entries_is_refused) {
+TEST(gpt_table, without_entries_is_refused) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "x"}}).force(header + 80, 4, 0);
     EXPECT_FALSE(read(disk.image()).result);
@@ -229,7 +229,7 @@ TEST(GptTable, without_entries_is_refused) {
     EXPECT_FALSE(read(empty.image()).result);
 }
 
-TEST(GptTable, is_refused_when_the_first_sector_of_a_partition_cannot_be_read_and_keeps_what_came_before) {
+TEST(gpt_table, is_refused_when_the_first_sector_of_a_partition_cannot_be_read_and_keeps_what_came_before) {
     for (const std::uint64_t first : {std::uint64_t{2048}, std::uint64_t{1} << 55, ~std::uint64_t{0}}) {
         disk_builder disk(2048);
         disk.gpt({{100, 199, "here"}, {first, first + 10, "gone"}, {200, 299, "behind"}});
@@ -240,7 +240,7 @@ TEST(GptTable, is_refused_when_the_first_sector_of_a_partition_cannot_be_read_an
     }
 }
 
-TEST(GptTable, lengths_of_odd_partitions_are_what_their_two_sectors_say) {
+TEST(gpt_table, lengths_of_odd_partitions_are_what_their_two_sectors_say) {
     disk_builder disk(2048);
     disk.gpt({{100, 100, "one sector"},
               {100, 0, "no last"},
@@ -259,7 +259,7 @@ TEST(GptTable, lengths_of_odd_partitions_are_what_their_two_sectors_say) {
 }
 
 // An ext superblock is only found when 2,048 bytes are looked at.
-TEST(GptTable, looks_at_2048_bytes_of_a_partition_that_is_larger_than_that) {
+TEST(gpt_table, looks_at_2048_bytes_of_a_partition_that_is_larger_than_that) {
     disk_builder disk(2048);
     disk.gpt({{100, 104, "five sectors"}, {200, 203, "four sectors"}});
     disk.put(100, ext_volume_head(10, 0)).put(200, ext_volume_head(10, 0));
@@ -270,7 +270,7 @@ TEST(GptTable, looks_at_2048_bytes_of_a_partition_that_is_larger_than_that) {
     EXPECT_EQ(made.list[1].m_partition_type, 0xEE);
 }
 
-TEST(GptTable, a_partition_of_no_sectors_on_a_disk_of_large_ones_is_looked_at_with_one_sector) {
+TEST(gpt_table, a_partition_of_no_sectors_on_a_disk_of_large_ones_is_looked_at_with_one_sector) {
     disk_builder disk(64, 16384);
     disk.gpt({{40, 39, "none"}}).put(40, ext_volume_head(10, 0));
     const reading made = read(disk.image());
@@ -279,7 +279,7 @@ TEST(GptTable, a_partition_of_no_sectors_on_a_disk_of_large_ones_is_looked_at_wi
     EXPECT_EQ(made.list[0].m_format, "ext");
 }
 
-TEST(GptTable, a_partition_of_which_less_than_512_bytes_are_left_has_no_type) {
+TEST(gpt_table, a_partition_of_which_less_than_512_bytes_are_left_has_no_type) {
     disk_builder disk(2048);
     disk.gpt({{2047, 3000, "cut"}}).put(2047, ntfs_boot_sector(900));
     bytes image = disk.image();
@@ -292,7 +292,7 @@ TEST(GptTable, a_partition_of_which_less_than_512_bytes_are_left_has_no_type) {
     EXPECT_EQ(cut.list[0].m_partition_type, 0);
 }
 
-TEST(GptTable, names_are_utf_16_up_to_36_units_or_a_zero) {
+TEST(gpt_table, names_are_utf_16_up_to_36_units_or_a_zero) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, u"\u00E4\u20AC\U0001F600"},
               {100, 199, u"123456789012345678901234567890123456"},
@@ -309,7 +309,7 @@ TEST(GptTable, names_are_utf_16_up_to_36_units_or_a_zero) {
     EXPECT_EQ(made.list[4].m_name, "ab") << "up to the half of a pair";
 }
 
-TEST(GptTable, has_records_of_itself_and_of_free_space_when_gaps_are_asked_for) {
+TEST(gpt_table, has_records_of_itself_and_of_free_space_when_gaps_are_asked_for) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}, {200, 299, "b"}}).put(200, ntfs_boot_sector(99, 4096));
     const reading made = read(disk.image(), true);
@@ -340,7 +340,7 @@ TEST(GptTable, has_records_of_itself_and_of_free_space_when_gaps_are_asked_for) 
     }
 }
 
-TEST(GptTable, a_gap_has_the_sector_size_of_the_record_behind_it) {
+TEST(gpt_table, a_gap_has_the_sector_size_of_the_record_after_it) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}, {250, 299, "b"}}).put(250, ntfs_boot_sector(99, 4096));
     const reading made = read(disk.image(), true);
@@ -350,7 +350,7 @@ TEST(GptTable, a_gap_has_the_sector_size_of_the_record_behind_it) {
     EXPECT_EQ(made.list[5].m_sector_size, 4096u);
 }
 
-TEST(GptTable, that_is_cut_anywhere_gives_what_it_still_holds) {
+TEST(gpt_table, that_is_cut_anywhere_gives_what_it_still_holds) {
     disk_builder disk(64);
     disk.gpt({{40, 49, "a"}, {50, 59, "b"}}, {2, 2, 128});
     const bytes whole = disk.image();

@@ -85,7 +85,7 @@ TEST(grain_directory, a_first_table_at_or_in_front_of_the_directory_leaves_it_em
     }
 }
 
-TEST(grain_directory, a_first_table_at_the_end_of_the_metadata_is_good_and_one_behind_it_is_not) {
+TEST(grain_directory, a_first_table_at_the_end_of_the_metadata_is_good_and_one_after_it_is_not) {
     std::vector<std::uint32_t> out;
     EXPECT_TRUE(read(out, {.entries = {8}}));
     EXPECT_EQ(out.size(), 6u * 128u);
@@ -94,7 +94,7 @@ TEST(grain_directory, a_first_table_at_the_end_of_the_metadata_is_good_and_one_b
     EXPECT_FALSE(read(out, {.entries = {0xFFFFFFFF}}));
 }
 
-TEST(grain_directory, a_directory_at_or_behind_the_end_of_the_metadata_is_refused) {
+TEST(grain_directory, a_directory_at_or_past_the_end_of_the_metadata_is_refused) {
     std::vector<std::uint32_t> out;
     EXPECT_TRUE(read(out, {.directory = 7}));
     EXPECT_FALSE(read(out, {.directory = 8}));
@@ -147,7 +147,7 @@ bytes numbered_sectors() {
     return out.take();
 }
 
-TEST(grain_directory, an_error_behind_its_first_entry_is_a_failure) {
+TEST(grain_directory, an_error_after_its_first_entry_is_a_failure) {
     counted_file file(directory_file().build());
     metadata_source source = file.source();
     source.m_read = [&file](std::span<std::uint8_t> out, std::uint64_t offset) {
@@ -189,7 +189,7 @@ TEST(grain_tables, an_entry_of_zero_in_the_directory_takes_its_table_from_the_st
     EXPECT_EQ(tables.entry(0, 17), 17u);
 }
 
-TEST(grain_tables, what_a_table_has_behind_the_end_of_the_file_is_zeros) {
+TEST(grain_tables, what_a_table_has_past_the_end_of_the_file_is_zeros) {
     counted_file file(numbered_sectors());
     file.m_content.resize(15 * 512 + 6);
     grain_tables tables;
@@ -229,7 +229,7 @@ TEST(grain_tables, a_table_that_cannot_be_read_ends_the_work_and_those_in_front_
     EXPECT_TRUE(tables.empty());
 }
 
-TEST(grain_tables, a_table_that_begins_in_front_of_an_error_stays_with_zeros_behind_it) {
+TEST(grain_tables, a_table_that_begins_in_front_of_an_error_stays_with_zeros_after_it) {
     counted_file file(numbered_sectors());
     file.m_bad_from = 4 * 512 + 256;
     file.m_bad_to = 5 * 512;
@@ -360,7 +360,7 @@ TEST(grain_tables, a_file_that_is_a_hole_from_the_tables_on_is_not_read) {
     EXPECT_EQ(tables.entry(16, 127), 0u);
 }
 
-TEST(grain_tables, an_error_behind_a_hole_ends_the_work_there) {
+TEST(grain_tables, an_error_after_a_hole_ends_the_work_there) {
     counted_file file(numbered_sectors());
     metadata_source source = file.source();
     source.m_next_data = [](std::uint64_t position) {

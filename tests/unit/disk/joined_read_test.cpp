@@ -13,7 +13,7 @@
 namespace quarry::test {
 namespace {
 
-class JoinedRead : public ::testing::Test {
+class joined_read : public ::testing::Test {
   protected:
     void SetUp() override { write_file(m_path, pattern(4096, 7)); }
 
@@ -22,7 +22,7 @@ class JoinedRead : public ::testing::Test {
     bytes m_buffer = bytes(8192, 0xEE);
 };
 
-TEST_F(JoinedRead, GivesEveryByteOfARangeInsideTheSource) {
+TEST_F(joined_read, gives_every_byte_of_a_range_inside_the_source) {
     RAW_DISK_IO disk(m_path.wstring(), false, 0);
     ASSERT_TRUE(disk.read_whole(m_buffer.data(), 3000, 1096));
     const bytes all = pattern(4096, 7);
@@ -30,7 +30,7 @@ TEST_F(JoinedRead, GivesEveryByteOfARangeInsideTheSource) {
     EXPECT_EQ(m_buffer[3000], 0xEE);
 }
 
-TEST_F(JoinedRead, RefusesARangeThatReachesBehindTheEnd) {
+TEST_F(joined_read, refuses_a_range_that_reaches_past_the_end) {
     RAW_DISK_IO disk(m_path.wstring(), false, 0);
     EXPECT_FALSE(disk.read_whole(m_buffer.data(), 3001, 1096));
     EXPECT_FALSE(disk.read_whole(m_buffer.data(), 1, 4096));
@@ -39,7 +39,7 @@ TEST_F(JoinedRead, RefusesARangeThatReachesBehindTheEnd) {
     EXPECT_TRUE(disk.read_whole(m_buffer.data(), 1, 4095));
 }
 
-TEST_F(JoinedRead, RefusesWhatTheSourceNoLongerHolds) {
+TEST_F(joined_read, refuses_what_the_source_no_longer_holds) {
     RAW_DISK_IO disk(m_path.wstring(), false, 0);
     std::filesystem::resize_file(m_path, 2000);
     EXPECT_FALSE(disk.read_whole(m_buffer.data(), 2001, 0));
@@ -48,7 +48,7 @@ TEST_F(JoinedRead, RefusesWhatTheSourceNoLongerHolds) {
     EXPECT_TRUE(disk.read(m_buffer.data(), length, 0)) << "a small read takes zeros for what is gone";
 }
 
-TEST_F(JoinedRead, RefusesANullBufferALengthOfZeroAndAnUnusableSource) {
+TEST_F(joined_read, refuses_a_null_buffer_a_length_of_zero_and_an_unusable_source) {
     RAW_DISK_IO disk(m_path.wstring(), false, 0);
     EXPECT_FALSE(disk.read_whole(nullptr, 16, 0));
     EXPECT_FALSE(disk.read_whole(m_buffer.data(), 0, 0));
@@ -58,7 +58,7 @@ TEST_F(JoinedRead, RefusesANullBufferALengthOfZeroAndAnUnusableSource) {
     EXPECT_FALSE(refused.read_whole(m_buffer.data(), 16, 0));
 }
 
-TEST_F(JoinedRead, TakesOnlyWholeSectorsOfADrive) {
+TEST_F(joined_read, takes_only_whole_sectors_of_a_drive) {
     const std::string devices = device_directory();
     device_directory() = m_dir.path().string();
     write_file(m_dir.path() / "sdb", pattern(4096, 7));

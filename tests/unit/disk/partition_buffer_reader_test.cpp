@@ -39,7 +39,7 @@ std::vector<std::string> told(const partition_list& list) {
     return texts;
 }
 
-TEST(PartitionBufferReader, needs_512_bytes) {
+TEST(partition_buffer_reader, needs_512_bytes) {
     const bytes sector = disk_builder(1).table(0, {{0x07, 63, 100}}).image();
     for (std::size_t length = 0; length < sector.size(); ++length) {
         partition_list list(2);
@@ -52,7 +52,7 @@ TEST(PartitionBufferReader, needs_512_bytes) {
     EXPECT_TRUE(read(sector).result);
 }
 
-TEST(PartitionBufferReader, lists_the_partitions_of_a_first_sector_alone) {
+TEST(partition_buffer_reader, lists_the_partitions_of_a_first_sector_alone) {
     const reading made = read(disk_builder(1).table(0, {{0x07, 63, 100}, {0x83, 200, 300}}).image());
     EXPECT_TRUE(made.result);
     EXPECT_THAT(told(made.list), ElementsAre("63+100", "200+300"));
@@ -60,13 +60,13 @@ TEST(PartitionBufferReader, lists_the_partitions_of_a_first_sector_alone) {
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
 }
 
-TEST(PartitionBufferReader, reads_the_first_sector_up_to_its_first_unused_entry) {
+TEST(partition_buffer_reader, reads_the_first_sector_up_to_its_first_unused_entry) {
     EXPECT_THAT(told(read(disk_builder(1).table(0, {{0x07, 63, 100}, {}, {0x83, 200, 300}}).image()).list),
                 ElementsAre("63+100"));
     EXPECT_FALSE(read(disk_builder(1).table(0, {{}, {0x83, 200, 300}}).image()).result);
 }
 
-TEST(PartitionBufferReader, knows_no_gpt) {
+TEST(partition_buffer_reader, knows_no_gpt) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});
     EXPECT_FALSE(read(disk.image()).result);
@@ -74,7 +74,7 @@ TEST(PartitionBufferReader, knows_no_gpt) {
     EXPECT_THAT(told(read(disk.image()).list), ElementsAre("63+100"));
 }
 
-TEST(PartitionBufferReader, looks_at_the_formats_of_partitions_that_begin_inside_the_buffer) {
+TEST(partition_buffer_reader, looks_at_the_formats_of_partitions_that_begin_inside_the_buffer) {
     disk_builder disk(10);
     disk.table(0, {{0x83, 2, 100}, {0x83, 9, 100}, {0x83, 10, 100}, {0x83, 0xFFFFFFFF, 1}});
     disk.put(2, ntfs_boot_sector(99)).put(9, ntfs_boot_sector(99));
@@ -84,7 +84,7 @@ TEST(PartitionBufferReader, looks_at_the_formats_of_partitions_that_begin_inside
     EXPECT_THAT(told(read(cut).list), ElementsAre("2+100 ntfs", "9+100", "10+100", "4294967295+1"));
 }
 
-TEST(PartitionBufferReader, gives_the_rest_of_the_buffer_to_the_look_at_a_format) {
+TEST(partition_buffer_reader, gives_the_rest_of_the_buffer_to_the_look_at_a_format) {
     disk_builder disk(10);
     disk.table(0, {{0x83, 2, 100}, {0x83, 7, 100}})
         .put(2, ext_volume_head(5, 0))
@@ -92,14 +92,14 @@ TEST(PartitionBufferReader, gives_the_rest_of_the_buffer_to_the_look_at_a_format
     EXPECT_THAT(told(read(disk.image()).list), ElementsAre("2+100 ext", "7+100"));
 }
 
-TEST(PartitionBufferReader, follows_a_chain_inside_the_buffer_without_asking_linked_tables_for_their_mark) {
+TEST(partition_buffer_reader, follows_a_chain_inside_the_buffer_without_asking_linked_tables_for_their_mark) {
     disk_builder disk(200);
     disk.table(0, {{0x05, 100, 90}}).table(100, {{0x07, 1, 10}, {0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}}).force(150 * 512 + 510, 2, 0);
     EXPECT_THAT(told(read(disk.image()).list), ElementsAre("100+90", "101+10", "150+20", "152+11"));
 }
 
-TEST(PartitionBufferReader, ends_a_chain_where_the_buffer_ends) {
+TEST(partition_buffer_reader, ends_a_chain_where_the_buffer_ends) {
     // Sector numbers below the number of bytes, and behind the last byte.
     disk_builder disk(120);
     disk.table(0, {{0x05, 100, 90}}).table(100, {{0x07, 1, 10}, {0x05, 20, 20}});
@@ -112,7 +112,7 @@ TEST(PartitionBufferReader, ends_a_chain_where_the_buffer_ends) {
     EXPECT_THAT(told(read(far_outside.image()).list), ElementsAre("4294967295+90"));
 }
 
-TEST(PartitionBufferReader, a_table_of_which_a_part_lies_behind_the_buffer_ends_the_chain) {
+TEST(partition_buffer_reader, a_table_of_which_a_part_lies_after_the_buffer_ends_the_chain) {
     disk_builder disk(101);
     disk.table(0, {{0x05, 100, 90}}).table(100, {{0x07, 1, 10}});
     bytes image = disk.image();
@@ -121,24 +121,24 @@ TEST(PartitionBufferReader, a_table_of_which_a_part_lies_behind_the_buffer_ends_
     EXPECT_THAT(told(read(image).list), ElementsAre("100+90"));
 }
 
-TEST(PartitionBufferReader, a_chain_that_comes_back_to_a_table_ends) {
+TEST(partition_buffer_reader, a_chain_that_comes_back_to_a_table_ends) {
     disk_builder disk(200);
     disk.table(0, {{0x05, 100, 90}}).table(100, {{0x07, 1, 10}, {0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}, {0x05, 0, 20}});
     EXPECT_THAT(told(read(disk.image()).list), ElementsAre("100+90", "101+10", "150+20", "152+11", "100+20"));
 }
 
-TEST(PartitionBufferReader, an_extended_partition_at_sector_0_is_not_followed) {
+TEST(partition_buffer_reader, an_extended_partition_at_sector_0_is_not_followed) {
     EXPECT_THAT(told(read(disk_builder(4).table(0, {{0x05, 0, 90}}).image()).list), ElementsAre("0+90"));
 }
 
-TEST(PartitionBufferReader, makes_no_guess_at_sector_63) {
+TEST(partition_buffer_reader, makes_no_guess_at_sector_63) {
     disk_builder disk(200);
     disk.table(0, {{0x05, 100, 90}}).table(100, {{0x07, 1, 10}}).put(63, ntfs_boot_sector(30));
     EXPECT_THAT(told(read(disk.image()).list), ElementsAre("100+90", "101+10"));
 }
 
-TEST(PartitionBufferReader, takes_a_larger_sector_size_only_with_something_behind_the_first_sector) {
+TEST(partition_buffer_reader, takes_a_larger_sector_size_only_with_something_after_the_first_sector) {
     for (const std::uint32_t size : {1024u, 2048u, 4096u, 8192u, 16384u}) {
         bytes image = disk_builder(1, size).table(0, {{0x83, 2, 10}}).image();
         EXPECT_FALSE(read(image).result) << size;
@@ -149,7 +149,7 @@ TEST(PartitionBufferReader, takes_a_larger_sector_size_only_with_something_behin
     }
 }
 
-TEST(PartitionBufferReader, a_bare_volume_in_a_buffer_takes_a_permitted_search) {
+TEST(partition_buffer_reader, a_bare_volume_in_a_buffer_takes_a_permitted_search) {
     const bytes volume = concat({ntfs_boot_sector(1000), bytes(512)});
     EXPECT_FALSE(read(volume).result);
     EXPECT_TRUE(read(volume).list.empty());
@@ -159,12 +159,12 @@ TEST(PartitionBufferReader, a_bare_volume_in_a_buffer_takes_a_permitted_search) 
     EXPECT_TRUE(made.list[0].m_format_known);
 }
 
-TEST(PartitionBufferReader, an_ext_volume_is_not_looked_for) {
+TEST(partition_buffer_reader, an_ext_volume_is_not_looked_for) {
     EXPECT_FALSE(read(ext_volume_head(10, 0)).result);
     EXPECT_FALSE(read(ext_volume_head(10, 0), true).result);
 }
 
-TEST(PartitionBufferReader, a_search_follows_the_first_table_and_does_not_look_at_formats) {
+TEST(partition_buffer_reader, a_search_follows_the_first_table_and_does_not_look_at_formats) {
     disk_builder disk(200);
     disk.table(100, {{0x07, 1, 10}, {0x05, 50, 20}})
         .table(150, {{0x83, 2, 11}})
@@ -175,7 +175,7 @@ TEST(PartitionBufferReader, a_search_follows_the_first_table_and_does_not_look_a
     EXPECT_THAT(told(made.list), ElementsAre("101+10", "150+20", "152+11"));
 }
 
-TEST(PartitionBufferReader, a_search_has_no_limit_but_the_end_of_the_buffer) {
+TEST(partition_buffer_reader, a_search_has_no_limit_but_the_end_of_the_buffer) {
     disk_builder disk(3000);
     disk.table(2999, {{0x07, 1, 10}});
     EXPECT_THAT(told(read(disk.image(), true).list), ElementsAre("3000+10"));
@@ -183,7 +183,7 @@ TEST(PartitionBufferReader, a_search_has_no_limit_but_the_end_of_the_buffer) {
     EXPECT_FALSE(read(bytes(1000), true).result);
 }
 
-TEST(PartitionBufferReader, fewer_bytes_than_a_sector_hold_nothing) {
+TEST(partition_buffer_reader, fewer_bytes_than_a_sector_hold_nothing) {
     bytes volume = ntfs_boot_sector(100);
     EXPECT_TRUE(read(volume, true).result);
     volume.resize(511);
@@ -192,7 +192,7 @@ TEST(PartitionBufferReader, fewer_bytes_than_a_sector_hold_nothing) {
     EXPECT_FALSE(read(bytes(), true).result);
 }
 
-TEST(PartitionBufferReader, fills_gaps_when_it_is_asked_to) {
+TEST(partition_buffer_reader, fills_gaps_when_it_is_asked_to) {
     const reading made = read(disk_builder(200).table(0, {{0x07, 63, 100}}).image(), false, true);
     EXPECT_THAT(told(made.list), ElementsAre("0+1", "1+62", "63+100", "163+37"));
     for (const partition_stats& record : made.list) {

@@ -47,7 +47,7 @@ bytes table(const std::vector<table_slot>& slots) {
     return disk_builder(1).table(0, slots).image();
 }
 
-TEST(PrimaryTable, lists_its_four_entries_in_order) {
+TEST(primary_table, lists_its_four_entries_in_order) {
     partition_list list;
     const auto result = walk_primary_table(
         list, table({{0x07, 63, 100}, {0x83, 200, 300}, {0x0C, 0xFFFFFFFF, 0xFFFFFFFF}, {0x27, 0, 1}}), 512,
@@ -61,7 +61,7 @@ TEST(PrimaryTable, lists_its_four_entries_in_order) {
 }
 
 // A fifth would begin at byte 510; its type is byte 514, its length bytes 522 to 525.
-TEST(PrimaryTable, has_four_entries_whatever_stands_behind_them_in_a_large_sector) {
+TEST(primary_table, has_four_entries_whatever_is_after_them_in_a_large_sector) {
     const bytes sector =
         byte_writer(
             disk_builder(1, 4096).table(0, {{0x07, 1, 1}, {0x07, 2, 1}, {0x07, 3, 1}, {0x07, 4, 1}}).image())
@@ -74,7 +74,7 @@ TEST(PrimaryTable, has_four_entries_whatever_stands_behind_them_in_a_large_secto
     EXPECT_THAT(told(list), ElementsAre("07 1+1", "07 2+1", "07 3+1", "07 4+1"));
 }
 
-TEST(PrimaryTable, stamps_the_sector_size_of_the_disk_on_its_records) {
+TEST(primary_table, stamps_the_sector_size_of_the_disk_on_its_records) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x07, 100, 100}}), 4096, rules_for_disks, false));
     ASSERT_EQ(list.size(), 1u);
@@ -83,7 +83,7 @@ TEST(PrimaryTable, stamps_the_sector_size_of_the_disk_on_its_records) {
     EXPECT_EQ(list[0].byte_end(), 819200u);
 }
 
-TEST(PrimaryTable, passes_over_bad_entries_on_a_disk) {
+TEST(primary_table, passes_over_bad_entries_on_a_disk) {
     partition_list list;
     static_cast<void>(
         walk_primary_table(list, table({{0x00, 10, 10}, {0x07, 20, 0}, {0xA5, 30, 30}, {0x07, 63, 100}}), 512,
@@ -91,14 +91,14 @@ TEST(PrimaryTable, passes_over_bad_entries_on_a_disk) {
     EXPECT_THAT(told(list), ElementsAre("07 63+100"));
 }
 
-TEST(PrimaryTable, of_a_buffer_is_read_only_up_to_its_first_bad_entry) {
+TEST(primary_table, of_a_buffer_is_read_only_up_to_its_first_bad_entry) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x07, 63, 100}, {0x00, 0, 0}, {0x83, 200, 300}}), 512,
                                          rules_for_buffers, false));
     EXPECT_THAT(told(list), ElementsAre("07 63+100"));
 }
 
-TEST(PrimaryTable, ends_at_an_extended_entry_which_it_lists) {
+TEST(primary_table, ends_at_an_extended_entry_which_it_lists) {
     for (const std::uint8_t type : {std::uint8_t{0x05}, std::uint8_t{0x0F}}) {
         partition_list list;
         const auto result =
@@ -110,7 +110,7 @@ TEST(PrimaryTable, ends_at_an_extended_entry_which_it_lists) {
     }
 }
 
-TEST(PrimaryTable, lists_an_extended_entry_of_type_85_and_does_not_follow_it) {
+TEST(primary_table, lists_an_extended_entry_of_type_85_and_does_not_follow_it) {
     partition_list list;
     const auto result =
         walk_primary_table(list, table({{0x85, 1000, 5000}, {0x07, 63, 100}}), 512, rules_for_disks, false);
@@ -118,7 +118,7 @@ TEST(PrimaryTable, lists_an_extended_entry_of_type_85_and_does_not_follow_it) {
     EXPECT_THAT(told(list), ElementsAre("85 1000+5000", "07 63+100"));
 }
 
-TEST(PrimaryTable, hands_over_at_a_protective_entry_in_any_slot) {
+TEST(primary_table, hands_over_at_a_protective_entry_in_any_slot) {
     for (std::size_t slot = 0; slot < 4; ++slot) {
         std::vector<table_slot> slots(4, {0x07, 63, 100});
         slots[slot] = {0xEE, 0, 0};
@@ -131,7 +131,7 @@ TEST(PrimaryTable, hands_over_at_a_protective_entry_in_any_slot) {
     EXPECT_FALSE(behind_extended.is_gpt);
 }
 
-TEST(PrimaryTable, of_a_buffer_takes_a_protective_entry_for_a_bad_one) {
+TEST(primary_table, of_a_buffer_takes_a_protective_entry_for_a_bad_one) {
     partition_list list;
     const auto result = walk_primary_table(list, table({{0x07, 63, 100}, {0xEE, 1, 1000}, {0x07, 200, 100}}),
                                            512, rules_for_buffers, false);
@@ -139,7 +139,7 @@ TEST(PrimaryTable, of_a_buffer_takes_a_protective_entry_for_a_bad_one) {
     EXPECT_THAT(told(list), ElementsAre("07 63+100"));
 }
 
-TEST(PrimaryTable, has_a_record_of_itself_in_front_of_the_first_partition_when_gaps_are_asked_for) {
+TEST(primary_table, has_a_record_of_itself_in_front_of_the_first_partition_when_gaps_are_asked_for) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x00, 0, 0}, {0x07, 63, 100}, {0x83, 200, 300}}), 512,
                                          rules_for_disks, true));
@@ -151,7 +151,7 @@ TEST(PrimaryTable, has_a_record_of_itself_in_front_of_the_first_partition_when_g
     EXPECT_THAT(told(none), IsEmpty());
 }
 
-TEST(PrimaryTable, that_is_cut_has_only_the_entries_it_holds) {
+TEST(primary_table, that_is_cut_has_only_the_entries_it_holds) {
     const bytes whole = table({{0x07, 1, 1}, {0x07, 2, 1}, {0x07, 3, 1}, {0x07, 4, 1}});
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         partition_list list;
@@ -168,7 +168,7 @@ TEST(PrimaryTable, that_is_cut_has_only_the_entries_it_holds) {
 }
 
 // Base 100. Partitions count from the table that holds their entry, links from the base.
-TEST(ExtendedChain, counts_partitions_from_their_table_and_links_from_the_base) {
+TEST(extended_chain, counts_partitions_from_their_table_and_links_from_the_base) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 1, 10}, {0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}, {0x0F, 80, 21}});
@@ -182,7 +182,7 @@ TEST(ExtendedChain, counts_partitions_from_their_table_and_links_from_the_base) 
     EXPECT_EQ(bytes_of.reads, 3u);
 }
 
-TEST(ExtendedChain, takes_up_to_four_partitions_from_one_table) {
+TEST(extended_chain, takes_up_to_four_partitions_from_one_table) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 1, 1}, {0x83, 2, 2}, {0x0B, 3, 3}, {0x0C, 4, 4}});
     counted_source bytes_of = {disk.image()};
@@ -192,7 +192,7 @@ TEST(ExtendedChain, takes_up_to_four_partitions_from_one_table) {
     EXPECT_THAT(told(list), ElementsAre("07 101+1", "83 102+2", "0b 103+3", "0c 104+4"));
 }
 
-TEST(ExtendedChain, ends_at_a_bad_entry_even_if_a_link_stands_behind_it) {
+TEST(extended_chain, ends_at_a_bad_entry_even_if_a_link_is_after_it) {
     for (const table_slot bad : {table_slot{0x00, 5, 5}, table_slot{0x07, 5, 0}, table_slot{0xA5, 5, 5}}) {
         disk_builder disk(1000);
         disk.table(100, {{0x07, 1, 10}, bad, {0x05, 50, 20}});
@@ -206,7 +206,7 @@ TEST(ExtendedChain, ends_at_a_bad_entry_even_if_a_link_stands_behind_it) {
     }
 }
 
-TEST(ExtendedChain, links_stand_in_the_list_among_the_other_partitions) {
+TEST(extended_chain, links_stand_in_the_list_among_the_other_partitions) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}}).table(150, {{0x0F, 80, 21}});
     counted_source bytes_of = {disk.image()};
@@ -215,7 +215,7 @@ TEST(ExtendedChain, links_stand_in_the_list_among_the_other_partitions) {
     EXPECT_THAT(told(list), ElementsAre("05 150+20", "0f 180+21"));
 }
 
-TEST(ExtendedChain, does_not_look_behind_a_link_in_a_table) {
+TEST(extended_chain, does_not_look_after_a_link_in_a_table) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}, {0x07, 1, 10}});
     disk.table(150, {{0x83, 2, 11}});
@@ -226,7 +226,7 @@ TEST(ExtendedChain, does_not_look_behind_a_link_in_a_table) {
     EXPECT_THAT(told(list), ElementsAre("05 150+20", "83 152+11"));
 }
 
-TEST(ExtendedChain, needs_no_mark_in_its_first_table_and_one_in_each_linked_table_of_a_disk) {
+TEST(extended_chain, needs_no_mark_in_its_first_table_and_one_in_each_linked_table_of_a_disk) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}}).force(100 * 512 + 510, 2, 0);
     disk.table(150, {{0x83, 2, 11}}).force(150 * 512 + 510, 2, 0);
@@ -240,7 +240,7 @@ TEST(ExtendedChain, needs_no_mark_in_its_first_table_and_one_in_each_linked_tabl
     EXPECT_THAT(told(in_buffer), ElementsAre("05 150+20", "83 152+11"));
 }
 
-TEST(ExtendedChain, a_linked_volume_boot_sector_is_no_table) {
+TEST(extended_chain, a_linked_volume_boot_sector_is_no_table) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}}).force(150 * 512 + 3, 4, 0x5346544E);  // "NTFS"
@@ -250,7 +250,7 @@ TEST(ExtendedChain, a_linked_volume_boot_sector_is_no_table) {
     EXPECT_THAT(told(list), ElementsAre("05 150+20"));
 }
 
-TEST(ExtendedChain, keeps_what_it_found_when_a_linked_table_cannot_be_read) {
+TEST(extended_chain, keeps_what_it_found_when_a_linked_table_cannot_be_read) {
     disk_builder disk(200);
     disk.table(100, {{0x07, 1, 10}, {0x05, 100, 20}});
     counted_source bytes_of = {disk.image()};
@@ -259,14 +259,14 @@ TEST(ExtendedChain, keeps_what_it_found_when_a_linked_table_cannot_be_read) {
     EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 200+20"));
 }
 
-TEST(ExtendedChain, tells_a_first_table_that_cannot_be_read) {
+TEST(extended_chain, reports_a_first_table_that_cannot_be_read) {
     counted_source bytes_of = {disk_builder(100).image()};
     partition_list list;
     EXPECT_FALSE(walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source()).first_table_read);
     EXPECT_THAT(told(list), IsEmpty());
 }
 
-TEST(ExtendedChain, finds_its_tables_by_the_sector_size_of_the_disk) {
+TEST(extended_chain, finds_its_tables_by_the_sector_size_of_the_disk) {
     disk_builder disk(300, 4096);
     disk.table(100, {{0x07, 1, 10}, {0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}});
@@ -277,7 +277,7 @@ TEST(ExtendedChain, finds_its_tables_by_the_sector_size_of_the_disk) {
     EXPECT_EQ(list[2].m_sector_size, 4096u);
 }
 
-TEST(ExtendedChain, a_table_that_links_to_itself_ends_the_chain) {
+TEST(extended_chain, a_table_that_links_to_itself_ends_the_chain) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 1, 10}, {0x05, 50, 20}});
     disk.table(150, {{0x83, 2, 11}, {0x05, 50, 20}});
@@ -288,7 +288,7 @@ TEST(ExtendedChain, a_table_that_links_to_itself_ends_the_chain) {
     EXPECT_EQ(bytes_of.reads, 2u);
 }
 
-TEST(ExtendedChain, a_link_back_to_the_first_table_ends_the_chain) {
+TEST(extended_chain, a_link_back_to_the_first_table_ends_the_chain) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 1, 10}, {0x05, 0, 20}});
     counted_source bytes_of = {disk.image()};
@@ -298,7 +298,7 @@ TEST(ExtendedChain, a_link_back_to_the_first_table_ends_the_chain) {
     EXPECT_EQ(bytes_of.reads, 1u);
 }
 
-TEST(ExtendedChain, two_tables_that_link_to_each_other_end_the_chain) {
+TEST(extended_chain, two_tables_that_link_to_each_other_end_the_chain) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}});
     disk.table(150, {{0x07, 1, 10}, {0x05, 80, 20}});
@@ -310,7 +310,7 @@ TEST(ExtendedChain, two_tables_that_link_to_each_other_end_the_chain) {
     EXPECT_EQ(bytes_of.reads, 3u);
 }
 
-TEST(ExtendedChain, of_100000_links_is_followed_to_its_end) {
+TEST(extended_chain, of_100000_links_is_followed_to_its_end) {
     // Every sector is a table that links to the next one, up to sector 100,001, which links behind the disk.
     byte_writer sector(table({{0x05, 0, 1}}));
     const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
@@ -329,7 +329,7 @@ TEST(ExtendedChain, of_100000_links_is_followed_to_its_end) {
 }
 
 // As above, with three partitions in front of each link.
-TEST(ExtendedChain, is_not_followed_further_when_the_list_has_262144_partitions) {
+TEST(extended_chain, is_not_followed_further_when_the_list_has_262144_partitions) {
     byte_writer sector(table({{0x83, 1, 1}, {0x83, 1, 1}, {0x83, 1, 1}, {0x05, 0, 1}}));
     const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
         sector.u32(446 + 3 * 16 + 8, offset / 512);
@@ -341,7 +341,7 @@ TEST(ExtendedChain, is_not_followed_further_when_the_list_has_262144_partitions)
     EXPECT_EQ(list.back().m_start_sector, 65537u) << "of 65,536 tables";
 }
 
-TEST(ExtendedChain, a_link_past_32_bits_is_not_cut) {
+TEST(extended_chain, a_link_past_32_bits_is_not_cut) {
     disk_builder disk(1000);
     disk.table(100, {{0x07, 0xFFFFFFFF, 10}, {0x05, 0xFFFFFFFF, 0xFFFFFFFF}});
     counted_source bytes_of = {disk.image()};
@@ -351,7 +351,7 @@ TEST(ExtendedChain, a_link_past_32_bits_is_not_cut) {
     EXPECT_EQ(list[1].byte_offset(), 4294967395u * std::uint64_t{512});
 }
 
-TEST(GuessedPartition, reaches_from_sector_63_to_the_chain_and_stands_first) {
+TEST(guessed_partition, reaches_from_sector_63_to_the_chain_and_is_first) {
     partition_list list;
     list.emplace_back();
     prepend_guessed_partition(list, 1000, 4096, 0x83);
@@ -362,7 +362,7 @@ TEST(GuessedPartition, reaches_from_sector_63_to_the_chain_and_stands_first) {
     EXPECT_EQ(list[0].m_sector_size, 4096u);
 }
 
-TEST(GuessedPartition, ends_at_the_chain_even_if_that_begins_before_sector_63) {
+TEST(guessed_partition, ends_at_the_chain_even_if_that_begins_before_sector_63) {
     partition_list list;
     prepend_guessed_partition(list, 10, 512, 0);
     EXPECT_EQ(list[0].m_partition_type, 0x8000);
@@ -375,7 +375,7 @@ partition_stats record(std::uint64_t start, std::uint64_t length, std::uint32_t 
     return made;
 }
 
-TEST(Gaps, are_records_of_free_space_in_front_of_between_and_behind_partitions) {
+TEST(gaps, are_records_of_free_space_in_front_of_between_and_after_partitions) {
     partition_list list = {record(10, 5), record(15, 5), record(30, 10, 1024)};
     fill_gaps(list, 50 * 512 + 511, 512, false);
     EXPECT_THAT(told(list), ElementsAre("00 0+10", "07 10+5", "07 15+5", "00 20+10", "07 30+10", "00 40+10"));
@@ -389,13 +389,13 @@ TEST(Gaps, are_records_of_free_space_in_front_of_between_and_behind_partitions) 
     EXPECT_EQ(list[1].m_name, "p");
 }
 
-TEST(Gaps, are_none_on_a_disk_that_is_full) {
+TEST(gaps, are_none_on_a_disk_that_is_full) {
     partition_list list = {record(0, 10), record(10, 40)};
     fill_gaps(list, 50 * 512, 512, true);
     EXPECT_THAT(told(list), ElementsAre("07 0+10", "07 10+40"));
 }
 
-TEST(Gaps, are_counted_from_the_end_of_the_record_before_even_if_it_lies_inside_of_another) {
+TEST(gaps, are_counted_from_the_end_of_the_record_before_even_if_it_lies_inside_of_another) {
     partition_list list = {record(0, 40), record(10, 5), record(20, 5)};
     fill_gaps(list, 50 * 512, 512, true);
     EXPECT_THAT(told(list), ElementsAre("07 0+40", "07 10+5", "00 15+5", "07 20+5", "00 25+25"));

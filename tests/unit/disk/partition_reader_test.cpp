@@ -41,7 +41,7 @@ std::vector<std::string> told(const partition_list& list) {
     return texts;
 }
 
-class PartitionReader : public ::testing::Test {
+class partition_reader_test : public ::testing::Test {
   protected:
     reading read_image(bool scan, bool with_gaps = false) {
         RAW_DISK_IO disk(m_image.wstring(), false, source_kind_path);
@@ -63,7 +63,7 @@ class PartitionReader : public ::testing::Test {
     std::filesystem::path m_image = m_dir / "image";
 };
 
-TEST_F(PartitionReader, fails_without_a_usable_disk) {
+TEST_F(partition_reader_test, fails_without_a_usable_disk) {
     partition_list list(3);
     EXPECT_FALSE(read_partitions(nullptr, list, true, true));
     EXPECT_TRUE(list.empty());
@@ -81,7 +81,7 @@ TEST_F(PartitionReader, fails_without_a_usable_disk) {
     EXPECT_FALSE(read_partitions(&missing, list, true, true));
 }
 
-TEST_F(PartitionReader, lists_the_partitions_of_an_mbr_with_their_formats) {
+TEST_F(partition_reader_test, lists_the_partitions_of_an_mbr_with_their_formats) {
     disk_builder disk(40000);
     disk.table(0, {{0x07, 2048, 1000}, {0x83, 4096, 2000}, {0x0B, 8192, 3000}, {0x06, 16384, 4000}});
     disk.put(2048, ntfs_boot_sector(999))
@@ -93,7 +93,7 @@ TEST_F(PartitionReader, lists_the_partitions_of_an_mbr_with_their_formats) {
                                              "04 16384+4000 fat16"));
 }
 
-TEST_F(PartitionReader, a_bare_ntfs_volume_is_one_record_from_sector_0_on) {
+TEST_F(partition_reader_test, a_bare_ntfs_volume_is_one_record_from_sector_0_on) {
     for (const bool scan : {false, true}) {
         const reading made = read(byte_writer(ntfs_boot_sector(20479)).fill(20000, 1, 1).take(), scan);
         EXPECT_TRUE(made.result);
@@ -103,12 +103,12 @@ TEST_F(PartitionReader, a_bare_ntfs_volume_is_one_record_from_sector_0_on) {
     }
 }
 
-TEST_F(PartitionReader, a_bare_volume_gets_no_records_of_free_space) {
+TEST_F(partition_reader_test, a_bare_volume_gets_no_records_of_free_space) {
     EXPECT_THAT(told(read(byte_writer(ntfs_boot_sector(10)).fill(20000, 1, 1).take(), false, true).list),
                 ElementsAre("07 0+10 ntfs"));
 }
 
-TEST_F(PartitionReader, a_bare_volume_that_is_cut_within_its_boot_sector_is_read_with_zeros_behind) {
+TEST_F(partition_reader_test, a_bare_volume_that_is_cut_within_its_boot_sector_is_read_with_zeros_after) {
     write_file(m_image, ntfs_boot_sector(20479));
     for (std::size_t length = 511; length > 0; --length) {
         std::filesystem::resize_file(m_image, length);
@@ -120,7 +120,7 @@ TEST_F(PartitionReader, a_bare_volume_that_is_cut_within_its_boot_sector_is_read
     }
 }
 
-TEST_F(PartitionReader, an_empty_image_and_one_of_zeros_have_no_partitions) {
+TEST_F(partition_reader_test, an_empty_image_and_one_of_zeros_have_no_partitions) {
     for (const std::size_t size : {0u, 1u, 511u, 512u, 513u, 16384u, 70000u}) {
         for (const bool scan : {false, true}) {
             const reading made = read(bytes(size), scan);
@@ -130,12 +130,12 @@ TEST_F(PartitionReader, an_empty_image_and_one_of_zeros_have_no_partitions) {
     }
 }
 
-TEST_F(PartitionReader, an_mbr_without_partitions_fails) {
+TEST_F(partition_reader_test, an_mbr_without_partitions_fails) {
     EXPECT_FALSE(read(disk_builder(100).table(0, {})).result);
     EXPECT_FALSE(read(disk_builder(100).table(0, {}), true, true).result);
 }
 
-TEST_F(PartitionReader, only_what_the_gpt_says_counts_when_a_protective_entry_stands_in_slot_3) {
+TEST_F(partition_reader_test, only_what_the_gpt_says_counts_when_a_protective_entry_is_in_slot_3) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});
     disk.table(0, {{0x07, 300, 100}, {0x83, 400, 100}, {0xEE, 1, 2047}});
@@ -144,7 +144,7 @@ TEST_F(PartitionReader, only_what_the_gpt_says_counts_when_a_protective_entry_st
     EXPECT_THAT(told(made.list), ElementsAre("ee 100+100"));
 }
 
-TEST_F(PartitionReader, a_gpt_that_fails_is_the_result_of_the_call) {
+TEST_F(partition_reader_test, a_gpt_that_fails_is_the_result_of_the_call) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});
     disk.table(0, {{0x07, 300, 100}, {0x83, 400, 100}, {0xEE, 1, 2047}});
@@ -154,14 +154,14 @@ TEST_F(PartitionReader, a_gpt_that_fails_is_the_result_of_the_call) {
     EXPECT_TRUE(made.list.empty());
 }
 
-TEST_F(PartitionReader, a_gpt_is_believed_by_its_own_sector_and_not_by_its_signature) {
+TEST_F(partition_reader_test, a_gpt_is_believed_by_its_own_sector_and_not_by_its_signature) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}}).force(512, 8, 0x4241444241444241);
     EXPECT_TRUE(read(disk).result);
 }
 
-TEST_F(PartitionReader,
-       a_table_whose_mark_stands_at_the_end_of_a_larger_sector_is_read_in_sectors_of_that_size) {
+TEST_F(partition_reader_test,
+       a_table_whose_mark_is_at_the_end_of_a_larger_sector_is_read_in_sectors_of_that_size) {
     for (const std::uint32_t size : {1024u, 2048u, 4096u, 8192u, 16384u}) {
         disk_builder disk(64, size);
         disk.table(0, {{0x07, 10, 20}, {0x83, 40, 10}});
@@ -174,7 +174,7 @@ TEST_F(PartitionReader,
     }
 }
 
-TEST_F(PartitionReader,
+TEST_F(partition_reader_test,
        a_first_sector_of_zeros_with_a_mark_at_4096_bytes_has_its_entries_at_446_all_the_same) {
     bytes image(64 * 4096);
     image[4094] = 0x55;
@@ -189,13 +189,13 @@ TEST_F(PartitionReader,
     EXPECT_EQ(made.list[0].byte_offset(), 40960u);
 }
 
-TEST_F(PartitionReader, a_mark_at_510_wins_over_one_at_the_end_of_a_larger_sector) {
+TEST_F(partition_reader_test, a_mark_at_510_wins_over_one_at_the_end_of_a_larger_sector) {
     disk_builder disk(64, 4096);
     disk.table(0, {{0x83, 10, 20}}).force(510, 2, 0xAA55);
     EXPECT_EQ(read(disk).list.at(0).m_sector_size, 512u);
 }
 
-TEST_F(PartitionReader, follows_an_extended_partition) {
+TEST_F(partition_reader_test, follows_an_extended_partition) {
     disk_builder disk(5000);
     disk.table(0, {{0x07, 64, 100}, {0x05, 1000, 4000}, {0x83, 300, 100}});
     disk.table(1000, {{0x07, 63, 400}, {0x05, 2000, 500}});
@@ -207,24 +207,24 @@ TEST_F(PartitionReader, follows_an_extended_partition) {
                                              "05 3000+500", "83 3063+437"));
 }
 
-TEST_F(PartitionReader, an_extended_partition_at_sector_0_is_listed_and_not_followed) {
+TEST_F(partition_reader_test, an_extended_partition_at_sector_0_is_listed_and_not_followed) {
     const reading made = read(disk_builder(5000).table(0, {{0x05, 0, 4000}}));
     EXPECT_TRUE(made.result);
     EXPECT_THAT(told(made.list), ElementsAre("05 0+4000"));
 }
 
-TEST_F(PartitionReader, an_extended_entry_of_type_85_is_listed_and_not_followed) {
+TEST_F(partition_reader_test, an_extended_entry_of_type_85_is_listed_and_not_followed) {
     disk_builder disk(5000);
     disk.table(0, {{0x85, 1000, 4000}}).table(1000, {{0x07, 63, 400}});
     EXPECT_THAT(told(read(disk).list), ElementsAre("85 1000+4000"));
 }
 
-TEST_F(PartitionReader, fails_when_the_first_extended_table_cannot_be_read) {
+TEST_F(partition_reader_test, fails_when_the_first_extended_table_cannot_be_read) {
     EXPECT_FALSE(read(disk_builder(1000).table(0, {{0x07, 64, 100}, {0x05, 1000, 4000}})).result);
     EXPECT_TRUE(read(disk_builder(1001).table(0, {{0x07, 64, 100}, {0x05, 1000, 4000}})).result);
 }
 
-TEST_F(PartitionReader, keeps_what_it_found_when_a_later_table_cannot_be_read) {
+TEST_F(partition_reader_test, keeps_what_it_found_when_a_later_table_cannot_be_read) {
     disk_builder disk(1001);
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {{0x83, 1, 2}, {0x05, 2000, 500}});
     const reading made = read(disk);
@@ -232,7 +232,7 @@ TEST_F(PartitionReader, keeps_what_it_found_when_a_later_table_cannot_be_read) {
     EXPECT_THAT(told(made.list), ElementsAre("05 1000+4000", "83 1001+2", "05 3000+500"));
 }
 
-TEST_F(PartitionReader, lists_an_ntfs_volume_at_sector_63_in_front_of_an_extended_partition) {
+TEST_F(partition_reader_test, lists_an_ntfs_volume_at_sector_63_in_front_of_an_extended_partition) {
     disk_builder disk(5000);
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {{0x83, 63, 400}}).put(63, ntfs_boot_sector(936));
     const reading made = read(disk);
@@ -240,13 +240,13 @@ TEST_F(PartitionReader, lists_an_ntfs_volume_at_sector_63_in_front_of_an_extende
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
 }
 
-TEST_F(PartitionReader, makes_that_guess_also_when_a_bad_entry_ended_the_first_extended_table) {
+TEST_F(partition_reader_test, makes_that_guess_also_when_a_bad_entry_ended_the_first_extended_table) {
     disk_builder disk(5000);
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {}).put(63, ntfs_boot_sector(936));
     EXPECT_THAT(told(read(disk).list), ElementsAre("07 63+937 ntfs", "05 1000+4000"));
 }
 
-TEST_F(PartitionReader, makes_no_guess_without_a_chain_or_without_ntfs) {
+TEST_F(partition_reader_test, makes_no_guess_without_a_chain_or_without_ntfs) {
     disk_builder without_chain(5000);
     without_chain.table(0, {{0x83, 1000, 4000}}).put(63, ntfs_boot_sector(936));
     EXPECT_THAT(told(read(without_chain).list), ElementsAre("83 1000+4000"));
@@ -255,7 +255,7 @@ TEST_F(PartitionReader, makes_no_guess_without_a_chain_or_without_ntfs) {
     EXPECT_THAT(told(read(without_ntfs).list), ElementsAre("05 1000+4000"));
 }
 
-TEST_F(PartitionReader, looks_for_the_guess_in_sectors_of_the_disk) {
+TEST_F(partition_reader_test, looks_for_the_guess_in_sectors_of_the_disk) {
     disk_builder disk(500, 4096);
     disk.table(0, {{0x05, 100, 400}}).table(100, {}).put(63, ntfs_boot_sector(36, 4096));
     const reading made = read(disk);
@@ -263,7 +263,7 @@ TEST_F(PartitionReader, looks_for_the_guess_in_sectors_of_the_disk) {
     EXPECT_EQ(made.list[0].byte_offset(), 63u * 4096);
 }
 
-TEST_F(PartitionReader, the_byte_offset_follows_the_sector_size_that_the_boot_sector_states) {
+TEST_F(partition_reader_test, the_byte_offset_follows_the_sector_size_that_the_boot_sector_states) {
     disk_builder disk(5000);
     disk.table(0, {{0x07, 100, 100}, {0x07, 200, 100}});
     disk.put(100, ntfs_boot_sector(99, 4096)).put(200, ntfs_boot_sector(99, 0));
@@ -273,7 +273,7 @@ TEST_F(PartitionReader, the_byte_offset_follows_the_sector_size_that_the_boot_se
     EXPECT_EQ(made.list[1].byte_offset(), 0u);
 }
 
-TEST_F(PartitionReader, a_partition_behind_the_end_of_the_image_keeps_the_type_of_its_entry) {
+TEST_F(partition_reader_test, a_partition_past_the_end_of_the_image_keeps_the_type_of_its_entry) {
     disk_builder disk(2000);
     disk.table(0, {{0x07, 100, 100}, {0x0B, 2000, 100}, {0x83, 0xFFFFFFFF, 0xFFFFFFFF}});
     const reading made = read(disk);
@@ -282,7 +282,7 @@ TEST_F(PartitionReader, a_partition_behind_the_end_of_the_image_keeps_the_type_o
     EXPECT_FALSE(made.list[1].m_format_known);
 }
 
-TEST_F(PartitionReader, a_boot_sector_of_which_only_a_part_is_there_is_not_recognised) {
+TEST_F(partition_reader_test, a_boot_sector_of_which_only_a_part_is_there_is_not_recognised) {
     disk_builder disk(2000);
     disk.table(0, {{0x83, 1999, 100}}).put(1999, ntfs_boot_sector(99));
     bytes image = disk.image();
@@ -291,7 +291,7 @@ TEST_F(PartitionReader, a_boot_sector_of_which_only_a_part_is_there_is_not_recog
     EXPECT_THAT(told(read(image).list), ElementsAre("83 1999+100"));
 }
 
-TEST_F(PartitionReader, an_ext_partition_starts_at_0_only_where_sectors_have_2048_bytes_or_more) {
+TEST_F(partition_reader_test, an_ext_partition_starts_at_0_only_where_sectors_have_2048_bytes_or_more) {
     const bytes ext = byte_writer(ext_volume_head(50, 0)).text(3, "GRUB").take();
     disk_builder small(2000);
     small.table(0, {{0x83, 100, 100}}).put(100, ext);
@@ -301,7 +301,7 @@ TEST_F(PartitionReader, an_ext_partition_starts_at_0_only_where_sectors_have_204
     EXPECT_THAT(told(read(large).list), ElementsAre("83 0+51200 ext2/3"));
 }
 
-TEST_F(PartitionReader, a_source_that_is_an_ext_volume_is_one_record) {
+TEST_F(partition_reader_test, a_source_that_is_an_ext_volume_is_one_record) {
     const reading made = read(byte_writer(ext_volume_head(50, 0, "label")).fill(20000, 1, 1).take());
     EXPECT_TRUE(made.result);
     EXPECT_THAT(told(made.list), ElementsAre("83 0+0 ext"));
@@ -314,7 +314,7 @@ TEST_F(PartitionReader, a_source_that_is_an_ext_volume_is_one_record) {
     EXPECT_FALSE(read(without_magic).result);
 }
 
-TEST_F(PartitionReader, a_search_finds_what_is_left_of_a_chain_and_does_not_look_at_formats) {
+TEST_F(partition_reader_test, a_search_finds_what_is_left_of_a_chain_and_does_not_look_at_formats) {
     disk_builder disk(5000);
     disk.table(1000, {{0x07, 63, 400}, {0x05, 2000, 500}}).table(3000, {{0x83, 63, 437}});
     disk.put(1063, fat32_boot_sector(399));
@@ -325,13 +325,13 @@ TEST_F(PartitionReader, a_search_finds_what_is_left_of_a_chain_and_does_not_look
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
 }
 
-TEST_F(PartitionReader, a_search_takes_the_first_table_and_passes_over_volume_boot_sectors) {
+TEST_F(partition_reader_test, a_search_takes_the_first_table_and_passes_over_volume_boot_sectors) {
     disk_builder disk(5000);
     disk.put(500, ntfs_boot_sector(10)).table(1000, {{0x07, 1, 2}}).table(1001, {{0x83, 3, 4}});
     EXPECT_THAT(told(read(disk, true).list), ElementsAre("07 1001+2"));
 }
 
-TEST_F(PartitionReader, a_search_looks_at_1048576_bytes_and_not_at_1049088) {
+TEST_F(partition_reader_test, a_search_looks_at_1048576_bytes_and_not_at_1049088) {
     disk_builder at_limit(5000);
     at_limit.table(2048, {{0x07, 1, 2}});
     EXPECT_THAT(told(read(at_limit, true).list), ElementsAre("07 2049+2"));
@@ -340,13 +340,14 @@ TEST_F(PartitionReader, a_search_looks_at_1048576_bytes_and_not_at_1049088) {
     EXPECT_FALSE(read(beyond, true).result);
 }
 
-TEST_F(PartitionReader, a_search_that_finds_a_table_without_partitions_fails) {
+TEST_F(partition_reader_test, a_search_that_finds_a_table_without_partitions_fails) {
     disk_builder disk(5000);
     disk.table(1000, {}).table(1001, {{0x83, 3, 4}});
     EXPECT_FALSE(read(disk, true).result);
 }
 
-TEST_F(PartitionReader, a_guess_behind_a_search_keeps_the_mark_of_a_guess_and_the_last_type_of_the_table) {
+TEST_F(partition_reader_test,
+       a_guess_after_a_search_keeps_the_mark_of_a_guess_and_the_last_type_of_the_table) {
     disk_builder disk(5000);
     disk.table(1000, {{0x83, 63, 400}, {0x0B, 500, 10}, {0x05, 2000, 500}}).put(63, ntfs_boot_sector(936));
     EXPECT_THAT(told(read(disk, true).list),
@@ -356,7 +357,7 @@ TEST_F(PartitionReader, a_guess_behind_a_search_keeps_the_mark_of_a_guess_and_th
     EXPECT_THAT(told(read(without_partition, true).list), ElementsAre("800 63+937", "05 3000+500"));
 }
 
-TEST_F(PartitionReader, an_ext_volume_that_is_searched_is_one_only_when_the_search_finds_a_table) {
+TEST_F(partition_reader_test, an_ext_volume_that_is_searched_is_one_only_when_the_search_finds_a_table) {
     disk_builder disk(5000);
     disk.put(0, ext_volume_head(50, 0));
     EXPECT_TRUE(read(disk).result);
@@ -365,7 +366,7 @@ TEST_F(PartitionReader, an_ext_volume_that_is_searched_is_one_only_when_the_sear
     EXPECT_THAT(told(read(disk, true).list), ElementsAre("83 0+0 ext"));
 }
 
-TEST_F(PartitionReader, fills_gaps_when_it_is_asked_to) {
+TEST_F(partition_reader_test, fills_gaps_when_it_is_asked_to) {
     disk_builder disk(5000);
     disk.table(0, {{0x07, 100, 900}, {0x83, 1000, 100}});
     const reading made = read(disk, false, true);
@@ -379,7 +380,7 @@ TEST_F(PartitionReader, fills_gaps_when_it_is_asked_to) {
     EXPECT_THAT(told(read(ext, false, true).list), ElementsAre("83 0+0 ext", "00 0+5000"));
 }
 
-TEST_F(PartitionReader, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt) {
+TEST_F(partition_reader_test, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt) {
     disk_builder disk(5000);
     disk.table(0, {{0x07, 100, 900}});
     for (const partition_stats& record : read(disk, false, true).list) {
@@ -392,14 +393,14 @@ TEST_F(PartitionReader, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt) {
     EXPECT_FALSE(bare.list[1].m_is_gpt);
 }
 
-TEST_F(PartitionReader, fills_the_gaps_of_a_gpt_once) {
+TEST_F(partition_reader_test, fills_the_gaps_of_a_gpt_once) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});
     EXPECT_THAT(told(read(disk, false, true).list),
                 ElementsAre("ee 0+1", "ee 1+1", "ee 2+32", "00 34+66", "ee 100+100", "00 200+1848"));
 }
 
-TEST_F(PartitionReader, reads_drives_as_it_reads_images) {
+TEST_F(partition_reader_test, reads_drives_as_it_reads_images) {
     const device_files devices;
     disk_builder disk(5000);
     disk.table(0, {{0x07, 100, 900}, {0x05, 1000, 4000}}).table(1000, {{0x83, 63, 400}});
@@ -414,7 +415,7 @@ TEST_F(PartitionReader, reads_drives_as_it_reads_images) {
     EXPECT_THAT(told(list), ElementsAre("ee 100+100", "ee 300+100"));
 }
 
-TEST_F(PartitionReader, finds_partitions_beyond_4_gib) {
+TEST_F(partition_reader_test, finds_partitions_beyond_4_gib) {
     const std::uint64_t start = 0x00A00000;  // 5 GiB
     disk_builder disk(start + 1000);
     disk.table(0, {{0x07, static_cast<std::uint32_t>(start), 1000}, {0x05, 1000, 100}});
@@ -426,7 +427,7 @@ TEST_F(PartitionReader, finds_partitions_beyond_4_gib) {
 }
 
 // Each sector behind the first links to the next one, and the last to the first of them.
-TEST_F(PartitionReader, a_mebibyte_of_tables_in_a_cycle_is_listed_once) {
+TEST_F(partition_reader_test, a_mebibyte_of_tables_in_a_cycle_is_listed_once) {
     disk_builder disk(2048);
     disk.table(0, {{0x05, 1, 2047}});
     for (std::uint32_t sector = 1; sector < 2048; ++sector) {
@@ -438,7 +439,7 @@ TEST_F(PartitionReader, a_mebibyte_of_tables_in_a_cycle_is_listed_once) {
     EXPECT_EQ(made.list.size(), 1u + 4u * 2047u);
 }
 
-TEST_F(PartitionReader, an_image_cut_at_any_length_gives_a_beginning_of_its_records) {
+TEST_F(partition_reader_test, an_image_cut_at_any_length_gives_a_beginning_of_its_records) {
     disk_builder disk(64);
     disk.table(0, {{0x07, 5, 10}, {0x05, 20, 40}}).table(20, {{0x07, 2, 5}, {0x05, 20, 10}});
     disk.table(40, {{0x83, 1, 5}});
@@ -460,7 +461,7 @@ TEST_F(PartitionReader, an_image_cut_at_any_length_gives_a_beginning_of_its_reco
     }
 }
 
-TEST(NtfsAt, goes_by_the_name_alone) {
+TEST(ntfs_at, goes_by_the_name_alone) {
     const temp_dir dir;
     disk_builder disk(10);
     disk.put(3, byte_writer(512).text(3, "NTFS    ").take())
@@ -474,7 +475,7 @@ TEST(NtfsAt, goes_by_the_name_alone) {
     EXPECT_FALSE(ntfs_at(&image, ~std::uint64_t{0}));
 }
 
-TEST(NtfsAt, needs_no_more_than_the_name_to_be_there) {
+TEST(ntfs_at, needs_no_more_than_the_name_to_be_there) {
     const temp_dir dir;
     write_file(dir / "image", byte_writer().text(3, "NTFS    ").take());
     RAW_DISK_IO image((dir / "image").wstring(), false, 0);

@@ -23,7 +23,7 @@ using ::testing::ElementsAre;
 
 constexpr std::uint64_t disk_size = std::uint64_t{32} << 20;  // 65,536 sectors of 512 bytes
 
-class PartitionTools : public ::testing::Test {
+class partition_tools : public ::testing::Test {
   protected:
     void SetUp() override {
         QUARRY_NEEDS_PROGRAM("sfdisk");
@@ -60,7 +60,7 @@ class PartitionTools : public ::testing::Test {
     std::filesystem::path m_image = m_dir / "disk.img";
 };
 
-TEST_F(PartitionTools, free_space_of_an_mbr_stands_between_its_partitions) {
+TEST_F(partition_tools, free_space_of_an_mbr_is_between_its_partitions) {
     run({"sfdisk", "--quiet"},
         "label: dos\nstart=2048, size=2048, type=83\nstart=4096, size=1024, type=c\n"
         "start=8192, size=4096, type=7\n");
@@ -70,7 +70,7 @@ TEST_F(PartitionTools, free_space_of_an_mbr_stands_between_its_partitions) {
 }
 
 // The second copy of the table, in the last 33 sectors, is free space to a reader of the first.
-TEST_F(PartitionTools, free_space_of_a_gpt_stands_between_its_table_and_its_partitions) {
+TEST_F(partition_tools, free_space_of_a_gpt_is_between_its_table_and_its_partitions) {
     run({"sgdisk", "-n", "1:2048:+1M", "-c", "1:first", "-n", "2:10240:+2M", "-c", "2:second"});
     EXPECT_THAT(
         told_with_gaps(),
@@ -78,7 +78,7 @@ TEST_F(PartitionTools, free_space_of_a_gpt_stands_between_its_table_and_its_part
                     "first 2048+2048", "unalloc 4096+6144", "second 10240+4096", "unalloc 14336+51200"));
 }
 
-TEST_F(PartitionTools, a_gpt_entry_has_the_name_the_guids_and_the_attributes_that_were_given_to_it) {
+TEST_F(partition_tools, a_gpt_entry_has_the_name_the_guids_and_the_attributes_that_were_given_to_it) {
     run({"sgdisk", "-n", "1:2048:+1M", "-c", "1:evidence \xC3\xA4", "-t",
          "1:EBD0A0A2-B9E5-4433-87C0-68B6B72699C7", "-u", "1:00112233-4455-6677-8899-AABBCCDDEEFF", "-A",
          "1:set:0", "-A", "1:set:2", "-A", "1:set:60"});

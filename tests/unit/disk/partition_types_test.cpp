@@ -16,7 +16,7 @@ bytes entry(std::uint8_t type, std::uint32_t first, std::uint32_t count) {
     return byte_writer(16).u8(4, type).u32(8, first).u32(12, count).take();
 }
 
-TEST(PartitionTypes, exactly_91_type_bytes_count_as_partitions) {
+TEST(partition_types, exactly_91_type_bytes_count_as_partitions) {
     const bytes counting = from_hex(
         "01 04 05 06 07 08 0B 0C 0E 0F 11 12 14 15 16 1B 1C 1E 1F 24 27 41 42 43 56 64 66 74 76 79 7A 7B 7C "
         "7D "
@@ -33,7 +33,7 @@ TEST(PartitionTypes, exactly_91_type_bytes_count_as_partitions) {
     }
 }
 
-TEST(PartitionTypes, every_type_has_its_name_and_those_without_one_are_unk) {
+TEST(partition_types, every_type_has_its_name_and_those_without_one_are_unk) {
     const std::map<unsigned, std::string> names = {
         {0x00, "empty"},
         {0x01, "fat12"},
@@ -86,19 +86,19 @@ TEST(PartitionTypes, every_type_has_its_name_and_those_without_one_are_unk) {
     }
 }
 
-TEST(PartitionTypes, a_guessed_type_is_named_by_its_lower_byte_with_guess_behind_it) {
+TEST(partition_types, a_guessed_type_is_named_by_its_lower_byte_with_guess_after_it) {
     EXPECT_EQ(partition_type_name(0x8000), "empty [guess]");
     EXPECT_EQ(partition_type_name(0x8007), "ntfs or exfat [guess]");
     EXPECT_EQ(partition_type_name(0xFF83), "linux [guess]");
     EXPECT_EQ(partition_type_name(0x80FF), "unk [guess]");
 }
 
-TEST(PartitionTypes, a_type_of_two_bytes_that_is_no_guess_has_no_name) {
+TEST(partition_types, a_type_of_two_bytes_that_is_no_guess_has_no_name) {
     EXPECT_EQ(partition_type_name(0x0107), "unk");
     EXPECT_EQ(partition_type_name(0x7F83), "unk");
 }
 
-TEST(PartitionTypes, four_types_are_ntfs_to_the_user_guessed_or_not) {
+TEST(partition_types, four_types_are_ntfs_to_the_user_guessed_or_not) {
     const std::set<unsigned> ntfs = {0x07, 0x17, 0x27, 0x87};
     for (unsigned type = 0; type <= 0xFF; ++type) {
         EXPECT_EQ(is_ntfs_type(static_cast<std::uint16_t>(type)), ntfs.count(type) == 1) << "type " << type;
@@ -107,14 +107,14 @@ TEST(PartitionTypes, four_types_are_ntfs_to_the_user_guessed_or_not) {
     }
 }
 
-TEST(PartitionTypes, an_entry_is_used_when_it_has_a_length_and_a_type) {
+TEST(partition_types, an_entry_is_used_when_it_has_a_length_and_a_type) {
     EXPECT_TRUE(is_used(partition_entry(entry(0x07, 0, 1))));
     EXPECT_TRUE(is_used(partition_entry(entry(0xFF, 0, 0xFFFFFFFF))));
     EXPECT_FALSE(is_used(partition_entry(entry(0x07, 63, 0))));
     EXPECT_FALSE(is_used(partition_entry(entry(0x00, 63, 1))));
 }
 
-TEST(PartitionTypes, only_the_types_05_and_0f_lead_to_a_further_table) {
+TEST(partition_types, only_the_types_05_and_0f_lead_to_a_further_table) {
     for (unsigned type = 0; type <= 0xFF; ++type) {
         EXPECT_EQ(is_link(partition_entry(entry(static_cast<std::uint8_t>(type), 0, 1))),
                   type == 0x05 || type == 0x0F)
@@ -122,7 +122,7 @@ TEST(PartitionTypes, only_the_types_05_and_0f_lead_to_a_further_table) {
     }
 }
 
-TEST(PartitionTypes, an_entry_that_is_cut_reads_as_zeros_where_it_ends) {
+TEST(partition_types, an_entry_that_is_cut_reads_as_zeros_where_it_ends) {
     const bytes whole = entry(0x07, 0x01020304, 0x05060708);
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         const bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));

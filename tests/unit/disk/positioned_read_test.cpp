@@ -15,7 +15,7 @@
 namespace quarry::test {
 namespace {
 
-class PositionedRead : public ::testing::Test {
+class positioned_read_test : public ::testing::Test {
   protected:
     void SetUp() override {
         write_file(m_dir / "source", to_bytes("0123456789"));
@@ -28,20 +28,20 @@ class PositionedRead : public ::testing::Test {
     int m_source = -1;
 };
 
-TEST_F(PositionedRead, fills_the_buffer_from_a_position) {
+TEST_F(positioned_read_test, fills_the_buffer_from_a_position) {
     bytes buffer(4, 0xEE);
     EXPECT_EQ(read_at_position(m_source, buffer, 3), 4);
     EXPECT_EQ(buffer, to_bytes("3456"));
 }
 
-TEST_F(PositionedRead, leaves_the_position_of_the_descriptor_alone) {
+TEST_F(positioned_read_test, leaves_the_position_of_the_descriptor_alone) {
     ASSERT_EQ(::lseek(m_source, 2, SEEK_SET), 2);
     bytes buffer(4);
     EXPECT_EQ(read_at_position(m_source, buffer, 5), 4);
     EXPECT_EQ(::lseek(m_source, 0, SEEK_CUR), 2);
 }
 
-TEST_F(PositionedRead, gives_zeros_for_what_lies_behind_the_end) {
+TEST_F(positioned_read_test, gives_zeros_for_what_lies_past_the_end) {
     bytes buffer(6, 0xEE);
     EXPECT_EQ(read_at_position(m_source, buffer, 8), 2);
     EXPECT_EQ(buffer, (bytes{'8', '9', 0, 0, 0, 0}));
@@ -50,12 +50,12 @@ TEST_F(PositionedRead, gives_zeros_for_what_lies_behind_the_end) {
     EXPECT_EQ(buffer, bytes(6));
 }
 
-TEST_F(PositionedRead, reads_nothing_into_an_empty_buffer) {
+TEST_F(positioned_read_test, reads_nothing_into_an_empty_buffer) {
     bytes buffer;
     EXPECT_EQ(read_at_position(m_source, buffer, 0), 0);
 }
 
-TEST_F(PositionedRead, tells_an_error_before_the_first_byte) {
+TEST_F(positioned_read_test, reports_an_error_before_the_first_byte) {
     bytes buffer(4, 0xEE);
     errno = 0;
     EXPECT_EQ(read_at_position(-1, buffer, 0), -1);
@@ -63,7 +63,7 @@ TEST_F(PositionedRead, tells_an_error_before_the_first_byte) {
     EXPECT_EQ(buffer, bytes(4));
 }
 
-TEST_F(PositionedRead, refuses_a_position_that_needs_64_bits) {
+TEST_F(positioned_read_test, refuses_a_position_that_needs_64_bits) {
     bytes buffer(4, 0xEE);
     errno = 0;
     EXPECT_EQ(read_at_position(m_source, buffer, 0x8000000000000000), -1);
@@ -74,7 +74,7 @@ TEST_F(PositionedRead, refuses_a_position_that_needs_64_bits) {
 
 // The memory of this process, a hole behind it: a file of the system that gives bytes first and then an
 // error.
-TEST_F(PositionedRead, gives_what_came_before_an_error_and_zeros_behind) {
+TEST_F(positioned_read_test, gives_what_came_before_an_error_and_zeros_after) {
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     void* const pages = ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(pages, MAP_FAILED);

@@ -52,7 +52,7 @@ void break_descriptor(RAW_DISK_IO& disk, const std::filesystem::path& directory)
     ::close(failing);
 }
 
-TEST(RawDiskIoPath, reads_bytes_at_an_offset) {
+TEST(raw_disk_io_path, reads_bytes_at_an_offset) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -69,7 +69,7 @@ TEST(RawDiskIoPath, reads_bytes_at_an_offset) {
     EXPECT_EQ(given.content, to_bytes("3456"));
 }
 
-TEST(RawDiskIoPath, a_read_across_the_end_is_cut_there_and_has_zeros_behind) {
+TEST(raw_disk_io_path, a_read_across_the_end_is_cut_there_and_has_zeros_after) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -79,7 +79,7 @@ TEST(RawDiskIoPath, a_read_across_the_end_is_cut_there_and_has_zeros_behind) {
     EXPECT_EQ(given.content, (bytes{'9', 0, 0, 0, 0}));
 }
 
-TEST(RawDiskIoPath, a_read_that_begins_at_the_end_or_behind_it_fails) {
+TEST(raw_disk_io_path, a_read_that_begins_at_the_end_or_after_it_fails) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -89,7 +89,7 @@ TEST(RawDiskIoPath, a_read_that_begins_at_the_end_or_behind_it_fails) {
     EXPECT_FALSE(read(disk, 1, 0xFFFFFFFFFFFFFFFF).result);
 }
 
-TEST(RawDiskIoPath, a_read_of_nothing_or_to_nowhere_fails) {
+TEST(raw_disk_io_path, a_read_of_nothing_or_to_nowhere_fails) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -101,7 +101,7 @@ TEST(RawDiskIoPath, a_read_of_nothing_or_to_nowhere_fails) {
     EXPECT_TRUE(disk.read(&byte, length, 0));
 }
 
-TEST(RawDiskIoPath, images_of_no_bytes_and_of_odd_lengths_have_just_the_bytes_they_have) {
+TEST(raw_disk_io_path, images_of_no_bytes_and_of_odd_lengths_have_just_the_bytes_they_have) {
     const temp_dir dir;
     for (const std::size_t size : {0u, 1u, 511u, 513u}) {
         const bytes content = pattern(size);
@@ -118,7 +118,7 @@ TEST(RawDiskIoPath, images_of_no_bytes_and_of_odd_lengths_have_just_the_bytes_th
     }
 }
 
-TEST(RawDiskIoPath, a_path_that_cannot_be_opened_counts_as_an_empty_source) {
+TEST(raw_disk_io_path, a_path_that_cannot_be_opened_counts_as_an_empty_source) {
     const temp_dir dir;
     RAW_DISK_IO disk = open_image(dir / "missing");
     EXPECT_TRUE(disk.is_ok());
@@ -129,7 +129,7 @@ TEST(RawDiskIoPath, a_path_that_cannot_be_opened_counts_as_an_empty_source) {
     EXPECT_FALSE(read(disk, 1, 0).result);
 }
 
-TEST(RawDiskIoPath, an_empty_path_leaves_the_object_unusable) {
+TEST(raw_disk_io_path, an_empty_path_leaves_the_object_unusable) {
     RAW_DISK_IO disk(std::wstring(), false, 0);
     EXPECT_FALSE(disk.is_ok());
     EXPECT_EQ(disk.m_kind, 8u);
@@ -138,7 +138,7 @@ TEST(RawDiskIoPath, an_empty_path_leaves_the_object_unusable) {
     EXPECT_FALSE(read(disk, 1, 0).result);
 }
 
-TEST(RawDiskIoPath, only_the_requested_kinds_0_to_3_open_a_path_and_all_become_kind_0) {
+TEST(raw_disk_io_path, only_the_requested_kinds_0_to_3_open_a_path_and_all_become_kind_0) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     for (const std::uint32_t kind : {0u, 1u, 2u, 3u}) {
@@ -155,7 +155,7 @@ TEST(RawDiskIoPath, only_the_requested_kinds_0_to_3_open_a_path_and_all_become_k
     }
 }
 
-TEST(RawDiskIoPath, a_source_is_opened_for_reading_unless_writing_is_asked_for) {
+TEST(raw_disk_io_path, a_source_is_opened_for_reading_unless_writing_is_asked_for) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     const RAW_DISK_IO reader((dir / "image").wstring(), false, 0);
@@ -166,14 +166,14 @@ TEST(RawDiskIoPath, a_source_is_opened_for_reading_unless_writing_is_asked_for) 
     EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
 }
 
-TEST(RawDiskIoPath, a_name_beyond_ascii_reaches_the_system_as_utf_8) {
+TEST(raw_disk_io_path, a_name_beyond_ascii_reaches_the_system_as_utf_8) {
     const temp_dir dir;
     write_file(dir / "\xC3\xA4\xE2\x82\xAC", to_bytes("ab"));
     RAW_DISK_IO disk(dir.path().wstring() + L"/\u00E4\u20AC", false, 0);
     EXPECT_EQ(disk.size(), 2u);
 }
 
-TEST(RawDiskIoPath, a_letter_with_a_colon_is_the_name_of_a_file_like_any_other) {
+TEST(raw_disk_io_path, a_letter_with_a_colon_is_the_name_of_a_file_like_any_other) {
     const temp_dir dir;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(dir.path());
@@ -186,7 +186,7 @@ TEST(RawDiskIoPath, a_letter_with_a_colon_is_the_name_of_a_file_like_any_other) 
     EXPECT_EQ(read(present, 3, 0).content, to_bytes("abc"));
 }
 
-TEST(RawDiskIoPath, a_fifo_neither_blocks_nor_counts) {
+TEST(raw_disk_io_path, a_fifo_neither_blocks_nor_counts) {
     const temp_dir dir;
     ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
     RAW_DISK_IO disk = open_image(dir / "fifo");
@@ -195,7 +195,7 @@ TEST(RawDiskIoPath, a_fifo_neither_blocks_nor_counts) {
     EXPECT_EQ(disk.size(), 0u);
 }
 
-TEST(RawDiskIoPath, a_directory_and_a_device_without_an_end_give_nothing) {
+TEST(raw_disk_io_path, a_directory_and_a_device_without_an_end_give_nothing) {
     const temp_dir dir;
     RAW_DISK_IO directory = open_image(dir.path());
     EXPECT_TRUE(directory.is_ok());
@@ -206,7 +206,7 @@ TEST(RawDiskIoPath, a_directory_and_a_device_without_an_end_give_nothing) {
 }
 
 // /proc/self/mem answers a seek to its end with an error.
-TEST(RawDiskIoPath, a_source_that_cannot_tell_its_end_has_no_bytes) {
+TEST(raw_disk_io_path, a_source_that_cannot_tell_its_end_has_no_bytes) {
     RAW_DISK_IO disk = open_image("/proc/self/mem");
     EXPECT_TRUE(disk.is_ok());
     EXPECT_NE(disk.m_fd, -1);
@@ -214,7 +214,7 @@ TEST(RawDiskIoPath, a_source_that_cannot_tell_its_end_has_no_bytes) {
     EXPECT_FALSE(read(disk, 512, 0).result);
 }
 
-TEST(RawDiskIoPath, a_file_that_has_shrunk_reads_as_zeros_where_it_was) {
+TEST(raw_disk_io_path, a_file_that_has_shrunk_reads_as_zeros_where_it_was) {
     const temp_dir dir;
     write_file(dir / "image", pattern(4096));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -229,7 +229,7 @@ TEST(RawDiskIoPath, a_file_that_has_shrunk_reads_as_zeros_where_it_was) {
     EXPECT_EQ(read(disk, 100, 3000).content, bytes(100));
 }
 
-TEST(RawDiskIoPath, an_error_of_the_system_fails_the_read) {
+TEST(raw_disk_io_path, an_error_of_the_system_fails_the_read) {
     const temp_dir dir;
     write_file(dir / "image", pattern(4096));
     RAW_DISK_IO disk = open_image(dir / "image");
@@ -237,7 +237,7 @@ TEST(RawDiskIoPath, an_error_of_the_system_fails_the_read) {
     EXPECT_FALSE(read(disk, 512, 0).result);
 }
 
-TEST(RawDiskIoPath, offsets_beyond_4_gib_are_read_where_they_are) {
+TEST(raw_disk_io_path, offsets_beyond_4_gib_are_read_where_they_are) {
     const temp_dir dir;
     constexpr std::uint64_t five_gib = 0x140000000;
     disk_builder(five_gib / 512).put(0x110000000 / 512, to_bytes("here")).write_to(dir / "image");
@@ -248,7 +248,7 @@ TEST(RawDiskIoPath, offsets_beyond_4_gib_are_read_where_they_are) {
     EXPECT_EQ(read(disk, 16, five_gib - 1).length, 1u);
 }
 
-TEST(RawDiskIoPath, the_end_of_the_object_closes_the_descriptor) {
+TEST(raw_disk_io_path, the_end_of_the_object_closes_the_descriptor) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));
     std::optional<RAW_DISK_IO> disk(std::in_place, (dir / "image").wstring(), false, 0u);
@@ -258,7 +258,7 @@ TEST(RawDiskIoPath, the_end_of_the_object_closes_the_descriptor) {
     EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
-TEST(RawDiskIoDrive, drives_0_to_19_are_sda_to_sdt) {
+TEST(raw_disk_io_drive, drives_0_to_19_are_sda_to_sdt) {
     const device_files devices;
     write_file(devices.drive(0), to_bytes("first"));
     write_file(devices.drive(19), to_bytes("the last"));
@@ -274,7 +274,7 @@ TEST(RawDiskIoDrive, drives_0_to_19_are_sda_to_sdt) {
     EXPECT_EQ(last.m_path_utf8.substr(last.m_path_utf8.size() - 4), "/sdt");
 }
 
-TEST(RawDiskIoDrive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) {
+TEST(raw_disk_io_drive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024));
     const RAW_DISK_IO reader(0, false, false, source_kind_drive);
@@ -285,7 +285,7 @@ TEST(RawDiskIoDrive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) 
     EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
 }
 
-TEST(RawDiskIoDrive, a_drive_that_cannot_be_opened_is_told_with_its_error) {
+TEST(raw_disk_io_drive, a_drive_that_cannot_be_opened_is_told_with_its_error) {
     const device_files devices;
     ::testing::internal::CaptureStderr();
     const RAW_DISK_IO disk = open_drive(2);
@@ -296,7 +296,7 @@ TEST(RawDiskIoDrive, a_drive_that_cannot_be_opened_is_told_with_its_error) {
     EXPECT_EQ(disk.size(), 0u);
 }
 
-TEST(RawDiskIoDrive, numbers_from_20_on_have_no_device_and_are_refused_without_a_word) {
+TEST(raw_disk_io_drive, numbers_from_20_on_have_no_device_and_are_refused_without_a_word) {
     const device_files devices;
     ::testing::internal::CaptureStderr();
     for (int number = 20; number <= 24; ++number) {
@@ -315,7 +315,7 @@ TEST(RawDiskIoDrive, numbers_from_20_on_have_no_device_and_are_refused_without_a
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(RawDiskIoDrive, a_drive_that_cannot_tell_its_end_is_refused_without_a_word) {
+TEST(raw_disk_io_drive, a_drive_that_cannot_tell_its_end_is_refused_without_a_word) {
     const device_files devices;
     std::filesystem::create_symlink("/proc/self/mem", devices.drive(0));
     ::testing::internal::CaptureStderr();
@@ -324,7 +324,7 @@ TEST(RawDiskIoDrive, a_drive_that_cannot_tell_its_end_is_refused_without_a_word)
     EXPECT_FALSE(disk.is_ok());
 }
 
-TEST(RawDiskIoDrive, kinds_other_than_3_open_nothing) {
+TEST(raw_disk_io_drive, kinds_other_than_3_open_nothing) {
     const device_files devices;
     write_file(devices.drive(0), pattern(1024));
     RAW_DISK_IO usable(0, false, false, 1);
@@ -342,7 +342,7 @@ TEST(RawDiskIoDrive, kinds_other_than_3_open_nothing) {
     EXPECT_EQ(suppressed.m_fd, -1);
 }
 
-TEST(RawDiskIoDrive, a_request_inside_of_two_sectors_gives_its_bytes_only) {
+TEST(raw_disk_io_drive, a_request_inside_of_two_sectors_gives_its_bytes_only) {
     const device_files devices;
     const bytes content = pattern(2048);
     write_file(devices.drive(0), content);
@@ -353,7 +353,7 @@ TEST(RawDiskIoDrive, a_request_inside_of_two_sectors_gives_its_bytes_only) {
     EXPECT_EQ(given.content, bytes(content.begin() + 510, content.begin() + 610));
 }
 
-TEST(RawDiskIoDrive, requests_of_every_length_and_start_give_the_bytes_of_the_drive) {
+TEST(raw_disk_io_drive, requests_of_every_length_and_start_give_the_bytes_of_the_drive) {
     const device_files devices;
     const bytes content = pattern(4096);
     write_file(devices.drive(0), content);
@@ -368,7 +368,7 @@ TEST(RawDiskIoDrive, requests_of_every_length_and_start_give_the_bytes_of_the_dr
     }
 }
 
-TEST(RawDiskIoDrive, a_read_across_the_end_keeps_its_length_and_has_zeros_behind) {
+TEST(raw_disk_io_drive, a_read_across_the_end_keeps_its_length_and_has_zeros_after) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024, 0x11));
     RAW_DISK_IO disk = open_drive(0);
@@ -383,7 +383,7 @@ TEST(RawDiskIoDrive, a_read_across_the_end_keeps_its_length_and_has_zeros_behind
     EXPECT_FALSE(read(disk, 1, 1024).result);
 }
 
-TEST(RawDiskIoDrive, an_error_of_a_drive_reads_as_zeros_so_that_one_bad_sector_does_not_end_the_work) {
+TEST(raw_disk_io_drive, an_error_of_a_drive_reads_as_zeros_so_that_one_bad_sector_does_not_end_the_work) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024, 0x11));
     RAW_DISK_IO disk = open_drive(0);
@@ -396,7 +396,7 @@ TEST(RawDiskIoDrive, an_error_of_a_drive_reads_as_zeros_so_that_one_bad_sector_d
     EXPECT_EQ(in_part.content, bytes(100));
 }
 
-TEST(RawDiskIoDrive, a_drive_that_has_nothing_to_give_fails_the_read) {
+TEST(raw_disk_io_drive, a_drive_that_has_nothing_to_give_fails_the_read) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024, 0x11));
     RAW_DISK_IO disk = open_drive(0);
@@ -405,7 +405,7 @@ TEST(RawDiskIoDrive, a_drive_that_has_nothing_to_give_fails_the_read) {
     EXPECT_FALSE(read(disk, 100, 10).result);
 }
 
-TEST(RawDiskIoDrive, a_locked_drive_is_not_read) {
+TEST(raw_disk_io_drive, a_locked_drive_is_not_read) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024, 0x11));
     RAW_DISK_IO disk = open_drive(0);
@@ -414,7 +414,7 @@ TEST(RawDiskIoDrive, a_locked_drive_is_not_read) {
     EXPECT_FALSE(read(disk, 512, 0).result);
 }
 
-TEST(RawDiskIoDrive, offsets_beyond_4_gib_are_read_where_they_are) {
+TEST(raw_disk_io_drive, offsets_beyond_4_gib_are_read_where_they_are) {
     const device_files devices;
     constexpr std::uint64_t five_gib = 0x140000000;
     disk_builder(five_gib / 512).put(0x110000000 / 512, to_bytes("here")).write_to(devices.drive(3));
@@ -424,7 +424,7 @@ TEST(RawDiskIoDrive, offsets_beyond_4_gib_are_read_where_they_are) {
     EXPECT_EQ(read(disk, 3, 0x110000001).content, to_bytes("ere"));
 }
 
-TEST(RawDiskIoOrigin, the_upper_four_bits_of_each_word_of_the_origin_are_dropped) {
+TEST(raw_disk_io_origin, the_upper_four_bits_of_each_word_of_the_origin_are_dropped) {
     RAW_DISK_IO disk(std::wstring(), false, 0);
     EXPECT_EQ(disk.origin(), 0u);
     disk.set_origin(0, 0x00100000, 0);
@@ -436,7 +436,7 @@ TEST(RawDiskIoOrigin, the_upper_four_bits_of_each_word_of_the_origin_are_dropped
     EXPECT_EQ(disk.origin(), 0x0FFFFFFF0FFFFFFFu);
 }
 
-TEST(RawDiskIoOrigin, only_a_virtual_disk_reports_a_volume_of_its_own) {
+TEST(raw_disk_io_origin, only_a_virtual_disk_reports_a_volume_of_its_own) {
     const temp_dir dir;
     disk_builder(4096).table(0, {{0x07, 2048, 1000}}).write_to(dir / "image");
     EXPECT_EQ(open_image(dir / "image").virtual_disk_offset(), 0u);

@@ -13,7 +13,7 @@
 namespace quarry::test {
 namespace {
 
-class VirtualDiskIo : public ::testing::Test {
+class virtual_disk_io : public ::testing::Test {
   protected:
     std::wstring write(const std::string& name, const vmdk_builder& file) {
         file.write(m_dir / name);
@@ -35,7 +35,7 @@ class VirtualDiskIo : public ::testing::Test {
     temp_dir m_dir;
 };
 
-TEST_F(VirtualDiskIo, a_chain_is_a_source_of_the_bases_name_and_size) {
+TEST_F(virtual_disk_io, a_chain_is_a_source_of_the_bases_name_and_size) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     ASSERT_TRUE(disk.is_ok());
     EXPECT_EQ(disk.m_kind, source_kind_virtual_disk);
@@ -46,7 +46,7 @@ TEST_F(VirtualDiskIo, a_chain_is_a_source_of_the_bases_name_and_size) {
     EXPECT_FALSE(disk.m_writable);
 }
 
-TEST_F(VirtualDiskIo, counts_for_what_its_files_hold_and_32_mebibytes_whatever_size_it_claims) {
+TEST_F(virtual_disk_io, counts_for_what_its_files_hold_and_32_mebibytes_whatever_size_it_claims) {
     constexpr std::uint64_t allowance = 32 * 1024 * 1024;
     EXPECT_EQ(RAW_DISK_IO(grown_chain(), false, false).content_size(), 64u * 4096u) << "it is no larger";
     const std::uint64_t most_sectors = 0xFFFFFFFFFFFFFFFF / 512;
@@ -64,7 +64,7 @@ TEST_F(VirtualDiskIo, counts_for_what_its_files_hold_and_32_mebibytes_whatever_s
     EXPECT_EQ(RAW_DISK_IO(std::vector<std::wstring>{}, false, false).content_size(), 0u);
 }
 
-TEST_F(VirtualDiskIo, reads_go_to_the_chain) {
+TEST_F(virtual_disk_io, reads_go_to_the_chain) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     bytes buffer(8192, 0xEE);
     std::uint64_t length = 4096;
@@ -76,7 +76,7 @@ TEST_F(VirtualDiskIo, reads_go_to_the_chain) {
     EXPECT_EQ(buffer, bytes(4096));
 }
 
-TEST_F(VirtualDiskIo, a_read_over_the_end_is_not_cut_and_one_from_the_end_on_fails) {
+TEST_F(virtual_disk_io, a_read_over_the_end_is_not_cut_and_one_from_the_end_on_fails) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     bytes buffer(8192, 0xEE);
     std::uint64_t length = 8192;
@@ -90,7 +90,7 @@ TEST_F(VirtualDiskIo, a_read_over_the_end_is_not_cut_and_one_from_the_end_on_fai
     EXPECT_FALSE(disk.read(nullptr, length, 0));
 }
 
-TEST_F(VirtualDiskIo, a_joined_read_stays_inside_of_the_disk) {
+TEST_F(virtual_disk_io, a_joined_read_stays_inside_of_the_disk) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     bytes buffer(8192, 0xEE);
     EXPECT_TRUE(disk.read_whole(buffer.data(), 8192, 62 * 4096));
@@ -99,7 +99,7 @@ TEST_F(VirtualDiskIo, a_joined_read_stays_inside_of_the_disk) {
     EXPECT_FALSE(disk.read_whole(buffer.data(), 0, 0));
 }
 
-TEST_F(VirtualDiskIo, a_joined_read_that_a_file_cannot_serve_is_left_to_the_small_reads) {
+TEST_F(virtual_disk_io, a_joined_read_that_a_file_cannot_serve_is_left_to_the_small_reads) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     std::filesystem::resize_file(m_dir / "base", 2048);
     bytes buffer(4096, 0xEE);
@@ -109,7 +109,7 @@ TEST_F(VirtualDiskIo, a_joined_read_that_a_file_cannot_serve_is_left_to_the_smal
     EXPECT_EQ(buffer, bytes(4096));
 }
 
-TEST_F(VirtualDiskIo, files_that_make_no_chain_leave_the_object_unusable) {
+TEST_F(virtual_disk_io, files_that_make_no_chain_leave_the_object_unusable) {
     const std::vector<std::wstring> chain = grown_chain();
     for (const std::vector<std::wstring>& list :
          {std::vector<std::wstring>{}, {chain[0]}, {chain[1], (m_dir / "absent").wstring()}}) {
@@ -125,7 +125,7 @@ TEST_F(VirtualDiskIo, files_that_make_no_chain_leave_the_object_unusable) {
     }
 }
 
-TEST_F(VirtualDiskIo, a_check_only_opens_nothing_and_keeps_the_write_flag) {
+TEST_F(virtual_disk_io, a_check_only_opens_nothing_and_keeps_the_write_flag) {
     RAW_DISK_IO disk(grown_chain(), true, true);
     EXPECT_FALSE(disk.is_ok());
     EXPECT_EQ(disk.m_fd, -1);
@@ -143,13 +143,13 @@ vmdk_builder disk_with(const std::vector<table_slot>& slots) {
     return file;
 }
 
-TEST_F(VirtualDiskIo, the_offset_of_the_first_partition_is_reported_ntfs_or_not) {
+TEST_F(virtual_disk_io, the_offset_of_the_first_partition_is_reported_ntfs_or_not) {
     RAW_DISK_IO disk(std::vector<std::wstring>{write("disk", disk_with({{0x0C, 2048, 100}, {7, 4096, 100}}))},
                      false, false);
     EXPECT_EQ(disk.virtual_disk_offset(), 2048u * 512u);
 }
 
-TEST_F(VirtualDiskIo, of_several_ntfs_volumes_on_a_virtual_disk_the_last_is_named) {
+TEST_F(virtual_disk_io, of_several_ntfs_volumes_on_a_virtual_disk_the_last_is_named) {
     const std::wstring path = write("disk", disk_with({{7, 2048, 100}, {7, 4096, 100}, {0x0C, 8192, 100}}));
     std::ostringstream words;
     std::uint64_t offset = 0;
@@ -162,7 +162,7 @@ TEST_F(VirtualDiskIo, of_several_ntfs_volumes_on_a_virtual_disk_the_last_is_name
     EXPECT_EQ(offset, 2048u * 512u);
 }
 
-TEST_F(VirtualDiskIo, no_files_at_all_are_false_without_a_word) {
+TEST_F(virtual_disk_io, no_files_at_all_are_false_without_a_word) {
     std::ostringstream words;
     std::uint64_t offset = 0;
     bool found = true;

@@ -17,20 +17,20 @@ namespace {
 constexpr std::uint64_t mebibyte = 1ULL << 20;
 constexpr std::uint64_t tebibyte = 1ULL << 40;
 
-TEST(StoredBytes, are_those_that_are_allocated) {
+TEST(stored_bytes, are_those_that_are_allocated) {
     EXPECT_EQ(stored_bytes_of(tebibyte, 4 * mebibyte, false), 4 * mebibyte);
     EXPECT_EQ(stored_bytes_of(tebibyte, tebibyte, false), tebibyte);
     EXPECT_EQ(stored_bytes_of(1000, 4096, false), 1000u) << "the last block reaches over the end";
 }
 
-TEST(StoredBytes, count_eight_times_and_64_mebibytes_at_least_where_they_may_be_compressed) {
+TEST(stored_bytes, count_eight_times_and_64_mebibytes_at_least_where_they_may_be_compressed) {
     EXPECT_EQ(stored_bytes_of(tebibyte, 4 * mebibyte, true), 64 * mebibyte);
     EXPECT_EQ(stored_bytes_of(tebibyte, 100 * mebibyte, true), 800 * mebibyte);
     EXPECT_EQ(stored_bytes_of(tebibyte, tebibyte / 8 + 1, true), tebibyte);
     EXPECT_EQ(stored_bytes_of(10 * mebibyte, 512, true), 10 * mebibyte);
 }
 
-TEST(StoredBytes, are_all_bytes_where_nothing_is_told_to_be_allocated) {
+TEST(stored_bytes, are_all_bytes_where_nothing_is_told_to_be_allocated) {
     EXPECT_EQ(stored_bytes_of(tebibyte, 0, true), tebibyte);
     EXPECT_EQ(stored_bytes_of(0, 0, false), 0u);
 }
@@ -77,7 +77,7 @@ TEST_F(stored_size, has_its_data_in_stretches) {
     ::close(descriptor);
 }
 
-TEST(NextData, is_all_that_follows_where_nobody_can_tell) {
+TEST(next_data, is_all_that_follows_where_nobody_can_tell) {
     const auto found = next_data(-1, 700);
     ASSERT_TRUE(found);
     EXPECT_EQ(found->begin, 700u);

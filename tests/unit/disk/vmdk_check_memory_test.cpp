@@ -37,7 +37,7 @@ void operator delete(void* place, std::size_t) noexcept {
 namespace quarry::test {
 namespace {
 
-TEST(VmdkCheckMemory, a_file_for_which_there_is_no_memory_ends_the_check_with_its_own_words) {
+TEST(vmdk_check_memory, a_file_for_which_there_is_no_memory_ends_the_check_with_its_own_words) {
     const temp_dir dir;
     vmdk_builder().write(dir / "base.vmdk");
     const std::vector<std::wstring> list = {(dir / "base.vmdk").wstring()};

@@ -29,7 +29,7 @@ vmdk_builder file_of(const std::string& cid, const std::string& parent_cid, cons
     return file;
 }
 
-class VmdkCheck : public ::testing::Test {
+class vmdk_check_test : public ::testing::Test {
   protected:
     std::wstring write(const std::string& name, const vmdk_builder& file) {
         file.write(m_dir / name);
@@ -55,14 +55,14 @@ class VmdkCheck : public ::testing::Test {
     std::string m_words;
 };
 
-TEST_F(VmdkCheck, a_base_alone_is_a_chain) {
+TEST_F(vmdk_check_test, a_base_alone_is_a_chain) {
     const paths list = {write("base", file_of("1", "ffffffff"))};
     EXPECT_TRUE(check(list));
     EXPECT_EQ(m_words, "");
     EXPECT_EQ(m_suggested, list);
 }
 
-TEST_F(VmdkCheck, a_whole_chain_passes_in_every_order) {
+TEST_F(vmdk_check_test, a_whole_chain_passes_in_every_order) {
     paths list = {write("0", file_of("5", "ffffffff")), write("1", file_of("3", "5")),
                   write("2", file_of("9", "3")), write("3", file_of("1", "9"))};
     std::sort(list.begin(), list.end());
@@ -73,13 +73,13 @@ TEST_F(VmdkCheck, a_whole_chain_passes_in_every_order) {
     } while (std::next_permutation(list.begin(), list.end()));
 }
 
-TEST_F(VmdkCheck, an_empty_list_fails_without_words) {
+TEST_F(vmdk_check_test, an_empty_list_fails_without_words) {
     EXPECT_FALSE(check({}));
     EXPECT_EQ(m_words, "");
     EXPECT_TRUE(m_suggested.empty());
 }
 
-TEST_F(VmdkCheck, a_file_that_cannot_be_opened_is_told_in_utf8) {
+TEST_F(vmdk_check_test, a_file_that_cannot_be_opened_is_told_in_utf8) {
     const std::wstring path = m_dir.path().wstring() + L"/\x00C4.vmdk";
     const paths list = {write("base", file_of("1", "ffffffff")), path};
     EXPECT_FALSE(check(list));
@@ -90,7 +90,7 @@ TEST_F(VmdkCheck, a_file_that_cannot_be_opened_is_told_in_utf8) {
     EXPECT_EQ(m_words, text_at("text") + " can't be opened\n");
 }
 
-TEST_F(VmdkCheck, a_parent_beside_the_snapshot_is_found_by_its_bare_name_and_suggested) {
+TEST_F(vmdk_check_test, a_parent_beside_the_snapshot_is_found_by_its_bare_name_and_suggested) {
     write("base.vmdk", file_of("1", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
@@ -99,7 +99,7 @@ TEST_F(VmdkCheck, a_parent_beside_the_snapshot_is_found_by_its_bare_name_and_sug
     EXPECT_TRUE(check(m_suggested));
 }
 
-TEST_F(VmdkCheck, of_files_in_several_directories_the_first_ones_directory_is_looked_in) {
+TEST_F(vmdk_check_test, of_files_in_several_directories_the_first_ones_directory_is_looked_in) {
     std::filesystem::create_directory(m_dir / "one");
     std::filesystem::create_directory(m_dir / "two");
     write("one/base.vmdk", file_of("1", "ffffffff"));
@@ -110,7 +110,7 @@ TEST_F(VmdkCheck, of_files_in_several_directories_the_first_ones_directory_is_lo
     EXPECT_TRUE(check(m_suggested));
 }
 
-TEST_F(VmdkCheck, no_file_is_opened_for_writing) {
+TEST_F(vmdk_check_test, no_file_is_opened_for_writing) {
     write("base.vmdk", file_of("1", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"base.vmdk\""));
     const file_opens base_opens(m_dir / "base.vmdk");
@@ -124,7 +124,7 @@ TEST_F(VmdkCheck, no_file_is_opened_for_writing) {
     }
 }
 
-TEST_F(VmdkCheck, a_hint_with_a_path_of_another_machine_is_looked_for_beside_the_first_listed_file) {
+TEST_F(vmdk_check_test, a_hint_with_a_path_of_another_machine_is_looked_for_beside_the_first_listed_file) {
     write("base.vmdk", file_of("1", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/elsewhere/vm/base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
@@ -132,7 +132,7 @@ TEST_F(VmdkCheck, a_hint_with_a_path_of_another_machine_is_looked_for_beside_the
     EXPECT_EQ(m_suggested, (paths{snapshot, at("base.vmdk")}));
 }
 
-TEST_F(VmdkCheck, a_hint_with_a_windows_path_is_taken_apart_if_the_encoding_says_windows) {
+TEST_F(vmdk_check_test, a_hint_with_a_windows_path_is_taken_apart_if_the_encoding_says_windows) {
     write("base.vmdk", file_of("1", "ffffffff"));
     vmdk_builder snapshot = file_of("2", "1", "\"C:\\vm\\base.vmdk\"");
     snapshot.encoding = "\"windows-1252\"";
@@ -142,7 +142,7 @@ TEST_F(VmdkCheck, a_hint_with_a_windows_path_is_taken_apart_if_the_encoding_says
     EXPECT_EQ(m_suggested, (paths{path, at("base.vmdk")}));
 }
 
-TEST_F(VmdkCheck, a_hint_with_a_windows_path_is_a_bare_name_under_any_other_encoding) {
+TEST_F(vmdk_check_test, a_hint_with_a_windows_path_is_a_bare_name_under_any_other_encoding) {
     write("base.vmdk", file_of("1", "ffffffff"));
     for (const char* encoding : {"", "\"UTF-8\"", "\"Windows-1252\""}) {
         vmdk_builder snapshot = file_of("2", "1", "\"C:\\vm\\base.vmdk\"");
@@ -154,7 +154,7 @@ TEST_F(VmdkCheck, a_hint_with_a_windows_path_is_a_bare_name_under_any_other_enco
     }
 }
 
-TEST_F(VmdkCheck, a_bare_name_under_a_windows_encoding_is_looked_for_beside_the_listed_files) {
+TEST_F(vmdk_check_test, a_bare_name_under_a_windows_encoding_is_looked_for_beside_the_listed_files) {
     write("base.vmdk", file_of("1", "ffffffff"));
     vmdk_builder snapshot = file_of("2", "1", "\"base.vmdk\"");
     snapshot.encoding = "\"windows-1252\"";
@@ -162,7 +162,7 @@ TEST_F(VmdkCheck, a_bare_name_under_a_windows_encoding_is_looked_for_beside_the_
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"base.vmdk\""));
 }
 
-TEST_F(VmdkCheck, a_hint_with_a_path_that_is_there_is_taken_as_it_stands) {
+TEST_F(vmdk_check_test, a_hint_with_a_path_that_is_there_is_taken_as_it_is) {
     std::filesystem::create_directory(m_dir / "other");
     write("other/base.vmdk", file_of("1", "ffffffff"));
     const std::wstring snapshot =
@@ -172,7 +172,7 @@ TEST_F(VmdkCheck, a_hint_with_a_path_that_is_there_is_taken_as_it_stands) {
     EXPECT_EQ(m_suggested, (paths{snapshot, at("other/base.vmdk")}));
 }
 
-TEST_F(VmdkCheck, a_hint_that_leads_upwards_is_followed_or_looked_for_beside_the_listed_files) {
+TEST_F(vmdk_check_test, a_hint_that_leads_upwards_is_followed_or_looked_for_beside_the_listed_files) {
     std::filesystem::create_directory(m_dir / "snaps");
     write("base.vmdk", file_of("1", "ffffffff"));
     const std::string upwards = text_at("snaps/../base.vmdk");
@@ -183,7 +183,7 @@ TEST_F(VmdkCheck, a_hint_that_leads_upwards_is_followed_or_looked_for_beside_the
     EXPECT_EQ(m_suggested[1], at("base.vmdk"));
 }
 
-TEST_F(VmdkCheck, all_missing_parents_are_worked_out_and_the_words_are_those_of_the_last) {
+TEST_F(vmdk_check_test, all_missing_parents_are_worked_out_and_the_words_are_those_of_the_last) {
     write("first.vmdk", file_of("5", "ffffffff"));
     write("second.vmdk", file_of("3", "5", "\"first.vmdk\""));
     write("third.vmdk", file_of("9", "3", "\"second.vmdk\""));
@@ -194,14 +194,14 @@ TEST_F(VmdkCheck, all_missing_parents_are_worked_out_and_the_words_are_those_of_
     EXPECT_TRUE(check(m_suggested));
 }
 
-TEST_F(VmdkCheck, a_parent_that_is_nowhere_is_told) {
+TEST_F(vmdk_check_test, a_parent_that_is_nowhere_is_told) {
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
     EXPECT_EQ(m_words, no_parent_words);
     EXPECT_EQ(m_suggested, paths{snapshot});
 }
 
-TEST_F(VmdkCheck, a_parent_of_another_machine_that_did_not_come_along_cannot_be_opened) {
+TEST_F(vmdk_check_test, a_parent_of_another_machine_that_did_not_come_along_cannot_be_opened) {
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/elsewhere/base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"" + text_at("base.vmdk") + "\"") + text_at("base.vmdk") +
@@ -209,13 +209,13 @@ TEST_F(VmdkCheck, a_parent_of_another_machine_that_did_not_come_along_cannot_be_
     EXPECT_EQ(m_suggested, (paths{snapshot, at("base.vmdk")}));
 }
 
-TEST_F(VmdkCheck, words_of_a_pass_give_way_to_those_of_the_next) {
+TEST_F(vmdk_check_test, words_of_a_pass_give_way_to_those_of_the_next) {
     write("second.vmdk", file_of("3", "5", "\"gone.vmdk\""));
     EXPECT_FALSE(check({write("third.vmdk", file_of("9", "3", "\"second.vmdk\""))}));
     EXPECT_EQ(m_words, no_parent_words);
 }
 
-TEST_F(VmdkCheck, without_a_directory_in_the_list_a_missing_parent_has_no_place_to_be_looked_for) {
+TEST_F(vmdk_check_test, without_a_directory_in_the_list_a_missing_parent_has_no_place_to_be_looked_for) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(m_dir.path());
     write("snap.vmdk", file_of("2", "1", "\"/elsewhere/base.vmdk\""));
@@ -229,7 +229,7 @@ TEST_F(VmdkCheck, without_a_directory_in_the_list_a_missing_parent_has_no_place_
     std::filesystem::current_path(before);
 }
 
-TEST_F(VmdkCheck,
+TEST_F(vmdk_check_test,
        a_parent_that_is_listed_by_name_but_not_by_its_content_id_passes_and_is_refused_when_opened) {
     for (const char* cid_of_base : {"1", "8"}) {  // in front of the child and behind it
         const paths list = {write("base.vmdk", file_of(cid_of_base, "ffffffff")),
@@ -246,11 +246,11 @@ TEST_F(VmdkCheck,
     }
 }
 
-TEST_F(VmdkCheck, a_child_without_a_hint_passes_behind_a_base) {
+TEST_F(vmdk_check_test, a_child_without_a_hint_passes_after_a_base) {
     EXPECT_TRUE(check({write("base.vmdk", file_of("1", "ffffffff")), write("snap.vmdk", file_of("5", "4"))}));
 }
 
-TEST_F(VmdkCheck, a_base_that_does_not_bear_the_hinted_name_does_not_hide_a_missing_parent) {
+TEST_F(vmdk_check_test, a_base_that_does_not_bear_the_hinted_name_does_not_hide_a_missing_parent) {
     write("middle.vmdk", file_of("4", "1", "\"base.vmdk\""));
     const std::wstring base = write("base.vmdk", file_of("1", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("5", "4", "\"middle.vmdk\""));
@@ -259,7 +259,7 @@ TEST_F(VmdkCheck, a_base_that_does_not_bear_the_hinted_name_does_not_hide_a_miss
     EXPECT_EQ(m_suggested, (paths{base, snapshot, at("middle.vmdk")}));
 }
 
-TEST_F(VmdkCheck, a_listed_snapshot_whose_content_id_changed_passes_and_is_refused_when_opened) {
+TEST_F(vmdk_check_test, a_listed_snapshot_whose_content_id_changed_passes_and_is_refused_when_opened) {
     const paths list = {write("base.vmdk", file_of("1", "ffffffff")),
                         write("middle.vmdk", file_of("4", "1", "\"base.vmdk\"")),
                         write("snap.vmdk", file_of("5", "3", "\"middle.vmdk\""))};
@@ -269,7 +269,7 @@ TEST_F(VmdkCheck, a_listed_snapshot_whose_content_id_changed_passes_and_is_refus
     EXPECT_FALSE(RAW_DISK_IO(list, false, false).is_ok());
 }
 
-TEST_F(VmdkCheck, of_two_files_one_may_bear_the_hinted_name_though_no_base_stands_in_front) {
+TEST_F(vmdk_check_test, of_two_files_one_may_bear_the_hinted_name_though_no_base_is_in_front) {
     const std::wstring base = write("base", file_of("5", "ffffffff"));
     EXPECT_TRUE(check({write("snap", file_of("1", "0", "\"bas\"")), base}));
     EXPECT_EQ(m_words, "");
@@ -277,7 +277,7 @@ TEST_F(VmdkCheck, of_two_files_one_may_bear_the_hinted_name_though_no_base_stand
 
 // In the first pass the base comes in front of the child, in the second the child's parent is in front of
 // both.
-TEST_F(VmdkCheck, a_base_stands_in_front_only_in_a_pass_that_comes_by_it) {
+TEST_F(vmdk_check_test, a_base_is_in_front_only_in_a_pass_that_comes_by_it) {
     write("parent", file_of("3", "2", "\"newe\""));
     const std::wstring base = write("base", file_of("5", "ffffffff"));
     const std::wstring child = write("newest", file_of("9", "3", "\"parent\""));
@@ -287,7 +287,7 @@ TEST_F(VmdkCheck, a_base_stands_in_front_only_in_a_pass_that_comes_by_it) {
     EXPECT_EQ(m_suggested, (paths{base, child, at("parent")}));
 }
 
-TEST_F(VmdkCheck, files_without_a_base_fail_without_words_if_one_bears_the_hinted_name) {
+TEST_F(vmdk_check_test, files_without_a_base_fail_without_words_if_one_bears_the_hinted_name) {
     const paths list = {write("middle.vmdk", file_of("4", "1", "\"base.vmdk\"")),
                         write("snap.vmdk", file_of("3", "2", "\"middle.vmdk\""))};
     EXPECT_FALSE(check(list));
@@ -295,14 +295,14 @@ TEST_F(VmdkCheck, files_without_a_base_fail_without_words_if_one_bears_the_hinte
     EXPECT_EQ(m_suggested, list);
 }
 
-TEST_F(VmdkCheck, a_file_that_names_itself_as_its_parent_is_told) {
+TEST_F(vmdk_check_test, a_file_that_names_itself_as_its_parent_is_told) {
     EXPECT_FALSE(check({write("a", file_of("1", "1"))}));
     EXPECT_EQ(m_words, "Child VMDK CID errors, aborting\n");
     EXPECT_FALSE(check({write("base", file_of("0", "ffffffff")), at("a")}));
     EXPECT_EQ(m_words, "Child VMDK CID errors, aborting\n");
 }
 
-TEST_F(VmdkCheck, a_file_without_a_descriptor_has_an_empty_content_id_and_so_names_itself) {
+TEST_F(vmdk_check_test, a_file_without_a_descriptor_has_an_empty_content_id_and_so_names_itself) {
     vmdk_builder file;
     file.force(vmdk_builder::at_descriptor_size, 8, 0);
     const paths list = {write("a", file)};
@@ -311,7 +311,7 @@ TEST_F(VmdkCheck, a_file_without_a_descriptor_has_an_empty_content_id_and_so_nam
     EXPECT_EQ(m_suggested, list);
 }
 
-TEST_F(VmdkCheck, the_words_for_a_file_that_names_itself_replace_those_of_the_pass_before) {
+TEST_F(vmdk_check_test, the_words_for_a_file_that_names_itself_replace_those_of_the_pass_before) {
     write("self", file_of("2", "2"));
     EXPECT_FALSE(check({write("a", file_of("1", "7", "\"self\""))}));
     EXPECT_EQ(m_words, depends("a", "\"self\"")) << "the file that leads to it comes first";
@@ -320,7 +320,7 @@ TEST_F(VmdkCheck, the_words_for_a_file_that_names_itself_replace_those_of_the_pa
     EXPECT_EQ(m_words, "Child VMDK CID errors, aborting\n");
 }
 
-TEST_F(VmdkCheck, a_base_with_carriage_returns_in_its_line_ends_is_no_base) {
+TEST_F(vmdk_check_test, a_base_with_carriage_returns_in_its_line_ends_is_no_base) {
     vmdk_builder base;
     base.line_end = "\r\n";
     const std::wstring path = write("base.vmdk", base);
@@ -330,7 +330,7 @@ TEST_F(VmdkCheck, a_base_with_carriage_returns_in_its_line_ends_is_no_base) {
     EXPECT_EQ(m_suggested, (paths{path, m_dir.path().wstring() + L"/"}));
 }
 
-TEST_F(VmdkCheck, a_hint_with_a_carriage_return_names_no_file) {
+TEST_F(vmdk_check_test, a_hint_with_a_carriage_return_names_no_file) {
     write("base.vmdk", file_of("1", "ffffffff"));
     vmdk_builder snapshot = file_of("2", "1", "\"base.vmdk\"");
     snapshot.line_end = "\r\n";
@@ -338,7 +338,7 @@ TEST_F(VmdkCheck, a_hint_with_a_carriage_return_names_no_file) {
     EXPECT_EQ(m_words, no_parent_words);
 }
 
-TEST_F(VmdkCheck, names_that_hold_control_characters_are_shown_by_their_numbers) {
+TEST_F(vmdk_check_test, names_that_hold_control_characters_are_shown_by_their_numbers) {
     write("base\x1b[2J", file_of("1", "ffffffff"));
     EXPECT_FALSE(check({write("child\x7f", file_of("2", "1", "base\x1b[2J"))}));
     EXPECT_EQ(m_words, depends("child\\u007F", "base\\u001B[2J"));
@@ -346,13 +346,13 @@ TEST_F(VmdkCheck, names_that_hold_control_characters_are_shown_by_their_numbers)
     EXPECT_EQ(m_words, text_at("none\\u000A") + " can't be opened\n");
 }
 
-TEST_F(VmdkCheck, a_hint_to_a_fifo_neither_blocks_nor_counts) {
+TEST_F(vmdk_check_test, a_hint_to_a_fifo_neither_blocks_nor_counts) {
     ASSERT_EQ(::mkfifo((m_dir / "pipe").c_str(), 0600), 0);
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"pipe\""))}));
     EXPECT_EQ(m_words, no_parent_words);
 }
 
-TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_is_suggested_and_then_cannot_be_opened) {
+TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_is_suggested_and_then_cannot_be_opened) {
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/dev/null\""));
     EXPECT_FALSE(check({snapshot}));
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"/dev/null\"") + "/dev/null can't be opened\n");
@@ -363,7 +363,7 @@ TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_is_suggested_and_then_cannot
 }
 
 // Opening a device can act on it: /dev/loop-control makes a device, /dev/watchdog starts a clock.
-TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_opens_nothing) {
+TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_opens_nothing) {
     const file_opens device("/dev/null");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/dev/null\""))}));
     EXPECT_FALSE(device.take().reading);
@@ -376,7 +376,7 @@ TEST_F(VmdkCheck, a_hint_to_a_device_or_a_directory_opens_nothing) {
     EXPECT_TRUE(device.take().reading);
 }
 
-TEST_F(VmdkCheck, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_opens_nothing) {
+TEST_F(vmdk_check_test, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_opens_nothing) {
     std::filesystem::create_symlink("/dev/null", m_dir / "null");
     const file_opens device("/dev/null");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/elsewhere/null\""))}));
@@ -385,7 +385,7 @@ TEST_F(VmdkCheck, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_
     EXPECT_FALSE(device.take().reading);
 }
 
-TEST_F(VmdkCheck, a_hint_to_an_empty_file_opens_nothing) {
+TEST_F(vmdk_check_test, a_hint_to_an_empty_file_opens_nothing) {
     write_file(m_dir / "empty", {});
     const file_opens empty(m_dir / "empty");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"empty\""))}));
@@ -394,7 +394,7 @@ TEST_F(VmdkCheck, a_hint_to_an_empty_file_opens_nothing) {
 }
 
 // Opening all files again for each one that is added took 20 s.
-TEST_F(VmdkCheck, of_800_files_that_hint_at_the_next_one_opens_each_once) {
+TEST_F(vmdk_check_test, of_800_files_that_hint_at_the_next_one_opens_each_once) {
     for (int i = 0; i < 800; ++i) {
         const std::string next = "\"/elsewhere/" + std::to_string((i + 1) % 800) + "\"";
         write(std::to_string(i), file_of(std::to_string(10000 + i), std::to_string(10001 + i), next));
@@ -406,7 +406,7 @@ TEST_F(VmdkCheck, of_800_files_that_hint_at_the_next_one_opens_each_once) {
     EXPECT_EQ(m_suggested[799], at("799"));
 }
 
-TEST(AsShellWord, puts_a_backslash_before_what_a_shell_would_act_on) {
+TEST(as_shell_word, puts_a_backslash_before_what_a_shell_would_act_on) {
     std::string word;
     EXPECT_TRUE(as_shell_word(word, {L"a b", L"$(touch x)", L"`id`", L"say \"\\\""}));
     EXPECT_EQ(word, R"("a b | \$(touch x) | \`id\` | say \"\\\"")");
@@ -414,7 +414,7 @@ TEST(AsShellWord, puts_a_backslash_before_what_a_shell_would_act_on) {
     EXPECT_EQ(word, "\" | \xC3\x84\"");
 }
 
-TEST(AsShellWord, of_a_path_with_a_control_character_is_none) {
+TEST(as_shell_word, of_a_path_with_a_control_character_is_none) {
     for (const wchar_t control : {L'\n', L'\x1B', L'\x1', L'\x7F', L'\x80', L'\x9F', L'\x61C', L'\x200E',
                                   L'\x200F', L'\x202A', L'\x202E', L'\x2066', L'\x2069'}) {
         std::string word = "as it was";
@@ -425,13 +425,13 @@ TEST(AsShellWord, of_a_path_with_a_control_character_is_none) {
     EXPECT_TRUE(as_shell_word(word, {std::wstring(L"\x20\x7E\xA0\x2029\x202F\x2065\x206A")}));
 }
 
-TEST(AsShellWord, of_a_path_that_a_shell_takes_for_its_history_is_none) {
+TEST(as_shell_word, of_a_path_that_a_shell_takes_for_its_history_is_none) {
     std::string word = "as it was";
     EXPECT_FALSE(as_shell_word(word, {L"good", L"p!!.vmdk"}));
     EXPECT_EQ(word, "as it was");
 }
 
-TEST_F(VmdkCheck, a_worked_out_parent_that_is_not_the_one_is_looked_at_once) {
+TEST_F(vmdk_check_test, a_worked_out_parent_that_is_not_the_one_is_looked_at_once) {
     write("base.vmdk", file_of("other", "ffffffff"));
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/elsewhere/base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
@@ -441,7 +441,7 @@ TEST_F(VmdkCheck, a_worked_out_parent_that_is_not_the_one_is_looked_at_once) {
     EXPECT_EQ(m_words, "");
 }
 
-TEST_F(VmdkCheck, hints_that_lead_to_each_other_come_to_an_end) {
+TEST_F(vmdk_check_test, hints_that_lead_to_each_other_come_to_an_end) {
     write("a", file_of("1", "7", "\"/elsewhere/b\""));
     write("b", file_of("2", "8", "\"/elsewhere/a\""));
     EXPECT_FALSE(check({at("a")}));
@@ -451,7 +451,7 @@ TEST_F(VmdkCheck, hints_that_lead_to_each_other_come_to_an_end) {
     EXPECT_EQ(m_suggested, (paths{at("b"), at("a")}));
 }
 
-TEST_F(VmdkCheck, one_file_listed_twice_is_one_file) {
+TEST_F(vmdk_check_test, one_file_listed_twice_is_one_file) {
     const std::wstring base = write("base", file_of("1", "ffffffff"));
     EXPECT_TRUE(check({base, base}));
 }

@@ -63,7 +63,7 @@ TEST(vmdk_descriptor, the_text_ends_at_its_first_zero_byte_or_with_its_bytes) {
     EXPECT_TRUE(parsed(std::string("\0CID=1\n", 7)).m_descriptor_lines.empty());
 }
 
-TEST(vmdk_descriptor, a_text_cut_at_any_length_gives_what_stands_before_the_cut) {
+TEST(vmdk_descriptor, a_text_cut_at_any_length_gives_what_is_before_the_cut) {
     const std::string text = "a\nCID=12\n";
     const std::string expected[] = {"", "", "", "", "", "", "", "1", "12", "12"};
     for (std::size_t length = 0; length <= text.size(); ++length) {
@@ -77,7 +77,7 @@ TEST(vmdk_descriptor, a_line_that_is_no_utf8_is_kept_as_far_as_it_is_and_its_val
     EXPECT_EQ(descriptor.m_descriptor_lines, (std::vector<std::wstring>{L"CID=\x00C4"}));
 }
 
-TEST(vmdk_descriptor, lines_behind_a_very_long_one_are_found) {
+TEST(vmdk_descriptor, lines_after_a_very_long_one_are_found) {
     const vmdk_descriptor descriptor = parsed(std::string(0x3FFF0, 'x') + "\nCID=1\n");
     EXPECT_EQ(descriptor.m_cid, "1");
     EXPECT_EQ(descriptor.m_descriptor_lines[0].size(), 0x3FFF0u);

@@ -31,7 +31,7 @@ vmdk_builder link_of_chain(std::size_t number) {
     return file;
 }
 
-class VmdkDisk : public ::testing::Test {
+class vmdk_disk_test : public ::testing::Test {
   protected:
     // Writes files under their numbers.
     void write(const std::vector<vmdk_builder>& files) {
@@ -75,7 +75,7 @@ class VmdkDisk : public ::testing::Test {
     bytes m_buffer = bytes(4096);
 };
 
-TEST_F(VmdkDisk, a_single_base_file_is_a_chain_of_one) {
+TEST_F(vmdk_disk_test, a_single_base_file_is_a_chain_of_one) {
     vmdk_builder base;
     base.put(2, pattern(4096, 1));
     ASSERT_TRUE(write_and_open({base}));
@@ -85,7 +85,7 @@ TEST_F(VmdkDisk, a_single_base_file_is_a_chain_of_one) {
     EXPECT_EQ(read(2 * 4096, 4096), pattern(4096, 1));
 }
 
-TEST_F(VmdkDisk, every_order_of_the_list_makes_the_same_chain) {
+TEST_F(vmdk_disk_test, every_order_of_the_list_makes_the_same_chain) {
     for (std::size_t length = 1; length <= 5; ++length) {
         std::vector<vmdk_builder> files;
         std::vector<std::string> expected;
@@ -107,7 +107,7 @@ TEST_F(VmdkDisk, every_order_of_the_list_makes_the_same_chain) {
     }
 }
 
-TEST_F(VmdkDisk, a_chain_of_twelve_is_the_same_disk_in_many_orders) {
+TEST_F(vmdk_disk_test, a_chain_of_twelve_is_the_same_disk_in_many_orders) {
     std::vector<vmdk_builder> files;
     bytes expected(64 * 4096);
     for (std::size_t number = 0; number < 12; ++number) {
@@ -131,20 +131,20 @@ TEST_F(VmdkDisk, a_chain_of_twelve_is_the_same_disk_in_many_orders) {
     }
 }
 
-TEST_F(VmdkDisk, a_grain_of_the_child_is_taken_before_one_of_the_base) {
+TEST_F(vmdk_disk_test, a_grain_of_the_child_is_taken_before_one_of_the_base) {
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(3, pattern(4096, 1)).put(4, pattern(4096, 2)),
                                 link_of_chain(1).put(3, pattern(4096, 3))}));
     EXPECT_EQ(read(3 * 4096, 4096), pattern(4096, 3));
     EXPECT_EQ(read(4 * 4096, 4096), pattern(4096, 2));
 }
 
-TEST_F(VmdkDisk, a_grain_in_no_file_is_zeros_and_the_read_succeeds) {
+TEST_F(vmdk_disk_test, a_grain_in_no_file_is_zeros_and_the_read_succeeds) {
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(3, pattern(4096, 1)), link_of_chain(1)}));
     EXPECT_EQ(read(5 * 4096 + 7, 10000), bytes(10000));
     EXPECT_EQ(read(far_away - 9, 10), bytes(10));
 }
 
-TEST_F(VmdkDisk, a_read_over_grains_takes_each_from_its_own_holder) {
+TEST_F(vmdk_disk_test, a_read_over_grains_takes_each_from_its_own_holder) {
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(0, pattern(4096, 1)).put(2, pattern(4096, 2)),
                                 link_of_chain(1).put(1, pattern(4096, 3)),
                                 link_of_chain(2).put(4, pattern(4096, 4))}));
@@ -154,7 +154,7 @@ TEST_F(VmdkDisk, a_read_over_grains_takes_each_from_its_own_holder) {
     EXPECT_EQ(read(4095, 4098), bytes(expected.begin() + 4095, expected.begin() + 4095 + 4098));
 }
 
-TEST_F(VmdkDisk, what_lies_behind_the_end_of_a_file_is_zeros) {
+TEST_F(vmdk_disk_test, what_lies_past_the_end_of_a_file_is_zeros) {
     vmdk_builder base = link_of_chain(0);
     base.put(0, pattern(4096, 1)).put(1, pattern(4096, 2)).put(2, pattern(4096, 3));
     base.table_entry(3, 0xFFFFFFFF);
@@ -167,14 +167,14 @@ TEST_F(VmdkDisk, what_lies_behind_the_end_of_a_file_is_zeros) {
     EXPECT_EQ(read(4096 + 99, 2), (bytes{expected[4096 + 99], 0}));
 }
 
-TEST_F(VmdkDisk, a_file_that_can_no_longer_be_read_gives_zeros_and_not_its_parents_grains) {
+TEST_F(vmdk_disk_test, a_file_that_can_no_longer_be_read_gives_zeros_and_not_its_parents_grains) {
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(0, pattern(4096, 1)).put(1, pattern(4096, 2)),
                                 link_of_chain(1).put(0, pattern(4096, 3))}));
     std::filesystem::resize_file(m_dir / "1", 0);
     EXPECT_EQ(read(0, 8192), concat({bytes(4096), pattern(4096, 2)}));
 }
 
-TEST_F(VmdkDisk, reads_are_refused_before_the_chain_is_ready_and_without_a_buffer_or_a_length) {
+TEST_F(vmdk_disk_test, reads_are_refused_before_the_chain_is_ready_and_without_a_buffer_or_a_length) {
     write({link_of_chain(0)});
     vmdk_disk disk(false);
     ASSERT_TRUE(disk.add_files(m_paths));
@@ -194,7 +194,7 @@ TEST_F(VmdkDisk, reads_are_refused_before_the_chain_is_ready_and_without_a_buffe
     EXPECT_FALSE(disk.read_whole(nullptr, 0, 16));
 }
 
-TEST_F(VmdkDisk, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_longer_ready) {
+TEST_F(vmdk_disk_test, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_longer_ready) {
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(0, pattern(4096, 1))}));
     EXPECT_EQ(read(0, 4096), pattern(4096, 1));
     link_of_chain(2).write(m_dir / "orphan");
@@ -207,7 +207,7 @@ TEST_F(VmdkDisk, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_
 }
 
 // Three times 2^62 is more than half of what 64 bits can tell, 2^63 - 1.
-TEST_F(VmdkDisk, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can_tell) {
+TEST_F(vmdk_disk_test, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can_tell) {
     ASSERT_TRUE(write_and_open({link_of_chain(0), link_of_chain(1), link_of_chain(2)}));
     for (const auto& [cid, file] : m_disk->m_files) {
         file->m_stored_bytes = 0x4000000000000000;
@@ -215,7 +215,7 @@ TEST_F(VmdkDisk, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can
     EXPECT_EQ(m_disk->stored_bytes(), 0x7FFFFFFFFFFFFFFFu);
 }
 
-TEST_F(VmdkDisk, a_file_that_cannot_be_opened_ends_the_adding) {
+TEST_F(vmdk_disk_test, a_file_that_cannot_be_opened_ends_the_adding) {
     write({link_of_chain(0), link_of_chain(1)});
     vmdk_disk disk(false);
     EXPECT_FALSE(disk.add_files({m_paths[0], (m_dir / "absent").wstring(), m_paths[1]}));
@@ -223,14 +223,14 @@ TEST_F(VmdkDisk, a_file_that_cannot_be_opened_ends_the_adding) {
     EXPECT_TRUE(disk.add_file(m_paths[1]));
 }
 
-TEST_F(VmdkDisk, the_first_of_two_files_with_one_content_id_is_kept) {
+TEST_F(vmdk_disk_test, the_first_of_two_files_with_one_content_id_is_kept) {
     ASSERT_TRUE(
         write_and_open({vmdk_builder().put(0, pattern(4096, 1)), vmdk_builder().put(0, pattern(4096, 2))}));
     EXPECT_EQ(m_disk->m_files.size(), 1u);
     EXPECT_EQ(read(0, 4096), pattern(4096, 1));
 }
 
-TEST_F(VmdkDisk, a_missing_parent_or_a_missing_base_makes_no_chain) {
+TEST_F(vmdk_disk_test, a_missing_parent_or_a_missing_base_makes_no_chain) {
     EXPECT_FALSE(write_and_open({link_of_chain(0), link_of_chain(2)}));
     EXPECT_FALSE(m_disk->m_ready);
     EXPECT_FALSE(write_and_open({link_of_chain(1), link_of_chain(2)}));
@@ -242,7 +242,7 @@ TEST_F(VmdkDisk, a_missing_parent_or_a_missing_base_makes_no_chain) {
     EXPECT_FALSE(write_and_open({loop_a, loop_b}));
 }
 
-TEST_F(VmdkDisk, a_loop_beside_a_base_stays_out_of_the_chain) {
+TEST_F(vmdk_disk_test, a_loop_beside_a_base_stays_out_of_the_chain) {
     vmdk_builder loop_a;
     vmdk_builder loop_b;
     loop_a.cid = loop_b.parent_cid = "a";
@@ -254,7 +254,7 @@ TEST_F(VmdkDisk, a_loop_beside_a_base_stays_out_of_the_chain) {
     EXPECT_EQ(m_disk->m_newest, m_disk->m_base);
 }
 
-TEST_F(VmdkDisk, a_base_is_told_by_eight_letters_f_exactly) {
+TEST_F(vmdk_disk_test, a_base_is_told_by_eight_letters_f_exactly) {
     for (const char* parent : {"FFFFFFFF", "\"ffffffff\"", "ffffffff\r", "ffffffff ", "fffffff"}) {
         vmdk_builder base;
         base.parent_cid = parent;
@@ -265,7 +265,7 @@ TEST_F(VmdkDisk, a_base_is_told_by_eight_letters_f_exactly) {
     EXPECT_FALSE(write_and_open({with_line_ends}));
 }
 
-TEST_F(VmdkDisk, of_two_children_the_later_by_content_id_is_in_the_chain) {
+TEST_F(vmdk_disk_test, of_two_children_the_later_by_content_id_is_in_the_chain) {
     vmdk_builder base;
     vmdk_builder first;
     vmdk_builder second;
@@ -277,7 +277,7 @@ TEST_F(VmdkDisk, of_two_children_the_later_by_content_id_is_in_the_chain) {
     EXPECT_EQ(read(0, 4096), pattern(4096, 2));
 }
 
-TEST_F(VmdkDisk, of_two_bases_the_later_by_content_id_carries_the_chain) {
+TEST_F(vmdk_disk_test, of_two_bases_the_later_by_content_id_carries_the_chain) {
     vmdk_builder other;
     other.cid = "zz";
     vmdk_builder child;
@@ -289,7 +289,7 @@ TEST_F(VmdkDisk, of_two_bases_the_later_by_content_id_carries_the_chain) {
     EXPECT_EQ(m_disk->m_chain.size(), 3u);
 }
 
-TEST_F(VmdkDisk, the_disks_offset_is_the_first_partition_of_the_base_ntfs_or_not) {
+TEST_F(vmdk_disk_test, the_disks_offset_is_the_first_partition_of_the_base_ntfs_or_not) {
     const bytes table = disk_builder(1).table(0, {{0x0C, 63, 100}, {7, 2048, 100}}).image();
     const bytes newer = disk_builder(1).table(0, {{7, 4096, 100}}).image();
     ASSERT_TRUE(write_and_open({link_of_chain(0).put(0, table), link_of_chain(1).put(0, newer)}));
@@ -298,7 +298,7 @@ TEST_F(VmdkDisk, the_disks_offset_is_the_first_partition_of_the_base_ntfs_or_not
     EXPECT_EQ(m_disk->disk_offset(), 0u);
 }
 
-TEST_F(VmdkDisk, a_joined_read_is_whole_only_where_the_files_give_all_that_they_hold) {
+TEST_F(vmdk_disk_test, a_joined_read_is_whole_only_where_the_files_give_all_that_they_hold) {
     vmdk_builder base = link_of_chain(0);
     const bytes content = pattern(5 * 4096, 1);
     base.put_all(1, content);
@@ -312,7 +312,7 @@ TEST_F(VmdkDisk, a_joined_read_is_whole_only_where_the_files_give_all_that_they_
     EXPECT_TRUE(m_disk->read_whole(buffer.data(), 6 * 4096, 4096)) << "zeros of no file are whole";
 }
 
-TEST_F(VmdkDisk, a_grain_that_its_file_does_not_hold_is_a_loss_as_far_as_it_reaches) {
+TEST_F(vmdk_disk_test, a_grain_that_its_file_does_not_hold_is_a_loss_as_far_as_it_reaches) {
     vmdk_builder base = link_of_chain(0);
     base.put_all(1, pattern(2 * 4096, 1));
     base.cut(base.build().size() - 10);
@@ -328,7 +328,7 @@ TEST_F(VmdkDisk, a_grain_that_its_file_does_not_hold_is_a_loss_as_far_as_it_reac
     EXPECT_EQ(after.error, 0);
 }
 
-TEST_F(VmdkDisk, no_bytes_come_beyond_64_bits_and_before_the_chain_is_linked) {
+TEST_F(vmdk_disk_test, no_bytes_come_beyond_64_bits_and_before_the_chain_is_linked) {
     ASSERT_TRUE(write_and_open({link_of_chain(0)}));
     EXPECT_EQ(m_disk->read(m_buffer, far_away - 14).bytes, 0u);
     vmdk_disk unlinked(false);
@@ -336,7 +336,7 @@ TEST_F(VmdkDisk, no_bytes_come_beyond_64_bits_and_before_the_chain_is_linked) {
     EXPECT_EQ(unlinked.size(), 0u);
 }
 
-TEST_F(VmdkDisk, grains_that_lie_in_a_row_in_one_file_cost_one_read) {
+TEST_F(vmdk_disk_test, grains_that_lie_in_a_row_in_one_file_cost_one_read) {
     QUARRY_NEEDS(reading_calls() != 0, "the system does not count reads");
     ASSERT_TRUE(write_and_open(
         {link_of_chain(0).put_all(0, pattern(20 * 4096, 1)), link_of_chain(1).put_all(8, pattern(8192, 2))}));
@@ -349,7 +349,7 @@ TEST_F(VmdkDisk, grains_that_lie_in_a_row_in_one_file_cost_one_read) {
     EXPECT_EQ(reading_calls() - before, 2 * asking + 3);
 }
 
-TEST_F(VmdkDisk, a_read_goes_on_to_the_end_of_the_grain_it_found_over_a_newer_files_smaller_one) {
+TEST_F(vmdk_disk_test, a_read_goes_on_to_the_end_of_the_grain_it_found_over_a_newer_files_smaller_one) {
     vmdk_builder base = link_of_chain(0);
     base.grain_sectors = 16;
     base.put(0, pattern(8192, 1));
@@ -360,7 +360,7 @@ TEST_F(VmdkDisk, a_read_goes_on_to_the_end_of_the_grain_it_found_over_a_newer_fi
     EXPECT_FALSE(m_disk->read_whole(buffer.data(), 0, 8192)) << "small reads give other bytes";
 }
 
-TEST_F(VmdkDisk, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_for_each_read) {
+TEST_F(vmdk_disk_test, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_for_each_read) {
     vmdk_builder base = link_of_chain(0);
     base.put(0, pattern(4096, 1));
     base.force(vmdk_builder::at_grain_size, 8, 0x1000000);
@@ -372,7 +372,7 @@ TEST_F(VmdkDisk, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_for_ea
     EXPECT_FALSE(m_disk->read_whole(m_buffer.data(), 0x100000000, m_buffer.size()));
 }
 
-TEST_F(VmdkDisk, reads_join_in_grains_of_four_gibibytes_and_in_none_larger) {
+TEST_F(vmdk_disk_test, reads_join_in_grains_of_four_gibibytes_and_in_none_larger) {
     for (const auto& [grain_sectors, joins] : {std::pair(0x800000u, true), {0x800001u, false}}) {
         vmdk_builder base = link_of_chain(0);
         base.put(0, pattern(4096, 1)).force(vmdk_builder::at_grain_size, 8, grain_sectors);
@@ -383,7 +383,7 @@ TEST_F(VmdkDisk, reads_join_in_grains_of_four_gibibytes_and_in_none_larger) {
 }
 
 // Chains with grains scattered over their files, in rows and apart, and with damage to tables and lengths.
-class RandomChains : public VmdkDisk {
+class random_chains : public vmdk_disk_test {
   protected:
     std::uint64_t below(std::uint64_t limit) { return m_random() % limit; }
 
@@ -427,7 +427,7 @@ class RandomChains : public VmdkDisk {
     std::mt19937 m_random{45};  // NOLINT: the same chains in every run
 };
 
-TEST_F(RandomChains, whole_and_damaged_they_read_as_grain_by_grain) {
+TEST_F(random_chains, whole_and_damaged_they_read_as_grain_by_grain) {
     int opened = 0;
     for (int round = 0; round < 150; ++round) {
         const bool same_grain_size = round % 2 == 0;
@@ -460,7 +460,7 @@ TEST_F(RandomChains, whole_and_damaged_they_read_as_grain_by_grain) {
     EXPECT_GT(opened, 100);
 }
 
-TEST_F(RandomChains, joined_reads_give_what_reads_of_any_size_give) {
+TEST_F(random_chains, joined_reads_give_what_reads_of_any_size_give) {
     std::vector<vmdk_builder> files;
     std::vector<plain_vmdk_file> plain;
     for (std::size_t number = 0; number < 12; ++number) {

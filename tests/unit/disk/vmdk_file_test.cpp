@@ -25,7 +25,7 @@ vmdk_builder three_grains() {
     return file;
 }
 
-class VmdkFile : public ::testing::Test {
+class vmdk_file_test : public ::testing::Test {
   protected:
     // Writes the file and opens it.
     bool open(const vmdk_builder& builder) { return open(builder.build()); }
@@ -57,7 +57,7 @@ class VmdkFile : public ::testing::Test {
     std::unique_ptr<vmdk_file> m_file;
 };
 
-TEST_F(VmdkFile, opening_reads_the_header_the_descriptor_and_the_tables) {
+TEST_F(vmdk_file_test, opening_reads_the_header_the_descriptor_and_the_tables) {
     vmdk_builder file = three_grains();
     file.cid = "1234abcd";
     file.encoding = "\"windows-1252\"";
@@ -84,7 +84,7 @@ TEST_F(VmdkFile, opening_reads_the_header_the_descriptor_and_the_tables) {
     EXPECT_FALSE(m_file->m_writable);
 }
 
-TEST_F(VmdkFile, a_file_that_was_not_opened_answers_no) {
+TEST_F(vmdk_file_test, a_file_that_was_not_opened_answers_no) {
     vmdk_file file;
     std::uint64_t out = 77;
     std::uint64_t length = 1;
@@ -96,7 +96,7 @@ TEST_F(VmdkFile, a_file_that_was_not_opened_answers_no) {
     EXPECT_EQ(file.m_sector_size, 512u);
 }
 
-TEST_F(VmdkFile, what_is_not_there_or_is_no_regular_file_is_refused) {
+TEST_F(vmdk_file_test, what_is_not_there_or_is_no_regular_file_is_refused) {
     vmdk_file absent;
     EXPECT_FALSE(absent.open((m_dir / "absent").wstring(), false));
     vmdk_file directory;
@@ -110,14 +110,14 @@ TEST_F(VmdkFile, what_is_not_there_or_is_no_regular_file_is_refused) {
     EXPECT_FALSE(nothing.open(L"", false));
 }
 
-TEST_F(VmdkFile, a_text_descriptor_without_the_magic_number_is_refused) {
+TEST_F(vmdk_file_test, a_text_descriptor_without_the_magic_number_is_refused) {
     EXPECT_FALSE(open(to_bytes("# Disk DescriptorFile\nversion=1\nCID=12\nparentCID=ffffffff\n")));
     EXPECT_FALSE(open(bytes()));
     EXPECT_FALSE(open(three_grains().force(0, 1, 'k')));
     EXPECT_FALSE(open(three_grains().force(3, 1, 'v')));
 }
 
-TEST_F(VmdkFile, a_file_cut_at_any_length_opens_only_with_a_first_table_or_not_at_all) {
+TEST_F(vmdk_file_test, a_file_cut_at_any_length_opens_only_with_a_first_table_or_not_at_all) {
     const bytes whole = three_grains().build();
     // The directory is in sector 3 and its first table in sector 4.
     for (const std::size_t length : {0u, 1u, 3u, 4u, 79u, 511u, 512u, 513u, 1536u, 1539u}) {
@@ -130,7 +130,7 @@ TEST_F(VmdkFile, a_file_cut_at_any_length_opens_only_with_a_first_table_or_not_a
     }
 }
 
-TEST_F(VmdkFile, a_line_of_the_descriptor_may_have_its_key_in_capitals) {
+TEST_F(vmdk_file_test, a_line_of_the_descriptor_may_have_its_key_in_capitals) {
     vmdk_builder file = three_grains();
     file.descriptor = "CID=AbCdEf\nPARENTCID=FfFf\n";
     ASSERT_TRUE(open(file));
@@ -138,7 +138,7 @@ TEST_F(VmdkFile, a_line_of_the_descriptor_may_have_its_key_in_capitals) {
     EXPECT_EQ(m_file->m_parent_cid, "FfFf");
 }
 
-TEST_F(VmdkFile, with_carriage_returns_in_the_line_ends_the_values_end_in_one) {
+TEST_F(vmdk_file_test, with_carriage_returns_in_the_line_ends_the_values_end_in_one) {
     vmdk_builder file = three_grains();
     file.line_end = "\r\n";
     ASSERT_TRUE(open(file));
@@ -146,14 +146,14 @@ TEST_F(VmdkFile, with_carriage_returns_in_the_line_ends_the_values_end_in_one) {
     EXPECT_EQ(m_file->m_parent_cid, "ffffffff\r");
 }
 
-TEST_F(VmdkFile, a_descriptor_of_no_sectors_leaves_the_content_id_empty) {
+TEST_F(vmdk_file_test, a_descriptor_of_no_sectors_leaves_the_content_id_empty) {
     ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_descriptor_size, 8, 0)));
     EXPECT_EQ(m_file->m_cid, "");
     EXPECT_EQ(m_file->m_parent_cid, "");
     EXPECT_TRUE(m_file->m_descriptor_lines.empty());
 }
 
-TEST_F(VmdkFile, a_descriptor_that_fills_its_sectors_has_no_zero_byte_and_is_read_to_its_end) {
+TEST_F(vmdk_file_test, a_descriptor_that_fills_its_sectors_has_no_zero_byte_and_is_read_to_its_end) {
     vmdk_builder file = three_grains();
     file.descriptor = std::string(1017, 'x') + "\nCID=12";
     file.descriptor->resize(1024, '3');
@@ -161,14 +161,14 @@ TEST_F(VmdkFile, a_descriptor_that_fills_its_sectors_has_no_zero_byte_and_is_rea
     EXPECT_EQ(m_file->m_cid, "12");
 }
 
-TEST_F(VmdkFile, a_descriptor_that_claims_to_be_larger_than_the_file_is_read_as_far_as_it_is_there) {
+TEST_F(vmdk_file_test, a_descriptor_that_claims_to_be_larger_than_the_file_is_read_as_far_as_it_is_there) {
     for (const std::uint64_t sectors : {0xFFFFFFFFull, 0x800000ull, 0x100000002ull}) {
         ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_descriptor_size, 8, sectors)));
         EXPECT_EQ(m_file->m_cid, "c0000000");
     }
 }
 
-TEST_F(VmdkFile, a_descriptor_behind_the_end_of_the_file_is_empty_and_one_at_no_position_is_refused) {
+TEST_F(vmdk_file_test, a_descriptor_past_the_end_of_the_file_is_empty_and_one_at_no_position_is_refused) {
     ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_descriptor_offset, 8, 1000000)));
     EXPECT_EQ(m_file->m_cid, "");
     EXPECT_TRUE(open(three_grains().force(vmdk_builder::at_descriptor_offset, 8, 0x3FFFFFFFFFFFFF)));
@@ -178,7 +178,7 @@ TEST_F(VmdkFile, a_descriptor_behind_the_end_of_the_file_is_empty_and_one_at_no_
 
 // Version, flags (compressed grains and markers among them), the second directory, unclean shutdown, the four
 // characters that tell a broken transfer, the compression, the pad.
-TEST_F(VmdkFile, a_file_with_compressed_grains_is_opened_and_its_grains_come_as_they_lie) {
+TEST_F(vmdk_file_test, a_file_with_compressed_grains_is_opened_and_its_grains_come_as_they_lie) {
     vmdk_builder file = three_grains();
     file.force(4, 4, 0xFFFFFFFF).force(8, 4, 0x00030003).force(48, 8, far_away).force(72, 1, 1);
     file.force(73, 4, 0).force(77, 2, 1);
@@ -191,12 +191,12 @@ TEST_F(VmdkFile, a_file_with_compressed_grains_is_opened_and_its_grains_come_as_
     EXPECT_EQ(m_file->m_cid, "c0000000");
 }
 
-TEST_F(VmdkFile, grains_or_tables_without_a_size_are_refused) {
+TEST_F(vmdk_file_test, grains_or_tables_without_a_size_are_refused) {
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_grain_size, 8, 0)));
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_entries_per_table, 4, 0)));
 }
 
-TEST_F(VmdkFile, grains_and_tables_whose_size_leaves_64_bits_are_refused) {
+TEST_F(vmdk_file_test, grains_and_tables_whose_size_leaves_64_bits_are_refused) {
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_grain_size, 8, far_away)));
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_grain_size, 8, 0x80000000000000)));
     // 16 entries of 2^60 bytes are 2^64; of one sector less they are not.
@@ -205,7 +205,7 @@ TEST_F(VmdkFile, grains_and_tables_whose_size_leaves_64_bits_are_refused) {
     EXPECT_EQ(m_file->m_table_span, 0xFFFFFFFFFFFFE000u);
 }
 
-TEST_F(VmdkFile, any_number_of_table_entries_is_survived_without_memory_for_them) {
+TEST_F(vmdk_file_test, any_number_of_table_entries_is_survived_without_memory_for_them) {
     for (const std::uint32_t entries : {1u, 513u, 0x80000000u, 0xFFFFFFFFu}) {
         ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_entries_per_table, 4, entries))) << entries;
         EXPECT_EQ(position(0), 4096u);
@@ -215,7 +215,7 @@ TEST_F(VmdkFile, any_number_of_table_entries_is_survived_without_memory_for_them
     EXPECT_LT(usage.ru_maxrss, 1024 * 1024) << "kibibytes";
 }
 
-TEST_F(VmdkFile, metadata_that_cannot_be_where_the_header_says_is_refused) {
+TEST_F(vmdk_file_test, metadata_that_cannot_be_where_the_header_says_is_refused) {
     const std::uint64_t overhead = three_grains().overhead_sectors();
     EXPECT_EQ(overhead, 8u);
     EXPECT_FALSE(open(three_grains().force(vmdk_builder::at_overhead, 8, 0)));
@@ -233,7 +233,7 @@ TEST_F(VmdkFile, metadata_that_cannot_be_where_the_header_says_is_refused) {
     EXPECT_FALSE(open(three_grains().force(directory, 4, 9)));
 }
 
-TEST_F(VmdkFile, tables_outside_of_the_metadata_are_read_too) {
+TEST_F(vmdk_file_test, tables_outside_of_the_metadata_are_read_too) {
     vmdk_builder file = three_grains();
     // The second table stands in the first sector of grain 40, behind the overhead.
     file.force(file.directory_offset() + 4, 4, file.grain_offset(40) / 512);
@@ -242,7 +242,7 @@ TEST_F(VmdkFile, tables_outside_of_the_metadata_are_read_too) {
     EXPECT_EQ(position(65536 + 3 * 4096 + 17), 5u * 512u + 17u);
 }
 
-TEST_F(VmdkFile, a_directory_entry_of_zero_takes_its_table_from_the_start_of_the_file) {
+TEST_F(vmdk_file_test, a_directory_entry_of_zero_takes_its_table_from_the_start_of_the_file) {
     vmdk_builder file = three_grains();
     file.force(file.directory_offset() + 4, 4, 0);
     ASSERT_TRUE(open(file));
@@ -251,7 +251,7 @@ TEST_F(VmdkFile, a_directory_entry_of_zero_takes_its_table_from_the_start_of_the
     EXPECT_EQ(position(65536 + 2 * 4096 + 1), 3u * 512u + 1u);
 }
 
-TEST_F(VmdkFile, tables_behind_four_gibibytes_are_read_where_they_are) {
+TEST_F(vmdk_file_test, tables_after_four_gibibytes_are_read_where_they_are) {
     vmdk_builder file = three_grains();
     file.force(file.directory_offset() + 4, 4, 0x800004);
     write_file(m_dir / "large.vmdk", file.build());
@@ -263,7 +263,7 @@ TEST_F(VmdkFile, tables_behind_four_gibibytes_are_read_where_they_are) {
     EXPECT_TRUE(large.map_offset(0, out));
 }
 
-TEST_F(VmdkFile, the_position_of_the_first_grain_is_cut_to_32_bits) {
+TEST_F(vmdk_file_test, the_position_of_the_first_grain_is_cut_to_32_bits) {
     vmdk_builder file = three_grains();
     file.table_entry(0, 0x800001);
     ASSERT_TRUE(open(file));
@@ -271,7 +271,7 @@ TEST_F(VmdkFile, the_position_of_the_first_grain_is_cut_to_32_bits) {
     EXPECT_EQ(position(0), 0x100000200u);
 }
 
-TEST_F(VmdkFile, an_offset_is_mapped_by_its_table_its_grain_and_its_place_in_the_grain) {
+TEST_F(vmdk_file_test, an_offset_is_mapped_by_its_table_its_grain_and_its_place_in_the_grain) {
     const vmdk_builder file = three_grains();
     ASSERT_TRUE(open(file));
     EXPECT_EQ(position(0), 4096u);
@@ -280,7 +280,7 @@ TEST_F(VmdkFile, an_offset_is_mapped_by_its_table_its_grain_and_its_place_in_the
     EXPECT_EQ(position(4096), 12288u);
 }
 
-TEST_F(VmdkFile, a_grain_with_a_table_entry_of_zero_is_not_held) {
+TEST_F(vmdk_file_test, a_grain_with_a_table_entry_of_zero_is_not_held) {
     ASSERT_TRUE(open(three_grains().table_entry(1, 0)));
     EXPECT_EQ(position(4096), std::nullopt);
     EXPECT_EQ(position(2 * 4096), std::nullopt);
@@ -290,20 +290,20 @@ TEST_F(VmdkFile, a_grain_with_a_table_entry_of_zero_is_not_held) {
     EXPECT_EQ(out, 0u);
 }
 
-TEST_F(VmdkFile, a_table_entry_of_one_is_sector_one_of_the_file) {
+TEST_F(vmdk_file_test, a_table_entry_of_one_is_sector_one_of_the_file) {
     ASSERT_TRUE(open(three_grains().table_entry(1, 1)));
     EXPECT_EQ(position(4096), 512u);
     EXPECT_EQ(read(4096, 21), to_bytes("# Disk DescriptorFile"));
 }
 
-TEST_F(VmdkFile, an_offset_behind_the_last_table_is_not_held) {
+TEST_F(vmdk_file_test, an_offset_after_the_last_table_is_not_held) {
     ASSERT_TRUE(open(three_grains()));
     // The sector of the directory has room for 128 tables of 65,536 bytes.
     EXPECT_EQ(position(128 * 65536), std::nullopt);
     EXPECT_EQ(position(far_away), std::nullopt);
 }
 
-TEST_F(VmdkFile, the_last_byte_of_a_grain_is_one_byte_from_its_end) {
+TEST_F(vmdk_file_test, the_last_byte_of_a_grain_is_one_byte_from_its_end) {
     ASSERT_TRUE(open(three_grains()));
     EXPECT_EQ(m_file->bytes_to_grain_end(0), 4096u);
     EXPECT_EQ(m_file->bytes_to_grain_end(1), 4095u);
@@ -311,7 +311,7 @@ TEST_F(VmdkFile, the_last_byte_of_a_grain_is_one_byte_from_its_end) {
     EXPECT_EQ(m_file->bytes_to_grain_end(4096), 4096u);
 }
 
-TEST_F(VmdkFile, grains_that_are_no_power_of_two_are_measured_and_mapped_too) {
+TEST_F(vmdk_file_test, grains_that_are_no_power_of_two_are_measured_and_mapped_too) {
     vmdk_builder file;
     file.grain_sectors = 3;
     file.entries_per_table = 5;
@@ -324,7 +324,7 @@ TEST_F(VmdkFile, grains_that_are_no_power_of_two_are_measured_and_mapped_too) {
     EXPECT_EQ(position(8 * 1536), std::nullopt);
 }
 
-TEST_F(VmdkFile, the_span_of_an_offset_is_its_grain) {
+TEST_F(vmdk_file_test, the_span_of_an_offset_is_its_grain) {
     ASSERT_TRUE(open(three_grains()));
     EXPECT_EQ(m_file->span_of(4095).m_begin, 0u);
     EXPECT_EQ(m_file->span_of(4095).m_end, 4096u);
@@ -332,7 +332,7 @@ TEST_F(VmdkFile, the_span_of_an_offset_is_its_grain) {
     EXPECT_EQ(m_file->span_of(far_away).m_end, far_away);
 }
 
-TEST_F(VmdkFile, the_place_in_a_grain_of_more_than_four_gibibytes_keeps_its_low_32_bits) {
+TEST_F(vmdk_file_test, the_place_in_a_grain_of_more_than_four_gibibytes_keeps_its_low_32_bits) {
     vmdk_builder file = three_grains();
     file.force(vmdk_builder::at_grain_size, 8, 0x1000000);  // 8 GiB
     ASSERT_TRUE(open(file));
@@ -344,7 +344,7 @@ TEST_F(VmdkFile, the_place_in_a_grain_of_more_than_four_gibibytes_keeps_its_low_
     EXPECT_EQ(m_file->span_of(5).m_end, 0x100000000u);
 }
 
-TEST_F(VmdkFile, a_capacity_that_leaves_64_bits_is_the_largest_number) {
+TEST_F(vmdk_file_test, a_capacity_that_leaves_64_bits_is_the_largest_number) {
     ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_capacity, 8, far_away)));
     EXPECT_EQ(m_file->capacity_bytes(), far_away);
     ASSERT_TRUE(open(three_grains().force(vmdk_builder::at_capacity, 8, 0x7FFFFFFFFFFFFF)));
@@ -353,21 +353,21 @@ TEST_F(VmdkFile, a_capacity_that_leaves_64_bits_is_the_largest_number) {
     EXPECT_EQ(m_file->capacity_bytes(), 0u);
 }
 
-TEST_F(VmdkFile, a_read_crosses_grains_that_the_file_holds) {
+TEST_F(vmdk_file_test, a_read_crosses_grains_that_the_file_holds) {
     ASSERT_TRUE(open(three_grains()));
     const bytes both = concat({pattern(4096, 10), pattern(4096, 12)});
     EXPECT_EQ(read(0, 8192), both);
     EXPECT_EQ(read(4000, 200), bytes(both.begin() + 4000, both.begin() + 4200));
 }
 
-TEST_F(VmdkFile, a_read_that_reaches_a_grain_that_is_not_held_fails) {
+TEST_F(vmdk_file_test, a_read_that_reaches_a_grain_that_is_not_held_fails) {
     ASSERT_TRUE(open(three_grains()));
     EXPECT_EQ(read(40 * 4096, 4096), pattern(4096, 11));
     EXPECT_EQ(read(40 * 4096, 4097), std::nullopt);
     EXPECT_EQ(read(2 * 4096, 1), std::nullopt);
 }
 
-TEST_F(VmdkFile, a_length_of_zero_a_null_buffer_and_no_descriptor_are_refused) {
+TEST_F(vmdk_file_test, a_length_of_zero_a_null_buffer_and_no_descriptor_are_refused) {
     ASSERT_TRUE(open(three_grains()));
     std::uint64_t length = 0;
     std::uint8_t byte = 0;
@@ -378,7 +378,7 @@ TEST_F(VmdkFile, a_length_of_zero_a_null_buffer_and_no_descriptor_are_refused) {
     EXPECT_TRUE(m_file->read_mapped(m_file->m_fd, &byte, 0, length));
 }
 
-TEST_F(VmdkFile, a_grain_that_lies_behind_the_end_of_the_file_cannot_be_read) {
+TEST_F(vmdk_file_test, a_grain_that_lies_past_the_end_of_the_file_cannot_be_read) {
     vmdk_builder file = three_grains();
     const std::size_t size = file.build().size();
     file.table_entry(2, static_cast<std::uint32_t>(size / 512)).table_entry(3, 0xFFFFFFFF);
@@ -388,7 +388,7 @@ TEST_F(VmdkFile, a_grain_that_lies_behind_the_end_of_the_file_cannot_be_read) {
     EXPECT_EQ(read(3 * 4096, 1), std::nullopt);
 }
 
-TEST_F(VmdkFile, a_read_over_the_end_of_the_file_is_cut_there) {
+TEST_F(vmdk_file_test, a_read_over_the_end_of_the_file_is_cut_there) {
     vmdk_builder file = three_grains();
     const std::size_t size = file.build().size();
     ASSERT_TRUE(open(file.cut(size - 4000)));
@@ -398,7 +398,7 @@ TEST_F(VmdkFile, a_read_over_the_end_of_the_file_is_cut_there) {
     EXPECT_EQ(read(4096 + 96, 1), std::nullopt);
 }
 
-TEST_F(VmdkFile, a_file_that_has_shrunk_gives_zeros_behind_its_new_end_and_fails_where_it_gives_nothing) {
+TEST_F(vmdk_file_test, a_file_that_has_shrunk_gives_zeros_past_its_new_end_and_fails_where_it_gives_nothing) {
     const vmdk_builder file = three_grains();
     ASSERT_TRUE(open(file));
     std::filesystem::resize_file(m_dir / "disk.vmdk", file.grain_offset(1) + 96);
@@ -412,7 +412,7 @@ bytes table_sector(const std::vector<table_slot>& slots) {
     return disk_builder(1).table(0, slots).image();
 }
 
-TEST_F(VmdkFile, the_partitions_of_the_first_sector_are_known_by_their_byte_offsets) {
+TEST_F(vmdk_file_test, the_partitions_of_the_first_sector_are_known_by_their_byte_offsets) {
     vmdk_builder file;
     file.put(0, table_sector({{7, 63, 100}, {0x0C, 2048, 100}}));
     ASSERT_TRUE(open(file));
@@ -421,14 +421,14 @@ TEST_F(VmdkFile, the_partitions_of_the_first_sector_are_known_by_their_byte_offs
     EXPECT_EQ(m_file->m_first_sector, table_sector({{7, 63, 100}, {0x0C, 2048, 100}}));
 }
 
-TEST_F(VmdkFile, a_bare_volume_is_found_by_the_search_that_follows_a_failure) {
+TEST_F(vmdk_file_test, a_bare_volume_is_found_by_the_search_that_follows_a_failure) {
     vmdk_builder file;
     file.put(0, ntfs_boot_sector(1000));
     ASSERT_TRUE(open(file));
     EXPECT_EQ(m_file->m_volume_offsets, (std::vector<std::uint64_t>{0}));
 }
 
-TEST_F(VmdkFile, without_a_first_grain_the_files_own_header_is_taken_for_the_first_sector) {
+TEST_F(vmdk_file_test, without_a_first_grain_the_files_own_header_is_taken_for_the_first_sector) {
     vmdk_builder file;
     file.put(1, table_sector({{7, 63, 100}}));
     ASSERT_TRUE(open(file));
@@ -437,7 +437,8 @@ TEST_F(VmdkFile, without_a_first_grain_the_files_own_header_is_taken_for_the_fir
     EXPECT_TRUE(m_file->m_volume_offsets.empty());
 }
 
-TEST_F(VmdkFile, an_extended_partition_whose_tables_are_not_in_the_first_sector_is_listed_and_not_followed) {
+TEST_F(vmdk_file_test,
+       an_extended_partition_whose_tables_are_not_in_the_first_sector_is_listed_and_not_followed) {
     for (const std::uint32_t first : {1u, 63u, 511u, 512u, 0xFFFFFFFFu}) {
         vmdk_builder file;
         file.put(0, table_sector({{7, 63, 100}, {5, first, 100}}));
@@ -447,7 +448,7 @@ TEST_F(VmdkFile, an_extended_partition_whose_tables_are_not_in_the_first_sector_
     }
 }
 
-TEST_F(VmdkFile, a_file_for_writing_is_opened_so) {
+TEST_F(vmdk_file_test, a_file_for_writing_is_opened_so) {
     three_grains().write(m_dir / "disk.vmdk");
     vmdk_file file;
     ASSERT_TRUE(file.open((m_dir / "disk.vmdk").wstring(), true));
@@ -455,7 +456,7 @@ TEST_F(VmdkFile, a_file_for_writing_is_opened_so) {
     EXPECT_EQ(::pwrite(file.m_fd, "x", 1, 600), 1);
 }
 
-TEST_F(VmdkFile, a_byte_of_damage_anywhere_in_the_metadata_is_survived) {
+TEST_F(vmdk_file_test, a_byte_of_damage_anywhere_in_the_metadata_is_survived) {
     const bytes whole = three_grains().build();
     write_file(m_dir / "disk.vmdk", whole);
     const int descriptor = ::open((m_dir / "disk.vmdk").c_str(), O_WRONLY);

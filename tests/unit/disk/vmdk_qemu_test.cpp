@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint64_t mebibyte = 0x100000;
 constexpr std::uint64_t disk_size = 40 * mebibyte;
 
-class VmdkOfQemu : public ::testing::Test {
+class vmdk_of_qemu : public ::testing::Test {
   protected:
     void SetUp() override {
         QUARRY_NEEDS_PROGRAM("qemu-img");
@@ -90,7 +90,7 @@ class VmdkOfQemu : public ::testing::Test {
     temp_dir m_dir;
 };
 
-TEST_F(VmdkOfQemu, a_converted_disk_reads_like_the_raw_one) {
+TEST_F(vmdk_of_qemu, a_converted_disk_reads_like_the_raw_one) {
     const bytes raw = scattered_disk();
     write_file(m_dir / "disk.raw", raw);
     convert("disk.raw", "disk.vmdk");
@@ -105,7 +105,7 @@ TEST_F(VmdkOfQemu, a_converted_disk_reads_like_the_raw_one) {
     EXPECT_TRUE(whole == raw);
 }
 
-TEST_F(VmdkOfQemu, a_disk_of_an_odd_size_reads_like_the_raw_one) {
+TEST_F(vmdk_of_qemu, a_disk_of_an_odd_size_reads_like_the_raw_one) {
     bytes raw = scattered_disk();
     raw.resize(3 * mebibyte + 512);
     write_file(m_dir / "disk.raw", raw);
@@ -114,7 +114,7 @@ TEST_F(VmdkOfQemu, a_disk_of_an_odd_size_reads_like_the_raw_one) {
     expect_reads(disk, raw);
 }
 
-TEST_F(VmdkOfQemu, chains_of_two_and_of_twelve_read_like_the_raw_disk_in_any_order_of_the_list) {
+TEST_F(vmdk_of_qemu, chains_of_two_and_of_twelve_read_like_the_raw_disk_in_any_order_of_the_list) {
     bytes expected = scattered_disk();
     write_file(m_dir / "0.raw", expected);
     convert("0.raw", "link0.vmdk");
@@ -145,7 +145,7 @@ TEST_F(VmdkOfQemu, chains_of_two_and_of_twelve_read_like_the_raw_disk_in_any_ord
     }
 }
 
-TEST_F(VmdkOfQemu, the_files_of_a_chain_are_worked_out_from_its_newest) {
+TEST_F(vmdk_of_qemu, the_files_of_a_chain_are_worked_out_from_its_newest) {
     write_file(m_dir / "0.raw", bytes(mebibyte));
     convert("0.raw", "base.vmdk");
     run({"qemu-img", "create", "-q", "-f", "vmdk", "-F", "vmdk", "-b", at("base.vmdk"), at("middle.vmdk")});
@@ -173,7 +173,7 @@ std::uint64_t memory_in_use() {
     return 0;
 }
 
-TEST_F(VmdkOfQemu, a_disk_of_two_tebibytes_with_few_grains_takes_little_memory) {
+TEST_F(vmdk_of_qemu, a_disk_of_two_tebibytes_with_few_grains_takes_little_memory) {
     run({"qemu-img", "create", "-q", "-f", "vmdk", at("large.vmdk"), "2047G"});
     run({"qemu-io", "-f", "vmdk", "-c", "write -P 171 2000G 64k", at("large.vmdk")});
     const std::uint64_t before = memory_in_use();

@@ -85,7 +85,7 @@ TEST(vmdk_source, ends_with_its_capacity) {
     EXPECT_EQ(files.source().read(buffer, ~std::uint64_t{0}).bytes, 0u);
 }
 
-TEST(vmdk_source, tells_a_grain_that_its_file_does_not_have) {
+TEST(vmdk_source, reports_a_grain_that_its_file_does_not_have) {
     const vmdk_builder whole = base();
     const auto grain_10 = static_cast<std::size_t>(whole.grain_offset(10));
     chain cut({base().cut(grain_10 + 100)});

@@ -32,7 +32,7 @@ struct located {
     std::string words;
 };
 
-class VolumeDetection : public ::testing::Test {
+class volume_detection_test : public ::testing::Test {
   protected:
     located locate(std::uint64_t offset, bool ignore_image_size = false) {
         located answer;
@@ -82,7 +82,7 @@ const char* const table_of_four =
     "volume offset [ 0x200000 ] : ntfs or exfat\n"
     "\n";
 
-TEST_F(VolumeDetection, a_bare_volume_needs_no_offset) {
+TEST_F(volume_detection_test, a_bare_volume_needs_no_offset) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(999));
     const located answer = locate(disk, 0);
@@ -92,7 +92,7 @@ TEST_F(VolumeDetection, a_bare_volume_needs_no_offset) {
     EXPECT_EQ(answer.words, "");
 }
 
-TEST_F(VolumeDetection, a_bare_volume_that_is_cut_short_is_found_at_0_and_told_to_be_too_small) {
+TEST_F(volume_detection_test, a_bare_volume_that_is_cut_short_is_found_at_0_and_told_to_be_too_small) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(1001));
     const located answer = locate(disk, 0);
@@ -105,13 +105,13 @@ TEST_F(VolumeDetection, a_bare_volume_that_is_cut_short_is_found_at_0_and_told_t
     EXPECT_TRUE(locate(disk, 0, true).result);
 }
 
-TEST_F(VolumeDetection, a_volume_fits_when_it_ends_with_its_image) {
+TEST_F(volume_detection_test, a_volume_fits_when_it_ends_with_its_image) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(1000));
     EXPECT_TRUE(locate(disk, 0).result);
 }
 
-TEST_F(VolumeDetection, a_disk_with_a_partition_and_no_offset_is_answered_with_the_offset_to_give) {
+TEST_F(volume_detection_test, a_disk_with_a_partition_and_no_offset_is_answered_with_the_offset_to_give) {
     const located answer = locate(one_partition(), 0);
     EXPECT_FALSE(answer.result);
     EXPECT_TRUE(answer.found);
@@ -123,7 +123,7 @@ TEST_F(VolumeDetection, a_disk_with_a_partition_and_no_offset_is_answered_with_t
               "use option [-offset 0x100000]\n");
 }
 
-TEST_F(VolumeDetection, the_offset_of_an_ntfs_partition_is_accepted_without_a_word) {
+TEST_F(volume_detection_test, the_offset_of_an_ntfs_partition_is_accepted_without_a_word) {
     for (const std::uint64_t offset : {0x100000u, 0x200000u}) {
         const located answer = locate(four_partitions(), offset);
         EXPECT_TRUE(answer.result);
@@ -133,7 +133,7 @@ TEST_F(VolumeDetection, the_offset_of_an_ntfs_partition_is_accepted_without_a_wo
     }
 }
 
-TEST_F(VolumeDetection, the_last_ntfs_partition_is_the_one_suggested) {
+TEST_F(volume_detection_test, the_last_ntfs_partition_is_the_one_suggested) {
     const located answer = locate(four_partitions(), 0);
     EXPECT_FALSE(answer.result);
     EXPECT_TRUE(answer.found);
@@ -141,7 +141,7 @@ TEST_F(VolumeDetection, the_last_ntfs_partition_is_the_one_suggested) {
     EXPECT_EQ(answer.words, std::string(table_of_four) + "use option [-offset 0x200000]\n");
 }
 
-TEST_F(VolumeDetection, an_offset_inside_of_a_partition_is_answered_with_the_table) {
+TEST_F(volume_detection_test, an_offset_inside_of_a_partition_is_answered_with_the_table) {
     const located answer = locate(four_partitions(), 0x100200);
     EXPECT_FALSE(answer.result);
     EXPECT_TRUE(answer.found);
@@ -149,7 +149,7 @@ TEST_F(VolumeDetection, an_offset_inside_of_a_partition_is_answered_with_the_tab
     EXPECT_EQ(answer.words, std::string(table_of_four) + "use option [-offset 0x200000]\n");
 }
 
-TEST_F(VolumeDetection, the_offset_of_another_partition_ends_the_looking_for_a_suggestion) {
+TEST_F(volume_detection_test, the_offset_of_another_partition_ends_the_looking_for_a_suggestion) {
     const located linux = locate(four_partitions(), 0x180000);
     EXPECT_FALSE(linux.result);
     EXPECT_TRUE(linux.found);
@@ -164,7 +164,7 @@ TEST_F(VolumeDetection, the_offset_of_another_partition_ends_the_looking_for_a_s
                              std::string(table_of_four) + "prob detecting ntfs partition\n");
 }
 
-TEST_F(VolumeDetection, a_disk_without_ntfs_is_told_so_and_the_offset_ends_as_its_last_partitions) {
+TEST_F(volume_detection_test, a_disk_without_ntfs_is_told_so_and_the_offset_ends_as_its_last_partitions) {
     disk_builder disk(4096);
     disk.table(0, {{0x0C, 128, 100}, {0x83, 1024, 100}});
     const located answer = locate(disk, 0);
@@ -179,7 +179,7 @@ TEST_F(VolumeDetection, a_disk_without_ntfs_is_told_so_and_the_offset_ends_as_it
               "prob detecting ntfs partition\n");
 }
 
-TEST_F(VolumeDetection, an_offset_beyond_the_image_gets_no_more_than_the_message_of_its_bounds) {
+TEST_F(volume_detection_test, an_offset_beyond_the_image_gets_no_more_than_the_message_of_its_bounds) {
     const located answer = locate(one_partition(), 4096 * 512 + 1);
     EXPECT_FALSE(answer.result);
     EXPECT_FALSE(answer.found);
@@ -189,7 +189,7 @@ TEST_F(VolumeDetection, an_offset_beyond_the_image_gets_no_more_than_the_message
               "volume offset 0xffffffff80000000 is not within image bounds\n");
 }
 
-TEST_F(VolumeDetection, an_offset_equal_to_the_size_of_the_image_is_within_its_bounds) {
+TEST_F(volume_detection_test, an_offset_equal_to_the_size_of_the_image_is_within_its_bounds) {
     EXPECT_EQ(locate(one_partition(), 4096 * 512).words,
               "\n"
               "volume offset [ 0x100000 ] : ntfs or exfat\n"
@@ -197,7 +197,7 @@ TEST_F(VolumeDetection, an_offset_equal_to_the_size_of_the_image_is_within_its_b
               "use option [-offset 0x100000]\n");
 }
 
-TEST_F(VolumeDetection, an_ntfs_partition_behind_the_end_of_the_image_is_told_and_suggested) {
+TEST_F(volume_detection_test, an_ntfs_partition_past_the_end_of_the_image_is_told_and_suggested) {
     disk_builder disk(2000);
     disk.table(0, {{0x83, 100, 100}, {0x07, 2000, 100}, {0x07, 2001, 100}});
     const located answer = locate(disk, 0);
@@ -213,7 +213,8 @@ TEST_F(VolumeDetection, an_ntfs_partition_behind_the_end_of_the_image_is_told_an
               "use option [-offset 0xfa200]\n");
 }
 
-TEST_F(VolumeDetection, a_truncated_last_partition_is_accepted_only_when_the_image_size_is_to_be_ignored) {
+TEST_F(volume_detection_test,
+       a_truncated_last_partition_is_accepted_only_when_the_image_size_is_to_be_ignored) {
     disk_builder disk(3047);
     disk.table(0, {{0x07, 2048, 1000}}).put(2048, ntfs_boot_sector(999));
     const located refused = locate(disk, 0x100000);
@@ -228,7 +229,7 @@ TEST_F(VolumeDetection, a_truncated_last_partition_is_accepted_only_when_the_ima
     EXPECT_EQ(accepted.words, "");
 }
 
-TEST_F(VolumeDetection, exfat_and_encrypted_containers_are_taken_for_ntfs) {
+TEST_F(volume_detection_test, exfat_and_encrypted_containers_are_taken_for_ntfs) {
     disk_builder disk(4096);
     disk.table(0, {{0x83, 100, 100}, {0x83, 200, 100}});
     disk.put(100, exfat_boot_sector(99, 9, 3))
@@ -237,7 +238,7 @@ TEST_F(VolumeDetection, exfat_and_encrypted_containers_are_taken_for_ntfs) {
     EXPECT_TRUE(locate(disk, 200 * 512).result);
 }
 
-TEST_F(VolumeDetection, the_volume_types_of_old_sets_and_hidden_ones_count_as_ntfs) {
+TEST_F(volume_detection_test, the_volume_types_of_old_sets_and_hidden_ones_count_as_ntfs) {
     disk_builder disk(4096);
     disk.table(0, {{0x27, 100, 100}, {0x87, 200, 100}});
     EXPECT_TRUE(locate(disk, 100 * 512).result);
@@ -250,7 +251,7 @@ TEST_F(VolumeDetection, the_volume_types_of_old_sets_and_hidden_ones_count_as_nt
               "use option [-offset 0x19000]\n");
 }
 
-TEST_F(VolumeDetection, a_bare_volume_is_no_suggestion_for_an_offset_that_is_not_its_own) {
+TEST_F(volume_detection_test, a_bare_volume_is_no_suggestion_for_an_offset_that_is_not_its_own) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(999));
     const located answer = locate(disk, 512);
@@ -264,7 +265,7 @@ TEST_F(VolumeDetection, a_bare_volume_is_no_suggestion_for_an_offset_that_is_not
               "prob detecting ntfs partition\n");
 }
 
-TEST_F(VolumeDetection, a_source_without_any_table_is_told_so) {
+TEST_F(volume_detection_test, a_source_without_any_table_is_told_so) {
     const located answer = locate(disk_builder(1000), 0);
     EXPECT_FALSE(answer.result);
     EXPECT_FALSE(answer.found);
@@ -272,14 +273,14 @@ TEST_F(VolumeDetection, a_source_without_any_table_is_told_so) {
     EXPECT_EQ(answer.words, "couldn't find any partitions on disk\n");
 }
 
-TEST_F(VolumeDetection, an_image_that_is_missing_or_empty_is_a_disk_without_partitions) {
+TEST_F(volume_detection_test, an_image_that_is_missing_or_empty_is_a_disk_without_partitions) {
     EXPECT_EQ(locate(0).words, "couldn't find any partitions on disk\n");
     EXPECT_EQ(locate(1).words, "volume offset 0x1 is not within image bounds\n");
     write_file(m_image, {});
     EXPECT_EQ(locate(0).words, "couldn't find any partitions on disk\n");
 }
 
-TEST_F(VolumeDetection, a_table_that_only_a_search_finds_is_called_questionable) {
+TEST_F(volume_detection_test, a_table_that_only_a_search_finds_is_called_questionable) {
     disk_builder disk(5000);
     disk.table(1000, {{0x07, 63, 400}});
     const located without_offset = locate(disk, 0);
@@ -295,7 +296,7 @@ TEST_F(VolumeDetection, a_table_that_only_a_search_finds_is_called_questionable)
     EXPECT_EQ(with_offset.words, "disk is corrupted, partition info questionable\n");
 }
 
-TEST_F(VolumeDetection, a_guessed_partition_shows_that_it_is_one) {
+TEST_F(volume_detection_test, a_guessed_partition_shows_that_it_is_one) {
     disk_builder disk(5000);
     disk.table(1000, {{0x07, 63, 400}}).put(63, ntfs_boot_sector(936));
     EXPECT_EQ(locate(disk, 0).words,
@@ -308,7 +309,7 @@ TEST_F(VolumeDetection, a_guessed_partition_shows_that_it_is_one) {
     EXPECT_TRUE(locate(disk, 0x7e00).result);
 }
 
-TEST_F(VolumeDetection, a_partition_without_a_name_for_its_type_is_unk) {
+TEST_F(volume_detection_test, a_partition_without_a_name_for_its_type_is_unk) {
     disk_builder disk(5000);
     disk.table(0, {{0xFB, 128, 400}});
     EXPECT_EQ(locate(disk, 0x10000).words,
@@ -319,7 +320,7 @@ TEST_F(VolumeDetection, a_partition_without_a_name_for_its_type_is_unk) {
               "prob detecting ntfs partition\n");
 }
 
-TEST_F(VolumeDetection, numbers_are_written_the_same_whatever_the_state_of_the_stream) {
+TEST_F(volume_detection_test, numbers_are_written_the_same_whatever_the_state_of_the_stream) {
     one_partition().write_to(m_image);
     std::ostringstream stream;
     stream << std::oct << std::uppercase << std::showbase << std::setfill('0');
@@ -329,14 +330,14 @@ TEST_F(VolumeDetection, numbers_are_written_the_same_whatever_the_state_of_the_s
     EXPECT_EQ(stream.str(), "volume offset 0xffffffff is not within image bounds\n");
 }
 
-TEST_F(VolumeDetection, a_volume_beyond_4_gib_is_found) {
+TEST_F(volume_detection_test, a_volume_beyond_4_gib_is_found) {
     disk_builder disk(0x00A00000 + 1000);
     disk.table(0, {{0x07, 0x00A00000, 1000}});
     EXPECT_TRUE(locate(disk, 0x140000000).result);
     EXPECT_EQ(locate(disk, 0).offset, 0x140000000u);
 }
 
-TEST_F(VolumeDetection, an_unusable_disk_and_no_disk_are_refused_without_a_word) {
+TEST_F(volume_detection_test, an_unusable_disk_and_no_disk_are_refused_without_a_word) {
     std::ostringstream stream;
     bool found = true;
     std::uint64_t offset = 5;
@@ -350,7 +351,7 @@ TEST_F(VolumeDetection, an_unusable_disk_and_no_disk_are_refused_without_a_word)
     EXPECT_EQ(stream.str(), "");
 }
 
-TEST_F(VolumeDetection, an_empty_path_and_an_empty_list_are_refused_without_a_word) {
+TEST_F(volume_detection_test, an_empty_path_and_an_empty_list_are_refused_without_a_word) {
     std::ostringstream stream;
     bool found = true;
     std::uint64_t offset = 5;
@@ -362,7 +363,7 @@ TEST_F(VolumeDetection, an_empty_path_and_an_empty_list_are_refused_without_a_wo
     EXPECT_EQ(stream.str(), "");
 }
 
-TEST_F(VolumeDetection, virtual_disks_that_cannot_be_opened_are_told) {
+TEST_F(volume_detection_test, virtual_disks_that_cannot_be_opened_are_told) {
     std::ostringstream stream;
     bool found = true;
     std::uint64_t offset = 5;
@@ -371,7 +372,7 @@ TEST_F(VolumeDetection, virtual_disks_that_cannot_be_opened_are_told) {
     EXPECT_EQ(stream.str(), "invalid disk collection of snaps \n");
 }
 
-TEST_F(VolumeDetection, a_drive_is_looked_at_like_an_image) {
+TEST_F(volume_detection_test, a_drive_is_looked_at_like_an_image) {
     const device_files devices;
     one_partition().write_to(devices.drive(1));
     std::ostringstream stream;
@@ -386,7 +387,7 @@ TEST_F(VolumeDetection, a_drive_is_looked_at_like_an_image) {
     EXPECT_EQ(offset, 0x100000u);
 }
 
-TEST_F(VolumeDetection, a_drive_that_cannot_be_accessed_is_told_with_its_number) {
+TEST_F(volume_detection_test, a_drive_that_cannot_be_accessed_is_told_with_its_number) {
     const device_files devices;
     for (const auto& [number, text] :
          {std::pair<std::int32_t, std::string>{20, "20"}, {25, "25"}, {-1, "-1"}}) {
@@ -399,12 +400,12 @@ TEST_F(VolumeDetection, a_drive_that_cannot_be_accessed_is_told_with_its_number)
     }
 }
 
-TEST_F(VolumeDetection, the_ntfs_volumes_of_an_image_are_listed_in_the_order_of_its_table) {
+TEST_F(volume_detection_test, the_ntfs_volumes_of_an_image_are_listed_in_the_order_of_its_table) {
     EXPECT_THAT(offsets_of(four_partitions()), ElementsAre(0x100000u, 0x200000u));
     EXPECT_THAT(offsets_of(one_partition()), ElementsAre(0x100000u));
 }
 
-TEST_F(VolumeDetection, an_image_without_ntfs_or_with_a_table_only_a_search_would_find_lists_nothing) {
+TEST_F(volume_detection_test, an_image_without_ntfs_or_with_a_table_only_a_search_would_find_lists_nothing) {
     disk_builder other(4096);
     other.table(0, {{0x83, 128, 100}});
     EXPECT_THAT(offsets_of(other), IsEmpty());
@@ -429,7 +430,8 @@ disk_builder chain_of(std::uint32_t records) {
     return disk;
 }
 
-TEST_F(VolumeDetection, an_image_with_more_than_768_partitions_lists_nothing_and_a_drive_has_no_such_limit) {
+TEST_F(volume_detection_test,
+       an_image_with_more_than_768_partitions_lists_nothing_and_a_drive_has_no_such_limit) {
     EXPECT_THAT(offsets_of(chain_of(768)), ElementsAre((100u + 767) * 512));
     EXPECT_THAT(offsets_of(chain_of(769)), IsEmpty());
     const device_files devices;
@@ -439,7 +441,7 @@ TEST_F(VolumeDetection, an_image_with_more_than_768_partitions_lists_nothing_and
     EXPECT_THAT(offsets, ElementsAre((100u + 768) * 512));
 }
 
-TEST_F(VolumeDetection, the_ntfs_volumes_of_a_drive_are_those_of_its_own_table) {
+TEST_F(volume_detection_test, the_ntfs_volumes_of_a_drive_are_those_of_its_own_table) {
     const device_files devices;
     four_partitions().write_to(devices.drive(0));
     one_partition().write_to(devices.drive(1));
@@ -452,7 +454,7 @@ TEST_F(VolumeDetection, the_ntfs_volumes_of_a_drive_are_those_of_its_own_table) 
     EXPECT_THAT(offsets, IsEmpty());
 }
 
-TEST_F(VolumeDetection, no_source_is_opened_for_writing) {
+TEST_F(volume_detection_test, no_source_is_opened_for_writing) {
     const device_files devices;
     one_partition().write_to(devices.drive(0));
     one_partition().write_to(m_image);

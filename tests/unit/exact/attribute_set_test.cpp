@@ -174,7 +174,7 @@ TEST(attribute_set, fails_if_an_extension_is_not_its_own) {
     EXPECT_THAT(no_base.fault(), HasSubstr("base record 25: belongs to record 0-0, not to 24-1"));
 }
 
-TEST(attribute_set, of_a_deleted_file_may_have_references_one_behind) {
+TEST(attribute_set, of_a_deleted_file_may_have_references_one_after) {
     listed_volume listed;
     listed.file.deleted().sequence(2);
     listed.file.record(1).flags(0).sequence(2).base(reference(24, 1));

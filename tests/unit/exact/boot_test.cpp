@@ -139,7 +139,7 @@ TEST(boot, is_replaced_by_its_backup_when_it_cannot_be_read) {
     EXPECT_TRUE(opened.volume().shape().from_backup);
 }
 
-TEST(boot, finds_the_backup_of_a_partition_behind_others) {
+TEST(boot, finds_the_backup_of_a_partition_after_others) {
     const volume_builder volume;
     bytes image = with_backup(volume);
     std::fill(image.begin(), image.begin() + 512, std::uint8_t{0});

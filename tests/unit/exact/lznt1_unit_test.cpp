@@ -145,7 +145,7 @@ TEST(lznt1_unit, fails_at_a_token_that_the_end_of_the_payload_cuts) {
     EXPECT_EQ(decode(lznt1_chunk(payload), 4096).failed, "unit it: unit 7: chunk 0: its end cuts a token");
 }
 
-TEST(lznt1_unit, fills_a_short_chunk_with_zeros_and_tells_it) {
+TEST(lznt1_unit, fills_a_short_chunk_with_zeros_and_reports_it) {
     lznt1_payload three;
     three.literals(to_bytes("abc"));
     const bytes stored = concat({chunk(repeated(4096)), chunk(three), chunk(repeated(4096))});

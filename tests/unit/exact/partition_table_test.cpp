@@ -119,7 +119,7 @@ TEST(partition_table, a_chain_may_have_1024_tables_and_no_more) {
     }
 }
 
-TEST(partition_table, an_extended_table_without_its_mark_or_behind_the_end_fails) {
+TEST(partition_table, an_extended_table_without_its_mark_or_past_the_end_fails) {
     disk_builder disk(2000);
     disk.table(0, {{0x05, 1000, 100}});
     EXPECT_EQ(table_of(disk).failed,

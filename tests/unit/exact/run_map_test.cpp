@@ -154,7 +154,7 @@ TEST(run_map, may_have_holes_larger_than_the_volume_up_to_63_bits) {
               "runs it: mapping pairs at 0x40: the stream leaves 63 bits (source byte 0x140)");
 }
 
-TEST(run_map, tells_a_cluster_that_is_used_twice) {
+TEST(run_map, reports_a_cluster_that_is_used_twice) {
     run_map apart(volume_clusters, 4096);
     ASSERT_EQ(add(apart, attribute_builder::non_resident(0x80, {{100, 8}, {hole, 8}, {108, 2}, {98, 2}})),
               "");

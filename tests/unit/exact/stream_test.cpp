@@ -78,7 +78,7 @@ TEST(stream, copies_runs_in_the_order_of_the_stream) {
     expect_copy(copy_of(volume), content);
 }
 
-TEST(stream, has_zeros_in_its_holes_and_tells_them) {
+TEST(stream, has_zeros_in_its_holes_and_reports_them) {
     volume_builder volume;
     const bytes text = pattern(2 * cluster);
     volume.write_clusters(100, text);
@@ -285,7 +285,7 @@ TEST(stream, has_zeros_after_the_end_of_the_source_if_asked) {
     EXPECT_TRUE(copy.content == content);
 }
 
-TEST(stream, tells_ten_ranges_and_the_number_of_the_others) {
+TEST(stream, reports_ten_ranges_and_the_number_of_the_others) {
     volume_builder volume;
     volume.add_file("a").data(pattern(40 * cluster), runs({{100, 40}}));
     opened_exact_volume opened(volume);
@@ -298,7 +298,7 @@ TEST(stream, tells_ten_ranges_and_the_number_of_the_others) {
     EXPECT_EQ(copy.said.all().back().why, "3 further ranges are zeros");
 }
 
-TEST(stream, of_a_deleted_file_is_in_doubt_and_tells_reused_clusters) {
+TEST(stream, of_a_deleted_file_is_in_doubt_and_reports_reused_clusters) {
     volume_builder volume;
     const bytes content = pattern(4 * cluster);
     volume.add_file("a").data(content, runs({{100, 4}})).deleted();

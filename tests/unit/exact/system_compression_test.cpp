@@ -288,7 +288,7 @@ TEST(system_compression, fails_if_offsets_fall_or_lead_past_the_end) {
     EXPECT_EQ(failure_of(8193, offsets(size, 529)), where + ": chunk 2: has 2 bytes for 1");
 }
 
-TEST(system_compression, fails_if_a_chunk_is_longer_than_what_it_stands_for) {
+TEST(system_compression, fails_if_a_chunk_is_longer_than_what_it_is_for) {
     EXPECT_EQ(failure_of(4096, bytes(4096)), "");
     EXPECT_EQ(failure_of(4096, bytes(4097)), where + ": chunk 0: has 4097 bytes for 4096");
     EXPECT_EQ(failure_of(4097, concat({from_hex("01 10 00 00"), bytes(4098)})),

@@ -45,7 +45,7 @@ constexpr std::uint16_t none = 0xFFFF;
 
 }  // namespace
 
-TEST(volume_state, tells_version_label_and_the_dirty_flag) {
+TEST(volume_state, reports_version_label_and_the_dirty_flag) {
     std::string told;
     exact::volume_state state = state_with(bytes(65536, 0xFF), told);
     EXPECT_EQ(state.version_text(), "3.1");
@@ -85,7 +85,7 @@ TEST(volume_state, is_unknown_where_it_cannot_be_read) {
     EXPECT_THAT(text_of(opened.told()), HasSubstr("; the state of the journal is unknown\n"));
 }
 
-TEST(volume_state, tells_a_journal_that_was_closed) {
+TEST(volume_state, reports_a_journal_that_was_closed) {
     // By the flag, and by no client being in use.
     EXPECT_EQ(journal_of({restart_page(5, 2, 0), restart_page(5, 2, 0)}), journal_state::clean);
     EXPECT_EQ(journal_of({restart_page(5, 0, none), restart_page(5, 0, none)}), journal_state::clean);
@@ -106,7 +106,7 @@ TEST(volume_state, takes_the_one_restart_page_that_is_sound) {
     EXPECT_EQ(journal_of({bytes(4096), restart_page(5, 0, 0)}), journal_state::not_clean);
 }
 
-TEST(volume_state, tells_an_empty_journal) {
+TEST(volume_state, reports_an_empty_journal) {
     EXPECT_EQ(journal_of({bytes(65536, 0xFF)}), journal_state::empty);
     // All of it counts, not its beginning alone.
     EXPECT_EQ(journal_of({bytes(65536, 0xFF), restart_page(5, 0, 0)}), journal_state::unknown);

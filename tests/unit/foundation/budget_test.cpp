@@ -5,7 +5,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(Budget, is_spent_when_all_of_it_is_taken) {
+TEST(budget, is_spent_when_all_of_it_is_taken) {
     budget bytes(10);
     EXPECT_EQ(bytes.take(4), 4u);
     EXPECT_EQ(bytes.left(), 6u);
@@ -14,7 +14,7 @@ TEST(Budget, is_spent_when_all_of_it_is_taken) {
     EXPECT_TRUE(bytes.spent());
 }
 
-TEST(Budget, gives_what_is_left_where_more_is_asked_for) {
+TEST(budget, gives_what_is_left_where_more_is_asked_for) {
     budget bytes(10);
     EXPECT_EQ(bytes.take(~std::uint64_t{0}), 10u);
     EXPECT_TRUE(bytes.spent());
@@ -22,7 +22,7 @@ TEST(Budget, gives_what_is_left_where_more_is_asked_for) {
     EXPECT_TRUE(budget(0).spent());
 }
 
-TEST(Budget, that_is_a_share_of_another_is_spent_with_either) {
+TEST(budget, that_is_a_share_of_another_is_spent_with_either) {
     budget whole(10);
     budget first(6, whole);
     EXPECT_EQ(first.take(6), 6u);

@@ -151,7 +151,7 @@ TEST(byte_view, the_rest_from_an_offset_reaches_the_end) {
     EXPECT_TRUE(view.from(far_away).empty());
 }
 
-TEST(byte_view, text_is_found_only_where_all_of_it_stands) {
+TEST(byte_view, text_is_found_only_where_all_of_it_is) {
     const std::vector<std::uint8_t> bytes = {'F', 'I', 'L', 'E', 0xFF};
     const byte_view view(bytes);
     EXPECT_TRUE(view.text_at(0, "FILE"));

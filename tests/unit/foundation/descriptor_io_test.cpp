@@ -9,7 +9,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(Uninterrupted, repeats_a_call_until_no_signal_interrupts_it) {
+TEST(uninterrupted, repeats_a_call_until_no_signal_interrupts_it) {
     int calls = 0;
     const int answer = uninterrupted([&] {
         errno = EINTR;
@@ -19,7 +19,7 @@ TEST(Uninterrupted, repeats_a_call_until_no_signal_interrupts_it) {
     EXPECT_EQ(calls, 4);
 }
 
-TEST(Uninterrupted, does_not_repeat_what_failed_for_another_reason) {
+TEST(uninterrupted, does_not_repeat_what_failed_for_another_reason) {
     int calls = 0;
     const int answer = uninterrupted([&] {
         errno = EIO;
@@ -30,7 +30,7 @@ TEST(Uninterrupted, does_not_repeat_what_failed_for_another_reason) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST(WriteWhole, writes_all_bytes_and_nothing_for_none) {
+TEST(write_whole, writes_all_bytes_and_nothing_for_none) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe(ends.data()), 0);
     EXPECT_EQ(write_whole(ends[1], "abc", 0), 0);
@@ -42,7 +42,7 @@ TEST(WriteWhole, writes_all_bytes_and_nothing_for_none) {
     ::close(ends[1]);
 }
 
-TEST(WriteWhole, gives_the_error_of_the_call_that_failed) {
+TEST(write_whole, gives_the_error_of_the_call_that_failed) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe(ends.data()), 0);
     // The end that is read from takes no bytes.

@@ -16,7 +16,7 @@ class counted_lock : public LockableObject {
     int m_depth = 0;
 };
 
-TEST(AutoLock, AnObjectIsHeldAsLongAsTheScopeLasts) {
+TEST(auto_lock, an_object_is_held_as_long_as_the_scope_lasts) {
     counted_lock object;
     {
         const AutoLock outer(object);
@@ -27,7 +27,7 @@ TEST(AutoLock, AnObjectIsHeldAsLongAsTheScopeLasts) {
     EXPECT_EQ(object.m_depth, 0);
 }
 
-TEST(LightweightLock, OneThreadAtATimeIsInsideAndMayLockAgain) {
+TEST(lightweight_lock, one_thread_at_a_time_is_inside_and_may_lock_again) {
     LightweightLock lock;
     std::atomic<int> inside = 0;
     std::atomic<int> most = 0;

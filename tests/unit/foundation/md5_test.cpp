@@ -27,7 +27,7 @@ std::string md5_of(const std::string& message) {
     return digest_text(ctx);
 }
 
-TEST(Md5, TheTestSuiteOfRfc1321Holds) {
+TEST(md5, the_test_suite_of_rfc1321_holds) {
     EXPECT_EQ(md5_of(""), "d41d8cd98f00b204e9800998ecf8427e");
     EXPECT_EQ(md5_of("a"), "0cc175b9c0f1b6a831c399e269772661");
     EXPECT_EQ(md5_of("abc"), "900150983cd24fb0d6963f7d28e17f72");
@@ -40,7 +40,7 @@ TEST(Md5, TheTestSuiteOfRfc1321Holds) {
 }
 
 // The expected digests are those of coreutils' md5sum.
-TEST(Md5, MessagesAroundTheBlockSizeTakeBothPaddings) {
+TEST(md5, messages_around_the_block_size_take_both_paddings) {
     EXPECT_EQ(md5_of(std::string(55, 'x')), "04364420e25c512fd958a70738aa8f72");
     EXPECT_EQ(md5_of(std::string(56, 'x')), "668a72d5ba17f08e62dabcafad6db14b");
     EXPECT_EQ(md5_of(std::string(63, 'x')), "7dc2ca208106a2f703567bdff99d8981");
@@ -48,7 +48,7 @@ TEST(Md5, MessagesAroundTheBlockSizeTakeBothPaddings) {
     EXPECT_EQ(md5_of(std::string(65, 'x')), "1bc932052302d074bdec39795fe00cf6");
 }
 
-TEST(Md5, TheBitCountCarriesIntoItsUpperHalf) {
+TEST(md5, the_bit_count_carries_into_its_upper_half) {
     md5_ctx ctx;
     ASSERT_TRUE(md5_init(&ctx));
     ctx.bit_count = {0xFFFFFE00, 7};  // one block short of 2^32 bits more
@@ -56,14 +56,14 @@ TEST(Md5, TheBitCountCarriesIntoItsUpperHalf) {
     EXPECT_EQ(ctx.bit_count, (std::array<std::uint32_t, 2>{0, 8}));
 }
 
-TEST(Md5, BothHalvesOfTheBitCountGoIntoTheDigest) {
+TEST(md5, both_halves_of_the_bit_count_go_into_the_digest) {
     md5_ctx ctx;
     ASSERT_TRUE(md5_init(&ctx));
     ctx.bit_count = {0, 1};
     EXPECT_NE(digest_text(ctx), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
-TEST(Md5, OddPortionsGiveTheDigestOfTheWhole) {
+TEST(md5, odd_portions_give_the_digest_of_the_whole) {
     std::string message;
     for (int i = 0; i < 1000; ++i) {
         message += static_cast<char>(i * 7);
@@ -79,7 +79,7 @@ TEST(Md5, OddPortionsGiveTheDigestOfTheWhole) {
     }
 }
 
-TEST(Md5, UnalignedBytesAreDigestedToo) {
+TEST(md5, unaligned_bytes_are_digested_too) {
     const std::string message(300, 'm');
     const std::string aligned = md5_of(message);
     for (std::size_t shift = 1; shift < 8; ++shift) {
@@ -91,7 +91,7 @@ TEST(Md5, UnalignedBytesAreDigestedToo) {
     }
 }
 
-TEST(Md5, TheContextIsReadyForTheNextMessageAfterTheEndOfOne) {
+TEST(md5, the_context_is_ready_for_the_next_message_after_the_end_of_one) {
     md5_ctx ctx;
     ASSERT_TRUE(md5_init(&ctx));
     ASSERT_TRUE(md5_update(&ctx, "abc", 3));
@@ -100,7 +100,7 @@ TEST(Md5, TheContextIsReadyForTheNextMessageAfterTheEndOfOne) {
     EXPECT_EQ(digest_text(ctx), "0cc175b9c0f1b6a831c399e269772661");
 }
 
-TEST(Md5, InitForgetsWhatCameBefore) {
+TEST(md5, init_forgets_what_came_before) {
     md5_ctx ctx;
     ASSERT_TRUE(md5_init(&ctx));
     ASSERT_TRUE(md5_update(&ctx, "xyz", 3));
@@ -108,7 +108,7 @@ TEST(Md5, InitForgetsWhatCameBefore) {
     EXPECT_EQ(digest_text(ctx), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
-TEST(Md5, MissingContextsBytesAndLengthsAreRefused) {
+TEST(md5, missing_contexts_bytes_and_lengths_are_refused) {
     md5_ctx ctx;
     ASSERT_TRUE(md5_init(&ctx));
     EXPECT_FALSE(md5_init(nullptr));
@@ -122,14 +122,14 @@ TEST(Md5, MissingContextsBytesAndLengthsAreRefused) {
     EXPECT_EQ(digest_text(ctx), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
-TEST(HexText, EachByteIsTwoLowerCaseDigits) {
+TEST(hex_text, each_byte_is_two_lower_case_digits) {
     const std::vector<std::uint8_t> bytes = {0x00, 0x0F, 0xA0, 0xFF};
     std::string text = "before";
     hex_text(text, bytes.data(), bytes.size(), false);
     EXPECT_EQ(text, "000fa0ff");
 }
 
-TEST(HexText, SpacedBytesHaveOneBlankBetweenThem) {
+TEST(hex_text, spaced_bytes_have_one_blank_between_them) {
     const std::vector<std::uint8_t> bytes = {0x01, 0x23, 0xEF};
     std::string text;
     hex_text(text, bytes.data(), bytes.size(), true);
@@ -138,7 +138,7 @@ TEST(HexText, SpacedBytesHaveOneBlankBetweenThem) {
     EXPECT_EQ(text, "01");
 }
 
-TEST(HexText, NoBytesGiveEmptyText) {
+TEST(hex_text, no_bytes_give_empty_text) {
     std::string text = "before";
     hex_text(text, nullptr, 4, false);
     EXPECT_EQ(text, "");

@@ -161,7 +161,7 @@ TEST(parse_u64, a_negative_number_wraps_and_one_that_is_too_large_is_the_largest
     EXPECT_EQ(u64("o7777777777777777777777"), 0xFFFFFFFFFFFFFFFFu);
 }
 
-TEST(parse_u64, blanks_are_skipped_in_front_and_refused_behind) {
+TEST(parse_u64, blanks_are_skipped_in_front_and_refused_after) {
     EXPECT_EQ(u64("  12"), 12u);
     EXPECT_EQ(u64("\t0x12"), 18u);
     EXPECT_EQ(u64("12 "), none);

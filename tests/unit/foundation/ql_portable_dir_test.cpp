@@ -73,7 +73,7 @@ TEST(split_path, an_empty_path_is_a_failure_with_empty_parts) {
     EXPECT_EQ(part(""), (parted{"", ""}));
 }
 
-TEST(split_path, the_last_backslash_parts_the_path_even_if_a_slash_stands_behind_it) {
+TEST(split_path, the_last_backslash_parts_the_path_even_if_a_slash_is_after_it) {
     EXPECT_EQ(part("a\\b/c"), (parted{"a", "b/c"}));
     EXPECT_EQ(part("a/b\\c"), (parted{"a/b", "c"}));
     EXPECT_EQ(part("/a\\b/c/"), (parted{"/a", "b/c/"}));
@@ -138,7 +138,7 @@ TEST(canonical_path, a_path_that_begins_with_its_separator_stays_with_its_double
     EXPECT_EQ(canonical("/a\\b"), "/a\\b");
 }
 
-TEST(canonical_path, a_relative_path_is_put_behind_the_current_directory) {
+TEST(canonical_path, a_relative_path_is_put_after_the_current_directory) {
     const test::temp_dir dir;
     const working_directory here(dir.path());
     const std::string cwd = current_directory();
@@ -198,7 +198,7 @@ TEST(canonical_path, more_steps_upwards_than_there_are_levels_end_at_the_root) {
     EXPECT_EQ(canonical(up.substr(0, up.size() - 1)), "/");
 }
 
-TEST(canonical_path, a_step_upwards_behind_a_name_stays_for_the_system) {
+TEST(canonical_path, a_step_upwards_after_a_name_stays_for_the_system) {
     const test::temp_dir dir;
     const working_directory here(dir.path());
     EXPECT_EQ(canonical("sub/../d.dd"), current_directory() + "/sub/../d.dd");

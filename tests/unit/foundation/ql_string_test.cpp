@@ -82,7 +82,7 @@ TEST(utf16_to_utf8, the_units_next_to_the_high_surrogates_stand_for_themselves) 
     EXPECT_EQ(out, "\xED\x9F\xBF\xED\xB0\x80\xEE\x80\x80");
 }
 
-TEST(utf16_to_utf8, a_low_surrogate_that_stands_alone_is_a_code_point_of_its_own) {
+TEST(utf16_to_utf8, a_low_surrogate_that_is_alone_is_a_code_point_of_its_own) {
     std::string out;
     EXPECT_TRUE(utf16_to_utf8(out, on_disk({'A', 0xDC00, 0xDFFF})));
     EXPECT_EQ(out, "A\xED\xB0\x80\xED\xBF\xBF");

@@ -33,7 +33,7 @@ std::string fields(const time& value) {
     return text;
 }
 
-TEST(TimeFromFiletime, AUsualValueGivesAllFields) {
+TEST(time_from_filetime, a_usual_value_gives_all_fields) {
     const time value = filetime_of(march_2019 + 4567);
     EXPECT_TRUE(value.valid);
     EXPECT_EQ(value.filetime, 131964565610934567u);
@@ -46,14 +46,14 @@ TEST(TimeFromFiletime, AUsualValueGivesAllFields) {
     EXPECT_EQ(value.filetime_copy.high, 0x01D4D512u);
 }
 
-TEST(TimeFromFiletime, ZeroIsNotValid) {
+TEST(time_from_filetime, zero_is_not_valid) {
     const time value = filetime_of(0);
     EXPECT_FALSE(value.valid);
     EXPECT_EQ(value.unix_seconds, 0);
     EXPECT_EQ(fields(value), "0 0 0 0 0 0 0 0");
 }
 
-TEST(TimeFromFiletime, AValueWithTheTopBitSetIsKeptButNotValid) {
+TEST(time_from_filetime, a_value_with_the_top_bit_set_is_kept_but_not_valid) {
     for (const std::uint64_t ticks : {0x8000000000000000u, 0x8000000000000001u, 0xFFFFFFFFFFFFFFFFu}) {
         const time value = filetime_of(ticks);
         EXPECT_FALSE(value.valid);
@@ -63,7 +63,7 @@ TEST(TimeFromFiletime, AValueWithTheTopBitSetIsKeptButNotValid) {
     }
 }
 
-TEST(TimeFromFiletime, TheFirstSecondOf1970IsNotValidWhereOneWouldExpectATimeLikeAnyOther) {
+TEST(time_from_filetime, the_first_second_of_1970_is_not_valid_not_a_time_like_any_other) {
     EXPECT_FALSE(filetime_of(unix_epoch_in_ticks).valid);
     EXPECT_FALSE(filetime_of(unix_epoch_in_ticks + ticks_per_second - 1).valid);
     const time next = filetime_of(unix_epoch_in_ticks + ticks_per_second);
@@ -75,7 +75,7 @@ TEST(TimeFromFiletime, TheFirstSecondOf1970IsNotValidWhereOneWouldExpectATimeLik
     EXPECT_EQ(fields(before), "1969 12 31 3 23 59 59 999");
 }
 
-TEST(TimeFromFiletime, YearsUpTo1899AreNotValidWhereOneWouldExpectEveryDateSince1601ToPrint) {
+TEST(time_from_filetime, years_up_to_1899_are_not_valid_not_every_date_since_1601_to_print) {
     EXPECT_FALSE(filetime_of(1).valid);
     EXPECT_FALSE(filetime_of(year_1601_january_2).valid);
     EXPECT_FALSE(filetime_of(year_1850).valid);
@@ -84,7 +84,7 @@ TEST(TimeFromFiletime, YearsUpTo1899AreNotValidWhereOneWouldExpectEveryDateSince
     EXPECT_TRUE(filetime_of(year_1900).valid);
 }
 
-TEST(TimeFromFiletime, ATimeBefore1970HasAHugeUnixTimeAndNoLocalOne) {
+TEST(time_from_filetime, a_time_before_1970_has_a_huge_unix_time_and_no_local_one) {
     const time value = filetime_of(year_1900);
     // (2^64 + 94354848000000000 - 116444736000000000) / 10000000
     EXPECT_EQ(value.unix_seconds, 1842465418570);
@@ -93,7 +93,7 @@ TEST(TimeFromFiletime, ATimeBefore1970HasAHugeUnixTimeAndNoLocalOne) {
     EXPECT_EQ(fields(value), "1900 1 1 1 0 0 0 0");
 }
 
-TEST(TimeFromFiletime, YearsPast3000AreNotValid) {
+TEST(time_from_filetime, years_past_3000_are_not_valid) {
     EXPECT_TRUE(filetime_of(year_3001 - 1).valid);
     EXPECT_EQ(fields(filetime_of(year_3001 - 1)), "3000 12 31 3 23 59 59 999");
     const time value = filetime_of(year_3001);
@@ -104,7 +104,7 @@ TEST(TimeFromFiletime, YearsPast3000AreNotValid) {
     EXPECT_EQ(filetime_of(0x7FFFFFFFFFFFFFFF).system_time.wYear, 30828);
 }
 
-TEST(TimeFromFiletime, LeapDaysFollowTheGregorianRule) {
+TEST(time_from_filetime, leap_days_follow_the_gregorian_rule) {
     EXPECT_EQ(fields(filetime_of(131012639990000000)), "2016 2 29 1 23 59 59 0");
     EXPECT_EQ(fields(filetime_of(131012639999990000)), "2016 2 29 1 23 59 59 999");
     EXPECT_EQ(fields(filetime_of(131012640000000000)), "2016 3 1 2 0 0 0 0");
@@ -119,7 +119,7 @@ bool is_leap(int year) {
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
-TEST(TimeFromFiletime, EveryDayFrom1601To3100IsTheCalendars) {
+TEST(time_from_filetime, every_day_from_1601_to_3100_is_the_calendars) {
     constexpr int month_days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     std::uint64_t ticks = ticks_per_second;  // the first second of 1970 has no fields
     int weekday = 1;                         // 1601-01-01 was a Monday
@@ -138,7 +138,7 @@ TEST(TimeFromFiletime, EveryDayFrom1601To3100IsTheCalendars) {
     }
 }
 
-TEST(TimeFromFiletime, DosFieldsRoundOddSecondsUp) {
+TEST(time_from_filetime, dos_fields_round_odd_seconds_up) {
     // 1980-01-01 00:00:00 and seconds behind it
     constexpr std::uint64_t year_1980 = 119600064000000000;
     EXPECT_EQ(filetime_of(year_1980).dos_date, 0x0021);
@@ -151,7 +151,7 @@ TEST(TimeFromFiletime, DosFieldsRoundOddSecondsUp) {
     EXPECT_EQ(filetime_of(march_2019).dos_date, 20071);
 }
 
-TEST(TimeFromFiletime, DosFieldsAreZeroOutsideOf1980To2037) {
+TEST(time_from_filetime, dos_fields_are_zero_outside_of_1980_to_2037) {
     constexpr std::uint64_t year_1980 = 119600064000000000;
     constexpr std::uint64_t year_2038 = 137903904000000000;
     EXPECT_EQ(filetime_of(year_1980 - 1).dos_date, 0);
@@ -192,7 +192,7 @@ class with_zone {
     std::string m_before;
 };
 
-TEST(TimeFromFiletime, LocalTimeIsTheOffsetInForceNowAndAllElseIsUtc) {
+TEST(time_from_filetime, local_time_is_the_offset_in_force_now_and_all_else_is_utc) {
     const with_zone zone("XYZ-5");  // five hours ahead, the year round
     const time value = filetime_of(march_2019);
     EXPECT_FALSE(value.tm_failed);
@@ -204,7 +204,7 @@ TEST(TimeFromFiletime, LocalTimeIsTheOffsetInForceNowAndAllElseIsUtc) {
     EXPECT_EQ(fields(value), "2019 3 7 4 18 22 41 93");
 }
 
-TEST(TimeFromFiletime, TheLastHoursOf3000StayValidWhereLocalTimeIsIn3001Already) {
+TEST(time_from_filetime, the_last_hours_of_3000_stay_valid_where_local_time_is_in_3001_already) {
     const with_zone zone("XYZ-5");
     const time value = filetime_of(year_3001 - 1);
     EXPECT_TRUE(value.tm_failed);
@@ -212,7 +212,7 @@ TEST(TimeFromFiletime, TheLastHoursOf3000StayValidWhereLocalTimeIsIn3001Already)
     EXPECT_TRUE(value.valid);
 }
 
-TEST(TimeFromUnixTime, SecondsBecomeAFiletime) {
+TEST(time_from_unix_time, seconds_become_a_filetime) {
     const time value(1551982961, type_time::unix_time);
     EXPECT_TRUE(value.valid);
     EXPECT_EQ(value.unix_seconds, 1551982961);
@@ -220,7 +220,7 @@ TEST(TimeFromUnixTime, SecondsBecomeAFiletime) {
     EXPECT_EQ(fields(value), "2019 3 7 4 18 22 41 0");
 }
 
-TEST(TimeFromUnixTime, ZeroAndNegativeSecondsAreNotValidButKeepTheirFiletime) {
+TEST(time_from_unix_time, zero_and_negative_seconds_are_not_valid_but_keep_their_filetime) {
     const time zero(0, type_time::unix_time);
     EXPECT_FALSE(zero.valid);
     EXPECT_EQ(zero.filetime, unix_epoch_in_ticks);
@@ -231,11 +231,11 @@ TEST(TimeFromUnixTime, ZeroAndNegativeSecondsAreNotValidButKeepTheirFiletime) {
     EXPECT_EQ(fields(negative), "0 0 0 0 0 0 0 0");
 }
 
-TEST(TimeFromUnixTime, OneSecondIsTheFirstThatIsValid) {
+TEST(time_from_unix_time, one_second_is_the_first_that_is_valid) {
     EXPECT_TRUE(time(1, type_time::unix_time).valid);
 }
 
-TEST(TimeFromUnixTime, SecondsBeyondTheRangeOfAFiletimeDoNotComeBackAsAnotherDate) {
+TEST(time_from_unix_time, seconds_beyond_the_range_of_a_filetime_do_not_come_back_as_another_date) {
     // (2^63 - 1 - 116444736000000000) / 10000000
     EXPECT_EQ(time(910692730085, type_time::unix_time).system_time.wYear, 30828);
     EXPECT_EQ(time(910692730086, type_time::unix_time).system_time.wYear, 0);
@@ -246,7 +246,7 @@ TEST(TimeFromUnixTime, SecondsBeyondTheRangeOfAFiletimeDoNotComeBackAsAnotherDat
         << "they are kept as they came";
 }
 
-TEST(TimeNow, TheDefaultIsTheSystemsClock) {
+TEST(time_now, the_default_is_the_systems_clock) {
     const std::time_t before = std::time(nullptr);
     const time now;
     const std::time_t after = std::time(nullptr);
@@ -255,7 +255,7 @@ TEST(TimeNow, TheDefaultIsTheSystemsClock) {
     EXPECT_LE(now.unix_seconds, after);
 }
 
-TEST(TypeTime, KindsAreOneBitMasksWithNames) {
+TEST(type_time, kinds_are_one_bit_masks_with_names) {
     EXPECT_EQ(static_cast<std::uint32_t>(type_time::filetime), 1u);
     EXPECT_EQ(static_cast<std::uint32_t>(type_time::unix_time), 8u);
     EXPECT_STREQ(name_of(type_time::filetime), "filetime");

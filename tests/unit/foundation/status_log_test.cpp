@@ -35,12 +35,12 @@ std::string line(const char* format, Arguments... arguments) {
     return log.m_lines.size() == 1 ? log.m_lines.front() : "not one line";
 }
 
-TEST(StatusLog, PlainTextIsTheLine) {
+TEST(status_log_lines, plain_text_is_the_line) {
     EXPECT_EQ(line("exit: 0"), "exit: 0");
     EXPECT_EQ(line(""), "");
 }
 
-TEST(StatusLog, NothingIsWrittenWhileTheLogIsOff) {
+TEST(status_log_lines, nothing_is_written_while_the_log_is_off) {
     kept_log log;
     log.m_on = false;
     log.log("info: %s", "copy successful");
@@ -48,13 +48,13 @@ TEST(StatusLog, NothingIsWrittenWhileTheLogIsOff) {
     EXPECT_TRUE(log.m_lines.empty());
 }
 
-TEST(StatusLog, TheSilentLogTakesEverything) {
+TEST(status_log_lines, the_silent_log_takes_everything) {
     no_log().log("info: %s", "unheard");
     no_log().log_text("unheard");
     EXPECT_EQ(&no_log(), &no_log());
 }
 
-TEST(StatusLog, NarrowTextIsWrittenByteForByte) {
+TEST(status_log_lines, narrow_text_is_written_byte_for_byte) {
     EXPECT_EQ(line("info: %s",
                    "Gr\xC3\xB6\xC3\x9F"
                    "e"),
@@ -64,16 +64,16 @@ TEST(StatusLog, NarrowTextIsWrittenByteForByte) {
     EXPECT_EQ(line("[%*s|%-*s|%.*s]", 5, "abc", 5, "abc", 1, "abc"), "[  abc|abc  |a]");
 }
 
-TEST(StatusLog, WideTextIsWrittenInItsNarrowForm) {
+TEST(status_log_lines, wide_text_is_written_in_its_narrow_form) {
     EXPECT_EQ(line("partition letter %S", L"/dev/sda1"), "partition letter /dev/sda1");
     EXPECT_EQ(line("dst: %ls", L"out.bin"), "dst: out.bin");
 }
 
-TEST(StatusLog, NonAsciiWideTextIsWrittenInTheCLocaleToo) {
+TEST(status_log_lines, non_ascii_wide_text_is_written_in_the_c_locale_too) {
     EXPECT_EQ(line("<%S>", L"\u00E9\u20AC\U0001F600"), "<\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80>");
 }
 
-TEST(StatusLog, NoNameBeginsALineOrActsOnTheTerminal) {
+TEST(status_log_lines, no_name_begins_a_line_or_acts_on_the_terminal) {
     EXPECT_EQ(line("seg: %s", "a\n->info: copy successful"), "seg: a\\u000A->info: copy successful");
     EXPECT_EQ(line("anal: %S", L"/a\x202E\x1b[2J\x85"), "anal: /a\\u202E\\u001B[2J\\u0085");
     // The format is the program's own.
@@ -84,13 +84,13 @@ TEST(StatusLog, NoNameBeginsALineOrActsOnTheTerminal) {
     EXPECT_EQ(line("%s", many.c_str()).size(), 256U);
 }
 
-TEST(StatusLog, NullTextIsNamedAsNull) {
+TEST(status_log_lines, null_text_is_named_as_null) {
     const char* const narrow_text = nullptr;
     const wchar_t* const wide_text = nullptr;
     EXPECT_EQ(line("%s %S", narrow_text, wide_text), "(null) (null)");
 }
 
-TEST(StatusLog, NumbersOfEveryWidthAreWritten) {
+TEST(status_log_lines, numbers_of_every_width_are_written) {
     EXPECT_EQ(line("%d %i", -1, 2), "-1 2");
     EXPECT_EQ(line("%u", 4294967295u), "4294967295");
     EXPECT_EQ(line("%ld %lu", -3L, 4UL), "-3 4");
@@ -103,31 +103,31 @@ TEST(StatusLog, NumbersOfEveryWidthAreWritten) {
     EXPECT_EQ(line("%o %X", 8u, 0xABCu), "10 ABC");
 }
 
-TEST(StatusLog, FlagsWidthAndPrecisionOfNumbersAreKept) {
+TEST(status_log_lines, flags_width_and_precision_of_numbers_are_kept) {
     EXPECT_EQ(line("[%4d|%-4d|%04d|%+d|% d]", 7, 7, 7, 7, 7), "[   7|7   |0007|+7| 7]");
     EXPECT_EQ(line("[%#x|%.3d|%6.3d]", 255u, 7, 7), "[0xff|007|   007]");
     EXPECT_EQ(line("[%*d|%.*d]", 4, 7, 2, 7), "[   7|07]");
     EXPECT_EQ(line("[%*d]", -4, 7), "[7   ]");
 }
 
-TEST(StatusLog, FloatingNumbersCharactersAndPointersAreWritten) {
+TEST(status_log_lines, floating_numbers_characters_and_pointers_are_written) {
     EXPECT_EQ(line("%.2f %g %.1Lf", 1.5, 0.25, 2.5L), "1.50 0.25 2.5");
     EXPECT_EQ(line("%c%c", 'o', 'k'), "ok");
     const void* const none = nullptr;
     EXPECT_EQ(line("%p", none), "(nil)");
 }
 
-TEST(StatusLog, TwoPercentSignsAreOne) {
+TEST(status_log_lines, two_percent_signs_are_one) {
     EXPECT_EQ(line("100%% of %d", 3), "100% of 3");
 }
 
-TEST(StatusLog, AnUnknownConversionEndsTheLineWhereItStands) {
+TEST(status_log_lines, an_unknown_conversion_ends_the_line_where_it_is) {
     EXPECT_EQ(line("before %n after"), "before ");
     EXPECT_EQ(line("before %q"), "before ");
     EXPECT_EQ(line("before %"), "before ");
 }
 
-TEST(StatusLog, AMessageIsCutAtTheFormatsLengthPlus254Bytes) {
+TEST(status_log_lines, a_message_is_cut_at_the_formats_length_plus_254_bytes) {
     // "err: %s" has 7 characters.
     EXPECT_EQ(line("err: %s", std::string(256, 'x').c_str()), "err: " + std::string(256, 'x'));
     EXPECT_EQ(line("err: %s", std::string(257, 'x').c_str()), "err: " + std::string(256, 'x'));
@@ -137,17 +137,17 @@ TEST(StatusLog, AMessageIsCutAtTheFormatsLengthPlus254Bytes) {
     EXPECT_EQ(line("%ls", std::wstring(1000, L'x').c_str()).size(), 257u);
 }
 
-TEST(StatusLog, TextBehindAnArgumentThatFillsTheLineIsCutOff) {
+TEST(status_log_lines, text_after_an_argument_that_fills_the_line_is_cut_off) {
     EXPECT_EQ(line("%s%d!", std::string(1000, 'x').c_str(), 5), std::string(259, 'x'));
     EXPECT_EQ(line("%s%d!", std::string(258, 'x').c_str(), 57), std::string(258, 'x') + "5");
     EXPECT_EQ(line("%s%d!", std::string(257, 'x').c_str(), 57), std::string(257, 'x') + "57");
 }
 
-TEST(StatusLog, AFieldWiderThanTheLineIsCut) {
+TEST(status_log_lines, a_field_wider_than_the_line_is_cut) {
     EXPECT_EQ(line("%9999d", 1), std::string(260, ' '));
 }
 
-TEST(StatusLog, AFormatLongerThanAnyBufferIsWrittenWhole) {
+TEST(status_log_lines, a_format_longer_than_any_buffer_is_written_whole) {
     const std::string format(10000, 'y');
     EXPECT_EQ(line(format.c_str()), format);
 }
@@ -172,7 +172,7 @@ void limit_further_memory(std::uint64_t bytes) {
     std::_Exit(log.m_lines.size() == 1 && log.m_lines.front().size() == expected_length ? 0 : 1);
 }
 
-TEST(StatusLogDeathTest, ALineForWhichThereIsNoMemoryIsCutAt255Bytes) {
+TEST(status_log_death_test, a_line_for_which_there_is_no_memory_is_cut_at_255_bytes) {
     const std::string format(32U << 20, 'y');
     EXPECT_EXIT(log_with_little_memory("short", 5), testing::ExitedWithCode(0), "");
     // Without a limit the line is whole.
@@ -180,7 +180,7 @@ TEST(StatusLogDeathTest, ALineForWhichThereIsNoMemoryIsCutAt255Bytes) {
     EXPECT_EXIT(log_with_little_memory(format, length), testing::ExitedWithCode(0), "");
 }
 
-TEST(StatusLog, ReadyTextIsWrittenAtAnyLengthAndWithItsLineFeeds) {
+TEST(status_log_lines, ready_text_is_written_at_any_length_and_with_its_line_feeds) {
     kept_log log;
     const std::string text = "first\n" + std::string(100000, 'z') + "%s\n";
     log.log_text(text);

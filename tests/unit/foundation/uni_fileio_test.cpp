@@ -52,16 +52,16 @@ int flags_after_open(const std::string& path, int flags) {
     return now;
 }
 
-TEST(OpenFile, AnEmptyPathGivesNoDescriptor) {
+TEST(open_file, an_empty_path_gives_no_descriptor) {
     EXPECT_EQ(open_file(std::string(), O_RDONLY, 0), -1);
     EXPECT_EQ(open_file(std::wstring(), O_RDONLY, 0), -1);
 }
 
-TEST(OpenFile, APathToNothingGivesNoDescriptor) {
+TEST(open_file, a_path_to_nothing_gives_no_descriptor) {
     EXPECT_EQ(open_file(std::string("/no/such/file"), O_RDONLY, 0), -1);
 }
 
-TEST(OpenFile, APathWithNonAsciiLettersReachesTheSystemAsUtf8) {
+TEST(open_file, a_path_with_non_ascii_letters_reaches_the_system_as_utf8) {
     const temp_dir dir;
     const int descriptor = open_file(wide(dir / "") + L"\u00E9", O_WRONLY | O_CREAT, 0600);
     ASSERT_NE(descriptor, -1);
@@ -69,7 +69,7 @@ TEST(OpenFile, APathWithNonAsciiLettersReachesTheSystemAsUtf8) {
     EXPECT_TRUE(std::filesystem::exists(dir / "\xC3\xA9"));
 }
 
-TEST(OpenFile, AWidePathThatFailsToConvertReachesTheSystemAsTheTextMadeSoFar) {
+TEST(open_file, a_wide_path_that_fails_to_convert_reaches_the_system_as_the_text_made_so_far) {
     const temp_dir dir;
     const int descriptor =
         open_file(wide(dir / "cut") + static_cast<wchar_t>(0x110000) + L"rest", O_WRONLY | O_CREAT, 0600);
@@ -78,7 +78,7 @@ TEST(OpenFile, AWidePathThatFailsToConvertReachesTheSystemAsTheTextMadeSoFar) {
     EXPECT_TRUE(std::filesystem::exists(dir / "cut"));
 }
 
-TEST(OpenFile, AFifoIsRefusedWithoutWaitingForItsOtherEnd) {
+TEST(open_file, a_fifo_is_refused_without_waiting_for_its_other_end) {
     const temp_dir dir;
     const std::string fifo = (dir / "fifo").string();
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
@@ -87,7 +87,7 @@ TEST(OpenFile, AFifoIsRefusedWithoutWaitingForItsOtherEnd) {
     EXPECT_EQ(open_file(fifo, O_RDWR, 0), -1);
 }
 
-TEST(OpenFile, ASocketIsRefused) {
+TEST(open_file, a_socket_is_refused) {
     const temp_dir dir;
     const std::string path = (dir / "socket").string();
     ::sockaddr_un address = {};
@@ -100,13 +100,13 @@ TEST(OpenFile, ASocketIsRefused) {
     ::close(socket);
 }
 
-TEST(OpenFile, ACharacterDeviceIsAccepted) {
+TEST(open_file, a_character_device_is_accepted) {
     const int descriptor = open_file(std::string("/dev/null"), O_RDONLY, 0);
     EXPECT_NE(descriptor, -1);
     ::close(descriptor);
 }
 
-TEST(OpenFile, ReadsWaitUnlessTheCallerAskedForTheOpposite) {
+TEST(open_file, reads_wait_unless_the_caller_asked_for_the_opposite) {
     const temp_dir dir;
     put(dir / "f", "x");
     EXPECT_EQ(flags_after_open((dir / "f").string(), O_RDONLY) & O_NONBLOCK, 0);
@@ -115,7 +115,7 @@ TEST(OpenFile, ReadsWaitUnlessTheCallerAskedForTheOpposite) {
               O_WRONLY | O_APPEND);
 }
 
-TEST(MayBeOpenedUnasked, OnlyARegularFileWithBytes) {
+TEST(may_be_opened_unasked, only_a_regular_file_with_bytes) {
     const temp_dir dir;
     put(dir / "file", "x");
     put(dir / "empty", "");
@@ -130,7 +130,7 @@ TEST(MayBeOpenedUnasked, OnlyARegularFileWithBytes) {
     }
 }
 
-TEST(MayBeRead, WhateverIsThereButFifosAndSockets) {
+TEST(may_be_read, whatever_is_there_but_fifos_and_sockets) {
     const temp_dir dir;
     put(dir / "file", "x");
     ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
@@ -143,7 +143,7 @@ TEST(MayBeRead, WhateverIsThereButFifosAndSockets) {
     EXPECT_EQ(may_be_read(wide(dir / "file")), ::geteuid() == 0);
 }
 
-TEST(FileIo, AClosedObjectRefusesEverything) {
+TEST(file_io, a_closed_object_refuses_everything) {
     fileio file;
     bytes out = {1};
     std::uint64_t length = 1;
@@ -162,7 +162,7 @@ TEST(FileIo, AClosedObjectRefusesEverything) {
     file.close();
 }
 
-TEST(FileIo, APathToNothingLeavesTheObjectClosed) {
+TEST(file_io, a_path_to_nothing_leaves_the_object_closed) {
     fileio file;
     EXPECT_FALSE(file.open(L"/no/such/file", false, true, false));
     EXPECT_FALSE(file.m_is_open);
@@ -170,7 +170,7 @@ TEST(FileIo, APathToNothingLeavesTheObjectClosed) {
     EXPECT_EQ(file.m_path, L"");
 }
 
-TEST(FileIo, OpeningNotesSizePathAndFlags) {
+TEST(file_io, opening_notes_size_path_and_flags) {
     const temp_dir dir;
     put(dir / "f", "twelve bytes");
     fileio file;
@@ -183,7 +183,7 @@ TEST(FileIo, OpeningNotesSizePathAndFlags) {
     EXPECT_NE(file.m_fd, -1);
 }
 
-TEST(FileIo, OpeningASecondFileClosesTheFirst) {
+TEST(file_io, opening_a_second_file_closes_the_first) {
     const temp_dir dir;
     put(dir / "one", "1");
     put(dir / "two", "22");
@@ -196,7 +196,7 @@ TEST(FileIo, OpeningASecondFileClosesTheFirst) {
     EXPECT_EQ(file.m_fd, -1);
 }
 
-TEST(FileIo, CreateMakesOrEmptiesAFileWithMode606) {
+TEST(file_io, create_makes_or_empties_a_file_with_mode_606) {
     const temp_dir dir;
     const ::mode_t before = ::umask(0);
     fileio file;
@@ -211,7 +211,7 @@ TEST(FileIo, CreateMakesOrEmptiesAFileWithMode606) {
     EXPECT_TRUE(file.m_open_write);
 }
 
-TEST(FileIo, WithoutCreateAFileMustExistAndKeepsItsBytes) {
+TEST(file_io, without_create_a_file_must_exist_and_keeps_its_bytes) {
     const temp_dir dir;
     fileio file;
     EXPECT_FALSE(file.open(wide(dir / "f"), true, false, false));
@@ -221,7 +221,7 @@ TEST(FileIo, WithoutCreateAFileMustExistAndKeepsItsBytes) {
     EXPECT_FALSE(file.open(wide(dir / "g"), false, false, true));  // create without write only reads
 }
 
-TEST(FileIo, AFileOpenedForReadingCannotBeWritten) {
+TEST(file_io, a_file_opened_for_reading_cannot_be_written) {
     const temp_dir dir;
     put(dir / "f", "abc");
     fileio file;
@@ -234,7 +234,7 @@ TEST(FileIo, AFileOpenedForReadingCannotBeWritten) {
     EXPECT_EQ(content(dir / "f"), "abc");
 }
 
-TEST(FileIo, AppendedBytesAndTextGoToTheEnd) {
+TEST(file_io, appended_bytes_and_text_go_to_the_end) {
     const temp_dir dir;
     put(dir / "f", "abc");
     fileio file;
@@ -251,7 +251,7 @@ TEST(FileIo, AppendedBytesAndTextGoToTheEnd) {
     EXPECT_EQ(content(dir / "f"), "abcdef1");
 }
 
-TEST(FileIo, WritingAtAnOffsetOverwritesAndGrows) {
+TEST(file_io, writing_at_an_offset_overwrites_and_grows) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -267,7 +267,7 @@ TEST(FileIo, WritingAtAnOffsetOverwritesAndGrows) {
     EXPECT_EQ(content(dir / "f"), "aXYde123");
 }
 
-TEST(FileIo, ReadingAcrossTheEndGivesTheBytesThatExist) {
+TEST(file_io, reading_across_the_end_gives_the_bytes_that_exist) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -283,7 +283,7 @@ TEST(FileIo, ReadingAcrossTheEndGivesTheBytesThatExist) {
     EXPECT_TRUE(out.empty());
 }
 
-TEST(FileIo, ReadingPastTheEndIsFalse) {
+TEST(file_io, reading_past_the_end_is_false) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -297,7 +297,7 @@ TEST(FileIo, ReadingPastTheEndIsFalse) {
     EXPECT_FALSE(file.read_at(out, 1, 0x7FFFFFFFFFFFFFFF));
 }
 
-TEST(FileIo, ReadingIntoABufferTellsHowMuchCame) {
+TEST(file_io, reading_into_a_buffer_reports_how_much_came) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -317,7 +317,7 @@ TEST(FileIo, ReadingIntoABufferTellsHowMuchCame) {
     EXPECT_TRUE(file.read_into(buffer.data(), length, 0));
 }
 
-TEST(FileIo, AFileLongerThanOnePortionIsReadWhole) {
+TEST(file_io, a_file_longer_than_one_portion_is_read_whole) {
     const temp_dir dir;
     std::string text;
     for (int i = 0; text.size() < 5u << 20; ++i) {
@@ -333,7 +333,7 @@ TEST(FileIo, AFileLongerThanOnePortionIsReadWhole) {
     EXPECT_EQ(out, of(text.substr(3)));
 }
 
-TEST(FileIo, ADirectoryOpensButGivesNoBytes) {
+TEST(file_io, a_directory_opens_but_gives_no_bytes) {
     const temp_dir dir;
     fileio file;
     ASSERT_TRUE(file.open(wide(dir.path()), false, false, false));
@@ -342,7 +342,7 @@ TEST(FileIo, ADirectoryOpensButGivesNoBytes) {
     EXPECT_TRUE(out.empty());
 }
 
-TEST(FileIo, WriteAllWritesAtTheDescriptorsOwnPosition) {
+TEST(file_io, write_all_writes_at_the_descriptors_own_position) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -355,13 +355,13 @@ TEST(FileIo, WriteAllWritesAtTheDescriptorsOwnPosition) {
     EXPECT_EQ(content(dir / "f"), "ab123f");
 }
 
-TEST(FileIo, AFullDeviceRefusesTheBytes) {
+TEST(file_io, a_full_device_refuses_the_bytes) {
     fileio file;
     ASSERT_TRUE(file.open(L"/dev/full", true, false, false));
     EXPECT_FALSE(file.write_all("x", 1));
 }
 
-TEST(FileIo, AskingForTheSizeDoesNotMoveThePosition) {
+TEST(file_io, asking_for_the_size_does_not_move_the_position) {
     const temp_dir dir;
     put(dir / "f", "abcdef");
     fileio file;
@@ -371,7 +371,7 @@ TEST(FileIo, AskingForTheSizeDoesNotMoveThePosition) {
     EXPECT_EQ(::lseek(file.m_fd, 0, SEEK_CUR), 3);
 }
 
-TEST(FileIo, TheSizeIsThePresentOne) {
+TEST(file_io, the_size_is_the_present_one) {
     const temp_dir dir;
     put(dir / "f", "abc");
     fileio file;
@@ -380,7 +380,7 @@ TEST(FileIo, TheSizeIsThePresentOne) {
     EXPECT_EQ(file.size(), 6u);
 }
 
-TEST(FileIo, AProcFileWhoseEndCannotBeSoughtCountsAs0x40000Bytes) {
+TEST(file_io, a_proc_file_whose_end_cannot_be_sought_counts_as_0x40000_bytes) {
     fileio file;
     ASSERT_TRUE(file.open(L"/proc/self/status", false, false, false));
     ASSERT_EQ(::lseek(file.m_fd, 0, SEEK_END), -1) << "this kernel can seek to the end of the file";
@@ -392,7 +392,7 @@ TEST(FileIo, AProcFileWhoseEndCannotBeSoughtCountsAs0x40000Bytes) {
     EXPECT_LT(out.size(), 0x40000u);
 }
 
-TEST(FileIo, TheModeIsReadAsOctalDigits) {
+TEST(file_io, the_mode_is_read_as_octal_digits) {
     const temp_dir dir;
     put(dir / "f", "");
     fileio file;
@@ -421,7 +421,7 @@ class flush_counter : public std::stringbuf {
     int& m_flushes;
 };
 
-TEST(FileIo, ClosingFlushesAndDropsTheAttachedStreamAndResetsTheFields) {
+TEST(file_io, closing_flushes_and_drops_the_attached_stream_and_resets_the_fields) {
     const temp_dir dir;
     int flushes = 0;
     flush_counter buffer(flushes);
@@ -441,7 +441,7 @@ TEST(FileIo, ClosingFlushesAndDropsTheAttachedStreamAndResetsTheFields) {
     EXPECT_FALSE(file.m_is_open || file.m_open_write || file.m_keep_on_close || file.m_in_memory);
 }
 
-TEST(FileIo, TheEndOfTheObjectClosesTheFile) {
+TEST(file_io, the_end_of_the_object_closes_the_file) {
     const temp_dir dir;
     put(dir / "f", "x");
     int descriptor = -1;
@@ -453,7 +453,7 @@ TEST(FileIo, TheEndOfTheObjectClosesTheFile) {
     EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
-TEST(MemoryFile, BytesAreAppendedOverwrittenAndReadBack) {
+TEST(memory_file, bytes_are_appended_overwritten_and_read_back) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     EXPECT_TRUE(file.append("abcd", 4));
@@ -479,7 +479,7 @@ TEST(MemoryFile, BytesAreAppendedOverwrittenAndReadBack) {
     EXPECT_EQ(buffer, "34.");
 }
 
-TEST(MemoryFile, BytesWrittenBehindTheEndAreAppended) {
+TEST(memory_file, bytes_written_past_the_end_are_appended) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     EXPECT_TRUE(file.append("ab", 2));
@@ -487,7 +487,7 @@ TEST(MemoryFile, BytesWrittenBehindTheEndAreAppended) {
     EXPECT_EQ(file.m_memory, of("abcd"));
 }
 
-TEST(MemoryFile, TextIsAppendedToo) {
+TEST(memory_file, text_is_appended_too) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     std::ostringstream text;
@@ -496,7 +496,7 @@ TEST(MemoryFile, TextIsAppendedToo) {
     EXPECT_EQ(file.m_memory, of("n = 5"));
 }
 
-TEST(MemoryFile, NullBytesAreRefusedAndALengthOf0Succeeds) {
+TEST(memory_file, null_bytes_are_refused_and_a_length_of_0_succeeds) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     EXPECT_FALSE(file.append(nullptr, 1));
@@ -508,7 +508,7 @@ TEST(MemoryFile, NullBytesAreRefusedAndALengthOf0Succeeds) {
     EXPECT_TRUE(file.read_at(out, 0, 0));
 }
 
-TEST(MemoryFile, AFileCannotBeOpenedOnIt) {
+TEST(memory_file, a_file_cannot_be_opened_on_it) {
     const temp_dir dir;
     put(dir / "f", "x");
     fileio file;
@@ -521,7 +521,7 @@ TEST(MemoryFile, AFileCannotBeOpenedOnIt) {
     EXPECT_EQ(file.m_memory, of("kept"));
 }
 
-TEST(MemoryFile, ItHasNoModeAndNoDescriptor) {
+TEST(memory_file, it_has_no_mode_and_no_descriptor) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     EXPECT_TRUE(file.set_mode("644"));
@@ -529,7 +529,7 @@ TEST(MemoryFile, ItHasNoModeAndNoDescriptor) {
     EXPECT_FALSE(file.write_all("x", 1));
 }
 
-TEST(MemoryFile, ClosingDropsTheImage) {
+TEST(memory_file, closing_drops_the_image) {
     fileio file;
     ASSERT_TRUE(file.open_memory());
     ASSERT_TRUE(file.append("x", 1));
@@ -539,7 +539,7 @@ TEST(MemoryFile, ClosingDropsTheImage) {
     EXPECT_FALSE(file.append("x", 1));
 }
 
-TEST(MemoryFile, AnOpenFileIsClosedForIt) {
+TEST(memory_file, an_open_file_is_closed_for_it) {
     const temp_dir dir;
     put(dir / "f", "x");
     fileio file;

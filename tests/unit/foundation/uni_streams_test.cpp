@@ -59,7 +59,7 @@ std::vector<std::string> lines_of(const std::string& input, bool trim) {
 
 using texts = std::vector<std::string>;
 
-TEST(OutputFileStream, AWidePathReachesTheSystemAsUtf8) {
+TEST(output_file_stream, a_wide_path_reaches_the_system_as_utf8) {
     const temp_dir dir;
     {
         ofstream out(wide(dir / "") + L"\u00E9\U0001F600.txt", std::ios::out | std::ios::binary);
@@ -69,7 +69,7 @@ TEST(OutputFileStream, AWidePathReachesTheSystemAsUtf8) {
     EXPECT_EQ(content(dir / "\xC3\xA9\xF0\x9F\x98\x80.txt"), "text\n");
 }
 
-TEST(OutputFileStream, APathThatCannotBeConvertedReachesTheSystemAsTheTextMadeSoFar) {
+TEST(output_file_stream, a_path_that_cannot_be_converted_reaches_the_system_as_the_text_made_so_far) {
     const temp_dir dir;
     {
         ofstream out(wide(dir / "cut") + static_cast<wchar_t>(0x110000) + L"rest", std::ios::out);
@@ -78,7 +78,7 @@ TEST(OutputFileStream, APathThatCannotBeConvertedReachesTheSystemAsTheTextMadeSo
     EXPECT_TRUE(std::filesystem::exists(dir / "cut"));
 }
 
-TEST(OutputFileStream, OpenEmptiesTheFile) {
+TEST(output_file_stream, open_empties_the_file) {
     const temp_dir dir;
     put(dir / "f", "long content");
     {
@@ -89,7 +89,7 @@ TEST(OutputFileStream, OpenEmptiesTheFile) {
     EXPECT_EQ(content(dir / "f"), "new");
 }
 
-TEST(OutputFileStream, AFolderThatIsMissingLeavesTheStreamFailed) {
+TEST(output_file_stream, a_folder_that_is_missing_leaves_the_stream_failed) {
     const temp_dir dir;
     const ofstream out(wide(dir / "no" / "such" / "file"), std::ios::out);
     EXPECT_TRUE(out.fail());
@@ -98,7 +98,7 @@ TEST(OutputFileStream, AFolderThatIsMissingLeavesTheStreamFailed) {
     EXPECT_TRUE(later.fail());
 }
 
-TEST(OutputFileStream, PositionsHave64Bits) {
+TEST(output_file_stream, positions_have_64_bits) {
     const temp_dir dir;
     {
         ofstream out(wide(dir / "sparse"), std::ios::out | std::ios::binary);
@@ -109,7 +109,7 @@ TEST(OutputFileStream, PositionsHave64Bits) {
     EXPECT_EQ(std::filesystem::file_size(dir / "sparse"), 0x180000001u);
 }
 
-TEST(InputFileStream, AStreamIsReadBackByItsWidePath) {
+TEST(input_file_stream, a_stream_is_read_back_by_its_wide_path) {
     const temp_dir dir;
     put(dir / "\xC3\xA9", std::string("a\0\r\nb", 5));
     ifstream in(wide(dir / "") + L"\u00E9", std::ios::in | std::ios::binary);
@@ -118,27 +118,27 @@ TEST(InputFileStream, AStreamIsReadBackByItsWidePath) {
     EXPECT_TRUE(ifstream(wide(dir / "missing"), std::ios::in).fail());
 }
 
-TEST(StandardInput, LinesComeOneByOne) {
+TEST(standard_input, lines_come_one_by_one) {
     EXPECT_EQ(lines_of("one\ntwo\n", true), (texts{"one", "two"}));
     EXPECT_EQ(lines_of("one\ntwo\n", false), (texts{"one\n", "two\n"}));
 }
 
-TEST(StandardInput, TheLastLineNeedsNoLineFeed) {
+TEST(standard_input, the_last_line_needs_no_line_feed) {
     EXPECT_EQ(lines_of("one\ntwo", true), (texts{"one", "two"}));
     EXPECT_EQ(lines_of("one\ntwo", false), (texts{"one\n", "two"}));
 }
 
-TEST(StandardInput, TrimRemovesCarriageReturnsAndLineFeedsFromTheEndAlone) {
+TEST(standard_input, trim_removes_carriage_returns_and_line_feeds_from_the_end_alone) {
     EXPECT_EQ(lines_of("one\r\n\rtwo \t\r\r\n", true), (texts{"one", "\rtwo \t"}));
     EXPECT_EQ(lines_of("\r\n\n", true), (texts{"", ""}));
     EXPECT_EQ(lines_of("one\r\n", false), (texts{"one\r\n"}));
 }
 
-TEST(StandardInput, NoBytesAreNoLine) {
+TEST(standard_input, no_bytes_are_no_line) {
     EXPECT_EQ(lines_of("", true), texts{});
 }
 
-TEST(StandardInput, ALongLineArrivesInPiecesOf4095Bytes) {
+TEST(standard_input, a_long_line_arrives_in_pieces_of_4095_bytes) {
     EXPECT_EQ(lines_of(std::string(4095, 'x') + "\n", true), (texts{std::string(4095, 'x'), ""}));
     EXPECT_EQ(lines_of(std::string(4094, 'x') + "\n", true), (texts{std::string(4094, 'x')}));
     EXPECT_EQ(lines_of(std::string(5000, 'x') + "\nnext\n", true),
@@ -147,13 +147,13 @@ TEST(StandardInput, ALongLineArrivesInPiecesOf4095Bytes) {
               (texts{std::string(4095, 'x'), std::string(4095, 'x'), std::string(1810, 'x')}));
 }
 
-TEST(StandardInput, TheTextOfALineEndsAtItsFirstZeroByte) {
+TEST(standard_input, the_text_of_a_line_ends_at_its_first_zero_byte) {
     EXPECT_EQ(lines_of(std::string("one\0lost\ntwo\n", 13), true), (texts{"one", "two"}));
     EXPECT_EQ(lines_of(std::string("\0\n\0", 3), true), (texts{"", ""}));
     EXPECT_EQ(lines_of(std::string(5000, '\0') + "x", false), (texts{"", ""}));
 }
 
-TEST(StandardInput, LinesAcrossTheBuffersEndsAreWhole) {
+TEST(standard_input, lines_across_the_buffers_ends_are_whole) {
     std::string input;
     texts expected;
     for (int i = 0; i < 100000; ++i) {
@@ -163,7 +163,7 @@ TEST(StandardInput, LinesAcrossTheBuffersEndsAreWhole) {
     EXPECT_EQ(lines_of(input, true), expected);
 }
 
-TEST(StandardInput, WideLinesAreDecodedAsUtf8) {
+TEST(standard_input, wide_lines_are_decoded_as_utf8) {
     const temp_dir dir;
     put(dir / "input", "\xC3\xA9\r\n\xFF\nx\n");
     const int descriptor = ::open((dir / "input").c_str(), O_RDONLY);
@@ -181,7 +181,7 @@ TEST(StandardInput, WideLinesAreDecodedAsUtf8) {
     EXPECT_EQ(line, L"");
 }
 
-TEST(StandardInput, AClosedOneHasNoLines) {
+TEST(standard_input, a_closed_one_has_no_lines) {
     const temp_dir dir;
     const int descriptor = ::open(dir.path().c_str(), O_RDONLY);
     const standard_input redirected(descriptor);
@@ -194,7 +194,7 @@ TEST(StandardInput, AClosedOneHasNoLines) {
     EXPECT_EQ(line, "");
 }
 
-TEST(StandardInput, ADirectoryHasNoLines) {
+TEST(standard_input, a_directory_has_no_lines) {
     const temp_dir dir;
     const int descriptor = ::open(dir.path().c_str(), O_RDONLY);
     const standard_input redirected(descriptor);
@@ -204,7 +204,7 @@ TEST(StandardInput, ADirectoryHasNoLines) {
     EXPECT_FALSE(in.getline(line, true));
 }
 
-TEST(StandardInput, TheStreamReportsOpenOnceItWasOpened) {
+TEST(standard_input, the_stream_reports_open_once_it_was_opened) {
     stdin_stream in;
     EXPECT_FALSE(in.is_open());
     EXPECT_TRUE(in.open_stdin(false));
@@ -216,7 +216,7 @@ void take_signal(int) {
     ++signals_taken;
 }
 
-TEST(StandardInput, AnInterruptedReadIsRepeated) {
+TEST(standard_input, an_interrupted_read_is_repeated) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(::pipe(ends), 0);
     const standard_input redirected(ends[0]);
@@ -247,7 +247,7 @@ TEST(StandardInput, AnInterruptedReadIsRepeated) {
     ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST(StandardOutput, WideTextIsWrittenAsNarrowBytes) {
+TEST(standard_output, wide_text_is_written_as_narrow_bytes) {
     testing::internal::CaptureStdout();
     stdout_stream out;
     out.write(std::string_view("a\0b ", 4));
@@ -255,7 +255,7 @@ TEST(StandardOutput, WideTextIsWrittenAsNarrowBytes) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("a\0b \xC3\xA9\n", 7));
 }
 
-TEST(FileStatistics, AHostFileGivesSizeModeAndTimesInUnixSeconds) {
+TEST(file_statistics, a_host_file_gives_size_mode_and_times_in_unix_seconds) {
     const temp_dir dir;
     put(dir / "\xC3\xA9", "twelve bytes");
     ASSERT_EQ(::chmod((dir / "\xC3\xA9").c_str(), 0640), 0);
@@ -278,7 +278,7 @@ TEST(FileStatistics, AHostFileGivesSizeModeAndTimesInUnixSeconds) {
     EXPECT_EQ(stats.m_mask, 0u);
 }
 
-TEST(FileStatistics, APathToNothingIsFalseAndClears) {
+TEST(file_statistics, a_path_to_nothing_is_false_and_clears) {
     fileio_stats stats;
     stats.m_size = 5;
     stats.m_valid = true;
@@ -289,7 +289,7 @@ TEST(FileStatistics, APathToNothingIsFalseAndClears) {
     EXPECT_EQ(stats.m_time_kind, ql::type_time::filetime);
 }
 
-TEST(FileStatistics, ClearForgetsEverything) {
+TEST(file_statistics, clear_forgets_everything) {
     fileio_stats stats;
     stats.m_entry = stats.m_size = stats.m_modified = stats.m_created = 1;
     stats.m_accessed = stats.m_mft_changed = 1;
@@ -302,7 +302,7 @@ TEST(FileStatistics, ClearForgetsEverything) {
     EXPECT_FALSE(stats.m_valid);
 }
 
-TEST(NullStream, AllTextIsSwallowedWithSuccess) {
+TEST(null_stream, all_text_is_swallowed_with_success) {
     quarry::null_out_stream out;
     out << "text " << 42 << std::string(100000, 'x') << '\n' << std::flush;
     out.put('c');

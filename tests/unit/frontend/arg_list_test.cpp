@@ -24,13 +24,13 @@ TEST(arg_list, a_flag_must_have_the_whole_name_and_nothing_more) {
     EXPECT_EQ(args.size(), 5U);
 }
 
-TEST(arg_list, a_flag_that_stands_twice_is_taken_once) {
+TEST(arg_list, a_flag_that_is_twice_is_taken_once) {
     arg_list args = {"quarry", "-raw", "-RAW"};
     EXPECT_TRUE(find_flag("-raw", args));
     EXPECT_EQ(args, (arg_list{"quarry", "-RAW"}));
 }
 
-TEST(arg_list, a_value_is_the_word_behind_its_option_whatever_it_looks_like) {
+TEST(arg_list, a_value_is_the_word_after_its_option_whatever_it_looks_like) {
     arg_list args = {"quarry", "-Dst", "-src", "x"};
     std::string value;
     EXPECT_TRUE(find_value("-dst", value, args));

@@ -94,7 +94,7 @@ TEST_F(cmd_params_test, switches_work_in_any_case_and_are_taken_out) {
     EXPECT_TRUE(opts->m_time_layout.paired);
 }
 
-TEST_F(cmd_params_test, base10_takes_base16_back_only_if_it_stands_alone) {
+TEST_F(cmd_params_test, base10_takes_base16_back_only_if_it_is_alone) {
     EXPECT_TRUE(parse({"-base16", "-base10"}));
     EXPECT_TRUE(opts->m_hex_output);
     EXPECT_TRUE(parse({"-base10"}));
@@ -118,7 +118,7 @@ TEST_F(cmd_params_test, a_number_of_subdirectories_that_is_none_counts_as_0) {
     }
 }
 
-TEST_F(cmd_params_test, an_option_with_a_value_that_stands_last_is_silently_absent) {
+TEST_F(cmd_params_test, an_option_with_a_value_that_is_last_is_silently_absent) {
     for (const char* option :
          {"-diags", "-out", "-outfile", "-enumdir", "-num_subdirs", "-filter_skip", "-filter", "-filter_sig",
           "-cmd_start_time", "-cmd_stop_time", "-dateformat", "-timeformat", "-signal"}) {
@@ -325,7 +325,7 @@ TEST_F(cmd_params_test, a_log_that_is_a_source_is_not_opened) {
     }
 }
 
-TEST_F(cmd_params_test, a_log_level_is_looked_at_only_behind_an_open_log_and_the_lower_one_wins) {
+TEST_F(cmd_params_test, a_log_level_is_looked_at_only_after_an_open_log_and_the_lower_one_wins) {
     EXPECT_TRUE(parse({"-l2", "-l3"}));
     EXPECT_EQ(opts->m_log_level, 0);
     EXPECT_EQ(args.size(), 3U);

@@ -42,7 +42,7 @@ TEST_F(expand_env_test, the_second_percent_sign_of_an_unknown_reference_does_not
     EXPECT_EQ(expand_env("%NOSUCH%%QUARRY_A%", true), "%NOSUCH%alpha");
 }
 
-TEST_F(expand_env_test, vss_stands_for_the_shadow_copy_prefix_where_it_is_allowed) {
+TEST_F(expand_env_test, vss_is_for_the_shadow_copy_prefix_where_it_is_allowed) {
     EXPECT_EQ(expand_env("%vss%3\\x", true), R"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy3\x)");
     EXPECT_EQ(expand_env("%VsS%", true), R"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy)");
     EXPECT_EQ(expand_env("%vss%", false), "%vss%");

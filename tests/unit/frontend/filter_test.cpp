@@ -70,7 +70,7 @@ TEST(make_filter, stars_at_the_ends_are_marks) {
     EXPECT_FALSE(both.any_name);
 }
 
-TEST(make_filter, a_star_inside_of_a_pattern_stands_for_nothing) {
+TEST(make_filter, a_star_inside_of_a_pattern_is_for_nothing) {
     const filter_entry entry = filter_of("*a*b*")[0];
     EXPECT_EQ(entry.text, L"*a*b*");
     EXPECT_EQ(entry.name, L"ab");
@@ -95,7 +95,7 @@ TEST(make_filter, what_follows_the_first_colon_is_the_pattern_of_the_stream) {
     EXPECT_FALSE(filter_of("a.txt")[0].has_stream);
 }
 
-TEST(make_filter, any_stream_is_a_mark_of_the_whole_filter_and_stands_on_its_first_alternative) {
+TEST(make_filter, any_stream_is_a_mark_of_the_whole_filter_and_is_on_its_first_alternative) {
     const filter_list list = filter_of("a.txt|b.txt:*");
     EXPECT_TRUE(list[0].any_stream);
     EXPECT_FALSE(list[0].has_stream);
@@ -194,7 +194,7 @@ TEST(filter_match, a_directory_is_found_in_a_path_with_the_other_slash) {
     EXPECT_FALSE(passes("/windows", L"c:\\windowsold\\a.txt"));
 }
 
-TEST(filter_match, a_directory_may_end_at_a_slash_or_at_a_null_and_at_no_backslash_behind_slashes) {
+TEST(filter_match, a_directory_may_end_at_a_slash_or_at_a_null_and_at_no_backslash_after_slashes) {
     EXPECT_TRUE(passes("/windows", std::wstring(L"/windows\0x/a.txt", 16)));
     EXPECT_FALSE(passes("/windows", L"/windows\\x\\a.txt"));
 }
@@ -252,7 +252,7 @@ TEST_F(signature_filter_test, the_bytes_of_the_hosts_file_at_that_path_are_compa
     EXPECT_FALSE(open_failed);
 }
 
-TEST_F(signature_filter_test, one_that_ends_behind_the_end_of_the_file_does_not_fit) {
+TEST_F(signature_filter_test, one_that_ends_past_the_end_of_the_file_does_not_fit) {
     EXPECT_FALSE(fits("3839|9", "a"));
     EXPECT_FALSE(fits("39|0xffffffffffffffff", "a"));
     EXPECT_FALSE(fits("30", "empty"));
@@ -341,7 +341,7 @@ TEST_F(range_filter_test, a_file_changed_at_the_very_start_of_1970_is_outside_as
     EXPECT_TRUE(in(starting("2000/01/01")));  // by the time of its last change of status
 }
 
-TEST_F(range_filter_test, a_hosts_file_tells_its_times_in_whole_seconds_since_1970) {
+TEST_F(range_filter_test, a_hosts_file_reports_its_times_in_whole_seconds_since_1970) {
     set_modified(1'577'923'200);  // 2020-01-02 00:00:00
     EXPECT_TRUE(in(starting("2000/01/01")));
     EXPECT_EQ(stats.m_modified, 1'577'923'200U);

@@ -30,7 +30,7 @@ TEST(ignored_options, letter_case_does_not_matter_and_other_words_stay) {
     EXPECT_EQ(args, (arg_list{"quarry", "-mft", "5", "-unknown"}));
 }
 
-TEST(ignored_options, one_with_a_value_that_stands_last_stays) {
+TEST(ignored_options, one_with_a_value_that_is_last_stays) {
     arg_list args = {"quarry", "-outdir"};
     drop_ignored_options(args);
     EXPECT_EQ(args, (arg_list{"quarry", "-outdir"}));

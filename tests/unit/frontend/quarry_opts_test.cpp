@@ -183,7 +183,7 @@ TEST_F(quarry_opts_test, a_list_clears_the_source_and_needs_a_destination) {
     EXPECT_EQ(said, "option [-dst <destination file>] needed for this option\n");
 }
 
-TEST_F(quarry_opts_test, a_source_that_stands_alone_is_taken_as_typed) {
+TEST_F(quarry_opts_test, a_source_that_is_alone_is_taken_as_typed) {
     setenv("QUARRY_A", "alpha", 1);
     EXPECT_TRUE(parse({"%QUARRY_A%"}));
     EXPECT_EQ(opts.m_src, L"%QUARRY_A%");

@@ -16,7 +16,7 @@ std::string header_of(const arg_list& args, std::string_view date_pattern) {
                       "Linux;a;b;64");
 }
 
-TEST(run_header, tells_what_ran_when_and_where_and_how_it_was_called_in_three_lines) {
+TEST(run_header, reports_what_ran_when_and_where_and_how_it_was_called_in_three_lines) {
     EXPECT_EQ(header_of({"quarry", "-image", "x"}, "mm/dd/yyyy"),
               "quarry ver: 1.14\n"
               "run time: 11/20/2026 18:22:41 UTC; host: lab1; platform: Linux;a;b;64\n"

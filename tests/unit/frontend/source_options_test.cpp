@@ -87,7 +87,7 @@ TEST_F(vmdk_option_test, ignores_the_size_of_the_image_only_when_an_offset_is_kn
     EXPECT_EQ(args.size(), 1U);
 }
 
-TEST_F(vmdk_option_test, tells_of_a_bad_chain_and_what_it_should_be) {
+TEST_F(vmdk_option_test, reports_of_a_bad_chain_and_what_it_should_be) {
     chain_is_good = false;
     chain_words = "bad\n";
     suggestion = {L"a", L"b"};

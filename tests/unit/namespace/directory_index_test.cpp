@@ -46,9 +46,9 @@ attribute_builder allocation_at(std::uint64_t lcn, std::uint64_t clusters) {
     return attribute_builder::non_resident(0xA0, {{static_cast<std::int64_t>(lcn), clusters}}).named("$I30");
 }
 
-class DirectoryIndex : public ::testing::Test {
+class directory_index_test : public ::testing::Test {
   protected:
-    DirectoryIndex() : m_directory(m_volume.add_directory("dir")) {}
+    directory_index_test() : m_directory(m_volume.add_directory("dir")) {}
     [[nodiscard]] listing children(bool keep_going = false) {
         return children_of(m_volume, m_directory.entry(), keep_going);
     }
@@ -59,7 +59,7 @@ class DirectoryIndex : public ::testing::Test {
     file_builder& m_directory;
 };
 
-TEST_F(DirectoryIndex, InTheRootAloneGivesAllChildren) {
+TEST_F(directory_index_test, in_the_root_alone_gives_all_children) {
     m_volume.add_file("a", m_directory.entry());
     m_volume.add_directory("b", m_directory.entry());
     const listing found = children();
@@ -67,17 +67,17 @@ TEST_F(DirectoryIndex, InTheRootAloneGivesAllChildren) {
     EXPECT_EQ(found.children, (numbers{25, 26}));
 }
 
-TEST_F(DirectoryIndex, OfAnEmptyDirectorySucceedsWithoutChildren) {
+TEST_F(directory_index_test, of_an_empty_directory_succeeds_without_children) {
     const listing found = children();
     EXPECT_TRUE(found.result);
     EXPECT_TRUE(found.children.empty());
 }
 
-TEST_F(DirectoryIndex, OfTheRootDirectoryListsTheMftAndItself) {
+TEST_F(directory_index_test, of_the_root_directory_lists_the_mft_and_itself) {
     EXPECT_EQ(children_of(m_volume, 5).children, (numbers{0, 5, 6, 24}));
 }
 
-TEST_F(DirectoryIndex, InBlocksGivesAllChildren) {
+TEST_F(directory_index_test, in_blocks_gives_all_children) {
     volume_builder volume({.mft_entries = 500});
     const std::uint64_t directory = volume.add_directory("dir").index_in_blocks().entry();
     numbers expected;
@@ -89,13 +89,13 @@ TEST_F(DirectoryIndex, InBlocksGivesAllChildren) {
     EXPECT_EQ(found.children, expected);
 }
 
-TEST_F(DirectoryIndex, AddsTheChildrenOfTheRootToThoseOfTheBlocks) {
+TEST_F(directory_index_test, adds_the_children_of_the_root_to_those_of_the_blocks) {
     m_volume.write_clusters(40, block_of(101));
     by_hand().attribute(root_with({child(100)})).attribute(allocation_at(40, 1));
     EXPECT_EQ(children().children, (numbers{100, 101}));
 }
 
-TEST_F(DirectoryIndex, WithAnAllocationOfLessThan4096BytesSucceedsAndAddsNothingFromIt) {
+TEST_F(directory_index_test, with_an_allocation_of_less_than_4096_bytes_succeeds_and_adds_nothing_from_it) {
     volume_builder volume({.sectors_per_cluster = 1});
     bytes most = block_of(101);
     most.resize(7 * 512);
@@ -107,7 +107,7 @@ TEST_F(DirectoryIndex, WithAnAllocationOfLessThan4096BytesSucceedsAndAddsNothing
     EXPECT_TRUE(found.children.empty());
 }
 
-TEST_F(DirectoryIndex, SkipsABlockMarkedBaadAndReadsItsNeighbours) {
+TEST_F(directory_index_test, skips_a_block_marked_baad_and_reads_its_neighbours) {
     const bytes baad = index_block_builder().signature("BAAD").add(child(101)).build();
     m_volume.write_clusters(40, concat({block_of(100), baad, block_of(102)}));
     by_hand().attribute(root_with({})).attribute(allocation_at(40, 3));
@@ -116,7 +116,7 @@ TEST_F(DirectoryIndex, SkipsABlockMarkedBaadAndReadsItsNeighbours) {
     EXPECT_EQ(found.children, (numbers{100, 102}));
 }
 
-TEST_F(DirectoryIndex, SkipsABlockThatIsRefused) {
+TEST_F(directory_index_test, skips_a_block_that_is_refused) {
     const bytes refused = index_block_builder().add(child(101)).force(28, 4, 4097).build();
     m_volume.write_clusters(40, concat({refused, block_of(102)}));
     by_hand().attribute(root_with({})).attribute(allocation_at(40, 2));
@@ -125,7 +125,8 @@ TEST_F(DirectoryIndex, SkipsABlockThatIsRefused) {
     EXPECT_EQ(found.children, (numbers{102}));
 }
 
-TEST_F(DirectoryIndex, WhoseBlocksNameThemselvesAndEachOtherAsTheirSubNodesGivesEachChildOnce) {
+TEST_F(directory_index_test,
+       whose_blocks_name_themselves_and_each_other_as_their_sub_nodes_gives_each_child_once) {
     const auto leading_to = [](std::uint64_t vcn, std::uint64_t number) {
         index_entry inner = child(number);
         inner.sub_node = vcn;
@@ -144,13 +145,13 @@ TEST_F(DirectoryIndex, WhoseBlocksNameThemselvesAndEachOtherAsTheirSubNodesGives
     EXPECT_EQ(found.children, (numbers{70, 71, 72}));
 }
 
-TEST_F(DirectoryIndex, ReadsAFreedBlockAsIfLive) {
+TEST_F(directory_index_test, reads_a_freed_block_as_if_live) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.index_in_blocks().extra_index_block(block_of(77));
     EXPECT_EQ(children().children, (numbers{25, 77}));
 }
 
-TEST_F(DirectoryIndex, ReadsAnAllocationInAnExtensionRecord) {
+TEST_F(directory_index_test, reads_an_allocation_in_an_extension_record) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.index_allocation_in(m_directory.add_extension());
     const listing found = children();
@@ -158,7 +159,7 @@ TEST_F(DirectoryIndex, ReadsAnAllocationInAnExtensionRecord) {
     EXPECT_EQ(found.children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, ReadsAnAllocationThatAListInClustersNames) {
+TEST_F(directory_index_test, reads_an_allocation_that_a_list_in_clusters_names) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.index_allocation_in(m_directory.add_extension()).list_in_clusters();
     const listing found = children();
@@ -166,7 +167,7 @@ TEST_F(DirectoryIndex, ReadsAnAllocationThatAListInClustersNames) {
     EXPECT_EQ(found.children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, ReadsARootInAnExtensionRecord) {
+TEST_F(directory_index_test, reads_a_root_in_an_extension_record) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.index_root_in(m_directory.add_extension());
     const listing found = children();
@@ -174,7 +175,7 @@ TEST_F(DirectoryIndex, ReadsARootInAnExtensionRecord) {
     EXPECT_EQ(found.children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, ReadsRootAndAllocationInDifferentExtensionRecords) {
+TEST_F(directory_index_test, reads_root_and_allocation_in_different_extension_records) {
     m_volume.write_clusters(40, block_of(101));
     const std::size_t first = m_directory.add_extension();
     const std::size_t second = m_directory.add_extension();
@@ -184,7 +185,7 @@ TEST_F(DirectoryIndex, ReadsRootAndAllocationInDifferentExtensionRecords) {
     EXPECT_EQ(found.children, (numbers{100, 101}));
 }
 
-TEST_F(DirectoryIndex, OfAnExtensionRecordIsThatOfItsBaseRecord) {
+TEST_F(directory_index_test, of_an_extension_record_is_that_of_its_base_record) {
     m_volume.add_file("a", m_directory.entry());
     const std::size_t place = m_directory.add_extension();
     m_directory.attribute(attribute_builder::resident(0x80, {1}).named("s"), place);
@@ -193,7 +194,7 @@ TEST_F(DirectoryIndex, OfAnExtensionRecordIsThatOfItsBaseRecord) {
     EXPECT_EQ(found.children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, OfRecordsThatAreEachOthersBaseFails) {
+TEST_F(directory_index_test, of_records_that_are_each_others_base_fails) {
     file_builder& other = m_volume.add_directory("other");
     m_directory.record().base(reference(other.entry(), 1));
     other.record().base(reference(m_directory.entry(), 1));
@@ -202,42 +203,42 @@ TEST_F(DirectoryIndex, OfRecordsThatAreEachOthersBaseFails) {
     EXPECT_FALSE(children().result) << "its own base";
 }
 
-TEST_F(DirectoryIndex, IsNotThatOfABaseRecordWithNumberZero) {
+TEST_F(directory_index_test, is_not_that_of_a_base_record_with_number_zero) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.record().base(reference(0, 1));
     EXPECT_EQ(children().children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, OfABaseRecordThatCannotBeReadFails) {
+TEST_F(directory_index_test, of_a_base_record_that_cannot_be_read_fails) {
     m_directory.record().base(reference(60, 1));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, FailsForARecordThatCannotBeRead) {
+TEST_F(directory_index_test, fails_for_a_record_that_cannot_be_read) {
     for (const std::uint64_t entry : {60ull, 1000ull, 0xFFFFFFFFFFFFull, 0xFFFFFFFFFFFFFFFFull}) {
         EXPECT_FALSE(children_of(m_volume, entry).result) << entry;
     }
 }
 
-TEST_F(DirectoryIndex, FailsForARecordLongerThanTheVolumesRecords) {
+TEST_F(directory_index_test, fails_for_a_record_longer_than_the_volumes_records) {
     opened_volume opened(m_volume);
     EXPECT_TRUE(children_of(opened.ntfs(), m_directory.entry()).result);
     opened->m_record_alloc = 1025;
     EXPECT_FALSE(children_of(opened.ntfs(), m_directory.entry()).result);
 }
 
-TEST_F(DirectoryIndex, FailsForAFile) {
+TEST_F(directory_index_test, fails_for_a_file) {
     const std::uint64_t file = m_volume.add_file("a").data("text").entry();
     EXPECT_FALSE(children_of(m_volume, file).result);
 }
 
-TEST_F(DirectoryIndex, IsReadFromAnIndexBlockInThePlaceOfARecord) {
+TEST_F(directory_index_test, is_read_from_an_index_block_in_the_place_of_a_record) {
     m_volume.add_file("a", m_directory.entry());
     m_directory.record().signature("INDX");
     EXPECT_EQ(children().children, (numbers{25}));
 }
 
-TEST_F(DirectoryIndex, SurvivesAnIndexBlockInThePlaceOfARecordWhoseNumbersMeanNothing) {
+TEST_F(directory_index_test, survives_an_index_block_in_the_place_of_a_record_whose_numbers_mean_nothing) {
     m_volume.replace_record(30, index_block_builder(1024).add(child(100)).build());
     for (const std::uint64_t value : {0ull, 1ull, 1022ull, 1023ull, 1024ull, 4095ull, 65535ull}) {
         for (const std::size_t offset : {4u, 6u, 20u}) {
@@ -247,7 +248,7 @@ TEST_F(DirectoryIndex, SurvivesAnIndexBlockInThePlaceOfARecordWhoseNumbersMeanNo
     }
 }
 
-TEST_F(DirectoryIndex, NeedsTheNameI30Exactly) {
+TEST_F(directory_index_test, needs_the_name_i30_exactly) {
     for (const char* name : {"", "$I3", "$i30", "$I300", "$SII", "I30"}) {
         volume_builder volume;
         file_builder& directory = volume.add_directory("dir").without_index();
@@ -256,7 +257,7 @@ TEST_F(DirectoryIndex, NeedsTheNameI30Exactly) {
     }
 }
 
-TEST_F(DirectoryIndex, NeedsANameThatLiesInsideOfTheAttribute) {
+TEST_F(directory_index_test, needs_a_name_that_lies_inside_of_the_attribute) {
     // Name of 8 bytes at 24; the attribute's length is then what it must reach.
     by_hand().attribute(root_with({child(100)}).length(32));
     EXPECT_EQ(children().children, (numbers{100}));
@@ -266,35 +267,35 @@ TEST_F(DirectoryIndex, NeedsANameThatLiesInsideOfTheAttribute) {
     EXPECT_FALSE(children_of(volume, directory.entry()).result);
 }
 
-TEST_F(DirectoryIndex, NeedsANameOffset) {
+TEST_F(directory_index_test, needs_a_name_offset) {
     by_hand().attribute(root_with({child(100)}).force(10, 2, 0));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, TakesTheLaterOfTwoRoots) {
+TEST_F(directory_index_test, takes_the_later_of_two_roots) {
     by_hand().attribute(root_with({child(100)})).attribute(root_with({child(101)}));
     EXPECT_EQ(children().children, (numbers{101}));
 }
 
-TEST_F(DirectoryIndex, TakesTheLaterOfTwoAllocations) {
+TEST_F(directory_index_test, takes_the_later_of_two_allocations) {
     m_volume.write_clusters(40, concat({block_of(101), block_of(102)}));
     by_hand().attribute(root_with({})).attribute(allocation_at(40, 1)).attribute(allocation_at(41, 1));
     EXPECT_EQ(children().children, (numbers{102}));
 }
 
-TEST_F(DirectoryIndex, EndsItsAttributesAtATypeOfFffffffeOrAbove) {
+TEST_F(directory_index_test, ends_its_attributes_at_a_type_of_fffffffe_or_above) {
     by_hand().unsorted().attribute(attribute_builder::resident(0xFFFFFFFE, bytes(8)));
     m_directory.attribute(root_with({child(100)}));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, GoesOnBehindATypeBelowFffffffe) {
+TEST_F(directory_index_test, goes_on_after_a_type_below_fffffffe) {
     by_hand().unsorted().attribute(attribute_builder::resident(0xFFFFFFFD, bytes(8)));
     m_directory.attribute(root_with({child(100)}));
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, EndsItsAttributesAtALengthOfZeroOrAboveTheRecords) {
+TEST_F(directory_index_test, ends_its_attributes_at_a_length_of_zero_or_above_the_records) {
     for (const std::uint32_t length : {0u, 1025u, 0xFFFFFFFFu}) {
         volume_builder volume;
         file_builder& directory = volume.add_directory("dir").without_index().unsorted();
@@ -304,13 +305,13 @@ TEST_F(DirectoryIndex, EndsItsAttributesAtALengthOfZeroOrAboveTheRecords) {
     }
 }
 
-TEST_F(DirectoryIndex, TakesARootLongerThanTheRecordAndEndsBehindIt) {
+TEST_F(directory_index_test, takes_a_root_longer_than_the_record_and_ends_after_it) {
     m_volume.write_clusters(40, block_of(101));
     by_hand().attribute(root_with({child(100)}).length(1025)).attribute(allocation_at(40, 1));
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, HasTheResultOfTheAllocationWhateverTheRootGave) {
+TEST_F(directory_index_test, has_the_result_of_the_allocation_whatever_the_root_gave) {
     m_volume.write_clusters(40, block_of(101));
     by_hand().attribute(root_with({child(100)}).force(32, 4, 0x80)).attribute(allocation_at(40, 1));
     listing found = children();
@@ -325,13 +326,13 @@ TEST_F(DirectoryIndex, HasTheResultOfTheAllocationWhateverTheRootGave) {
     EXPECT_EQ(found.children, (numbers{100})) << "the root's children stay";
 }
 
-TEST_F(DirectoryIndex, FailsWithAnAllocationThatHasNoClusters) {
+TEST_F(directory_index_test, fails_with_an_allocation_that_has_no_clusters) {
     by_hand().attribute(root_with({child(100)}));
     m_directory.attribute(attribute_builder::with_pairs(0xA0, {0}).initialized(4096).named("$I30"));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, SucceedsWithAListThatIsNotInitializedWhateverTheRootGave) {
+TEST_F(directory_index_test, succeeds_with_a_list_that_is_not_initialized_whatever_the_root_gave) {
     by_hand().without_attribute_list().attribute(
         attribute_builder::non_resident(0x20, runs({{40, 1}})).initialized(0));
     listing found = children();
@@ -339,7 +340,7 @@ TEST_F(DirectoryIndex, SucceedsWithAListThatIsNotInitializedWhateverTheRootGave)
     EXPECT_TRUE(found.children.empty());
 }
 
-TEST_F(DirectoryIndex, SucceedsWithAListThatCannotBeReadWhateverTheRootGave) {
+TEST_F(directory_index_test, succeeds_with_a_list_that_cannot_be_read_whatever_the_root_gave) {
     by_hand().without_attribute_list();
     m_directory.attribute(attribute_builder::non_resident(0x20, runs({{100000, 1}})));
     m_directory.attribute(root_with({child(100)}).force(32, 4, 0x80));
@@ -352,12 +353,12 @@ TEST_F(DirectoryIndex, SucceedsWithAListThatCannotBeReadWhateverTheRootGave) {
     EXPECT_TRUE(children_of(volume, directory.entry()).result) << "no clusters";
 }
 
-TEST_F(DirectoryIndex, FailsWithAResidentListThatNamesNoIndex) {
+TEST_F(directory_index_test, fails_with_a_resident_list_that_names_no_index) {
     by_hand().attribute_list(build_attribute_list({{.type = 0x10, .record = m_directory.entry()}}));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, PassesOverAListedAllocationThatIsInItsOwnRecord) {
+TEST_F(directory_index_test, passes_over_a_listed_allocation_that_is_in_its_own_record) {
     by_hand().attribute(root_with({child(100)}));
     m_directory.attribute_list(
         build_attribute_list({{.type = 0xA0, .record = m_directory.entry(), .name = "$I30"}}));
@@ -366,7 +367,7 @@ TEST_F(DirectoryIndex, PassesOverAListedAllocationThatIsInItsOwnRecord) {
     EXPECT_EQ(found.children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, PassesOverAListedRootThatIsInItsOwnRecord) {
+TEST_F(directory_index_test, passes_over_a_listed_root_that_is_in_its_own_record) {
     // The record's own attribute is named "$I300": not exactly enough for the record, but for a list.
     by_hand().attribute(attribute_builder::resident(0x90, build_index_root({child(100)})).named("$I300"));
     m_directory.attribute_list(
@@ -376,7 +377,7 @@ TEST_F(DirectoryIndex, PassesOverAListedRootThatIsInItsOwnRecord) {
     EXPECT_TRUE(found.children.empty());
 }
 
-TEST_F(DirectoryIndex, FailsWhenTheListedRecordCannotBeRead) {
+TEST_F(directory_index_test, fails_when_the_listed_record_cannot_be_read) {
     for (const std::uint32_t type : {0x90u, 0xA0u}) {
         volume_builder volume;
         file_builder& directory = volume.add_directory("dir").without_index();
@@ -390,7 +391,7 @@ TEST_F(DirectoryIndex, FailsWhenTheListedRecordCannotBeRead) {
     }
 }
 
-TEST_F(DirectoryIndex, KeepsTheResultOfItsRootWhenTheListedRecordHasNoIndex) {
+TEST_F(directory_index_test, keeps_the_result_of_its_root_when_the_listed_record_has_no_index) {
     const std::uint64_t other = m_volume.add_file("other").entry();
     by_hand().attribute(root_with({child(100)}));
     m_directory.attribute_list(build_attribute_list({{.type = 0xA0, .record = other, .name = "$I30"}}));
@@ -399,7 +400,7 @@ TEST_F(DirectoryIndex, KeepsTheResultOfItsRootWhenTheListedRecordHasNoIndex) {
     EXPECT_EQ(found.children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, LooksForTheListedNameAlone) {
+TEST_F(directory_index_test, looks_for_the_listed_name_alone) {
     m_volume.write_clusters(40, block_of(101));
     const std::size_t place = m_directory.add_extension();
     by_hand().attribute(root_with({child(100)}));
@@ -409,7 +410,7 @@ TEST_F(DirectoryIndex, LooksForTheListedNameAlone) {
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, DoesNotLookAtTheListWithAnAllocationInItsOwnRecord) {
+TEST_F(directory_index_test, does_not_look_at_the_list_with_an_allocation_in_its_own_record) {
     m_volume.write_clusters(40, concat({block_of(101), block_of(102)}));
     const std::size_t place = m_directory.add_extension();
     by_hand().attribute(allocation_at(40, 1)).attribute(allocation_at(41, 1), place);
@@ -418,13 +419,13 @@ TEST_F(DirectoryIndex, DoesNotLookAtTheListWithAnAllocationInItsOwnRecord) {
     EXPECT_EQ(found.children, (numbers{101}));
 }
 
-TEST_F(DirectoryIndex, DoesNotLookForARootInTheListWithOneInItsOwnRecord) {
+TEST_F(directory_index_test, does_not_look_for_a_root_in_the_list_with_one_in_its_own_record) {
     const std::size_t place = m_directory.add_extension();
     by_hand().attribute(root_with({child(100)})).attribute(root_with({child(101)}), place);
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, ShowsTheSlackOfItsBlocksWhenToldToKeepGoing) {
+TEST_F(directory_index_test, shows_the_slack_of_its_blocks_when_told_to_keep_going) {
     const bytes block = index_block_builder().add(child(101)).add(end_entry()).add(child(102)).build();
     m_volume.write_clusters(40, block);
     const std::size_t place = m_directory.add_extension();
@@ -435,17 +436,17 @@ TEST_F(DirectoryIndex, ShowsTheSlackOfItsBlocksWhenToldToKeepGoing) {
     EXPECT_EQ(children_of(m_volume, m_directory.extension_entry(place), true).children, (numbers{100, 101}));
 }
 
-TEST_F(DirectoryIndex, WithARootValueOfSixteenBytesReadsWhatTheRecordHoldsBehindIt) {
+TEST_F(directory_index_test, with_a_root_value_of_sixteen_bytes_reads_what_the_record_holds_after_it) {
     by_hand().attribute(root_with({child(100)}).force(16, 4, 16));
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(DirectoryIndex, WithARootValueOutsideOfTheRecordFails) {
+TEST_F(directory_index_test, with_a_root_value_outside_of_the_record_fails) {
     by_hand().attribute(root_with({child(100)}).force(20, 2, 0xFFFF));
     EXPECT_FALSE(children().result);
 }
 
-TEST_F(DirectoryIndex, OfOverlappingEntriesShowsNoMoreChildrenThanTheSourceHasRoomFor) {
+TEST_F(directory_index_test, of_overlapping_entries_shows_no_more_children_than_the_source_has_room_for) {
     // Every word of a block is the length of an entry and a part of the references of others, so that an
     // entry begins every 34 bytes or so and most of them name different children.
     std::mt19937 random(19);
@@ -478,7 +479,7 @@ TEST_F(DirectoryIndex, OfOverlappingEntriesShowsNoMoreChildrenThanTheSourceHasRo
     EXPECT_LE(found.size(), room + 4096);
 }
 
-TEST_F(DirectoryIndex, OnADamagedVolumeEndsAndShowsNoMoreThanTheSourceHasRoomFor) {
+TEST_F(directory_index_test, on_a_damaged_volume_ends_and_shows_no_more_than_the_source_has_room_for) {
     m_volume.add_file("a", m_directory.entry());
     m_volume.add_file("b", m_directory.entry());
     m_directory.index_allocation_in(m_directory.add_extension());

@@ -25,7 +25,7 @@ answer paths_of(const volume_builder& volume, std::uint64_t entry, const texts& 
     return found;
 }
 
-class EntryPaths : public ::testing::Test {
+class entry_paths_test : public ::testing::Test {
   protected:
     volume_builder m_volume;
     std::uint64_t m_users = m_volume.add_directory("Users").entry();
@@ -33,37 +33,37 @@ class EntryPaths : public ::testing::Test {
     file_builder& m_file = m_volume.add_file("Notes.txt", m_anna);
 };
 
-TEST_F(EntryPaths, GoUpToTheRootAndEndInABackslash) {
+TEST_F(entry_paths_test, go_up_to_the_root_and_end_in_a_backslash) {
     const answer found = paths_of(m_volume, m_file.entry());
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, OfAnEntryInTheRootHaveOneElement) {
+TEST_F(entry_paths_test, of_an_entry_in_the_root_have_one_element) {
     EXPECT_EQ(paths_of(m_volume, m_users).paths, (texts{LR"(Users\)"}));
 }
 
-TEST_F(EntryPaths, OfTheRootAreEmptyText) {
+TEST_F(entry_paths_test, of_the_root_are_empty_text) {
     EXPECT_EQ(paths_of(m_volume, 5).paths, (texts{L""}));
 }
 
-TEST_F(EntryPaths, AreAddedToTheResults) {
+TEST_F(entry_paths_test, are_added_to_the_results) {
     opened_volume opened(m_volume);
     texts results = {L"before"};
     EXPECT_TRUE(paths_of_entry(opened.ntfs(), m_users, {}, results));
     EXPECT_EQ(results, (texts{L"before", LR"(Users\)"}));
 }
 
-TEST_F(EntryPaths, ShowNoElementThatIsADot) {
+TEST_F(entry_paths_test, show_no_element_that_is_a_dot) {
     EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"."}).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, EndInTheComponentsBelowTheEntry) {
+TEST_F(entry_paths_test, end_in_the_components_below_the_entry) {
     EXPECT_EQ(paths_of(m_volume, m_anna, {L"below", L"Notes.txt"}).paths,
               (texts{LR"(Users\Anna\Notes.txt\below\)"}));
 }
 
-TEST_F(EntryPaths, ShowASoleComponentThatEqualsTheNameOnce) {
+TEST_F(entry_paths_test, show_a_sole_component_that_equals_the_name_once) {
     EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"Notes.txt"}).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
     EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"notes.txt"}).paths,
               (texts{LR"(Users\Anna\Notes.txt\notes.txt\)"}))
@@ -73,7 +73,7 @@ TEST_F(EntryPaths, ShowASoleComponentThatEqualsTheNameOnce) {
         << "not with a second component";
 }
 
-TEST_F(EntryPaths, ShowADirectoryThatBearsTheNameOfTheFileInItOnceWithASoleComponent) {
+TEST_F(entry_paths_test, show_a_directory_that_bears_the_name_of_the_file_in_it_once_with_a_sole_component) {
     const std::uint64_t outer = m_volume.add_directory("same").entry();
     const std::uint64_t inner = m_volume.add_file("same", outer).entry();
     EXPECT_EQ(paths_of(m_volume, inner, {L"same"}).paths, (texts{LR"(same\)"}));
@@ -82,7 +82,7 @@ TEST_F(EntryPaths, ShowADirectoryThatBearsTheNameOfTheFileInItOnceWithASoleCompo
     EXPECT_EQ(paths_of(m_volume, inner, {L"."}).paths, (texts{LR"(same\same\)"}));
 }
 
-TEST_F(EntryPaths, AreOneForEachHardLinkInTheOrderOfTheNames) {
+TEST_F(entry_paths_test, are_one_for_each_hard_link_in_the_order_of_the_names) {
     m_file.hard_link("Link.txt", m_users).hard_link("Another.txt", 5).hard_link("Link.txt", m_anna);
     // "Link.txt" stands in two directories, of which "Users" has the lower number.
     EXPECT_EQ(paths_of(m_volume, m_file.entry()).paths,
@@ -90,18 +90,18 @@ TEST_F(EntryPaths, AreOneForEachHardLinkInTheOrderOfTheNames) {
                      LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, ShowASoleComponentBelowAHardLinkOfAnotherName) {
+TEST_F(entry_paths_test, show_a_sole_component_below_a_hard_link_of_another_name) {
     m_file.hard_link("Link.txt", m_users);
     EXPECT_EQ(paths_of(m_volume, m_file.entry(), {L"Notes.txt"}).paths,
               (texts{LR"(Users\Link.txt\Notes.txt\)", LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, LeaveShortNamesOut) {
+TEST_F(entry_paths_test, leave_short_names_out) {
     m_file.short_name("NOTES~1.TXT");
     EXPECT_EQ(paths_of(m_volume, m_file.entry()).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, DoNotLookAtSequenceNumbers) {
+TEST_F(entry_paths_test, do_not_look_at_sequence_numbers) {
     m_volume.file(m_anna).sequence(1);
     const bytes image = m_volume.image();
     volume_builder& volume = m_volume;
@@ -110,31 +110,31 @@ TEST_F(EntryPaths, DoNotLookAtSequenceNumbers) {
     EXPECT_EQ(paths_of(volume, m_file.entry()).paths, (texts{LR"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, FailForARecordThatCannotBeRead) {
+TEST_F(entry_paths_test, fail_for_a_record_that_cannot_be_read) {
     const answer found = paths_of(m_volume, 60);
     EXPECT_FALSE(found.result);
     EXPECT_TRUE(found.paths.empty());
 }
 
-TEST_F(EntryPaths, FailForARecordWithoutNames) {
+TEST_F(entry_paths_test, fail_for_a_record_without_names) {
     EXPECT_FALSE(paths_of(m_volume, m_volume.add_file("gone").without_names().entry()).result);
     EXPECT_FALSE(paths_of(m_volume, m_volume.add_file("SHORT").name_space(dos_namespace).entry()).result);
 }
 
-TEST_F(EntryPaths, EndAtAParentThatCannotBeRead) {
+TEST_F(entry_paths_test, end_at_a_parent_that_cannot_be_read) {
     m_file.hard_link("lost", 60).unindexed().hard_link("kept", m_users);
     const answer found = paths_of(m_volume, m_file.entry());
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.paths, (texts{LR"(Users\Anna\Notes.txt\)", LR"(Users\kept\)"}));
 }
 
-TEST_F(EntryPaths, AreNoneAndNoFailureWhenTheOnlyParentCannotBeRead) {
+TEST_F(entry_paths_test, are_none_and_no_failure_when_the_only_parent_cannot_be_read) {
     const answer found = paths_of(m_volume, m_volume.add_file("lost", 60).entry());
     EXPECT_TRUE(found.result);
     EXPECT_TRUE(found.paths.empty());
 }
 
-TEST_F(EntryPaths, EndAtACycleOfParents) {
+TEST_F(entry_paths_test, end_at_a_cycle_of_parents) {
     const std::uint64_t first = m_volume.add_directory("first", 40).entry();
     const std::uint64_t second = m_volume.add_directory("second", first).entry();
     file_builder& cyclic = m_volume.add_file_at(40, "third", second);
@@ -146,7 +146,7 @@ TEST_F(EntryPaths, EndAtACycleOfParents) {
     EXPECT_EQ(paths_of(m_volume, second).paths, (texts{LR"(way out\first\second\)"}));
 }
 
-TEST_F(EntryPaths, EndAtADirectoryThatIsItsOwnParent) {
+TEST_F(entry_paths_test, end_at_a_directory_that_is_its_own_parent) {
     const std::uint64_t own = m_volume.add_directory("own", 27).entry();
     ASSERT_EQ(own, 27u);
     const answer found = paths_of(m_volume, own);
@@ -154,14 +154,14 @@ TEST_F(EntryPaths, EndAtADirectoryThatIsItsOwnParent) {
     EXPECT_TRUE(found.paths.empty());
 }
 
-TEST_F(EntryPaths, MayReachADirectoryTwiceOnDifferentWays) {
+TEST_F(entry_paths_test, may_reach_a_directory_twice_on_different_ways) {
     file_builder& shared = m_volume.add_file("shared", m_anna);
     shared.hard_link("shared", m_users);
     EXPECT_EQ(paths_of(m_volume, shared.entry()).paths,
               (texts{LR"(Users\shared\)", LR"(Users\Anna\shared\)"}));
 }
 
-TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
+TEST_F(entry_paths_test, of_directories_with_many_names_each_are_bounded) {
     volume_builder volume({.mft_entries = 64});
     // Each directory stands in the next one under two names, so that the ways up double with every level.
     std::uint64_t parent = 5;
@@ -187,7 +187,7 @@ TEST_F(EntryPaths, OfDirectoriesWithManyNamesEachAreBounded) {
 
 // Records of 512 KiB have room for thousands of names. Here all numbers lead to one such record, whose names
 // lead to all numbers: 2,000 lists of 2,000 names would take 200 MB.
-TEST_F(EntryPaths, OfEntriesWithThousandsOfNamesEachAreBounded) {
+TEST_F(entry_paths_test, of_entries_with_thousands_of_names_each_are_bounded) {
     constexpr std::uint64_t names = 2000;
     constexpr std::int64_t clusters = 128;
     run_list places = {{4, 10 * clusters}};
@@ -211,7 +211,7 @@ TEST_F(EntryPaths, OfEntriesWithThousandsOfNamesEachAreBounded) {
     EXPECT_EQ(results.size(), 162u);
 }
 
-TEST_F(EntryPaths, OfADirectoryDeeperThanAnyPathCanNameAreNone) {
+TEST_F(entry_paths_test, of_a_directory_deeper_than_any_path_can_name_are_none) {
     // Entry 100 stands in the root and each one behind it in the one before.
     constexpr std::uint64_t levels = 16385;
     volume_builder volume({.mft_runs = runs({{4, (100 + levels) / 4 + 1}})});
@@ -231,7 +231,7 @@ TEST_F(EntryPaths, OfADirectoryDeeperThanAnyPathCanNameAreNone) {
     EXPECT_EQ(results[0].size(), 2u * 16384);
 }
 
-TEST_F(EntryPaths, InNarrowTextBeginAtTheLeaf) {
+TEST_F(entry_paths_test, in_narrow_text_begin_at_the_leaf) {
     opened_volume opened(m_volume);
     std::vector<std::string> paths = {"stale"};
     EXPECT_TRUE(narrow_paths_of_entry(opened.ntfs(), m_file.entry(), "Notes.txt", paths));
@@ -240,7 +240,7 @@ TEST_F(EntryPaths, InNarrowTextBeginAtTheLeaf) {
     EXPECT_EQ(paths, (std::vector<std::string>{R"(Users\Anna\Notes.txt\)"}));
 }
 
-TEST_F(EntryPaths, InNarrowTextAreUtf8) {
+TEST_F(entry_paths_test, in_narrow_text_are_utf8) {
     const std::uint64_t entry = m_volume.add_file(u"\u00C4\U0001F600").entry();
     opened_volume opened(m_volume);
     std::vector<std::string> paths;
@@ -248,14 +248,14 @@ TEST_F(EntryPaths, InNarrowTextAreUtf8) {
     EXPECT_EQ(paths, (std::vector<std::string>{"\xC3\x84\xF0\x9F\x98\x80\\"}));
 }
 
-TEST_F(EntryPaths, InNarrowTextFailWithoutAPath) {
+TEST_F(entry_paths_test, in_narrow_text_fail_without_a_path) {
     opened_volume opened(m_volume);
     std::vector<std::string> paths = {"stale"};
     EXPECT_FALSE(narrow_paths_of_entry(opened.ntfs(), 60, "", paths));
     EXPECT_TRUE(paths.empty());
 }
 
-TEST_F(EntryPaths, OnADamagedVolumeEndInABackslash) {
+TEST_F(entry_paths_test, on_a_damaged_volume_end_in_a_backslash) {
     m_file.hard_link("Link", m_users);
     opened_volume opened(m_volume);
     const bytes image = m_volume.image();

@@ -31,7 +31,7 @@ found_names in_order(const file_name_list& names) {
 }
 
 // The names of a record that needs no volume behind it.
-class NamesOfARecord : public ::testing::Test {
+class names_of_a_record : public ::testing::Test {
   protected:
     found_names read(const bytes& record, bool all_namespaces = false, std::uint64_t parent = any_parent) {
         file_name_list names = {{L"stale", 1, 1}};
@@ -51,19 +51,19 @@ attribute_builder named(ntfs_name name, std::uint64_t parent = 5, std::uint8_t n
     return named({.parent = reference(parent, 5), .name = std::move(name), .name_space = name_space});
 }
 
-TEST_F(NamesOfARecord, AreSortedByNameThenParent) {
+TEST_F(names_of_a_record, are_sorted_by_name_then_parent) {
     const bytes record =
         record_builder().add(named("b", 7)).add(named("a", 9)).add(named("b", 5)).build_restored();
     EXPECT_EQ(read(record), (found_names{{L"a", 9}, {L"b", 5}, {L"b", 7}}));
     EXPECT_TRUE(m_result);
 }
 
-TEST_F(NamesOfARecord, WithoutOneFails) {
+TEST_F(names_of_a_record, without_one_fails) {
     EXPECT_EQ(read(record_builder().build_restored()), found_names());
     EXPECT_FALSE(m_result);
 }
 
-TEST_F(NamesOfARecord, LeaveShortNamesOut) {
+TEST_F(names_of_a_record, leave_short_names_out) {
     const bytes record = record_builder()
                              .add(named("LONGNA~1", 5, dos_namespace))
                              .add(named("long name", 5, win32_namespace))
@@ -75,7 +75,7 @@ TEST_F(NamesOfARecord, LeaveShortNamesOut) {
               (found_names{{L"LONGNA~1", 5}, {L"both", 5}, {L"long name", 5}, {L"posix", 5}}));
 }
 
-TEST_F(NamesOfARecord, OfAnyOddNamespaceAreLong) {
+TEST_F(names_of_a_record, of_any_odd_namespace_are_long) {
     for (int name_space = 4; name_space < 256; ++name_space) {
         const bytes record =
             record_builder().add(named("a", 5, static_cast<std::uint8_t>(name_space))).build_restored();
@@ -84,7 +84,7 @@ TEST_F(NamesOfARecord, OfAnyOddNamespaceAreLong) {
     }
 }
 
-TEST_F(NamesOfARecord, CanBeThoseInOneDirectoryOnly) {
+TEST_F(names_of_a_record, can_be_those_in_one_directory_only) {
     const bytes record = record_builder()
                              .add(named("a", 5))
                              .add(named({.parent = reference(7, 0xFFFF), .name = "b"}))
@@ -96,28 +96,28 @@ TEST_F(NamesOfARecord, CanBeThoseInOneDirectoryOnly) {
     EXPECT_FALSE(m_result);
 }
 
-TEST_F(NamesOfARecord, IgnoreAValueOfLengthZero) {
+TEST_F(names_of_a_record, ignore_a_value_of_length_zero) {
     EXPECT_EQ(read(record_builder().add(named("a").force(16, 4, 0)).build_restored()), found_names());
     EXPECT_EQ(read(record_builder().add(named("a").force(16, 4, 1)).build_restored()),
               (found_names{{L"a", 5}}));
 }
 
-TEST_F(NamesOfARecord, IgnoreANameOfLengthZero) {
+TEST_F(names_of_a_record, ignore_a_name_of_length_zero) {
     EXPECT_EQ(read(record_builder().add(named("a").force(24 + 64, 1, 0)).build_restored()), found_names());
 }
 
-TEST_F(NamesOfARecord, GoOnBehindAnIgnoredOne) {
+TEST_F(names_of_a_record, go_on_after_an_ignored_one) {
     EXPECT_EQ(read(record_builder().add(named("a").force(16, 4, 0)).add(named("b")).build_restored()),
               (found_names{{L"b", 5}}));
 }
 
-TEST_F(NamesOfARecord, MayHave255Units) {
+TEST_F(names_of_a_record, may_have_255_units) {
     const std::u16string longest(255, u'x');
     EXPECT_EQ(read(record_builder().add(named(ntfs_name(longest))).build_restored()),
               (found_names{{std::wstring(255, L'x'), 5}}));
 }
 
-TEST_F(NamesOfARecord, MayHoldDamagedUnits) {
+TEST_F(names_of_a_record, may_hold_damaged_units) {
     const std::u16string high = {u'A', 0xD800, u'B'};
     const std::u16string low = {u'A', 0xDC00};
     const std::u16string cut = {u'A', 0, u'B'};
@@ -128,7 +128,7 @@ TEST_F(NamesOfARecord, MayHoldDamagedUnits) {
     EXPECT_EQ(read(record_builder().add(named(ntfs_name(cut))).build_restored()), (found_names{{L"A", 5}}));
 }
 
-TEST_F(NamesOfARecord, EndWithTheirAttribute) {
+TEST_F(names_of_a_record, end_with_their_attribute) {
     // The name claims 255 units; two of them stand inside of the attribute (one, and two bytes of padding),
     // and the second is zero.
     const bytes record =
@@ -136,7 +136,7 @@ TEST_F(NamesOfARecord, EndWithTheirAttribute) {
     EXPECT_EQ(read(record), (found_names{{L"a", 5}, {L"b", 5}}));
 }
 
-TEST_F(NamesOfARecord, StopAtAnAttributeOfAnotherTypeLongerThan1024Bytes) {
+TEST_F(names_of_a_record, stop_at_an_attribute_of_another_type_longer_than_1024_bytes) {
     const auto with_data_of = [](std::uint32_t length) {
         return record_builder(4096)
             .update_sequence_count(9)
@@ -150,7 +150,7 @@ TEST_F(NamesOfARecord, StopAtAnAttributeOfAnotherTypeLongerThan1024Bytes) {
 }
 
 // The length counts only of attributes of another type.
-TEST_F(NamesOfARecord, take_a_name_longer_than_1024_bytes_and_go_on_after_it) {
+TEST_F(names_of_a_record, take_a_name_longer_than_1024_bytes_and_go_on_after_it) {
     bytes long_value = file_name{.parent = reference(5, 5), .name = "a"}.build();
     long_value.resize(1100);
     for (const std::uint32_t size : {1000u, 1001u, 1008u, 1100u}) {
@@ -164,7 +164,7 @@ TEST_F(NamesOfARecord, take_a_name_longer_than_1024_bytes_and_go_on_after_it) {
     }
 }
 
-TEST_F(NamesOfARecord, StopAtALengthOfZero) {
+TEST_F(names_of_a_record, stop_at_a_length_of_zero) {
     EXPECT_EQ(read(record_builder()
                        .add(attribute_builder::resident(0x10, bytes(8)).length(0))
                        .add(named("b"))
@@ -175,7 +175,7 @@ TEST_F(NamesOfARecord, StopAtALengthOfZero) {
         (found_names{{L"a", 5}}));
 }
 
-TEST_F(NamesOfARecord, CutAtEveryLengthAreTheFirstOfThem) {
+TEST_F(names_of_a_record, cut_at_every_length_are_the_first_of_them) {
     const bytes record = record_builder().add(named("aaaa")).add(named("bbbb")).build_restored();
     for (std::size_t length = 0; length <= record.size(); ++length) {
         for (const found_name& found :
@@ -186,7 +186,7 @@ TEST_F(NamesOfARecord, CutAtEveryLengthAreTheFirstOfThem) {
     }
 }
 
-TEST_F(NamesOfARecord, OfManyOverlappingAttributesStayWithinTheRecord) {
+TEST_F(names_of_a_record, of_many_overlapping_attributes_stay_within_the_record) {
     bytes record = record_builder().build_restored();
     record.resize(4096);
     // A name attribute every 24 bytes, each of which claims a value and a name as long as can be.
@@ -206,7 +206,7 @@ TEST_F(NamesOfARecord, OfManyOverlappingAttributesStayWithinTheRecord) {
 }
 
 // A file with an attribute list needs the records that the list names.
-class NamesOfAListedFile : public ::testing::Test {
+class names_of_a_listed_file : public ::testing::Test {
   protected:
     found_names read(std::uint64_t entry) {
         opened_volume opened(m_volume);
@@ -224,19 +224,19 @@ class NamesOfAListedFile : public ::testing::Test {
     std::uint64_t m_may_cost = ~std::uint64_t{0};
 };
 
-TEST_F(NamesOfAListedFile, IncludeThoseOfItsExtensionRecords) {
+TEST_F(names_of_a_listed_file, include_those_of_its_extension_records) {
     file_builder& file = m_volume.add_file("base");
     file.attribute(named("extension"), file.add_extension());
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"extension", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, IncludeThoseOfItsExtensionRecordsWhenTheListIsNotResident) {
+TEST_F(names_of_a_listed_file, include_those_of_its_extension_records_when_the_list_is_not_resident) {
     file_builder& file = m_volume.add_file("base");
     file.attribute(named("extension"), file.add_extension()).list_in_clusters();
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"extension", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, IncludeAllThoseOfARecordOfWhichOneAttributeIsListed) {
+TEST_F(names_of_a_listed_file, include_all_those_of_a_record_of_which_one_attribute_is_listed) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one"), place).attribute(named("two"), place);
@@ -246,7 +246,7 @@ TEST_F(NamesOfAListedFile, IncludeAllThoseOfARecordOfWhichOneAttributeIsListed) 
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, NeedAnAttributeOfTheListedTypeAndId) {
+TEST_F(names_of_a_listed_file, need_an_attribute_of_the_listed_type_and_id) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place);
@@ -258,7 +258,7 @@ TEST_F(NamesOfAListedFile, NeedAnAttributeOfTheListedTypeAndId) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, EndWhereListsHaveCostAllThatTheyMay) {
+TEST_F(names_of_a_listed_file, end_where_lists_have_cost_all_that_they_may) {
     file_builder& file = m_volume.add_file("base");
     std::vector<list_item> items;
     for (const char* name : {"one", "two"}) {
@@ -277,7 +277,7 @@ TEST_F(NamesOfAListedFile, EndWhereListsHaveCostAllThatTheyMay) {
     EXPECT_TRUE(m_result) << "the file's own record is looked at all the same";
 }
 
-TEST_F(NamesOfAListedFile, PayForEachAttributeThatASearchPassesOver) {
+TEST_F(names_of_a_listed_file, pay_for_each_attribute_that_a_search_passes_over) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t crowded = file.add_extension();
     for (std::uint16_t id = 1; id <= 3; ++id) {
@@ -296,7 +296,7 @@ TEST_F(NamesOfAListedFile, PayForEachAttributeThatASearchPassesOver) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, PayForTheRunsOfTheirListAndReadItOnlyWhileTheyCan) {
+TEST_F(names_of_a_listed_file, pay_for_the_runs_of_their_list_and_read_it_only_while_they_can) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place).without_attribute_list();
@@ -313,7 +313,7 @@ TEST_F(NamesOfAListedFile, PayForTheRunsOfTheirListAndReadItOnlyWhileTheyCan) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, DoNotCompareTheSequenceNumberOfAListEntry) {
+TEST_F(names_of_a_listed_file, do_not_compare_the_sequence_number_of_a_list_entry) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place);
@@ -322,13 +322,13 @@ TEST_F(NamesOfAListedFile, DoNotCompareTheSequenceNumberOfAListEntry) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, PassOverListEntriesOfTheFileItself) {
+TEST_F(names_of_a_listed_file, pass_over_list_entries_of_the_file_itself) {
     file_builder& file = m_volume.add_file("base");
     file.attribute_list(build_attribute_list({{.type = 0x30, .record = file.entry(), .id = 2}}));
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, PassOverRecordsThatCannotBeRead) {
+TEST_F(names_of_a_listed_file, pass_over_records_that_cannot_be_read) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t bad = file.add_extension();
     const std::size_t baad = file.add_extension();
@@ -346,7 +346,7 @@ TEST_F(NamesOfAListedFile, PassOverRecordsThatCannotBeRead) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"good", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, EndTheListAtAnEntryOfLengthZero) {
+TEST_F(names_of_a_listed_file, end_the_list_at_an_entry_of_length_zero) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place);
@@ -356,7 +356,7 @@ TEST_F(NamesOfAListedFile, EndTheListAtAnEntryOfLengthZero) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, TakeAListEntryThatIsCutByTheEndOfTheList) {
+TEST_F(names_of_a_listed_file, take_a_list_entry_that_is_cut_by_the_end_of_the_list) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(0), place);
@@ -368,7 +368,7 @@ TEST_F(NamesOfAListedFile, TakeAListEntryThatIsCutByTheEndOfTheList) {
     }
 }
 
-TEST_F(NamesOfAListedFile, AreThoseOfTheRecordAloneWhenTheListCannotBeRead) {
+TEST_F(names_of_a_listed_file, are_those_of_the_record_alone_when_the_list_cannot_be_read) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place).without_attribute_list();
@@ -384,7 +384,7 @@ TEST_F(NamesOfAListedFile, AreThoseOfTheRecordAloneWhenTheListCannotBeRead) {
     EXPECT_EQ(read(third.entry()), (found_names{{L"third", 5}})) << "it has no clusters";
 }
 
-TEST_F(NamesOfAListedFile, AreThoseOfTheRecordAloneWhenTheListHasNoValue) {
+TEST_F(names_of_a_listed_file, are_those_of_the_record_alone_when_the_list_has_no_value) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place).without_attribute_list();
@@ -396,7 +396,7 @@ TEST_F(NamesOfAListedFile, AreThoseOfTheRecordAloneWhenTheListHasNoValue) {
     EXPECT_EQ(read(other.entry()), (found_names{{L"other", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, AreTheSameHoweverOftenTheListNamesARecord) {
+TEST_F(names_of_a_listed_file, are_the_same_however_often_the_list_names_a_record) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     const std::size_t other = file.add_extension();
@@ -412,7 +412,7 @@ TEST_F(NamesOfAListedFile, AreTheSameHoweverOftenTheListNamesARecord) {
     EXPECT_EQ(read(file.entry()), (found_names{{L"base", 5}, {L"one", 5}, {L"two", 5}}));
 }
 
-TEST_F(NamesOfAListedFile, ShowANameThatTwoRecordsHoldOnce) {
+TEST_F(names_of_a_listed_file, show_a_name_that_two_records_hold_once) {
     file_builder& file = m_volume.add_file("same");
     file.attribute(named("same"), file.add_extension());
     EXPECT_EQ(read(file.entry()), (found_names{{L"same", 5}}));

@@ -40,41 +40,41 @@ bytes with(bytes content, std::size_t offset, unsigned width, std::uint64_t valu
 constexpr std::size_t first_offset_field = 0;
 constexpr std::size_t total_field = 4;
 
-TEST(IndexNode, GivesEachChildOnceInAscendingOrder) {
+TEST(index_node, gives_each_child_once_in_ascending_order) {
     const walk found = node(build_index_node({child(40), child(31), child(40), child(0x123456789ABC)}));
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.children, (numbers{31, 40, 0x123456789ABC}));
 }
 
-TEST(IndexNode, AddsToWhatTheCollectionHolds) {
+TEST(index_node, adds_to_what_the_collection_holds) {
     _inode_collection found = {7};
     const bytes content = build_index_node({child(30)});
     ASSERT_TRUE(parse_index_node(found, node_header(byte_view(content)), false));
     EXPECT_EQ(numbers(found.begin(), found.end()), (numbers{7, 30}));
 }
 
-TEST(IndexNode, WithoutChildrenSucceeds) {
+TEST(index_node, without_children_succeeds) {
     const walk found = node(build_index_node({}));
     EXPECT_TRUE(found.result);
     EXPECT_TRUE(found.children.empty());
 }
 
-TEST(IndexNode, TakesChildrenWithASubNode) {
+TEST(index_node, takes_children_with_a_sub_node) {
     index_entry inner = child(33);
     inner.sub_node = 5;
     EXPECT_EQ(node(build_index_node({inner, child(34)})).children, (numbers{33, 34}));
 }
 
-TEST(IndexNode, IgnoresTheSequenceNumberOfAChild) {
+TEST(index_node, ignores_the_sequence_number_of_a_child) {
     EXPECT_EQ(node(build_index_node({child(30, 96, 0xFFFF)})).children, (numbers{30}));
 }
 
-TEST(IndexNode, BeginsWhereTheFirstEntryOffsetSays) {
+TEST(index_node, begins_where_the_first_entry_offset_says) {
     const bytes content = build_index_node({child(30), child(31)}, 16);
     EXPECT_EQ(node(with(content, first_offset_field, 4, 16 + 96)).children, (numbers{31}));
 }
 
-TEST(IndexNode, AFirstEntryOutsideOfTheBytesGivesNoChild) {
+TEST(index_node, a_first_entry_outside_of_the_bytes_gives_no_child) {
     const bytes content = build_index_node({child(30)});
     for (const std::uint64_t offset :
          {std::uint64_t{content.size()}, std::uint64_t{0x7FFFFFFF}, std::uint64_t{0xFFFFFFFF}}) {
@@ -84,11 +84,11 @@ TEST(IndexNode, AFirstEntryOutsideOfTheBytesGivesNoChild) {
     }
 }
 
-TEST(IndexNode, ATotalSizeOfZeroFails) {
+TEST(index_node, a_total_size_of_zero_fails) {
     EXPECT_FALSE(node(with(build_index_node({child(30)}), total_field, 4, 0)).result);
 }
 
-TEST(IndexNode, ATotalSizeAbove4096Fails) {
+TEST(index_node, a_total_size_above_4096_fails) {
     for (const std::uint64_t size :
          {std::uint64_t{4097}, std::uint64_t{0x80000000}, std::uint64_t{0xFFFFFFFF}}) {
         const walk found = node(with(build_index_node({child(30)}), total_field, 4, size));
@@ -97,7 +97,7 @@ TEST(IndexNode, ATotalSizeAbove4096Fails) {
     }
 }
 
-TEST(IndexNode, ANodeOfExactly4096BytesYieldsNoChildAndNoError) {
+TEST(index_node, a_node_of_exactly_4096_bytes_yields_no_child_and_no_error) {
     const bytes content = build_index_node({child(30)});
     const walk full = node(with(content, total_field, 4, 4096));
     EXPECT_TRUE(full.result);
@@ -105,7 +105,7 @@ TEST(IndexNode, ANodeOfExactly4096BytesYieldsNoChildAndNoError) {
     EXPECT_EQ(node(with(content, total_field, 4, 4095)).children, (numbers{30}));
 }
 
-TEST(IndexNode, StopsWhenTheTotalSizeIsUsedUp) {
+TEST(index_node, stops_when_the_total_size_is_used_up) {
     const bytes content = build_index_node({child(30), child(31), child(32)});
     // Both entries fit two times 96 bytes exactly, or the second one begins within them.
     EXPECT_EQ(node(with(content, total_field, 4, 192)).children, (numbers{30, 31}));
@@ -113,12 +113,12 @@ TEST(IndexNode, StopsWhenTheTotalSizeIsUsedUp) {
     EXPECT_EQ(node(with(content, total_field, 4, 96)).children, (numbers{30}));
 }
 
-TEST(IndexNode, AnEntryLongerThanTheTotalSizeEndsTheNode) {
+TEST(index_node, an_entry_longer_than_the_total_size_ends_the_node) {
     const bytes content = build_index_node({child(30), child(31)});
     EXPECT_TRUE(node(with(content, total_field, 4, 95)).children.empty());
 }
 
-TEST(IndexNode, AKeyLongerThanTheTotalSizeEndsTheNodeEvenInTheSlack) {
+TEST(index_node, a_key_longer_than_the_total_size_ends_the_node_even_in_the_slack) {
     index_entry odd = child(31);
     odd.forced = {{10, 2, 400}};
     const bytes content = build_index_node({child(30), odd, child(32)});
@@ -126,7 +126,7 @@ TEST(IndexNode, AKeyLongerThanTheTotalSizeEndsTheNodeEvenInTheSlack) {
     EXPECT_EQ(node(content, true).children, (numbers{30}));
 }
 
-TEST(IndexNode, AKeyLongerThanItsEntryEndsTheNode) {
+TEST(index_node, a_key_longer_than_its_entry_ends_the_node) {
     index_entry odd = child(31);
     odd.forced = {{10, 2, 97}};
     const bytes content = build_index_node({child(30), odd, child(32)});
@@ -136,18 +136,18 @@ TEST(IndexNode, AKeyLongerThanItsEntryEndsTheNode) {
     EXPECT_EQ(node(build_index_node({child(30), odd, child(32)})).children, (numbers{30, 31, 32}));
 }
 
-TEST(IndexNode, AReferenceOfEightZeroBytesEndsTheNode) {
+TEST(index_node, a_reference_of_eight_zero_bytes_ends_the_node) {
     index_entry nothing = child(0, 96, 0);
     const bytes content = build_index_node({child(30), nothing, child(31)});
     EXPECT_EQ(node(content).children, (numbers{30}));
     EXPECT_EQ(node(content, true).children, (numbers{30, 31}));
 }
 
-TEST(IndexNode, TheWholeReferenceDecidesSoTheMftIsAChildLikeAnyOther) {
+TEST(index_node, the_whole_reference_decides_so_the_mft_is_a_child_like_any_other) {
     EXPECT_EQ(node(build_index_node({child(30), child(0, 96, 1), child(31)})).children, (numbers{0, 30, 31}));
 }
 
-TEST(IndexNode, EntriesBehindTheLastOneAreInTheSlackAndNotSeen) {
+TEST(index_node, entries_after_the_last_one_are_in_the_slack_and_not_seen) {
     for (const std::uint16_t last : std::vector<std::uint16_t>{2, 3}) {
         index_entry end = child(31);
         end.flags = last;
@@ -157,7 +157,7 @@ TEST(IndexNode, EntriesBehindTheLastOneAreInTheSlackAndNotSeen) {
     }
 }
 
-TEST(IndexNode, OnlyTheFlags2And3MarkTheLastEntry) {
+TEST(index_node, only_the_flags_2_and_3_mark_the_last_entry) {
     for (const std::uint16_t flags : std::vector<std::uint16_t>{1, 4, 6, 7, 0xFFFF}) {
         index_entry odd = child(31);
         odd.flags = flags;
@@ -168,7 +168,7 @@ TEST(IndexNode, OnlyTheFlags2And3MarkTheLastEntry) {
     }
 }
 
-TEST(IndexNode, AnEntryLongerThan768BytesEndsTheNode) {
+TEST(index_node, an_entry_longer_than_768_bytes_ends_the_node) {
     EXPECT_EQ(node(build_index_node({child(30), child(31, 768), child(32)})).children, (numbers{30, 31, 32}));
     EXPECT_EQ(node(build_index_node({child(30), child(31, 776), child(32)})).children, (numbers{30}));
     index_entry odd = child(31, 776);
@@ -176,11 +176,11 @@ TEST(IndexNode, AnEntryLongerThan768BytesEndsTheNode) {
     EXPECT_EQ(node(build_index_node({child(30), odd, child(32)})).children, (numbers{30}));
 }
 
-TEST(IndexNode, TheFirstEntryMayBeLongerThan768Bytes) {
+TEST(index_node, the_first_entry_may_be_longer_than_768_bytes) {
     EXPECT_EQ(node(build_index_node({child(30, 1000), child(31)})).children, (numbers{30, 31}));
 }
 
-TEST(IndexNode, AnEntryOfLengthZeroEndsTheNode) {
+TEST(index_node, an_entry_of_length_zero_ends_the_node) {
     index_entry odd = child(31);
     odd.forced = {{8, 2, 0}, {10, 2, 0}};
     EXPECT_EQ(node(build_index_node({child(30), odd, child(32)})).children, (numbers{30}));
@@ -189,7 +189,7 @@ TEST(IndexNode, AnEntryOfLengthZeroEndsTheNode) {
     EXPECT_EQ(node(build_index_node({odd, child(32)}), true).children, (numbers{31}));
 }
 
-TEST(IndexNode, EntriesShorterThanTheirHeadEndWithTheNode) {
+TEST(index_node, entries_shorter_than_their_head_end_with_the_node) {
     for (std::uint64_t length = 1; length < 16; ++length) {
         index_entry odd = child(31);
         odd.forced = {{8, 2, length}, {10, 2, 0}};
@@ -203,7 +203,7 @@ TEST(IndexNode, EntriesShorterThanTheirHeadEndWithTheNode) {
     }
 }
 
-TEST(IndexNode, CutAtEveryLengthGivesOnlyChildrenThatAreThere) {
+TEST(index_node, cut_at_every_length_gives_only_children_that_are_there) {
     const bytes content = build_index_node({child(30), child(31), child(32)});
     for (std::size_t length = 0; length <= content.size(); ++length) {
         const walk found =
@@ -216,13 +216,13 @@ TEST(IndexNode, CutAtEveryLengthGivesOnlyChildrenThatAreThere) {
     }
 }
 
-TEST(IndexRoot, GivesTheChildrenOfItsNode) {
+TEST(index_root, gives_the_children_of_its_node) {
     const walk found = root(build_index_root({child(30), child(31)}));
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.children, (numbers{30, 31}));
 }
 
-TEST(IndexRoot, MustIndexFileNames) {
+TEST(index_root, must_index_file_names) {
     for (const std::uint64_t type : {0u, 0x2Fu, 0x31u, 0xFFFFFFFFu}) {
         const walk found = root(with(build_index_root({child(30)}), 0, 4, type));
         EXPECT_FALSE(found.result) << type;
@@ -230,51 +230,51 @@ TEST(IndexRoot, MustIndexFileNames) {
     }
 }
 
-TEST(IndexRoot, NeedsABlockSizeOtherThanZeroWhateverItIs) {
+TEST(index_root, needs_a_block_size_other_than_zero_whatever_it_is) {
     EXPECT_FALSE(root(with(build_index_root({child(30)}), 8, 4, 0)).result);
     for (const std::uint64_t size : {1u, 4095u, 0xFFFFFFFFu}) {
         EXPECT_EQ(root(with(build_index_root({child(30)}), 8, 4, size)).children, (numbers{30})) << size;
     }
 }
 
-TEST(IndexRoot, IgnoresItsCollationRuleAndItsClustersPerBlock) {
+TEST(index_root, ignores_its_collation_rule_and_its_clusters_per_block) {
     EXPECT_EQ(root(with(with(build_index_root({child(30)}), 4, 4, 0xFFFFFFFF), 12, 4, 0xFFFFFFFF)).children,
               (numbers{30}));
 }
 
-TEST(IndexRoot, FailsWithANodeThatIsRefused) {
+TEST(index_root, fails_with_a_node_that_is_refused) {
     EXPECT_FALSE(root(with(build_index_root({child(30)}), 20, 4, 4097)).result);
 }
 
-TEST(IndexRoot, OfSixteenBytesHasNoNodeAndFails) {
+TEST(index_root, of_sixteen_bytes_has_no_node_and_fails) {
     bytes value = build_index_root({child(30)});
     value.resize(16);
     EXPECT_FALSE(root(value).result);
     EXPECT_FALSE(root({}).result);
 }
 
-TEST(IndexBlock, GivesTheChildrenOfItsNode) {
+TEST(index_block, gives_the_children_of_its_node) {
     const bytes block = index_block_builder().add(child(30)).add(child(31)).build_restored();
     _inode_collection found;
     EXPECT_TRUE(parse_index_block(found, index_block(byte_view(block)), false));
     EXPECT_EQ(numbers(found.begin(), found.end()), (numbers{30, 31}));
 }
 
-TEST(IndexBlock, OfAnySignatureIsParsed) {
+TEST(index_block, of_any_signature_is_parsed) {
     const bytes block = index_block_builder().signature("BAAD").add(child(30)).build_restored();
     _inode_collection found;
     EXPECT_TRUE(parse_index_block(found, index_block(byte_view(block)), false));
     EXPECT_EQ(found.size(), 1u);
 }
 
-TEST(IndexBlock, ShowsItsSlackWhenToldToKeepGoing) {
+TEST(index_block, shows_its_slack_when_told_to_keep_going) {
     const bytes block = index_block_builder().add(child(30)).add(end_entry()).add(child(31)).build_restored();
     _inode_collection found;
     EXPECT_TRUE(parse_index_block(found, index_block(byte_view(block)), true));
     EXPECT_EQ(numbers(found.begin(), found.end()), (numbers{30, 31}));
 }
 
-TEST(IndexBlock, ANullBlockFails) {
+TEST(index_block, a_null_block_fails) {
     _inode_collection found;
     EXPECT_FALSE(parse_index_block(found, index_block(byte_view()), false));
 }

@@ -44,11 +44,11 @@ bytes zeros() {
     return bytes(4096);
 }
 
-class IndexStream : public ::testing::TestWithParam<std::uint32_t> {
+class index_stream_test : public ::testing::TestWithParam<std::uint32_t> {
   protected:
     // 512-byte sectors, clusters of the parameter's size, blocks of the children 100, 101, ... from LCN 200
     // on.
-    IndexStream()
+    index_stream_test()
         : m_volume({.sectors_per_cluster = GetParam() / 512, .mft_entries = 32, .total_clusters = 400}) {
         bytes all;
         for (std::uint64_t i = 0; i < 8; ++i) {
@@ -69,7 +69,7 @@ class IndexStream : public ::testing::TestWithParam<std::uint32_t> {
     volume_builder m_volume;
 };
 
-TEST_P(IndexStream, GivesAllBlocksWithTheirSectorEndsPutBack) {
+TEST_P(index_stream_test, gives_all_blocks_with_their_sector_ends_put_back) {
     opened_volume opened(m_volume);
     const read_blocks found = read(opened.ntfs(), {stored(200, clusters_of_blocks(8))});
     EXPECT_TRUE(found.result);
@@ -77,7 +77,7 @@ TEST_P(IndexStream, GivesAllBlocksWithTheirSectorEndsPutBack) {
     EXPECT_EQ(found.blocks, restored(0, 8));
 }
 
-TEST_P(IndexStream, GivesTheBlocksOfSeveralRunsInTheOrderOfTheRuns) {
+TEST_P(index_stream_test, gives_the_blocks_of_several_runs_in_the_order_of_the_runs) {
     opened_volume opened(m_volume);
     const std::uint32_t half = clusters_of_blocks(4);
     const read_blocks found = read(opened.ntfs(), {stored(200 + half, half), stored(200, half)});
@@ -85,7 +85,7 @@ TEST_P(IndexStream, GivesTheBlocksOfSeveralRunsInTheOrderOfTheRuns) {
     EXPECT_EQ(found.blocks, concat({restored(4, 4), restored(0, 4)}));
 }
 
-TEST_P(IndexStream, GivesAsManyBlocksAsAreWanted) {
+TEST_P(index_stream_test, gives_as_many_blocks_as_are_wanted) {
     opened_volume opened(m_volume);
     for (std::uint32_t first = 0; first < 8; ++first) {
         for (std::uint32_t count = 1; count <= 9; ++count) {
@@ -98,7 +98,7 @@ TEST_P(IndexStream, GivesAsManyBlocksAsAreWanted) {
     }
 }
 
-TEST_P(IndexStream, BeginsInTheRunThatHoldsTheFirstBlock) {
+TEST_P(index_stream_test, begins_in_the_run_that_holds_the_first_block) {
     opened_volume opened(m_volume);
     const std::uint32_t quarter = clusters_of_blocks(2);
     const cluster_run_list list = {stored(200, quarter), stored(200 + quarter, quarter), sparse(quarter),
@@ -108,7 +108,7 @@ TEST_P(IndexStream, BeginsInTheRunThatHoldsTheFirstBlock) {
     EXPECT_EQ(read(opened.ntfs(), list, 4, 3).blocks, restored(4, 3));
 }
 
-TEST_P(IndexStream, FailsForAFirstBlockAtOrBeyondTheEnd) {
+TEST_P(index_stream_test, fails_for_a_first_block_at_or_beyond_the_end) {
     opened_volume opened(m_volume);
     for (const std::uint64_t first : {8ull, 9ull, 0xFFFFFFFFull, 0xFFFFFFFFFFFFFFFFull}) {
         const read_blocks found = read(opened.ntfs(), {stored(200, clusters_of_blocks(8))}, first);
@@ -118,7 +118,7 @@ TEST_P(IndexStream, FailsForAFirstBlockAtOrBeyondTheEnd) {
     }
 }
 
-TEST_P(IndexStream, FailsWithoutStoredRuns) {
+TEST_P(index_stream_test, fails_without_stored_runs) {
     opened_volume opened(m_volume);
     EXPECT_FALSE(read(opened.ntfs(), {}).result);
     EXPECT_FALSE(read(opened.ntfs(), {sparse(8)}).result);
@@ -126,7 +126,7 @@ TEST_P(IndexStream, FailsWithoutStoredRuns) {
     EXPECT_TRUE(read(opened.ntfs(), {}).blocks.empty());
 }
 
-TEST_P(IndexStream, LeavesSparseRunsOutOfItsSizeButNotOutOfItsPositions) {
+TEST_P(index_stream_test, leaves_sparse_runs_out_of_its_size_but_not_out_of_its_positions) {
     opened_volume opened(m_volume);
     const std::uint32_t two = clusters_of_blocks(2);
     const read_blocks found =
@@ -137,13 +137,13 @@ TEST_P(IndexStream, LeavesSparseRunsOutOfItsSizeButNotOutOfItsPositions) {
     EXPECT_EQ(found.blocks, concat({restored(0, 2), zeros(), restored(2, 1)}));
 }
 
-TEST_P(IndexStream, BeginsBehindSparseRunsAtItsFront) {
+TEST_P(index_stream_test, begins_after_sparse_runs_at_its_front) {
     opened_volume opened(m_volume);
     const std::uint32_t two = clusters_of_blocks(2);
     EXPECT_EQ(read(opened.ntfs(), {sparse(two), stored(200, two)}).blocks, restored(0, 2));
 }
 
-TEST_P(IndexStream, AFailedReadGivesUpTheRestOfItsRunAndGoesOnWithTheNext) {
+TEST_P(index_stream_test, a_failed_read_gives_up_the_rest_of_its_run_and_goes_on_with_the_next) {
     bytes image = m_volume.image();
     // What of the volume is behind cluster 200 + two blocks is missing, so that a run over it fails in the
     // middle.
@@ -156,14 +156,14 @@ TEST_P(IndexStream, AFailedReadGivesUpTheRestOfItsRunAndGoesOnWithTheNext) {
     EXPECT_EQ(found.blocks, concat({restored(0, 2), zeros(), zeros(), restored(0, 2)}));
 }
 
-TEST_P(IndexStream, IsTrueWhenNothingCanBeRead) {
+TEST_P(index_stream_test, is_true_when_nothing_can_be_read) {
     opened_volume opened(m_volume);
     const read_blocks found = read(opened.ntfs(), {stored(0x7FFFFFFFFFFF, clusters_of_blocks(2))});
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.blocks, concat({zeros(), zeros()}));
 }
 
-TEST_P(IndexStream, NeverHoldsMoreThanTheSource) {
+TEST_P(index_stream_test, never_holds_more_than_the_source) {
     opened_volume opened(m_volume);
     const read_blocks found = read(opened.ntfs(), {stored(200, 0xFFFFFFFF), stored(200, 0xFFFFFFFF),
                                                    sparse(0xFFFFFFFF), stored(200, 0xFFFFFFFF)});
@@ -174,7 +174,7 @@ TEST_P(IndexStream, NeverHoldsMoreThanTheSource) {
 }
 
 // What a virtual disk claims to hold costs nothing.
-TEST(IndexStreamOnVirtualDisk, NeverHoldsMoreThanTheFilesWhateverSizeTheDiskClaims) {
+TEST(index_stream_on_virtual_disk, never_holds_more_than_the_files_whatever_size_the_disk_claims) {
     const bytes image = volume_builder({.mft_entries = 32, .total_clusters = 200}).image();
     vmdk_builder disk;
     disk.entries_per_table = 512;
@@ -202,7 +202,7 @@ read_blocks read_in_clusters_of(std::uint32_t sectors, const bytes& content, std
     return read(opened.ntfs(), {stored(100, clusters)}, first, count);
 }
 
-TEST(IndexStreamInLargeClusters, GivesEachBlockOfACluster) {
+TEST(index_stream_in_large_clusters, gives_each_block_of_a_cluster) {
     bytes content;
     bytes expected;
     for (std::uint64_t i = 0; i < 6; ++i) {
@@ -223,7 +223,7 @@ TEST(IndexStreamInLargeClusters, GivesEachBlockOfACluster) {
     }
 }
 
-TEST(IndexStreamInOddClusters, LooksAtTheWholeBlocksOfAClusterLargerThanABlock) {
+TEST(index_stream_in_odd_clusters, looks_at_the_whole_blocks_of_a_cluster_larger_than_a_block) {
     // Clusters of 10,240 bytes hold two blocks each; what is behind them is not looked at.
     const bytes rest = index_block_builder().add({.file_reference = 99}).build();
     const bytes half(rest.begin(), rest.begin() + 2048);
@@ -236,7 +236,7 @@ TEST(IndexStreamInOddClusters, LooksAtTheWholeBlocksOfAClusterLargerThanABlock) 
                                     block_of(102).build_restored(), block_of(103).build_restored()}));
 }
 
-TEST(IndexStreamInOddClusters, FillsABlockWithTheWholeClustersThatFitIt) {
+TEST(index_stream_in_odd_clusters, fills_a_block_with_the_whole_clusters_that_fit_it) {
     // Two clusters of 1,536 bytes make a block, of which the last 1,024 bytes stay zero.
     bytes first = block_of(100).build();
     bytes second = block_of(101).build();
@@ -255,7 +255,7 @@ TEST(IndexStreamInOddClusters, FillsABlockWithTheWholeClustersThatFitIt) {
 }
 
 // One cluster makes a block, and is shorter than it.
-TEST(IndexStreamInOddClusters, fills_a_block_with_one_cluster_that_is_shorter_and_zeros) {
+TEST(index_stream_in_odd_clusters, fills_a_block_with_one_cluster_that_is_shorter_and_zeros) {
     struct shape {
         std::uint32_t bytes_per_sector;
         std::uint32_t sectors;
@@ -311,7 +311,7 @@ TEST(IndexStreamInOddClusters, fills_a_block_with_one_cluster_that_is_shorter_an
     }
 }
 
-TEST(IndexStreamInOddClusters, restores_the_sector_ends_of_a_block_in_one_shorter_cluster) {
+TEST(index_stream_in_odd_clusters, restores_the_sector_ends_of_a_block_in_one_shorter_cluster) {
     // 3,072 bytes of a block: six sectors. The seventh and eighth sector end come from the array all the
     // same.
     bytes block = block_of(100).build();
@@ -324,7 +324,7 @@ TEST(IndexStreamInOddClusters, restores_the_sector_ends_of_a_block_in_one_shorte
     EXPECT_EQ(found.blocks, expected);
 }
 
-TEST(IndexStreamBlocks, LeavesABlockOfWhichAClusterIsMissingUnrestored) {
+TEST(index_stream_blocks, leaves_a_block_of_which_a_cluster_is_missing_unrestored) {
     volume_builder volume({.sectors_per_cluster = 2, .mft_entries = 32, .total_clusters = 300});
     const bytes block = block_of(100).build();
     volume.write_clusters(200, block);
@@ -339,7 +339,7 @@ TEST(IndexStreamBlocks, LeavesABlockOfWhichAClusterIsMissingUnrestored) {
     EXPECT_EQ(found.blocks, expected);
 }
 
-TEST(IndexStreamBlocks, RestoresOnlyWhatBeginsWithIndx) {
+TEST(index_stream_blocks, restores_only_what_begins_with_indx) {
     volume_builder volume({.mft_entries = 32, .total_clusters = 300});
     const bytes baad = index_block_builder().signature("BAAD").add({.file_reference = 7}).build();
     volume.write_clusters(200, baad);
@@ -347,7 +347,7 @@ TEST(IndexStreamBlocks, RestoresOnlyWhatBeginsWithIndx) {
     EXPECT_EQ(read(opened.ntfs(), {stored(200, 1)}).blocks, baad);
 }
 
-TEST(IndexStreamBlocks, SurvivesAnArrayOutsideOfItsBlock) {
+TEST(index_stream_blocks, survives_an_array_outside_of_its_block) {
     for (const std::uint64_t offset : {4090ull, 4094ull, 4095ull, 65535ull}) {
         volume_builder volume({.mft_entries = 32, .total_clusters = 300});
         volume.write_clusters(200,
@@ -359,7 +359,7 @@ TEST(IndexStreamBlocks, SurvivesAnArrayOutsideOfItsBlock) {
     }
 }
 
-TEST(IndexStreamBlocks, OfAnAttributeNeedsVolumeAttributeAndInitializedBytes) {
+TEST(index_stream_blocks, of_an_attribute_needs_volume_attribute_and_initialized_bytes) {
     volume_builder volume({.mft_entries = 32, .total_clusters = 300});
     volume.write_clusters(200, block_of(100).build());
     opened_volume opened(volume);
@@ -378,7 +378,7 @@ TEST(IndexStreamBlocks, OfAnAttributeNeedsVolumeAttributeAndInitializedBytes) {
     EXPECT_EQ(found.size(), 1u);
 }
 
-TEST(IndexStreamBlocks, AreReadAsFarAsTheBudgetGoes) {
+TEST(index_stream_blocks, are_read_as_far_as_the_budget_goes) {
     volume_builder volume({.mft_entries = 32, .total_clusters = 300});
     for (std::uint64_t i = 0; i < 4; ++i) {
         volume.write_clusters(200 + i, block_of(100 + i).build());
@@ -434,7 +434,7 @@ bytes read_plainly(CNtfs& ntfs, const cluster_run_list& list) {
     return blocks;
 }
 
-TEST_P(IndexStream, OnRandomRunsAndDamagedSourcesIsWhatPlainReadsGive) {
+TEST_P(index_stream_test, on_random_runs_and_damaged_sources_is_what_plain_reads_give) {
     bytes image = m_volume.image();
     std::mt19937 random(GetParam());
     // The source ends in the middle of a cluster of the blocks' area, or holds it whole.
@@ -458,7 +458,7 @@ TEST_P(IndexStream, OnRandomRunsAndDamagedSourcesIsWhatPlainReadsGive) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(ClusterSizes, IndexStream, ::testing::Values(512u, 1024u, 2048u, 4096u),
+INSTANTIATE_TEST_SUITE_P(cluster_sizes, index_stream_test, ::testing::Values(512u, 1024u, 2048u, 4096u),
                          [](const auto& shape) { return "Of" + std::to_string(shape.param); });
 
 }  // namespace

@@ -44,7 +44,7 @@ index_entry view(const char* key, const char* data) {
     return {.key = from_hex(key), .view_data = from_hex(data)};
 }
 
-TEST(NameIndexText, PrintsALineForEachEntry) {
+TEST(name_index_text, prints_a_line_for_each_entry) {
     const listing found =
         list("$I30", index_block_builder().add(named(0x1E, "a.txt", 2)).add(named(0x1F, "b.txt", 0xABCD)));
     EXPECT_TRUE(found.result);
@@ -54,7 +54,7 @@ TEST(NameIndexText, PrintsALineForEachEntry) {
                               four_times + "b.txt\n");
 }
 
-TEST(NameIndexText, PutsTheHeadingAndAnEmptyLineAheadOfTheFirstEntryOnly) {
+TEST(name_index_text, puts_the_heading_and_an_empty_line_ahead_of_the_first_entry_only) {
     const listing found =
         list("$I30", index_block_builder().add(named(0x1E, "a")).add(named(0x1F, "b")), true);
     EXPECT_EQ(found.text, name_heading + "0x00000000001e,  0x0001,  0x0000, " + four_times +
@@ -63,18 +63,18 @@ TEST(NameIndexText, PutsTheHeadingAndAnEmptyLineAheadOfTheFirstEntryOnly) {
                               four_times + "b\n");
 }
 
-TEST(NameIndexText, OfABlockWithoutEntriesIsEmptyEvenAsTheFirst) {
+TEST(name_index_text, of_a_block_without_entries_is_empty_even_as_the_first) {
     const listing found = list("$I30", index_block_builder(), true);
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.text, "");
 }
 
-TEST(NameIndexText, IsChosenByTheNameInAnyCase) {
+TEST(name_index_text, is_chosen_by_the_name_in_any_case) {
     EXPECT_EQ(list("$i30", index_block_builder().add(named(0x1E, "a"))).text,
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "a\n");
 }
 
-TEST(NameIndexText, ShowsTheFourTimesInTheOrderInWhichTheKeyHasThem) {
+TEST(name_index_text, shows_the_four_times_in_the_order_in_which_the_key_has_them) {
     const file_name name = {.name = "a",
                             .times = {.created = default_filetime,
                                       .modified = default_filetime + 10000000,
@@ -85,26 +85,26 @@ TEST(NameIndexText, ShowsTheFourTimesInTheOrderInWhichTheKeyHasThem) {
               "2020-01-02 03:04:07.000, 2020-01-02 03:04:08.000, a\n");
 }
 
-TEST(NameIndexText, ShowsATimeThatIsNotValidAsABlank) {
+TEST(name_index_text, shows_a_time_that_is_not_valid_as_a_blank) {
     const file_name name = {.name = "a",
                             .times = {.created = 0, .modified = 0, .mft_changed = 0, .accessed = 0}};
     EXPECT_EQ(list("$I30", index_block_builder().add(name_entry(reference(30, 1), name))).text,
               "0x00000000001e,  0x0001,  0x0000,  ,  ,  ,  , a\n");
 }
 
-TEST(NameIndexText, ShowsTheLow32BitsOfAnEntryNumber) {
+TEST(name_index_text, shows_the_low_32_bits_of_an_entry_number) {
     EXPECT_EQ(list("$I30", index_block_builder().add(named(0x123456789ABC, "a"))).text,
               "0x000056789abc,  0x0001,  0x0000, " + four_times + "a\n");
 }
 
-TEST(NameIndexText, LeavesTimesAndNameOutWhereTheKeyIsAsLongAsTheEntry) {
+TEST(name_index_text, leaves_times_and_name_out_where_the_key_is_as_long_as_the_entry) {
     index_entry entry = named(30, "a");
     entry.forced = {{10, 2, 88}};
     ASSERT_EQ(entry.build().size(), 88u);
     EXPECT_EQ(list("$I30", index_block_builder().add(entry)).text, "0x00000000001e,  0x0001,  0x0000, \n");
 }
 
-TEST(NameIndexText, LeavesTimesAndNameOutWhereTheKeyHasNoRoomForAName) {
+TEST(name_index_text, leaves_times_and_name_out_where_the_key_has_no_room_for_a_name) {
     index_entry entry = named(30, "a");
     entry.forced = {{10, 2, 66}};
     EXPECT_EQ(list("$I30", index_block_builder().add(entry)).text, "0x00000000001e,  0x0001,  0x0000, \n");
@@ -113,36 +113,36 @@ TEST(NameIndexText, LeavesTimesAndNameOutWhereTheKeyHasNoRoomForAName) {
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "a\n");
 }
 
-TEST(NameIndexText, ShowsNamesAsUtf8) {
+TEST(name_index_text, shows_names_as_utf8) {
     EXPECT_EQ(list("$I30", index_block_builder().add(named(30, u"\u00C4\U0001F600"))).text,
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "\xC3\x84\xF0\x9F\x98\x80\n");
 }
 
-TEST(NameIndexText, ShowsADamagedNameAsFarAsItIsGood) {
+TEST(name_index_text, shows_a_damaged_name_as_far_as_it_is_good) {
     const std::u16string damaged = {u'a', u'b', 0xD800, u'c'};
     EXPECT_EQ(list("$I30", index_block_builder().add(named(30, ntfs_name(damaged)))).text,
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "ab\n");
 }
 
-TEST(NameIndexText, EndsAtAReferenceOfEightZeroBytes) {
+TEST(name_index_text, ends_at_a_reference_of_eight_zero_bytes) {
     const listing found =
         list("$I30", index_block_builder().add(named(30, "a")).add(named(0, "z", 0)).add(named(31, "b")));
     EXPECT_EQ(found.text, "0x00000000001e,  0x0001,  0x0000, " + four_times + "a\n");
 }
 
-TEST(NameIndexText, ShowsTheMftWhichIsEntryZero) {
+TEST(name_index_text, shows_the_mft_which_is_entry_zero) {
     EXPECT_EQ(list("$I30", index_block_builder().add(named(0, "$MFT"))).text,
               "0x000000000000,  0x0001,  0x0000, " + four_times + "$MFT\n");
 }
 
-TEST(NameIndexText, EndsAtTheFlags2) {
+TEST(name_index_text, ends_at_the_flags_2) {
     index_entry last = named(31, "b");
     last.flags = 2;
     EXPECT_EQ(list("$I30", index_block_builder().add(named(30, "a")).add(last).add(named(32, "c"))).text,
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "a\n");
 }
 
-TEST(NameIndexText, GoesOnBehindALastEntryOfAnInnerNodeUntilItMeetsZerosOrA2) {
+TEST(name_index_text, goes_on_after_a_last_entry_of_an_inner_node_until_it_meets_zeros_or_a_2) {
     index_entry last = named(31, "b");
     last.flags = 3;
     const std::string up_to_c = "0x00000000001e,  0x0001,  0x0000, " + four_times +
@@ -161,14 +161,14 @@ TEST(NameIndexText, GoesOnBehindALastEntryOfAnInnerNodeUntilItMeetsZerosOrA2) {
     EXPECT_EQ(list("$I30", block).text, up_to_c) << "a 2 behind the last";
 }
 
-TEST(NameIndexText, EndsBehindAnEntryThatLeadsNowhere) {
+TEST(name_index_text, ends_after_an_entry_that_leads_nowhere) {
     index_entry odd = named(30, "a");
     odd.forced = {{8, 2, 0}, {10, 2, 0}};
     EXPECT_EQ(list("$I30", index_block_builder().add(odd).add(named(31, "b"))).text,
               "0x00000000001e,  0x0001,  0x0000, \n");
 }
 
-TEST(NameIndexText, EndsWithTheBlock) {
+TEST(name_index_text, ends_with_the_block) {
     for (const std::uint64_t offset : {4064ull, 4072ull, 0x7FFFFFFFull, 0xFFFFFFFFull}) {
         const listing found = list("$I30", index_block_builder().add(named(30, "a")).force(24, 4, offset));
         EXPECT_TRUE(found.result);
@@ -176,7 +176,7 @@ TEST(NameIndexText, EndsWithTheBlock) {
     }
 }
 
-TEST(ViewIndexText, ObjectIds) {
+TEST(view_index_text, object_ids) {
     const listing found = list("$O",
                                index_block_builder().add(view("00112233445566778899aabbccddeeff",
                                                               "1e0000000100 0200"
@@ -194,7 +194,7 @@ TEST(ViewIndexText, ObjectIds) {
         "24232221-2625-2827-292a-2b2c2d2e2f30, \n");
 }
 
-TEST(ViewIndexText, SecurityDescriptorsByHash) {
+TEST(view_index_text, security_descriptors_by_hash) {
     // Hash and id as key; hash, id, place and size in $SDS as data, and "II" as padding.
     const index_entry padded =
         view("efbeadde 00010000", "78563412 01010000 8877665544332211 90000000 49004900");
@@ -207,7 +207,7 @@ TEST(ViewIndexText, SecurityDescriptorsByHash) {
               "   yes\n");
 }
 
-TEST(ViewIndexText, SecurityDescriptorsByHashWithoutTheirPadding) {
+TEST(view_index_text, security_descriptors_by_hash_without_their_padding) {
     for (const char* padding : {"00000000", "49004a00", "49490000"}) {
         const std::string data = std::string("78563412 01010000 8877665544332211 90000000") + padding;
         EXPECT_EQ(list("$SDH", index_block_builder().add(view("efbeadde 00010000", data.c_str()))).text,
@@ -217,7 +217,7 @@ TEST(ViewIndexText, SecurityDescriptorsByHashWithoutTheirPadding) {
     }
 }
 
-TEST(ViewIndexText, SecurityDescriptorsById) {
+TEST(view_index_text, security_descriptors_by_id) {
     const listing found = list(
         "$SII", index_block_builder().add(view("00010000", "78563412 01010000 8877665544332211 90000000")),
         true);
@@ -226,7 +226,7 @@ TEST(ViewIndexText, SecurityDescriptorsById) {
               "0x00000100,  0x12345678,    0x00000101,   0x1122334455667788, 0x00000090, \n");
 }
 
-TEST(ViewIndexText, ReparsePoints) {
+TEST(view_index_text, reparse_points) {
     const listing found = list("$R",
                                index_block_builder().add({.key = from_hex("030000a0 1e0000000100 0200"),
                                                           .view_data = from_hex("00000000")}),
@@ -236,12 +236,12 @@ TEST(ViewIndexText, ReparsePoints) {
               "0xa0000003, 0x00010000001e, 0x0002, \n");
 }
 
-TEST(ViewIndexText, IsChosenByTheNameInAnyCase) {
+TEST(view_index_text, is_chosen_by_the_name_in_any_case) {
     const index_entry entry = {.key = from_hex("030000a0 1e0000000000 0200"), .view_data = from_hex("00")};
     EXPECT_EQ(list("$r", index_block_builder().add(entry)).text, "0xa0000003, 0x00000000001e, 0x0002, \n");
 }
 
-TEST(ViewIndexText, OfAnIndexThatIsNotKnownIsEmpty) {
+TEST(view_index_text, of_an_index_that_is_not_known_is_empty) {
     for (const char* name : {"$Q", "", "$I3", "$I300", "$SD", "I30"}) {
         const listing found = list(name, index_block_builder().add(named(30, "a")), true);
         EXPECT_TRUE(found.result) << name;
@@ -249,7 +249,7 @@ TEST(ViewIndexText, OfAnIndexThatIsNotKnownIsEmpty) {
     }
 }
 
-TEST(ViewIndexText, AnEntryWithoutDataPrintsNothing) {
+TEST(view_index_text, an_entry_without_data_prints_nothing) {
     index_entry empty = view("01000000", "00000000");
     empty.forced = {{0, 2, 0}};
     const index_entry good = {.key = from_hex("030000a0 1e0000000000 0200"), .view_data = from_hex("00")};
@@ -260,13 +260,13 @@ TEST(ViewIndexText, AnEntryWithoutDataPrintsNothing) {
               "0xa0000003, 0x00000000001e, 0x0002, \n");
 }
 
-TEST(ViewIndexText, EndsAtALengthOfZero) {
+TEST(view_index_text, ends_at_a_length_of_zero) {
     index_entry stop = view("01000000", "00000000");
     stop.forced = {{8, 2, 0}};
     EXPECT_EQ(list("$SII", index_block_builder().add(stop)).text, "");
 }
 
-TEST(ViewIndexText, LeavesOutAnEntryThatBeginsWithinTheLast24BytesOfTheNode) {
+TEST(view_index_text, leaves_out_an_entry_that_begins_within_the_last_24_bytes_of_the_node) {
     // First entry at 64 of the block, 40 bytes long; the second one at 104 ends the node at 64 - 24 + 80.
     const index_entry entry = {.key = from_hex("030000a0 1e0000000000 0200"), .view_data = bytes(12)};
     ASSERT_EQ(entry.build().size(), 40u);
@@ -279,25 +279,25 @@ TEST(ViewIndexText, LeavesOutAnEntryThatBeginsWithinTheLast24BytesOfTheNode) {
     EXPECT_EQ(list("$R", index_block_builder(block).force(28, 4, 64)).text, "");
 }
 
-TEST(ViewIndexText, EndsWithTheBlock) {
+TEST(view_index_text, ends_with_the_block) {
     const listing found = list("$R", index_block_builder().force(24, 4, 0xFFFFFFF0).force(28, 4, 0xFFFFFFFF));
     EXPECT_TRUE(found.result);
     EXPECT_EQ(found.text, "");
 }
 
-TEST(IndexText, NeedsABlockThatBeginsWithIndx) {
+TEST(index_text, needs_a_block_that_begins_with_indx) {
     EXPECT_FALSE(list("$I30", index_block_builder().signature("BAAD").add(named(30, "a")), true).result);
     EXPECT_FALSE(list("$I30", index_block_builder().signature("FILE").add(named(30, "a")), true).result);
     EXPECT_EQ(list("$I30", index_block_builder().signature("INDY").add(named(30, "a")), true).text, "");
 }
 
-TEST(IndexText, NeedsABlock) {
+TEST(index_text, needs_a_block) {
     const listing found = list("$I30", bytes{}, true);
     EXPECT_FALSE(found.result);
     EXPECT_EQ(found.text, "");
 }
 
-TEST(IndexText, NeedsASizeOfAtLeast4096AsASignedNumber) {
+TEST(index_text, needs_a_size_of_at_least_4096_as_a_signed_number) {
     const bytes block = index_block_builder().add(named(30, "a")).build();
     for (const std::int32_t size : {4095, 0, -1, -2147483647 - 1}) {
         EXPECT_FALSE(list("$I30", block, true, 512, size).result) << size;
@@ -305,7 +305,7 @@ TEST(IndexText, NeedsASizeOfAtLeast4096AsASignedNumber) {
     EXPECT_TRUE(list("$I30", block, true, 512, 4096).result);
 }
 
-TEST(IndexText, TakesNoMoreThanTheBytesThatThereAre) {
+TEST(index_text, takes_no_more_than_the_bytes_that_there_are) {
     bytes block = index_block_builder().add(named(30, "a")).build();
     EXPECT_EQ(list("$I30", block, false, 512, 0x7FFFFFFF).text,
               "0x00000000001e,  0x0001,  0x0000, " + four_times + "a\n");
@@ -320,7 +320,7 @@ index_block_builder block_over_a_sector_end() {
     return block;
 }
 
-TEST(IndexText, PutsTheSectorEndsBack) {
+TEST(index_text, puts_the_sector_ends_back) {
     bytes block = block_over_a_sector_end().build();
     std::ostringstream out;
     ASSERT_TRUE(list_index_block("$I30", block, 4096, 512, out, false));
@@ -328,7 +328,7 @@ TEST(IndexText, PutsTheSectorEndsBack) {
     EXPECT_NE(out.str().find("0x000000000023,  0x0001,  0x0000, "), std::string::npos) << out.str();
 }
 
-TEST(IndexText, LeavesTheSectorEndsWithoutASectorSize) {
+TEST(index_text, leaves_the_sector_ends_without_a_sector_size) {
     bytes block = block_over_a_sector_end().build();
     const bytes before = block;
     std::ostringstream out;
@@ -337,7 +337,7 @@ TEST(IndexText, LeavesTheSectorEndsWithoutASectorSize) {
     EXPECT_NE(out.str().find("0x000000000023,  0x0202,  0x0000, "), std::string::npos) << out.str();
 }
 
-TEST(IndexText, SurvivesAnArrayOutsideOfTheBlock) {
+TEST(index_text, survives_an_array_outside_of_the_block) {
     for (const std::uint64_t offset : {4093ull, 4094ull, 4095ull, 4096ull, 65535ull}) {
         bytes block = index_block_builder().add(named(30, "a")).force_on_disk(4, 2, offset).build();
         EXPECT_TRUE(list("$I30", block).result) << offset;
@@ -351,7 +351,7 @@ TEST(IndexText, SurvivesAnArrayOutsideOfTheBlock) {
     }
 }
 
-TEST(IndexText, SurvivesDamageOfAnyKind) {
+TEST(index_text, survives_damage_of_any_kind) {
     std::mt19937 random(20);
     for (int round = 0; round < 500; ++round) {
         bytes block = index_block_builder()

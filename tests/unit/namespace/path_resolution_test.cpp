@@ -51,7 +51,7 @@ void know(CNtfs& ntfs, const std::vector<child_name_table::named_child>& childre
 }
 
 // The root directory lists itself (5), $MFT (0) and $Bitmap (6) beside what a test adds from entry 24 on.
-class PathResolution : public ::testing::Test {
+class path_resolution_test : public ::testing::Test {
   protected:
     // The volume as it stands at the first lookup of a test.
     [[nodiscard]] CNtfs& ntfs() {
@@ -72,7 +72,7 @@ class PathResolution : public ::testing::Test {
     std::unique_ptr<opened_volume> m_opened;
 };
 
-TEST_F(PathResolution, FindsAFileInTheRoot) {
+TEST_F(path_resolution_test, finds_a_file_in_the_root) {
     m_volume.add_file("a.txt");
     const lookup result = find(LR"(\a.txt)");
     EXPECT_TRUE(result.found);
@@ -84,7 +84,7 @@ TEST_F(PathResolution, FindsAFileInTheRoot) {
                                  "info: inode found for seg: a.txt : 0x18"}));
 }
 
-TEST_F(PathResolution, FindsAFileInDirectoriesAndTellsEachStep) {
+TEST_F(path_resolution_test, finds_a_file_in_directories_and_reports_each_step) {
     const std::uint64_t outer = m_volume.add_directory("Outer").entry();
     const std::uint64_t inner = m_volume.add_directory("Inner", outer).entry();
     m_volume.add_file("a.txt", inner);
@@ -103,7 +103,7 @@ TEST_F(PathResolution, FindsAFileInDirectoriesAndTellsEachStep) {
                                  "info: get children names", "info: inode found for seg: a.txt : 0x1a"}));
 }
 
-TEST_F(PathResolution, AnswersALaterLookupFromTheCache) {
+TEST_F(path_resolution_test, answers_a_later_lookup_from_the_cache) {
     const std::uint64_t outer = m_volume.add_directory("Outer").entry();
     m_volume.add_file("a.txt", outer);
     ASSERT_TRUE(find(LR"(\Outer\a.txt)").found);
@@ -116,7 +116,7 @@ TEST_F(PathResolution, AnswersALaterLookupFromTheCache) {
                                 "info: inode found for seg: a.txt : 0x19"}));
 }
 
-TEST_F(PathResolution, AnswersALaterLookupWithoutAReadOfTheDirectory) {
+TEST_F(path_resolution_test, answers_a_later_lookup_without_a_read_of_the_directory) {
     m_volume.add_file("a.txt");
     ASSERT_TRUE(find(LR"(\a.txt)").found);
     // What was learned stays, whatever becomes of the source.
@@ -125,7 +125,7 @@ TEST_F(PathResolution, AnswersALaterLookupWithoutAReadOfTheDirectory) {
     EXPECT_FALSE(find(LR"(\b.txt)").found);
 }
 
-TEST_F(PathResolution, WithoutAVolumeOrAPathFailsWithoutALine) {
+TEST_F(path_resolution_test, without_a_volume_or_a_path_fails_without_a_line) {
     for (const lookup& result : {resolve(nullptr, LR"(\a.txt)"), find(L"")}) {
         EXPECT_FALSE(result.found);
         EXPECT_EQ(result.entry, 0u);
@@ -135,7 +135,7 @@ TEST_F(PathResolution, WithoutAVolumeOrAPathFailsWithoutALine) {
     }
 }
 
-TEST_F(PathResolution, OfOneBackslashIsTheRoot) {
+TEST_F(path_resolution_test, of_one_backslash_is_the_root) {
     const lookup result = find(LR"(\)");
     EXPECT_TRUE(result.found);
     EXPECT_EQ(result.entry, 5u);
@@ -144,7 +144,7 @@ TEST_F(PathResolution, OfOneBackslashIsTheRoot) {
     EXPECT_EQ(result.log, (lines{R"(anal: \)", "root dir", "path empty"}));
 }
 
-TEST_F(PathResolution, OfOneSlashIsTheRootWrittenAsABackslash) {
+TEST_F(path_resolution_test, of_one_slash_is_the_root_written_as_a_backslash) {
     const lookup result = find(L"//");
     EXPECT_TRUE(result.found);
     EXPECT_EQ(result.entry, 5u);
@@ -152,7 +152,7 @@ TEST_F(PathResolution, OfOneSlashIsTheRootWrittenAsABackslash) {
     EXPECT_EQ(result.log, (lines{"anal: //", "root dir", "path empty"}));
 }
 
-TEST_F(PathResolution, OfADriveLetterIsTheRootWithItselfAsParent) {
+TEST_F(path_resolution_test, of_a_drive_letter_is_the_root_with_itself_as_parent) {
     const lookup result = find(LR"(c:\)");
     EXPECT_TRUE(result.found);
     EXPECT_EQ(result.entry, 5u);
@@ -161,7 +161,7 @@ TEST_F(PathResolution, OfADriveLetterIsTheRootWithItselfAsParent) {
     EXPECT_EQ(result.log, (lines{R"(anal: c:\)"}));
 }
 
-TEST_F(PathResolution, OfADriveLetterAndAFileNameWithoutSeparatorIsTheRoot) {
+TEST_F(path_resolution_test, of_a_drive_letter_and_a_file_name_without_separator_is_the_root) {
     m_volume.add_file("file.txt");
     const lookup result = find(L"c:file.txt");
     EXPECT_TRUE(result.found);
@@ -169,7 +169,7 @@ TEST_F(PathResolution, OfADriveLetterAndAFileNameWithoutSeparatorIsTheRoot) {
     EXPECT_EQ(result.canonical, L"c:file.txt");
 }
 
-TEST_F(PathResolution, PassesOverAnyDriveLetterAndKeepsItInTheCanonicalPath) {
+TEST_F(path_resolution_test, passes_over_any_drive_letter_and_keeps_it_in_the_canonical_path) {
     m_volume.add_file("a.txt");
     const lookup result = find(LR"(\7:\a.txt)");
     EXPECT_TRUE(result.found);
@@ -177,7 +177,7 @@ TEST_F(PathResolution, PassesOverAnyDriveLetterAndKeepsItInTheCanonicalPath) {
     EXPECT_EQ(result.canonical, LR"(\7:\a.txt)");
 }
 
-TEST_F(PathResolution, CutsAStreamNameOffAndKeepsItInTheCanonicalPath) {
+TEST_F(path_resolution_test, cuts_a_stream_name_off_and_keeps_it_in_the_canonical_path) {
     m_volume.add_file("a.txt");
     const lookup result = find(LR"(\A.txt:Zone.Identifier:$DATA)");
     EXPECT_TRUE(result.found);
@@ -186,24 +186,24 @@ TEST_F(PathResolution, CutsAStreamNameOffAndKeepsItInTheCanonicalPath) {
     EXPECT_EQ(result.log.at(2), "seg: a.txt");
 }
 
-TEST_F(PathResolution, CutsAStreamNameOffADirectoryOnTheWayToo) {
+TEST_F(path_resolution_test, cuts_a_stream_name_off_a_directory_on_the_way_too) {
     const std::uint64_t outer = m_volume.add_directory("Outer").entry();
     m_volume.add_file("a.txt", outer);
     EXPECT_EQ(entry_of(LR"(\Outer:$I30\a.txt)"), 25u);
 }
 
-TEST_F(PathResolution, FoldsTheLettersAToZ) {
+TEST_F(path_resolution_test, folds_the_letters_a_to_z) {
     m_volume.add_file("MiXeD[`{@.TXT");
     EXPECT_EQ(entry_of(LR"(\mIxEd[`{@.txt)"), 24u);
 }
 
-TEST_F(PathResolution, DoesNotFoldOtherLetters) {
+TEST_F(path_resolution_test, does_not_fold_other_letters) {
     m_volume.add_file(u"\u00C4rger");
     EXPECT_EQ(entry_of(L"\\\u00C4RGER"), 24u);
     EXPECT_EQ(entry_of(L"\\\u00E4rger"), 0u);
 }
 
-TEST_F(PathResolution, FindsNamesOutsideOfTheBasicPlaneAndDamagedOnes) {
+TEST_F(path_resolution_test, finds_names_outside_of_the_basic_plane_and_damaged_ones) {
     m_volume.add_file(u"\U0001F600");
     const std::u16string damaged = {u'A', 0xD800, u'B'};
     m_volume.add_file(ntfs_name(damaged));
@@ -212,7 +212,7 @@ TEST_F(PathResolution, FindsNamesOutsideOfTheBasicPlaneAndDamagedOnes) {
     EXPECT_EQ(entry_of(typed.c_str()), 25u);
 }
 
-TEST_F(PathResolution, DoesNotFindALongNamedDirectoryByItsShortName) {
+TEST_F(path_resolution_test, does_not_find_a_long_named_directory_by_its_short_name) {
     const std::uint64_t directory = m_volume.add_directory("Program Files").short_name("PROGRA~1").entry();
     m_volume.add_file("a.txt", directory);
     EXPECT_EQ(entry_of(LR"(\Program Files\a.txt)"), 25u);
@@ -223,19 +223,19 @@ TEST_F(PathResolution, DoesNotFindALongNamedDirectoryByItsShortName) {
                      "err: no child nodes", R"(inode not found for \PROGRA~1\a.txt)"}));
 }
 
-TEST_F(PathResolution, FindsANameOfTheWin32AndDosNamespace) {
+TEST_F(path_resolution_test, finds_a_name_of_the_win32_and_dos_namespace) {
     m_volume.add_file("SHORT.TXT").name_space(win32_and_dos_namespace);
     EXPECT_EQ(entry_of(LR"(\short.txt)"), 24u);
 }
 
-TEST_F(PathResolution, GivesTheChildWithTheLowerNumberForANameInTwoCases) {
+TEST_F(path_resolution_test, gives_the_child_with_the_lower_number_for_a_name_in_two_cases) {
     m_volume.add_file_at(30, "readme").name_space(posix_namespace);
     m_volume.add_file_at(27, "README").name_space(posix_namespace);
     EXPECT_EQ(entry_of(LR"(\readme)"), 27u);
     EXPECT_EQ(entry_of(LR"(\README)"), 27u);
 }
 
-TEST_F(PathResolution, FindsAFileByEachOfItsHardLinks) {
+TEST_F(path_resolution_test, finds_a_file_by_each_of_its_hard_links) {
     const std::uint64_t directory = m_volume.add_directory("dir").entry();
     m_volume.add_file("one", directory).hard_link("two", 5);
     EXPECT_EQ(entry_of(LR"(\dir\one)"), 25u);
@@ -245,7 +245,7 @@ TEST_F(PathResolution, FindsAFileByEachOfItsHardLinks) {
     EXPECT_EQ(entry_of(LR"(\one)"), 25u);
 }
 
-TEST_F(PathResolution, DoesNotFindASegmentThatHoldsTheOtherSeparator) {
+TEST_F(path_resolution_test, does_not_find_a_segment_that_holds_the_other_separator) {
     const std::uint64_t a = m_volume.add_directory("a").entry();
     const std::uint64_t b = m_volume.add_directory("b", a).entry();
     m_volume.add_file("c", b);
@@ -257,7 +257,7 @@ TEST_F(PathResolution, DoesNotFindASegmentThatHoldsTheOtherSeparator) {
                                  "err: no child nodes", R"(inode not found for a/b\c)"}));
 }
 
-TEST_F(PathResolution, RemovesBlanksAndTabsAroundASegment) {
+TEST_F(path_resolution_test, removes_blanks_and_tabs_around_a_segment) {
     const std::uint64_t a = m_volume.add_directory("a b").entry();
     m_volume.add_file("c", a);
     const lookup result = find(L"\\  \ta b\t \\c ");
@@ -266,14 +266,14 @@ TEST_F(PathResolution, RemovesBlanksAndTabsAroundASegment) {
     EXPECT_EQ(result.canonical, L"\\  \ta b\t \\c ");
 }
 
-TEST_F(PathResolution, DoesNotFindASegmentOfBlanksAlone) {
+TEST_F(path_resolution_test, does_not_find_a_segment_of_blanks_alone) {
     const lookup result = find(LR"(\   )");
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.log.at(2), "seg: ");
     EXPECT_EQ(result.log.at(6), "err: no child nodes");
 }
 
-TEST_F(PathResolution, DoesNotFindANameThatDoesNotExist) {
+TEST_F(path_resolution_test, does_not_find_a_name_that_does_not_exist) {
     const lookup result = find(L"nowhere");
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.log,
@@ -281,7 +281,7 @@ TEST_F(PathResolution, DoesNotFindANameThatDoesNotExist) {
                      "info: get children names", "err: no child nodes", "inode not found for nowhere"}));
 }
 
-TEST_F(PathResolution, OfAFileAsADirectoryFailsForWantOfChildren) {
+TEST_F(path_resolution_test, of_a_file_as_a_directory_fails_for_want_of_children) {
     m_volume.add_file("file");
     const lookup result = find(LR"(\file\below)");
     EXPECT_FALSE(result.found);
@@ -293,7 +293,7 @@ TEST_F(PathResolution, OfAFileAsADirectoryFailsForWantOfChildren) {
     EXPECT_EQ(ntfs().m_path_cache.find(24), nullptr);
 }
 
-TEST_F(PathResolution, FindsADeletedFileWhoseEntryIsStillInAFreedBlock) {
+TEST_F(path_resolution_test, finds_a_deleted_file_whose_entry_is_still_in_a_freed_block) {
     const std::uint64_t directory = m_volume.add_directory("dir").entry();
     m_volume.add_file("live", directory);
     file_builder& gone = m_volume.add_file("gone", directory).deleted();
@@ -302,19 +302,19 @@ TEST_F(PathResolution, FindsADeletedFileWhoseEntryIsStillInAFreedBlock) {
     EXPECT_EQ(entry_of(LR"(\dir\gone)"), 26u);
 }
 
-TEST_F(PathResolution, DoesNotLookAtTheSequenceNumberOfAChild) {
+TEST_F(path_resolution_test, does_not_look_at_the_sequence_number_of_a_child) {
     m_volume.root().extra_entry(name_entry(reference(24, 0x7777), {.name = "stale"}));
     m_volume.add_file("now").deleted();
     EXPECT_EQ(entry_of(LR"(\now)"), 24u);
     EXPECT_EQ(entry_of(LR"(\stale)"), 0u) << "the name of the index is not read";
 }
 
-TEST_F(PathResolution, FindsTheMftByName) {
+TEST_F(path_resolution_test, finds_the_mft_by_name) {
     EXPECT_TRUE(find(LR"(\$mft)").found);
     EXPECT_EQ(find(LR"(\$MFT)").entry, 0u);
 }
 
-TEST_F(PathResolution, TakesTheDeviceOfAShadowCopyOffThePath) {
+TEST_F(path_resolution_test, takes_the_device_of_a_shadow_copy_off_the_path) {
     m_volume.add_file("a.txt");
     const lookup result = find(LR"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy3\a.txt)");
     EXPECT_TRUE(result.found);
@@ -323,7 +323,7 @@ TEST_F(PathResolution, TakesTheDeviceOfAShadowCopyOffThePath) {
     EXPECT_EQ(result.log.at(0), R"(anal: \a.txt)");
 }
 
-TEST_F(PathResolution, ShowsTheShortenedPathWhenItFails) {
+TEST_F(path_resolution_test, shows_the_shortened_path_when_it_fails) {
     const lookup result = find(LR"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy3\none)");
     EXPECT_FALSE(result.found);
     EXPECT_EQ(result.log.back(), R"(inode not found for \none)");
@@ -331,7 +331,7 @@ TEST_F(PathResolution, ShowsTheShortenedPathWhenItFails) {
 
 // Children that cannot be used: each one is missing, and the rest is found.
 
-TEST_F(PathResolution, PassesOverAChildThatCannotBeRead) {
+TEST_F(path_resolution_test, passes_over_a_child_that_cannot_be_read) {
     m_volume.add_file("bad");
     m_volume.add_file("good");
     m_volume.force_record(24, 0, 4, 0);
@@ -343,7 +343,7 @@ TEST_F(PathResolution, PassesOverAChildThatCannotBeRead) {
     EXPECT_FALSE(find(LR"(\bad)").found);
 }
 
-TEST_F(PathResolution, PassesOverAChildOutsideOfTheMft) {
+TEST_F(path_resolution_test, passes_over_a_child_outside_of_the_mft) {
     m_volume.add_file("good");
     m_volume.root().extra_entry(name_entry(reference(0xABCDEF012345, 1), {.name = "far"}));
     const lookup result = find(LR"(\good)");
@@ -351,7 +351,7 @@ TEST_F(PathResolution, PassesOverAChildOutsideOfTheMft) {
     EXPECT_EQ(result.log.at(6), "err: readFR: inode 0xabcdef012345");
 }
 
-TEST_F(PathResolution, PassesOverAChildWhoseRecordIsCutByTheEndOfTheSource) {
+TEST_F(path_resolution_test, passes_over_a_child_whose_record_is_cut_by_the_end_of_the_source) {
     // $MFT lies behind everything else, and half of its last record is missing.
     volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
     volume.add_file("good");
@@ -365,7 +365,7 @@ TEST_F(PathResolution, PassesOverAChildWhoseRecordIsCutByTheEndOfTheSource) {
     EXPECT_EQ(result.log.size(), 8u);
 }
 
-TEST_F(PathResolution, PassesOverAChildWithoutNames) {
+TEST_F(path_resolution_test, passes_over_a_child_without_names) {
     m_volume.root().extra_entry(name_entry(reference(24, 1), {.name = "nameless"}));
     m_volume.add_file("nameless").without_names();
     m_volume.add_file("good");
@@ -375,7 +375,7 @@ TEST_F(PathResolution, PassesOverAChildWithoutNames) {
     EXPECT_EQ(result.log.size(), 8u);
 }
 
-TEST_F(PathResolution, TellsOfBadChildrenInAscendingOrder) {
+TEST_F(path_resolution_test, reports_of_bad_children_in_ascending_order) {
     for (const char* name : {"a", "b", "c", "good"}) {
         m_volume.add_file(name);
     }
@@ -388,7 +388,7 @@ TEST_F(PathResolution, TellsOfBadChildrenInAscendingOrder) {
                      "info: inode found for seg: good : 0x1b"}));
 }
 
-TEST_F(PathResolution, FailsInADirectoryOfWhichNoChildHasAName) {
+TEST_F(path_resolution_test, fails_in_a_directory_of_which_no_child_has_a_name) {
     const std::uint64_t directory = m_volume.add_directory("dir").entry();
     m_volume.add_file("bad", directory);
     m_volume.force_record(25, 0, 4, 0);
@@ -407,7 +407,7 @@ TEST_F(PathResolution, FailsInADirectoryOfWhichNoChildHasAName) {
 
 // The states in which a directory can be in the cache.
 
-TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheAndHasNoIndexFindsNone) {
+TEST_F(path_resolution_test, in_a_directory_that_is_not_in_the_cache_and_has_no_index_finds_none) {
     m_volume.root().without_index();
     const lookup result = find(LR"(\a)");
     EXPECT_FALSE(result.found);
@@ -416,7 +416,7 @@ TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheAndHasNoIndexFindsNone) {
     EXPECT_TRUE(ntfs().m_path_cache.directories().empty());
 }
 
-TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheFailsWhenItsIndexFailsInPart) {
+TEST_F(path_resolution_test, in_a_directory_that_is_not_in_the_cache_fails_when_its_index_fails_in_part) {
     // The root gives a child, and the allocation then fails the directory.
     m_volume.add_file("a");
     m_volume.root().without_index();
@@ -431,7 +431,7 @@ TEST_F(PathResolution, InADirectoryThatIsNotInTheCacheFailsWhenItsIndexFailsInPa
     EXPECT_TRUE(find(LR"(\a)").found);
 }
 
-TEST_F(PathResolution, InADirectoryInTheCacheWithoutChildrenFindsNoNamesEither) {
+TEST_F(path_resolution_test, in_a_directory_in_the_cache_without_children_finds_no_names_either) {
     m_volume.add_directory("dir").without_index();
     const lookup result = find(LR"(\dir\a)");
     EXPECT_FALSE(result.found);
@@ -443,7 +443,8 @@ TEST_F(PathResolution, InADirectoryInTheCacheWithoutChildrenFindsNoNamesEither) 
         << "an empty directory has the same lines again";
 }
 
-TEST_F(PathResolution, InADirectoryWhoseChildrenHaveNoNamesTellsTheSameOfEachChildAgain) {
+TEST_F(path_resolution_test,
+       in_a_directory_whose_children_have_no_names_reports_the_same_of_each_child_again) {
     m_volume.add_file("nameless").without_names();
     const std::uint64_t directory = m_volume.add_directory("dir").entry();
     const std::uint64_t child = m_volume.add_file("child", directory).without_names().entry();
@@ -465,7 +466,7 @@ TEST_F(PathResolution, InADirectoryWhoseChildrenHaveNoNamesTellsTheSameOfEachChi
 }
 
 // A volume whose records are gone after the first lookup: whatever is answered then was remembered.
-TEST_F(PathResolution, ReadsNothingAgainOfDirectoriesThatYieldNothing) {
+TEST_F(path_resolution_test, reads_nothing_again_of_directories_that_yield_nothing) {
     m_volume.add_directory("empty").without_index();
     m_volume.add_file("file");
     std::vector<lines> first;
@@ -482,7 +483,8 @@ TEST_F(PathResolution, ReadsNothingAgainOfDirectoriesThatYieldNothing) {
 }
 
 // Of each directory the names take more than half of what the cache may hold.
-TEST_F(PathResolution, InADirectoryThatWasDroppedFromTheCacheFindsTheSameWithTheSameLines) {
+TEST_F(path_resolution_test,
+       in_a_directory_that_was_dropped_from_the_cache_finds_the_same_with_the_same_lines) {
     const std::uint64_t one = m_volume.add_directory("one").entry();
     const std::uint64_t two = m_volume.add_directory("two").entry();
     m_volume.add_file("a", one);
@@ -523,7 +525,7 @@ class memory_watching_log : public capturing_log {
 };
 
 // A file system of nothing but directories: their names cost little, what is remembered of each of them more.
-TEST(PathResolutionInLittleMemory, of_many_directories_keeps_no_more_than_the_cache_may_hold) {
+TEST(path_resolution_in_little_memory, of_many_directories_keeps_no_more_than_the_cache_may_hold) {
     volume_builder volume({.mft_entries = 300});
     file_builder& many = volume.add_directory("many").index_in_blocks();
     for (int i = 0; i < 200; ++i) {
@@ -549,7 +551,7 @@ TEST(PathResolutionInLittleMemory, of_many_directories_keeps_no_more_than_the_ca
     EXPECT_LE(log.most, 12000U);
 }
 
-TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
+TEST_F(path_resolution_test, keeps_in_the_cache_what_it_learned) {
     const std::uint64_t outer = m_volume.add_directory("Outer").entry();
     m_volume.add_directory("Gone").deleted_but_indexed();
     m_volume.add_file("File.txt", outer);
@@ -582,7 +584,7 @@ TEST_F(PathResolution, KeepsInTheCacheWhatItLearned) {
     EXPECT_EQ(known.m_content->m_child_names.names(), (names{{"file.txt", 26}}));
 }
 
-TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
+TEST_F(path_resolution_test, keeps_the_directory_through_which_another_was_first_reached) {
     const std::uint64_t one = m_volume.add_directory("one").entry();
     const std::uint64_t two = m_volume.add_directory("two").entry();
     m_volume.add_directory("shared", one).hard_link("shared", two);
@@ -591,7 +593,7 @@ TEST_F(PathResolution, KeepsTheDirectoryThroughWhichAnotherWasFirstReached) {
     EXPECT_EQ(ntfs().m_path_cache.find(26)->m_parent, two);
 }
 
-TEST_F(PathResolution, OfAChildThatIsItsOwnDirectoryPassesOverIt) {
+TEST_F(path_resolution_test, of_a_child_that_is_its_own_directory_passes_over_it) {
     const std::uint64_t own = m_volume.add_directory("own").entry();
     m_volume.file(own).extra_entry(name_entry(reference(own, 1), {.name = "own"}));
     m_volume.add_file("a", own);
@@ -599,11 +601,11 @@ TEST_F(PathResolution, OfAChildThatIsItsOwnDirectoryPassesOverIt) {
     EXPECT_EQ(entry_of(LR"(\own\own)"), 0u);
 }
 
-// Links.
+// links_test.
 
-class Links : public PathResolution {
+class links_test : public path_resolution_test {
   protected:
-    Links() {
+    links_test() {
         m_volume.add_file("file", m_volume.add_directory("Sub", m_target).entry());
         m_volume.add_file("top.txt");
     }
@@ -615,7 +617,7 @@ class Links : public PathResolution {
         m_volume.add_directory("Target").entry();  // 24, with "Sub" 25, "file" 26; "top.txt" 27
 };
 
-TEST_F(Links, InTheMiddleOfAPathRestartFromTheRootWithTheRestOfIt) {
+TEST_F(links_test, in_the_middle_of_a_path_restart_from_the_root_with_the_rest_of_it) {
     add_link("link", R"(C:\Target)");
     const lookup result = find(LR"(\link\Sub\file:stream)");
     EXPECT_TRUE(result.found);
@@ -644,7 +646,7 @@ TEST_F(Links, InTheMiddleOfAPathRestartFromTheRootWithTheRestOfIt) {
                                  "info: inode found for seg: file : 0x1a"}));
 }
 
-TEST_F(Links, AtTheEndOfAPathLeadToTheirTarget) {
+TEST_F(links_test, at_the_end_of_a_path_lead_to_their_target) {
     add_link("link", R"(C:\Target\Sub)");
     const lookup result = find(LR"(link)");
     EXPECT_TRUE(result.found);
@@ -653,34 +655,34 @@ TEST_F(Links, AtTheEndOfAPathLeadToTheirTarget) {
     EXPECT_EQ(result.canonical, LR"(C:\Target\Sub)");
 }
 
-TEST_F(Links, BelowADirectoryRestartFromTheRoot) {
+TEST_F(links_test, below_a_directory_restart_from_the_root) {
     add_link("link", R"(C:\Target\Sub)", m_target);
     EXPECT_EQ(entry_of(LR"(\Target\link\file)"), 26u);
 }
 
-TEST_F(Links, ToAnotherVolumeAreResolvedOnThisOne) {
+TEST_F(links_test, to_another_volume_are_resolved_on_this_one) {
     add_link("link", R"(X:\Target)");
     EXPECT_EQ(entry_of(LR"(\link\Sub)"), 25u);
 }
 
-TEST_F(Links, WithoutADriveLetterBeginAtTheirFirstSegment) {
+TEST_F(links_test, without_a_drive_letter_begin_at_their_first_segment) {
     add_link("link", R"(\Target)");
     const lookup result = find(LR"(\link\Sub)");
     EXPECT_EQ(result.entry, 25u);
     EXPECT_EQ(result.canonical, LR"(\Target\Sub)");
 }
 
-TEST_F(Links, SplitTheRestOfThePathAtBackslashesToo) {
+TEST_F(links_test, split_the_rest_of_the_path_at_backslashes_too) {
     add_link("link", R"(C:\Target)");
     EXPECT_EQ(entry_of(LR"(link/Sub\file)"), 26u);
 }
 
-TEST_F(Links, DropTheStreamNameOfTheLinkItself) {
+TEST_F(links_test, drop_the_stream_name_of_the_link_itself) {
     add_link("link", R"(C:\Target)");
     EXPECT_EQ(find(LR"(\link:$I30)").canonical, LR"(\C:\Target)");
 }
 
-TEST_F(Links, AreNotFollowedUnlessAskedFor) {
+TEST_F(links_test, are_not_followed_unless_asked_for) {
     const std::uint64_t link = add_link("link", R"(C:\Target)").entry();
     const lookup result = find(LR"(\link)", false);
     EXPECT_TRUE(result.found);
@@ -689,7 +691,7 @@ TEST_F(Links, AreNotFollowedUnlessAskedFor) {
     EXPECT_EQ(result.log.back(), "info: inode found for seg: link : 0x1c");
 }
 
-TEST_F(Links, MayLeadToLinks) {
+TEST_F(links_test, may_lead_to_links) {
     add_link("one", R"(C:\two)");
     add_link("two", R"(C:\Target)");
     const lookup result = find(LR"(\one\Sub)");
@@ -698,7 +700,7 @@ TEST_F(Links, MayLeadToLinks) {
     EXPECT_EQ(std::count(result.log.begin(), result.log.end(), "info: restart segments [link]"), 2);
 }
 
-TEST_F(Links, ToTheRootAloneLeadToThemselvesAtTheEndOfAPath) {
+TEST_F(links_test, to_the_root_alone_lead_to_themselves_at_the_end_of_a_path) {
     const std::uint64_t link = add_link("link", R"(C:\)").entry();
     const lookup result = find(LR"(\link)");
     EXPECT_TRUE(result.found);
@@ -708,7 +710,7 @@ TEST_F(Links, ToTheRootAloneLeadToThemselvesAtTheEndOfAPath) {
     EXPECT_EQ(entry_of(LR"(\link\top.txt)"), 27u);
 }
 
-TEST_F(Links, WithoutAPrintNameLeaveTheRestOfThePath) {
+TEST_F(links_test, without_a_print_name_leave_the_rest_of_the_path) {
     m_volume.add_directory("link").reparse({.substitute_name = R"(\??\C:\Target)"});
     const lookup result = find(LR"(\link\top.txt)");
     EXPECT_TRUE(result.found);
@@ -716,7 +718,7 @@ TEST_F(Links, WithoutAPrintNameLeaveTheRestOfThePath) {
     EXPECT_EQ(result.canonical, LR"(\top.txt)");
 }
 
-TEST_F(Links, ThatAreBrokenFailWithThePathThatWasAsked) {
+TEST_F(links_test, that_are_broken_fail_with_the_path_that_was_asked) {
     add_link("link", R"(C:\Nowhere)");
     const lookup result = find(LR"(\link\x)");
     EXPECT_FALSE(result.found);
@@ -725,7 +727,7 @@ TEST_F(Links, ThatAreBrokenFailWithThePathThatWasAsked) {
                      "err: no child nodes", R"(inode not found for \link\x)"}));
 }
 
-TEST_F(Links, ToThemselvesFailAfter64Restarts) {
+TEST_F(links_test, to_themselves_fail_after_64_restarts) {
     add_link("link", R"(C:\link)");
     const lookup result = find(LR"(\link\Sub)");
     EXPECT_FALSE(result.found);
@@ -734,13 +736,13 @@ TEST_F(Links, ToThemselvesFailAfter64Restarts) {
               (lines{"seg: link", "info: cache lookup", R"(inode not found for \link\Sub)"}));
 }
 
-TEST_F(Links, ToEachOtherFail) {
+TEST_F(links_test, to_each_other_fail) {
     add_link("one", R"(C:\two\x)");
     add_link("two", R"(C:\one\x)");
     EXPECT_FALSE(find(LR"(\one)").found);
 }
 
-TEST_F(Links, InARowOf64AreFollowed) {
+TEST_F(links_test, in_a_row_of_64_are_followed) {
     volume_builder volume({.mft_entries = 128});
     for (int i = 0; i < 64; ++i) {
         const std::string target = R"(C:\link)" + std::to_string(i + 1);
@@ -754,7 +756,7 @@ TEST_F(Links, InARowOf64AreFollowed) {
     EXPECT_EQ(result.entry, end);
 }
 
-TEST_F(Links, WhoseRecordCanNoLongerBeReadAreNone) {
+TEST_F(links_test, whose_record_can_no_longer_be_read_are_none) {
     const std::uint64_t link = add_link("link", R"(C:\Target)").entry();
     ASSERT_TRUE(find(LR"(\link)").found);
     bytes image = m_volume.image();
@@ -765,7 +767,7 @@ TEST_F(Links, WhoseRecordCanNoLongerBeReadAreNone) {
     EXPECT_EQ(result.entry, link);
 }
 
-TEST_F(Links, WhoseRecordIsCutByTheEndOfTheSourceAreNone) {
+TEST_F(links_test, whose_record_is_cut_by_the_end_of_the_source_are_none) {
     // $MFT lies behind everything else, and half of its last record is missing.
     volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
     volume.add_file("target");
@@ -785,7 +787,7 @@ TEST_F(Links, WhoseRecordIsCutByTheEndOfTheSourceAreNone) {
 
 // 300 files whose lists are the same 512 KiB, of which every 24 bytes name another record: without a bound,
 // six million reads.
-TEST_F(PathResolution, EndsSoonWhereTheListsOfAllFilesLieOverEachOther) {
+TEST_F(path_resolution_test, ends_soon_where_the_lists_of_all_files_lie_over_each_other) {
     byte_writer list(512 * 1024);
     for (std::uint32_t at = 0; at + 24 < 512 * 1024; at += 24) {
         list.u32(at, 0x30).u16(at + 4, 24).u48(at + 16, 24 + at / 24 % 300);
@@ -838,14 +840,14 @@ std::uint64_t last_file_behind(std::size_t repeats) {
 }
 
 // Each name counts 64 bytes and its own, which makes some 13,000 for the 8 names of 24 files.
-TEST_F(PathResolution, PassesOverChildrenBehindMoreNamesThanTheSourceCanHold) {
+TEST_F(path_resolution_test, passes_over_children_after_more_names_than_the_source_can_hold) {
     EXPECT_EQ(last_file_behind(3), 3u * 48 + 2);
     EXPECT_EQ(last_file_behind(40), 0u) << "the names of 40 times 24 files would take half a megabyte";
 }
 
 // Numbers of children may all lead to one record, of half a megabyte: each of them would be read and
 // searched.
-TEST_F(PathResolution, ReadsNoMoreChildrenWhereTheirRecordsHaveCostAllThatTheyMay) {
+TEST_F(path_resolution_test, reads_no_more_children_where_their_records_have_cost_all_that_they_may) {
     volume_builder volume;
     const std::uint64_t directory = volume.add_directory("dir").entry();
     const std::uint64_t one = volume.add_file("one", directory).entry();
@@ -864,7 +866,7 @@ TEST_F(PathResolution, ReadsNoMoreChildrenWhereTheirRecordsHaveCostAllThatTheyMa
               0x4000000u + 32 * opened->source_size() - 5u * 4096);
 }
 
-TEST_F(Links, OnADamagedVolumeEndWithAnAnswer) {
+TEST_F(links_test, on_a_damaged_volume_end_with_an_answer) {
     add_link("link", R"(C:\Target\Sub)");
     add_link("self", R"(C:\self\x)");
     m_volume.root().index_in_blocks();

@@ -45,20 +45,20 @@ bytes value_with(std::size_t substitute_offset, std::size_t print_offset, std::s
     return out.take();
 }
 
-TEST(ReparseLink, OfAJunctionLeadsToItsPrintName) {
+TEST(reparse_link, of_a_junction_leads_to_its_print_name) {
     const link found = read_value(junction.build());
     EXPECT_TRUE(found.found);
     EXPECT_EQ(found.target, LR"(C:\Target)");
 }
 
-TEST(ReparseLink, OfAnAbsoluteSymbolicLinkPassesOverItsFlags) {
+TEST(reparse_link, of_an_absolute_symbolic_link_passes_over_its_flags) {
     reparse_point symbolic = junction;
     symbolic.tag = 0xA000000C;
     symbolic.with_flags_word = true;
     EXPECT_EQ(read_value(symbolic.build()).target, LR"(C:\Target)");
 }
 
-TEST(ReparseLink, OfARelativeSymbolicLinkIsReadFromFourBytesAheadAndNoUsablePath) {
+TEST(reparse_link, of_a_relative_symbolic_link_is_read_from_four_bytes_ahead_and_no_usable_path) {
     reparse_point symbolic = {.tag = 0xA000000C,
                               .substitute_name = R"(..\Target)",
                               .print_name = R"(..\Target)",
@@ -71,7 +71,7 @@ TEST(ReparseLink, OfARelativeSymbolicLinkIsReadFromFourBytesAheadAndNoUsablePath
     EXPECT_EQ(found.target, L"t");
 }
 
-TEST(ReparseLink, DoesNotLookAtTheTag) {
+TEST(reparse_link, does_not_look_at_the_tag) {
     for (const std::uint32_t tag : {0u, 0x80000017u, 0xFFFFFFFFu}) {
         reparse_point odd = junction;
         odd.tag = tag;
@@ -79,42 +79,42 @@ TEST(ReparseLink, DoesNotLookAtTheTag) {
     }
 }
 
-TEST(ReparseLink, NeedsAReparsePoint) {
+TEST(reparse_link, needs_a_reparse_point) {
     const link found =
         read(record_builder().add(attribute_builder::resident(0x80, bytes(40))).build_restored());
     EXPECT_FALSE(found.found);
     EXPECT_EQ(found.target, L"");
 }
 
-TEST(ReparseLink, NeedsADataLength) {
+TEST(reparse_link, needs_a_data_length) {
     EXPECT_FALSE(read_value(with(junction.build(), 4, 2, 0)).found);
     EXPECT_TRUE(read_value(with(junction.build(), 4, 2, 1)).found);
     EXPECT_TRUE(read_value(with(junction.build(), 4, 2, 0xFFFF)).found);
 }
 
-TEST(ReparseLink, NeedsASubstituteName) {
+TEST(reparse_link, needs_a_substitute_name) {
     EXPECT_FALSE(read_value(with(junction.build(), 10, 2, 0)).found);
     EXPECT_TRUE(read_value(with(junction.build(), 10, 2, 1)).found);
 }
 
-TEST(ReparseLink, OfASystemCompressedFileIsNone) {
+TEST(reparse_link, of_a_system_compressed_file_is_none) {
     // Version 1 and provider 2 of the overlay, then version 1 and algorithm of its provider.
     EXPECT_FALSE(read_value(from_hex("17000080 10000000 01000000 02000000 01000000 00000000")).found);
 }
 
-TEST(ReparseLink, WithoutAPrintNameHasAnEmptyTarget) {
+TEST(reparse_link, without_a_print_name_has_an_empty_target) {
     const link found = read_value(with(junction.build(), 14, 2, 0));
     EXPECT_TRUE(found.found);
     EXPECT_EQ(found.target, L"");
 }
 
-TEST(ReparseLink, MovesThePrintNameByTheZeroWordsAheadOfTheSubstituteName) {
+TEST(reparse_link, moves_the_print_name_by_the_zero_words_ahead_of_the_substitute_name) {
     EXPECT_EQ(read_value(value_with(0, 20, 2, {{6, "s"}, {26, "p"}})).target, L"p");
     EXPECT_EQ(read_value(value_with(4, 20, 2, {{6, "s"}, {22, "p"}})).target, L"p");
     EXPECT_EQ(read_value(value_with(6, 20, 2, {{6, "s"}, {20, "p"}})).target, L"p");
 }
 
-TEST(ReparseLink, DoesNotLookAtTheLengthOfItsValue) {
+TEST(reparse_link, does_not_look_at_the_length_of_its_value) {
     for (const std::uint64_t length : {0ull, 15ull, 16ull, 17ull, 0xFFFFFFFFull}) {
         const bytes record =
             record_builder()
@@ -124,7 +124,7 @@ TEST(ReparseLink, DoesNotLookAtTheLengthOfItsValue) {
     }
 }
 
-TEST(ReparseLink, MayHaveNamesThatLieOverEachOther) {
+TEST(reparse_link, may_have_names_that_lie_over_each_other) {
     // The print name begins with the third unit of the substitute name, or is the same.
     EXPECT_EQ(read_value(value_with(0, 4, 6, {{0, "abcdef"}})).target, L"cde");
     EXPECT_EQ(read_value(value_with(0, 0, 6, {{0, "abcdef"}})).target, L"abc");
@@ -133,35 +133,35 @@ TEST(ReparseLink, MayHaveNamesThatLieOverEachOther) {
               (std::wstring{wchar_t{0x6200}, wchar_t{0x6300}}));
 }
 
-TEST(ReparseLink, EndsThePrintNameAtItsFirstZeroUnit) {
+TEST(reparse_link, ends_the_print_name_at_its_first_zero_unit) {
     EXPECT_EQ(read_value(value_with(0, 20, 40, {{0, "s"}, {20, "path"}, {30, "more"}})).target, L"path");
 }
 
-TEST(ReparseLink, IgnoresAnOddLastByteOfThePrintName) {
+TEST(reparse_link, ignores_an_odd_last_byte_of_the_print_name) {
     EXPECT_EQ(read_value(value_with(0, 20, 5, {{0, "s"}, {20, "path"}})).target, L"pa");
 }
 
-TEST(ReparseLink, KeepsADamagedName) {
+TEST(reparse_link, keeps_a_damaged_name) {
     const std::u16string damaged = {u'a', 0xD800, u'b'};
     reparse_point odd = junction;
     odd.print_name = ntfs_name(damaged);
     EXPECT_EQ(read_value(odd.build()).target, (std::wstring{L'a', wchar_t{0xD800}, L'b'}));
 }
 
-TEST(ReparseLink, ThatIsNotResidentIsNone) {
+TEST(reparse_link, that_is_not_resident_is_none) {
     const bytes record =
         record_builder().add(attribute_builder::non_resident(0xC0, runs({{100, 1}}))).build_restored();
     EXPECT_FALSE(read(record).found);
 }
 
-TEST(ReparseLink, WithOffsetsOutsideOfTheRecordHasAnEmptyTarget) {
+TEST(reparse_link, with_offsets_outside_of_the_record_has_an_empty_target) {
     for (const std::uint64_t offset : {1000ull, 0xFFFEull, 0xFFFFull}) {
         EXPECT_EQ(read_value(with(junction.build(), 12, 2, offset)).target, L"") << offset;
         EXPECT_TRUE(read_value(with(junction.build(), 8, 2, offset)).found) << offset;
     }
 }
 
-TEST(ReparseLink, OfARecordCutAtEveryLengthStaysInside) {
+TEST(reparse_link, of_a_record_cut_at_every_length_stays_inside) {
     const bytes record =
         record_builder().add(attribute_builder::resident(0xC0, junction.build())).build_restored();
     for (std::size_t length = 0; length <= record.size(); ++length) {
@@ -171,7 +171,7 @@ TEST(ReparseLink, OfARecordCutAtEveryLengthStaysInside) {
     }
 }
 
-TEST(ReparseLink, BehindAnAttributeLongerThanTheRecordIsNotFound) {
+TEST(reparse_link, after_an_attribute_longer_than_the_record_is_not_found) {
     const bytes record = record_builder()
                              .add(attribute_builder::resident(0x80, bytes(40)).length(1025))
                              .add(attribute_builder::resident(0xC0, junction.build()))

@@ -54,7 +54,7 @@ attr_item header_item() {
     return item;
 }
 
-TEST(FileRecordBlock, AUsualFileShowsEntrySequenceTypeAndLinks) {
+TEST(file_record_block, a_usual_file_shows_entry_sequence_type_and_links) {
     EXPECT_EQ(block_of(header_item()),
               "File Record: \n"
               "  MFT entry: 0x00000042 [66]\n"
@@ -63,7 +63,7 @@ TEST(FileRecordBlock, AUsualFileShowsEntrySequenceTypeAndLinks) {
               "  Ref Count: 1\n");
 }
 
-TEST(FileRecordBlock, AnEntryNumberHas48BitsAndASequenceNumber16) {
+TEST(file_record_block, an_entry_number_has_48_bits_and_a_sequence_number_16) {
     attr_item item = header_item();
     item.reference = 0xFFFFFEDCBA987654;
     EXPECT_EQ(block_of(item),
@@ -74,19 +74,19 @@ TEST(FileRecordBlock, AnEntryNumberHas48BitsAndASequenceNumber16) {
               "  Ref Count: 1\n");
 }
 
-TEST(FileRecordBlock, ADirectoryIsToldByItsBit) {
+TEST(file_record_block, a_directory_is_told_by_its_bit) {
     attr_item item = header_item();
     item.bits |= 0x02;
     EXPECT_NE(block_of(item).find("  Type:      directory\n  Ref Count: 1\n"), std::string::npos);
 }
 
-TEST(FileRecordBlock, ADeletedFileHasTheWordBehindItsType) {
+TEST(file_record_block, a_deleted_file_has_the_word_after_its_type) {
     attr_item item = header_item();
     item.bits |= 0x01;
     EXPECT_NE(block_of(item).find("  Type:      file\n  deleted\n  Ref Count: 1\n"), std::string::npos);
 }
 
-TEST(FileRecordBlock, AnExtensionRecordShowsTheWholeReferenceToItsBase) {
+TEST(file_record_block, an_extension_record_shows_the_whole_reference_to_its_base) {
     attr_item item = header_item();
     item.bits |= 0x80 | 0x01;
     item.base = 0x0005000000001234;
@@ -96,13 +96,13 @@ TEST(FileRecordBlock, AnExtensionRecordShowsTheWholeReferenceToItsBase) {
     EXPECT_NE(block_of(item).find("  references mft entry: 0x000000001234\n"), std::string::npos);
 }
 
-TEST(FileRecordBlock, ABaseWithoutItsBitIsNotShown) {
+TEST(file_record_block, a_base_without_its_bit_is_not_shown) {
     attr_item item = header_item();
     item.base = 0x1234;
     EXPECT_EQ(block_of(item).find("references"), std::string::npos);
 }
 
-TEST(FileRecordBlock, ALinkCountOf15PrintsMinusOneWhereOneWouldExpectTheCount) {
+TEST(file_record_block, a_link_count_of_15_prints_minus_one_not_the_count) {
     for (unsigned links = 0; links < 15; ++links) {
         attr_item item = header_item();
         item.bits = static_cast<std::uint8_t>(0x04 | links << 3);
@@ -113,7 +113,7 @@ TEST(FileRecordBlock, ALinkCountOf15PrintsMinusOneWhereOneWouldExpectTheCount) {
     EXPECT_NE(block_of(item).find("  Ref Count: -1\n"), std::string::npos);
 }
 
-TEST(FileRecordBlock, AnAttributeOnDiskThatClaimsTheTypeOfTheHeaderHasNoText) {
+TEST(file_record_block, an_attribute_on_disk_that_claims_the_type_of_the_header_has_no_text) {
     attr_item item = resident(attr_file_record, {1, 2, 3});
     item.name = "named";
     EXPECT_EQ(block_of(item), "");
@@ -130,7 +130,7 @@ attr_item standard_information_item() {
     return item;
 }
 
-TEST(StandardInformationBlock, WordsTimesAndSecurityIdAreShown) {
+TEST(standard_information_block, words_times_and_security_id_are_shown) {
     EXPECT_EQ(block_of(standard_information_item()),
               "Standard Info Attrib: (HIDDEN, SYSTEM, ARCHIVE)\n"
               "  modified:  2019-03-07 18:22:42.093\n"
@@ -140,7 +140,7 @@ TEST(StandardInformationBlock, WordsTimesAndSecurityIdAreShown) {
               "  secure id: 0x00000107\n");
 }
 
-TEST(StandardInformationBlock, TimesThatCannotBeShownLeaveABlank) {
+TEST(standard_information_block, times_that_cannot_be_shown_leave_a_blank) {
     attr_item item = standard_information_item();
     item.attributes = 0;
     item.created = 0;
@@ -169,7 +169,7 @@ attr_item file_name_item() {
     return item;
 }
 
-TEST(FileNameBlock, NameParentAndTimesAreShown) {
+TEST(file_name_block, name_parent_and_times_are_shown) {
     EXPECT_EQ(block_of(file_name_item()),
               "Filename Attrib: terraces.png, (indexed)\n"
               "  parnt mft: 0x00000041 [65]\n"
@@ -179,7 +179,7 @@ TEST(FileNameBlock, NameParentAndTimesAreShown) {
               "  mft mod:   2019-03-07 18:22:43.093\n");
 }
 
-TEST(FileNameBlock, TheWordStandsWithWin32NamesWhereOneWouldExpectItToTellOfTheIndex) {
+TEST(file_name_block, the_word_is_with_win32_names_not_it_to_tell_of_the_index) {
     attr_item item = file_name_item();
     const auto first_line = [&item](std::uint8_t name_space) {
         item.name_space = name_space;
@@ -192,19 +192,19 @@ TEST(FileNameBlock, TheWordStandsWithWin32NamesWhereOneWouldExpectItToTellOfTheI
     EXPECT_EQ(first_line(3), "Filename Attrib: terraces.png, (indexed)");  // Win32 and DOS
 }
 
-TEST(FileNameBlock, ATimeOfZeroIsItsLabelAndOneBlank) {
+TEST(file_name_block, a_time_of_zero_is_its_label_and_one_blank) {
     attr_item item = file_name_item();
     item.accessed = 0;
     EXPECT_NE(block_of(item).find("\n  accessed:   \n  created:"), std::string::npos);
 }
 
-TEST(FileNameBlock, AParentEntryHas48Bits) {
+TEST(file_name_block, a_parent_entry_has_48_bits) {
     attr_item item = file_name_item();
     item.parent = 0xFFFF0123456789AB;
     EXPECT_NE(block_of(item).find("  parnt mft: 0x123456789ab [1250999896491]\n"), std::string::npos);
 }
 
-TEST(FileNameBlock, APosixNameWithLineFeedsForgesNoBlock) {
+TEST(file_name_block, a_posix_name_with_line_feeds_forges_no_block) {
     attr_item item = item_of(attr_file_name);
     item.text = "a\n\nStandard Info Attrib: (HIDDEN)";
     const std::string block = block_of(item);
@@ -212,13 +212,13 @@ TEST(FileNameBlock, APosixNameWithLineFeedsForgesNoBlock) {
               "Filename Attrib: a\\u000A\\u000AStandard Info Attrib: (HIDDEN)");
 }
 
-TEST(ObjectIdBlock, AnIdOf16BytesIsShownInBraces) {
+TEST(object_id_block, an_id_of_16_bytes_is_shown_in_braces) {
     attr_item item = resident(attr_object_id, from_hex("33221100 5544 7766 8899aabbccddeeff"));
     std::copy(item.value.begin(), item.value.end(), item.object_id.begin());
     EXPECT_EQ(block_of(item), "Object ID Attrib: { 00112233-4455-6677-8899-aabbccddeeff }\n");
 }
 
-TEST(ObjectIdBlock, ALongerValueShowsItsSizeWhereOneWouldExpectTheId) {
+TEST(object_id_block, a_longer_value_shows_its_size_not_the_id) {
     EXPECT_EQ(block_of(resident(attr_object_id, bytes(64, 0xEE))),
               "Object ID Attrib: { 00000040-0000-0000-0000-000000000000 }\n");
     EXPECT_EQ(block_of(resident(attr_object_id, bytes(17, 0xEE))),
@@ -230,7 +230,7 @@ TEST(ObjectIdBlock, ALongerValueShowsItsSizeWhereOneWouldExpectTheId) {
     EXPECT_EQ(block_of(item), "Object ID Attrib: { 12345678-0000-0000-0000-000000000000 }\n");
 }
 
-TEST(SecurityDescriptorBlock, TheDescriptorIsPrintedWithTwoBlanksInFront) {
+TEST(security_descriptor_block, the_descriptor_is_printed_with_two_blanks_in_front) {
     const bytes value =
         test::security_descriptor{.owner = test::sid(5, {18}),
                                   .dacl = test::acl({test::ace(0, 0x00010000, test::sid(1, {0}))})}
@@ -244,7 +244,7 @@ TEST(SecurityDescriptorBlock, TheDescriptorIsPrintedWithTwoBlanksInFront) {
               "  access allowed  World           DELETE\n");
 }
 
-TEST(SecurityDescriptorBlock, WithoutBytesTheLabelStandsAlone) {
+TEST(security_descriptor_block, without_bytes_the_label_is_alone) {
     EXPECT_EQ(block_of(item_of(attr_security_descriptor)), "Security Descriptor Attrib: \n");
     attr_item in_clusters = item_of(attr_security_descriptor);
     in_clusters.non_resident = true;
@@ -252,14 +252,14 @@ TEST(SecurityDescriptorBlock, WithoutBytesTheLabelStandsAlone) {
     EXPECT_EQ(block_of(in_clusters), "Security Descriptor Attrib: \n");
 }
 
-TEST(VolumeNameBlock, TheBytesOfTheNameAreShownWhereOneWouldExpectText) {
+TEST(volume_name_block, the_bytes_of_the_name_are_shown_not_text) {
     attr_item item = resident(attr_volume_name, from_hex("41004200"));
     item.name = "AB";
     EXPECT_EQ(block_of(item),
               "Volume Name Attrib: 0000 0000:  41 00 42 00 " + std::string(37, ' ') + " A.B.\n");
 }
 
-TEST(VolumeNameBlock, ALongNameGoesOnInFurtherLines) {
+TEST(volume_name_block, a_long_name_goes_on_in_further_lines) {
     const bytes value = test::ntfs_name("Sample disk").on_disk();
     EXPECT_EQ(block_of(resident(attr_volume_name, value)),
               "Volume Name Attrib: "
@@ -268,25 +268,25 @@ TEST(VolumeNameBlock, ALongNameGoesOnInFurtherLines) {
                   std::string(31, ' ') + " i.s.k.\n");
 }
 
-TEST(VolumeNameBlock, TextIsShownAsItIs) {
+TEST(volume_name_block, text_is_shown_as_it_is) {
     attr_item item = resident(attr_volume_name, from_hex("41004200"));
     item.text = "text";
     EXPECT_EQ(block_of(item), "Volume Name Attrib: text\n");
 }
 
-TEST(VolumeNameBlock, ControlCharactersAreShownByTheirNumbers) {
+TEST(volume_name_block, control_characters_are_shown_by_their_numbers) {
     attr_item name = item_of(attr_volume_name);
     name.text = "a\x1b[2Jb";
     EXPECT_EQ(block_of(name), "Volume Name Attrib: a\\u001B[2Jb\n");
 }
 
-TEST(VolumeNameBlock, WithoutBytesThereIsNoneSpecified) {
+TEST(volume_name_block, without_bytes_there_is_none_specified) {
     attr_item item = item_of(attr_volume_name);
     item.name = "not read";
     EXPECT_EQ(block_of(item), "Volume Name Attrib: none specified\n");
 }
 
-TEST(VolumeInformationBlock, TheVersionChoosesTheWord) {
+TEST(volume_information_block, the_version_chooses_the_word) {
     const auto block = [](std::uint8_t major, std::uint8_t minor) {
         return block_of(resident(attr_volume_information, test::volume_information(major, minor)));
     };
@@ -299,7 +299,7 @@ TEST(VolumeInformationBlock, TheVersionChoosesTheWord) {
     EXPECT_EQ(block(255, 255), "Volume Info Attrib: major:minor ver = 255:255 (unk version)\n");
 }
 
-TEST(VolumeInformationBlock, AShortValueReadsAsZero) {
+TEST(volume_information_block, a_short_value_reads_as_zero) {
     const bytes whole = test::volume_information(3, 1);
     EXPECT_EQ(block_of(resident(attr_volume_information, bytes(whole.begin(), whole.begin() + 9))),
               "Volume Info Attrib: major:minor ver = 3:0 (Win2k)\n");
@@ -307,11 +307,11 @@ TEST(VolumeInformationBlock, AShortValueReadsAsZero) {
               "Volume Info Attrib: major:minor ver = 0:0 (unk version)\n");
 }
 
-TEST(ReparsePointBlock, AnOrdinaryOneIsItsLabelAlone) {
+TEST(reparse_point_block, an_ordinary_one_is_its_label_alone) {
     EXPECT_EQ(block_of(resident(attr_reparse_point, bytes(32, 1))), "Reparse Point Attrib: \n");
 }
 
-TEST(ReparsePointBlock, TextComesBeforeTheName) {
+TEST(reparse_point_block, text_comes_before_the_name) {
     attr_item item = item_of(attr_reparse_point);
     item.name = "name";
     EXPECT_EQ(block_of(item), "Reparse Point Attrib: name\n");
@@ -319,7 +319,7 @@ TEST(ReparsePointBlock, TextComesBeforeTheName) {
     EXPECT_EQ(block_of(item), "Reparse Point Attrib: text\n");
 }
 
-TEST(ReparsePointBlock, ControlCharactersAreShownByTheirNumbers) {
+TEST(reparse_point_block, control_characters_are_shown_by_their_numbers) {
     attr_item item = item_of(attr_reparse_point);
     item.name = "a\nb";
     EXPECT_EQ(block_of(item), "Reparse Point Attrib: a\\u000Ab\n");
@@ -327,7 +327,7 @@ TEST(ReparsePointBlock, ControlCharactersAreShownByTheirNumbers) {
     EXPECT_EQ(block_of(item), "Reparse Point Attrib: C:\\\\u0085\n");
 }
 
-TEST(StreamBlock, EachOfTheFiveTypesHasItsLabel) {
+TEST(stream_block, each_of_the_five_types_has_its_label) {
     const auto label = [](std::uint32_t type) {
         const std::string block = block_of(item_of(type));
         return block.substr(0, block.find('\n'));
@@ -339,19 +339,19 @@ TEST(StreamBlock, EachOfTheFiveTypesHasItsLabel) {
     EXPECT_EQ(label(0x100), "Logged Utility Stream Attrib: (unnamed)");
 }
 
-TEST(StreamBlock, OtherTypesHaveNoText) {
+TEST(stream_block, other_types_have_no_text) {
     for (const std::uint32_t type : {0x00u, 0x20u, 0xD0u, 0xE0u, 0xF0u, 0x111u, 0x1000u, 0xFFFFFFFFu}) {
         EXPECT_EQ(block_of(resident(type, bytes(8, 1))), "") << type;
     }
 }
 
-TEST(StreamBlock, ANameStandsInThePlaceOfUnnamed) {
+TEST(stream_block, a_name_is_in_the_place_of_unnamed) {
     attr_item item = resident(attr_data, bytes());
     item.name = "Zone.Identifier";
     EXPECT_EQ(block_of(item), "Data Attrib: Zone.Identifier\n  valid size:  0x0000 [0]\n");
 }
 
-TEST(StreamBlock, TheNameOfAStreamForgesNoLineAndTurnsNoText) {
+TEST(stream_block, the_name_of_a_stream_forges_no_line_and_turns_no_text) {
     attr_item item = item_of(attr_data);
     item.name = "a\n  allocated:  0x1\xE2\x80\xAE";
     EXPECT_EQ(block_of(item),
@@ -359,7 +359,7 @@ TEST(StreamBlock, TheNameOfAStreamForgesNoLineAndTurnsNoText) {
               "  valid size:  0x0000 [0]\n");
 }
 
-TEST(StreamBlock, FlagsAreToldBehindTheNameAndCompressionHidesEncryption) {
+TEST(stream_block, flags_are_told_after_the_name_and_compression_hides_encryption) {
     const auto first_line = [](std::uint16_t flags) {
         attr_item item = item_of(attr_data);
         item.flags = flags;
@@ -375,11 +375,11 @@ TEST(StreamBlock, FlagsAreToldBehindTheNameAndCompressionHidesEncryption) {
     EXPECT_EQ(first_line(0x3FFE), "Data Attrib: (unnamed)");
 }
 
-TEST(StreamBlock, AResidentValueOf0BytesIsTheSizeLineOnly) {
+TEST(stream_block, a_resident_value_of_0_bytes_is_the_size_line_only) {
     EXPECT_EQ(block_of(resident(attr_data, {})), "Data Attrib: (unnamed)\n  valid size:  0x0000 [0]\n");
 }
 
-TEST(StreamBlock, AResidentValueIsShownInLinesOf16Bytes) {
+TEST(stream_block, a_resident_value_is_shown_in_lines_of_16_bytes) {
     EXPECT_EQ(block_of(resident(attr_data, from_hex("00 0f a0 ff"))),
               "Data Attrib: (unnamed)\n"
               "  valid size:  0x0004 [4]\n"
@@ -395,7 +395,7 @@ TEST(StreamBlock, AResidentValueIsShownInLinesOf16Bytes) {
               "  41 \n");
 }
 
-TEST(StreamBlock, AResidentValueOf16BytesEndsInALineOfTwoBlanks) {
+TEST(stream_block, a_resident_value_of_16_bytes_ends_in_a_line_of_two_blanks) {
     EXPECT_EQ(block_of(resident(attr_data, bytes(16, 0x41))),
               "Data Attrib: (unnamed)\n"
               "  valid size:  0x0010 [16]\n"
@@ -409,7 +409,7 @@ TEST(StreamBlock, AResidentValueOf16BytesEndsInALineOfTwoBlanks) {
               "  \n");
 }
 
-TEST(StreamBlock, AValueThatWasNotKeptShowsOnlyItsSize) {
+TEST(stream_block, a_value_that_was_not_kept_shows_only_its_size) {
     attr_item item = item_of(attr_data);
     item.value_size = 0x12345;
     EXPECT_EQ(block_of(item), "Data Attrib: (unnamed)\n  valid size:  0x12345 [74565]\n");
@@ -425,7 +425,7 @@ attr_item in_clusters(const cluster_run_list& runs) {
     return item;
 }
 
-TEST(StreamBlock, AStreamInClustersShowsItsSizesAndRuns) {
+TEST(stream_block, a_stream_in_clusters_shows_its_sizes_and_runs) {
     EXPECT_EQ(block_of(in_clusters({{0x64, 0, false, 2}, {0x1234567890, 2, false, 1}})),
               "Data Attrib: (unnamed)\n"
               "  allocated:  0x000000003000 [12288]\n"
@@ -436,7 +436,7 @@ TEST(StreamBlock, AStreamInClustersShowsItsSizesAndRuns) {
               "    0000001234567890 : 0000001234567890\n");
 }
 
-TEST(StreamBlock, AStreamWithoutRunsHasNoLineForThem) {
+TEST(stream_block, a_stream_without_runs_has_no_line_for_them) {
     EXPECT_EQ(block_of(in_clusters({})),
               "Data Attrib: (unnamed)\n"
               "  allocated:  0x000000003000 [12288]\n"
@@ -444,7 +444,7 @@ TEST(StreamBlock, AStreamWithoutRunsHasNoLineForThem) {
               "  valid data: 0x000000002000 [8192]\n");
 }
 
-TEST(StreamBlock, ASparseRunIsMarkedAndPrintsWhateverItsLcnHolds) {
+TEST(stream_block, a_sparse_run_is_marked_and_prints_whatever_its_lcn_holds) {
     const std::string block = block_of(in_clusters({{0, 0, true, 16}, {0xFFFFFFFFFFFFFFFF, 16, true, 2}}));
     EXPECT_NE(block.find("  cluster runs\n"
                          "    0000000000000000 : 000000000000000f [sparsed]\n"
@@ -452,12 +452,12 @@ TEST(StreamBlock, ASparseRunIsMarkedAndPrintsWhateverItsLcnHolds) {
               std::string::npos);
 }
 
-TEST(StreamBlock, ARunOf0ClustersEndsAheadOfItself) {
+TEST(stream_block, a_run_of_0_clusters_ends_ahead_of_itself) {
     const std::string block = block_of(in_clusters({{0x64, 0, false, 0}}));
     EXPECT_NE(block.find("    0000000000000064 : 0000000000000063\n"), std::string::npos);
 }
 
-TEST(StreamBlock, TheCompressedSizeNeedsAUnitAndASize) {
+TEST(stream_block, the_compressed_size_needs_a_unit_and_a_size) {
     attr_item item = in_clusters({{0x64, 0, false, 1}});
     item.unit = 4;
     EXPECT_EQ(block_of(item).find("compressed size"), std::string::npos);
@@ -470,7 +470,7 @@ TEST(StreamBlock, TheCompressedSizeNeedsAUnitAndASize) {
     EXPECT_EQ(block_of(item).find("compressed size"), std::string::npos);
 }
 
-TEST(ItemBlock, NumbersStayAsTheyAreWhateverTheStreamIsSetTo) {
+TEST(item_block, numbers_stay_as_they_are_whatever_the_stream_is_set_to) {
     std::ostringstream out;
     out << std::hex << std::showbase << std::uppercase << std::left << std::setfill('*');
     write_item(out, header_item());
@@ -486,7 +486,7 @@ std::string report_of(CNtfs& ntfs, std::uint64_t entry, const std::wstring& path
     return out.str();
 }
 
-TEST(AttributeReport, AFileWithTwoNamesAndTwoStreamsIsReportedWhole) {
+TEST(attribute_report, a_file_with_two_names_and_two_streams_is_reported_whole) {
     test::volume_builder volume;
     volume.add_file("letter to all.txt")
         .times({.created = second_41, .modified = second_42, .mft_changed = second_43, .accessed = second_44})
@@ -551,7 +551,7 @@ TEST(AttributeReport, AFileWithTwoNamesAndTwoStreamsIsReportedWhole) {
                   "\n");
 }
 
-TEST(AttributeReport, AnAttributeWithoutABlockCostsItsEmptyLine) {
+TEST(attribute_report, an_attribute_without_a_block_costs_its_empty_line) {
     test::volume_builder volume;
     volume.add_file("a.txt")
         .attribute(test::attribute_builder::resident(0xE0, bytes(8, 1)))
@@ -569,7 +569,7 @@ TEST(AttributeReport, AnAttributeWithoutABlockCostsItsEmptyLine) {
               "\n");
 }
 
-TEST(AttributeReport, ADirectoryShowsItsTypeAndItsIndexInTheLayoutOfStreams) {
+TEST(attribute_report, a_directory_shows_its_type_and_its_index_in_the_layout_of_streams) {
     test::volume_builder volume;
     const std::uint64_t directory = volume.add_directory("folder").index_in_blocks().entry();
     volume.add_file("child", directory);
@@ -587,7 +587,7 @@ TEST(AttributeReport, ADirectoryShowsItsTypeAndItsIndexInTheLayoutOfStreams) {
     EXPECT_NE(bitmap, std::string::npos) << report;
 }
 
-TEST(AttributeReport, AResidentValueAsLongAsARecordShowsOnlyItsSize) {
+TEST(attribute_report, a_resident_value_as_long_as_a_record_shows_only_its_size) {
     test::volume_builder volume;
     volume.add_file("a.txt").attribute(
         test::attribute_builder::resident(0x80, bytes(8, 0x41)).force(16, 4, 1024));
@@ -597,7 +597,7 @@ TEST(AttributeReport, AResidentValueAsLongAsARecordShowsOnlyItsSize) {
         << report;
 }
 
-TEST(AttributeReport, ThePathIsWrittenAsUtf8) {
+TEST(attribute_report, the_path_is_written_as_utf8) {
     test::volume_builder volume;
     volume.add_file("a.txt");
     test::opened_volume opened(volume);
@@ -605,7 +605,7 @@ TEST(AttributeReport, ThePathIsWrittenAsUtf8) {
     EXPECT_EQ(report_of(opened.ntfs(), 24, L"").substr(0, 13), "\n\nMisc stats:");
 }
 
-TEST(AttributeReport, ThePathForgesNoBlock) {
+TEST(attribute_report, the_path_forges_no_block) {
     test::volume_builder volume;
     volume.add_file("a").data("text");
     test::opened_volume opened(volume);
@@ -614,7 +614,7 @@ TEST(AttributeReport, ThePathForgesNoBlock) {
     EXPECT_EQ(out.str().substr(0, out.str().find('\n')), "\\a\\u000A\\u000AMisc stats:\\u2066");
 }
 
-TEST(AttributeReport, TheEntrysPlaceIsToldByClusterAndByte) {
+TEST(attribute_report, the_entrys_place_is_told_by_cluster_and_byte) {
     test::volume_builder volume;
     test::opened_volume opened(volume);
     // Entry 5 lies 5 * 1024 bytes behind the start of $MFT.
@@ -622,7 +622,7 @@ TEST(AttributeReport, TheEntrysPlaceIsToldByClusterAndByte) {
     EXPECT_NE(report_of(opened.ntfs(), 5, L"/").find(":0x0400 [" + lcn + ":1024]\n"), std::string::npos);
 }
 
-TEST(AttributeReport, AnEntryOutsideOfTheRunsOfTheMftLosesTwoLines) {
+TEST(attribute_report, an_entry_outside_of_the_runs_of_the_mft_loses_two_lines) {
     test::volume_builder volume;
     test::opened_volume opened(volume);
     std::ostringstream out;
@@ -638,7 +638,7 @@ TEST(AttributeReport, AnEntryOutsideOfTheRunsOfTheMftLosesTwoLines) {
               "\n");
 }
 
-TEST(AttributeReport, AnEmptyListGivesNoReport) {
+TEST(attribute_report, an_empty_list_gives_no_report) {
     test::volume_builder volume;
     test::opened_volume opened(volume);
     std::ostringstream out;

@@ -8,7 +8,7 @@
 namespace quarry {
 namespace {
 
-TEST(ClusterReport, TheHeadTellsSourceOffsetsAndRange) {
+TEST(cluster_report, the_head_reports_source_offsets_and_range) {
     std::ostringstream out;
     write_cluster_report_head(out, "/cases/disk.dd", 0x100000, 0x100000, 512, 0x64, 16);
     EXPECT_EQ(out.str(),
@@ -20,7 +20,7 @@ TEST(ClusterReport, TheHeadTellsSourceOffsetsAndRange) {
               "\n");
 }
 
-TEST(ClusterReport, TheSourceOfAVirtualDiskIsEmpty) {
+TEST(cluster_report, the_source_of_a_virtual_disk_is_empty) {
     std::ostringstream out;
     write_cluster_report_head(out, "", 0, 0, 512, 0xFEDCBA9876543210, 0);
     EXPECT_EQ(out.str(),
@@ -32,27 +32,27 @@ TEST(ClusterReport, TheSourceOfAVirtualDiskIsEmpty) {
               "\n");
 }
 
-TEST(ClusterReport, TheNameOfASourceDoesNotForgeALine) {
+TEST(cluster_report, the_name_of_a_source_does_not_forge_a_line) {
     std::ostringstream out;
     write_cluster_report_head(out, "/cases/a\nvolume_offset:         0x1", 0, 0, 512, 0, 0);
     EXPECT_EQ(out.str().substr(0, out.str().find('\n')),
               "drive/partition:       /cases/a\\u000Avolume_offset:         0x1");
 }
 
-TEST(ClusterReport, AClusterReadWholeIsOk) {
+TEST(cluster_report, a_cluster_read_whole_is_ok) {
     std::ostringstream out;
     write_cluster_read_line(out, 0x64, 0x164000, true);
     EXPECT_EQ(out.str(),
               "cluster num            0x000000000064,   physical addr:  0x0000000000164000 [ok]\n");
 }
 
-TEST(ClusterReport, AShortReadLeavesTheWordOut) {
+TEST(cluster_report, a_short_read_leaves_the_word_out) {
     std::ostringstream out;
     write_cluster_read_line(out, 0xABC, 0xABC000, false);
     EXPECT_EQ(out.str(), "cluster num            0x000000000abc,   physical addr:  0x0000000000abc000\n");
 }
 
-TEST(ClusterReport, AClusterThatCouldNotBeReadHasNoAddress) {
+TEST(cluster_report, a_cluster_that_could_not_be_read_has_no_address) {
     std::ostringstream out;
     write_cluster_failed_line(out, 0xFFFF);
     EXPECT_EQ(out.str(), "clusters               0x00000000ffff [failed]\n");

@@ -8,23 +8,23 @@
 namespace quarry {
 namespace {
 
-TEST(ReportNumbers, TheDecimalTwinHasNoMinimumWidth) {
+TEST(report_numbers, the_decimal_twin_has_no_minimum_width) {
     EXPECT_EQ(hex_and_decimal(0, 4), "0000 [0]");
     EXPECT_EQ(hex_and_decimal(0x12345, 4), "12345 [74565]");
     EXPECT_EQ(hex_and_decimal(0xFFFFFFFFFFFFFFFF, 12), "ffffffffffffffff [18446744073709551615]");
 }
 
-TEST(ReportNumbers, APlaceIsToldInBytesAndSectors) {
+TEST(report_numbers, a_place_is_told_in_bytes_and_sectors) {
     EXPECT_EQ(bytes_and_sectors(0x100000, 512), "000000100000 bytes [0x800 sectors]");
     EXPECT_EQ(bytes_and_sectors(0, 512), "000000000000 bytes [0x0 sectors]");
     EXPECT_EQ(bytes_and_sectors(0x1FFF, 4096), "000000001fff bytes [0x1 sectors]");
 }
 
-TEST(ReportNumbers, SectorsOf0BytesAreNone) {
+TEST(report_numbers, sectors_of_0_bytes_are_none) {
     EXPECT_EQ(bytes_and_sectors(0x100000, 0), "000000100000 bytes [0x0 sectors]");
 }
 
-TEST(FileAttributeWords, EveryBitHasItsWordOrNone) {
+TEST(file_attribute_words, every_bit_has_its_word_or_none) {
     struct word_of_bit {
         std::uint32_t bit;
         const char* word;
@@ -47,7 +47,7 @@ TEST(FileAttributeWords, EveryBitHasItsWordOrNone) {
     }
 }
 
-TEST(FileAttributeWords, WordsStandInOneOrderWithCommasBetweenThem) {
+TEST(file_attribute_words, words_stand_in_one_order_with_commas_between_them) {
     EXPECT_EQ(file_attribute_words(0x26), "HIDDEN, SYSTEM, ARCHIVE");
     EXPECT_EQ(file_attribute_words(0x10000010), "DIRECTORY, DIRECTORY");
     EXPECT_EQ(
@@ -56,7 +56,7 @@ TEST(FileAttributeWords, WordsStandInOneOrderWithCommasBetweenThem) {
         "COMPRESSED, OFFLINE, CONTENT_NOT_INDEXED, ENCRYPTED, VIRTUAL, DIRECTORY");
 }
 
-TEST(FileAttributeWords, NoBitAndUnknownBitsAreToldApart) {
+TEST(file_attribute_words, no_bit_and_unknown_bits_are_told_apart) {
     EXPECT_EQ(file_attribute_words(0), "none set");
     EXPECT_EQ(file_attribute_words(0x8008), "unk");
 }

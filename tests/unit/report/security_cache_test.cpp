@@ -55,7 +55,7 @@ std::string owners_of(const security_map& map) {
     return text;
 }
 
-TEST(SecurityRecord, OffsetIdOwnerGroupAndListsAreTaken) {
+TEST(security_record, offset_id_owner_group_and_lists_are_taken) {
     const bytes descriptor =
         security_descriptor{.owner = local_system,
                             .group = admins,
@@ -76,7 +76,7 @@ TEST(SecurityRecord, OffsetIdOwnerGroupAndListsAreTaken) {
             "access denied   Admins          DELETE"}));
 }
 
-TEST(SecurityRecord, AnOwnerOrAGroupIsEnoughWhateverTheListsSay) {
+TEST(security_record, an_owner_or_a_group_is_enough_whatever_the_lists_say) {
     security_entry entry;
     EXPECT_TRUE(parse_security_record(entry, byte_view(sds_record(1, 0, system_owner))));
     EXPECT_EQ(entry.group, "");
@@ -88,7 +88,7 @@ TEST(SecurityRecord, AnOwnerOrAGroupIsEnoughWhateverTheListsSay) {
     EXPECT_FALSE(parse_security_record(entry, byte_view(sds_record(1, 0, list_only))));
 }
 
-TEST(SecurityRecord, AnOwnerThatCannotBeReadCountsAsOne) {
+TEST(security_record, an_owner_that_cannot_be_read_counts_as_one) {
     byte_writer descriptor(20);
     descriptor.u32(4, 0xFFFFFFF0);
     security_entry entry;
@@ -105,7 +105,7 @@ bytes record_of(std::size_t size, const byte_writer& descriptor) {
     return content;
 }
 
-TEST(SecurityRecord, AnOwnerHasAllBytesLeftBut24) {
+TEST(security_record, an_owner_has_all_bytes_left_but_24) {
     // A SID of 20 bytes at offset 2 of the descriptor, over the control word and the offsets.
     byte_writer descriptor(24);
     descriptor.u8(2, 1).u8(3, 3).u32(4, 2).u32(10, 0x11).u32(14, 0x22).u32(18, 0x33);
@@ -116,7 +116,7 @@ TEST(SecurityRecord, AnOwnerHasAllBytesLeftBut24) {
     EXPECT_EQ(entry.owner, "");
 }
 
-TEST(SecurityRecord, AGroupHasAllBytesLeftBut32) {
+TEST(security_record, a_group_has_all_bytes_left_but_32) {
     // A SID of 20 bytes at offset 4 of the descriptor, over the offsets of all parts.
     byte_writer descriptor(24);
     descriptor.u32(4, 0x0301).u32(8, 4).u32(12, 0x11).u32(16, 0x22).u32(20, 0x33);
@@ -128,7 +128,7 @@ TEST(SecurityRecord, AGroupHasAllBytesLeftBut32) {
     EXPECT_EQ(entry.group, "");
 }
 
-TEST(SecurityRecord, ARecordLongerThanTheBytesLeftIsNone) {
+TEST(security_record, a_record_longer_than_the_bytes_left_is_none) {
     bytes record = sds_record(1, 0, system_owner);
     security_entry entry;
     entry.owner = "before";
@@ -138,7 +138,7 @@ TEST(SecurityRecord, ARecordLongerThanTheBytesLeftIsNone) {
     EXPECT_FALSE(parse_security_record(entry, byte_view()));
 }
 
-TEST(SecurityRecord, ARecordCutAtAnyLengthIsNone) {
+TEST(security_record, a_record_cut_at_any_length_is_none) {
     const bytes whole = sds_record(1, 0, system_owner);
     for (std::size_t length = 20; length < whole.size(); ++length) {
         security_entry entry;
@@ -146,12 +146,12 @@ TEST(SecurityRecord, ARecordCutAtAnyLengthIsNone) {
     }
 }
 
-TEST(ReadSds, EveryRecordIsEnteredUnderItsId) {
+TEST(read_sds, every_record_is_entered_under_its_id) {
     EXPECT_EQ(owners_of(map_of(sds_stream({system_owner, admins_owner, system_owner}))),
               "256 S-1-5-18, 257 S-1-5-32-544, 258 S-1-5-18");
 }
 
-TEST(ReadSds, TheMapIsClearedFirst) {
+TEST(read_sds, the_map_is_cleared_first) {
     EXPECT_EQ(owners_of(map_of(bytes(4096))), "");
     CNtfs not_opened;
     security_map map;
@@ -160,21 +160,21 @@ TEST(ReadSds, TheMapIsClearedFirst) {
     EXPECT_TRUE(map.empty());
 }
 
-TEST(ReadSds, ABadRecordAt0x10IsWalkedOnFrom0x20) {
+TEST(read_sds, a_bad_record_at_0_x_10_is_walked_on_from_0_x_20) {
     byte_writer sds(0x20);
     // Its own position is right; its size is the hash of the record behind it.
     sds.u32(0x14, 0x111).u64(0x18, 0x10).raw(0x20, sds_record(0x100, 0x20, system_owner));
     EXPECT_EQ(owners_of(map_of(sds.content())), "256 S-1-5-18");
 }
 
-TEST(ReadSds, OfTwoRecordsWithOneIdTheFirstCounts) {
+TEST(read_sds, of_two_records_with_one_id_the_first_counts) {
     byte_writer sds;
     sds.raw(0, sds_record(0x100, 0, system_owner)).pad_to_multiple(16);
     sds.raw(sds.size(), sds_record(0x100, sds.size(), admins_owner));
     EXPECT_EQ(owners_of(map_of(sds.content())), "256 S-1-5-18");
 }
 
-TEST(ReadSds, TheSecondCopyIsToldByThePositionOfTheFirst) {
+TEST(read_sds, the_second_copy_is_told_by_the_position_of_the_first) {
     byte_writer sds(0x40000);
     sds.raw(0, sds_record(0x100, 0, system_owner));
     sds.raw(0x40000, sds_record(0x100, 0, admins_owner)).pad_to_multiple(16);
@@ -182,13 +182,13 @@ TEST(ReadSds, TheSecondCopyIsToldByThePositionOfTheFirst) {
     EXPECT_EQ(owners_of(map_of(sds.content())), "256 S-1-5-18");
 }
 
-TEST(ReadSds, APositionAbove32BitsIsNone) {
+TEST(read_sds, a_position_above_32_bits_is_none) {
     bytes sds = sds_record(0x100, 0, system_owner);
     sds[12] = 1;
     EXPECT_EQ(owners_of(map_of(sds)), "");
 }
 
-TEST(ReadSds, ARecordOf40BytesIsNoneAndOneOf41Is) {
+TEST(read_sds, a_record_of_40_bytes_is_none_and_one_of_41_is) {
     const auto sds_of = [](std::uint32_t size) {
         byte_writer record(48);
         record.u32(4, 0x100).u32(16, size).u32(24, 20);
@@ -199,7 +199,7 @@ TEST(ReadSds, ARecordOf40BytesIsNoneAndOneOf41Is) {
     EXPECT_EQ(owners_of(map_of(sds_of(41))), "256 S-0-0");  // eight zeros, the last seven behind the record
 }
 
-TEST(ReadSds, ASidMayRunOnBehindItsRecordWhereOneWouldExpectItToEndWithIt) {
+TEST(read_sds, a_sid_may_run_on_after_its_record_not_it_to_end_with_it) {
     // The owner begins in the last eight bytes of a record of 48. Its three sub-authorities are the hash, the
     // id and the position of the record behind that. At 0x3FFD0 a transfer of the copy, of 256 KiB, ends
     // between the two.
@@ -213,7 +213,7 @@ TEST(ReadSds, ASidMayRunOnBehindItsRecordWhereOneWouldExpectItToEndWithIt) {
     }
 }
 
-TEST(ReadSds, ARecordThatEndsBehindTheStreamIsNone) {
+TEST(read_sds, a_record_that_ends_after_the_stream_is_none) {
     const auto sds_of = [](std::uint32_t size) {
         byte_writer sds;
         sds.raw(0, sds_record(0x100, 0, system_owner)).u32(16, size).pad_to_multiple(16);
@@ -227,7 +227,7 @@ TEST(ReadSds, ARecordThatEndsBehindTheStreamIsNone) {
     EXPECT_EQ(owners_of(map_of(sds_of(0xFFFFFFFF))), "257 S-1-5-32-544");
 }
 
-TEST(ReadSds, ARecordLongerThanABlockOfTheStreamIsNone) {
+TEST(read_sds, a_record_longer_than_a_block_of_the_stream_is_none) {
     const auto sds_of = [](std::uint32_t size) {
         byte_writer sds(0x50000);
         return sds.raw(0, sds_record(0x100, 0, system_owner))
@@ -239,7 +239,7 @@ TEST(ReadSds, ARecordLongerThanABlockOfTheStreamIsNone) {
     EXPECT_EQ(owners_of(map_of(sds_of(0x40001))), "257 S-1-5-32-544");
 }
 
-TEST(ReadSds, ARecordWithoutOwnerAndGroupIsPassedOverWhole) {
+TEST(read_sds, a_record_without_owner_and_group_is_passed_over_whole) {
     const bytes inner = sds_record(0x101, 0x40, admins_owner);
     byte_writer descriptor(0x40 - 20);
     descriptor.raw(0x40 - 20, inner);
@@ -249,7 +249,7 @@ TEST(ReadSds, ARecordWithoutOwnerAndGroupIsPassedOverWhole) {
     EXPECT_EQ(owners_of(map_of(sds.content())), "258 S-1-5-18");
 }
 
-TEST(ReadSds, TheNextRecordStandsAtTheNextMultipleOf16) {
+TEST(read_sds, the_next_record_is_at_the_next_multiple_of_16) {
     // Sizes from 52 to 84 bytes, so that each rest of a division by 16 comes up.
     std::vector<bytes> descriptors;
     std::string expected;
@@ -263,7 +263,7 @@ TEST(ReadSds, TheNextRecordStandsAtTheNextMultipleOf16) {
 }
 
 // A record of 100 bytes is stepped over to 112, one of 97 too: what stands at 80 or at 96 is part of it.
-TEST(ReadSds, TheLastBytesOfARecordAreNoBeginningOfAnother) {
+TEST(read_sds, the_last_bytes_of_a_record_are_no_beginning_of_another) {
     const auto sds_of = [](std::size_t size, std::size_t inner_position) {
         bytes descriptor = system_owner;
         descriptor.resize(size - 20);
@@ -275,7 +275,7 @@ TEST(ReadSds, TheLastBytesOfARecordAreNoBeginningOfAnother) {
     EXPECT_EQ(owners_of(map_of(sds_of(96, 96))), "256 S-1-5-18, 257 S-1-5-32-544");
 }
 
-TEST(ReadSds, AHoleBetweenRecordsKeepsThePlacesOfThoseBehindIt) {
+TEST(read_sds, a_hole_between_records_keeps_the_places_of_those_after_it) {
     volume_builder volume;
     const test::run where = volume.clusters().allocate(2);
     volume.clusters().write({{where.lcn, 1}}, sds_stream({system_owner}));
@@ -285,7 +285,7 @@ TEST(ReadSds, AHoleBetweenRecordsKeepsThePlacesOfThoseBehindIt) {
     EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18, 257 S-1-5-32-544");
 }
 
-TEST(ReadSds, ACompressedStreamIsMadePlain) {
+TEST(read_sds, a_compressed_stream_is_made_plain) {
     bytes plain = sds_stream({system_owner, admins_owner});
     plain.resize(4096);
     bytes cluster = test::lznt1_chunks(plain);
@@ -299,7 +299,7 @@ TEST(ReadSds, ACompressedStreamIsMadePlain) {
     EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18, 257 S-1-5-32-544");
 }
 
-TEST(ReadSds, RecordsAcrossTheTransfersOfALongStreamAreWhole) {
+TEST(read_sds, records_across_the_transfers_of_a_long_stream_are_whole) {
     std::vector<bytes> descriptors;
     std::string expected;
     for (std::uint32_t i = 0; i < 6000; ++i) {
@@ -313,7 +313,7 @@ TEST(ReadSds, RecordsAcrossTheTransfersOfALongStreamAreWhole) {
     EXPECT_EQ(owners_of(map_of(sds)), expected);
 }
 
-TEST(ReadSds, OnlyAStreamOfExactlyThisNameIsRead) {
+TEST(read_sds, only_a_stream_of_exactly_this_name_is_read) {
     const bytes content = sds_stream({system_owner});
     volume_builder volume;
     volume.add_file_at(9, "$Secure")
@@ -326,18 +326,18 @@ TEST(ReadSds, OnlyAStreamOfExactlyThisNameIsRead) {
     EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-32-544");
 }
 
-TEST(ReadSds, AVolumeWithoutEntry9GivesNothing) {
+TEST(read_sds, a_volume_without_entry_9_gives_nothing) {
     volume_builder volume;
     EXPECT_EQ(owners_of(map_of(volume)), "");
 }
 
-TEST(ReadSds, AStreamThatCannotBeReadGivesNothing) {
+TEST(read_sds, a_stream_that_cannot_be_read_gives_nothing) {
     volume_builder volume;
     volume.add_file_at(9, "$Secure").stream("$SDS", test::runs({{std::int64_t{1} << 40, 8}}));
     EXPECT_EQ(owners_of(map_of(volume)), "");
 }
 
-TEST(ReadSds, AStreamThatEndsEarlyGivesWhatCame) {
+TEST(read_sds, a_stream_that_ends_early_gives_what_came) {
     bytes sds = sds_stream({system_owner});
     sds.resize(4096);
     volume_builder volume;
@@ -353,7 +353,7 @@ long peak_memory() {
     return usage.ru_maxrss;
 }
 
-TEST(ReadSds, AStreamOfATebibyteOfHolesCostsNoMore) {
+TEST(read_sds, a_stream_of_a_tebibyte_of_holes_costs_no_more) {
     volume_builder volume;
     const test::run where = volume.clusters().allocate(1);
     const std::uint64_t hole_clusters = 0xFFFFFFF;  // of 4096 bytes: a tebibyte but for one
@@ -381,7 +381,7 @@ bytes sds_of_greedy_records(std::size_t count) {
     return sds.take();
 }
 
-TEST(ReadSds, SidsThatTakeInTheRecordsBehindThemCostNoMoreThanTheSourceAllows) {
+TEST(read_sds, sids_that_take_in_the_records_after_them_cost_no_more_than_the_source_allows) {
     const std::size_t count = 100000;
     volume_builder volume;
     volume.add_secure(sds_of_greedy_records(count));
@@ -401,7 +401,7 @@ TEST(ReadSds, SidsThatTakeInTheRecordsBehindThemCostNoMoreThanTheSourceAllows) {
     EXPECT_EQ(map.rbegin()->first, 0xF0000000u + map.size() - 1) << "the first records are the ones kept";
 }
 
-TEST(ReadSds, AStreamIsReadNoFurtherThanTheSourceIsLong) {
+TEST(read_sds, a_stream_is_read_no_further_than_the_source_is_long) {
     // Behind a hole of a gibibyte stands a record that knows its place, which is none that a source of less
     // than a megabyte has room for.
     volume_builder volume;
@@ -413,7 +413,7 @@ TEST(ReadSds, AStreamIsReadNoFurtherThanTheSourceIsLong) {
     EXPECT_EQ(owners_of(map_of(volume)), "256 S-1-5-18");
 }
 
-TEST(SecurityCache, ItIsFilledOnFirstNeedAndOnlyThen) {
+TEST(security_cache, it_is_filled_on_first_need_and_only_then) {
     volume_builder volume;
     volume.add_secure(sds_stream({system_owner}));
     opened_volume opened(volume);
@@ -425,20 +425,20 @@ TEST(SecurityCache, ItIsFilledOnFirstNeedAndOnlyThen) {
     EXPECT_EQ(owners_of(opened->m_sd_cache), "7 , 256 S-1-5-18");
 }
 
-TEST(SecurityCache, AnEmptyOneCountsAsNotLoaded) {
+TEST(security_cache, an_empty_one_counts_as_not_loaded) {
     volume_builder volume;
     opened_volume opened(volume);
     EXPECT_FALSE(load_security_cache(opened.ntfs()));
     EXPECT_TRUE(opened->m_sd_cache.empty());
 }
 
-TEST(SecurityCache, AnInvalidVolumeHasNone) {
+TEST(security_cache, an_invalid_volume_has_none) {
     CNtfs not_opened;
     not_opened.m_sd_cache[1];
     EXPECT_FALSE(load_security_cache(not_opened));
 }
 
-TEST(SecurityCache, OpeningAVolumeFillsItForTheSecurityIdOfItsBitmap) {
+TEST(security_cache, opening_a_volume_fills_it_for_the_security_id_of_its_bitmap) {
     volume_builder volume;
     volume.add_secure(sds_stream({system_owner, admins_owner}));
     {

@@ -49,7 +49,7 @@ std::vector<std::string> lines_of(const bytes& list) {
 }
 using texts = std::vector<std::string>;
 
-TEST(AceTypeWord, EveryTypeHasItsWord) {
+TEST(ace_type_word, every_type_has_its_word) {
     EXPECT_EQ(type_word(0), "access allowed");
     EXPECT_EQ(type_word(1), "access denied");
     EXPECT_EQ(type_word(2), "system audit");
@@ -64,7 +64,7 @@ TEST(AceTypeWord, EveryTypeHasItsWord) {
     }
 }
 
-TEST(AceMaskWords, EveryBitHasItsWordOrNone) {
+TEST(ace_mask_words, every_bit_has_its_word_or_none) {
     EXPECT_EQ(mask_words(0x80000000), "GENERIC_READ");
     EXPECT_EQ(mask_words(0x40000000), "GENERIC_WRITE");
     EXPECT_EQ(mask_words(0x20000000), "GENERIC_EXECUTE");
@@ -80,18 +80,18 @@ TEST(AceMaskWords, EveryBitHasItsWordOrNone) {
     EXPECT_EQ(mask_words(0), "");
 }
 
-TEST(AceMaskWords, WordsStandInOneOrderWithBarsBetweenThem) {
+TEST(ace_mask_words, words_stand_in_one_order_with_bars_between_them) {
     EXPECT_EQ(
         mask_words(0xFFFFFFFF),
         "GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | DELETE | READ_CONTROL | WRITE_DAC | "
         "WRITE_OWNER | SYNCHRONIZE | ACCESS_SYSTEM_SECURITY | MAXIMUM_ALLOWED");
 }
 
-TEST(AceMaskWords, TheUsualMaskOfAFileShowsFiveWords) {
+TEST(ace_mask_words, the_usual_mask_of_a_file_shows_five_words) {
     EXPECT_EQ(mask_words(0x001F01FF), "DELETE | READ_CONTROL | WRITE_DAC | WRITE_OWNER | SYNCHRONIZE");
 }
 
-TEST(SecurityDescriptorText, AWholeDescriptorIsPrintedPartByPart) {
+TEST(security_descriptor_text, a_whole_descriptor_is_printed_part_by_part) {
     const bytes value =
         security_descriptor{
             .owner = local_system,
@@ -113,7 +113,7 @@ TEST(SecurityDescriptorText, AWholeDescriptorIsPrintedPartByPart) {
         "  access allowed  unk             GENERIC_READ\n");
 }
 
-TEST(SecurityDescriptorText, ThePrefixStartsEveryLineButTheEmptyOnes) {
+TEST(security_descriptor_text, the_prefix_starts_every_line_but_the_empty_ones) {
     const bytes value =
         security_descriptor{.owner = local_system, .dacl = acl({ace(1, 0x00010000, sid(1, {0}))})}.build();
     EXPECT_EQ(printed(value, "> "),
@@ -124,7 +124,7 @@ TEST(SecurityDescriptorText, ThePrefixStartsEveryLineButTheEmptyOnes) {
               "> access denied   World           DELETE\n");
 }
 
-TEST(SecurityDescriptorText, LongTypesAndNamesRunOverAndMoveWhatFollows) {
+TEST(security_descriptor_text, long_types_and_names_run_over_and_move_what_follows) {
     const bytes value =
         security_descriptor{.dacl = acl({ace(0, 0x00010000, sid(5, {32, 560})), ace(9, 0, sid(5, {9}))})}
             .build();
@@ -136,18 +136,18 @@ TEST(SecurityDescriptorText, LongTypesAndNamesRunOverAndMoveWhatFollows) {
               "unknown         Server Logon [Domain Controllers] \n");
 }
 
-TEST(SecurityDescriptorText, WithoutAnOwnerTheGroupHasAllBytesAvailable) {
+TEST(security_descriptor_text, without_an_owner_the_group_has_all_bytes_available) {
     // 20 bytes of head and 36 of group.
     const bytes value = security_descriptor{.group = sid(5, {21, 1, 2, 3, 4, 5, 513})}.build();
     EXPECT_EQ(printed(value, ""), "Security Identifiers\ngroup sid [S-1-5-21-1-2-3-4-5-513]\n");
 }
 
-TEST(SecurityDescriptorText, AnOwnerWithoutSubAuthoritiesAtTheEndIsShown) {
+TEST(security_descriptor_text, an_owner_without_sub_authorities_at_the_end_is_shown) {
     EXPECT_EQ(printed(security_descriptor{.owner = sid(5, {})}.build(), ""),
               "Security Identifiers\nowner sid [S-1-5]\n");
 }
 
-TEST(SecurityDescriptorText, TheOwnersLengthIsTakenOffWhatTheGroupMayHave) {
+TEST(security_descriptor_text, the_owners_length_is_taken_off_what_the_group_may_have) {
     // The group stands over the owner: 20 + 36 bytes, of which the owner takes 36 and leaves too few.
     byte_writer value(20);
     value.u32(4, 20).u32(8, 20).raw(20, sid(5, {21, 1, 2, 3, 4, 5, 513}));
@@ -155,30 +155,30 @@ TEST(SecurityDescriptorText, TheOwnersLengthIsTakenOffWhatTheGroupMayHave) {
               "Security Identifiers\nowner sid [S-1-5-21-1-2-3-4-5-513]\ngroup sid []\n");
 }
 
-TEST(SecurityDescriptorText, AnOwnerThatClaimsMoreThanThereIsLeavesTheGroupNothing) {
+TEST(security_descriptor_text, an_owner_that_claims_more_than_there_is_leaves_the_group_nothing) {
     byte_writer value(20);
     value.u32(4, 20).u32(8, 32).raw(20, local_system).raw(32, local_system);
     value.u8(21, 255);
     EXPECT_EQ(printed(value.content(), ""), "Security Identifiers\nowner sid []\ngroup sid []\n");
 }
 
-TEST(SecurityDescriptorText, PartsOutsideLeaveEmptyBracketsAndNoLists) {
+TEST(security_descriptor_text, parts_outside_leave_empty_brackets_and_no_lists) {
     byte_writer value(20);
     value.u32(4, 0xFFFFFFFF).u32(8, 20).u32(12, 0x7FFFFFFF).u32(16, 19);
     EXPECT_EQ(printed(value.content(), ""), "Security Identifiers\nowner sid []\ngroup sid []\n");
 }
 
-TEST(SecurityDescriptorText, ADescriptorWithoutPartsIsItsHeadingAlone) {
+TEST(security_descriptor_text, a_descriptor_without_parts_is_its_heading_alone) {
     EXPECT_EQ(printed(bytes(20), "  "), "  Security Identifiers\n");
     EXPECT_EQ(printed({}, "  "), "  Security Identifiers\n");
 }
 
-TEST(SecurityDescriptorText, AListWithACountOf0PrintsNeitherItsHeadingNorTheEmptyLine) {
+TEST(security_descriptor_text, a_list_with_a_count_of_0_prints_neither_its_heading_nor_the_empty_line) {
     const bytes value = security_descriptor{.owner = local_system, .sacl = acl({}), .dacl = acl({})}.build();
     EXPECT_EQ(printed(value, ""), "Security Identifiers\nowner sid [S-1-5-18]\n");
 }
 
-TEST(SecurityDescriptorText, TheStreamIsLeftRightAligned) {
+TEST(security_descriptor_text, the_stream_is_left_right_aligned) {
     std::ostringstream out;
     out << std::right << std::hex;
     const bytes value = security_descriptor{.dacl = acl({ace(0, 0x00010000, admins)})}.build();
@@ -186,7 +186,7 @@ TEST(SecurityDescriptorText, TheStreamIsLeftRightAligned) {
     EXPECT_EQ(out.flags() & std::ios_base::adjustfield, std::ios_base::right);
 }
 
-TEST(SecurityDescriptorText, ADescriptorCutAtAnyLengthPrintsWhatIsThere) {
+TEST(security_descriptor_text, a_descriptor_cut_at_any_length_prints_what_is_there) {
     const bytes value =
         security_descriptor{.owner = local_system,
                             .group = admins,
@@ -202,7 +202,7 @@ TEST(SecurityDescriptorText, ADescriptorCutAtAnyLengthPrintsWhatIsThere) {
     }
 }
 
-TEST(AclLines, LinesAreSortedBySidAndTypeWhereOneWouldExpectTheOrderOfTheAcl) {
+TEST(acl_lines, lines_are_sorted_by_sid_and_type_not_the_order_of_the_acl) {
     EXPECT_EQ(
         lines_of(acl({ace(1, 0x00010000, admins), ace(0, 0x00020000, users), ace(0, 0x00040000, admins),
                       ace(0, 0x00080000, local_system)})),
@@ -210,48 +210,48 @@ TEST(AclLines, LinesAreSortedBySidAndTypeWhereOneWouldExpectTheOrderOfTheAcl) {
                "access denied   Admins          DELETE", "access allowed  Users           READ_CONTROL"}));
 }
 
-TEST(AclLines, SidsAreComparedByteByByteAsText) {
+TEST(acl_lines, sids_are_compared_byte_by_byte_as_text) {
     // "S-1-5-18access allowed" stands before "S-1-5-2access allowed".
     EXPECT_EQ(lines_of(acl({ace(0, 0, sid(5, {2})), ace(0, 0, sid(5, {18}))})),
               (texts{"access allowed  Local System    ", "access allowed  Network         "}));
 }
 
-TEST(AclLines, TwoEntriesOfOneSidAndOneWordJoinTheirMasks) {
+TEST(acl_lines, two_entries_of_one_sid_and_one_word_join_their_masks) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, admins), ace(5, 0x00030000, admins)})),
               texts{"access allowed  Admins          DELETE | DELETE | READ_CONTROL"});
 }
 
-TEST(AclLines, AMaskWithoutWordsJoinsAsABarAlone) {
+TEST(acl_lines, a_mask_without_words_joins_as_a_bar_alone) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x1FF, admins), ace(0, 0x00010000, admins), ace(0, 0x1FF, admins)})),
               texts{"access allowed  Admins           | DELETE | "});
 }
 
-TEST(AclLines, AnObjectEntryIsReadWithTheLayoutOfEveryOther) {
+TEST(acl_lines, an_object_entry_is_read_with_the_layout_of_every_other) {
     // Flags 0 where the SID of the plain layout would be: no sub-authorities, so no text and no name.
     const bytes object_entry = concat({byte_writer(4).take(), bytes(16, 0xAB), admins});
     EXPECT_EQ(lines_of(acl({ace(5, 0x00010000, object_entry)})),
               texts{"access allowed  unk             DELETE"});
 }
 
-TEST(AclLines, AnOffsetOf0OrOutsideGivesNoLines) {
+TEST(acl_lines, an_offset_of_0_or_outside_gives_no_lines) {
     const bytes list = acl({ace(0, 0x00010000, admins)});
     EXPECT_EQ(acl_lines(byte_view(list), 0), texts{});
     EXPECT_EQ(acl_lines(byte_view(list), static_cast<std::uint32_t>(list.size())), texts{});
     EXPECT_EQ(acl_lines(byte_view(list), 0xFFFFFFFF), texts{});
 }
 
-TEST(AclLines, ACountThatLiesEndsWithTheBytes) {
+TEST(acl_lines, a_count_that_lies_ends_with_the_bytes) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, admins)}, 65535)),
               texts{"access allowed  Admins          DELETE"});
     EXPECT_EQ(lines_of(acl({}, 65535)), texts{});
 }
 
-TEST(AclLines, ACountBelowTheEntriesLeavesTheOthersOut) {
+TEST(acl_lines, a_count_below_the_entries_leaves_the_others_out) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, admins), ace(0, 0x00010000, users)}, 1)),
               texts{"access allowed  Admins          DELETE"});
 }
 
-TEST(AclLines, AnEntryOfFewerThan8BytesEndsItsList) {
+TEST(acl_lines, an_entry_of_fewer_than_8_bytes_ends_its_list) {
     for (const std::uint16_t size : std::vector<std::uint16_t>{0, 1, 7}) {
         EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, admins), ace(0, 0x00020000, users, size),
                                 ace(0, 0x00040000, local_system)})),
@@ -260,17 +260,17 @@ TEST(AclLines, AnEntryOfFewerThan8BytesEndsItsList) {
     }
 }
 
-TEST(AclLines, AnEntryOf8BytesHasNoSid) {
+TEST(acl_lines, an_entry_of_8_bytes_has_no_sid) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, {}), ace(0, 0x00020000, {})})),
               texts{"access allowed  unk             DELETE | READ_CONTROL"});
 }
 
-TEST(AclLines, AnEntryLongerThanTheBytesIsTheLast) {
+TEST(acl_lines, an_entry_longer_than_the_bytes_is_the_last) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x00010000, admins, 65535), ace(0, 0x00020000, users)})),
               texts{"access allowed  Admins          DELETE"});
 }
 
-TEST(AclLines, ASidThatIsLongerThanItsEntryHasNoText) {
+TEST(acl_lines, a_sid_that_is_longer_than_its_entry_has_no_text) {
     bytes liar = admins;
     liar[1] = 3;
     EXPECT_EQ(
@@ -278,7 +278,7 @@ TEST(AclLines, ASidThatIsLongerThanItsEntryHasNoText) {
         (texts{"access allowed  Users           READ_CONTROL", "access allowed  unk             DELETE"}));
 }
 
-TEST(AclLines, EntriesOfAllTypesOfOneSidStandByTypeWord) {
+TEST(acl_lines, entries_of_all_types_of_one_sid_stand_by_type_word) {
     EXPECT_EQ(lines_of(acl({ace(9, 0, admins), ace(3, 0, admins), ace(2, 0, admins), ace(1, 0, admins),
                             ace(0, 0, admins)})),
               (texts{"access allowed  Admins          ", "access denied   Admins          ",

@@ -29,30 +29,30 @@ std::string name_of(std::uint8_t authority, const std::vector<std::uint32_t>& su
     return std::string(sid_name(byte_view(sid(authority, sub_authorities))));
 }
 
-TEST(SidText, RevisionAuthorityAndSubAuthoritiesStandInDecimal) {
+TEST(sid_text, revision_authority_and_sub_authorities_stand_in_decimal) {
     EXPECT_EQ(text_of(sid(5, {18})), "S-1-5-18");
     EXPECT_EQ(text_of(sid(5, {32, 544})), "S-1-5-32-544");
     EXPECT_EQ(text_of(sid(5, {21, 1, 2, 3, 1001})), "S-1-5-21-1-2-3-1001");
 }
 
-TEST(SidText, SubAuthoritiesAreUnsigned32BitNumbers) {
+TEST(sid_text, sub_authorities_are_unsigned_32_bit_numbers) {
     EXPECT_EQ(text_of(sid(5, {21, 0xFFFFFFFF, 0x80000000})), "S-1-5-21-4294967295-2147483648");
 }
 
-TEST(SidText, TheRevisionIsShownWhateverItIs) {
+TEST(sid_text, the_revision_is_shown_whatever_it_is) {
     bytes value = sid(5, {18});
     value[0] = 255;
     EXPECT_EQ(text_of(value), "S-255-5-18");
 }
 
-TEST(SidText, OnlyTheLowestByteOfTheAuthorityIsShownWhereOneWouldExpectAllSix) {
+TEST(sid_text, only_the_lowest_byte_of_the_authority_is_shown_not_all_six) {
     bytes value = sid(15, {18});
     value[6] = 1;  // authority 0x10F
     value[2] = 0xFF;
     EXPECT_EQ(text_of(value), "S-1-15-18");
 }
 
-TEST(SidText, FewerThan12AvailableBytesAreNoSid) {
+TEST(sid_text, fewer_than_12_available_bytes_are_no_sid) {
     const bytes value = sid(5, {18});
     EXPECT_EQ(text_of(value, 12), "S-1-5-18");
     for (std::uint64_t available = 0; available < 12; ++available) {
@@ -60,13 +60,13 @@ TEST(SidText, FewerThan12AvailableBytesAreNoSid) {
     }
 }
 
-TEST(SidText, ASidLongerThanTheAvailableBytesIsNone) {
+TEST(sid_text, a_sid_longer_than_the_available_bytes_is_none) {
     const bytes value = sid(5, {21, 1, 2, 3, 513});
     EXPECT_EQ(text_of(value, 28), "S-1-5-21-1-2-3-513");
     EXPECT_EQ(text_of(value, 27), "");
 }
 
-TEST(SidText, ASidIsCutAtNoLengthOfItsBytes) {
+TEST(sid_text, a_sid_is_cut_at_no_length_of_its_bytes) {
     const bytes value = sid(5, {21, 1, 2, 3, 513});
     for (std::size_t length = 0; length < value.size(); ++length) {
         const bytes cut(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(length));
@@ -74,7 +74,7 @@ TEST(SidText, ASidIsCutAtNoLengthOfItsBytes) {
     }
 }
 
-TEST(SidText, ASidWith255SubAuthoritiesNeedsAllItsBytes) {
+TEST(sid_text, a_sid_with_255_sub_authorities_needs_all_its_bytes) {
     bytes value = sid(5, std::vector<std::uint32_t>(255, 7));
     ASSERT_EQ(value.size(), 1028u);
     const std::string whole = text_of(value);
@@ -85,18 +85,18 @@ TEST(SidText, ASidWith255SubAuthoritiesNeedsAllItsBytes) {
     EXPECT_EQ(text_of(alone, 4096), "");
 }
 
-TEST(SidText, ASidWithoutSubAuthoritiesNeeds12AvailableBytesOfWhichItHas8) {
+TEST(sid_text, a_sid_without_sub_authorities_needs_12_available_bytes_of_which_it_has_8) {
     const bytes value = sid(5, {});
     EXPECT_EQ(text_of(value, 12), "S-1-5");
     EXPECT_EQ(text_of(value, 11), "");
     EXPECT_EQ(text_of(value), "");
 }
 
-TEST(SidText, NoBytesAreNoSid) {
+TEST(sid_text, no_bytes_are_no_sid) {
     EXPECT_EQ(text_of({}, 100), "");
 }
 
-TEST(SidName, OneSubAuthorityIsNamedByTheAuthority) {
+TEST(sid_name, one_sub_authority_is_named_by_the_authority) {
     EXPECT_EQ(name_of(0, {0}), "null");
     EXPECT_EQ(name_of(1, {0}), "World");
     EXPECT_EQ(name_of(2, {0}), "Local");
@@ -106,7 +106,7 @@ TEST(SidName, OneSubAuthorityIsNamedByTheAuthority) {
     EXPECT_EQ(name_of(255, {18}), "unk");
 }
 
-TEST(SidName, CreatorsHaveFourNames) {
+TEST(sid_name, creators_have_four_names) {
     EXPECT_EQ(name_of(3, {0}), "Owner");
     EXPECT_EQ(name_of(3, {1}), "Group");
     EXPECT_EQ(name_of(3, {2}), "Owner Server");
@@ -115,7 +115,7 @@ TEST(SidName, CreatorsHaveFourNames) {
     EXPECT_EQ(name_of(3, {0xFFFFFFFF}), "unk");
 }
 
-TEST(SidName, EveryIndexOfTheSystemTableHasItsName) {
+TEST(sid_name, every_index_of_the_system_table_has_its_name) {
     const std::map<std::uint32_t, std::string> named = {
         {1, "Dialup"},
         {2, "Network"},
@@ -143,7 +143,7 @@ TEST(SidName, EveryIndexOfTheSystemTableHasItsName) {
     EXPECT_EQ(name_of(5, {0xFFFFFFFF}), "unk");
 }
 
-TEST(SidName, EveryRelativeIdOfTheTableHasItsName) {
+TEST(sid_name, every_relative_id_of_the_table_has_its_name) {
     const std::map<std::uint32_t, std::string> named = {
         {0x1F4, "User Admin"},
         {0x1F5, "User Guest"},
@@ -184,7 +184,7 @@ TEST(SidName, EveryRelativeIdOfTheTableHasItsName) {
     EXPECT_EQ(name_of(5, {32, 0xFFFFFFFF}), "unk");
 }
 
-TEST(SidName, OnlyTheLastOfSeveralSubAuthoritiesIsLookedAt) {
+TEST(sid_name, only_the_last_of_several_sub_authorities_is_looked_at) {
     EXPECT_EQ(name_of(5, {32, 544}), "Admins");
     EXPECT_EQ(name_of(5, {21, 1, 2, 3, 513}), "Domain Users");
     EXPECT_EQ(name_of(9, {7, 513}), "Domain Users");
@@ -192,7 +192,7 @@ TEST(SidName, OnlyTheLastOfSeveralSubAuthoritiesIsLookedAt) {
     EXPECT_EQ(name_of(5, {21, 1, 2, 3, 1001}), "unk");
 }
 
-TEST(SidName, ASidWithoutSubAuthoritiesOrWithMissingOnesIsUnknown) {
+TEST(sid_name, a_sid_without_sub_authorities_or_with_missing_ones_is_unknown) {
     EXPECT_EQ(name_of(1, {}), "unk");
     EXPECT_EQ(sid_name(byte_view()), "unk");
     const bytes whole = sid(1, {0});

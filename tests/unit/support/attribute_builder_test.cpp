@@ -8,20 +8,20 @@
 namespace quarry::test {
 namespace {
 
-TEST(AttributeBuilder, a_resident_attribute_has_header_name_and_value) {
+TEST(attribute_builder, a_resident_attribute_has_header_name_and_value) {
     EXPECT_EQ(attribute_builder::resident(0x80, to_bytes("hello")).named("s").id(3).build(),
               from_hex("80000000 28000000 00 01 1800 0000 0300 05000000 2000 00 00"
                        "7300 000000000000 68656c6c6f 000000"));
 }
 
-TEST(AttributeBuilder, a_non_resident_attribute_takes_its_sizes_from_its_runs) {
+TEST(attribute_builder, a_non_resident_attribute_takes_its_sizes_from_its_runs) {
     EXPECT_EQ(
         attribute_builder::non_resident(0x80, runs({{0x5634, 0x18}})).id(1).build(),
         from_hex("80000000 48000000 01 00 4000 0000 0100 0000000000000000 1700000000000000 4000 00 0000000000"
                  "0080010000000000 0080010000000000 0080010000000000 2118345600 000000"));
 }
 
-TEST(AttributeBuilder, a_compressed_size_makes_the_header_eight_bytes_longer) {
+TEST(attribute_builder, a_compressed_size_makes_the_header_eight_bytes_longer) {
     const bytes built = attribute_builder::non_resident(0x80, runs({{1, 2}}))
                             .flags(1)
                             .unit(4)
@@ -38,19 +38,19 @@ TEST(AttributeBuilder, a_compressed_size_makes_the_header_eight_bytes_longer) {
     EXPECT_EQ(built[72], 0x11);
 }
 
-TEST(AttributeBuilder, any_field_can_be_forced_and_the_length_alone) {
+TEST(attribute_builder, any_field_can_be_forced_and_the_length_alone) {
     const bytes built =
         attribute_builder::resident(0x80, {}).length(0xFFFFFFF0).force(16, 4, 0x11223344).build();
     EXPECT_EQ(built, from_hex("80000000 f0ffffff 00 00 1800 0000 0000 44332211 1800 00 00"));
 }
 
-TEST(AttributeBuilder, a_fragment_names_its_first_and_last_cluster) {
+TEST(attribute_builder, a_fragment_names_its_first_and_last_cluster) {
     const bytes built = attribute_builder::non_resident(0x80, runs({{7, 3}})).lowest_vcn(0x20).build();
     EXPECT_EQ(built[16], 0x20);
     EXPECT_EQ(built[24], 0x22);
 }
 
-TEST(AttributeValues, a_file_name_has_its_name_behind_66_bytes) {
+TEST(attribute_values, a_file_name_has_its_name_after_66_bytes) {
     const bytes value =
         file_name{.parent = reference(5, 5), .name = "ab", .name_space = 3, .real = 9}.build();
     ASSERT_EQ(value.size(), 70u);
@@ -59,12 +59,12 @@ TEST(AttributeValues, a_file_name_has_its_name_behind_66_bytes) {
     EXPECT_EQ(bytes(value.begin() + 64, value.end()), from_hex("02 03 6100 6200"));
 }
 
-TEST(AttributeValues, a_junction_holds_both_names_with_a_zero_unit_behind_each) {
+TEST(attribute_values, a_junction_holds_both_names_with_a_zero_unit_after_each) {
     EXPECT_EQ((reparse_point{.substitute_name = "s", .print_name = "p"}.build()),
               from_hex("030000a0 1000 0000 0000 0200 0400 0200 7300 0000 7000 0000"));
 }
 
-TEST(AttributeValues, a_symbolic_link_has_a_flags_word_ahead_of_its_names) {
+TEST(attribute_values, a_symbolic_link_has_a_flags_word_ahead_of_its_names) {
     EXPECT_EQ((reparse_point{.tag = 0xA000000C,
                              .substitute_name = "s",
                              .print_name = "p",
@@ -74,7 +74,7 @@ TEST(AttributeValues, a_symbolic_link_has_a_flags_word_ahead_of_its_names) {
               from_hex("0c0000a0 1400 0000 0000 0200 0400 0200 01000000 7300 0000 7000 0000"));
 }
 
-TEST(AttributeList, an_entry_is_26_bytes_and_its_name_rounded_to_eight) {
+TEST(attribute_list, an_entry_is_26_bytes_and_its_name_rounded_to_eight) {
     EXPECT_EQ(build_attribute_list({{.type = 0x80, .record = 40, .sequence = 2, .id = 1, .name = "n"}}),
               from_hex("80000000 2000 01 1a 0000000000000000 280000000000 0200 0100 6e00 00000000"));
 }

@@ -14,7 +14,7 @@ bytes part(const bytes& whole, std::size_t offset, std::size_t length) {
     return {from, from + static_cast<std::ptrdiff_t>(length)};
 }
 
-TEST(RecordBuilder, an_empty_record_is_a_header_and_an_end_marker) {
+TEST(record_builder, an_empty_record_is_a_header_and_an_end_marker) {
     const bytes record = record_builder(1024, 512).entry(0x21).sequence(7).build();
     ASSERT_EQ(record.size(), 1024u);
     EXPECT_EQ(
@@ -23,7 +23,7 @@ TEST(RecordBuilder, an_empty_record_is_a_header_and_an_end_marker) {
                  "0000 0000 21000000 0101 0000 0000 0000 ffffffff 00000000"));
 }
 
-TEST(RecordBuilder, sector_ends_are_replaced_on_disk_and_back_in_the_restored_form) {
+TEST(record_builder, sector_ends_are_replaced_on_disk_and_back_in_the_restored_form) {
     record_builder builder(1024, 512);
     builder.update_sequence_number(0xBEEF).add(attribute_builder::resident(0x80, bytes(900, 0x55)));
     const bytes on_disk = builder.build();
@@ -36,7 +36,7 @@ TEST(RecordBuilder, sector_ends_are_replaced_on_disk_and_back_in_the_restored_fo
     EXPECT_EQ(part(restored, 1022, 2), from_hex("0000"));
 }
 
-TEST(RecordBuilder, attributes_without_an_id_get_the_next_free_one) {
+TEST(record_builder, attributes_without_an_id_get_the_next_free_one) {
     record_builder builder;
     builder.add(attribute_builder::resident(0x10, {}));
     builder.add(attribute_builder::resident(0x80, {}).id(6));
@@ -49,7 +49,7 @@ TEST(RecordBuilder, attributes_without_an_id_get_the_next_free_one) {
     EXPECT_EQ(record[40], 8);
 }
 
-TEST(RecordBuilder, header_fields_can_say_anything) {
+TEST(record_builder, header_fields_can_say_anything) {
     const bytes record = record_builder()
                              .signature("BAAD")
                              .update_sequence_offset(0x2A)
@@ -66,37 +66,37 @@ TEST(RecordBuilder, header_fields_can_say_anything) {
     EXPECT_EQ(part(record, 1022, 2), from_hex("cdab"));
 }
 
-TEST(RecordBuilder, attributes_that_do_not_fit_are_an_error) {
+TEST(record_builder, attributes_that_do_not_fit_are_an_error) {
     record_builder builder;
     builder.add(attribute_builder::resident(0x80, bytes(1000)));
     EXPECT_THROW(static_cast<void>(builder.build()), std::length_error);
 }
 
-TEST(RecordBuilder, a_large_record_has_its_first_attribute_behind_nine_words) {
+TEST(record_builder, a_large_record_has_its_first_attribute_after_nine_words) {
     const bytes record = record_builder(4096, 512).build();
     EXPECT_EQ(part(record, 4, 4), from_hex("3000 0900"));
     EXPECT_EQ(part(record, 20, 2), from_hex("4800"));
     EXPECT_EQ(part(record, 4094, 2), from_hex("0101"));
 }
 
-TEST(IndexBuilder, an_entry_is_its_key_behind_16_bytes_and_a_sub_node_last) {
+TEST(index_builder, an_entry_is_its_key_after_16_bytes_and_a_sub_node_last) {
     const index_entry entry{.file_reference = reference(9, 2), .key = from_hex("aabbcc"), .sub_node = 5};
     EXPECT_EQ(entry.build(),
               from_hex("0900000000000200 2000 0300 0100 0000 aabbcc0000000000 0500000000000000"));
 }
 
-TEST(IndexBuilder, a_view_entry_says_where_its_data_are) {
+TEST(index_builder, a_view_entry_says_where_its_data_are) {
     const index_entry entry{.key = from_hex("00010000"), .view_data = from_hex("11223344")};
     EXPECT_EQ(entry.build(), from_hex("1400 0400 00000000 1800 0400 0000 0000 00010000 11223344"));
 }
 
-TEST(IndexBuilder, a_root_has_its_node_at_16_and_ends_with_an_end_entry) {
+TEST(index_builder, a_root_has_its_node_at_16_and_ends_with_an_end_entry) {
     EXPECT_EQ(build_index_root({}), from_hex("30000000 01000000 00100000 01 000000"
                                              "10000000 20000000 20000000 00000000"
                                              "0000000000000000 1000 0000 0200 0000"));
 }
 
-TEST(IndexBuilder, a_block_is_protected_like_a_record) {
+TEST(index_builder, a_block_is_protected_like_a_record) {
     const bytes block = index_block_builder().vcn(3).add({.key = from_hex("0102030405060708")}).build();
     ASSERT_EQ(block.size(), 4096u);
     EXPECT_EQ(part(block, 0, 42), from_hex("494e4458 2800 0900 0000000000000000 0300000000000000"

@@ -9,7 +9,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(VolumeBuilder, the_boot_sector_tells_the_geometry) {
+TEST(volume_builder, the_boot_sector_reports_the_geometry) {
     const bytes image = volume_builder().image();
     const byte_view boot(image);
     EXPECT_TRUE(boot.text_at(3, "NTFS    "));
@@ -22,7 +22,7 @@ TEST(VolumeBuilder, the_boot_sector_tells_the_geometry) {
     EXPECT_EQ(boot.u16(510), 0xAA55);
 }
 
-TEST(VolumeBuilder, every_cluster_and_record_size_has_its_byte_in_the_boot_sector) {
+TEST(volume_builder, every_cluster_and_record_size_has_its_byte_in_the_boot_sector) {
     struct expectation {
         geometry shape;
         std::uint8_t sectors_per_cluster;
@@ -44,7 +44,7 @@ TEST(VolumeBuilder, every_cluster_and_record_size_has_its_byte_in_the_boot_secto
     }
 }
 
-TEST(VolumeBuilder, files_take_entries_from_24_on_and_unused_slots_are_zero) {
+TEST(volume_builder, files_take_entries_from_24_on_and_unused_slots_are_zero) {
     volume_builder volume;
     EXPECT_EQ(volume.add_file("a").entry(), 24u);
     EXPECT_EQ(volume.add_directory("d").entry(), 25u);
@@ -54,7 +54,7 @@ TEST(VolumeBuilder, files_take_entries_from_24_on_and_unused_slots_are_zero) {
     EXPECT_EQ(volume.record_on_disk(26), bytes(1024));
 }
 
-TEST(VolumeBuilder, content_goes_into_the_record_or_through_the_given_runs) {
+TEST(volume_builder, content_goes_into_the_record_or_through_the_given_runs) {
     volume_builder volume;
     volume.add_file("small").data("tiny content");
     volume.add_file("placed").data(pattern(std::size_t{3} * 4096), runs({{102, 1}, {hole, 1}, {100, 1}}));
@@ -67,7 +67,7 @@ TEST(VolumeBuilder, content_goes_into_the_record_or_through_the_given_runs) {
     EXPECT_NE(std::search(record.begin(), record.end(), tiny.begin(), tiny.end()), record.end());
 }
 
-TEST(VolumeBuilder, runs_that_lie_about_the_volume_do_not_make_it_larger) {
+TEST(volume_builder, runs_that_lie_about_the_volume_do_not_make_it_larger) {
     volume_builder plain;
     plain.add_file("x").data(runs({{100, 8}}));
     volume_builder lying;
@@ -76,20 +76,20 @@ TEST(VolumeBuilder, runs_that_lie_about_the_volume_do_not_make_it_larger) {
     EXPECT_EQ(plain.image().size(), 108u * 4096) << "up to cluster 107";
 }
 
-TEST(VolumeBuilder, a_split_mft_lies_where_its_runs_say) {
+TEST(volume_builder, a_split_mft_lies_where_its_runs_say) {
     volume_builder volume({.mft_runs = {{4, 8}, {200, 8}}, .mft_runs_in_record_0 = 1});
     EXPECT_EQ(volume.record_position(31), 4u * 4096 + 31u * 1024);
     EXPECT_EQ(volume.record_position(32), 200u * 4096);
     EXPECT_EQ(byte_view(volume.record_on_disk(15)).u64(32), reference(0, 1));
 }
 
-TEST(VolumeBuilder, a_full_mft_is_an_error) {
+TEST(volume_builder, a_full_mft_is_an_error) {
     volume_builder volume({.mft_entries = 25});
     volume.add_file("fits");
     EXPECT_THROW(volume.add_file("does not"), std::length_error);
 }
 
-TEST(VolumeBuilder, forced_numbers_and_replaced_records_come_last) {
+TEST(volume_builder, forced_numbers_and_replaced_records_come_last) {
     volume_builder volume;
     volume.add_file("a");
     volume.add_file("b");
@@ -102,7 +102,7 @@ TEST(VolumeBuilder, forced_numbers_and_replaced_records_come_last) {
     EXPECT_EQ(volume.record_on_disk(25), bytes(1024));
 }
 
-TEST(VolumeBuilder, an_image_at_an_offset_has_zeros_ahead_of_it) {
+TEST(volume_builder, an_image_at_an_offset_has_zeros_ahead_of_it) {
     const volume_builder volume;
     const bytes image = volume.image_at(1048576);
     EXPECT_EQ(image.size(), 1048576 + volume.image().size());
@@ -110,7 +110,7 @@ TEST(VolumeBuilder, an_image_at_an_offset_has_zeros_ahead_of_it) {
     EXPECT_TRUE(byte_view(image).text_at(1048576 + 3, "NTFS    "));
 }
 
-TEST(VolumeBuilder, the_root_lists_mft_as_entry_0_and_itself) {
+TEST(volume_builder, the_root_lists_mft_as_entry_0_and_itself) {
     // Behind the header, $STANDARD_INFORMATION (96 bytes) and $FILE_NAME (24 + 68, rounded to 96): the index
     // root, its name in 8 bytes behind the header, its node at 16, the first entry at 16 from there.
     const bytes record = volume_builder().record_on_disk(5);

@@ -17,7 +17,7 @@ bytes name(const char* text) {
     return ntfs_name(text).on_disk();
 }
 
-TEST(Attribute, each_field_of_the_resident_form_has_its_place) {
+TEST(attribute, each_field_of_the_resident_form_has_its_place) {
     const bytes raw = from_hex(
         "30 00 00 00  58 01 00 00  00 04 18 00  01 40 05 00"
         "02 00 00 00  20 00 01 00  24 00 49 00 33 00 30 00  AB CD");
@@ -34,7 +34,7 @@ TEST(Attribute, each_field_of_the_resident_form_has_its_place) {
     EXPECT_EQ(at.value().to_vector(), from_hex("AB CD"));
 }
 
-TEST(Attribute, each_field_of_the_non_resident_form_has_its_place) {
+TEST(attribute, each_field_of_the_non_resident_form_has_its_place) {
     byte_writer out(72);
     out.u32(0, 0x80).u32(4, 72).u8(8, 1).u16(12, attr_flag_sparse).u64(16, 0x1122334455667788).u64(24, 0x99);
     out.u16(32, 72).u8(34, 4).u64(40, 0xA0).u64(48, 0xA1).u64(56, 0xA2).u64(64, 0xA3);
@@ -52,13 +52,13 @@ TEST(Attribute, each_field_of_the_non_resident_form_has_its_place) {
     EXPECT_EQ(at.compressed_size(), 0xA3u);
 }
 
-TEST(Attribute, the_compressed_size_is_read_of_every_attribute_whatever_stands_there) {
+TEST(attribute, the_compressed_size_is_read_of_every_attribute_whatever_is_there) {
     // The header ends at 64, where the pairs 11 08 40 begin.
     const bytes raw = attribute_builder::with_pairs(0x80, from_hex("11 08 40 00 00 00 00 00")).build();
     EXPECT_EQ(attribute(byte_view(raw)).compressed_size(), 0x400811u);
 }
 
-TEST(Attribute, a_value_ends_with_its_length_its_attribute_and_its_bytes) {
+TEST(attribute, a_value_ends_with_its_length_its_attribute_and_its_bytes) {
     const bytes raw = attribute_builder::resident(0x10, from_hex("01 02 03 04 05 06 07 08")).build();
     const auto value_size = [&](std::uint64_t length, std::uint64_t value_length, std::uint64_t offset) {
         bytes changed = raw;
@@ -79,7 +79,7 @@ TEST(Attribute, a_value_ends_with_its_length_its_attribute_and_its_bytes) {
     EXPECT_EQ(value_size(0, 8, 24), 0u);
 }
 
-TEST(Attribute, a_header_cut_at_any_length_reads_as_zeros_from_there_on) {
+TEST(attribute, a_header_cut_at_any_length_reads_as_zeros_from_there_on) {
     const bytes whole(72, 0x55);
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         const attribute at{byte_view(whole.data(), length)};
@@ -93,7 +93,7 @@ TEST(Attribute, a_header_cut_at_any_length_reads_as_zeros_from_there_on) {
     }
 }
 
-TEST(FirstAttribute, it_is_where_the_record_says) {
+TEST(first_attribute, it_is_where_the_record_says) {
     const bytes record = record_builder().add(attribute_builder::resident(0x10, bytes(48))).build();
     EXPECT_EQ(first_attribute(record).type(), 0x10u);
     EXPECT_EQ(first_attribute(record).bytes().size(), 1024u - 0x38);
@@ -114,7 +114,7 @@ record_builder three_attributes() {
     return record;
 }
 
-TEST(FindByType, the_next_attribute_of_a_type_is_found_from_the_given_one_on) {
+TEST(find_by_type, the_next_attribute_of_a_type_is_found_from_the_given_one_on) {
     const bytes record = three_attributes().build_restored();
     attribute at;
     EXPECT_TRUE(first_attribute_of_type(record, 0x80, at, 1024));
@@ -127,7 +127,7 @@ TEST(FindByType, the_next_attribute_of_a_type_is_found_from_the_given_one_on) {
     EXPECT_EQ(at.type(), attr_end_marker);
 }
 
-TEST(FindByType, a_null_attribute_and_the_end_marker_give_false) {
+TEST(find_by_type, a_null_attribute_and_the_end_marker_give_false) {
     attribute at;
     EXPECT_FALSE(next_attribute_of_type(at, 0x10, 1024));
     const bytes end = from_hex("FF FF FF FF 00 00 00 00");
@@ -135,7 +135,7 @@ TEST(FindByType, a_null_attribute_and_the_end_marker_give_false) {
     EXPECT_FALSE(next_attribute_of_type(at, attr_end_marker, 1024));
 }
 
-TEST(FindByType, a_length_of_0_or_above_the_limit_ends_the_search_after_a_mismatch_only) {
+TEST(find_by_type, a_length_of_0_or_above_the_limit_ends_the_search_after_a_mismatch_only) {
     const bytes record = three_attributes().build_restored();
     attribute at;
     EXPECT_TRUE(first_attribute_of_type(record, 0x80, at, 0x70)) << "0x70 bytes is the longest on the way";
@@ -149,7 +149,7 @@ TEST(FindByType, a_length_of_0_or_above_the_limit_ends_the_search_after_a_mismat
     EXPECT_TRUE(first_attribute_of_type(damaged, 0x10, at, 1024));
 }
 
-TEST(FindByType, a_chain_without_an_end_marker_ends_with_its_bytes) {
+TEST(find_by_type, a_chain_without_an_end_marker_ends_with_its_bytes) {
     const bytes record = three_attributes().without_end_marker().build_restored();
     const std::size_t end = three_attributes().attribute_offset(3);
     for (std::size_t length = 0x38; length <= end; ++length) {
@@ -158,7 +158,7 @@ TEST(FindByType, a_chain_without_an_end_marker_ends_with_its_bytes) {
     }
 }
 
-TEST(FindByType, attributes_of_one_byte_end_with_the_bytes) {
+TEST(find_by_type, attributes_of_one_byte_end_with_the_bytes) {
     bytes chain;
     while (chain.size() < 4096) {
         const bytes step = from_hex("01 00 00 00 01 00 00 00");
@@ -186,7 +186,7 @@ std::optional<int> found_by_name(const bytes& record, std::uint32_t type, const 
     return find_attribute_by_name(at, type, name, limit) ? std::optional<int>(at.id()) : std::nullopt;
 }
 
-TEST(FindByName, type_and_name_must_both_match) {
+TEST(find_by_name, type_and_name_must_both_match) {
     const bytes record = named_attributes();
     EXPECT_EQ(found_by_name(record, 0x90, name("$I30")), 3);
     EXPECT_EQ(found_by_name(record, 0x80, name("alpha")), 2);
@@ -195,24 +195,24 @@ TEST(FindByName, type_and_name_must_both_match) {
     EXPECT_EQ(found_by_name(record, 0xB0, name("$I30")), std::nullopt);
 }
 
-TEST(FindByName, an_attribute_whose_name_only_begins_with_the_wanted_one_is_found_as_well) {
+TEST(find_by_name, an_attribute_whose_name_only_begins_with_the_wanted_one_is_found_as_well) {
     EXPECT_EQ(found_by_name(named_attributes(), 0xA0, name("$I30")), 5);
     EXPECT_EQ(found_by_name(named_attributes(), 0xA0, name("$I30YZ")), std::nullopt);
 }
 
-TEST(FindByName, an_empty_name_finds_an_unnamed_attribute_only) {
+TEST(find_by_name, an_empty_name_finds_an_unnamed_attribute_only) {
     EXPECT_EQ(found_by_name(named_attributes(), 0x80, {}), 1);
     EXPECT_EQ(found_by_name(named_attributes(), 0xB0, {}), 6);
     EXPECT_EQ(found_by_name(named_attributes(), 0x90, {}), std::nullopt);
 }
 
-TEST(FindByName, the_limit_ends_the_search_for_an_empty_name_only) {
+TEST(find_by_name, the_limit_ends_the_search_for_an_empty_name_only) {
     // The attribute with id 4 is longer than 0x600 bytes.
     EXPECT_EQ(found_by_name(named_attributes(), 0xB0, {}, 0x600), std::nullopt);
     EXPECT_EQ(found_by_name(named_attributes(), 0xA0, name("$I30"), 0x600), 5);
 }
 
-TEST(FindByName, a_length_of_0_ends_every_search) {
+TEST(find_by_name, a_length_of_0_ends_every_search) {
     bytes record = named_attributes();
     apply(record, {{byte_view(record).u16_or_zero(20) + 4u, 4, 0}});
     EXPECT_EQ(found_by_name(record, 0x90, name("$I30")), std::nullopt);
@@ -220,7 +220,7 @@ TEST(FindByName, a_length_of_0_ends_every_search) {
     EXPECT_EQ(found_by_name(record, 0x80, {}), 1) << "the first one matches ahead of the test";
 }
 
-TEST(FindByName, a_chain_without_an_end_marker_ends_with_its_bytes) {
+TEST(find_by_name, a_chain_without_an_end_marker_ends_with_its_bytes) {
     const bytes record = named_attributes();
     for (std::size_t length = 0; length <= record.size(); ++length) {
         attribute at = first_attribute(byte_view(record.data(), length));
@@ -228,7 +228,7 @@ TEST(FindByName, a_chain_without_an_end_marker_ends_with_its_bytes) {
     }
 }
 
-TEST(FindByName, a_name_outside_of_the_record_does_not_match) {
+TEST(find_by_name, a_name_outside_of_the_record_does_not_match) {
     bytes record = named_attributes();
     for (std::uint64_t offset : {4095u, 65535u}) {
         const std::size_t first = byte_view(record).u16_or_zero(20);
@@ -246,7 +246,7 @@ bytes three_list_entries() {
          {.type = 0xA0, .record = 30, .id = 4, .name = "$I30", .lowest_vcn = 17}});
 }
 
-TEST(ListEntry, each_field_has_its_place) {
+TEST(list_entry, each_field_has_its_place) {
     const bytes raw = from_hex(
         "A0 00 00 00  28 00  04  1A  11 22 33 44 55 66 77 08  BC 9A 78 56 34 12  07 00  05 00"
         "24 00 49 00 33 00 30 00");
@@ -263,7 +263,7 @@ TEST(ListEntry, each_field_has_its_place) {
     EXPECT_EQ(list_entry().type(), attr_end_marker);
 }
 
-TEST(FindListEntry, an_entry_is_found_by_type_and_name) {
+TEST(find_list_entry, an_entry_is_found_by_type_and_name) {
     const bytes list = three_list_entries();
     list_entry at{byte_view(list)};
     auto left = static_cast<std::int64_t>(list.size());
@@ -274,7 +274,7 @@ TEST(FindListEntry, an_entry_is_found_by_type_and_name) {
     EXPECT_FALSE(find_list_entry_by_name(at, left, 0x80, {}));
 }
 
-TEST(FindListEntry, an_empty_name_finds_an_unnamed_entry_only) {
+TEST(find_list_entry, an_empty_name_finds_an_unnamed_entry_only) {
     const bytes list = three_list_entries();
     list_entry at{byte_view(list)};
     auto left = static_cast<std::int64_t>(list.size());
@@ -284,7 +284,7 @@ TEST(FindListEntry, an_empty_name_finds_an_unnamed_entry_only) {
     EXPECT_TRUE(find_list_entry_by_name(at, left, 0x10, {}));
 }
 
-TEST(FindListEntry, the_end_marker_is_never_found) {
+TEST(find_list_entry, the_end_marker_is_never_found) {
     const bytes list = from_hex("FF FF FF FF 20 00");
     list_entry at{byte_view(list)};
     std::int64_t left = 6;
@@ -298,7 +298,7 @@ TEST(FindListEntry, the_end_marker_is_never_found) {
     EXPECT_EQ(left, static_cast<std::int64_t>(others.size())) << "it is not even sought";
 }
 
-TEST(FindListEntry, an_entry_of_length_0_sets_the_bytes_left_to_0) {
+TEST(find_list_entry, an_entry_of_length_0_sets_the_bytes_left_to_0) {
     bytes list = three_list_entries();
     apply(list, {{4, 2, 0}});
     list_entry at{byte_view(list)};
@@ -307,7 +307,7 @@ TEST(FindListEntry, an_entry_of_length_0_sets_the_bytes_left_to_0) {
     EXPECT_EQ(left, 0);
 }
 
-TEST(FindListEntry, the_search_ends_when_no_bytes_are_left) {
+TEST(find_list_entry, the_search_ends_when_no_bytes_are_left) {
     const bytes list = three_list_entries();
     for (std::int64_t claimed : {-1, 0, 32, 64}) {
         list_entry at{byte_view(list)};
@@ -324,7 +324,7 @@ TEST(FindListEntry, the_search_ends_when_no_bytes_are_left) {
     }
 }
 
-TEST(TypeNames, each_type_has_its_two_labels) {
+TEST(type_names, each_type_has_its_two_labels) {
     struct row {
         std::uint32_t type;
         const char* short_form;

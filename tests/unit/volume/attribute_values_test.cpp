@@ -17,7 +17,7 @@ bytes counted(std::size_t size) {
     return result;
 }
 
-TEST(StandardInformation, each_field_has_its_place) {
+TEST(standard_information, each_field_has_its_place) {
     const bytes raw = counted(80);
     const standard_information_value value{byte_view(raw)};
     EXPECT_EQ(value.created(), 0x0706050403020100u);
@@ -29,7 +29,7 @@ TEST(StandardInformation, each_field_has_its_place) {
     EXPECT_EQ(value.bytes().size(), 72u) << "no more than 72 bytes are kept";
 }
 
-TEST(StandardInformation, the_older_form_of_48_bytes_has_no_security_id) {
+TEST(standard_information, the_older_form_of_48_bytes_has_no_security_id) {
     const bytes raw = counted(48);
     const standard_information_value value{byte_view(raw)};
     EXPECT_EQ(value.attributes(), 0x23222120u);
@@ -37,7 +37,7 @@ TEST(StandardInformation, the_older_form_of_48_bytes_has_no_security_id) {
     EXPECT_EQ(value.bytes().size(), 48u);
 }
 
-TEST(StandardInformation, a_value_cut_at_any_length_reads_as_zeros_from_there_on) {
+TEST(standard_information, a_value_cut_at_any_length_reads_as_zeros_from_there_on) {
     const bytes raw(72, 0x55);
     for (std::size_t length = 0; length <= raw.size(); ++length) {
         const standard_information_value value{byte_view(raw.data(), length)};
@@ -47,7 +47,7 @@ TEST(StandardInformation, a_value_cut_at_any_length_reads_as_zeros_from_there_on
     }
 }
 
-TEST(Times, a_time_of_zero_is_null) {
+TEST(times, a_time_of_zero_is_null) {
     EXPECT_EQ(judge_times(0, 1, 1, 1), "null");
     EXPECT_EQ(judge_times(1, 0, 1, 1), "null");
     EXPECT_EQ(judge_times(1, 1, 0, 1), "null");
@@ -55,21 +55,21 @@ TEST(Times, a_time_of_zero_is_null) {
     EXPECT_EQ(judge_times(1, 1, 1, 1), "");
 }
 
-TEST(Times, a_time_later_than_the_limit_is_future) {
+TEST(times, a_time_later_than_the_limit_is_future) {
     EXPECT_EQ(judge_times(11, 1, 1, 1, 10), "future");
     EXPECT_EQ(judge_times(1, 1, 1, 11, 10), "future");
     EXPECT_EQ(judge_times(10, 10, 10, 10, 10), "");
 }
 
-TEST(Times, without_a_limit_no_time_is_future) {
+TEST(times, without_a_limit_no_time_is_future) {
     EXPECT_EQ(judge_times(~std::uint64_t{0}, 1, 1, 1), "");
 }
 
-TEST(Times, null_wins_when_both_hold) {
+TEST(times, null_wins_when_both_hold) {
     EXPECT_EQ(judge_times(11, 0, 1, 1, 10), "null");
 }
 
-TEST(Times, all_four_times_of_a_value_are_judged) {
+TEST(times, all_four_times_of_a_value_are_judged) {
     for (const std::size_t place : {0u, 8u, 16u, 24u}) {
         bytes raw(72, 1);
         apply(raw, {{place, 8, 0}});
@@ -86,7 +86,7 @@ TEST(Times, all_four_times_of_a_value_are_judged) {
     }
 }
 
-TEST(FileName, each_field_has_its_place) {
+TEST(file_name, each_field_has_its_place) {
     bytes raw = counted(70);
     apply(raw, {{64, 1, 2}, {65, 1, 3}});
     const file_name_value value{byte_view(raw)};
@@ -104,7 +104,7 @@ TEST(FileName, each_field_has_its_place) {
     EXPECT_EQ(value.name_bytes().to_vector(), from_hex("42 43 44 45"));
 }
 
-TEST(FileName, a_name_is_as_long_as_it_says_and_as_its_bytes_allow) {
+TEST(file_name, a_name_is_as_long_as_it_says_and_as_its_bytes_allow) {
     bytes raw(66 + 510, 0x41);
     apply(raw, {{64, 1, 255}});
     EXPECT_EQ(file_name_value{byte_view(raw)}.name_bytes().size(), 510u);
@@ -116,7 +116,7 @@ TEST(FileName, a_name_is_as_long_as_it_says_and_as_its_bytes_allow) {
     EXPECT_TRUE(file_name_value{byte_view(raw)}.name_bytes().empty());
 }
 
-TEST(ObjectId, the_first_64_bytes_are_four_guids) {
+TEST(object_id, the_first_64_bytes_are_four_guids) {
     const bytes raw = counted(70);
     const object_id_value value{byte_view(raw)};
     EXPECT_EQ(value.bytes().size(), 64u);
@@ -130,7 +130,7 @@ TEST(ObjectId, the_first_64_bytes_are_four_guids) {
     EXPECT_TRUE(alone.birth_volume_id().empty());
 }
 
-TEST(VolumeInformation, the_version_names_the_system) {
+TEST(volume_information, the_version_names_the_system) {
     struct row {
         std::uint8_t major;
         std::uint8_t minor;
@@ -155,7 +155,7 @@ TEST(VolumeInformation, the_version_names_the_system) {
     }
 }
 
-TEST(VolumeInformation, twelve_bytes_are_kept) {
+TEST(volume_information, twelve_bytes_are_kept) {
     const bytes raw = counted(16);
     EXPECT_EQ(volume_information_value{byte_view(raw)}.bytes().size(), 12u);
     EXPECT_EQ(volume_information_value{byte_view(raw)}.major_version(), 8);
@@ -171,7 +171,7 @@ std::string text_of(byte_view units) {
     return text;
 }
 
-TEST(ReparsePoint, each_field_has_its_place) {
+TEST(reparse_point, each_field_has_its_place) {
     const bytes raw = counted(20);
     const reparse_value value{byte_view(raw)};
     EXPECT_EQ(value.tag(), 0x03020100u);
@@ -183,7 +183,7 @@ TEST(ReparsePoint, each_field_has_its_place) {
     EXPECT_EQ(value.path_buffer().to_vector(), from_hex("10 11 12 13"));
 }
 
-TEST(ReparsePoint, a_junction_shows_its_print_name) {
+TEST(reparse_point, a_junction_shows_its_print_name) {
     const bytes raw =
         reparse_point{.substitute_name = "\\??\\C:\\target", .print_name = "C:\\target"}.build();
     const reparse_value value{byte_view(raw)};
@@ -194,13 +194,13 @@ TEST(ReparsePoint, a_junction_shows_its_print_name) {
     EXPECT_EQ(text_of(value.shown_name()), "C:\\target");
 }
 
-TEST(ReparsePoint, without_a_print_name_the_substitute_name_is_shown) {
+TEST(reparse_point, without_a_print_name_the_substitute_name_is_shown) {
     const bytes raw = reparse_point{.substitute_name = "\\??\\C:\\target", .print_name = ""}.build();
     EXPECT_TRUE(reparse_value{byte_view(raw)}.is_sound());
     EXPECT_EQ(text_of(reparse_value{byte_view(raw)}.shown_name()), "\\??\\C:\\target");
 }
 
-TEST(ReparsePoint, the_zero_flags_of_an_absolute_symbolic_link_are_passed_over) {
+TEST(reparse_point, the_zero_flags_of_an_absolute_symbolic_link_are_passed_over) {
     const bytes raw = reparse_point{.tag = 0xA000000C,
                                     .substitute_name = "\\??\\C:\\t",
                                     .print_name = "C:\\t",
@@ -212,7 +212,7 @@ TEST(ReparsePoint, the_zero_flags_of_an_absolute_symbolic_link_are_passed_over) 
     EXPECT_EQ(text_of(value.print_name()), "C:\\t");
 }
 
-TEST(ReparsePoint, the_names_of_a_relative_symbolic_link_are_read_from_four_bytes_ahead_of_their_start) {
+TEST(reparse_point, the_names_of_a_relative_symbolic_link_are_read_from_four_bytes_ahead_of_their_start) {
     const bytes raw = reparse_point{.tag = 0xA000000C,
                                     .substitute_name = "dir",
                                     .print_name = "dir",
@@ -239,24 +239,24 @@ bool sound_with(const std::vector<forced_number>& changes) {
     return reparse_value{byte_view(raw)}.is_sound();
 }
 
-TEST(ReparsePoint, a_data_length_of_0_is_refused) {
+TEST(reparse_point, a_data_length_of_0_is_refused) {
     EXPECT_TRUE(sound_with({}));
     EXPECT_FALSE(sound_with({{4, 2, 0}}));
 }
 
-TEST(ReparsePoint, a_data_length_that_leaves_no_byte_of_the_value_is_refused) {
+TEST(reparse_point, a_data_length_that_leaves_no_byte_of_the_value_is_refused) {
     EXPECT_TRUE(sound_with({{4, 2, 35}}));
     EXPECT_FALSE(sound_with({{4, 2, 36}}));
     EXPECT_FALSE(sound_with({{4, 2, 0xFFFF}}));
 }
 
-TEST(ReparsePoint, a_value_without_a_name_is_refused) {
+TEST(reparse_point, a_value_without_a_name_is_refused) {
     EXPECT_FALSE(sound_with({{10, 2, 0}, {14, 2, 0}}));
     EXPECT_TRUE(sound_with({{10, 2, 0}}));
     EXPECT_TRUE(sound_with({{14, 2, 0}}));
 }
 
-TEST(ReparsePoint, a_name_that_ends_at_the_data_length_or_behind_is_refused) {
+TEST(reparse_point, a_name_that_ends_at_the_data_length_or_after_is_refused) {
     EXPECT_TRUE(sound_with({{8, 2, 19}})) << "19 + 8 is 27";
     EXPECT_FALSE(sound_with({{8, 2, 20}}));
     EXPECT_FALSE(sound_with({{8, 2, 0xFFFF}, {10, 2, 0xFFFF}}));
@@ -265,7 +265,7 @@ TEST(ReparsePoint, a_name_that_ends_at_the_data_length_or_behind_is_refused) {
     EXPECT_FALSE(sound_with({{14, 2, 0xFFFF}}));
 }
 
-TEST(ReparsePoint, a_value_of_16_bytes_is_refused_and_one_of_17_is_not) {
+TEST(reparse_point, a_value_of_16_bytes_is_refused_and_one_of_17_is_not) {
     bytes raw = small_junction();
     apply(raw, {{4, 2, 9}, {8, 2, 0}, {10, 2, 2}, {12, 2, 0}, {14, 2, 0}});
     EXPECT_FALSE(reparse_value(byte_view(raw.data(), 16)).is_sound());
@@ -274,7 +274,7 @@ TEST(ReparsePoint, a_value_of_16_bytes_is_refused_and_one_of_17_is_not) {
     EXPECT_EQ(seventeen.substitute_name().size(), 1u) << "as much of the name as there is";
 }
 
-TEST(ReparsePoint, a_value_cut_at_any_length_and_a_path_buffer_of_zeros_are_survived) {
+TEST(reparse_point, a_value_cut_at_any_length_and_a_path_buffer_of_zeros_are_survived) {
     const bytes raw = small_junction();
     for (std::size_t length = 0; length <= raw.size(); ++length) {
         const reparse_value value(byte_view(raw.data(), length));
@@ -288,7 +288,7 @@ TEST(ReparsePoint, a_value_cut_at_any_length_and_a_path_buffer_of_zeros_are_surv
     EXPECT_TRUE(reparse_value{byte_view(zeros)}.shown_name().empty());
 }
 
-TEST(ReparsePoint, odd_offsets_and_lengths_are_taken_as_bytes) {
+TEST(reparse_point, odd_offsets_and_lengths_are_taken_as_bytes) {
     bytes raw = small_junction();
     apply(raw, {{8, 2, 1}, {10, 2, 3}, {12, 2, 11}, {14, 2, 1}});
     const reparse_value value{byte_view(raw)};

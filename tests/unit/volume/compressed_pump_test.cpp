@@ -130,7 +130,7 @@ bytes first_bytes(const bytes& text, std::size_t count) {
     return bytes(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
-TEST(PumpCompressed, GivesTextBack) {
+TEST(pump_compressed, gives_text_back) {
     const bytes text = text_like(200000, 1);
     const pumped got = pump(compressed_stream().text(text));
     EXPECT_TRUE(got.ok);
@@ -139,7 +139,7 @@ TEST(PumpCompressed, GivesTextBack) {
     EXPECT_EQ(got.log, (lines{"info: data size 0x30d40"}));
 }
 
-TEST(PumpCompressed, GivesTextBackForSizesAroundChunksAndUnits) {
+TEST(pump_compressed, gives_text_back_for_sizes_around_chunks_and_units) {
     for (const std::uint32_t sectors : {1u, 2u, 8u}) {
         const std::size_t unit = std::size_t{sectors} * 512 * 16;
         for (const std::size_t base : {std::size_t{4096}, unit, 2 * unit}) {
@@ -156,14 +156,14 @@ TEST(PumpCompressed, GivesTextBackForSizesAroundChunksAndUnits) {
     }
 }
 
-TEST(PumpCompressed, GivesStoredUnitsBackBetweenCompressedOnes) {
+TEST(pump_compressed, gives_stored_units_back_between_compressed_ones) {
     compressed_stream stream;
     const bytes plain =
         concat({text_like(stream.unit(), 3), random_bytes(stream.unit(), 4), text_like(5000, 5)});
     EXPECT_EQ(pump(stream.text(plain)).out, plain);
 }
 
-TEST(PumpCompressed, WritesAUnitOf16StoredClustersRaw) {
+TEST(pump_compressed, writes_a_unit_of_16_stored_clusters_raw) {
     compressed_stream stream;
     const bytes plain = random_bytes(stream.unit(), 4);
     const pumped got = pump(stream.unit_of_text(plain));
@@ -171,7 +171,7 @@ TEST(PumpCompressed, WritesAUnitOf16StoredClustersRaw) {
     EXPECT_EQ(got.out, plain);
 }
 
-TEST(PumpCompressed, WalksTheChunksOfAFullUnitThatBeginsWithAStoredChunk) {
+TEST(pump_compressed, walks_the_chunks_of_a_full_unit_that_begins_with_a_stored_chunk) {
     compressed_stream stream;
     const bytes first = random_bytes(4096, 1);
     bytes stored = lznt1_stored_chunk(first);
@@ -187,7 +187,7 @@ TEST(PumpCompressed, WalksTheChunksOfAFullUnitThatBeginsWithAStoredChunk) {
 }
 
 // A unit whose chunks run out early yields 4096 bytes for each chunk, and the position moves on by the unit.
-TEST(PumpCompressed, GivesWhatAUnitHasAndMovesOnByTheWholeUnit) {
+TEST(pump_compressed, gives_what_a_unit_has_and_moves_on_by_the_whole_unit) {
     compressed_stream stream;
     const bytes three = text_like(3 * 4096, 6);
     const bytes last = text_like(4096, 7);
@@ -202,7 +202,7 @@ TEST(PumpCompressed, GivesWhatAUnitHasAndMovesOnByTheWholeUnit) {
 }
 
 // The first unit without any cluster ends the copy, and what came before counts as success.
-TEST(PumpCompressed, EndsAtTheFirstUnitThatIsAHole) {
+TEST(pump_compressed, ends_at_the_first_unit_that_is_a_hole) {
     compressed_stream stream;
     const bytes three = text_like(3 * stream.unit(), 8);
     stream.text(three).hole_unit();
@@ -215,7 +215,7 @@ TEST(PumpCompressed, EndsAtTheFirstUnitThatIsAHole) {
     EXPECT_EQ(got.bytes_copied, 10 * stream.unit());
 }
 
-TEST(PumpCompressed, FailsWhereTheFirstUnitIsAHole) {
+TEST(pump_compressed, fails_where_the_first_unit_is_a_hole) {
     compressed_stream stream;
     stream.hole_unit().unit_of_text(text_like(stream.unit(), 9));
     const pumped got = pump(stream, true);
@@ -225,13 +225,13 @@ TEST(PumpCompressed, FailsWhereTheFirstUnitIsAHole) {
     EXPECT_EQ(got.md5, "00000000000000000000000000000000");
 }
 
-TEST(PumpCompressed, GivesZerosForAUnitThatSaysSoInChunks) {
+TEST(pump_compressed, gives_zeros_for_a_unit_that_says_so_in_chunks) {
     compressed_stream stream;
     const bytes zeros(stream.unit(), 0);
     EXPECT_EQ(pump(stream.unit_of_text(zeros)).out, zeros);
 }
 
-TEST(PumpCompressed, EndsAtTheRealSizeNotAtTheInitializedOne) {
+TEST(pump_compressed, ends_at_the_real_size_not_at_the_initialized_one) {
     compressed_stream stream;
     const bytes text = text_like(100000, 10);
     stream.text(text);
@@ -245,7 +245,7 @@ TEST(PumpCompressed, EndsAtTheRealSizeNotAtTheInitializedOne) {
     EXPECT_EQ(pump(opened.ntfs(), item).out, first_bytes(text, 80000));
 }
 
-TEST(PumpCompressed, FailsForASizeOfZeroAndTellsIt) {
+TEST(pump_compressed, fails_for_a_size_of_zero_and_reports_it) {
     compressed_stream stream;
     stream.text(text_like(100, 1));
     attr_item item = stream.item();
@@ -257,7 +257,7 @@ TEST(PumpCompressed, FailsForASizeOfZeroAndTellsIt) {
 }
 
 // Only a read that reaches the sparse tail of the last unit tells that it holds chunks.
-TEST(PumpCompressed, ReadsTheLastUnitUpToTheEndOfWhatIsAllocated) {
+TEST(pump_compressed, reads_the_last_unit_up_to_the_end_of_what_is_allocated) {
     compressed_stream stream;
     const bytes last = text_like(3000, 12);
     const bytes text = concat({text_like(stream.unit(), 11), last});
@@ -273,7 +273,7 @@ TEST(PumpCompressed, ReadsTheLastUnitUpToTheEndOfWhatIsAllocated) {
     EXPECT_EQ(pump(opened.ntfs(), item).out, concat({first_bytes(text, stream.unit()), stored}));
 }
 
-TEST(PumpCompressed, SurvivesAnAllocatedSizeWithoutSense) {
+TEST(pump_compressed, survives_an_allocated_size_without_sense) {
     compressed_stream stream;
     const bytes text = text_like(stream.unit() + 9000, 11);
     stream.text(text);
@@ -288,7 +288,7 @@ TEST(PumpCompressed, SurvivesAnAllocatedSizeWithoutSense) {
     }
 }
 
-TEST(PumpCompressed, EndsAheadOfAUnitThatCannotBeRead) {
+TEST(pump_compressed, ends_ahead_of_a_unit_that_cannot_be_read) {
     compressed_stream stream;
     const bytes text = text_like(3 * stream.unit(), 13);
     stream.text(text);
@@ -305,7 +305,7 @@ TEST(PumpCompressed, EndsAheadOfAUnitThatCannotBeRead) {
     EXPECT_EQ(got.out, first_bytes(text, 2 * stream.unit()));
 }
 
-TEST(PumpCompressed, FailsWhereTheFirstUnitCannotBeRead) {
+TEST(pump_compressed, fails_where_the_first_unit_cannot_be_read) {
     compressed_stream stream;
     stream.text(text_like(3000, 13));
     attr_item item = stream.item();
@@ -314,7 +314,7 @@ TEST(PumpCompressed, FailsWhereTheFirstUnitCannotBeRead) {
     EXPECT_FALSE(pump(opened.ntfs(), item).ok);
 }
 
-TEST(PumpCompressed, EndsAheadOfAUnitWithAnImpossibleHeader) {
+TEST(pump_compressed, ends_ahead_of_a_unit_with_an_impossible_header) {
     compressed_stream stream;
     const bytes text = text_like(stream.unit(), 14);
     stream.text(text).unit_of_bytes(from_hex("01 30 00 00")).unit_of_text(text);
@@ -324,7 +324,7 @@ TEST(PumpCompressed, EndsAheadOfAUnitWithAnImpossibleHeader) {
 }
 
 // What a damaged unit gave out ahead of the damage is not written.
-TEST(PumpCompressed, WritesNothingOfAUnitThatFailsInTheMiddle) {
+TEST(pump_compressed, writes_nothing_of_a_unit_that_fails_in_the_middle) {
     compressed_stream stream;
     const bytes text = text_like(stream.unit(), 14);
     stream.text(text)
@@ -333,7 +333,7 @@ TEST(PumpCompressed, WritesNothingOfAUnitThatFailsInTheMiddle) {
     EXPECT_EQ(pump(stream).out, text);
 }
 
-TEST(PumpCompressed, WritesTheChunksAndTheRawUnitWhereTheLastBlockIsNotZero) {
+TEST(pump_compressed, writes_the_chunks_and_the_raw_unit_where_the_last_block_is_not_zero) {
     compressed_stream stream;
     const bytes text = text_like(4096, 16);
     bytes damaged = concat({lznt1_stored_chunk(text), from_hex("01 30")});
@@ -348,7 +348,7 @@ TEST(PumpCompressed, WritesTheChunksAndTheRawUnitWhereTheLastBlockIsNotZero) {
         << "up to the limit: the runs hold 16 clusters";
 }
 
-TEST(PumpCompressed, DigestsWhatItWrites) {
+TEST(pump_compressed, digests_what_it_writes) {
     compressed_stream stream;
     const bytes zeros(4096, 0);
     const pumped got = pump(stream.unit_of_text(zeros), true);
@@ -356,7 +356,7 @@ TEST(PumpCompressed, DigestsWhatItWrites) {
     EXPECT_EQ(got.md5, "620f0b67a91f7f74151bc5be745b7110");
 }
 
-TEST(PumpCompressed, BeginsAtTheGivenOffset) {
+TEST(pump_compressed, begins_at_the_given_offset) {
     compressed_stream stream;
     const bytes text = text_like(3 * stream.unit(), 17);
     stream.text(text);
@@ -371,7 +371,7 @@ TEST(PumpCompressed, BeginsAtTheGivenOffset) {
 }
 
 // Chunks of three bytes claim 4096 each. The unit stands for 16 clusters, and no more comes out.
-TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_whose_chunks_claim_more) {
+TEST(pump_compressed, gives_no_more_than_16_clusters_of_a_unit_whose_chunks_claim_more) {
     compressed_stream stream;
     bytes chunks;
     for (std::size_t i = 0; i < 4000; ++i) {
@@ -388,7 +388,7 @@ TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_whose_chunks_claim
     EXPECT_EQ(got.out, concat({bytes(2 * stream.unit(), 0), text}));
 }
 
-TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_with_chunks_and_raw_bytes) {
+TEST(pump_compressed, gives_no_more_than_16_clusters_of_a_unit_with_chunks_and_raw_bytes) {
     compressed_stream stream;
     const bytes first = text_like(4096, 16);
     bytes damaged = concat({lznt1_stored_chunk(first), from_hex("01 30")});
@@ -403,7 +403,7 @@ TEST(PumpCompressed, gives_no_more_than_16_clusters_of_a_unit_with_chunks_and_ra
     EXPECT_EQ(got.out, concat({first, first_bytes(damaged, 15 * 4096), text}));
 }
 
-TEST(PumpCompressed, WritesNothingOfAThousandfoldUnitThatFails) {
+TEST(pump_compressed, writes_nothing_of_a_thousandfold_unit_that_fails) {
     compressed_stream stream;
     bytes chunks;
     for (std::size_t i = 0; i < 100; ++i) {
@@ -420,7 +420,7 @@ TEST(PumpCompressed, WritesNothingOfAThousandfoldUnitThatFails) {
     EXPECT_TRUE(got.out.empty());
 }
 
-TEST(PumpCompressed, StopsReadingWhenTheStreamTakesNoMore) {
+TEST(pump_compressed, stops_reading_when_the_stream_takes_no_more) {
     compressed_stream stream;
     stream.text(text_like(3 * stream.unit(), 18));
     opened_volume opened(stream.volume());
@@ -470,7 +470,7 @@ std::size_t allocations_for(std::size_t triples) {
     return after - before;
 }
 
-TEST(PumpCompressed, AsksForNoMemoryForAUnitOrAChunk) {
+TEST(pump_compressed, asks_for_no_memory_for_a_unit_or_a_chunk) {
     const std::size_t few = allocations_for(2);
     EXPECT_GT(few, 0u) << "the buffers of the pump";
     EXPECT_EQ(allocations_for(40), few);
@@ -478,7 +478,7 @@ TEST(PumpCompressed, AsksForNoMemoryForAUnitOrAChunk) {
 
 // Beside the plain way.
 
-TEST(PumpCompressedBesideThePlainOne, GivesTheSameOnDamagedStreams) {
+TEST(pump_compressed_beside_the_plain_one, gives_the_same_on_damaged_streams) {
     std::mt19937 random(4);
     for (const std::uint32_t sectors : {1u, 8u}) {
         compressed_stream stream(sectors);
@@ -519,7 +519,7 @@ struct cluster_shape {
 };
 
 // Clusters whose unit of 16 is longer than the whole source.
-class PumpCompressedOnLargeClusters : public ::testing::TestWithParam<cluster_shape> {
+class pump_compressed_on_large_clusters : public ::testing::TestWithParam<cluster_shape> {
   protected:
     // So many chunks, no two neighbours alike, of few bytes each.
     struct chunked {
@@ -545,7 +545,7 @@ class PumpCompressedOnLargeClusters : public ::testing::TestWithParam<cluster_sh
     compressed_stream m_stream{GetParam().sectors, GetParam().bytes_per_sector};
 };
 
-TEST_P(PumpCompressedOnLargeClusters, takes_16_clusters_for_a_unit_on_a_source_of_fewer) {
+TEST_P(pump_compressed_on_large_clusters, takes_16_clusters_for_a_unit_on_a_source_of_fewer) {
     const std::size_t unit = m_stream.unit();
     const chunked first = short_chunks(unit / 4096);
     const chunked second = short_chunks(unit / 4096 - 5);
@@ -562,7 +562,7 @@ TEST_P(PumpCompressedOnLargeClusters, takes_16_clusters_for_a_unit_on_a_source_o
     EXPECT_TRUE(got.out == expected);
 }
 
-TEST_P(PumpCompressedOnLargeClusters, gives_16_stored_clusters_as_they_are) {
+TEST_P(pump_compressed_on_large_clusters, gives_16_stored_clusters_as_they_are) {
     const std::size_t cluster = m_stream.cluster();
     const bytes stored = random_bytes(cluster, 31);
     m_stream.unit_of_bytes(stored);
@@ -583,7 +583,7 @@ TEST_P(PumpCompressedOnLargeClusters, gives_16_stored_clusters_as_they_are) {
     EXPECT_TRUE(got.out == expected);
 }
 
-TEST_P(PumpCompressedOnLargeClusters, gives_the_same_as_the_plain_way_on_damaged_streams) {
+TEST_P(pump_compressed_on_large_clusters, gives_the_same_as_the_plain_way_on_damaged_streams) {
     std::mt19937 random(GetParam().sectors);
     const std::size_t unit = m_stream.unit();
     const chunked text = short_chunks(unit / 4096);
@@ -616,7 +616,7 @@ TEST_P(PumpCompressedOnLargeClusters, gives_the_same_as_the_plain_way_on_damaged
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, PumpCompressedOnLargeClusters,
+INSTANTIATE_TEST_SUITE_P(shapes, pump_compressed_on_large_clusters,
                          ::testing::Values(cluster_shape{255, 512}, cluster_shape{255, 1024},
                                            cluster_shape{128, 1024}),
                          [](const auto& shape) {
@@ -624,7 +624,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, PumpCompressedOnLargeClusters,
                                     std::to_string(shape.param.bytes_per_sector);
                          });
 
-TEST(PumpCompressed, FailsWhereThereIsNoMemory) {
+TEST(pump_compressed, fails_where_there_is_no_memory) {
     compressed_stream stream(1);
     stream.unit_of_text(text_like(stream.unit(), 22));
     std::size_t failed = 0;

@@ -47,7 +47,7 @@ bytes first_bytes(const bytes& text, std::size_t count) {
     return bytes(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
-TEST(DecompressUnit, RefusesAnEmptyUnitAndALimitOfZero) {
+TEST(decompress_unit, refuses_an_empty_unit_and_a_limit_of_zero) {
     const outcome empty = make_plain({}, 4096, stored_unit);
     EXPECT_FALSE(empty.ok);
     EXPECT_EQ(empty.written, 0u);
@@ -57,7 +57,7 @@ TEST(DecompressUnit, RefusesAnEmptyUnitAndALimitOfZero) {
     EXPECT_TRUE(no_limit.plain.empty());
 }
 
-TEST(DecompressUnit, WritesAUnitOf16StoredClustersAsItIs) {
+TEST(decompress_unit, writes_a_unit_of_16_stored_clusters_as_it_is) {
     const bytes unit = random_bytes(unit_size, 4);
     const outcome got = make_plain(unit, 1000000, stored_unit);
     EXPECT_TRUE(got.ok);
@@ -65,7 +65,7 @@ TEST(DecompressUnit, WritesAUnitOf16StoredClustersAsItIs) {
     EXPECT_EQ(got.plain, unit);
 }
 
-TEST(DecompressUnit, CutsAPlainUnitAtTheLimit) {
+TEST(decompress_unit, cuts_a_plain_unit_at_the_limit) {
     const bytes unit = random_bytes(unit_size, 4);
     const outcome got = make_plain(unit, 100, stored_unit);
     EXPECT_TRUE(got.ok);
@@ -73,7 +73,7 @@ TEST(DecompressUnit, CutsAPlainUnitAtTheLimit) {
     EXPECT_EQ(got.plain, first_bytes(unit, 100));
 }
 
-TEST(DecompressUnit, WalksTheChunksOfAFullUnitThatBeginsWithAStoredChunk) {
+TEST(decompress_unit, walks_the_chunks_of_a_full_unit_that_begins_with_a_stored_chunk) {
     const bytes first = random_bytes(4096, 1);
     const bytes second = random_bytes(4096, 2);
     bytes unit = concat({lznt1_stored_chunk(first), lznt1_stored_chunk(second)});
@@ -85,7 +85,7 @@ TEST(DecompressUnit, WalksTheChunksOfAFullUnitThatBeginsWithAStoredChunk) {
     EXPECT_EQ(got.plain, concat({first, second}));
 }
 
-TEST(DecompressUnit, TakesTheFirstTwoBytesAloneForTheSignOfAStoredChunk) {
+TEST(decompress_unit, takes_the_first_two_bytes_alone_for_the_sign_of_a_stored_chunk) {
     bytes unit = padded({0xFF, 0x3F});
     EXPECT_EQ(make_plain(unit, 1000000, stored_unit).written, 4096u);
     unit[1] = 0x3E;
@@ -93,7 +93,7 @@ TEST(DecompressUnit, TakesTheFirstTwoBytesAloneForTheSignOfAStoredChunk) {
     EXPECT_EQ(make_plain({0xFF}, 1000000, stored_unit).written, 1u);
 }
 
-TEST(DecompressUnit, DecodesTheChunksOfAUnitWithSparseClusters) {
+TEST(decompress_unit, decodes_the_chunks_of_a_unit_with_sparse_clusters) {
     const bytes text = text_like(unit_size, 6);
     const bytes chunks = lznt1_chunks(text);
     ASSERT_LT(chunks.size(), unit_size - 4096) << "the example compresses";
@@ -103,7 +103,7 @@ TEST(DecompressUnit, DecodesTheChunksOfAUnitWithSparseClusters) {
     EXPECT_EQ(got.plain, text);
 }
 
-TEST(DecompressUnit, GivesTheChunksThatAUnitHasAndNoMore) {
+TEST(decompress_unit, gives_the_chunks_that_a_unit_has_and_no_more) {
     const bytes text = text_like(3 * 4096, 6);
     const outcome got = make_plain(padded(lznt1_chunks(text)), 1000000, sparse_unit);
     EXPECT_TRUE(got.ok);
@@ -111,7 +111,7 @@ TEST(DecompressUnit, GivesTheChunksThatAUnitHasAndNoMore) {
     EXPECT_EQ(got.plain, text);
 }
 
-TEST(DecompressUnit, CountsAChunkOfOneLiteralAs4096Bytes) {
+TEST(decompress_unit, counts_a_chunk_of_one_literal_as_4096_bytes) {
     const bytes unit = padded(from_hex("01 B0 00 41"));
     const outcome got = make_plain(unit, 1000000, sparse_unit);
     EXPECT_TRUE(got.ok);
@@ -121,7 +121,7 @@ TEST(DecompressUnit, CountsAChunkOfOneLiteralAs4096Bytes) {
     EXPECT_EQ(got.plain, expected);
 }
 
-TEST(DecompressUnit, ShowsTheBytesOfTheChunkBeforeInAChunkThatEndsEarly) {
+TEST(decompress_unit, shows_the_bytes_of_the_chunk_before_in_a_chunk_that_ends_early) {
     const bytes text = text_like(4096, 8);
     lznt1_payload nine_literals;
     nine_literals.literals(to_bytes("123456789"));
@@ -133,7 +133,7 @@ TEST(DecompressUnit, ShowsTheBytesOfTheChunkBeforeInAChunkThatEndsEarly) {
 }
 
 // A stored chunk in between does not count as the chunk before.
-TEST(DecompressUnit, ShowsTheBytesOfTheLastCompressedChunkInAChunkThatEndsEarly) {
+TEST(decompress_unit, shows_the_bytes_of_the_last_compressed_chunk_in_a_chunk_that_ends_early) {
     const bytes text = text_like(4096, 8);
     const bytes stored = random_bytes(4096, 8);
     lznt1_payload nine_literals;
@@ -145,7 +145,7 @@ TEST(DecompressUnit, ShowsTheBytesOfTheLastCompressedChunkInAChunkThatEndsEarly)
     EXPECT_EQ(make_plain(unit, 1000000, sparse_unit).plain, concat({text, stored, third}));
 }
 
-TEST(DecompressUnit, ShowsZerosInTheFirstChunkWhereItEndsEarly) {
+TEST(decompress_unit, shows_zeros_in_the_first_chunk_where_it_ends_early) {
     lznt1_payload nine_literals;
     nine_literals.literals(to_bytes("123456789"));
     bytes expected = to_bytes("123456789");
@@ -153,7 +153,7 @@ TEST(DecompressUnit, ShowsZerosInTheFirstChunkWhereItEndsEarly) {
     EXPECT_EQ(make_plain(padded(lznt1_chunk(nine_literals.build())), 1000000, sparse_unit).plain, expected);
 }
 
-TEST(DecompressUnit, CutsTheLastUnitAtTheLimit) {
+TEST(decompress_unit, cuts_the_last_unit_at_the_limit) {
     const bytes text = text_like(3 * 4096, 6);
     const bytes unit = padded(lznt1_chunks(text));
     const outcome got = make_plain(unit, 100, sparse_unit);
@@ -164,20 +164,20 @@ TEST(DecompressUnit, CutsTheLastUnitAtTheLimit) {
 }
 
 // The chunks behind the limit are decoded all the same: damage there is damage of the unit.
-TEST(DecompressUnit, FailsForADamagedChunkBehindTheLimit) {
+TEST(decompress_unit, fails_for_a_damaged_chunk_past_the_limit) {
     const bytes text = text_like(4096, 6);
     bytes unit = concat({lznt1_chunk(lznt1_compress(text)), from_hex("09 B0 01 FF FF 00 00 00 00 00 00 00")});
     const outcome got = make_plain(padded(unit), 100, sparse_unit);
     EXPECT_FALSE(got.ok);
 }
 
-TEST(DecompressUnit, GivesAWhollySparseUnitAsNothingWritten) {
+TEST(decompress_unit, gives_a_wholly_sparse_unit_as_nothing_written) {
     const outcome got = make_plain(bytes(unit_size, 0), 1000000, sparse_unit);
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.written, 0u);
 }
 
-TEST(DecompressUnit, IgnoresTheSignatureOfAChunk) {
+TEST(decompress_unit, ignores_the_signature_of_a_chunk) {
     const bytes text = text_like(4096, 9);
     for (unsigned signature = 0; signature < 8; ++signature) {
         bytes unit = lznt1_chunk(lznt1_compress(text));
@@ -189,7 +189,7 @@ TEST(DecompressUnit, IgnoresTheSignatureOfAChunk) {
     }
 }
 
-TEST(DecompressUnit, PassesOverTheRestOfABlockAtAZeroHeader) {
+TEST(decompress_unit, passes_over_the_rest_of_a_block_at_a_zero_header) {
     const bytes text = text_like(4096, 10);
     const bytes chunk = lznt1_chunk(lznt1_compress(text));
     ASSERT_LT(chunk.size(), 4000u);
@@ -202,7 +202,7 @@ TEST(DecompressUnit, PassesOverTheRestOfABlockAtAZeroHeader) {
 }
 
 // A signature without a size is a zero header as well.
-TEST(DecompressUnit, EndsABlockAtAHeaderOfSizeZeroWhateverItsSignature) {
+TEST(decompress_unit, ends_a_block_at_a_header_of_size_zero_whatever_its_signature) {
     bytes unit(2 * 4096, 0xCC);
     unit[0] = 0x00;
     unit[1] = 0x70;
@@ -213,7 +213,7 @@ TEST(DecompressUnit, EndsABlockAtAHeaderOfSizeZeroWhateverItsSignature) {
     EXPECT_EQ(got.written, 0u);
 }
 
-TEST(DecompressUnit, FailsAtAnImpossibleHeaderWithZerosInTheLastBlock) {
+TEST(decompress_unit, fails_at_an_impossible_header_with_zeros_in_the_last_block) {
     for (const char* const header : {"01 30", "FE 3F", "00 01", "34 02"}) {
         const outcome got = make_plain(padded(from_hex(header)), 1000000, sparse_unit);
         EXPECT_FALSE(got.ok) << header;
@@ -221,12 +221,12 @@ TEST(DecompressUnit, FailsAtAnImpossibleHeaderWithZerosInTheLastBlock) {
     }
 }
 
-TEST(DecompressUnit, FailsAtATokenAheadOfTheChunkWithZerosInTheLastBlock) {
+TEST(decompress_unit, fails_at_a_token_ahead_of_the_chunk_with_zeros_in_the_last_block) {
     EXPECT_FALSE(make_plain(padded(from_hex("03 B0 01 00 00 00")), 1000000, sparse_unit).ok);
 }
 
 // Chunks and then the raw unit: what was given out before the damage stays.
-TEST(DecompressUnit, GivesTheRawUnitBehindItsChunksWhenTheLastBlockIsNotZero) {
+TEST(decompress_unit, gives_the_raw_unit_after_its_chunks_when_the_last_block_is_not_zero) {
     const bytes text = text_like(4096, 12);
     bytes unit = padded(concat({lznt1_chunk(lznt1_compress(text)), from_hex("01 30")}));
     unit.back() = 1;
@@ -240,7 +240,7 @@ TEST(DecompressUnit, GivesTheRawUnitBehindItsChunksWhenTheLastBlockIsNotZero) {
     EXPECT_EQ(used_up.plain, text);
 }
 
-TEST(DecompressUnit, LooksAtTheLast4096BytesAndNoOthersForTheRescue) {
+TEST(decompress_unit, looks_at_the_last_4096_bytes_and_no_others_for_the_rescue) {
     bytes unit = padded(from_hex("01 30"), 8192);
     unit[4095] = 1;
     EXPECT_FALSE(make_plain(unit, 1000000, sparse_unit).ok);
@@ -248,7 +248,7 @@ TEST(DecompressUnit, LooksAtTheLast4096BytesAndNoOthersForTheRescue) {
     EXPECT_TRUE(make_plain(unit, 1000000, sparse_unit).ok);
 }
 
-TEST(DecompressUnit, LooksOnlyAtBytesThatExistForTheRescueOfAShortUnit) {
+TEST(decompress_unit, looks_only_at_bytes_that_exist_for_the_rescue_of_a_short_unit) {
     // The damage itself is among the last bytes then, so a short unit is always taken for plain.
     const bytes unit = padded(from_hex("01 30"), 100);
     const outcome got = make_plain(unit, 1000000, sparse_unit);
@@ -256,7 +256,7 @@ TEST(DecompressUnit, LooksOnlyAtBytesThatExistForTheRescueOfAShortUnit) {
     EXPECT_EQ(got.plain, unit);
 }
 
-TEST(DecompressUnit, MovesOnByTheGivenPartOfAStoredChunk) {
+TEST(decompress_unit, moves_on_by_the_given_part_of_a_stored_chunk) {
     // Behind the limit of 10 bytes the walk goes on in the middle of the block, where it finds zero headers.
     bytes block(4096, 0);
     std::fill(block.begin(), block.begin() + 10, std::uint8_t{'b'});
@@ -268,14 +268,14 @@ TEST(DecompressUnit, MovesOnByTheGivenPartOfAStoredChunk) {
     EXPECT_FALSE(full_block.ok);
 }
 
-TEST(DecompressUnit, TakesAUnitWithoutFlagsForCompressed) {
+TEST(decompress_unit, takes_a_unit_without_flags_for_compressed) {
     EXPECT_EQ(make_plain(bytes(4096, 0), 1000000, 0).written, 0u);
     EXPECT_EQ(make_plain(bytes(4096, 0), 1000000, unit_met_sparse).written, 0u);
 }
 
-class JudgedByTail : public ::testing::TestWithParam<std::size_t> {};
+class judged_by_tail : public ::testing::TestWithParam<std::size_t> {};
 
-TEST_P(JudgedByTail, IsPlainWithAByteSetInASampledWordOfTheLastBlock) {
+TEST_P(judged_by_tail, is_plain_with_a_byte_set_in_a_sampled_word_of_the_last_block) {
     for (const std::size_t in_word : {0u, 7u}) {
         bytes unit(8192, 0);
         unit[4096 + GetParam() + in_word] = 1;
@@ -284,9 +284,9 @@ TEST_P(JudgedByTail, IsPlainWithAByteSetInASampledWordOfTheLastBlock) {
         EXPECT_EQ(got.plain, unit);
     }
 }
-INSTANTIATE_TEST_SUITE_P(SampledWords, JudgedByTail, ::testing::Values(0, 8, 0x200, 0x400));
+INSTANTIATE_TEST_SUITE_P(sampled_words, judged_by_tail, ::testing::Values(0, 8, 0x200, 0x400));
 
-TEST(DecompressUnit, JudgedByItsTailIsCompressedWithNothingInTheSampledWords) {
+TEST(decompress_unit, judged_by_its_tail_is_compressed_with_nothing_in_the_sampled_words) {
     bytes unit(8192, 0xCC);
     std::fill(unit.begin(), unit.begin() + 2, std::uint8_t{0});
     for (const std::size_t word : {0u, 8u, 0x200u, 0x400u}) {
@@ -295,13 +295,13 @@ TEST(DecompressUnit, JudgedByItsTailIsCompressedWithNothingInTheSampledWords) {
     EXPECT_EQ(make_plain(unit, 1000000, unit_judge_by_tail).written, 0u) << "zero headers at both blocks";
 }
 
-TEST(DecompressUnit, JudgedByItsTailIsPlainAtALengthOfExactly4096) {
+TEST(decompress_unit, judged_by_its_tail_is_plain_at_a_length_of_exactly_4096) {
     EXPECT_EQ(make_plain(bytes(4096, 0), 1000000, unit_judge_by_tail).written, 4096u);
     EXPECT_EQ(make_plain(bytes(4097, 0), 1000000, unit_judge_by_tail).written, 0u);
     EXPECT_EQ(make_plain(bytes(4095, 0), 1000000, unit_judge_by_tail).written, 0u);
 }
 
-TEST(DecompressUnit, JudgedByItsTailLooksOnlyAtBytesThatExist) {
+TEST(decompress_unit, judged_by_its_tail_looks_only_at_bytes_that_exist) {
     // In a unit of 3600 bytes the word at 0x200 of the last block begins 16 bytes in; the first two lie
     // ahead.
     bytes unit(3600, 0);
@@ -317,7 +317,7 @@ TEST(DecompressUnit, JudgedByItsTailLooksOnlyAtBytesThatExist) {
     EXPECT_EQ(make_plain(bytes(1, 0), 1000000, unit_judge_by_tail).written, 0u);
 }
 
-TEST(DecompressUnit, EndsAChunkThatClaimsMoreThanTheUnitHoldsWithTheUnit) {
+TEST(decompress_unit, ends_a_chunk_that_claims_more_than_the_unit_holds_with_the_unit) {
     // The header claims a payload of 4096 bytes; ten are there, all literals but for the flag bytes.
     const bytes unit = from_hex("FF BF 00 41 42 43 44 45 46 47 48 00");
     bytes expected = to_bytes("ABCDEFGH");
@@ -327,13 +327,13 @@ TEST(DecompressUnit, EndsAChunkThatClaimsMoreThanTheUnitHoldsWithTheUnit) {
     EXPECT_EQ(got.plain, expected);
 }
 
-TEST(DecompressUnit, GivesZerosForAChunkOfWhichOnlyTheHeaderIsThere) {
+TEST(decompress_unit, gives_zeros_for_a_chunk_of_which_only_the_header_is_there) {
     const outcome got = make_plain(from_hex("FF BF"), 1000000, sparse_unit);
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.plain, bytes(4096, 0));
 }
 
-TEST(DecompressUnit, judges_a_chunk_that_claims_more_than_eight_bytes_by_its_claim_where_the_unit_ends) {
+TEST(decompress_unit, judges_a_chunk_that_claims_more_than_eight_bytes_by_its_claim_where_the_unit_ends) {
     // A whole chunk, then one that claims nine bytes of which three exist, and one that claims eight.
     const bytes text = text_like(4096, 8);
     const bytes first = lznt1_chunks(text);
@@ -352,7 +352,7 @@ TEST(DecompressUnit, judges_a_chunk_that_claims_more_than_eight_bytes_by_its_cla
     EXPECT_EQ(eight.plain, concat({text, zeros}));
 }
 
-TEST(DecompressUnit, ReadsAHeaderOnTheLastByteWithAZeroBehindIt) {
+TEST(decompress_unit, reads_a_header_on_the_last_byte_with_a_zero_after_it) {
     // 0x00 and a zero: the block is over. 0x41 and a zero: an impossible header, and a last block that is not
     // zero.
     const bytes chunk = lznt1_chunk(bytes(9, 0));
@@ -361,13 +361,13 @@ TEST(DecompressUnit, ReadsAHeaderOnTheLastByteWithAZeroBehindIt) {
     EXPECT_EQ(make_plain(odd, 1000000, sparse_unit).written, 4096 + odd.size());
 }
 
-TEST(DecompressUnit, TakesAUnitOfOneByte) {
+TEST(decompress_unit, takes_a_unit_of_one_byte) {
     EXPECT_EQ(make_plain({0x00}, 10, sparse_unit).written, 0u);
     EXPECT_EQ(make_plain({0x42}, 10, sparse_unit).plain, bytes(1, 0x42)) << "no header, so taken for plain";
     EXPECT_EQ(make_plain({0x42}, 10, stored_unit).plain, bytes(1, 0x42));
 }
 
-TEST(DecompressUnit, GivesOfAStoredChunkWhatTheUnitHolds) {
+TEST(decompress_unit, gives_of_a_stored_chunk_what_the_unit_holds) {
     const bytes stored = lznt1_stored_chunk(random_bytes(4096, 3));
     for (const std::size_t size : {2u, 3u, 100u, 4097u}) {
         const outcome got = make_plain(first_bytes(stored, size), 1000000, sparse_unit);
@@ -377,14 +377,14 @@ TEST(DecompressUnit, GivesOfAStoredChunkWhatTheUnitHolds) {
     }
 }
 
-TEST(DecompressUnit, TakesATokenOnTheLastByteOfTheUnitWithAZeroBehindIt) {
+TEST(decompress_unit, takes_a_token_on_the_last_byte_of_the_unit_with_a_zero_after_it) {
     // Flags 0b10, a literal, and the low byte of a token: distance 1, length 5.
     bytes expected(6, 'A');
     expected.resize(4096);
     EXPECT_EQ(make_plain(from_hex("02 B0 02 41 02"), 1000000, sparse_unit).plain, expected);
 }
 
-TEST(DecompressUnit, GivesOneChunkOf4096BytesForEveryThreeBytesUpToTheLimit) {
+TEST(decompress_unit, gives_one_chunk_of_4096_bytes_for_every_three_bytes_up_to_the_limit) {
     bytes unit;
     for (int i = 0; i < 50; ++i) {
         unit = concat({unit, from_hex("00 B0 00")});
@@ -411,7 +411,7 @@ bytes small_unit() {
     return padded(small_chunks(), 2 * 4096);
 }
 
-TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
+TEST(decompress_unit, takes_a_unit_with_each_byte_flipped_as_the_slow_decoder_does) {
     const bytes unit = small_unit();
     for (std::size_t at = 0; at < unit.size(); ++at) {
         bytes damaged = unit;
@@ -420,14 +420,14 @@ TEST(DecompressUnit, TakesAUnitWithEachByteFlippedAsTheSlowDecoderDoes) {
     }
 }
 
-TEST(DecompressUnit, TakesAUnitCutAtEachLengthAsTheSlowDecoderDoes) {
+TEST(decompress_unit, takes_a_unit_cut_at_each_length_as_the_slow_decoder_does) {
     const bytes unit = small_unit();
     for (std::size_t size = 1; size <= unit.size(); ++size) {
         expect_same_as_slow(first_bytes(unit, size), 1000000);
     }
 }
 
-TEST(DecompressUnit, TakesEveryLimitAsTheSlowDecoderDoes) {
+TEST(decompress_unit, takes_every_limit_as_the_slow_decoder_does) {
     const bytes unit = small_unit();
     for (std::size_t limit = 1; limit < 12400; limit += 11) {
         expect_same_as_slow(unit, limit);

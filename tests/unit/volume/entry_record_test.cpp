@@ -34,7 +34,7 @@ const general_attribute& only_attribute(const entry_record& record) {
     return record.attributes.begin()->second;
 }
 
-TEST(CategorizeAttribute, RefusesWhatIsNotWhollyInsideItsRecord) {
+TEST(categorize_attribute, refuses_what_is_not_wholly_inside_its_record) {
     entry_record record;
     const bytes built = attribute_builder::resident(0x80, to_bytes("abc")).build();
     bool is_list = true;
@@ -49,7 +49,7 @@ TEST(CategorizeAttribute, RefusesWhatIsNotWhollyInsideItsRecord) {
     EXPECT_TRUE(sort(record, built));
 }
 
-TEST(CategorizeAttribute, LeavesAnAttributeListToTheCaller) {
+TEST(categorize_attribute, leaves_an_attribute_list_to_the_caller) {
     entry_record record;
     const bytes list = attribute_builder::resident(0x20, pattern(32)).build();
     bool is_list = false;
@@ -63,9 +63,9 @@ struct label_row {
     const char* label;
     std::size_t value_size;
 };
-class Labels : public ::testing::TestWithParam<label_row> {};
+class labels_test : public ::testing::TestWithParam<label_row> {};
 
-TEST_P(Labels, StandInTheGeneralForm) {
+TEST_P(labels_test, stand_in_the_general_form) {
     const label_row& row = GetParam();
     const entry_record record =
         sorted(attribute_builder::resident(row.type, pattern(row.value_size)).id(7).named("n"));
@@ -75,7 +75,7 @@ TEST_P(Labels, StandInTheGeneralForm) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Types, Labels,
+    types, labels_test,
     ::testing::Values(label_row{0x40, "obj id", 16}, label_row{0x50, "security descr", 20},
                       label_row{0x60, "vol name", 8}, label_row{0x70, "vol info", 12},
                       label_row{0x80, "ads", 5}, label_row{0x90, "indx root", 32},
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(
                       label_row{0xF0, "property set", 8}, label_row{0x100, "logged stream", 8},
                       label_row{0x110, "unk", 8}, label_row{0x08, "unk", 8}, label_row{0x1000, "unk", 8}));
 
-TEST(CategorizeAttribute, LabelsUnnamedData) {
+TEST(categorize_attribute, labels_unnamed_data) {
     const entry_record record = sorted(attribute_builder::resident(0x80, to_bytes("abc")).id(3));
     EXPECT_EQ(only_attribute(record).label, "unnamed data");
     EXPECT_TRUE(record.has_unnamed_data);
@@ -93,14 +93,14 @@ TEST(CategorizeAttribute, LabelsUnnamedData) {
     EXPECT_FALSE(sorted(attribute_builder::resident(0xB0, to_bytes("abc"))).has_unnamed_data);
 }
 
-TEST(CategorizeAttribute, KeepsTheBytesOfTheWholeAttribute) {
+TEST(categorize_attribute, keeps_the_bytes_of_the_whole_attribute) {
     const bytes built = attribute_builder::resident(0x80, to_bytes("abc")).build();
     entry_record record;
     ASSERT_TRUE(sort(record, built, pattern(40)));
     EXPECT_EQ(only_attribute(record).bytes, built);
 }
 
-TEST(CategorizeAttribute, DecodesTheRunsOfANonResidentAttribute) {
+TEST(categorize_attribute, decodes_the_runs_of_a_non_resident_attribute) {
     for (const std::uint32_t type : {0x50u, 0x80u, 0x90u, 0xA0u, 0xB0u, 0xD0u, 0xE0u, 0xF0u, 0x100u, 0x60u}) {
         const entry_record record = sorted(attribute_builder::non_resident(type, {{100, 8}, {hole, 2}}));
         const cluster_run_list& runs = only_attribute(record).runs.list();
@@ -113,7 +113,7 @@ TEST(CategorizeAttribute, DecodesTheRunsOfANonResidentAttribute) {
 
 // Names.
 
-TEST(CategorizeAttribute, ReadsANameThatEndsWithItsRecord) {
+TEST(categorize_attribute, reads_a_name_that_ends_with_its_record) {
     const bytes built = attribute_builder::resident(0x80, {}).named("abcd").build();
     ASSERT_EQ(built.size(), 32u) << "the name is the last thing in the attribute";
     entry_record record;
@@ -121,7 +121,7 @@ TEST(CategorizeAttribute, ReadsANameThatEndsWithItsRecord) {
     EXPECT_EQ(only_attribute(record).name, L"abcd");
 }
 
-TEST(CategorizeAttribute, ReadsANameBehindTheAttributeAsLongAsTheRecordHoldsIt) {
+TEST(categorize_attribute, reads_a_name_after_the_attribute_as_long_as_the_record_holds_it) {
     entry_record record;
     const bytes built =
         attribute_builder::resident(0x80, to_bytes("abcdefgh")).force(9, 1, 2).force(10, 2, 32).build();
@@ -130,7 +130,7 @@ TEST(CategorizeAttribute, ReadsANameBehindTheAttributeAsLongAsTheRecordHoldsIt) 
 }
 
 // Of a name that the record's end cuts, the part that exists is read; only the count of units is compared.
-TEST(CategorizeAttribute, ReadsThePartOfANameThatItsRecordHolds) {
+TEST(categorize_attribute, reads_the_part_of_a_name_that_its_record_holds) {
     const bytes built = attribute_builder::resident(0x80, {}).named("abcdefgh").force(9, 1, 12).build();
     ASSERT_EQ(built.size(), 40u);
     entry_record record;
@@ -147,7 +147,7 @@ TEST(CategorizeAttribute, ReadsThePartOfANameThatItsRecordHolds) {
     EXPECT_EQ(only_attribute(longer).label, "ads");
 }
 
-TEST(CategorizeAttribute, ReadsNoByteOfTheValueThatFollowsAName) {
+TEST(categorize_attribute, reads_no_byte_of_the_value_that_follows_a_name) {
     const auto name_of = [](const char* name) {
         return only_attribute(sorted(attribute_builder::resident(0x80, to_bytes("efgh")).named(name))).name;
     };
@@ -155,14 +155,14 @@ TEST(CategorizeAttribute, ReadsNoByteOfTheValueThatFollowsAName) {
     EXPECT_EQ(name_of("a"), L"a");
 }
 
-TEST(CategorizeAttribute, ReadsNoNameAtOffsetZero) {
+TEST(categorize_attribute, reads_no_name_at_offset_zero) {
     EXPECT_EQ(only_attribute(sorted(attribute_builder::resident(0x80, {}).named("ab").force(10, 2, 0))).name,
               L"");
 }
 
 // Each kind.
 
-TEST(CategorizeAttribute, KeepsStandardInformationUnderItsId) {
+TEST(categorize_attribute, keeps_standard_information_under_its_id) {
     standard_information value;
     value.security_id = 5;
     const entry_record record = sorted(attribute_builder::resident(0x10, value.build()).id(4).flags(1));
@@ -174,14 +174,14 @@ TEST(CategorizeAttribute, KeepsStandardInformationUnderItsId) {
     EXPECT_TRUE(record.attributes.empty());
 }
 
-TEST(CategorizeAttribute, KeepsAtMost72BytesOfStandardInformation) {
+TEST(categorize_attribute, keeps_at_most_72_bytes_of_standard_information) {
     EXPECT_EQ(sorted(attribute_builder::resident(0x10, pattern(100))).std_infos.begin()->second.bytes.size(),
               72u);
     EXPECT_EQ(sorted(attribute_builder::resident(0x10, pattern(48))).std_infos.begin()->second.bytes.size(),
               48u);
 }
 
-TEST(CategorizeAttribute, JudgesAZeroTimeAsNull) {
+TEST(categorize_attribute, judges_a_zero_time_as_null) {
     for (int which = 0; which < 4; ++which) {
         standard_information value;
         std::uint64_t* const times[] = {&value.times.created, &value.times.modified, &value.times.mft_changed,
@@ -198,14 +198,14 @@ TEST(CategorizeAttribute, JudgesAZeroTimeAsNull) {
     }
 }
 
-TEST(CategorizeAttribute, JudgesNoTimeAsTooLate) {
+TEST(categorize_attribute, judges_no_time_as_too_late) {
     standard_information value;
     value.times.created = ~std::uint64_t{0};
     EXPECT_EQ(sorted(attribute_builder::resident(0x10, value.build())).std_infos.begin()->second.judgement,
               "");
 }
 
-TEST(CategorizeAttribute, KeepsTheFirstOfTwoOfOneId) {
+TEST(categorize_attribute, keeps_the_first_of_two_of_one_id) {
     entry_record record;
     ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 1)).build()));
     ASSERT_TRUE(sort(record, attribute_builder::resident(0x10, pattern(48, 2)).build()));
@@ -213,7 +213,7 @@ TEST(CategorizeAttribute, KeepsTheFirstOfTwoOfOneId) {
 }
 
 // A value ends with its attribute, wherever its header says that it lies; what stands behind is not taken.
-TEST(CategorizeAttribute, TakesNoByteOfAValueFromBehindItsAttribute) {
+TEST(categorize_attribute, takes_no_byte_of_a_value_from_after_its_attribute) {
     const auto holds_none = [](const bytes& kept) {
         return std::find(kept.begin(), kept.end(), std::uint8_t{0xEE}) == kept.end();
     };
@@ -256,9 +256,9 @@ TEST(CategorizeAttribute, TakesNoByteOfAValueFromBehindItsAttribute) {
     }
 }
 
-class NeedsAValue : public ::testing::TestWithParam<std::uint32_t> {};
+class needs_a_value : public ::testing::TestWithParam<std::uint32_t> {};
 
-TEST_P(NeedsAValue, OrIsPassedOver) {
+TEST_P(needs_a_value, or_is_passed_over) {
     const std::uint32_t type = GetParam();
     for (const auto& built : {attribute_builder::resident(type, pattern(80)).force(16, 4, 0),
                               attribute_builder::resident(type, pattern(80)).force(20, 2, 0),
@@ -272,11 +272,11 @@ TEST_P(NeedsAValue, OrIsPassedOver) {
         EXPECT_TRUE(record.attributes.empty());
     }
 }
-INSTANTIATE_TEST_SUITE_P(Types, NeedsAValue, ::testing::Values(0x10, 0x30, 0x40, 0x70, 0xC0));
+INSTANTIATE_TEST_SUITE_P(types, needs_a_value, ::testing::Values(0x10, 0x30, 0x40, 0x70, 0xC0));
 
 // Deliberate: one would expect the header's flag to be asked. It is not, so that a damaged flag hides neither
 // the times and names of a file nor, for want of a time, its copy.
-TEST(CategorizeAttribute, ReadsTheTypedValuesOfAnAttributeWhoseFlagSaysThatItLiesInClusters) {
+TEST(categorize_attribute, reads_the_typed_values_of_an_attribute_whose_flag_says_that_it_lies_in_clusters) {
     file_name name;
     name.name = "name";
     const auto flagged = [](std::uint32_t type, const bytes& value) {
@@ -290,7 +290,7 @@ TEST(CategorizeAttribute, ReadsTheTypedValuesOfAnAttributeWhoseFlagSaysThatItLie
     EXPECT_TRUE(flagged(0x90, pattern(32)).index_roots.at(7).empty());
 }
 
-TEST(CategorizeAttribute, KeepsAFileNameUnderParentNameAndEntry) {
+TEST(categorize_attribute, keeps_a_file_name_under_parent_name_and_entry) {
     file_name name;
     name.parent = reference(0x1234, 9);
     name.name = "Caf\xC3\xA9";
@@ -307,7 +307,7 @@ std::uint64_t taken(const entry_record& record) {
 }
 
 // What the bound on the memory for one entry goes by.
-TEST(CategorizeAttribute, CountsTheBytesOfNamesAttributesAndRunsOnce) {
+TEST(categorize_attribute, counts_the_bytes_of_names_attributes_and_runs_once) {
     file_name name;
     name.name = "name";
     const bytes name_attribute = attribute_builder::resident(0x30, name.build()).build();
@@ -336,7 +336,7 @@ TEST(CategorizeAttribute, CountsTheBytesOfNamesAttributesAndRunsOnce) {
 
 // Deliberate: a $FILE_NAME is read as far as its attribute holds it, not as far as its value length says. The
 // user of a record with a damaged length gets the whole name, as the search for paths does.
-TEST(CategorizeAttribute, reads_a_file_name_as_far_as_its_attribute_holds_it_whatever_its_value_length) {
+TEST(categorize_attribute, reads_a_file_name_as_far_as_its_attribute_holds_it_whatever_its_value_length) {
     file_name name;
     name.name = "name";
     for (const std::uint64_t value_length : {1u, 8u, 65u, 66u, 70u, 73u, 74u, 100u, 0xFFFFFFFFu}) {
@@ -352,7 +352,7 @@ TEST(CategorizeAttribute, reads_a_file_name_as_far_as_its_attribute_holds_it_wha
     EXPECT_EQ(short_times.std_infos.at(7).bytes, pattern(20));
 }
 
-TEST(CategorizeAttribute, keeps_no_more_of_a_file_name_than_its_fields_and_units) {
+TEST(categorize_attribute, keeps_no_more_of_a_file_name_than_its_fields_and_units) {
     file_name name;
     name.name = "name";
     bytes value = name.build();
@@ -361,12 +361,12 @@ TEST(CategorizeAttribute, keeps_no_more_of_a_file_name_than_its_fields_and_units
               name.build());
 }
 
-TEST(FileNameKey, HasAtLeastEightDigits) {
+TEST(file_name_key, has_at_least_eight_digits) {
     EXPECT_EQ(file_name_key(0x123456789ABC, "n", 0), "123456789abc_n_00000000");
     EXPECT_EQ(file_name_key(5, "", 0xFFFFFFFF), "00000005__ffffffff");
 }
 
-TEST(CategorizeAttribute, KeepsAFileNameCutAtEveryLength) {
+TEST(categorize_attribute, keeps_a_file_name_cut_at_every_length) {
     file_name name;
     name.name = "name";
     const bytes value = name.build();
@@ -382,7 +382,7 @@ TEST(CategorizeAttribute, KeepsAFileNameCutAtEveryLength) {
     }
 }
 
-TEST(CategorizeAttribute, PassesOverAnObjectIdBelow16Bytes) {
+TEST(categorize_attribute, passes_over_an_object_id_below_16_bytes) {
     EXPECT_TRUE(sorted(attribute_builder::resident(0x40, pattern(15))).attributes.empty());
     const entry_record record = sorted(attribute_builder::resident(0x40, pattern(16)).id(3));
     EXPECT_EQ(record.object_ids.at(3).length, 16u);
@@ -390,14 +390,14 @@ TEST(CategorizeAttribute, PassesOverAnObjectIdBelow16Bytes) {
     EXPECT_EQ(record.attributes.size(), 1u);
 }
 
-TEST(CategorizeAttribute, KeepsAtMost64BytesOfAnObjectId) {
+TEST(categorize_attribute, keeps_at_most_64_bytes_of_an_object_id) {
     const entry_record record = sorted(attribute_builder::resident(0x40, pattern(100)));
     EXPECT_EQ(record.object_ids.at(0).length, 100u);
     const bytes value = pattern(100);
     EXPECT_EQ(record.object_ids.at(0).bytes, bytes(value.begin(), value.begin() + 64));
 }
 
-TEST(CategorizeAttribute, KeepsTheVolumeName) {
+TEST(categorize_attribute, keeps_the_volume_name) {
     EXPECT_EQ(sorted(attribute_builder::resident(0x60, ntfs_name("Data").on_disk()).id(1)).volume_names.at(1),
               L"Data");
     EXPECT_EQ(sorted(attribute_builder::resident(0x60, ntfs_name("Data").on_disk()).named("other"))
@@ -406,7 +406,7 @@ TEST(CategorizeAttribute, KeepsTheVolumeName) {
     EXPECT_EQ(sorted(attribute_builder::resident(0x60, {})).volume_names.at(0), L"") << "never passed over";
 }
 
-TEST(CategorizeAttribute, KeepsTheVersionOfTheVolume) {
+TEST(categorize_attribute, keeps_the_version_of_the_volume) {
     const entry_record record =
         sorted(attribute_builder::resident(0x70, concat({volume_information(3, 1), pattern(4)})).id(6));
     EXPECT_EQ(record.volume_infos.at(6).version_text, "ver: 3:1 (WinXP)");
@@ -414,7 +414,7 @@ TEST(CategorizeAttribute, KeepsTheVersionOfTheVolume) {
     EXPECT_EQ(record.attributes.size(), 1u);
 }
 
-TEST(CategorizeAttribute, KeepsTheFirst16BytesOfAnIndexRoot) {
+TEST(categorize_attribute, keeps_the_first_16_bytes_of_an_index_root) {
     const bytes value = pattern(40);
     const entry_record record = sorted(attribute_builder::resident(0x90, value).id(2));
     EXPECT_EQ(record.index_roots.at(2), bytes(value.begin(), value.begin() + 16));
@@ -423,7 +423,7 @@ TEST(CategorizeAttribute, KeepsTheFirst16BytesOfAnIndexRoot) {
         << "never passed over";
 }
 
-TEST(CategorizeAttribute, KeepsTheNameThatAReparsePointShows) {
+TEST(categorize_attribute, keeps_the_name_that_a_reparse_point_shows) {
     reparse_point link;
     link.substitute_name = "\\??\\C:\\target";
     link.print_name = "C:\\target";

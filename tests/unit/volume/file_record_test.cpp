@@ -28,7 +28,7 @@ bytes block(std::size_t size, unsigned count, std::string_view signature = "FILE
 
 using words = std::vector<std::uint16_t>;
 
-TEST(FileRecord, each_field_of_the_header_has_its_place) {
+TEST(file_record, each_field_of_the_header_has_its_place) {
     byte_writer out(64);
     out.text(0, "FILE")
         .u16(4, 0x30)
@@ -59,7 +59,7 @@ TEST(FileRecord, each_field_of_the_header_has_its_place) {
     EXPECT_EQ(record.entry_number(), 24u);
 }
 
-TEST(FileRecord, the_flags_are_two_bits_of_their_own) {
+TEST(file_record, the_flags_are_two_bits_of_their_own) {
     EXPECT_FALSE(file_record(byte_view(record_builder().flags(0).build())).in_use());
     const bytes deleted_directory = record_builder().flags(2).build();
     EXPECT_FALSE(file_record(byte_view(deleted_directory)).in_use());
@@ -68,12 +68,12 @@ TEST(FileRecord, the_flags_are_two_bits_of_their_own) {
     EXPECT_FALSE(file_record(byte_view(file)).is_directory());
 }
 
-TEST(RecordHeader, a_file_record_passes) {
+TEST(record_header, a_file_record_passes) {
     EXPECT_TRUE(record_header_ok(record_builder().build()));
     EXPECT_TRUE(record_header_ok(record_builder(4096).build()));
 }
 
-TEST(RecordHeader, only_the_signature_file_passes) {
+TEST(record_header, only_the_signature_file_passes) {
     for (const char* signature : {"INDX", "BAAD", "file", "FILF", "\0\0\0\0", "HOLE"}) {
         EXPECT_FALSE(record_header_ok(record_builder().signature(std::string_view(signature, 4)).build()))
             << signature;
@@ -81,13 +81,13 @@ TEST(RecordHeader, only_the_signature_file_passes) {
     EXPECT_FALSE(record_header_ok(bytes(1024))) << "a slot that was never used";
 }
 
-TEST(RecordHeader, a_record_with_its_array_elsewhere_is_refused) {
+TEST(record_header, a_record_with_its_array_elsewhere_is_refused) {
     for (const unsigned offset : {0x0u, 0x2Au, 0x2Fu, 0x31u, 0xFFFFu}) {
         EXPECT_FALSE(record_header_ok(record_builder().force_on_disk(4, 2, offset).build())) << offset;
     }
 }
 
-TEST(RecordHeader, the_array_has_at_most_9_words) {
+TEST(record_header, the_array_has_at_most_9_words) {
     for (const unsigned count : {0u, 1u, 8u, 9u}) {
         EXPECT_TRUE(record_header_ok(record_builder().force_on_disk(6, 2, count).build())) << count;
     }
@@ -96,7 +96,7 @@ TEST(RecordHeader, the_array_has_at_most_9_words) {
     }
 }
 
-TEST(RecordHeader, the_first_attribute_is_at_0x48_or_before) {
+TEST(record_header, the_first_attribute_is_at_0x48_or_before) {
     for (const unsigned offset : {0u, 1u, 0x47u, 0x48u}) {
         EXPECT_TRUE(record_header_ok(record_builder().force_on_disk(20, 2, offset).build())) << offset;
     }
@@ -105,14 +105,14 @@ TEST(RecordHeader, the_first_attribute_is_at_0x48_or_before) {
     }
 }
 
-TEST(RecordHeader, a_header_cut_ahead_of_the_arrays_place_is_refused) {
+TEST(record_header, a_header_cut_ahead_of_the_arrays_place_is_refused) {
     const bytes record = record_builder().build();
     for (std::size_t length = 0; length < 6; ++length) {
         EXPECT_FALSE(record_header_ok(byte_view(record.data(), length))) << length;
     }
 }
 
-TEST(RecordSize, it_follows_from_the_count_with_sectors_of_512_bytes) {
+TEST(record_size, it_follows_from_the_count_with_sectors_of_512_bytes) {
     EXPECT_EQ(record_size_from_header(block(4096, 9)), 4096u);
     EXPECT_EQ(record_size_from_header(block(1024, 3)), 1024u);
     EXPECT_EQ(record_size_from_header(block(1024, 2)), 512u);
@@ -121,20 +121,20 @@ TEST(RecordSize, it_follows_from_the_count_with_sectors_of_512_bytes) {
     EXPECT_EQ(record_size_from_header(record_builder(4096, 4096).build()), 512u);
 }
 
-TEST(RecordSize, an_empty_array_and_a_bad_header_give_0) {
+TEST(record_size, an_empty_array_and_a_bad_header_give_0) {
     EXPECT_EQ(record_size_from_header(block(1024, 0)), 0u);
     EXPECT_EQ(record_size_from_header(block(1024, 10)), 0u);
     EXPECT_EQ(record_size_from_header(block(1024, 3, "INDX")), 0u);
     EXPECT_EQ(record_size_from_header(byte_view()), 0u);
 }
 
-TEST(SectorEnds, a_count_of_3_restores_two_words) {
+TEST(sector_ends, a_count_of_3_restores_two_words) {
     bytes record = block(2048, 3);
     restore_sector_ends(record, 512, 5);
     EXPECT_EQ(sector_ends(record), (words{1, 2, 0xEEEE, 0xEEEE}));
 }
 
-TEST(SectorEnds, the_limit_ends_it_ahead_of_the_count) {
+TEST(sector_ends, the_limit_ends_it_ahead_of_the_count) {
     bytes record = block(2048, 9);
     restore_sector_ends(record, 512, 3);
     EXPECT_EQ(sector_ends(record), (words{1, 2, 0xEEEE, 0xEEEE}));
@@ -144,7 +144,7 @@ TEST(SectorEnds, the_limit_ends_it_ahead_of_the_count) {
     EXPECT_EQ(sector_end_limit(1024, 0), 0u);
 }
 
-TEST(SectorEnds, a_torn_record_is_restored_like_any_other) {
+TEST(sector_ends, a_torn_record_is_restored_like_any_other) {
     bytes record = block(1024, 3);
     ASSERT_NE(byte_view(record).u16(510), byte_view(record).u16(0x30))
         << "the sector end is not the update number";
@@ -152,7 +152,7 @@ TEST(SectorEnds, a_torn_record_is_restored_like_any_other) {
     EXPECT_EQ(sector_ends(record), (words{1, 2}));
 }
 
-TEST(SectorEnds, a_protected_record_comes_back_as_it_was_written) {
+TEST(sector_ends, a_protected_record_comes_back_as_it_was_written) {
     record_builder builder(4096);
     builder.add(attribute_builder::resident(0x80, pattern(3000)));
     bytes record = builder.build();
@@ -161,7 +161,7 @@ TEST(SectorEnds, a_protected_record_comes_back_as_it_was_written) {
     EXPECT_EQ(record, builder.build_restored());
 }
 
-TEST(SectorEnds, counts_and_limits_of_0_and_1_restore_nothing) {
+TEST(sector_ends, counts_and_limits_of_0_and_1_restore_nothing) {
     for (const unsigned count : {0u, 1u}) {
         bytes record = block(1024, count);
         const bytes before = record;
@@ -176,21 +176,21 @@ TEST(SectorEnds, counts_and_limits_of_0_and_1_restore_nothing) {
     }
 }
 
-TEST(SectorEnds, the_volumes_own_sector_size_counts_though_each_512_bytes_are_protected) {
+TEST(sector_ends, the_volumes_own_sector_size_counts_though_each_512_bytes_are_protected) {
     bytes record = block(4096, 9);
     restore_sector_ends(record, 4096, sector_end_limit(record.size(), 4096));
     EXPECT_EQ(sector_ends(record), (words{0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 1}))
         << "the first saved word stands at the end of the record";
 }
 
-TEST(SectorEnds, a_sector_size_of_0_restores_nothing) {
+TEST(sector_ends, a_sector_size_of_0_restores_nothing) {
     bytes record = block(1024, 9);
     const bytes before = record;
     restore_sector_ends(record, 0, 100);
     EXPECT_EQ(record, before);
 }
 
-TEST(SectorEnds, sectors_that_are_not_in_the_record_are_left_out) {
+TEST(sector_ends, sectors_that_are_not_in_the_record_are_left_out) {
     bytes record = block(1024, 9);
     restore_sector_ends(record, 512, 1000);
     EXPECT_EQ(sector_ends(record), (words{1, 2}));
@@ -199,7 +199,7 @@ TEST(SectorEnds, sectors_that_are_not_in_the_record_are_left_out) {
     EXPECT_EQ(record, block(1100, 9));
 }
 
-TEST(SectorEnds, a_sector_of_one_byte_has_no_end_ahead_of_the_record) {
+TEST(sector_ends, a_sector_of_one_byte_has_no_end_ahead_of_the_record) {
     bytes record = block(64, 3);
     restore_sector_ends(record, 1, 65);
     // Word 1 would belong at byte -1; word 2 goes to byte 0.
@@ -208,7 +208,7 @@ TEST(SectorEnds, a_sector_of_one_byte_has_no_end_ahead_of_the_record) {
     EXPECT_EQ(record, expected);
 }
 
-TEST(SectorEnds, the_array_of_an_index_block_is_where_its_header_says) {
+TEST(sector_ends, the_array_of_an_index_block_is_where_its_header_says) {
     bytes index = block(4096, 9, "INDX");
     apply(index, {{4, 2, 0x28}, {0x28 + 2, 2, 0xA1}, {0x28 + 4, 2, 0xA2}});
     restore_sector_ends(index, 512, 3);
@@ -216,7 +216,7 @@ TEST(SectorEnds, the_array_of_an_index_block_is_where_its_header_says) {
     EXPECT_EQ(byte_view(index).u16(1022), 0xA2);
 }
 
-TEST(SectorEnds, an_array_that_reaches_out_of_the_block_serves_as_far_as_the_block_holds_it) {
+TEST(sector_ends, an_array_that_reaches_out_of_the_block_serves_as_far_as_the_block_holds_it) {
     for (const std::uint64_t offset : {4093u, 4095u, 65535u}) {
         bytes index = block(4096, 9, "INDX");
         apply(index, {{4, 2, offset}});
@@ -232,7 +232,7 @@ TEST(SectorEnds, an_array_that_reaches_out_of_the_block_serves_as_far_as_the_blo
     EXPECT_EQ(byte_view(index).u16(1534), 0xEEEE);
 }
 
-TEST(SectorEnds, a_record_cut_at_any_length_is_survived) {
+TEST(sector_ends, a_record_cut_at_any_length_is_survived) {
     const bytes whole = block(1100, 9);
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
@@ -250,7 +250,7 @@ record_kind kind_of(bytes block, bool& accepted, std::uint32_t sector_size = 512
     return kind;
 }
 
-TEST(CheckedFixups, the_kind_is_told_and_the_sector_ends_are_restored) {
+TEST(checked_fixups, the_kind_is_told_and_the_sector_ends_are_restored) {
     for (const auto& [signature, kind] :
          {std::pair("FILE", record_kind::file), {"INDX", record_kind::indx}, {"BAAD", record_kind::baad}}) {
         bytes record = block(1024, 3, signature);
@@ -261,7 +261,7 @@ TEST(CheckedFixups, the_kind_is_told_and_the_sector_ends_are_restored) {
     }
 }
 
-TEST(CheckedFixups, a_block_below_1024_bytes_is_refused) {
+TEST(checked_fixups, a_block_below_1024_bytes_is_refused) {
     bool accepted = true;
     EXPECT_EQ(kind_of(block(1023, 3), accepted), record_kind::unknown);
     EXPECT_FALSE(accepted);
@@ -269,7 +269,7 @@ TEST(CheckedFixups, a_block_below_1024_bytes_is_refused) {
     EXPECT_FALSE(accepted);
 }
 
-TEST(CheckedFixups, what_is_none_of_the_kinds_is_refused) {
+TEST(checked_fixups, what_is_none_of_the_kinds_is_refused) {
     bool accepted = true;
     EXPECT_EQ(kind_of(bytes(1024), accepted), record_kind::unknown);
     EXPECT_FALSE(accepted);
@@ -278,7 +278,7 @@ TEST(CheckedFixups, what_is_none_of_the_kinds_is_refused) {
     EXPECT_FALSE(accepted);
 }
 
-TEST(CheckedFixups, a_baad_record_may_have_10_words_and_no_more) {
+TEST(checked_fixups, a_baad_record_may_have_10_words_and_no_more) {
     bool accepted = false;
     EXPECT_EQ(kind_of(block(8192, 10, "BAAD"), accepted), record_kind::baad);
     EXPECT_TRUE(accepted);
@@ -286,7 +286,7 @@ TEST(CheckedFixups, a_baad_record_may_have_10_words_and_no_more) {
     EXPECT_FALSE(accepted);
 }
 
-TEST(CheckedFixups, an_index_block_may_have_as_many_words_as_it_has_sectors) {
+TEST(checked_fixups, an_index_block_may_have_as_many_words_as_it_has_sectors) {
     bool accepted = false;
     EXPECT_EQ(kind_of(block(8192, 17, "INDX"), accepted), record_kind::indx);
     EXPECT_TRUE(accepted);
@@ -294,7 +294,7 @@ TEST(CheckedFixups, an_index_block_may_have_as_many_words_as_it_has_sectors) {
     EXPECT_FALSE(accepted);
 }
 
-TEST(CheckedFixups, an_array_longer_than_the_block_is_refused_and_leaves_the_block) {
+TEST(checked_fixups, an_array_longer_than_the_block_is_refused_and_leaves_the_block) {
     bytes record = block(1024, 4);
     const bytes before = record;
     record_kind kind = record_kind::unknown;
@@ -303,7 +303,7 @@ TEST(CheckedFixups, an_array_longer_than_the_block_is_refused_and_leaves_the_blo
     EXPECT_EQ(record, before);
 }
 
-TEST(CheckedFixups, an_array_of_512_byte_sectors_is_refused_where_the_volume_has_larger_ones) {
+TEST(checked_fixups, an_array_of_512_byte_sectors_is_refused_where_the_volume_has_larger_ones) {
     // What is written on sectors of 4096 bytes: nine words, of which the volume's sector size allows two.
     bytes record = block(4096, 9);
     const bytes before = record;
@@ -313,7 +313,7 @@ TEST(CheckedFixups, an_array_of_512_byte_sectors_is_refused_where_the_volume_has
     EXPECT_EQ(record, before);
 }
 
-TEST(CheckedFixups, counts_of_0_and_1_and_a_sector_size_of_0_are_accepted_and_restore_nothing) {
+TEST(checked_fixups, counts_of_0_and_1_and_a_sector_size_of_0_are_accepted_and_restore_nothing) {
     for (const unsigned count : {0u, 1u}) {
         bytes record = block(1024, count);
         record_kind kind = record_kind::unknown;
@@ -326,7 +326,7 @@ TEST(CheckedFixups, counts_of_0_and_1_and_a_sector_size_of_0_are_accepted_and_re
     EXPECT_EQ(record, block(1024, 3));
 }
 
-TEST(CheckedFixups, a_size_that_is_no_multiple_of_the_sector_is_restored_in_its_whole_sectors) {
+TEST(checked_fixups, a_size_that_is_no_multiple_of_the_sector_is_restored_in_its_whole_sectors) {
     bytes record = block(1500, 3);
     record_kind kind = record_kind::unknown;
     EXPECT_TRUE(apply_fixups_checked(kind, record, 512));

@@ -16,17 +16,17 @@ std::uint64_t reads_of(std::uint64_t bytes) {
     return made;
 }
 
-TEST(FollowedReads, end_with_64_mib) {
+TEST(followed_reads, end_with_64_mib) {
     EXPECT_EQ(reads_of(1024), 65536u);
     EXPECT_EQ(reads_of(4096), 16384u);
 }
 
-TEST(FollowedReads, are_4096_however_long_records_are) {
+TEST(followed_reads, are_4096_however_long_records_are) {
     EXPECT_EQ(reads_of(16384), 4096u);
     EXPECT_EQ(reads_of(512 * 1024), 4096u);
 }
 
-TEST(FollowedReads, end_with_32_mib_of_attributes) {
+TEST(followed_reads, end_with_32_mib_of_attributes) {
     followed_reads reads;
     reads.count_attribute((32 << 20) - 1);
     EXPECT_TRUE(reads.may_go_on());

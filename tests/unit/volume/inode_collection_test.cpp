@@ -15,14 +15,14 @@ numbers all_of(const _inode_collection& collection) {
     return {collection.begin(), collection.end()};
 }
 
-TEST(InodeCollection, IsEmptyAtFirst) {
+TEST(inode_collection, is_empty_at_first) {
     const _inode_collection collection;
     EXPECT_TRUE(collection.empty());
     EXPECT_EQ(collection.size(), 0u);
     EXPECT_EQ(all_of(collection), numbers());
 }
 
-TEST(InodeCollection, IsAscendingWhateverTheOrderOfTheInserts) {
+TEST(inode_collection, is_ascending_whatever_the_order_of_the_inserts) {
     _inode_collection collection;
     for (const std::uint64_t entry : {7ull, 0ull, 0xFFFFFFFFFFFFull, 5ull}) {
         collection.insert(entry);
@@ -32,7 +32,7 @@ TEST(InodeCollection, IsAscendingWhateverTheOrderOfTheInserts) {
     EXPECT_EQ(all_of(collection), (numbers{0, 5, 6, 7, 0xFFFFFFFFFFFF}));
 }
 
-TEST(InodeCollection, HoldsEachNumberOnce) {
+TEST(inode_collection, holds_each_number_once) {
     _inode_collection collection = {3, 1, 3};
     collection.insert(1);
     EXPECT_EQ(collection.size(), 2u);
@@ -41,7 +41,7 @@ TEST(InodeCollection, HoldsEachNumberOnce) {
     EXPECT_EQ(collection.size(), 2u);
 }
 
-TEST(InodeCollection, IsEmptyAgainAfterClear) {
+TEST(inode_collection, is_empty_again_after_clear) {
     _inode_collection collection = {3, 1};
     ASSERT_EQ(collection.size(), 2u);
     collection.clear();
@@ -50,7 +50,7 @@ TEST(InodeCollection, IsEmptyAgainAfterClear) {
     EXPECT_EQ(all_of(collection), numbers{9});
 }
 
-TEST(InodeCollection, HoldsNotMuchMoreThanTheSetHoweverManyDoublesComeIn) {
+TEST(inode_collection, holds_not_much_more_than_the_set_however_many_doubles_come_in) {
     _inode_collection collection;
     for (std::uint64_t i = 0; i < 1000000; ++i) {
         collection.insert(i % 100);
@@ -59,7 +59,7 @@ TEST(InodeCollection, HoldsNotMuchMoreThanTheSetHoweverManyDoublesComeIn) {
     EXPECT_EQ(collection.size(), 100u);
 }
 
-TEST(InodeCollection, IsTheSetOfWhatCameIn) {
+TEST(inode_collection, is_the_set_of_what_came_in) {
     std::mt19937_64 random(3);
     for (const std::uint64_t different : {10u, 5000u, 1000000u}) {
         _inode_collection collection;

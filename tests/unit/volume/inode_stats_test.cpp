@@ -25,14 +25,14 @@ std::vector<std::uint64_t> vcns(const INODE_STATS& stats) {
 
 using vcn_map = std::map<std::uint64_t, std::uint32_t>;
 
-TEST(NumberRuns, each_run_follows_the_one_before) {
+TEST(number_runs, each_run_follows_the_one_before) {
     INODE_STATS stats = stats_with_runs({8, 1, 16});
     number_runs(stats);
     EXPECT_EQ(vcns(stats), (std::vector<std::uint64_t>{0, 8, 9}));
     EXPECT_EQ(stats.vcn_index, (vcn_map{{0, 0}, {8, 1}, {9, 2}}));
 }
 
-TEST(NumberRuns, a_second_call_continues_the_first) {
+TEST(number_runs, a_second_call_continues_the_first) {
     INODE_STATS stats = stats_with_runs({8, 1});
     number_runs(stats);
     stats.data_runs[0].vcn = 77;  // untouched by what follows
@@ -43,7 +43,7 @@ TEST(NumberRuns, a_second_call_continues_the_first) {
     EXPECT_EQ(stats.vcn_index, (vcn_map{{0, 0}, {8, 1}, {9, 2}, {14, 3}}));
 }
 
-TEST(NumberRuns, an_index_of_more_runs_than_there_are_is_begun_anew) {
+TEST(number_runs, an_index_of_more_runs_than_there_are_is_begun_anew) {
     INODE_STATS stats = stats_with_runs({4, 4});
     stats.vcn_index = {{0, 0}, {100, 1}, {200, 2}};
     number_runs(stats);
@@ -55,14 +55,14 @@ TEST(NumberRuns, an_index_of_more_runs_than_there_are_is_begun_anew) {
         << "also if all of it points to runs that there are";
 }
 
-TEST(NumberRuns, an_index_that_points_behind_the_runs_is_begun_anew) {
+TEST(number_runs, an_index_that_points_after_the_runs_is_begun_anew) {
     INODE_STATS stats = stats_with_runs({4, 4});
     stats.vcn_index = {{100, 9}};
     number_runs(stats);
     EXPECT_EQ(stats.vcn_index, (vcn_map{{0, 0}, {4, 1}}));
 }
 
-TEST(NumberRuns, no_runs_leave_an_empty_index) {
+TEST(number_runs, no_runs_leave_an_empty_index) {
     INODE_STATS stats;
     number_runs(stats);
     EXPECT_TRUE(stats.vcn_index.empty());

@@ -14,7 +14,7 @@ cluster_run run_at(std::uint64_t vcn, std::uint64_t lcn, std::uint32_t length) {
     return {.lcn = lcn, .vcn = vcn, .sparse = false, .length = length};
 }
 
-TEST(JoinedRuns, PutsTheRunsOfTheNextPieceBehindTheOthers) {
+TEST(joined_runs, puts_the_runs_of_the_next_piece_after_the_others) {
     joined_runs joined({run_at(0, 100, 16)});
     joined.join({run_at(16, 300, 16), run_at(32, 500, 8)});
     joined.join({run_at(40, 700, 1)});
@@ -22,14 +22,14 @@ TEST(JoinedRuns, PutsTheRunsOfTheNextPieceBehindTheOthers) {
                                                run_at(40, 700, 1)}));
 }
 
-TEST(JoinedRuns, LeavesTheFirstPieceAloneUntilAnotherOneComes) {
+TEST(joined_runs, leaves_the_first_piece_alone_until_another_one_comes) {
     joined_runs joined({run_at(100, 5, 16)});
     EXPECT_EQ(joined.list(), (cluster_run_list{run_at(100, 5, 16)}));
     joined.join({});
     EXPECT_EQ(joined.list(), (cluster_run_list{run_at(0, 5, 16)}));
 }
 
-TEST(JoinedRuns, ClosesTheGapAheadOfAPiece) {
+TEST(joined_runs, closes_the_gap_ahead_of_a_piece) {
     joined_runs joined({run_at(0, 5, 16)});
     joined.join({run_at(100, 50, 2), run_at(200, 60, 2)});
     EXPECT_EQ(joined.list(), (cluster_run_list{run_at(0, 5, 16), run_at(16, 50, 2), run_at(18, 60, 2)}));
@@ -52,7 +52,7 @@ cluster_run_list random_piece(std::mt19937& random, std::uint64_t& next) {
     return piece;
 }
 
-TEST(JoinedRuns, HoldsTheListThatMergingOneByOneMakes) {
+TEST(joined_runs, holds_the_list_that_merging_one_by_one_makes) {
     std::mt19937 random(5);
     for (int round = 0; round < 20000; ++round) {
         std::uint64_t next = random() % 3 == 0 ? random() % 30 : 0;
@@ -69,7 +69,7 @@ TEST(JoinedRuns, HoldsTheListThatMergingOneByOneMakes) {
 }
 
 // Pieces whose runs go between those of a list that is long by then, with empty runs and VCNs that repeat.
-TEST(JoinedRuns, holds_the_list_that_merging_one_by_one_makes_where_pieces_lie_between_each_other) {
+TEST(joined_runs, holds_the_list_that_merging_one_by_one_makes_where_pieces_lie_between_each_other) {
     std::mt19937 random(7);
     for (int round = 0; round < 12; ++round) {
         const bool with_empty_runs = round % 3 != 0;
@@ -101,7 +101,7 @@ TEST(JoinedRuns, holds_the_list_that_merging_one_by_one_makes_where_pieces_lie_b
 }
 
 // Nothing but empty runs at one VCN: each merge leaves the first alone.
-TEST(JoinedRuns, drops_what_follows_an_empty_run_at_the_next_merge) {
+TEST(joined_runs, drops_what_follows_an_empty_run_at_the_next_merge) {
     cluster_run_list plain;
     for (std::uint64_t i = 0; i < 400; ++i) {
         plain.push_back(run_at(i, i, i % 2 == 0 ? 0 : 1));
@@ -116,7 +116,7 @@ TEST(JoinedRuns, drops_what_follows_an_empty_run_at_the_next_merge) {
 }
 
 // Each piece lies in the middle of what is there. A walk over the whole list for each took minutes.
-TEST(JoinedRuns, joins_thousands_of_pieces_that_lie_between_each_other_in_little_time) {
+TEST(joined_runs, joins_thousands_of_pieces_that_lie_between_each_other_in_little_time) {
     constexpr std::uint64_t pieces = 60000;
     const std::clock_t start = std::clock();
     joined_runs joined({run_at(0, 1, 1)});

@@ -11,7 +11,7 @@ constexpr std::uint64_t mebibyte = 1ULL << 20;
 constexpr std::uint64_t gibibyte = 1ULL << 30;
 constexpr std::uint64_t largest = ~std::uint64_t{0};
 
-TEST(Limits, follow_a_small_source) {
+TEST(limits, follow_a_small_source) {
     EXPECT_EQ(limits::attribute_list_bytes(100'000), 100'000u);
     EXPECT_EQ(limits::entry_memory(mebibyte), 2 * mebibyte + 2);
     EXPECT_EQ(limits::system_attribute_bytes(mebibyte), 524'288u + 8192 + 1);
@@ -23,7 +23,7 @@ TEST(Limits, follow_a_small_source) {
     EXPECT_EQ(limits::directory_entries(4 * mebibyte), mebibyte);
 }
 
-TEST(Limits, are_not_lifted_by_a_source_of_any_size) {
+TEST(limits, are_not_lifted_by_a_source_of_any_size) {
     for (const std::uint64_t source : {std::uint64_t{1} << 40, std::uint64_t{1} << 62, largest}) {
         EXPECT_EQ(limits::attribute_list_bytes(source), 2 * mebibyte);
         EXPECT_EQ(limits::entry_memory(source), 128 * mebibyte);
@@ -38,7 +38,7 @@ TEST(Limits, are_not_lifted_by_a_source_of_any_size) {
     EXPECT_EQ(limits::one_lookup_index_bytes, 4 * gibibyte);
 }
 
-TEST(Limits, following_a_source_do_not_wrap) {
+TEST(limits, following_a_source_do_not_wrap) {
     EXPECT_EQ(limits::following(10, 5, 3, 1000), 35u);
     EXPECT_EQ(limits::following(331, 5, 3, 1000), 998u);
     EXPECT_EQ(limits::following(332, 5, 3, 1000), 1000u);

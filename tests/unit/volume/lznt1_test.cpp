@@ -27,9 +27,9 @@ split split_of(std::uint16_t token, std::uint64_t position) {
 
 // First and last position of a row, bits of offset, longest offset, longest length.
 using split_row = std::tuple<std::uint64_t, std::uint64_t, unsigned, std::uint32_t, std::uint32_t>;
-class SplitTable : public ::testing::TestWithParam<split_row> {};
+class split_table : public ::testing::TestWithParam<split_row> {};
 
-TEST_P(SplitTable, HasItsBitsOfOffsetAndLengthOverTheWholeRow) {
+TEST_P(split_table, has_its_bits_of_offset_and_length_over_the_whole_row) {
     const auto [first, last, bits, longest_offset, longest_length] = GetParam();
     for (std::uint64_t position = first; position <= last; ++position) {
         const split highest = split_of(0xFFFF, position);
@@ -47,7 +47,7 @@ TEST_P(SplitTable, HasItsBitsOfOffsetAndLengthOverTheWholeRow) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, SplitTable,
+INSTANTIATE_TEST_SUITE_P(rows, split_table,
                          ::testing::Values(split_row{1, 16, 4, 16, 4098}, split_row{17, 32, 5, 32, 2050},
                                            split_row{33, 64, 6, 64, 1026}, split_row{65, 128, 7, 128, 514},
                                            split_row{129, 256, 8, 256, 258}, split_row{257, 512, 9, 512, 130},
@@ -55,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, SplitTable,
                                            split_row{1025, 2048, 11, 2048, 34},
                                            split_row{2049, 4096, 12, 4096, 18}));
 
-TEST(SplitToken, SplitsOneTokenInTwoWaysAtPositions16And17) {
+TEST(split_token, splits_one_token_in_two_ways_at_positions_16_and_17) {
     const split at_16 = split_of(0x1003, 16);
     EXPECT_TRUE(at_16.valid);
     EXPECT_EQ(at_16.offset, 2u);
@@ -66,7 +66,7 @@ TEST(SplitToken, SplitsOneTokenInTwoWaysAtPositions16And17) {
     EXPECT_EQ(at_17.length, 6u);
 }
 
-TEST(SplitToken, AllowsNoTokenAtTheStartOfAChunk) {
+TEST(split_token, allows_no_token_at_the_start_of_a_chunk) {
     for (const unsigned token : {0u, 1u, 0x0FFFu, 0x1000u, 0x8000u, 0xFFFFu}) {
         const split at_start = split_of(static_cast<std::uint16_t>(token), 0);
         EXPECT_FALSE(at_start.valid) << token;
@@ -106,20 +106,20 @@ bytes first_bytes(const bytes& text, std::size_t count) {
     return bytes(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
-TEST(DecompressChunk, CopiesLiterals) {
+TEST(decompress_chunk, copies_literals) {
     const decoded got = decode(from_hex("00 41 42 43 44 45 46 47 48 00 49"), 11, 0x2E);
     ASSERT_TRUE(got.sound);
     EXPECT_EQ(got.plain, filled_up(to_bytes("ABCDEFGHI"), 0x2E));
 }
 
-TEST(DecompressChunk, TakesTheLowestFlagBitFirst) {
+TEST(decompress_chunk, takes_the_lowest_flag_bit_first) {
     // 0b10: a literal, then a token that repeats it four times, then literals.
     const decoded got = decode(from_hex("02 41 01 00 42 43 44 45 46 47"), 10, 0x2E);
     ASSERT_TRUE(got.sound);
     EXPECT_EQ(got.plain, filled_up(to_bytes("AAAAABCDEFG"), 0x2E));
 }
 
-TEST(DecompressChunk, RepeatsWhatARepeatMakesWhereItOverlaps) {
+TEST(decompress_chunk, repeats_what_a_repeat_makes_where_it_overlaps) {
     lznt1_payload payload;
     payload.literals(to_bytes("xyz")).repeat(2, 5).literals(to_bytes("END!"));
     const decoded got = decode(payload.build(), payload.build().size(), 0x2E);
@@ -127,7 +127,7 @@ TEST(DecompressChunk, RepeatsWhatARepeatMakesWhereItOverlaps) {
     EXPECT_EQ(got.plain, filled_up(to_bytes("xyzyzyzyEND!"), 0x2E));
 }
 
-TEST(DecompressChunk, ClearsTheChunkFirstForAPayloadOfAtMostEightBytes) {
+TEST(decompress_chunk, clears_the_chunk_first_for_a_payload_of_at_most_eight_bytes) {
     const decoded eight = decode(from_hex("00 41 42 43 44 45 46 47"), 8, 0x2E);
     ASSERT_TRUE(eight.sound);
     EXPECT_EQ(eight.plain, filled_up(to_bytes("ABCDEFG"), 0));
@@ -137,7 +137,7 @@ TEST(DecompressChunk, ClearsTheChunkFirstForAPayloadOfAtMostEightBytes) {
 }
 
 // The claimed size decides, also where fewer bytes exist.
-TEST(DecompressChunk, judges_a_payload_that_claims_more_than_eight_bytes_by_its_claim) {
+TEST(decompress_chunk, judges_a_payload_that_claims_more_than_eight_bytes_by_its_claim) {
     const decoded cut = decode(from_hex("00 41 42"), 9, 0x2E);
     ASSERT_TRUE(cut.sound);
     EXPECT_EQ(cut.plain, filled_up(to_bytes("AB"), 0x2E));
@@ -147,13 +147,13 @@ TEST(DecompressChunk, judges_a_payload_that_claims_more_than_eight_bytes_by_its_
     EXPECT_EQ(decode(from_hex("00 41 42"), 8, 0x2E).plain, filled_up(to_bytes("AB"), 0));
 }
 
-TEST(DecompressChunk, GivesZerosForAnEmptyPayload) {
+TEST(decompress_chunk, gives_zeros_for_an_empty_payload) {
     const decoded got = decode(from_hex("00 41"), 0, 0x2E);
     ASSERT_TRUE(got.sound);
     EXPECT_EQ(got.plain, bytes(4096, 0));
 }
 
-TEST(DecompressChunk, ShowsTheBytesOfTheChunkBeforeWhereItsPayloadEndsEarly) {
+TEST(decompress_chunk, shows_the_bytes_of_the_chunk_before_where_its_payload_ends_early) {
     const bytes chunk_before = pattern(4096, 5);
     plain_chunk before;
     std::copy(chunk_before.begin(), chunk_before.end(), before.storage.begin());
@@ -165,7 +165,7 @@ TEST(DecompressChunk, ShowsTheBytesOfTheChunkBeforeWhereItsPayloadEndsEarly) {
     EXPECT_EQ(output.bytes().to_vector(), expected);
 }
 
-TEST(DecompressChunk, EndsARepeatWithTheChunk) {
+TEST(decompress_chunk, ends_a_repeat_with_the_chunk) {
     lznt1_payload payload;
     payload.literal('a').repeat(1, 4094);
     EXPECT_EQ(decode(payload.build()).plain, filled_up(bytes(4095, 'a'), 0));
@@ -175,7 +175,7 @@ TEST(DecompressChunk, EndsARepeatWithTheChunk) {
 }
 
 // Also where the payload goes on behind it, so that the decoder has no other reason to go slowly.
-TEST(DecompressChunk, EndsARepeatWithTheChunkWhereverNearTheEndItBegins) {
+TEST(decompress_chunk, ends_a_repeat_with_the_chunk_wherever_near_the_end_it_begins) {
     const bytes plain = pattern(4096, 7);
     for (std::size_t begin = 4060; begin < 4096; ++begin) {
         for (const std::size_t length : {3u, 16u, 17u, 18u}) {
@@ -192,7 +192,7 @@ TEST(DecompressChunk, EndsARepeatWithTheChunkWhereverNearTheEndItBegins) {
     }
 }
 
-TEST(DecompressChunk, LeavesWhatFollowsAFullChunkAlone) {
+TEST(decompress_chunk, leaves_what_follows_a_full_chunk_alone) {
     lznt1_payload payload;
     payload.literal('a').repeat(1, 4095).token(0xFFFF).token(0xFFFF).literal('b');
     const decoded got = decode(payload.build());
@@ -200,7 +200,7 @@ TEST(DecompressChunk, LeavesWhatFollowsAFullChunkAlone) {
     EXPECT_EQ(got.plain, bytes(4096, 'a'));
 }
 
-TEST(DecompressChunk, RefusesATokenAheadOfTheChunk) {
+TEST(decompress_chunk, refuses_a_token_ahead_of_the_chunk) {
     EXPECT_FALSE(decode(from_hex("01 00 00 41 41 41 41 41 41 41")).sound);
     EXPECT_FALSE(decode(from_hex("02 41 00 10 41 41 41 41 41 41")).sound) << "two back behind one byte";
     lznt1_payload payload;
@@ -211,7 +211,7 @@ TEST(DecompressChunk, RefusesATokenAheadOfTheChunk) {
     EXPECT_FALSE(decode(wide.build()).sound) << "19 back behind 17 bytes";
 }
 
-TEST(DecompressChunk, TakesTheSecondByteOfATokenFromBehindItsPayload) {
+TEST(decompress_chunk, takes_the_second_byte_of_a_token_from_after_its_payload) {
     // The token's low byte ends the payload. Its high byte 0x10 makes the distance 2.
     const bytes text = from_hex("04 41 42 03 10");
     EXPECT_EQ(decode(text, 4).plain, filled_up(to_bytes("ABABABAB"), 0));
@@ -219,7 +219,7 @@ TEST(DecompressChunk, TakesTheSecondByteOfATokenFromBehindItsPayload) {
     EXPECT_EQ(decode(from_hex("04 41 42 03")).plain, filled_up(to_bytes("ABBBBBBB"), 0));
 }
 
-TEST(DecompressChunk, TouchesNothingElseBehindItsPayload) {
+TEST(decompress_chunk, touches_nothing_else_after_its_payload) {
     bytes text = from_hex("00 41 42 43 44 45 46 47 48 00");
     text.resize(100, 'z');
     EXPECT_EQ(decode(text, 10, 0x2E).plain, filled_up(to_bytes("ABCDEFGH"), 0x2E)) << "a flag byte ends it";
@@ -237,19 +237,19 @@ void expect_round_trip(const bytes& plain) {
     EXPECT_TRUE(std::equal(plain.begin(), plain.end(), got.plain.begin()));
 }
 
-TEST(DecompressChunk, GivesTextBack) {
+TEST(decompress_chunk, gives_text_back) {
     for (std::uint32_t seed = 1; seed <= 40; ++seed) {
         expect_round_trip(text_like(4096, seed));
     }
 }
 
-TEST(DecompressChunk, GivesRandomBytesBack) {
+TEST(decompress_chunk, gives_random_bytes_back) {
     for (std::uint32_t seed = 1; seed <= 10; ++seed) {
         expect_round_trip(random_bytes(3600, seed));
     }
 }
 
-TEST(DecompressChunk, GivesRepetitiveBytesBack) {
+TEST(decompress_chunk, gives_repetitive_bytes_back) {
     for (std::size_t period = 1; period <= 70; ++period) {
         bytes plain = random_bytes(period, static_cast<std::uint32_t>(period));
         while (plain.size() < 4096) {
@@ -260,7 +260,7 @@ TEST(DecompressChunk, GivesRepetitiveBytesBack) {
     expect_round_trip(bytes(4096, 0));
 }
 
-TEST(DecompressChunk, GivesBytesOfEverySizeBack) {
+TEST(decompress_chunk, gives_bytes_of_every_size_back) {
     for (std::size_t size = 1; size <= 4096; size += size < 300 ? 1 : 37) {
         expect_round_trip(text_like(size, static_cast<std::uint32_t>(size)));
     }
@@ -279,7 +279,7 @@ void expect_repeat(const lznt1_payload& so_far, const bytes& text, std::size_t b
 }
 
 // At each position the longest and the shortest distance, each with the longest and the shortest repeat.
-TEST(DecompressChunk, RepeatsAtEveryPositionOfTheSplit) {
+TEST(decompress_chunk, repeats_at_every_position_of_the_split) {
     const bytes text = random_bytes(4095, 3);
     lznt1_payload so_far;
     for (std::size_t position = 1; position < 4096; ++position) {
@@ -295,7 +295,7 @@ TEST(DecompressChunk, RepeatsAtEveryPositionOfTheSplit) {
 }
 
 // Each distance with each length, far enough from the start for both.
-TEST(DecompressChunk, RepeatsFromEveryDistanceNearBy) {
+TEST(decompress_chunk, repeats_from_every_distance_near_by) {
     const bytes text = random_bytes(200, 4);
     lznt1_payload so_far;
     so_far.literals(text);
@@ -319,7 +319,7 @@ void expect_same_as_slow(const bytes& text, std::size_t size) {
     }
 }
 
-TEST(DecompressChunk, DecodesAnyBytesAsTheSlowDecoderDoes) {
+TEST(decompress_chunk, decodes_any_bytes_as_the_slow_decoder_does) {
     std::mt19937 random(11);
     for (int round = 0; round < 20000; ++round) {
         // Few set flag bits and small tokens, so that a good part gets far.
@@ -332,7 +332,7 @@ TEST(DecompressChunk, DecodesAnyBytesAsTheSlowDecoderDoes) {
     }
 }
 
-TEST(DecompressChunk, DecodesDamagedTextAsTheSlowDecoderDoes) {
+TEST(decompress_chunk, decodes_damaged_text_as_the_slow_decoder_does) {
     const bytes payload = lznt1_compress(text_like(4096, 77));
     for (std::size_t at = 0; at < payload.size(); ++at) {
         bytes damaged = payload;

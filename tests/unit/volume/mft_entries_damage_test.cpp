@@ -8,7 +8,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(CategorizeEntry, RefusesAVolumeThatIsNotValidWithoutAWord) {
+TEST(categorize_entry, refuses_a_volume_that_is_not_valid_without_a_word) {
     CNtfs cleared;
     const categorized got = categorize(cleared, 5);
     EXPECT_FALSE(got.ok);
@@ -16,7 +16,7 @@ TEST(CategorizeEntry, RefusesAVolumeThatIsNotValidWithoutAWord) {
     EXPECT_TRUE(got.log.empty());
 }
 
-TEST(CategorizeEntry, RefusesASlotThatWasNeverUsed) {
+TEST(categorize_entry, refuses_a_slot_that_was_never_used) {
     volume_builder volume;
     const categorized got = categorize(volume, 30);
     EXPECT_FALSE(got.ok);
@@ -24,14 +24,14 @@ TEST(CategorizeEntry, RefusesASlotThatWasNeverUsed) {
     EXPECT_EQ(got.log, (lines{"err: mftfixup 1e"}));
 }
 
-TEST(CategorizeEntry, RefusesAnEntryOutsideOfTheMft) {
+TEST(categorize_entry, refuses_an_entry_outside_of_the_mft) {
     volume_builder volume;
     const categorized got = categorize(volume, 0xABCDEF0123);
     EXPECT_FALSE(got.ok);
     EXPECT_EQ(got.log, (lines{"err: mftfixup abcdef0123"}));
 }
 
-TEST(CategorizeEntry, RefusesARecordMarkedBad) {
+TEST(categorize_entry, refuses_a_record_marked_bad) {
     volume_builder volume;
     volume.add_file("a").record().signature("BAAD");
     const categorized got = categorize(volume);
@@ -40,7 +40,7 @@ TEST(CategorizeEntry, RefusesARecordMarkedBad) {
     EXPECT_EQ(got.log, (lines{"err: fixup_mft type: BAAD", "err: recd bad 18"}));
 }
 
-TEST(CategorizeEntry, RefusesARecordThatFailsTheHeaderTest) {
+TEST(categorize_entry, refuses_a_record_that_fails_the_header_test) {
     volume_builder volume;
     volume.add_file("a").record().update_sequence_offset(0x2A);
     EXPECT_EQ(categorize(volume).log, (lines{"err: mftfixup 18"}));
@@ -52,7 +52,7 @@ TEST(CategorizeEntry, RefusesARecordThatFailsTheHeaderTest) {
     EXPECT_EQ(categorize(placed).log, (lines{"err: mftfixup 18"}));
 }
 
-TEST(CategorizeEntry, AcceptsAnIndexBlockInThePlaceOfARecord) {
+TEST(categorize_entry, accepts_an_index_block_in_the_place_of_a_record) {
     volume_builder volume;
     volume.add_file("a").data("x").record().signature("INDX");
     const categorized got = categorize(volume);
@@ -61,7 +61,7 @@ TEST(CategorizeEntry, AcceptsAnIndexBlockInThePlaceOfARecord) {
     EXPECT_EQ(got.items[0].record_size, 0u);
 }
 
-TEST(CategorizeEntry, SurvivesAnIndexBlockWhoseArrayAndFirstAttributeLieAnywhere) {
+TEST(categorize_entry, survives_an_index_block_whose_array_and_first_attribute_lie_anywhere) {
     for (const std::uint64_t first : {0u, 1020u, 1023u, 1024u, 65535u}) {
         for (const std::uint64_t array : {0u, 1021u, 1023u, 65535u}) {
             volume_builder volume;
@@ -74,7 +74,7 @@ TEST(CategorizeEntry, SurvivesAnIndexBlockWhoseArrayAndFirstAttributeLieAnywhere
     }
 }
 
-TEST(CategorizeEntry, RestoresTheSectorsOfTheRecordAloneWhateverTheCountSays) {
+TEST(categorize_entry, restores_the_sectors_of_the_record_alone_whatever_the_count_says) {
     volume_builder volume;
     record_builder record = volume.new_record(24);
     record.update_sequence_count(9).add(attribute_builder::resident(0x80, pattern(600)));
@@ -82,21 +82,21 @@ TEST(CategorizeEntry, RestoresTheSectorsOfTheRecordAloneWhateverTheCountSays) {
     EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->value, pattern(600));
 }
 
-TEST(CategorizeEntry, RestoresNothingWhereASectorIsLargerThanTheRecord) {
+TEST(categorize_entry, restores_nothing_where_a_sector_is_larger_than_the_record) {
     volume_builder volume({.bytes_per_sector = 4096, .sectors_per_cluster = 1, .record_size = 1024});
     volume.add_file("a").resident_data(bytes(600, 'x'));
     const bytes value = of_type(categorize(volume).items, 0x80).at(0)->value;
     EXPECT_EQ(std::count(value.begin(), value.end(), 'x'), 598) << "two bytes are the update sequence number";
 }
 
-TEST(CategorizeEntry, TakesARecordOf512Bytes) {
+TEST(categorize_entry, takes_a_record_of_512_bytes) {
     volume_builder volume({.record_size = 512});
     volume.replace_record(
         24, volume.new_record(24).add(attribute_builder::resident(0x80, to_bytes("small"))).build());
     EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->value, to_bytes("small"));
 }
 
-TEST(CategorizeEntry, FindsEntry0ThroughTheRunsOfMft) {
+TEST(categorize_entry, finds_entry_0_through_the_runs_of_mft) {
     volume_builder volume;
     EXPECT_TRUE(categorize(opened_volume(volume).ntfs(), 0).ok);
     volume.replace_record(0, volume.new_record(0).build());
@@ -106,7 +106,7 @@ TEST(CategorizeEntry, FindsEntry0ThroughTheRunsOfMft) {
     EXPECT_EQ(got.log, (lines{"err: mftfixup 0"}));
 }
 
-TEST(CategorizeEntry, RefusesARecordThatCannotBeRead) {
+TEST(categorize_entry, refuses_a_record_that_cannot_be_read) {
     volume_builder volume({.mft_runs = {{4, 8}, {1000, 8}}});
     bytes image = volume.image();
     image.resize(100 * 4096);
@@ -116,7 +116,7 @@ TEST(CategorizeEntry, RefusesARecordThatCannotBeRead) {
     EXPECT_EQ(got.log, (lines{"err: mftfixup 28"}));
 }
 
-TEST(CategorizeEntry, LearnsTheSizesOfAVolumeThatItValidatesItself) {
+TEST(categorize_entry, learns_the_sizes_of_a_volume_that_it_validates_itself) {
     volume_builder builder({.record_size = 4096});
     builder.add_file("a").resident_data(pattern(1900));
     const temp_dir dir;
@@ -128,13 +128,13 @@ TEST(CategorizeEntry, LearnsTheSizesOfAVolumeThatItValidatesItself) {
     EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, pattern(1900));
 }
 
-TEST(CategorizeEntry, AcceptsARecordWhoseSectorEndsDoNotMatch) {
+TEST(categorize_entry, accepts_a_record_whose_sector_ends_do_not_match) {
     volume_builder volume;
     volume.add_file("a").resident_data(pattern(600)).record().force_on_disk(510, 2, 0xDEAD);
     EXPECT_EQ(of_type(categorize(volume).items, 0x80).at(0)->value, pattern(600));
 }
 
-TEST(CategorizeEntry, RestoresNothingForACountBelow2) {
+TEST(categorize_entry, restores_nothing_for_a_count_below_2) {
     for (const unsigned count : {0u, 1u}) {
         volume_builder volume;
         volume.add_file("a").resident_data(bytes(600, 'x')).record().force_on_disk(6, 2, count);
@@ -146,7 +146,7 @@ TEST(CategorizeEntry, RestoresNothingForACountBelow2) {
     }
 }
 
-TEST(CategorizeEntry, GivesTheHeaderAloneForAFirstAttributeOffsetOfZero) {
+TEST(categorize_entry, gives_the_header_alone_for_a_first_attribute_offset_of_zero) {
     volume_builder volume;
     volume.add_file("a").data("x").record().first_attribute_offset(0);
     const categorized got = categorize(volume);
@@ -154,7 +154,7 @@ TEST(CategorizeEntry, GivesTheHeaderAloneForAFirstAttributeOffsetOfZero) {
     EXPECT_EQ(types_of(got.items), (std::vector<std::uint32_t>{0x110}));
 }
 
-TEST(CategorizeEntry, KeepsWhatStandsAheadOfAnAttributeOutsideOfTheRecord) {
+TEST(categorize_entry, keeps_what_is_ahead_of_an_attribute_outside_of_the_record) {
     for (const std::uint32_t length : {0u, 2000u, 1000u, 0xFFFFFFFFu}) {
         volume_builder volume;
         volume.add_file("a")
@@ -168,7 +168,7 @@ TEST(CategorizeEntry, KeepsWhatStandsAheadOfAnAttributeOutsideOfTheRecord) {
     }
 }
 
-TEST(CategorizeEntry, SurvivesAttributesShorterThanTheirHeader) {
+TEST(categorize_entry, survives_attributes_shorter_than_their_header) {
     for (const std::uint32_t length : {1u, 7u, 8u, 15u, 16u, 23u, 24u, 63u}) {
         for (const std::uint32_t type :
              {0x10u, 0x20u, 0x30u, 0x40u, 0x50u, 0x60u, 0x70u, 0x80u, 0x90u, 0xA0u, 0xC0u}) {
@@ -181,7 +181,7 @@ TEST(CategorizeEntry, SurvivesAttributesShorterThanTheirHeader) {
     }
 }
 
-TEST(CategorizeEntry, EndsAtTheRecordsEndWithoutAnEndMarker) {
+TEST(categorize_entry, ends_at_the_records_end_without_an_end_marker) {
     volume_builder volume;
     volume.add_file("a").data("x").record().without_end_marker();
     const categorized got = categorize(volume);
@@ -189,7 +189,7 @@ TEST(CategorizeEntry, EndsAtTheRecordsEndWithoutAnEndMarker) {
     EXPECT_EQ(got.items.size(), 4u);
 }
 
-TEST(CategorizeEntry, IsTheSameForEveryLengthAtWhichTheImageEndsBehindTheRecord) {
+TEST(categorize_entry, is_the_same_for_every_length_at_which_the_image_ends_after_the_record) {
     volume_builder volume;
     volume.add_file("a").data("content");
     const bytes image = volume.image();
@@ -204,7 +204,7 @@ TEST(CategorizeEntry, IsTheSameForEveryLengthAtWhichTheImageEndsBehindTheRecord)
 }
 
 // The saved words are put back over the whole record, also where the source ended ahead of a sector's end.
-TEST(CategorizeEntry, PutsBackTheSectorEndsOfARecordThatTheSourceCuts) {
+TEST(categorize_entry, puts_back_the_sector_ends_of_a_record_that_the_source_cuts) {
     volume_builder volume({.mft_entries = 28});
     record_builder record = volume.new_record(27);
     // 56 bytes of header, 24 of the attribute's, and a value to the end of the record.
@@ -220,7 +220,7 @@ TEST(CategorizeEntry, PutsBackTheSectorEndsOfARecordThatTheSourceCuts) {
 }
 
 // Once the end of the source has cut a record, later ones of the entry are read in the cut length.
-TEST(CategorizeEntry, ReadsLaterRecordsInTheLengthToWhichTheEndOfTheSourceCutOne) {
+TEST(categorize_entry, reads_later_records_in_the_length_to_which_the_end_of_the_source_cut_one) {
     geometry shape;
     shape.mft_entries = 28;
     volume_builder volume(shape);
@@ -251,7 +251,7 @@ TEST(CategorizeEntry, ReadsLaterRecordsInTheLengthToWhichTheEndOfTheSourceCutOne
         << "z lies behind byte 512 of a whole record";
 }
 
-TEST(CategorizeEntry, IsTheSameWithSectorsOf4096Bytes) {
+TEST(categorize_entry, is_the_same_with_sectors_of_4096_bytes) {
     geometry shape;
     shape.bytes_per_sector = 4096;
     shape.sectors_per_cluster = 1;

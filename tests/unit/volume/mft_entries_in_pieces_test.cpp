@@ -12,7 +12,7 @@ namespace {
 
 // A file's pieces.
 
-TEST(CategorizeEntry, JoinsADataStreamSpreadOverThreeRecords) {
+TEST(categorize_entry, joins_a_data_stream_spread_over_three_records) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -36,7 +36,7 @@ TEST(CategorizeEntry, JoinsADataStreamSpreadOverThreeRecords) {
                               "primary entry 24 pointing to ref entry 26"}));
 }
 
-TEST(CategorizeEntry, PutsAnEarlierPieceAheadOfTheOneFirstMet) {
+TEST(categorize_entry, puts_an_earlier_piece_ahead_of_the_one_first_met) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -47,7 +47,7 @@ TEST(CategorizeEntry, PutsAnEarlierPieceAheadOfTheOneFirstMet) {
 }
 
 // Each join closes the gaps, so the place of a piece in the middle may be taken by the time it comes.
-TEST(CategorizeEntry, LosesAPieceThatTheListNamesBehindALaterOne) {
+TEST(categorize_entry, loses_a_piece_that_the_list_names_after_a_later_one) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -59,7 +59,7 @@ TEST(CategorizeEntry, LosesAPieceThatTheListNamesBehindALaterOne) {
               (flat_runs{{0, 100, 16, false}, {16, 200, 32, false}}));
 }
 
-TEST(CategorizeEntry, JoinsPiecesThatShareTypeIdAndName) {
+TEST(categorize_entry, joins_pieces_that_share_type_id_and_name) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -72,7 +72,7 @@ TEST(CategorizeEntry, JoinsPiecesThatShareTypeIdAndName) {
 }
 
 // Pieces of a named stream that carry different ids stay apart.
-TEST(CategorizeEntry, LeavesANamedStreamInPiecesWhenTheirIdsDiffer) {
+TEST(categorize_entry, leaves_a_named_stream_in_pieces_when_their_ids_differ) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -86,7 +86,7 @@ TEST(CategorizeEntry, LeavesANamedStreamInPiecesWhenTheirIdsDiffer) {
 }
 
 // A piece whose id stands for another name is dropped.
-TEST(CategorizeEntry, DropsAPieceWhoseIdStandsForAnotherName) {
+TEST(categorize_entry, drops_a_piece_whose_id_is_for_another_name) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -100,7 +100,7 @@ TEST(CategorizeEntry, DropsAPieceWhoseIdStandsForAnotherName) {
     EXPECT_EQ(runs_of(*streams[0]), (flat_runs{{0, 100, 16, false}}));
 }
 
-TEST(CategorizeEntry, LeavesTheFirstOfTwoResidentValuesOfOneKey) {
+TEST(categorize_entry, leaves_the_first_of_two_resident_values_of_one_key) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -112,7 +112,7 @@ TEST(CategorizeEntry, LeavesTheFirstOfTwoResidentValuesOfOneKey) {
     EXPECT_EQ(streams[0]->value, to_bytes("first"));
 }
 
-TEST(CategorizeEntry, ListsResidentUnnamedStreamsOfDifferentIdsOneByOne) {
+TEST(categorize_entry, lists_resident_unnamed_streams_of_different_ids_one_by_one) {
     volume_builder volume;
     volume.add_file("a")
         .attribute(attribute_builder::resident(0x80, to_bytes("first")).id(3))
@@ -126,7 +126,7 @@ TEST(CategorizeEntry, ListsResidentUnnamedStreamsOfDifferentIdsOneByOne) {
 }
 
 // Of several unnamed streams the first in the order of the items takes a piece, whichever was met first.
-TEST(CategorizeEntry, JoinsAPieceToTheFirstOfSeveralUnnamedStreams) {
+TEST(categorize_entry, joins_a_piece_to_the_first_of_several_unnamed_streams) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -143,7 +143,7 @@ TEST(CategorizeEntry, JoinsAPieceToTheFirstOfSeveralUnnamedStreams) {
     EXPECT_EQ(runs_of(*streams[1]), (flat_runs{{0, 100, 16, false}}));
 }
 
-TEST(CategorizeEntry, ListsAnEmptyResidentStream) {
+TEST(categorize_entry, lists_an_empty_resident_stream) {
     volume_builder volume;
     volume.add_file("a").resident_data({});
     const attr_item item = *of_type(categorize(volume).items, 0x80).at(0);
@@ -152,7 +152,7 @@ TEST(CategorizeEntry, ListsAnEmptyResidentStream) {
     EXPECT_TRUE(item.value.empty());
 }
 
-TEST(CategorizeEntry, JoinsTheIndexAllocationOfADirectoryByIdAndName) {
+TEST(categorize_entry, joins_the_index_allocation_of_a_directory_by_id_and_name) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -166,7 +166,7 @@ TEST(CategorizeEntry, JoinsTheIndexAllocationOfADirectoryByIdAndName) {
     EXPECT_EQ(runs_of(*found[0]), (flat_runs{{0, 100, 1, false}, {1, 110, 2, false}}));
 }
 
-TEST(CategorizeEntry, TakesEverythingOfAnExtensionRecordForTheBaseEntry) {
+TEST(categorize_entry, takes_everything_of_an_extension_record_for_the_base_entry) {
     volume_builder volume;
     auto& file = volume.add_file("base");
     const std::size_t second = file.add_extension();
@@ -182,7 +182,7 @@ TEST(CategorizeEntry, TakesEverythingOfAnExtensionRecordForTheBaseEntry) {
 }
 
 // A record that was given to another file since is read all the same.
-TEST(CategorizeEntry, DoesNotCompareTheSequenceNumberOfAListEntry) {
+TEST(categorize_entry, does_not_compare_the_sequence_number_of_a_list_entry) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -192,7 +192,7 @@ TEST(CategorizeEntry, DoesNotCompareTheSequenceNumberOfAListEntry) {
     EXPECT_EQ(of_type(categorize(volume).items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, TakesOnlyWhatTheListNames) {
+TEST(categorize_entry, takes_only_what_the_list_names) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -207,7 +207,7 @@ TEST(CategorizeEntry, TakesOnlyWhatTheListNames) {
     EXPECT_EQ(got.log.size(), 3u) << "one line for each entry";
 }
 
-TEST(CategorizeEntry, FollowsAListInClusters) {
+TEST(categorize_entry, follows_a_list_in_clusters) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -218,7 +218,7 @@ TEST(CategorizeEntry, FollowsAListInClusters) {
     EXPECT_EQ(got.log, (lines{"primary entry 24 pointing to ref entry 25"}));
 }
 
-TEST(CategorizeEntry, DoesNotFollowAListInAnExtensionRecord) {
+TEST(categorize_entry, does_not_follow_a_list_in_an_extension_record) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -232,7 +232,7 @@ TEST(CategorizeEntry, DoesNotFollowAListInAnExtensionRecord) {
     EXPECT_EQ(got.log.size(), 1u);
 }
 
-TEST(CategorizeEntry, FollowsEveryListOfARecord) {
+TEST(categorize_entry, follows_every_list_of_a_record) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -243,7 +243,7 @@ TEST(CategorizeEntry, FollowsEveryListOfARecord) {
     EXPECT_EQ(of_type(categorize(volume).items, 0x80).size(), 2u);
 }
 
-TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatIsNone) {
+TEST(categorize_entry, goes_on_without_an_extension_record_that_is_none) {
     for (const char* const signature : {"BAAD", "INDX", "ABCD", "file"}) {
         volume_builder volume;
         auto& file = volume.add_file("a");
@@ -267,7 +267,7 @@ TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatIsNone) {
     }
 }
 
-TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordOutsideOfTheMft) {
+TEST(categorize_entry, goes_on_without_an_extension_record_outside_of_the_mft) {
     volume_builder volume;
     volume.add_file("a")
         .attribute_list(build_attribute_list({{.record = 0xFFFFFFFFFFFF, .id = 1}}))
@@ -278,7 +278,7 @@ TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordOutsideOfTheMft) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatHasNoFirstAttribute) {
+TEST(categorize_entry, goes_on_without_an_extension_record_that_has_no_first_attribute) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -287,7 +287,7 @@ TEST(CategorizeEntry, GoesOnWithoutAnExtensionRecordThatHasNoFirstAttribute) {
     EXPECT_TRUE(of_type(categorize(volume).items, 0x80).empty());
 }
 
-TEST(CategorizeEntry, EndsTheSearchInAnExtensionRecordAtAnAttributeOfLengthZero) {
+TEST(categorize_entry, ends_the_search_in_an_extension_record_at_an_attribute_of_length_zero) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -298,7 +298,7 @@ TEST(CategorizeEntry, EndsTheSearchInAnExtensionRecordAtAnAttributeOfLengthZero)
     EXPECT_TRUE(of_type(got.items, 0x80).empty());
 }
 
-TEST(CategorizeEntry, TakesNothingOfAnExtensionRecordWhoseFirstAttributeFillsIt) {
+TEST(categorize_entry, takes_nothing_of_an_extension_record_whose_first_attribute_fills_it) {
     for (const auto& [length, found] : {std::pair{1024u, 0u}, {0xFFFFFFFFu, 0u}, {1023u, 0u}}) {
         volume_builder volume;
         auto& file = volume.add_file("a");
@@ -310,7 +310,7 @@ TEST(CategorizeEntry, TakesNothingOfAnExtensionRecordWhoseFirstAttributeFillsIt)
 
 // Damaged attribute lists.
 
-TEST(CategorizeEntry, EndsAListAtAnEntryOfLengthZero) {
+TEST(categorize_entry, ends_a_list_at_an_entry_of_length_zero) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -324,7 +324,7 @@ TEST(CategorizeEntry, EndsAListAtAnEntryOfLengthZero) {
     EXPECT_TRUE(got.log.empty());
 }
 
-TEST(CategorizeEntry, SurvivesAListCutAtEveryLength) {
+TEST(categorize_entry, survives_a_list_cut_at_every_length) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -341,7 +341,7 @@ TEST(CategorizeEntry, SurvivesAListCutAtEveryLength) {
     }
 }
 
-TEST(CategorizeEntry, StepsByTheLengthOfAListEntryHoweverSmall) {
+TEST(categorize_entry, steps_by_the_length_of_a_list_entry_however_small) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -355,7 +355,7 @@ TEST(CategorizeEntry, StepsByTheLengthOfAListEntryHoweverSmall) {
     }
 }
 
-TEST(CategorizeEntry, ReadsNothingForAListEntryOfTheRecordItself) {
+TEST(categorize_entry, reads_nothing_for_a_list_entry_of_the_record_itself) {
     volume_builder volume;
     volume.add_file("a").data("x").attribute_list(
         build_attribute_list({{.record = 24, .id = 2}, {.record = 24, .id = 9}}));
@@ -364,7 +364,7 @@ TEST(CategorizeEntry, ReadsNothingForAListEntryOfTheRecordItself) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, EndsForTwoRecordsWhoseListsNameEachOther) {
+TEST(categorize_entry, ends_for_two_records_whose_lists_name_each_other) {
     volume_builder volume;
     auto& first = volume.add_file("a");
     auto& second = volume.add_file("b");
@@ -374,7 +374,7 @@ TEST(CategorizeEntry, EndsForTwoRecordsWhoseListsNameEachOther) {
     EXPECT_TRUE(categorize(volume, second.entry()).ok);
 }
 
-TEST(CategorizeEntry, EndsForAListOf60000EntriesOfOneRecord) {
+TEST(categorize_entry, ends_for_a_list_of_60000_entries_of_one_record) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -387,7 +387,7 @@ TEST(CategorizeEntry, EndsForAListOf60000EntriesOfOneRecord) {
     EXPECT_EQ(runs_of(*of_type(got.items, 0x80).at(0)), (flat_runs{{0, 300, 16, false}}));
 }
 
-TEST(CategorizeEntry, FollowsListsUntil64MiBWereRead) {
+TEST(categorize_entry, follows_lists_until_64_mib_were_read) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -401,7 +401,7 @@ TEST(CategorizeEntry, FollowsListsUntil64MiBWereRead) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, FollowsListsUntil32MiBOfAttributesWereFound) {
+TEST(categorize_entry, follows_lists_until_32_mib_of_attributes_were_found) {
     volume_builder volume({.record_size = 4096});
     auto& file = volume.add_file("a");
     const attribute_builder named = attribute_builder::resident(0x80, bytes(3968)).named("s").id(1);
@@ -416,7 +416,7 @@ TEST(CategorizeEntry, FollowsListsUntil32MiBOfAttributesWereFound) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, TakesNoMoreMemoryThanTwiceTheSource) {
+TEST(categorize_entry, takes_no_more_memory_than_twice_the_source) {
     // 440 holes of one cluster each take 880 bytes of a record and 14,080 bytes of memory.
     bytes holes;
     for (int i = 0; i < 440; ++i) {
@@ -445,7 +445,7 @@ TEST(CategorizeEntry, TakesNoMoreMemoryThanTwiceTheSource) {
     EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, to_bytes("x"));
 }
 
-TEST(FlattenEntry, PadsValuesWith4MiBOfZerosAtMost) {
+TEST(flatten_entry, pads_values_with_4_mib_of_zeros_at_most) {
     // 100 attributes without a value of their own that claim 60,000 bytes each.
     entry_record record;
     bytes chain;
@@ -467,7 +467,7 @@ TEST(FlattenEntry, PadsValuesWith4MiBOfZerosAtMost) {
     EXPECT_EQ(items[100].value_size, 60000u);
 }
 
-TEST(CategorizeEntry, CostsLittleForAListWhoseRunsClaimTerabytes) {
+TEST(categorize_entry, costs_little_for_a_list_whose_runs_claim_terabytes) {
     volume_builder volume;
     volume.add_file("a").data("kept").attribute(
         attribute_builder::with_pairs(0x20, from_hex("04 FF FF FF FF 04 FF FF FF FF 04 FF FF FF FF 00"))
@@ -477,7 +477,7 @@ TEST(CategorizeEntry, CostsLittleForAListWhoseRunsClaimTerabytes) {
     EXPECT_EQ(of_type(got.items, 0x80).size(), 1u);
 }
 
-TEST(CategorizeEntry, ReadsTheListAsFarAsItsClustersCanBeRead) {
+TEST(categorize_entry, reads_the_list_as_far_as_its_clusters_can_be_read) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t second = file.add_extension();
@@ -505,7 +505,7 @@ void add_interleaved_file(volume_builder& volume, std::size_t times) {
     file.attribute_list(list).list_in_clusters();
 }
 
-TEST(CategorizeEntry, joins_a_piece_named_again_and_again_as_merging_one_by_one_does) {
+TEST(categorize_entry, joins_a_piece_named_again_and_again_as_merging_one_by_one_does) {
     volume_builder volume;
     add_interleaved_file(volume, 500);
     cluster_run_list expected{{100, 0, false, 2}, {200, 2, false, 2}, {300, 4, false, 2}};
@@ -517,7 +517,7 @@ TEST(CategorizeEntry, joins_a_piece_named_again_and_again_as_merging_one_by_one_
 }
 
 // 2 MiB that took most of a minute while each join walked over all that was there.
-TEST(CategorizeEntry, joins_a_piece_named_sixty_thousand_times_in_little_time) {
+TEST(categorize_entry, joins_a_piece_named_sixty_thousand_times_in_little_time) {
     volume_builder volume;
     // A build with AddressSanitizer takes fifteen times as long.
     const std::size_t times = time_allowance() > 1.0 ? 20000 : 60000;

@@ -9,7 +9,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(CategorizeEntry, ListsHeaderInformationNamesAndThenTheOthers) {
+TEST(categorize_entry, lists_header_information_names_and_then_the_others) {
     volume_builder volume;
     volume.add_file("a.txt").data("hello");
     const categorized got = categorize(volume);
@@ -27,7 +27,7 @@ TEST(CategorizeEntry, ListsHeaderInformationNamesAndThenTheOthers) {
     EXPECT_TRUE(got.log.empty());
 }
 
-TEST(CategorizeEntry, DescribesTheRecordHeader) {
+TEST(categorize_entry, describes_the_record_header) {
     volume_builder volume;
     volume.add_file("a").sequence(7);
     const attr_item header = categorize(volume).items.at(0);
@@ -40,7 +40,7 @@ TEST(CategorizeEntry, DescribesTheRecordHeader) {
     EXPECT_EQ(header.flags, 0u);
 }
 
-TEST(CategorizeEntry, TakesTheRecordSizeOfTheHeaderItemFromItsUpdateSequence) {
+TEST(categorize_entry, takes_the_record_size_of_the_header_item_from_its_update_sequence) {
     volume_builder volume;
     volume.add_file("a").record().update_sequence_count(2);
     const categorized got = categorize(volume);
@@ -48,7 +48,7 @@ TEST(CategorizeEntry, TakesTheRecordSizeOfTheHeaderItemFromItsUpdateSequence) {
     EXPECT_EQ(got.items.at(1).record_size, 1024u);
 }
 
-TEST(CategorizeEntry, CategorizesADeletedRecordAsUsualAndMarksIt) {
+TEST(categorize_entry, categorizes_a_deleted_record_as_usual_and_marks_it) {
     volume_builder volume;
     volume.add_file("gone.txt").data("still here").deleted();
     const categorized got = categorize(volume);
@@ -58,14 +58,14 @@ TEST(CategorizeEntry, CategorizesADeletedRecordAsUsualAndMarksIt) {
     EXPECT_EQ(got.items[3].value, to_bytes("still here"));
 }
 
-TEST(CategorizeEntry, MarksADirectory) {
+TEST(categorize_entry, marks_a_directory) {
     volume_builder volume;
     volume.add_directory("sub");
     EXPECT_EQ(categorize(volume).items.at(0).bits & 0x03, 0x02);
 }
 
 // Four bits of the count are kept, so 16 links show as 0.
-TEST(CategorizeEntry, KeepsTheCountOfHardLinksModulo16) {
+TEST(categorize_entry, keeps_the_count_of_hard_links_modulo_16) {
     for (const auto& [links, bits] : {std::pair{0, 0x04}, {1, 0x0C}, {15, 0x7C}, {16, 0x04}, {65535, 0x7C}}) {
         volume_builder volume;
         volume.add_file("a").record().links(static_cast<std::uint16_t>(links));
@@ -73,7 +73,7 @@ TEST(CategorizeEntry, KeepsTheCountOfHardLinksModulo16) {
     }
 }
 
-TEST(CategorizeEntry, CategorizesAnExtensionRecordGivenAsTheEntry) {
+TEST(categorize_entry, categorizes_an_extension_record_given_as_the_entry) {
     volume_builder volume;
     auto& file = volume.add_file("a");
     const std::size_t place = file.add_extension();
@@ -87,14 +87,14 @@ TEST(CategorizeEntry, CategorizesAnExtensionRecordGivenAsTheEntry) {
     EXPECT_EQ(got.items[1].entry, file.extension_entry(place));
 }
 
-TEST(CategorizeEntry, GivesTheEntryAsOwnerInABaseRecord) {
+TEST(categorize_entry, gives_the_entry_as_owner_in_a_base_record) {
     volume_builder volume;
     volume.add_file("a").data(runs({{200, 4}}));
     const categorized got = categorize(volume);
     EXPECT_EQ(of_type(got.items, 0x80).at(0)->owner, first_user_entry);
 }
 
-TEST(CategorizeEntry, TellsTheTimesOfStandardInformationInItsOwnOrder) {
+TEST(categorize_entry, reports_the_times_of_standard_information_in_its_own_order) {
     volume_builder volume;
     volume.add_file("a")
         .times({.created = 11, .modified = 22, .mft_changed = 33, .accessed = 44})
@@ -110,7 +110,7 @@ TEST(CategorizeEntry, TellsTheTimesOfStandardInformationInItsOwnOrder) {
     EXPECT_EQ(item.value_size, 0u);
 }
 
-TEST(CategorizeEntry, GivesNoSecurityIdForTheShortFormOfStandardInformation) {
+TEST(categorize_entry, gives_no_security_id_for_the_short_form_of_standard_information) {
     volume_builder volume;
     standard_information old_form;
     old_form.security_id = 0x99;
@@ -120,7 +120,7 @@ TEST(CategorizeEntry, GivesNoSecurityIdForTheShortFormOfStandardInformation) {
     EXPECT_EQ(of_type(categorize(volume).items, 0x10).at(0)->security_id, 0u);
 }
 
-TEST(CategorizeEntry, DescribesAFileName) {
+TEST(categorize_entry, describes_a_file_name) {
     volume_builder volume;
     file_name name;
     name.parent = reference(0x123456789A, 9);
@@ -147,7 +147,7 @@ TEST(CategorizeEntry, DescribesAFileName) {
     EXPECT_EQ(item.flags, 2u);
 }
 
-TEST(CategorizeEntry, ListsTwoHardLinksInOneDirectoryByName) {
+TEST(categorize_entry, lists_two_hard_links_in_one_directory_by_name) {
     volume_builder volume;
     volume.add_file("zebra").hard_link("apple", root_entry);
     const categorized got = categorize(volume);
@@ -158,7 +158,7 @@ TEST(CategorizeEntry, ListsTwoHardLinksInOneDirectoryByName) {
 }
 
 // The key is text: the parent as eight hexadecimal digits, then the name.
-TEST(CategorizeEntry, ListsNamesByParentAheadOfTheName) {
+TEST(categorize_entry, lists_names_by_parent_ahead_of_the_name) {
     volume_builder volume;
     auto& sub = volume.add_directory("sub");
     auto& file = volume.add_file("zebra");
@@ -171,7 +171,7 @@ TEST(CategorizeEntry, ListsNamesByParentAheadOfTheName) {
     EXPECT_EQ(names[2]->text, "apple") << "entry 24 comes behind entry 5";
 }
 
-TEST(CategorizeEntry, ListsTheShortNameWithTheOthers) {
+TEST(categorize_entry, lists_the_short_name_with_the_others) {
     volume_builder volume;
     volume.add_file("long file name.txt").short_name("LONGFI~1.TXT");
     const categorized got = categorize(volume);
@@ -182,7 +182,7 @@ TEST(CategorizeEntry, ListsTheShortNameWithTheOthers) {
     EXPECT_EQ(names[1]->name_space, 1u);
 }
 
-TEST(CategorizeEntry, DescribesAStreamInClusters) {
+TEST(categorize_entry, describes_a_stream_in_clusters) {
     volume_builder volume;
     volume.add_file("a").data(
         runs({{100, 8}, {hole, 16}, {90, 2}}),
@@ -199,7 +199,7 @@ TEST(CategorizeEntry, DescribesAStreamInClusters) {
     EXPECT_EQ(runs_of(item), (flat_runs{{0, 100, 8, false}, {8, 0, 16, true}, {24, 90, 2, false}}));
 }
 
-TEST(CategorizeEntry, DescribesAResidentStream) {
+TEST(categorize_entry, describes_a_resident_stream) {
     volume_builder volume;
     volume.add_file("a").resident_data(pattern(600));
     const attr_item item = *of_type(categorize(volume).items, 0x80).at(0);
@@ -209,7 +209,7 @@ TEST(CategorizeEntry, DescribesAResidentStream) {
     EXPECT_TRUE(item.runs.empty());
 }
 
-TEST(CategorizeEntry, ListsTheUnnamedAndANamedStreamBesideEachOther) {
+TEST(categorize_entry, lists_the_unnamed_and_a_named_stream_beside_each_other) {
     volume_builder volume;
     volume.add_file("a").data("one").stream("x", "two");
     const categorized got = categorize(volume);
@@ -221,7 +221,7 @@ TEST(CategorizeEntry, ListsTheUnnamedAndANamedStreamBesideEachOther) {
     EXPECT_EQ(streams[1]->value, to_bytes("two"));
 }
 
-TEST(CategorizeEntry, OrdersAttributesByIdAndThenByType) {
+TEST(categorize_entry, orders_attributes_by_id_and_then_by_type) {
     volume_builder volume;
     volume.add_file("a")
         .attribute(attribute_builder::resident(0x80, to_bytes("late")).id(9))
@@ -233,7 +233,7 @@ TEST(CategorizeEntry, OrdersAttributesByIdAndThenByType) {
 }
 
 // A value as long as a record cannot be there in full: its size shows, its bytes do not.
-TEST(CategorizeEntry, KeepsNoResidentValueThatIsAsLongAsARecord) {
+TEST(categorize_entry, keeps_no_resident_value_that_is_as_long_as_a_record) {
     for (const std::uint64_t size : {1024u, 1025u, 0xFFFFFFFFu}) {
         volume_builder volume;
         volume.add_file("a").attribute(attribute_builder::resident(0x80, to_bytes("abc")).force(16, 4, size));
@@ -243,7 +243,7 @@ TEST(CategorizeEntry, KeepsNoResidentValueThatIsAsLongAsARecord) {
     }
 }
 
-TEST(CategorizeEntry, FillsAValueThatReachesOutOfItsAttributeWithZeros) {
+TEST(categorize_entry, fills_a_value_that_reaches_out_of_its_attribute_with_zeros) {
     volume_builder volume;
     volume.add_file("a").attribute(
         attribute_builder::resident(0x80, to_bytes("abcdefgh")).force(16, 4, 1023));
@@ -253,7 +253,7 @@ TEST(CategorizeEntry, FillsAValueThatReachesOutOfItsAttributeWithZeros) {
     EXPECT_EQ(item.value, expected);
 }
 
-TEST(CategorizeEntry, GivesZerosForAValueThatBeginsOutsideOfItsAttribute) {
+TEST(categorize_entry, gives_zeros_for_a_value_that_begins_outside_of_its_attribute) {
     for (const std::uint64_t offset : {32u, 33u, 1000u, 0xFFFFu}) {
         volume_builder volume;
         volume.add_file("a").attribute(
@@ -264,7 +264,7 @@ TEST(CategorizeEntry, GivesZerosForAValueThatBeginsOutsideOfItsAttribute) {
     }
 }
 
-TEST(CategorizeEntry, TakesAnObjectIdOfExactly16Bytes) {
+TEST(categorize_entry, takes_an_object_id_of_exactly_16_bytes) {
     const bytes id = from_hex("00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF");
     volume_builder volume;
     volume.add_file("a").attribute(attribute_builder::resident(0x40, id));
@@ -273,7 +273,7 @@ TEST(CategorizeEntry, TakesAnObjectIdOfExactly16Bytes) {
     EXPECT_EQ(item.value, id);
 }
 
-TEST(CategorizeEntry, GivesTheSizeAloneOfALongerObjectId) {
+TEST(categorize_entry, gives_the_size_alone_of_a_longer_object_id) {
     volume_builder volume;
     volume.add_file("a").attribute(attribute_builder::resident(0x40, pattern(64)));
     const attr_item item = *of_type(categorize(volume).items, 0x40).at(0);
@@ -281,7 +281,7 @@ TEST(CategorizeEntry, GivesTheSizeAloneOfALongerObjectId) {
     EXPECT_EQ(bytes(item.object_id.begin(), item.object_id.end()), bytes(16, 0));
 }
 
-TEST(CategorizeEntry, TakesTheVolumeNameFromTheValue) {
+TEST(categorize_entry, takes_the_volume_name_from_the_value) {
     volume_builder volume;
     volume.add_file("a").attribute(attribute_builder::resident(0x60, ntfs_name("D\xC3\xA4ta").on_disk()));
     const attr_item item = *of_type(categorize(volume).items, 0x60).at(0);
@@ -290,7 +290,7 @@ TEST(CategorizeEntry, TakesTheVolumeNameFromTheValue) {
     EXPECT_EQ(item.value, ntfs_name("D\xC3\xA4ta").on_disk());
 }
 
-TEST(CategorizeEntry, TakesTheNameOfTheVolumeNameAttributeBeforeItsValue) {
+TEST(categorize_entry, takes_the_name_of_the_volume_name_attribute_before_its_value) {
     volume_builder volume;
     volume.add_file("a").attribute(
         attribute_builder::resident(0x60, ntfs_name("value").on_disk()).named("name"));
@@ -309,7 +309,7 @@ entry_record entry_of(const volume_builder& volume, std::uint64_t entry) {
     return record;
 }
 
-TEST(ReadEntry, KeepsTheRecordAndTheStartOfItsHeader) {
+TEST(read_entry, keeps_the_record_and_the_start_of_its_header) {
     volume_builder volume;
     volume.add_file("a").resident_data(pattern(600)).sequence(0x1234);
     const entry_record got = entry_of(volume, first_user_entry);
@@ -330,7 +330,7 @@ TEST(ReadEntry, KeepsTheRecordAndTheStartOfItsHeader) {
     EXPECT_EQ(got.file_names.size(), 1u);
 }
 
-TEST(ReadEntry, TellsOfAnAttributeListAndWhereItLies) {
+TEST(read_entry, reports_of_an_attribute_list_and_where_it_lies) {
     for (const bool in_clusters : {false, true}) {
         volume_builder volume;
         auto& file = volume.add_file("a").attribute_list(build_attribute_list({{.record = 24, .id = 1}}));
@@ -344,7 +344,7 @@ TEST(ReadEntry, TellsOfAnAttributeListAndWhereItLies) {
     }
 }
 
-TEST(ReadEntry, KeepsTheBaseReferenceAsItIsStored) {
+TEST(read_entry, keeps_the_base_reference_as_it_is_stored) {
     volume_builder volume;
     auto& file = volume.add_file("a").sequence(9);
     const std::size_t place = file.add_extension();
@@ -353,7 +353,7 @@ TEST(ReadEntry, KeepsTheBaseReferenceAsItIsStored) {
     EXPECT_EQ(got.base, 0x0009000000000018u);
 }
 
-TEST(CategorizeIndexOnly, ListsIndexAttributesAndNothingElse) {
+TEST(categorize_index_only, lists_index_attributes_and_nothing_else) {
     volume_builder volume;
     auto& directory = volume.add_directory("sub");
     directory.index_in_blocks();

@@ -12,14 +12,14 @@ data_run stored(std::uint64_t lcn, std::uint32_t clusters) {
     return run;
 }
 
-TEST(MftMap, knows_no_entry_without_runs) {
+TEST(mft_map, knows_no_entry_without_runs) {
     EXPECT_EQ(mft_map().find(0), std::nullopt);
     EXPECT_EQ(mft_map(1024, 4096).find(0), std::nullopt);
     EXPECT_EQ(mft_map(1024, 4096).position(0), 0U);
 }
 
 // Four entries of 1,024 bytes fit into a cluster.
-TEST(MftMap, finds_the_cluster_and_the_byte_of_an_entry) {
+TEST(mft_map, finds_the_cluster_and_the_byte_of_an_entry) {
     mft_map map(1024, 4096);
     map.extend({stored(100, 2), stored(50, 1)});
     ASSERT_TRUE(map.find(5));
@@ -33,7 +33,7 @@ TEST(MftMap, finds_the_cluster_and_the_byte_of_an_entry) {
     EXPECT_EQ(map.position(12), 0U);
 }
 
-TEST(MftMap, finds_entries_that_are_longer_than_a_cluster) {
+TEST(mft_map, finds_entries_that_are_longer_than_a_cluster) {
     mft_map map(4096, 1024);
     map.extend({stored(10, 4), stored(30, 8)});
     EXPECT_EQ(map.position(0), 10U * 1024);
@@ -42,7 +42,7 @@ TEST(MftMap, finds_entries_that_are_longer_than_a_cluster) {
     EXPECT_EQ(map.find(3), std::nullopt);
 }
 
-TEST(MftMap, can_be_asked_while_it_grows) {
+TEST(mft_map, can_be_asked_while_it_grows) {
     mft_map map(1024, 4096);
     data_run_list runs = {stored(100, 1)};
     map.extend(runs);
@@ -54,7 +54,7 @@ TEST(MftMap, can_be_asked_while_it_grows) {
     EXPECT_EQ(map.position(3), 100U * 4096 + 3072) << "what was known stays";
 }
 
-TEST(MftMap, a_shorter_list_takes_the_place_of_what_was_known) {
+TEST(mft_map, a_shorter_list_takes_the_place_of_what_was_known) {
     mft_map map(1024, 4096);
     map.extend({stored(100, 1), stored(200, 1)});
     map.extend({stored(9, 2)});
@@ -65,7 +65,7 @@ TEST(MftMap, a_shorter_list_takes_the_place_of_what_was_known) {
     EXPECT_EQ(map.position(0), 5U * 4096);
 }
 
-TEST(MftMap, an_entry_in_a_sparse_run_has_no_place_and_those_after_it_have_theirs) {
+TEST(mft_map, an_entry_in_a_sparse_run_has_no_place_and_those_after_it_have_theirs) {
     mft_map map(1024, 4096);
     map.extend({stored(100, 1), stored(sparse_lcn, 2), stored(200, 1)});
     EXPECT_EQ(map.position(3), 100U * 4096 + 3072);
@@ -74,14 +74,14 @@ TEST(MftMap, an_entry_in_a_sparse_run_has_no_place_and_those_after_it_have_their
     EXPECT_EQ(map.position(12), 200U * 4096);
 }
 
-TEST(MftMap, a_run_without_clusters_holds_no_entry) {
+TEST(mft_map, a_run_without_clusters_holds_no_entry) {
     mft_map map(1024, 4096);
     map.extend({stored(100, 0), stored(200, 1), stored(300, 0)});
     EXPECT_EQ(map.position(0), 200U * 4096);
     EXPECT_EQ(map.find(4), std::nullopt);
 }
 
-TEST(MftMap, places_that_63_bits_cannot_hold_are_none) {
+TEST(mft_map, places_that_63_bits_cannot_hold_are_none) {
     mft_map map(1024, 4096);
     map.extend({stored(~std::uint64_t{0} - 1, 3), stored(std::uint64_t{1} << 51, 1)});
     ASSERT_TRUE(map.find(0));

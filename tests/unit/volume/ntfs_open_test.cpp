@@ -37,7 +37,7 @@ bool load_nothing(CNtfs& /*volume*/) {
     return false;
 }
 
-TEST(OpenByImage, an_image_opens_at_its_offset) {
+TEST(open_by_image, an_image_opens_at_its_offset) {
     const temp_dir dir;
     write_file(dir / "image", volume_builder().image_at(512));
     std::unique_ptr<CNtfs> volume = something();
@@ -52,7 +52,7 @@ TEST(OpenByImage, an_image_opens_at_its_offset) {
     EXPECT_EQ(volume, nullptr);
 }
 
-TEST(OpenByImage, the_out_pointer_is_null_after_every_failure) {
+TEST(open_by_image, the_out_pointer_is_null_after_every_failure) {
     const temp_dir dir;
     write_file(dir / "none", bytes(100000, 0x55));
     write_file(dir / "empty", {});
@@ -66,7 +66,7 @@ TEST(OpenByImage, the_out_pointer_is_null_after_every_failure) {
     }
 }
 
-TEST(OpenByImage, the_form_of_the_path_gives_the_source_type) {
+TEST(open_by_image, the_form_of_the_path_gives_the_source_type) {
     struct row {
         const wchar_t* path;
         const char* file;
@@ -95,7 +95,7 @@ TEST(OpenByImage, the_form_of_the_path_gives_the_source_type) {
     }
 }
 
-TEST(OpenByPartition, the_volume_begins_where_the_device_does) {
+TEST(open_by_partition, the_volume_begins_where_the_device_does) {
     const temp_dir dir;
     write_file(dir / "partition", volume_builder().image());
     std::unique_ptr<CNtfs> volume = something();
@@ -107,7 +107,7 @@ TEST(OpenByPartition, the_volume_begins_where_the_device_does) {
     EXPECT_EQ(volume->m_source_type, 35);
 }
 
-TEST(OpenByPartition, of_a_path_of_type_32_the_first_character_and_a_colon_are_opened) {
+TEST(open_by_partition, of_a_path_of_type_32_the_first_character_and_a_colon_are_opened) {
     const temp_dir dir;
     const current_directory here(dir.path());
     write_file(dir / "c:", volume_builder().image());
@@ -119,7 +119,7 @@ TEST(OpenByPartition, of_a_path_of_type_32_the_first_character_and_a_colon_are_o
     }
 }
 
-TEST(OpenByPartition, an_empty_path_and_a_type_that_opens_no_path_are_refused) {
+TEST(open_by_partition, an_empty_path_and_a_type_that_opens_no_path_are_refused) {
     const temp_dir dir;
     write_file(dir / "partition", volume_builder().image());
     for (const std::uint8_t type : {std::uint8_t{32}, std::uint8_t{33}, std::uint8_t{35}}) {
@@ -135,7 +135,7 @@ TEST(OpenByPartition, an_empty_path_and_a_type_that_opens_no_path_are_refused) {
     }
 }
 
-TEST(OpenByDrive, a_drive_opens_by_its_number) {
+TEST(open_by_drive, a_drive_opens_by_its_number) {
     const device_files devices;
     write_file(devices.drive(1), volume_builder().image_at(1536));
     std::unique_ptr<CNtfs> volume = something();
@@ -149,7 +149,7 @@ TEST(OpenByDrive, a_drive_opens_by_its_number) {
     EXPECT_EQ(volume, nullptr);
 }
 
-TEST(OpenByDrive, a_number_without_a_drive_fails) {
+TEST(open_by_drive, a_number_without_a_drive_fails) {
     const device_files devices;
     for (const std::int32_t number : {-1, 20, 24, 25, 1000}) {
         std::unique_ptr<CNtfs> volume = something();
@@ -158,7 +158,7 @@ TEST(OpenByDrive, a_number_without_a_drive_fails) {
     }
 }
 
-TEST(OpenByVmdk, an_empty_list_and_files_that_are_none_are_refused) {
+TEST(open_by_vmdk, an_empty_list_and_files_that_are_none_are_refused) {
     const temp_dir dir;
     write_file(dir / "plain", volume_builder().image());
     std::unique_ptr<CNtfs> volume = something();
@@ -181,7 +181,7 @@ bytes disk_with_a_volume_at_sector_63() {
     return disk_builder(512).table(0, {{0x07, 63, 300}}).put(63, volume_builder().image()).image();
 }
 
-TEST(OpenByVmdk, without_an_offset_the_first_volume_of_the_disk_is_taken) {
+TEST(open_by_vmdk, without_an_offset_the_first_volume_of_the_disk_is_taken) {
     const temp_dir dir;
     const std::vector<std::wstring> files = virtual_disk(dir, disk_with_a_volume_at_sector_63());
     for (const std::int64_t offset : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{-32256}}) {
@@ -197,7 +197,7 @@ TEST(OpenByVmdk, without_an_offset_the_first_volume_of_the_disk_is_taken) {
     }
 }
 
-TEST(OpenByVmdk, an_offset_above_zero_is_taken_as_it_is) {
+TEST(open_by_vmdk, an_offset_above_zero_is_taken_as_it_is) {
     const temp_dir dir;
     const std::vector<std::wstring> files = virtual_disk(dir, disk_with_a_volume_at_sector_63());
     std::unique_ptr<CNtfs> volume;
@@ -209,7 +209,7 @@ TEST(OpenByVmdk, an_offset_above_zero_is_taken_as_it_is) {
     EXPECT_EQ(volume, nullptr);
 }
 
-TEST(OpenByVmdk, a_disk_that_reports_no_volume_is_one) {
+TEST(open_by_vmdk, a_disk_that_reports_no_volume_is_one) {
     const temp_dir dir;
     const std::vector<std::wstring> files = virtual_disk(dir, volume_builder().image());
     std::unique_ptr<CNtfs> volume;
@@ -220,7 +220,7 @@ TEST(OpenByVmdk, a_disk_that_reports_no_volume_is_one) {
 
 constexpr std::uint64_t partition_offset = 0x100000;
 
-class OpenVirtualDisk : public ::testing::Test {
+class open_virtual_disk : public ::testing::Test {
   protected:
     // A disk with a FAT partition at sector 1000 and an NTFS volume at 0x100000.
     static bytes disk_image() {
@@ -253,7 +253,7 @@ class OpenVirtualDisk : public ::testing::Test {
     std::unique_ptr<CNtfs> m_volume;
 };
 
-TEST_F(OpenVirtualDisk, a_bare_volume_that_lies_in_two_files_opens_at_the_start_of_the_disk) {
+TEST_F(open_virtual_disk, a_bare_volume_that_lies_in_two_files_opens_at_the_start_of_the_disk) {
     ASSERT_TRUE(open_by_vmdk(write(volume_builder().image()), 0, m_volume, false, nullptr));
     EXPECT_TRUE(m_volume->is_valid());
     EXPECT_EQ(m_volume->m_volume_offset, 0u);
@@ -261,7 +261,7 @@ TEST_F(OpenVirtualDisk, a_bare_volume_that_lies_in_two_files_opens_at_the_start_
     EXPECT_EQ(m_volume->m_disk->m_kind, source_kind_virtual_disk);
 }
 
-TEST_F(OpenVirtualDisk, without_an_offset_the_first_partition_is_tried_ntfs_or_not) {
+TEST_F(open_virtual_disk, without_an_offset_the_first_partition_is_tried_ntfs_or_not) {
     const std::vector<std::wstring> files = write(disk_image());
     EXPECT_FALSE(open_by_vmdk(files, 0, m_volume, false, nullptr)) << "the first partition is FAT";
     EXPECT_EQ(m_volume, nullptr);
@@ -274,13 +274,13 @@ TEST_F(OpenVirtualDisk, without_an_offset_the_first_partition_is_tried_ntfs_or_n
     }
 }
 
-TEST_F(OpenVirtualDisk, files_that_are_no_whole_chain_fail) {
+TEST_F(open_virtual_disk, files_that_are_no_whole_chain_fail) {
     const std::vector<std::wstring> files = write(volume_builder().image());
     EXPECT_FALSE(open_by_vmdk({files[0]}, 0, m_volume, false, nullptr));
     EXPECT_EQ(m_volume, nullptr);
 }
 
-TEST(OpenSource, a_refused_type_becomes_255) {
+TEST(open_source, a_refused_type_becomes_255) {
     CNtfs volume;
     for (const std::uint8_t type : {std::uint8_t{0}, std::uint8_t{31}, std::uint8_t{37}, std::uint8_t{255}}) {
         EXPECT_FALSE(volume.open_source(type, L"x", 0, 0, false));
@@ -289,14 +289,14 @@ TEST(OpenSource, a_refused_type_becomes_255) {
     }
 }
 
-TEST(OpenSource, type_36_is_accepted_and_opens_nothing) {
+TEST(open_source, type_36_is_accepted_and_opens_nothing) {
     CNtfs volume;
     EXPECT_FALSE(volume.open_source(36, L"/", 0, 0, false));
     EXPECT_EQ(volume.m_source_type, 36);
     EXPECT_EQ(volume.m_disk, nullptr);
 }
 
-TEST(OpenSource, a_path_that_cannot_be_opened_is_a_source_without_bytes) {
+TEST(open_source, a_path_that_cannot_be_opened_is_a_source_without_bytes) {
     const temp_dir dir;
     CNtfs volume;
     EXPECT_TRUE(volume.open_source(33, (dir / "missing").wstring(), 0, 0, false));
@@ -308,7 +308,7 @@ TEST(OpenSource, a_path_that_cannot_be_opened_is_a_source_without_bytes) {
     EXPECT_EQ(volume.m_disk, nullptr);
 }
 
-TEST(OpenSource, type_32_is_stored_as_33) {
+TEST(open_source, type_32_is_stored_as_33) {
     const temp_dir dir;
     write_file(dir / "image", bytes(1));
     CNtfs volume;
@@ -317,7 +317,7 @@ TEST(OpenSource, type_32_is_stored_as_33) {
     EXPECT_EQ(volume.m_volume_offset, 7u);
 }
 
-TEST(OpenSource, opening_clears_what_the_object_held) {
+TEST(open_source, opening_clears_what_the_object_held) {
     const temp_dir dir;
     write_file(dir / "image", volume_builder().image());
     CNtfs volume;
@@ -339,7 +339,7 @@ TEST(OpenSource, opening_clears_what_the_object_held) {
     EXPECT_EQ(volume.entry_position(5), 0u);
 }
 
-TEST(OpenSource, a_new_object_is_cleared) {
+TEST(open_source, a_new_object_is_cleared) {
     const CNtfs volume;
     EXPECT_EQ(volume.m_disk, nullptr);
     EXPECT_EQ(volume.m_source_type, 0);

@@ -25,7 +25,7 @@ bytes part(const bytes& whole, std::size_t from, std::size_t size) {
             whole.begin() + static_cast<std::ptrdiff_t>(from + size)};
 }
 
-TEST(ReadAt, bytes_come_from_behind_the_start_of_the_volume) {
+TEST(read_at, bytes_come_from_after_the_start_of_the_volume) {
     const temp_dir dir;
     write_file(dir / "source", to_bytes("0123456789"));
     RAW_DISK_IO disk((dir / "source").wstring(), false, 0);
@@ -36,7 +36,7 @@ TEST(ReadAt, bytes_come_from_behind_the_start_of_the_volume) {
     EXPECT_EQ(length, 4u);
 }
 
-TEST(ReadAt, a_read_across_the_end_tells_its_length_and_the_rest_is_zeros) {
+TEST(read_at, a_read_across_the_end_reports_its_length_and_the_rest_is_zeros) {
     const temp_dir dir;
     write_file(dir / "source", to_bytes("0123456789"));
     RAW_DISK_IO disk((dir / "source").wstring(), false, 0);
@@ -47,7 +47,7 @@ TEST(ReadAt, a_read_across_the_end_tells_its_length_and_the_rest_is_zeros) {
     EXPECT_EQ(buffer, from_hex("38 39 00 00"));
 }
 
-TEST(ReadAt, a_null_disk_a_null_buffer_and_a_zero_length_are_refused) {
+TEST(read_at, a_null_disk_a_null_buffer_and_a_zero_length_are_refused) {
     const temp_dir dir;
     write_file(dir / "source", to_bytes("0123456789"));
     RAW_DISK_IO disk((dir / "source").wstring(), false, 0);
@@ -60,7 +60,7 @@ TEST(ReadAt, a_null_disk_a_null_buffer_and_a_zero_length_are_refused) {
     EXPECT_FALSE(read_at(&disk, 0, 0, buffer.data(), length));
 }
 
-TEST(ReadAt, a_position_that_63_bits_cannot_hold_is_refused) {
+TEST(read_at, a_position_that_63_bits_cannot_hold_is_refused) {
     const temp_dir dir;
     write_file(dir / "source", to_bytes("0123456789"));
     RAW_DISK_IO disk((dir / "source").wstring(), false, 0);
@@ -77,7 +77,7 @@ TEST(ReadAt, a_position_that_63_bits_cannot_hold_is_refused) {
     }
 }
 
-TEST(ReadClusters, one_or_many_clusters_are_read_by_their_lcn) {
+TEST(read_clusters, one_or_many_clusters_are_read_by_their_lcn) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     for (const std::size_t count : {1u, 2u, 24u}) {
@@ -89,7 +89,7 @@ TEST(ReadClusters, one_or_many_clusters_are_read_by_their_lcn) {
     }
 }
 
-TEST(ReadClusters, the_volumes_own_offset_counts) {
+TEST(read_clusters, the_volumes_own_offset_counts) {
     volume_builder builder;
     builder.write_clusters(40, pattern(cluster));
     const temp_dir dir;
@@ -102,7 +102,7 @@ TEST(ReadClusters, the_volumes_own_offset_counts) {
     EXPECT_EQ(buffer, pattern(cluster));
 }
 
-TEST(ReadClusters, a_length_that_is_no_multiple_of_the_cluster_fails) {
+TEST(read_clusters, a_length_that_is_no_multiple_of_the_cluster_fails) {
     opened_volume volume(patterned_image());
     bytes buffer(2 * cluster);
     for (const std::uint64_t wanted : {0u, 1u, 512u, 4095u, 4097u, 8191u}) {
@@ -111,7 +111,7 @@ TEST(ReadClusters, a_length_that_is_no_multiple_of_the_cluster_fails) {
     }
 }
 
-TEST(ReadClusters, beyond_the_source_nothing_is_read_and_across_its_end_the_rest_is_zeros) {
+TEST(read_clusters, beyond_the_source_nothing_is_read_and_across_its_end_the_rest_is_zeros) {
     bytes image = patterned_image();
     image.resize(63 * cluster + 100);
     opened_volume volume(image);
@@ -126,7 +126,7 @@ TEST(ReadClusters, beyond_the_source_nothing_is_read_and_across_its_end_the_rest
     EXPECT_FALSE(volume->read_clusters(64, buffer.data(), length));
 }
 
-TEST(ReadClusters, an_lcn_whose_position_63_bits_cannot_hold_is_a_failed_read) {
+TEST(read_clusters, an_lcn_whose_position_63_bits_cannot_hold_is_a_failed_read) {
     opened_volume volume(patterned_image());
     bytes buffer(cluster);
     for (const std::uint64_t lcn :
@@ -141,7 +141,7 @@ TEST(ReadClusters, an_lcn_whose_position_63_bits_cannot_hold_is_a_failed_read) {
               (std::uint64_t{1} << 63) - cluster);
 }
 
-TEST(ReadClusters, an_object_that_is_not_valid_reads_nothing) {
+TEST(read_clusters, an_object_that_is_not_valid_reads_nothing) {
     CNtfs volume;
     bytes buffer(cluster);
     std::uint64_t length = cluster;
@@ -153,7 +153,7 @@ TEST(ReadClusters, an_object_that_is_not_valid_reads_nothing) {
     EXPECT_TRUE(buffer.empty());
 }
 
-TEST(ReadClusterAlloc, at_least_one_cluster_is_read) {
+TEST(read_cluster_alloc, at_least_one_cluster_is_read) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     for (const std::uint64_t wanted : {0u, 1u, 4096u}) {
@@ -172,7 +172,7 @@ TEST(ReadClusterAlloc, at_least_one_cluster_is_read) {
     EXPECT_EQ(buffer, part(image, 41 * cluster, 5000)) << "more need not be whole clusters";
 }
 
-TEST(ReadClusterAlloc, a_failed_read_tells_its_position_and_leaves_zeros) {
+TEST(read_cluster_alloc, a_failed_read_reports_its_position_and_leaves_zeros) {
     opened_volume volume(patterned_image());
     bytes buffer;
     std::uint64_t length = 0;
@@ -183,7 +183,7 @@ TEST(ReadClusterAlloc, a_failed_read_tells_its_position_and_leaves_zeros) {
     EXPECT_FALSE(volume->read_cluster_alloc(~std::uint64_t{0}, buffer, length, position));
 }
 
-TEST(ReadClusterAlloc, a_length_beyond_the_source_costs_nothing_and_fails) {
+TEST(read_cluster_alloc, a_length_beyond_the_source_costs_nothing_and_fails) {
     opened_volume volume(patterned_image());
     for (const std::uint64_t wanted : {std::uint64_t{1} << 20, std::uint64_t{1} << 40, ~std::uint64_t{0}}) {
         bytes buffer;
@@ -202,7 +202,7 @@ std::pair<std::uint64_t, bytes> leading(opened_volume& volume, std::uint64_t lcn
     return {read, buffer};
 }
 
-TEST(ReadLeadingClusters, neighbours_are_read_together) {
+TEST(read_leading_clusters, neighbours_are_read_together) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     EXPECT_EQ(leading(volume, 40, 24), std::pair(std::uint64_t{24}, part(image, 40 * cluster, 24 * cluster)));
@@ -210,7 +210,7 @@ TEST(ReadLeadingClusters, neighbours_are_read_together) {
     EXPECT_EQ(leading(volume, 40, 0).first, 0u);
 }
 
-TEST(ReadLeadingClusters, the_first_cluster_that_cannot_be_read_ends_it) {
+TEST(read_leading_clusters, the_first_cluster_that_cannot_be_read_ends_it) {
     bytes image = patterned_image();
     image.resize(62 * cluster);
     opened_volume volume(image);
@@ -224,7 +224,7 @@ TEST(ReadLeadingClusters, the_first_cluster_that_cannot_be_read_ends_it) {
     EXPECT_EQ(leading(volume, ~std::uint64_t{0} - 1, 8), std::pair(std::uint64_t{0}, bytes()));
 }
 
-TEST(ReadLeadingClusters, the_place_where_the_source_ends_costs_few_reads_however_small_clusters_are) {
+TEST(read_leading_clusters, the_place_where_the_source_ends_costs_few_reads_however_small_clusters_are) {
     volume_builder built({.bytes_per_sector = 16, .sectors_per_cluster = 1, .stride = 4096});
     built.force_boot(64, 1, 0xF6);
     opened_volume volume(built);
@@ -243,7 +243,7 @@ TEST(ReadLeadingClusters, the_place_where_the_source_ends_costs_few_reads_howeve
     }
 }
 
-TEST(ReadLeadingClusters, a_cluster_that_the_source_cuts_counts_as_read) {
+TEST(read_leading_clusters, a_cluster_that_the_source_cuts_counts_as_read) {
     bytes image = patterned_image();
     image.resize(61 * cluster + 10);
     opened_volume volume(image);
@@ -252,7 +252,7 @@ TEST(ReadLeadingClusters, a_cluster_that_the_source_cuts_counts_as_read) {
     EXPECT_EQ(leading(volume, 60, 4), std::pair(std::uint64_t{2}, expected));
 }
 
-TEST(ReadLeadingClusters, a_file_that_has_shrunk_gives_what_single_reads_give) {
+TEST(read_leading_clusters, a_file_that_has_shrunk_gives_what_single_reads_give) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     std::filesystem::resize_file(volume.path(), 42 * cluster);
@@ -262,7 +262,7 @@ TEST(ReadLeadingClusters, a_file_that_has_shrunk_gives_what_single_reads_give) {
     EXPECT_EQ(leading(volume, 40, 4), std::pair(std::uint64_t{4}, expected));
 }
 
-TEST(ReadLeadingClusters, more_than_one_read_may_hold_are_read_one_read_after_the_other) {
+TEST(read_leading_clusters, more_than_one_read_may_hold_are_read_one_read_after_the_other) {
     // 2500 clusters are 9.8 MiB; the image ends 100 bytes into the last of 2400.
     const temp_dir dir;
     bytes image = patterned_image();
@@ -277,7 +277,7 @@ TEST(ReadLeadingClusters, more_than_one_read_may_hold_are_read_one_read_after_th
     EXPECT_TRUE(buffer == expected);
 }
 
-TEST(ReadAllClusters, the_runs_follow_one_another) {
+TEST(read_all_clusters, the_runs_follow_one_another) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     bytes out(3, 0xEE);
@@ -288,7 +288,7 @@ TEST(ReadAllClusters, the_runs_follow_one_another) {
     EXPECT_EQ(out, expected);
 }
 
-TEST(ReadAllClusters, no_runs_give_nothing_and_nothing_is_missing) {
+TEST(read_all_clusters, no_runs_give_nothing_and_nothing_is_missing) {
     opened_volume volume(patterned_image());
     bytes out(3);
     EXPECT_TRUE(volume->clusters().read_all_clusters({}, out));
@@ -297,7 +297,7 @@ TEST(ReadAllClusters, no_runs_give_nothing_and_nothing_is_missing) {
     EXPECT_TRUE(out.empty());
 }
 
-TEST(ReadAllClusters, a_failed_cluster_ends_its_run_and_the_next_run_goes_on_at_the_same_place) {
+TEST(read_all_clusters, a_failed_cluster_ends_its_run_and_the_next_run_goes_on_at_the_same_place) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     bytes out;
@@ -310,7 +310,7 @@ TEST(ReadAllClusters, a_failed_cluster_ends_its_run_and_the_next_run_goes_on_at_
     EXPECT_EQ(out, expected) << "zeros make up the rest";
 }
 
-TEST(ReadAllClusters, a_sparse_run_is_read_from_the_start_of_the_volume) {
+TEST(read_all_clusters, a_sparse_run_is_read_from_the_start_of_the_volume) {
     const bytes image = patterned_image();
     opened_volume volume(image);
     bytes out;
@@ -318,7 +318,7 @@ TEST(ReadAllClusters, a_sparse_run_is_read_from_the_start_of_the_volume) {
     EXPECT_EQ(part(out, cluster, 2 * cluster), part(image, 0, 2 * cluster));
 }
 
-TEST(ReadAllClusters, the_buffer_is_no_larger_than_the_source) {
+TEST(read_all_clusters, the_buffer_is_no_larger_than_the_source) {
     bytes image = patterned_image();
     image.resize(image.size() - 5);
     opened_volume volume(image);
@@ -332,7 +332,7 @@ TEST(ReadAllClusters, the_buffer_is_no_larger_than_the_source) {
     EXPECT_FALSE(volume->clusters().read_all_clusters({{0, 0, false, 65}}, out));
 }
 
-TEST(ReadAllClusters, no_attribute_list_is_longer_than_2_mebibytes) {
+TEST(read_all_clusters, no_attribute_list_is_longer_than_2_mebibytes) {
     const temp_dir dir;
     write_file(dir / "image", volume_builder().image());
     std::filesystem::resize_file(dir / "image", std::uintmax_t{1} << 36);
@@ -343,7 +343,7 @@ TEST(ReadAllClusters, no_attribute_list_is_longer_than_2_mebibytes) {
     EXPECT_EQ(out.size(), 2u * 1024 * 1024);
 }
 
-TEST(EntryPosition, an_entry_is_found_through_the_runs_of_mft) {
+TEST(entry_position, an_entry_is_found_through_the_runs_of_mft) {
     volume_builder builder({.mft_runs = {{4, 4}, {100, 4}, {50, 8}}});
     opened_volume volume(builder);
     for (const std::uint64_t entry : {0u, 1u, 15u, 16u, 31u, 32u, 63u}) {
@@ -356,7 +356,7 @@ TEST(EntryPosition, an_entry_is_found_through_the_runs_of_mft) {
     EXPECT_EQ(offset, 1024u);
 }
 
-TEST(EntryPosition, an_entry_beyond_the_last_run_is_not_found) {
+TEST(entry_position, an_entry_beyond_the_last_run_is_not_found) {
     opened_volume volume{volume_builder()};
     for (const std::uint64_t entry : {std::uint64_t{64}, std::uint64_t{1} << 47, std::uint64_t{1} << 54,
                                       std::uint64_t{1} << 60, ~std::uint64_t{0}}) {
@@ -369,7 +369,7 @@ TEST(EntryPosition, an_entry_beyond_the_last_run_is_not_found) {
     }
 }
 
-TEST(EntryPosition, a_record_larger_than_a_cluster_begins_in_its_own) {
+TEST(entry_position, a_record_larger_than_a_cluster_begins_in_its_own) {
     volume_builder builder({.sectors_per_cluster = 1, .mft_runs = {{40, 3}, {90, 125}}});
     opened_volume volume(builder);
     // Record 1 has the clusters 2 and 3 of $MFT, the second of which is elsewhere.
@@ -390,13 +390,13 @@ std::uint64_t position_of_entry_16(const char* pairs) {
     return volume->entry_position(16);
 }
 
-TEST(EntryPosition, a_sparse_run_holds_no_entry_but_counts) {
+TEST(entry_position, a_sparse_run_holds_no_entry_but_counts) {
     EXPECT_EQ(position_of_entry_16("11 04 04 00"), 8u * cluster);
     EXPECT_EQ(position_of_entry_16("01 04 11 04 04 00"), 0u);
     EXPECT_EQ(position_of_entry_16("01 04 01 04 00"), 0u);
 }
 
-TEST(EntryPosition, the_first_entry_in_a_sparse_run_has_no_lcn) {
+TEST(entry_position, the_first_entry_in_a_sparse_run_has_no_lcn) {
     volume_builder builder;
     builder.replace_record(0, builder.new_record(0)
                                   .add(attribute_builder::with_pairs(0x80, from_hex("11 04 04 01 04 00")))
@@ -410,18 +410,18 @@ TEST(EntryPosition, the_first_entry_in_a_sparse_run_has_no_lcn) {
     }
 }
 
-TEST(EntryPosition, an_empty_run_holds_no_entry) {
+TEST(entry_position, an_empty_run_holds_no_entry) {
     EXPECT_EQ(position_of_entry_16("11 00 04 11 04 04 00"), 12u * cluster);
 }
 
-TEST(EntryPosition, an_lcn_that_no_position_can_hold_is_not_found) {
+TEST(entry_position, an_lcn_that_no_position_can_hold_is_not_found) {
     EXPECT_EQ(position_of_entry_16("81 04 00 00 00 00 00 00 08 00 00"), 0u) << "2^51 clusters of 2^12 bytes";
     EXPECT_EQ(position_of_entry_16("81 04 00 00 00 00 00 00 10 00 00"), 0u)
         << "2^64 bytes would be byte 0 again";
     EXPECT_EQ(position_of_entry_16("81 04 FB FF FF FF FF FF FF FF 00"), 0u) << "an LCN of -1";
 }
 
-TEST(EntryPosition, an_lcn_that_wraps_inside_of_a_run_is_not_found) {
+TEST(entry_position, an_lcn_that_wraps_inside_of_a_run_is_not_found) {
     volume_builder builder;
     // Four clusters at 4, then 16 from LCN -2 on, the third of which would be cluster 0.
     builder.replace_record(0, builder.new_record(0)
@@ -436,7 +436,7 @@ TEST(EntryPosition, an_lcn_that_wraps_inside_of_a_run_is_not_found) {
     }
 }
 
-TEST(EntryPosition, an_object_that_is_not_valid_knows_no_entry) {
+TEST(entry_position, an_object_that_is_not_valid_knows_no_entry) {
     CNtfs volume;
     EXPECT_EQ(volume.entry_position(0), 0u);
     std::uint64_t lcn = 1;
@@ -449,7 +449,7 @@ TEST(EntryPosition, an_object_that_is_not_valid_knows_no_entry) {
     EXPECT_EQ(opened->get_num_entries(), 0u);
 }
 
-TEST(IndexBlocks, blocks_and_clusters_fit_into_each_other) {
+TEST(index_blocks, blocks_and_clusters_fit_into_each_other) {
     struct row {
         std::int32_t cluster_size;
         std::uint32_t clusters_per_block;
@@ -472,7 +472,7 @@ TEST(IndexBlocks, blocks_and_clusters_fit_into_each_other) {
     }
 }
 
-TEST(Source, a_disk_that_cannot_be_used_is_none) {
+TEST(source, a_disk_that_cannot_be_used_is_none) {
     opened_volume volume{volume_builder()};
     ASSERT_NE(volume->get_disk(), nullptr);
     volume->m_disk->m_ok = false;
@@ -518,7 +518,7 @@ record_read in_place(CNtfs& volume, std::uint64_t entry, std::size_t room) {
     return read;
 }
 
-TEST(ReadRecord, the_raw_form_gives_the_bytes_as_they_stand_on_disk) {
+TEST(read_record, the_raw_form_gives_the_bytes_as_they_stand_on_disk) {
     volume_builder builder;
     builder.add_file("a").data("content");
     opened_volume volume(builder);
@@ -529,7 +529,7 @@ TEST(ReadRecord, the_raw_form_gives_the_bytes_as_they_stand_on_disk) {
     EXPECT_EQ(read.length, 1024u);
 }
 
-TEST(ReadRecord, the_sector_ends_are_put_back) {
+TEST(read_record, the_sector_ends_are_put_back) {
     volume_builder builder;
     builder.add_file("a").resident_data(pattern(700));
     opened_volume volume(builder);
@@ -551,7 +551,7 @@ TEST(ReadRecord, the_sector_ends_are_put_back) {
     EXPECT_EQ(vector, builder.record_on_disk(24));
 }
 
-TEST(ReadRecord, a_count_of_9_in_1024_bytes_restores_two_words) {
+TEST(read_record, a_count_of_9_in_1024_bytes_restores_two_words) {
     volume_builder builder;
     record_builder record = builder.new_record(24);
     record.update_sequence_count(9).first_attribute_offset(0x48);
@@ -566,7 +566,7 @@ TEST(ReadRecord, a_count_of_9_in_1024_bytes_restores_two_words) {
     EXPECT_EQ(byte_view(read.record).u16(1022), 0);
 }
 
-TEST(ReadRecord, with_sectors_larger_than_the_record_nothing_is_restored) {
+TEST(read_record, with_sectors_larger_than_the_record_nothing_is_restored) {
     volume_builder builder({.bytes_per_sector = 4096, .sectors_per_cluster = 1, .record_size = 1024});
     builder.add_file("a");
     opened_volume volume(builder);
@@ -580,7 +580,7 @@ TEST(ReadRecord, with_sectors_larger_than_the_record_nothing_is_restored) {
     EXPECT_EQ(kind, record_kind::file);
 }
 
-TEST(ReadRecord, a_torn_record_is_read_like_any_other) {
+TEST(read_record, a_torn_record_is_read_like_any_other) {
     volume_builder builder;
     builder.add_file("a");
     builder.force_record(24, 510, 2, 0xDEAD);
@@ -590,7 +590,7 @@ TEST(ReadRecord, a_torn_record_is_read_like_any_other) {
     EXPECT_EQ(byte_view(read.record).u16(510), 0);
 }
 
-TEST(ReadRecord, counts_of_0_and_1_are_accepted_and_restore_nothing) {
+TEST(read_record, counts_of_0_and_1_are_accepted_and_restore_nothing) {
     for (const std::uint64_t count : {0u, 1u}) {
         volume_builder builder;
         builder.add_file("a");
@@ -632,26 +632,26 @@ verdict verdict_on(const forced_number& change) {
     return result;
 }
 
-TEST(ReadRecord, a_record_marked_baad_is_refused_but_told_by_the_checked_reader) {
+TEST(read_record, a_record_marked_baad_is_refused_but_told_by_the_checked_reader) {
     EXPECT_EQ(verdict_on({0, 4, 0x44414142}), (verdict{false, false, true, record_kind::baad}));
 }
 
-TEST(ReadRecord, an_index_block_in_the_place_of_a_record_is_accepted) {
+TEST(read_record, an_index_block_in_the_place_of_a_record_is_accepted) {
     EXPECT_EQ(verdict_on({0, 4, 0x58444E49}), (verdict{true, true, true, record_kind::indx}));
 }
 
-TEST(ReadRecord, any_other_signature_is_refused) {
+TEST(read_record, any_other_signature_is_refused) {
     EXPECT_EQ(verdict_on({0, 4, 0}), (verdict{false, false, false, record_kind::unknown}));
     EXPECT_EQ(verdict_on({0, 4, 0x454C4948}), (verdict{false, false, false, record_kind::unknown}));
 }
 
-TEST(ReadRecord, a_file_record_that_fails_the_header_test_is_refused) {
+TEST(read_record, a_file_record_that_fails_the_header_test_is_refused) {
     for (const forced_number& change : {forced_number{4, 2, 0x2A}, {6, 2, 10}, {20, 2, 0x49}}) {
         EXPECT_EQ(verdict_on(change), (verdict{false, false, false, record_kind::unknown})) << change.offset;
     }
 }
 
-TEST(ReadRecord, a_record_of_512_bytes_is_read_but_the_checked_reader_refuses_it) {
+TEST(read_record, a_record_of_512_bytes_is_read_but_the_checked_reader_refuses_it) {
     volume_builder builder({.record_size = 512});
     builder.replace_record(24, builder.new_record(24).add(attribute_builder::resident(0x80, {})).build());
     opened_volume volume(builder);
@@ -666,7 +666,7 @@ TEST(ReadRecord, a_record_of_512_bytes_is_read_but_the_checked_reader_refuses_it
     EXPECT_TRUE(volume->read_record_vector(vector, position, 24));
 }
 
-TEST(ReadRecord, a_slot_that_was_never_used_is_refused) {
+TEST(read_record, a_slot_that_was_never_used_is_refused) {
     opened_volume volume{volume_builder()};
     const record_read read = restored(volume.ntfs(), 24);
     EXPECT_FALSE(read.result);
@@ -674,7 +674,7 @@ TEST(ReadRecord, a_slot_that_was_never_used_is_refused) {
     EXPECT_TRUE(raw(volume.ntfs(), 24).result) << "its bytes can be read";
 }
 
-TEST(ReadRecord, an_index_block_whose_array_lies_anywhere_is_survived) {
+TEST(read_record, an_index_block_whose_array_lies_anywhere_is_survived) {
     for (const std::uint64_t offset : {0u, 1020u, 1021u, 1023u, 1024u, 65535u}) {
         for (const std::uint64_t count : {0u, 1u, 2u, 3u, 4u, 65535u}) {
             volume_builder builder;
@@ -685,7 +685,7 @@ TEST(ReadRecord, an_index_block_whose_array_lies_anywhere_is_survived) {
     }
 }
 
-TEST(ReadRecord, entry_0_is_read_from_where_the_boot_sector_says_though_there_are_no_runs) {
+TEST(read_record, entry_0_is_read_from_where_the_boot_sector_says_though_there_are_no_runs) {
     volume_builder builder;
     builder.replace_record(0, builder.new_record(0).build());
     opened_volume volume(builder);
@@ -700,7 +700,7 @@ TEST(ReadRecord, entry_0_is_read_from_where_the_boot_sector_says_though_there_ar
     EXPECT_EQ(position, 16384u);
 }
 
-TEST(ReadRecord, only_entry_0_is_read_before_the_volume_is_valid) {
+TEST(read_record, only_entry_0_is_read_before_the_volume_is_valid) {
     volume_builder builder;
     builder.add_file("a");
     opened_volume volume(builder);
@@ -718,7 +718,7 @@ TEST(ReadRecord, only_entry_0_is_read_before_the_volume_is_valid) {
     EXPECT_EQ(kind, record_kind::unknown);
 }
 
-TEST(ReadRecord, an_entry_that_no_run_holds_is_refused) {
+TEST(read_record, an_entry_that_no_run_holds_is_refused) {
     opened_volume volume{volume_builder()};
     for (const std::uint64_t entry : {std::uint64_t{64}, std::uint64_t{1} << 47, ~std::uint64_t{0}}) {
         EXPECT_FALSE(restored(volume.ntfs(), entry).result);
@@ -735,7 +735,7 @@ TEST(ReadRecord, an_entry_that_no_run_holds_is_refused) {
     }
 }
 
-TEST(ReadRecord, the_callers_buffer_must_hold_the_whole_record) {
+TEST(read_record, the_callers_buffer_must_hold_the_whole_record) {
     volume_builder builder;
     builder.add_file("a");
     opened_volume volume(builder);
@@ -751,7 +751,7 @@ TEST(ReadRecord, the_callers_buffer_must_hold_the_whole_record) {
     EXPECT_EQ(part(larger.record, 1024, 6), bytes(6, 0xEE));
 }
 
-TEST(ReadRecord, a_record_length_of_any_size_is_refused_for_a_smaller_buffer_whatever_its_sign) {
+TEST(read_record, a_record_length_of_any_size_is_refused_for_a_smaller_buffer_whatever_its_sign) {
     for (const std::uint64_t size : {1025u, 0x40000000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         volume_builder builder;
         builder.add_file("a");
@@ -763,7 +763,7 @@ TEST(ReadRecord, a_record_length_of_any_size_is_refused_for_a_smaller_buffer_wha
     }
 }
 
-TEST(ReadRecord, entry_0_has_the_boot_sectors_length_and_the_others_have_that_of_record_0) {
+TEST(read_record, entry_0_has_the_boot_sectors_length_and_the_others_have_that_of_record_0) {
     volume_builder builder;
     builder.force_record(0, 28, 4, 512);
     opened_volume volume(builder);
@@ -775,7 +775,7 @@ TEST(ReadRecord, entry_0_has_the_boot_sectors_length_and_the_others_have_that_of
     EXPECT_EQ(vector.size(), 1024u) << "this form takes the boot sector's for all";
 }
 
-TEST(ReadRecord, records_that_overlap_are_read_at_their_step) {
+TEST(read_record, records_that_overlap_are_read_at_their_step) {
     volume_builder builder;
     builder.force_record(0, 28, 4, 512);
     opened_volume volume(builder);
@@ -784,7 +784,7 @@ TEST(ReadRecord, records_that_overlap_are_read_at_their_step) {
     EXPECT_FALSE(restored(volume.ntfs(), 5).result);
 }
 
-TEST(ReadRecord, a_step_that_no_attribute_fits_into_leaves_record_0_alone) {
+TEST(read_record, a_step_that_no_attribute_fits_into_leaves_record_0_alone) {
     volume_builder builder;
     builder.force_record(0, 28, 4, 16);
     opened_volume volume(builder);
@@ -792,7 +792,7 @@ TEST(ReadRecord, a_step_that_no_attribute_fits_into_leaves_record_0_alone) {
     EXPECT_FALSE(restored(volume.ntfs(), 5).result);
 }
 
-TEST(ReadRecord, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros) {
+TEST(read_record, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros) {
     volume_builder builder({.mft_runs = {{100, 16}}});
     builder.add_file_at(63, "last").resident_data(pattern(600));
     builder.force_record(63, 0x34, 2, 0x5A5A);  // the saved word of the second sector, whose end is not there
@@ -814,7 +814,7 @@ TEST(ReadRecord, a_record_at_the_end_of_the_source_is_cut_and_the_rest_is_zeros)
     EXPECT_EQ(kept.record, read.record);
 }
 
-TEST(ReadRecord, a_record_that_begins_at_the_end_of_a_piece_of_mft_is_read_on_where_it_stands) {
+TEST(read_record, a_record_that_begins_at_the_end_of_a_piece_of_mft_is_read_on_where_it_is) {
     // Clusters of 512 bytes: record 1 begins in the last cluster of the first piece.
     volume_builder builder({.sectors_per_cluster = 1, .mft_runs = {{40, 3}, {90, 125}}});
     builder.write_clusters(43, bytes(512, 0x43));
@@ -826,7 +826,7 @@ TEST(ReadRecord, a_record_that_begins_at_the_end_of_a_piece_of_mft_is_read_on_wh
         << "from the cluster behind it on disk, not from 90";
 }
 
-TEST(ReadRecord, a_failed_read_is_told_by_every_reader) {
+TEST(read_record, a_failed_read_is_told_by_every_reader) {
     volume_builder builder({.mft_runs = {{4, 8}, {1000, 8}}});
     bytes image = builder.image();
     image.resize(100 * 4096);

@@ -43,7 +43,7 @@ void break_source(const CNtfs& volume) {
     ::close(failing);
 }
 
-TEST(Validate, the_geometry_follows_from_the_boot_sector) {
+TEST(validate, the_geometry_follows_from_the_boot_sector) {
     const auto volume = opened(volume_builder({.total_clusters = 100}).image());
     ASSERT_NE(volume, nullptr);
     EXPECT_TRUE(volume->is_valid());
@@ -62,7 +62,7 @@ TEST(Validate, the_geometry_follows_from_the_boot_sector) {
     EXPECT_EQ(volume->disk_origin(), 0u);
 }
 
-TEST(Validate, a_record_of_two_clusters_is_as_long_as_they_are) {
+TEST(validate, a_record_of_two_clusters_is_as_long_as_they_are) {
     const auto volume = opened(volume_builder({.sectors_per_cluster = 1}).image());
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->m_boot.clusters_per_record, 2);
@@ -72,7 +72,7 @@ TEST(Validate, a_record_of_two_clusters_is_as_long_as_they_are) {
     EXPECT_EQ(volume->get_num_entries(), 64u);
 }
 
-TEST(Validate, volumes_of_all_usual_shapes_open) {
+TEST(validate, volumes_of_all_usual_shapes_open) {
     const geometry shapes[] = {
         {.sectors_per_cluster = 2},
         {.sectors_per_cluster = 8, .record_size = 4096},
@@ -90,14 +90,14 @@ TEST(Validate, volumes_of_all_usual_shapes_open) {
     }
 }
 
-TEST(Validate, any_change_to_the_eight_bytes_of_the_signature_refuses_the_volume) {
+TEST(validate, any_change_to_the_eight_bytes_of_the_signature_refuses_the_volume) {
     for (std::size_t place = 3; place < 11; ++place) {
         EXPECT_EQ(opened(image_with_boot(place, 1, 0)), nullptr) << place;
         EXPECT_EQ(opened(image_with_boot(place, 1, 'x')), nullptr) << place;
     }
 }
 
-TEST(Validate, nothing_else_makes_a_boot_sector_but_the_signature) {
+TEST(validate, nothing_else_makes_a_boot_sector_but_the_signature) {
     volume_builder volume;
     volume.force_boot(0, 3, 0);                   // jump
     volume.force_boot(21, 1, 0);                  // media descriptor
@@ -111,7 +111,7 @@ TEST(Validate, nothing_else_makes_a_boot_sector_but_the_signature) {
     EXPECT_EQ(opened_volume->m_total_clusters, 0);
 }
 
-TEST(Validate, without_a_source_nothing_is_valid) {
+TEST(validate, without_a_source_nothing_is_valid) {
     CNtfs volume;
     volume.m_Validated = true;
     EXPECT_FALSE(volume.is_valid());
@@ -127,7 +127,7 @@ TEST(Validate, without_a_source_nothing_is_valid) {
     EXPECT_EQ(volume.disk_origin(), 0u);
 }
 
-TEST(Validate, a_second_call_gives_the_same_position_and_reads_nothing) {
+TEST(validate, a_second_call_gives_the_same_position_and_reads_nothing) {
     const auto volume = opened(volume_builder().image());
     ASSERT_NE(volume, nullptr);
     break_source(*volume);
@@ -140,7 +140,7 @@ TEST(Validate, a_second_call_gives_the_same_position_and_reads_nothing) {
     EXPECT_FALSE(volume->read_record(0, record, place, length)) << "the source is broken indeed";
 }
 
-TEST(Validate, a_refused_volume_leaves_the_object_as_it_was_opened) {
+TEST(validate, a_refused_volume_leaves_the_object_as_it_was_opened) {
     const temp_dir dir;
     write_file(dir / "image", image_with_boot(3, 1, 'n'));
     CNtfs volume;
@@ -156,7 +156,7 @@ TEST(Validate, a_refused_volume_leaves_the_object_as_it_was_opened) {
     EXPECT_TRUE(volume.validate(position));
 }
 
-TEST(Validate, the_volume_may_begin_anywhere_on_the_source) {
+TEST(validate, the_volume_may_begin_anywhere_on_the_source) {
     const bytes image = volume_builder().image_at(1048576);
     const auto volume = opened(image, 1048576);
     ASSERT_NE(volume, nullptr);
@@ -176,7 +176,7 @@ TEST(Validate, the_volume_may_begin_anywhere_on_the_source) {
     EXPECT_EQ(opened(image, ~std::uint64_t{0}), nullptr);
 }
 
-TEST(Validate, a_record_0_that_is_longer_than_the_boot_sector_says_is_read_again_at_its_own_length) {
+TEST(validate, a_record_0_that_is_longer_than_the_boot_sector_says_is_read_again_at_its_own_length) {
     volume_builder builder({.record_size = 4096});
     builder.force_boot(clusters_per_record_field, 1, 0xF6);
     const auto volume = opened(builder.image());
@@ -189,7 +189,7 @@ TEST(Validate, a_record_0_that_is_longer_than_the_boot_sector_says_is_read_again
     EXPECT_EQ(volume->m_mft_cluster_per_record_fixed, 0) << "what the boot sector said stands";
 }
 
-TEST(Validate, a_record_0_that_says_it_is_longer_but_ends_with_the_source_opens_with_zeros) {
+TEST(validate, a_record_0_that_says_it_is_longer_but_ends_with_the_source_opens_with_zeros) {
     volume_builder builder({.mft_runs = {{100, 16}}});
     builder.file(0).record().force(6, 2, 9);
     bytes image = builder.image();
@@ -201,7 +201,7 @@ TEST(Validate, a_record_0_that_says_it_is_longer_but_ends_with_the_source_opens_
     EXPECT_EQ(byte_view(volume->m_mft_record).u64(2000), 0u);
 }
 
-TEST(Validate, a_count_of_0_never_enlarges_record_0) {
+TEST(validate, a_count_of_0_never_enlarges_record_0) {
     volume_builder builder;
     builder.force_record(0, 6, 2, 0);
     const auto volume = opened(builder.image());
@@ -209,7 +209,7 @@ TEST(Validate, a_count_of_0_never_enlarges_record_0) {
     EXPECT_EQ(volume->m_mft_record_size, 1024u);
 }
 
-TEST(Validate, the_header_of_record_0_tells_the_step_from_record_to_record_whatever_the_boot_sector_says) {
+TEST(validate, the_header_of_record_0_reports_the_step_from_record_to_record_whatever_the_boot_sector_says) {
     volume_builder builder({.record_size = 1024});
     builder.force_record(0, allocated_size_field, 4, 2048);
     const auto volume = opened(builder.image());
@@ -220,7 +220,7 @@ TEST(Validate, the_header_of_record_0_tells_the_step_from_record_to_record_whate
     EXPECT_EQ(volume->get_num_entries(), 32u);
 }
 
-TEST(Validate, a_record_0_without_usable_attributes_opens_all_the_same) {
+TEST(validate, a_record_0_without_usable_attributes_opens_all_the_same) {
     volume_builder builder;
     builder.replace_record(0, builder.new_record(0).build());
     const auto volume = opened(builder.image());
@@ -235,7 +235,7 @@ TEST(Validate, a_record_0_without_usable_attributes_opens_all_the_same) {
     EXPECT_FALSE(volume->read_record(5, record, position, length));
 }
 
-TEST(Validate, a_resident_mft_counts_as_one_cluster) {
+TEST(validate, a_resident_mft_counts_as_one_cluster) {
     volume_builder builder;
     record_builder record = builder.new_record(0);
     record.add(attribute_builder::resident(0x80, bytes(100)));
@@ -246,7 +246,7 @@ TEST(Validate, a_resident_mft_counts_as_one_cluster) {
     EXPECT_EQ(volume->entry_position(1), 0u) << "no run holds any entry";
 }
 
-TEST(Validate, record_0_must_be_a_record) {
+TEST(validate, record_0_must_be_a_record) {
     struct row {
         std::size_t offset;
         unsigned width;
@@ -259,7 +259,7 @@ TEST(Validate, record_0_must_be_a_record) {
     }
 }
 
-TEST(Validate, the_place_of_mft_is_told_though_record_0_is_refused) {
+TEST(validate, the_place_of_mft_is_told_though_record_0_is_refused) {
     const temp_dir dir;
     volume_builder builder;
     builder.force_record(0, 0, 4, 0);
@@ -273,7 +273,7 @@ TEST(Validate, the_place_of_mft_is_told_though_record_0_is_refused) {
     EXPECT_EQ(volume.m_boot.mft_lcn, 4u) << "the boot sector stays";
 }
 
-TEST(Validate, the_mirror_of_mft_does_not_serve_where_record_0_is_damaged) {
+TEST(validate, the_mirror_of_mft_does_not_serve_where_record_0_is_damaged) {
     bytes image = volume_builder({.system_files = true}).image();
     ASSERT_NE(opened(image), nullptr);
     apply(image, {{16384, 4, 0}});
@@ -282,7 +282,7 @@ TEST(Validate, the_mirror_of_mft_does_not_serve_where_record_0_is_damaged) {
     EXPECT_EQ(opened(image), nullptr);
 }
 
-TEST(Validate, a_record_0_whose_header_is_bad_once_it_is_read_at_its_own_length_is_refused) {
+TEST(validate, a_record_0_whose_header_is_bad_once_it_is_read_at_its_own_length_is_refused) {
     // With sectors of 4 bytes the saved words of record 0 go over its header: the first one over "LE".
     bytes image = volume_builder().image();
     apply(image, {{bytes_per_sector_field, 2, 4}, {mft_lcn_field, 8, 16384 / (4 * 8)}});
@@ -292,7 +292,7 @@ TEST(Validate, a_record_0_whose_header_is_bad_once_it_is_read_at_its_own_length_
     EXPECT_EQ(opened(image), nullptr);
 }
 
-TEST(Validate, an_index_block_in_the_place_of_record_0_is_accepted_and_used_as_one) {
+TEST(validate, an_index_block_in_the_place_of_record_0_is_accepted_and_used_as_one) {
     volume_builder builder;
     builder.force_record(0, 0, 4, 0x58444E49);
     const auto volume = opened(builder.image());
@@ -300,7 +300,7 @@ TEST(Validate, an_index_block_in_the_place_of_record_0_is_accepted_and_used_as_o
     EXPECT_EQ(volume->get_num_entries(), 64u);
 }
 
-TEST(Validate, an_index_block_in_the_place_of_record_0_may_name_any_first_attribute) {
+TEST(validate, an_index_block_in_the_place_of_record_0_may_name_any_first_attribute) {
     for (const std::uint64_t offset : {0u, 1u, 1020u, 1023u, 1024u, 65535u}) {
         volume_builder builder;
         builder.force_record(0, 0, 4, 0x58444E49);
@@ -311,7 +311,7 @@ TEST(Validate, an_index_block_in_the_place_of_record_0_may_name_any_first_attrib
     }
 }
 
-TEST(Validate, a_torn_record_0_is_accepted) {
+TEST(validate, a_torn_record_0_is_accepted) {
     volume_builder builder;
     builder.force_record(0, 510, 2, 0xDEAD);
     const auto volume = opened(builder.image());
@@ -319,7 +319,7 @@ TEST(Validate, a_torn_record_0_is_accepted) {
     EXPECT_NE(byte_view(volume->m_mft_record).u16(510), 0xDEAD);
 }
 
-TEST(Validate, the_runs_of_the_bitmap_are_learned) {
+TEST(validate, the_runs_of_the_bitmap_are_learned) {
     volume_builder builder;
     const auto volume = opened(builder.image());
     ASSERT_NE(volume, nullptr);
@@ -333,7 +333,7 @@ TEST(Validate, the_runs_of_the_bitmap_are_learned) {
     EXPECT_TRUE(volume->get_mft_inode_bitmap_runlist()[0].resident);
 }
 
-TEST(Validate, a_missing_or_damaged_entry_6_leaves_the_volume_valid) {
+TEST(validate, a_missing_or_damaged_entry_6_leaves_the_volume_valid) {
     for (const bytes& record : {bytes(), to_bytes("BAAD"), to_bytes("nothing of the kind")}) {
         volume_builder builder;
         builder.replace_record(6, record);
@@ -344,7 +344,7 @@ TEST(Validate, a_missing_or_damaged_entry_6_leaves_the_volume_valid) {
     }
 }
 
-TEST(ValidateDeathTest, what_was_learned_is_not_to_be_asked_of_an_object_that_is_not_valid) {
+TEST(validate_death_test, what_was_learned_is_not_to_be_asked_of_an_object_that_is_not_valid) {
     const CNtfs volume;
     EXPECT_DEATH(static_cast<void>(volume.get_mft_inode_stats()), "m_Validated.*ntfs");
     EXPECT_DEATH(static_cast<void>(volume.get_mft_inode_bitmap_runlist()), "m_Validated.*ntfs");
@@ -358,7 +358,7 @@ bool load_nothing(CNtfs& volume) {
     return false;
 }
 
-TEST(Validate, the_security_id_of_entry_6_loads_the_security_descriptors) {
+TEST(validate, the_security_id_of_entry_6_loads_the_security_descriptors) {
     loads = 0;
     volume_builder builder;
     builder.file(6).security_id(0x100);
@@ -366,7 +366,7 @@ TEST(Validate, the_security_id_of_entry_6_loads_the_security_descriptors) {
     EXPECT_EQ(loads, 1);
 }
 
-TEST(Validate, without_a_security_id_in_entry_6_no_descriptor_is_loaded) {
+TEST(validate, without_a_security_id_in_entry_6_no_descriptor_is_loaded) {
     loads = 0;
     volume_builder builder;
     builder.file(0).security_id(0x100);  // comes ahead of everything that is known
@@ -374,7 +374,7 @@ TEST(Validate, without_a_security_id_in_entry_6_no_descriptor_is_loaded) {
     EXPECT_EQ(loads, 0);
 }
 
-TEST(Validate, a_size_of_0_that_something_would_be_divided_by_refuses_the_volume) {
+TEST(validate, a_size_of_0_that_something_would_be_divided_by_refuses_the_volume) {
     EXPECT_EQ(opened(image_with_boot(bytes_per_sector_field, 2, 0)), nullptr);
     EXPECT_EQ(opened(image_with_boot(sectors_per_cluster_field, 1, 0)), nullptr);
     volume_builder builder;
@@ -382,7 +382,7 @@ TEST(Validate, a_size_of_0_that_something_would_be_divided_by_refuses_the_volume
     EXPECT_EQ(opened(builder.image()), nullptr);
 }
 
-TEST(Validate, each_number_of_clusters_per_record_gives_its_size_or_refuses_the_volume) {
+TEST(validate, each_number_of_clusters_per_record_gives_its_size_or_refuses_the_volume) {
     struct row {
         std::uint64_t byte;
         std::uint32_t record_size;  // 0: refused
@@ -421,7 +421,7 @@ TEST(Validate, each_number_of_clusters_per_record_gives_its_size_or_refuses_the_
     }
 }
 
-TEST(Validate, any_sector_and_cluster_size_is_survived) {
+TEST(validate, any_sector_and_cluster_size_is_survived) {
     const bytes good = volume_builder().image();
     for (const std::uint64_t sector : {1u, 2u, 3u, 255u, 256u, 511u, 512u, 513u, 32768u, 65535u}) {
         for (std::uint64_t sectors = 1; sectors < 256; sectors += sectors < 9 ? 1 : 41) {
@@ -438,7 +438,7 @@ TEST(Validate, any_sector_and_cluster_size_is_survived) {
     }
 }
 
-TEST(Validate, a_place_of_mft_that_no_position_can_hold_refuses_the_volume) {
+TEST(validate, a_place_of_mft_that_no_position_can_hold_refuses_the_volume) {
     for (const std::uint64_t lcn :
          {std::uint64_t{1} << 51, std::uint64_t{1} << 52, (std::uint64_t{1} << 52) + 4,
           std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
@@ -449,7 +449,7 @@ TEST(Validate, a_place_of_mft_that_no_position_can_hold_refuses_the_volume) {
     EXPECT_EQ(opened(image_with_boot(mft_lcn_field, 8, 0)), nullptr) << "the boot sector is no record";
 }
 
-TEST(Validate, an_allocated_size_of_any_kind_is_survived) {
+TEST(validate, an_allocated_size_of_any_kind_is_survived) {
     for (const std::uint64_t size : {1u, 16u, 1023u, 0x40000000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         volume_builder builder;
         builder.force_record(0, allocated_size_field, 4, size);
@@ -465,7 +465,7 @@ TEST(Validate, an_allocated_size_of_any_kind_is_survived) {
     }
 }
 
-TEST(Validate, an_image_cut_at_any_length_is_opened_or_refused) {
+TEST(validate, an_image_cut_at_any_length_is_opened_or_refused) {
     const temp_dir dir;
     write_file(dir / "image", volume_builder().image());
     // Record 0 begins at 16,384. Its last field that must not be 0 ends with the byte 0x04 at 29.
@@ -477,7 +477,7 @@ TEST(Validate, an_image_cut_at_any_length_is_opened_or_refused) {
     }
 }
 
-TEST(Validate, mapping_pairs_without_an_end_in_entries_0_and_6_end_with_their_attribute) {
+TEST(validate, mapping_pairs_without_an_end_in_entries_0_and_6_end_with_their_attribute) {
     volume_builder builder;
     record_builder mft = builder.new_record(0);
     // The pairs fill the attribute; the next attribute begins with 0x31, which would be a pair too.
@@ -495,7 +495,7 @@ TEST(Validate, mapping_pairs_without_an_end_in_entries_0_and_6_end_with_their_at
 
 // Whichever piece of memory is not there: the volume is refused, or what it lacks is the runs of the bitmap,
 // without which it can be read.
-TEST(Validate, a_volume_for_which_there_is_no_memory_is_refused_and_may_be_opened_later) {
+TEST(validate, a_volume_for_which_there_is_no_memory_is_refused_and_may_be_opened_later) {
     const temp_dir dir;
     write_file(dir / "image", volume_builder().image());
     std::size_t refused = 0;

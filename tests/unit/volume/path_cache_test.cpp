@@ -19,14 +19,14 @@ child_name_table table_of(const names& children) {
     return table;
 }
 
-TEST(ChildNameTable, FindsEachName) {
+TEST(child_name_table, finds_each_name) {
     const child_name_table table = table_of({{"b", 7}, {"a", 9}, {"", 3}});
     EXPECT_EQ(table.find("a"), 9u);
     EXPECT_EQ(table.find("b"), 7u);
     EXPECT_EQ(table.find(""), 3u);
 }
 
-TEST(ChildNameTable, FindsNoOtherName) {
+TEST(child_name_table, finds_no_other_name) {
     const child_name_table table = table_of({{"b", 7}, {"d", 9}});
     for (const char* name : {"", "a", "B", "c", "bb", "e"}) {
         EXPECT_EQ(table.find(name), std::nullopt) << name;
@@ -34,13 +34,13 @@ TEST(ChildNameTable, FindsNoOtherName) {
     EXPECT_EQ(child_name_table().find("a"), std::nullopt);
 }
 
-TEST(ChildNameTable, GivesANameToTheChildWithTheLowestNumber) {
+TEST(child_name_table, gives_a_name_to_the_child_with_the_lowest_number) {
     const child_name_table table = table_of({{"b", 9}, {"a", 8}, {"b", 7}, {"b", 8}});
     EXPECT_EQ(table.find("b"), 7u);
     EXPECT_EQ(table.names(), (names{{"a", 8}, {"b", 7}}));
 }
 
-TEST(ChildNameTable, HoldsNamesOfAnyLengthAndNumber) {
+TEST(child_name_table, holds_names_of_any_length_and_number) {
     names wanted;
     for (std::uint64_t i = 0; i < 3000; ++i) {
         wanted.emplace_back(std::string(i % 800, 'x') + std::to_string(10000 + i), i);
@@ -53,7 +53,7 @@ TEST(ChildNameTable, HoldsNamesOfAnyLengthAndNumber) {
     EXPECT_EQ(table_of({{std::string(70000, 'y'), 1}}).find(std::string(65535, 'y')), 1u);
 }
 
-TEST(ChildNameTable, TakesLittleMoreMemoryThanItsNames) {
+TEST(child_name_table, takes_little_more_memory_than_its_names) {
     EXPECT_TRUE(child_name_table().empty());
     EXPECT_EQ(child_name_table().memory(), 0u);
     EXPECT_EQ(table_of({{"a", 1}}).memory(), 16u + 256u);
@@ -68,7 +68,7 @@ TEST(ChildNameTable, TakesLittleMoreMemoryThanItsNames) {
     EXPECT_LE(memory, 16u * 100000 + text + 0x11000);
 }
 
-TEST(ChildNameTable, ComparesBytesSoThatUtf8AndItsDamageAreFound) {
+TEST(child_name_table, compares_bytes_so_that_utf8_and_its_damage_are_found) {
     const child_name_table table = table_of({{"\xC3\x84", 1}, {"z", 2}, {"\xED\xA0\x80", 3}});
     EXPECT_EQ(table.find("\xC3\x84"), 1u);
     EXPECT_EQ(table.find("\xED\xA0\x80"), 3u);
@@ -85,7 +85,7 @@ std::unique_ptr<const directory_content> content_of(std::uint64_t child) {
     return content;
 }
 
-TEST(PathCache, KeepsAllDirectoriesThatItsMemoryHolds) {
+TEST(path_cache, keeps_all_directories_that_its_memory_holds) {
     path_cache cache;
     cache.set_limits(1'000'000, 0);
     for (std::uint64_t directory = 1; directory <= 5; ++directory) {
@@ -99,7 +99,7 @@ TEST(PathCache, KeepsAllDirectoriesThatItsMemoryHolds) {
     EXPECT_LT(cache.memory(), 1'000'000u);
 }
 
-TEST(PathCache, DropsWhatWasReadOfOtherDirectoriesAndRemembersThatItWas) {
+TEST(path_cache, drops_what_was_read_of_other_directories_and_remembers_that_it_was) {
     path_cache cache;
     cache.set_limits(250'000, 0);
     cache.add(9, 5, false);
@@ -115,7 +115,7 @@ TEST(PathCache, DropsWhatWasReadOfOtherDirectoriesAndRemembersThatItWas) {
     EXPECT_TRUE(cache.is_without_children(77));
 }
 
-TEST(PathCache, ForgetsDirectoriesWhenTheirNumbersAloneFillItsMemory) {
+TEST(path_cache, forgets_directories_when_their_numbers_alone_fill_its_memory) {
     path_cache cache;
     cache.set_limits(200'000, 0);
     for (std::uint64_t directory = 1; directory <= 5000; ++directory) {
@@ -130,7 +130,7 @@ TEST(PathCache, ForgetsDirectoriesWhenTheirNumbersAloneFillItsMemory) {
     EXPECT_LE(cache.memory(), 200'000u);
 }
 
-TEST(PathCache, remembers_directories_as_long_as_there_is_memory_for_them) {
+TEST(path_cache, remembers_directories_as_long_as_there_is_memory_for_them) {
     path_cache cache;
     cache.set_limits(200'000, 0);
     for (std::uint64_t directory = 1; directory <= 5000; ++directory) {
@@ -144,7 +144,7 @@ TEST(PathCache, remembers_directories_as_long_as_there_is_memory_for_them) {
     EXPECT_EQ(cache.find(5000), nullptr);
 }
 
-TEST(PathCache, drops_what_was_read_before_it_stops_remembering_directories) {
+TEST(path_cache, drops_what_was_read_before_it_stops_remembering_directories) {
     path_cache cache;
     cache.set_limits(200'000, 0);
     cache.keep(cache.add(1, 5, false), content_of(1));
@@ -159,7 +159,7 @@ TEST(PathCache, drops_what_was_read_before_it_stops_remembering_directories) {
     EXPECT_TRUE(cache.find(1)->m_entered);
 }
 
-TEST(PathCache, remembers_a_directory_as_it_was_first_met) {
+TEST(path_cache, remembers_a_directory_as_it_was_first_met) {
     path_cache cache;
     cache.remember(24, 5, true);
     cache.remember(24, 7, false);
@@ -167,7 +167,7 @@ TEST(PathCache, remembers_a_directory_as_it_was_first_met) {
     EXPECT_TRUE(cache.find(24)->m_deleted);
 }
 
-TEST(PathCache, AddsADirectoryOnce) {
+TEST(path_cache, adds_a_directory_once) {
     path_cache cache;
     cache.add(24, 5, true);
     cache.add(24, 7, false);

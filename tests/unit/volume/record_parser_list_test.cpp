@@ -27,20 +27,20 @@ void expect_both_pieces(opened_volume& volume) {
     EXPECT_EQ(volume->entry_position(64), 0u);
 }
 
-TEST(AttributeList, the_runs_of_extension_records_follow_those_of_record_0) {
+TEST(attribute_list, the_runs_of_extension_records_follow_those_of_record_0) {
     volume_builder builder(split_mft());
     opened_volume volume(builder);
     expect_both_pieces(volume);
 }
 
-TEST(AttributeList, a_list_in_clusters_serves_like_a_resident_one) {
+TEST(attribute_list, a_list_in_clusters_serves_like_a_resident_one) {
     volume_builder builder(split_mft());
     builder.file(0).list_in_clusters();
     opened_volume volume(builder);
     expect_both_pieces(volume);
 }
 
-TEST(AttributeList, a_file_in_the_second_piece_of_mft_is_read) {
+TEST(attribute_list, a_file_in_the_second_piece_of_mft_is_read) {
     volume_builder builder(split_mft());
     builder.add_file_at(40, "far").data("content");
     opened_volume volume(builder);
@@ -52,7 +52,7 @@ TEST(AttributeList, a_file_in_the_second_piece_of_mft_is_read) {
     EXPECT_EQ(file_record{byte_view(record)}.entry_number(), 40u);
 }
 
-TEST(AttributeList, many_pieces_stand_in_the_order_of_the_list) {
+TEST(attribute_list, many_pieces_stand_in_the_order_of_the_list) {
     geometry shape{.mft_entries = 64, .mft_runs_in_record_0 = 1};
     shape.mft_runs = {{4, 4}, {30, 2}, {20, 2}, {400, 4}, {300, 4}};
     volume_builder builder(shape);
@@ -76,7 +76,7 @@ std::uint64_t pieces_after(const std::vector<list_item>& items) {
     return volume->m_mft_info.data_runs.size();
 }
 
-TEST(AttributeList, an_entry_whose_sequence_number_differs_is_passed_over_and_the_walk_goes_on) {
+TEST(attribute_list, an_entry_whose_sequence_number_differs_is_passed_over_and_the_walk_goes_on) {
     EXPECT_EQ(pieces_after({{.record = 15}}), 2u);
     EXPECT_EQ(pieces_after({{.record = 15, .sequence = 2}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 15, .sequence = 2}, {.record = 15}}), 2u);
@@ -92,24 +92,24 @@ std::uint64_t pieces_behind(std::size_t useless_entries) {
     return volume->m_mft_info.data_runs.size();
 }
 
-TEST(AttributeList, a_list_is_followed_until_64_mib_were_read) {
+TEST(attribute_list, a_list_is_followed_until_64_mib_were_read) {
     // Entries of 32 bytes take 496 or 497 clusters of 4096 bytes. Behind these there are 63,552 or 63,548
     // reads of 1024 bytes before 67,108,864 bytes are reached.
     EXPECT_EQ(pieces_behind(63400), 2u);
     EXPECT_EQ(pieces_behind(63600), 1u);
 }
 
-TEST(AttributeList, an_entry_whose_type_and_id_are_in_no_attribute_adds_nothing_and_the_walk_goes_on) {
+TEST(attribute_list, an_entry_whose_type_and_id_are_in_no_attribute_adds_nothing_and_the_walk_goes_on) {
     EXPECT_EQ(pieces_after({{.record = 15, .id = 77}, {.type = 0xA0, .record = 15}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 15, .id = 77}, {.record = 15}}), 2u);
 }
 
-TEST(AttributeList, an_entry_that_points_to_the_record_itself_is_passed_over) {
+TEST(attribute_list, an_entry_that_points_to_the_record_itself_is_passed_over) {
     // In record 0 the $DATA has the id 2.
     EXPECT_EQ(pieces_after({{.record = 0, .id = 2}, {.record = 15}, {.record = 0, .id = 2}}), 2u);
 }
 
-TEST(AttributeList, a_record_that_is_none_is_passed_over) {
+TEST(attribute_list, a_record_that_is_none_is_passed_over) {
     // Entry 6 has no $DATA with that id, entry 20 was never used, entry 1000 is beyond the end.
     EXPECT_EQ(pieces_after(
                   {{.record = 6, .sequence = 6, .id = 9}, {.record = 20}, {.record = 1000}, {.record = 15}}),
@@ -117,7 +117,7 @@ TEST(AttributeList, a_record_that_is_none_is_passed_over) {
     EXPECT_EQ(pieces_after({{.record = 0xFFFFFFFFFFFF}, {.record = 15}}), 2u);
 }
 
-TEST(AttributeList, a_baad_record_and_an_index_block_are_passed_over) {
+TEST(attribute_list, a_baad_record_and_an_index_block_are_passed_over) {
     for (const std::uint64_t signature : {0x44414142u, 0x58444E49u}) {
         volume_builder builder(split_mft());
         builder.force_record(15, 0, 4, signature);
@@ -126,7 +126,7 @@ TEST(AttributeList, a_baad_record_and_an_index_block_are_passed_over) {
     }
 }
 
-TEST(AttributeList, a_record_whose_first_attribute_is_as_long_as_a_record_is_not_searched) {
+TEST(attribute_list, a_record_whose_first_attribute_is_as_long_as_a_record_is_not_searched) {
     for (const std::uint32_t length : {1023u, 1024u}) {
         volume_builder builder(split_mft());
         builder.replace_record(15, builder.new_record(15)
@@ -139,7 +139,7 @@ TEST(AttributeList, a_record_whose_first_attribute_is_as_long_as_a_record_is_not
     }
 }
 
-TEST(AttributeList, an_attribute_of_length_0_in_an_extension_record_is_not_taken) {
+TEST(attribute_list, an_attribute_of_length_0_in_an_extension_record_is_not_taken) {
     for (const std::uint32_t length : {0u, 32u}) {
         volume_builder builder(split_mft());
         builder.replace_record(
@@ -153,7 +153,7 @@ TEST(AttributeList, an_attribute_of_length_0_in_an_extension_record_is_not_taken
     }
 }
 
-TEST(AttributeList, the_search_in_an_extension_record_ends_at_the_distance_of_records) {
+TEST(attribute_list, the_search_in_an_extension_record_ends_at_the_distance_of_records) {
     // Records of 4096 bytes every 1024 bytes: entry 60 is the record in the slot of entry 15.
     for (const std::size_t filler : {392u, 400u, 408u}) {
         volume_builder builder(
@@ -173,20 +173,20 @@ TEST(AttributeList, the_search_in_an_extension_record_ends_at_the_distance_of_re
     }
 }
 
-TEST(AttributeList, an_entry_shorter_than_its_fields_is_stepped_over_by_its_length) {
+TEST(attribute_list, an_entry_shorter_than_its_fields_is_stepped_over_by_its_length) {
     // What then stands in the place of the next entry has a length of 0 or one beyond the list.
     for (std::uint64_t length = 1; length < 26; ++length) {
         EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, length}}}, {.record = 15}}), 1u) << length;
     }
 }
 
-TEST(AttributeList, an_entry_of_length_0_or_beyond_the_list_ends_the_walk) {
+TEST(attribute_list, an_entry_of_length_0_or_beyond_the_list_ends_the_walk) {
     EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, 0}}}, {.record = 15}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 0}, {.record = 0, .forced = {{4, 2, 0xFFFF}}}, {.record = 15}}), 1u);
     EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, 0xFFFF}}}, {.record = 15}}), 1u);
 }
 
-TEST(AttributeList, fewer_than_26_bytes_behind_an_entry_end_the_walk) {
+TEST(attribute_list, fewer_than_26_bytes_after_an_entry_end_the_walk) {
     const bytes entry = build_attribute_list({{.record = 0}});
     const bytes wanted = build_attribute_list({{.record = 15}});
     ASSERT_EQ(wanted.size(), 32u);
@@ -204,7 +204,7 @@ TEST(AttributeList, fewer_than_26_bytes_behind_an_entry_end_the_walk) {
     }
 }
 
-TEST(AttributeList, a_list_cut_at_any_length_is_survived) {
+TEST(attribute_list, a_list_cut_at_any_length_is_survived) {
     const bytes whole = build_attribute_list({{.record = 15}, {.record = 15}});
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         volume_builder builder(split_mft());
@@ -216,7 +216,7 @@ TEST(AttributeList, a_list_cut_at_any_length_is_survived) {
     }
 }
 
-TEST(AttributeList, a_list_without_initialized_bytes_is_not_read) {
+TEST(attribute_list, a_list_without_initialized_bytes_is_not_read) {
     volume_builder builder(split_mft());
     builder.file(0).without_attribute_list();
     const bytes list = build_attribute_list({{.record = 15}});
@@ -245,7 +245,7 @@ std::uint64_t pieces_with_list_in(const run_list& where) {
     return volume->m_mft_info.data_runs.size();
 }
 
-TEST(AttributeList, a_list_in_clusters_is_walked_to_the_end_of_its_clusters_whatever_its_real_size) {
+TEST(attribute_list, a_list_in_clusters_is_walked_to_the_end_of_its_clusters_whatever_its_real_size) {
     volume_builder builder(split_mft());
     builder.write_clusters(150, build_attribute_list({{.record = 0, .id = 2}, {.record = 15}}));
     builder.file(0).without_attribute_list().attribute(
@@ -254,14 +254,14 @@ TEST(AttributeList, a_list_in_clusters_is_walked_to_the_end_of_its_clusters_what
     EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u) << "the second entry stands behind the real size";
 }
 
-TEST(AttributeList, a_run_of_a_list_that_cannot_be_read_leaves_the_next_one_in_its_place) {
+TEST(attribute_list, a_run_of_a_list_that_cannot_be_read_leaves_the_next_one_in_its_place) {
     EXPECT_EQ(pieces_with_list_in({{150, 1}}), 2u);
     EXPECT_EQ(pieces_with_list_in({{1000000, 1}, {150, 1}}), 2u);
     EXPECT_EQ(pieces_with_list_in({{150, 1}, {1000000, 1}}), 2u);
     EXPECT_EQ(pieces_with_list_in({{1000000, 1}}), 1u);
 }
 
-TEST(AttributeList, a_sparse_run_of_a_list_is_read_from_the_start_of_the_volume) {
+TEST(attribute_list, a_sparse_run_of_a_list_is_read_from_the_start_of_the_volume) {
     // The boot sector as a list: its bytes 4 and 5, "TF", say that the first entry is 18,004 bytes long. The
     // next one then begins in $MFT at byte 16,384, in the slot of entry 1, at byte 596 of that.
     volume_builder builder(split_mft());
@@ -272,13 +272,13 @@ TEST(AttributeList, a_sparse_run_of_a_list_is_read_from_the_start_of_the_volume)
     EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u) << "zeros would hold no entry";
 }
 
-TEST(AttributeList, a_list_that_claims_more_clusters_than_there_are_costs_no_more_than_the_source) {
+TEST(attribute_list, a_list_that_claims_more_clusters_than_there_are_costs_no_more_than_the_source) {
     EXPECT_EQ(pieces_with_list_in({{150, 1}, {hole, 0xFFFFFFFF}, {hole, 0xFFFFFFFF}}), 2u);
     EXPECT_EQ(pieces_with_list_in({{hole, 0xFFFFFFFF}}), 1u);
     EXPECT_EQ(pieces_with_list_in({{150, 0xFFFFFFFF}}), 2u);
 }
 
-TEST(AttributeList, sixty_thousand_entries_for_one_record_end_soon_and_cost_little_memory) {
+TEST(attribute_list, sixty_thousand_entries_for_one_record_end_soon_and_cost_little_memory) {
     volume_builder builder(split_mft());
     bytes list;
     const bytes entry = build_attribute_list({{.record = 15}});
@@ -293,7 +293,7 @@ TEST(AttributeList, sixty_thousand_entries_for_one_record_end_soon_and_cost_litt
     EXPECT_LT(volume->m_mft_info.data_runs.size(), 8000u);
 }
 
-TEST(AttributeList, entries_of_two_bytes_that_name_no_record_end_within_seconds) {
+TEST(attribute_list, entries_of_two_bytes_that_name_no_record_end_within_seconds) {
     // Each entry says that the next one begins two bytes on, in as many clusters as the source has.
     volume_builder builder(split_mft());
     bytes list(std::size_t{4} << 20);
@@ -307,7 +307,7 @@ TEST(AttributeList, entries_of_two_bytes_that_name_no_record_end_within_seconds)
     EXPECT_EQ(volume->m_mft_info.data_runs.size(), 1u);
 }
 
-TEST(AttributeList, entries_for_an_attribute_of_one_byte_cost_no_more_memory_than_others) {
+TEST(attribute_list, entries_for_an_attribute_of_one_byte_cost_no_more_memory_than_others) {
     volume_builder builder(split_mft());
     bytes list;
     const bytes entry = build_attribute_list({{.type = 0x80, .record = 15, .id = 9}});
@@ -322,7 +322,7 @@ TEST(AttributeList, entries_for_an_attribute_of_one_byte_cost_no_more_memory_tha
     EXPECT_LT(volume->m_mft_info.data_runs.size(), 9000u);
 }
 
-TEST(AttributeList, on_sectors_of_4096_bytes_the_pieces_of_mft_in_extension_records_are_not_found) {
+TEST(attribute_list, on_sectors_of_4096_bytes_the_pieces_of_mft_in_extension_records_are_not_found) {
     geometry shape = split_mft();
     shape.bytes_per_sector = 4096;
     shape.sectors_per_cluster = 1;
@@ -340,7 +340,7 @@ TEST(AttributeList, on_sectors_of_4096_bytes_the_pieces_of_mft_in_extension_reco
     EXPECT_EQ(plain(volume->m_mft_info.data_runs), (plain_runs{{4, 32}, {200, 32}}));
 }
 
-TEST(AttributeList, a_list_longer_than_the_distance_of_records_is_not_read) {
+TEST(attribute_list, a_list_longer_than_the_distance_of_records_is_not_read) {
     volume_builder builder(split_mft());
     builder.force_record(0, 28, 4, 64);
     opened_volume volume(builder);
@@ -348,7 +348,7 @@ TEST(AttributeList, a_list_longer_than_the_distance_of_records_is_not_read) {
     EXPECT_TRUE(volume->m_mft_info.data_runs.empty());
 }
 
-TEST(AttributeList, entry_6_may_have_a_list_too) {
+TEST(attribute_list, entry_6_may_have_a_list_too) {
     volume_builder builder;
     const std::size_t place = builder.file(6).add_extension(30);
     builder.file(6).attribute(attribute_builder::non_resident(0x80, runs({{77, 3}})).lowest_vcn(1), place);
@@ -356,7 +356,7 @@ TEST(AttributeList, entry_6_may_have_a_list_too) {
     EXPECT_EQ(plain(volume->m_bitmap_runs), (plain_runs{{20, 1}, {77, 3}}));
 }
 
-TEST(AttributeList, entry_6_may_have_all_its_runs_in_an_extension_record) {
+TEST(attribute_list, entry_6_may_have_all_its_runs_in_an_extension_record) {
     volume_builder builder;
     builder.replace_record(
         6, builder.new_record(6)
@@ -384,7 +384,7 @@ bool valid_after(const bytes& list, std::uint64_t entry, bool with_data, bool va
     return volume.m_Validated;
 }
 
-TEST(AttributeList, no_list_makes_a_volume_valid_or_invalid) {
+TEST(attribute_list, no_list_makes_a_volume_valid_or_invalid) {
     const bytes longer_than_the_list(8, 0x11);
     for (const bytes& list : {bytes(), build_attribute_list({{.record = 0}}), longer_than_the_list}) {
         for (const std::uint64_t entry : {0u, 6u}) {
@@ -396,7 +396,7 @@ TEST(AttributeList, no_list_makes_a_volume_valid_or_invalid) {
     }
 }
 
-TEST(AttributeList, two_records_that_name_each_other_end) {
+TEST(attribute_list, two_records_that_name_each_other_end) {
     volume_builder builder;
     const std::size_t place = builder.file(6).add_extension(30);
     builder.file(6).attribute(

@@ -25,7 +25,7 @@ INODE_STATS parsed(const record_builder& record) {
     return parsed(record.build_restored());
 }
 
-TEST(ParseRecord, the_runs_of_a_record_are_gathered_and_numbered) {
+TEST(parse_record, the_runs_of_a_record_are_gathered_and_numbered) {
     const INODE_STATS stats = parsed(record_builder().add(data("11 10 04 11 08 30 00").real(90000)));
     EXPECT_EQ(plain(stats.data_runs), (plain_runs{{4, 16}, {52, 8}}));
     EXPECT_EQ(stats.data_runs[1].vcn, 16u);
@@ -34,7 +34,7 @@ TEST(ParseRecord, the_runs_of_a_record_are_gathered_and_numbered) {
     EXPECT_EQ(stats.size, 90000u);
 }
 
-TEST(ParseRecord, an_empty_record_gives_nothing_and_forgets_what_was_there) {
+TEST(parse_record, an_empty_record_gives_nothing_and_forgets_what_was_there) {
     const INODE_STATS stats = parsed(record_builder());
     EXPECT_EQ(stats.size, 0u);
     EXPECT_TRUE(stats.data_runs.empty());
@@ -43,7 +43,7 @@ TEST(ParseRecord, an_empty_record_gives_nothing_and_forgets_what_was_there) {
     EXPECT_TRUE(stats.vcn_index.empty());
 }
 
-TEST(ParseRecord, appending_keeps_what_was_there) {
+TEST(parse_record, appending_keeps_what_was_there) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;
@@ -56,7 +56,7 @@ TEST(ParseRecord, appending_keeps_what_was_there) {
     EXPECT_EQ(stats.size, 5u) << "the first size stays";
 }
 
-TEST(ParseRecord,
+TEST(parse_record,
      a_later_data_attribute_of_the_same_record_replaces_the_runs_of_an_earlier_one_whatever_their_names) {
     const INODE_STATS stats = parsed(
         record_builder().add(data("11 10 04 00").real(5)).add(data("11 08 30 00").named("other").real(6)));
@@ -64,7 +64,7 @@ TEST(ParseRecord,
     EXPECT_EQ(stats.size, 5u);
 }
 
-TEST(ParseRecord, a_resident_data_value_stands_in_the_place_of_runs) {
+TEST(parse_record, a_resident_data_value_is_in_the_place_of_runs) {
     const INODE_STATS stats =
         parsed(record_builder().add(attribute_builder::resident(0x80, to_bytes("abc"))));
     ASSERT_EQ(stats.data_runs.size(), 1u);
@@ -75,14 +75,14 @@ TEST(ParseRecord, a_resident_data_value_stands_in_the_place_of_runs) {
     EXPECT_TRUE(parsed(record_builder().add(attribute_builder::resident(0x80, {}))).data_runs.empty());
 }
 
-TEST(ParseRecord, a_resident_value_that_reaches_out_of_its_attribute_is_kept_as_far_as_it_exists) {
+TEST(parse_record, a_resident_value_that_reaches_out_of_its_attribute_is_kept_as_far_as_it_exists) {
     const INODE_STATS stats = parsed(record_builder().add(
         attribute_builder::resident(0x80, to_bytes("abcdefgh")).force(16, 4, 0xFFFFFFFF)));
     ASSERT_EQ(stats.data_runs.size(), 1u);
     EXPECT_EQ(stats.data_runs[0].bytes, to_bytes("abcdefgh"));
 }
 
-TEST(ParseRecord, a_data_attribute_without_initialized_bytes_and_without_pairs_is_passed_over) {
+TEST(parse_record, a_data_attribute_without_initialized_bytes_and_without_pairs_is_passed_over) {
     // Length 64 and pairs at 64: there are none.
     const INODE_STATS stats = parsed(record_builder()
                                          .add(data("").initialized(0).real(7))
@@ -92,7 +92,7 @@ TEST(ParseRecord, a_data_attribute_without_initialized_bytes_and_without_pairs_i
     EXPECT_EQ(stats.bitmap_runs.size(), 1u) << "the walk goes on";
 }
 
-TEST(ParseRecord, pairs_that_hold_nothing_end_the_walk) {
+TEST(parse_record, pairs_that_hold_nothing_end_the_walk) {
     for (const char* pairs : {"00", ""}) {
         const INODE_STATS stats =
             parsed(record_builder()
@@ -104,12 +104,12 @@ TEST(ParseRecord, pairs_that_hold_nothing_end_the_walk) {
     }
 }
 
-TEST(ParseRecord, without_initialized_bytes_pairs_are_decoded_if_there_are_any) {
+TEST(parse_record, without_initialized_bytes_pairs_are_decoded_if_there_are_any) {
     const INODE_STATS stats = parsed(record_builder().add(data("11 10 04 00").initialized(0)));
     EXPECT_EQ(stats.data_runs.size(), 1u);
 }
 
-TEST(ParseRecord, the_last_file_name_of_the_record_is_kept_and_its_size) {
+TEST(parse_record, the_last_file_name_of_the_record_is_kept_and_its_size) {
     const auto named = [](const char* name, std::uint8_t name_space, std::uint64_t size) {
         return attribute_builder::resident(
             0x30, file_name{.name = name, .name_space = name_space, .real = size}.build());
@@ -127,7 +127,7 @@ TEST(ParseRecord, the_last_file_name_of_the_record_is_kept_and_its_size) {
     EXPECT_TRUE(stats.name_narrow.empty());
 }
 
-TEST(ParseRecord, a_file_name_attribute_that_has_a_name_of_its_own_gives_that) {
+TEST(parse_record, a_file_name_attribute_that_has_a_name_of_its_own_gives_that) {
     const INODE_STATS stats = parsed(record_builder().add(
         attribute_builder::resident(0x30, file_name{.name = "inner", .real = 100}.build()).named("outer")));
     EXPECT_EQ(stats.name_wide, L"outer");
@@ -142,7 +142,7 @@ TEST(ParseRecord, a_file_name_attribute_that_has_a_name_of_its_own_gives_that) {
     EXPECT_EQ(later.name_narrow, "");
 }
 
-TEST(ParseRecord, a_file_name_without_a_value_is_passed_over_and_a_cut_one_is_survived) {
+TEST(parse_record, a_file_name_without_a_value_is_passed_over_and_a_cut_one_is_survived) {
     EXPECT_EQ(parsed(record_builder().add(attribute_builder::resident(0x30, {}))).size, 0u);
     record_builder record;
     record.add(attribute_builder::resident(0x30, bytes(8, 0x55)).force(20, 2, 0xFFFF));
@@ -151,7 +151,7 @@ TEST(ParseRecord, a_file_name_without_a_value_is_passed_over_and_a_cut_one_is_su
     EXPECT_EQ(stats.file_name_value, (std::array<std::uint8_t, 68>{}));
 }
 
-TEST(ParseRecord, each_index_allocation_has_its_list_and_its_name) {
+TEST(parse_record, each_index_allocation_has_its_list_and_its_name) {
     const auto index = [](const char* pairs) { return attribute_builder::with_pairs(0xA0, from_hex(pairs)); };
     const INODE_STATS stats = parsed(record_builder()
                                          .add(index("11 01 05 00").named("$I30"))
@@ -164,7 +164,7 @@ TEST(ParseRecord, each_index_allocation_has_its_list_and_its_name) {
     EXPECT_EQ(stats.index_names, (std::vector<std::string>{"$I30", ""}));
 }
 
-TEST(ParseRecord, the_name_of_an_index_must_lie_in_its_attribute) {
+TEST(parse_record, the_name_of_an_index_must_lie_in_its_attribute) {
     const auto name_with = [](std::size_t offset, unsigned width, std::uint64_t value) {
         return parsed(record_builder().add(attribute_builder::with_pairs(0xA0, from_hex("11 01 05 00"))
                                                .named("$I30")
@@ -180,7 +180,7 @@ TEST(ParseRecord, the_name_of_an_index_must_lie_in_its_attribute) {
     EXPECT_EQ(name_with(10, 2, 0xFFFF), "");
 }
 
-TEST(ParseRecord, an_index_whose_pairs_hold_nothing_is_taken_back_and_ends_the_walk) {
+TEST(parse_record, an_index_whose_pairs_hold_nothing_is_taken_back_and_ends_the_walk) {
     const INODE_STATS stats =
         parsed(record_builder()
                    .add(attribute_builder::with_pairs(0xA0, from_hex("00")).initialized(1))
@@ -190,7 +190,7 @@ TEST(ParseRecord, an_index_whose_pairs_hold_nothing_is_taken_back_and_ends_the_w
     EXPECT_TRUE(stats.bitmap_runs.empty());
 }
 
-TEST(ParseRecord, an_index_without_initialized_bytes_and_without_pairs_is_passed_over) {
+TEST(parse_record, an_index_without_initialized_bytes_and_without_pairs_is_passed_over) {
     const INODE_STATS stats = parsed(record_builder()
                                          .add(attribute_builder::with_pairs(0xA0, {}).initialized(0))
                                          .add(attribute_builder::with_pairs(0xB0, from_hex("11 01 05 00"))));
@@ -198,7 +198,7 @@ TEST(ParseRecord, an_index_without_initialized_bytes_and_without_pairs_is_passed
     EXPECT_EQ(stats.bitmap_runs.size(), 1u);
 }
 
-TEST(ParseRecord, an_empty_resident_stream_gives_nothing_and_the_walk_goes_on) {
+TEST(parse_record, an_empty_resident_stream_gives_nothing_and_the_walk_goes_on) {
     for (const std::uint32_t type : {0x80u, 0xB0u}) {
         const INODE_STATS stats =
             parsed(record_builder()
@@ -209,7 +209,7 @@ TEST(ParseRecord, an_empty_resident_stream_gives_nothing_and_the_walk_goes_on) {
     }
 }
 
-TEST(ParseRecord, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
+TEST(parse_record, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
     const INODE_STATS stats = parsed(record_builder()
                                          .add(attribute_builder::resident(0xB0, bytes(8, 0xFF)))
                                          .add(attribute_builder::resident(0xB0, bytes(16, 0xFF)).named("x"))
@@ -225,7 +225,7 @@ TEST(ParseRecord, a_bitmap_gives_runs_or_a_value_and_the_size_of_the_first) {
     EXPECT_EQ(in_clusters.bitmap_size, 5000u);
 }
 
-TEST(ParseRecord, the_runs_of_a_later_bitmap_replace_those_of_an_earlier_one) {
+TEST(parse_record, the_runs_of_a_later_bitmap_replace_those_of_an_earlier_one) {
     const INODE_STATS stats =
         parsed(record_builder()
                    .add(attribute_builder::with_pairs(0xB0, from_hex("11 02 05 00")).real(5000))
@@ -234,7 +234,7 @@ TEST(ParseRecord, the_runs_of_a_later_bitmap_replace_those_of_an_earlier_one) {
     EXPECT_EQ(stats.bitmap_size, 5000u);
 }
 
-TEST(ParseRecord, other_types_are_passed_over) {
+TEST(parse_record, other_types_are_passed_over) {
     record_builder record;
     for (const std::uint32_t type :
          {0x40u, 0x50u, 0x60u, 0x70u, 0x90u, 0xC0u, 0xD0u, 0xE0u, 0xF0u, 0x100u, 0x1234u}) {
@@ -244,7 +244,7 @@ TEST(ParseRecord, other_types_are_passed_over) {
     EXPECT_EQ(parsed(record).data_runs.size(), 1u);
 }
 
-TEST(ParseRecord, a_chain_without_an_end_marker_ends_when_its_bytes_run_out) {
+TEST(parse_record, a_chain_without_an_end_marker_ends_when_its_bytes_run_out) {
     record_builder record(4096);
     // 39 attributes of 24 bytes and one of 32 make 968 bytes.
     for (int i = 0; i < 39; ++i) {
@@ -261,7 +261,7 @@ TEST(ParseRecord, a_chain_without_an_end_marker_ends_when_its_bytes_run_out) {
     EXPECT_EQ(parsed(bytes(chain.begin(), chain.begin() + 1040), 4096).bitmap_runs.size(), 1u);
 }
 
-TEST(ParseRecord, an_attribute_of_length_0_ends_the_walk_after_its_turn) {
+TEST(parse_record, an_attribute_of_length_0_ends_the_walk_after_its_turn) {
     const INODE_STATS stats = parsed(record_builder()
                                          .add(attribute_builder::resident(0x80, to_bytes("abc")).length(0))
                                          .add(attribute_builder::with_pairs(0xB0, from_hex("11 01 05 00"))));
@@ -270,7 +270,7 @@ TEST(ParseRecord, an_attribute_of_length_0_ends_the_walk_after_its_turn) {
     EXPECT_TRUE(stats.bitmap_runs.empty());
 }
 
-TEST(ParseRecord, an_attribute_longer_than_the_distance_of_records_ends_the_walk_before_its_turn) {
+TEST(parse_record, an_attribute_longer_than_the_distance_of_records_ends_the_walk_before_its_turn) {
     record_builder record(4096);
     record.add(attribute_builder::resident(0x80, bytes(1024 - 24 - 8)));
     record.add(attribute_builder::with_pairs(0xB0, from_hex("11 01 05 00")));
@@ -280,7 +280,7 @@ TEST(ParseRecord, an_attribute_longer_than_the_distance_of_records_ends_the_walk
     EXPECT_EQ(parsed(record.build_restored(), 2000).bitmap_runs.size(), 1u);
 }
 
-TEST(ParseRecord, lengths_of_any_kind_are_survived) {
+TEST(parse_record, lengths_of_any_kind_are_survived) {
     for (const std::uint32_t length :
          {1u, 4u, 7u, 15u, 16u, 23u, 63u, 64u, 71u, 72u, 1000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
         for (const std::uint32_t type : {0x10u, 0x20u, 0x30u, 0x80u, 0xA0u, 0xB0u}) {
@@ -293,7 +293,7 @@ TEST(ParseRecord, lengths_of_any_kind_are_survived) {
     }
 }
 
-TEST(ParseRecord, a_record_cut_at_any_length_is_survived) {
+TEST(parse_record, a_record_cut_at_any_length_is_survived) {
     record_builder builder;
     builder.add(attribute_builder::resident(0x10, standard_information{}.build()))
         .add(attribute_builder::resident(0x30, file_name{.name = "n", .real = 5}.build()))
@@ -344,14 +344,14 @@ std::string owner_of(const owner_case& with) {
     return stats.security_text;
 }
 
-TEST(ParseRecord, the_security_id_gives_the_owner) {
+TEST(parse_record, the_security_id_gives_the_owner) {
     EXPECT_EQ(owner_of({}), "S-1-5-32-544");
     EXPECT_EQ(loads, 1);
     EXPECT_EQ(owner_of({.security_id = 0x100}), "S-1-5-18");
     EXPECT_EQ(owner_of({.security_id = 0x999}), "");
 }
 
-TEST(ParseRecord, in_the_older_form_of_48_bytes_the_four_bytes_behind_it_are_taken_for_a_security_id) {
+TEST(parse_record, in_the_older_form_of_48_bytes_the_four_bytes_after_it_are_taken_for_a_security_id) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     volume.m_mft_info.size = 1;
@@ -366,7 +366,7 @@ TEST(ParseRecord, in_the_older_form_of_48_bytes_the_four_bytes_behind_it_are_tak
     EXPECT_EQ(stats.security_text, "S-1-5-18");
 }
 
-TEST(ParseRecord, the_owner_is_asked_for_only_where_it_can_be_known) {
+TEST(parse_record, the_owner_is_asked_for_only_where_it_can_be_known) {
     EXPECT_EQ(owner_of({.security_id = 0}), "");
     EXPECT_EQ(loads, 0);
     EXPECT_EQ(owner_of({.mft_size = 0}), "");
@@ -379,7 +379,7 @@ TEST(ParseRecord, the_owner_is_asked_for_only_where_it_can_be_known) {
     EXPECT_EQ(loads, 1);
 }
 
-TEST(ParseRecord, descriptors_are_loaded_once_however_many_attributes_ask_for_them) {
+TEST(parse_record, descriptors_are_loaded_once_however_many_attributes_ask_for_them) {
     for (const security_loader loader : {load_none, load_two_owners}) {
         loads = 0;
         CNtfs volume;
@@ -399,7 +399,7 @@ TEST(ParseRecord, descriptors_are_loaded_once_however_many_attributes_ask_for_th
     }
 }
 
-TEST(ParseRecord, a_standard_information_whose_value_lies_outside_of_the_record_has_no_owner) {
+TEST(parse_record, a_standard_information_whose_value_lies_outside_of_the_record_has_no_owner) {
     // The attribute stands at 56 in a record of 1024 bytes, the id in the bytes 52 to 55 of its value.
     for (const std::uint64_t offset : {913u, 968u, 969u, 65535u}) {
         loads = 0;
@@ -419,7 +419,7 @@ TEST(ParseRecord, a_standard_information_whose_value_lies_outside_of_the_record_
     }
 }
 
-TEST(ParseAttributes, a_single_attribute_is_parsed_alone) {
+TEST(parse_attributes, a_single_attribute_is_parsed_alone) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;
@@ -431,7 +431,7 @@ TEST(ParseAttributes, a_single_attribute_is_parsed_alone) {
     EXPECT_EQ(plain(stats.data_runs), (plain_runs{{4, 16}, {4, 16}, {48, 8}}));
 }
 
-TEST(ParseAttributes, no_bytes_left_and_a_null_attribute_are_success) {
+TEST(parse_attributes, no_bytes_left_and_a_null_attribute_are_success) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;
@@ -445,7 +445,7 @@ TEST(ParseAttributes, no_bytes_left_and_a_null_attribute_are_success) {
     EXPECT_TRUE(volume.parse_attributes(stats, list, attribute(), 1024, true, false));
 }
 
-TEST(ParseAttributes,
+TEST(parse_attributes,
      an_attribute_longer_than_the_distance_of_records_ends_the_walk_however_many_bytes_are_left) {
     CNtfs volume;
     volume.m_record_alloc = 72;
@@ -459,7 +459,7 @@ TEST(ParseAttributes,
     EXPECT_EQ(stats.data_runs.size(), 1u);
 }
 
-TEST(ParseAttributes, the_last_attribute_list_is_told) {
+TEST(parse_attributes, the_last_attribute_list_is_told) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;

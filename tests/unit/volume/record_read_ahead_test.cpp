@@ -56,7 +56,7 @@ void add_files(volume_builder& volume, int count) {
     }
 }
 
-TEST(RecordReadAhead, GivesTheRecordsOfSingleReads) {
+TEST(record_read_ahead, gives_the_records_of_single_reads) {
     volume_builder volume({.mft_entries = 900});
     add_files(volume, 800);
     opened_volume opened(volume);
@@ -64,7 +64,7 @@ TEST(RecordReadAhead, GivesTheRecordsOfSingleReads) {
     expect_same_as_alone(opened.ntfs(), all_entries(910));
 }
 
-TEST(RecordReadAhead, MakesFewerReadsThanThereAreRecords) {
+TEST(record_read_ahead, makes_fewer_reads_than_there_are_records) {
     volume_builder volume({.mft_entries = 300});
     add_files(volume, 200);
     opened_volume opened(volume);
@@ -79,7 +79,7 @@ TEST(RecordReadAhead, MakesFewerReadsThanThereAreRecords) {
     EXPECT_TRUE(reader.read(std::span(entries).subspan(223), record, length));
 }
 
-TEST(RecordReadAhead, FollowsTheFragmentsOfTheMft) {
+TEST(record_read_ahead, follows_the_fragments_of_the_mft) {
     volume_builder volume(
         {.mft_entries = 64, .mft_runs = runs({{40, 3}, {20, 2}, {60, 1}, {61, 2}, {10, 4}, {200, 4}})});
     add_files(volume, 30);
@@ -88,7 +88,7 @@ TEST(RecordReadAhead, FollowsTheFragmentsOfTheMft) {
     expect_same_as_alone(opened.ntfs(), {0, 11, 12, 13, 19, 20, 27, 28, 31, 32, 47, 48, 63});
 }
 
-TEST(RecordReadAhead, KeepsRecordsApartThatLieOverEachOther) {
+TEST(record_read_ahead, keeps_records_apart_that_lie_over_each_other) {
     // Clusters of half a record, each a run of its own.
     run_list clusters;
     for (std::int64_t lcn = 64; lcn < 128; ++lcn) {
@@ -110,7 +110,7 @@ TEST(RecordReadAhead, KeepsRecordsApartThatLieOverEachOther) {
     expect_same_as_alone(opened.ntfs(), {24, 25, 26});
 }
 
-TEST(RecordReadAhead, ReadsEachRecordAloneWhereTheSourceEnds) {
+TEST(record_read_ahead, reads_each_record_alone_where_the_source_ends) {
     volume_builder volume({.mft_entries = 64, .mft_runs = runs({{40, 16}})});
     add_files(volume, 36);
     const bytes image = volume.image();
@@ -122,7 +122,7 @@ TEST(RecordReadAhead, ReadsEachRecordAloneWhereTheSourceEnds) {
     }
 }
 
-TEST(RecordReadAhead, ShowsTheDamageThatSingleReadsShow) {
+TEST(record_read_ahead, shows_the_damage_that_single_reads_show) {
     volume_builder volume({.mft_entries = 128, .mft_runs = runs({{40, 20}, {10, 12}})});
     add_files(volume, 90);
     const bytes image = volume.image();
@@ -146,7 +146,7 @@ TEST(RecordReadAhead, ShowsTheDamageThatSingleReadsShow) {
     }
 }
 
-TEST(RecordReadAhead, TakesEntry0FromWhereTheBootSectorSays) {
+TEST(record_read_ahead, takes_entry_0_from_where_the_boot_sector_says) {
     volume_builder volume;
     add_files(volume, 4);
     // Six clusters further than the boot sector says: where entry 24 is.
@@ -158,7 +158,7 @@ TEST(RecordReadAhead, TakesEntry0FromWhereTheBootSectorSays) {
     expect_same_as_alone(opened.ntfs(), {0, 1, 2});
 }
 
-TEST(RecordReadAhead, RefusesABufferThatIsTooShort) {
+TEST(record_read_ahead, refuses_a_buffer_that_is_too_short) {
     volume_builder volume;
     add_files(volume, 4);
     opened_volume opened(volume);
@@ -167,14 +167,14 @@ TEST(RecordReadAhead, RefusesABufferThatIsTooShort) {
     EXPECT_FALSE(read_alone(opened.ntfs(), 24, 1023).result);
 }
 
-TEST(RecordReadAhead, OfNumbersBeyondTheMftFails) {
+TEST(record_read_ahead, of_numbers_beyond_the_mft_fails) {
     volume_builder volume;
     add_files(volume, 4);
     opened_volume opened(volume);
     expect_same_as_alone(opened.ntfs(), {24, 25, 1000000, 0x7FFFFFFFFFFF, 0xFFFFFFFFFFFFFFFF});
 }
 
-TEST(RecordReadAhead, OfAVolumeInsideOfALargerSourceReadsAtItsPlace) {
+TEST(record_read_ahead, of_a_volume_inside_of_a_larger_source_reads_at_its_place) {
     volume_builder volume;
     add_files(volume, 4);
     temp_dir dir;

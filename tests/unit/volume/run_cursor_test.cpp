@@ -15,7 +15,7 @@ cluster_run hole_at(std::uint64_t vcn, std::uint32_t length) {
     return {.lcn = 0, .vcn = vcn, .sparse = true, .length = length};
 }
 
-TEST(RunCursor, TellsWhereAClusterLiesAndHowFarThatHolds) {
+TEST(run_cursor, reports_where_a_cluster_lies_and_how_far_that_holds) {
     const cluster_run_list runs{run_at(0, 100, 8), hole_at(8, 16), run_at(24, 50, 4)};
     run_cursor cursor(runs);
     run_cursor::stretch at;
@@ -34,7 +34,7 @@ TEST(RunCursor, TellsWhereAClusterLiesAndHowFarThatHolds) {
     EXPECT_EQ(at.lcn, 53u) << "left as it was";
 }
 
-TEST(RunCursor, GoesBackAsWell) {
+TEST(run_cursor, goes_back_as_well) {
     const cluster_run_list runs{run_at(0, 100, 8), run_at(8, 200, 8), run_at(16, 300, 8)};
     run_cursor cursor(runs);
     run_cursor::stretch at;
@@ -46,7 +46,7 @@ TEST(RunCursor, GoesBackAsWell) {
     EXPECT_EQ(at.lcn, 201u);
 }
 
-TEST(RunCursor, FindsNothingInAnEmptyList) {
+TEST(run_cursor, finds_nothing_in_an_empty_list) {
     const cluster_run_list runs;
     run_cursor cursor(runs);
     run_cursor::stretch at;
@@ -54,7 +54,7 @@ TEST(RunCursor, FindsNothingInAnEmptyList) {
     EXPECT_FALSE(cursor.find(~std::uint64_t{0}, at));
 }
 
-TEST(RunCursor, AnswersForOneClusterAtATimeWhereRunsOverlap) {
+TEST(run_cursor, answers_for_one_cluster_at_a_time_where_runs_overlap) {
     const cluster_run_list runs{run_at(10, 500, 2), run_at(8, 100, 8)};
     run_cursor cursor(runs);
     run_cursor::stretch at;
@@ -65,7 +65,7 @@ TEST(RunCursor, AnswersForOneClusterAtATimeWhereRunsOverlap) {
     EXPECT_EQ(at.lcn, 500u) << "the first run of the list that covers it";
 }
 
-TEST(RunCursor, TakesARunThatWrapsAroundTheLargestVcnAsFindRunDoes) {
+TEST(run_cursor, takes_a_run_that_wraps_around_the_largest_vcn_as_find_run_does) {
     const cluster_run_list runs{run_at(~std::uint64_t{0} - 1, 100, 8), run_at(0, 300, 4)};
     run_cursor cursor(runs);
     run_cursor::stretch at;
@@ -81,7 +81,7 @@ TEST(RunCursor, TakesARunThatWrapsAroundTheLargestVcnAsFindRunDoes) {
 
 // Any list, any order of questions: where find_run has an answer the cursor has the same, and over the whole
 // length that it gives.
-TEST(RunCursor, AnswersAsFindRunDoesOnEveryList) {
+TEST(run_cursor, answers_as_find_run_does_on_every_list) {
     std::mt19937 random(3);
     for (int round = 0; round < 3000; ++round) {
         cluster_run_list runs;
@@ -120,7 +120,7 @@ TEST(RunCursor, AnswersAsFindRunDoesOnEveryList) {
 }
 
 // A search from the front for each cluster would take a day here.
-TEST(RunCursor, WalksAMillionRunsWhoseNumbersWrapInOnePass) {
+TEST(run_cursor, walks_a_million_runs_whose_numbers_wrap_in_one_pass) {
     // The first run stands on the last VCN but one, so that the third has VCN 0. Searching the list from its
     // front for each cluster would take 5 * 10^11 steps.
     constexpr std::uint64_t first = ~std::uint64_t{0} - 1;
@@ -142,7 +142,7 @@ TEST(RunCursor, WalksAMillionRunsWhoseNumbersWrapInOnePass) {
     EXPECT_EQ(at.lcn, 2u);
 }
 
-TEST(RunCursor, WalksAMillionRunsInOnePass) {
+TEST(run_cursor, walks_a_million_runs_in_one_pass) {
     cluster_run_list runs;
     for (std::uint64_t i = 0; i < 1000000; ++i) {
         runs.push_back(run_at(i * 2, 3000000 - i, 2));

@@ -110,7 +110,7 @@ bytes part(const bytes& text, std::uint64_t from, std::uint64_t count) {
     return {at, at + static_cast<std::ptrdiff_t>(count)};
 }
 
-class PumpStream : public ::testing::Test {
+class pump_stream_test : public ::testing::Test {
   protected:
     bytes m_image = patterned_image();
     opened_volume m_volume{m_image};
@@ -125,7 +125,7 @@ class PumpStream : public ::testing::Test {
 
 // Resident values.
 
-TEST_F(PumpStream, WritesAResidentStreamOf100BytesAtOnce) {
+TEST_F(pump_stream_test, writes_a_resident_stream_of_100_bytes_at_once) {
     attr_item item = resident_item(pattern(100));
     counting_buffer buffer;
     std::ostream out(&buffer);
@@ -138,7 +138,7 @@ TEST_F(PumpStream, WritesAResidentStreamOf100BytesAtOnce) {
     EXPECT_EQ(log.lines, (lines{"info: data size 0x64"}));
 }
 
-TEST_F(PumpStream, WritesAResidentStreamTheSameWhateverTheRules) {
+TEST_F(pump_stream_test, writes_a_resident_stream_the_same_whatever_the_rules) {
     for (const pump_rules& rules : {pump_rules{.raw = true}, pump_rules{.skip_sparse = true},
                                     pump_rules{.raw = true, .skip_sparse = true, .include_slack = true}}) {
         const pumped got = pump(resident_item(pattern(100)), rules);
@@ -148,7 +148,7 @@ TEST_F(PumpStream, WritesAResidentStreamTheSameWhateverTheRules) {
     }
 }
 
-TEST_F(PumpStream, FailsForAnEmptyResidentValueAndTellsItsSize) {
+TEST_F(pump_stream_test, fails_for_an_empty_resident_value_and_reports_its_size) {
     const pumped got = pump(resident_item({}), {.want_md5 = true});
     EXPECT_FALSE(got.ok);
     EXPECT_EQ(got.bytes_copied, 0u);
@@ -156,7 +156,7 @@ TEST_F(PumpStream, FailsForAnEmptyResidentValueAndTellsItsSize) {
     EXPECT_EQ(got.md5, "00000000000000000000000000000000");
 }
 
-TEST_F(PumpStream, HasNoDataInAValueThatWasNotKept) {
+TEST_F(pump_stream_test, has_no_data_in_a_value_that_was_not_kept) {
     attr_item item = resident_item({});
     item.value_size = 1024;
     const pumped got = pump(item, {.want_md5 = true});
@@ -165,7 +165,7 @@ TEST_F(PumpStream, HasNoDataInAValueThatWasNotKept) {
     EXPECT_EQ(got.md5, "");
 }
 
-TEST_F(PumpStream, HasNoDataInAStreamWithoutRuns) {
+TEST_F(pump_stream_test, has_no_data_in_a_stream_without_runs) {
     const pumped got = pump(stored_item({}, 100));
     EXPECT_FALSE(got.ok);
     EXPECT_EQ(got.log, (lines{"err: no data"}));
@@ -173,7 +173,7 @@ TEST_F(PumpStream, HasNoDataInAStreamWithoutRuns) {
 
 // What it begins with.
 
-TEST_F(PumpStream, RefusesANullVolumeWithoutAWord) {
+TEST_F(pump_stream_test, refuses_a_null_volume_without_a_word) {
     attr_item item = resident_item(pattern(10));
     const pumped got = test::pump(nullptr, item, {.want_md5 = true});
     EXPECT_FALSE(got.ok);
@@ -182,12 +182,12 @@ TEST_F(PumpStream, RefusesANullVolumeWithoutAWord) {
     EXPECT_EQ(got.md5, "");
 }
 
-TEST_F(PumpStream, TellsOfNoDataAheadOfANullVolume) {
+TEST_F(pump_stream_test, reports_of_no_data_ahead_of_a_null_volume) {
     attr_item item = stored_item({});
     EXPECT_EQ(test::pump(nullptr, item).log, (lines{"err: no data"}));
 }
 
-TEST_F(PumpStream, RefusesAStreamThatIsNotGoodWithoutAWord) {
+TEST_F(pump_stream_test, refuses_a_stream_that_is_not_good_without_a_word) {
     attr_item item = resident_item(pattern(10));
     std::ostream out(nullptr);
     capturing_log log;
@@ -197,7 +197,7 @@ TEST_F(PumpStream, RefusesAStreamThatIsNotGoodWithoutAWord) {
     EXPECT_TRUE(log.lines.empty());
 }
 
-TEST_F(PumpStream, ClearsAnOldErrorOfTheStream) {
+TEST_F(pump_stream_test, clears_an_old_error_of_the_stream) {
     attr_item item = resident_item(pattern(10));
     std::ostringstream out;
     out.setstate(std::ios::failbit | std::ios::badbit);
@@ -210,7 +210,7 @@ TEST_F(PumpStream, ClearsAnOldErrorOfTheStream) {
 
 // Streams in clusters.
 
-TEST_F(PumpStream, EndsInsideTheLastClusterAtTheRealSize) {
+TEST_F(pump_stream_test, ends_inside_the_last_cluster_at_the_real_size) {
     attr_item item = stored_item({{50, 2}}, 5000);
     counting_buffer buffer;
     std::ostream out(&buffer);
@@ -224,7 +224,7 @@ TEST_F(PumpStream, EndsInsideTheLastClusterAtTheRealSize) {
     EXPECT_EQ(pump(stored_item({{50, 2}}, 5000)).out, part(clusters(50, 2), 0, 5000));
 }
 
-TEST_F(PumpStream, WritesTheAllocatedSizeWithRaw) {
+TEST_F(pump_stream_test, writes_the_allocated_size_with_raw) {
     const pumped got = pump(stored_item({{50, 2}}, 5000), {.raw = true});
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.out, clusters(50, 2));
@@ -233,7 +233,7 @@ TEST_F(PumpStream, WritesTheAllocatedSizeWithRaw) {
 }
 
 // Clusters beyond the initialized size go out as they stand on the disk.
-TEST_F(PumpStream, WritesWhatTheClustersHoldBeyondTheInitializedSize) {
+TEST_F(pump_stream_test, writes_what_the_clusters_hold_beyond_the_initialized_size) {
     attr_item item = stored_item({{50, 3}}, 10000);
     item.initialized = 5000;
     const pumped got = pump(item);
@@ -241,13 +241,13 @@ TEST_F(PumpStream, WritesWhatTheClustersHoldBeyondTheInitializedSize) {
     EXPECT_EQ(got.out, part(clusters(50, 3), 0, 10000));
 }
 
-TEST_F(PumpStream, TakesTheLargerOfTheRealAndTheInitializedSize) {
+TEST_F(pump_stream_test, takes_the_larger_of_the_real_and_the_initialized_size) {
     attr_item item = stored_item({{50, 3}}, 10000);
     item.real = 5000;
     EXPECT_EQ(pump(item).out.size(), 10000u);
 }
 
-TEST_F(PumpStream, FailsForAnEmptyStreamWithRunsAndTellsItsSize) {
+TEST_F(pump_stream_test, fails_for_an_empty_stream_with_runs_and_reports_its_size) {
     const pumped got = pump(stored_item({{50, 2}}, 0), {.want_md5 = true});
     EXPECT_FALSE(got.ok);
     EXPECT_TRUE(got.out.empty());
@@ -255,21 +255,21 @@ TEST_F(PumpStream, FailsForAnEmptyStreamWithRunsAndTellsItsSize) {
     EXPECT_EQ(got.md5, "00000000000000000000000000000000");
 }
 
-TEST_F(PumpStream, EndsWithTheRunsWhereTheyAreShorterThanTheSize) {
+TEST_F(pump_stream_test, ends_with_the_runs_where_they_are_shorter_than_the_size) {
     const pumped got = pump(stored_item({{50, 2}}, 100000));
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.out, clusters(50, 2));
     EXPECT_EQ(got.log, (lines{"info: data size 0x186a0"})) << "the size, not what there is of it";
 }
 
-TEST_F(PumpStream, WritesZerosForAHole) {
+TEST_F(pump_stream_test, writes_zeros_for_a_hole) {
     const pumped got = pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000));
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.out, part(concat({clusters(50, 1), bytes(4096, 0), clusters(51, 3)}), 0, 20000));
 }
 
 // 15,904 bytes up to the cut of the range's end, then the 480 bytes of the last cluster behind it.
-TEST_F(PumpStream, LeavesAHoleOutAndTakesTheSlackOfTheLastClusterForIt) {
+TEST_F(pump_stream_test, leaves_a_hole_out_and_takes_the_slack_of_the_last_cluster_for_it) {
     attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000);
     counting_buffer buffer;
     std::ostream out(&buffer);
@@ -283,7 +283,7 @@ TEST_F(PumpStream, LeavesAHoleOutAndTakesTheSlackOfTheLastClusterForIt) {
               clusters(50, 4));
 }
 
-TEST_F(PumpStream, TakesTheHolesOutOfTheItemsRuns) {
+TEST_F(pump_stream_test, takes_the_holes_out_of_the_items_runs) {
     attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000);
     ASSERT_TRUE(test::pump(&m_volume.ntfs(), item, {.skip_sparse = true}).ok);
     EXPECT_EQ(item.runs.size(), 2u);
@@ -291,7 +291,7 @@ TEST_F(PumpStream, TakesTheHolesOutOfTheItemsRuns) {
         << "a second pump sees the shorter list";
 }
 
-TEST_F(PumpStream, WritesTheStoredClustersOfTheAllocatedSizeWithRawAndHolesLeftOut) {
+TEST_F(pump_stream_test, writes_the_stored_clusters_of_the_allocated_size_with_raw_and_holes_left_out) {
     const pumped got =
         pump(stored_item({{50, 1}, {hole, 1}, {51, 3}}, 100), {.raw = true, .skip_sparse = true});
     EXPECT_EQ(got.out, clusters(50, 4));
@@ -299,14 +299,14 @@ TEST_F(PumpStream, WritesTheStoredClustersOfTheAllocatedSizeWithRawAndHolesLeftO
     EXPECT_EQ(zeros.out, concat({clusters(50, 1), bytes(4096, 0), clusters(51, 3)}));
 }
 
-TEST_F(PumpStream, WritesNothingOfAStreamThatIsAllHolesWhenTheyAreLeftOut) {
+TEST_F(pump_stream_test, writes_nothing_of_a_stream_that_is_all_holes_when_they_are_left_out) {
     const pumped got = pump(stored_item({{hole, 4}}), {.skip_sparse = true});
     EXPECT_TRUE(got.ok);
     EXPECT_TRUE(got.out.empty());
     EXPECT_EQ(pump(stored_item({{hole, 4}})).out, bytes(4 * cluster, 0));
 }
 
-TEST_F(PumpStream, EndsAheadOfAClusterThatCannotBeReadAndCountsAsDone) {
+TEST_F(pump_stream_test, ends_ahead_of_a_cluster_that_cannot_be_read_and_counts_as_done) {
     // The run leaves the volume behind its second cluster.
     const pumped got = pump(stored_item({{volume_clusters - 2, 100}}), {.want_md5 = true});
     EXPECT_TRUE(got.ok);
@@ -316,14 +316,14 @@ TEST_F(PumpStream, EndsAheadOfAClusterThatCannotBeReadAndCountsAsDone) {
     EXPECT_NE(got.md5, "00000000000000000000000000000000");
 }
 
-TEST_F(PumpStream, WritesNothingWhereTheFirstClusterCannotBeReadAndCountsAsDone) {
+TEST_F(pump_stream_test, writes_nothing_where_the_first_cluster_cannot_be_read_and_counts_as_done) {
     const pumped got = pump(stored_item({{volume_clusters + 5, 4}}), {.want_md5 = true});
     EXPECT_TRUE(got.ok);
     EXPECT_TRUE(got.out.empty());
     EXPECT_EQ(got.md5, "d41d8cd98f00b204e9800998ecf8427e") << "the digest of no bytes";
 }
 
-TEST_F(PumpStream, EndsAtAVcnWithoutARun) {
+TEST_F(pump_stream_test, ends_at_a_vcn_without_a_run) {
     attr_item item = stored_item({{50, 2}, {60, 2}});
     item.runs[1].vcn = 3;
     const pumped got = pump(item);
@@ -331,7 +331,7 @@ TEST_F(PumpStream, EndsAtAVcnWithoutARun) {
     EXPECT_EQ(got.out, clusters(50, 2));
 }
 
-TEST_F(PumpStream, AddsTheSlackOfTheAllocatedSizeWhenAskedTo) {
+TEST_F(pump_stream_test, adds_the_slack_of_the_allocated_size_when_asked_to) {
     const pumped got = pump(stored_item({{50, 3}}, 5000), {.include_slack = true});
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.out, clusters(50, 3));
@@ -342,7 +342,7 @@ TEST_F(PumpStream, AddsTheSlackOfTheAllocatedSizeWhenAskedTo) {
 
 // Flags.
 
-TEST_F(PumpStream, CopiesTheStoredBytesOfAStreamFlaggedCompressedAndSparse) {
+TEST_F(pump_stream_test, copies_the_stored_bytes_of_a_stream_flagged_compressed_and_sparse) {
     attr_item item = stored_item({{50, 4}, {hole, 12}});
     item.flags = attr_flag_compressed | attr_flag_sparse;
     item.unit = 4;
@@ -350,13 +350,13 @@ TEST_F(PumpStream, CopiesTheStoredBytesOfAStreamFlaggedCompressedAndSparse) {
     EXPECT_EQ(pump(item).out, concat({clusters(50, 4), bytes(12 * cluster, 0)}));
 }
 
-TEST_F(PumpStream, CopiesTheStoredBytesOfAnEncryptedStream) {
+TEST_F(pump_stream_test, copies_the_stored_bytes_of_an_encrypted_stream) {
     attr_item item = stored_item({{50, 4}});
     item.flags = attr_flag_encrypted;
     EXPECT_EQ(pump(item).out, clusters(50, 4));
 }
 
-TEST_F(PumpStream, TakesAStreamForCompressedByFlagUnitAndCompressedSizeTogether) {
+TEST_F(pump_stream_test, takes_a_stream_for_compressed_by_flag_unit_and_compressed_size_together) {
     // Sixteen clusters that begin with a chunk header: made plain they give one chunk of zeros.
     bytes image = m_image;
     std::fill_n(image.begin() + 50 * cluster, 4096, std::uint8_t{0});
@@ -389,7 +389,7 @@ TEST_F(PumpStream, TakesAStreamForCompressedByFlagUnitAndCompressedSizeTogether)
     EXPECT_EQ(size_of(marked, {}), 65536u);
 }
 
-TEST_F(PumpStream, MovesACompressedStreamInUnitsOf16ClustersWhateverItsAttributeSays) {
+TEST_F(pump_stream_test, moves_a_compressed_stream_in_units_of_16_clusters_whatever_its_attribute_says) {
     // Two units of 16 clusters, each one chunk of zeros.
     bytes image = m_image;
     std::fill_n(image.begin() + 50 * cluster, 4096, std::uint8_t{0});
@@ -406,7 +406,7 @@ TEST_F(PumpStream, MovesACompressedStreamInUnitsOf16ClustersWhateverItsAttribute
 
 // Digest.
 
-TEST_F(PumpStream, DigestsWhatItWrites) {
+TEST_F(pump_stream_test, digests_what_it_writes) {
     EXPECT_EQ(pump(resident_item(to_bytes("abc")), {.want_md5 = true}).md5,
               "900150983cd24fb0d6963f7d28e17f72");
     // The MD5 of 4096 zeros.
@@ -414,7 +414,7 @@ TEST_F(PumpStream, DigestsWhatItWrites) {
     EXPECT_EQ(pump(resident_item(to_bytes("abc"))).md5, "") << "not wanted";
 }
 
-TEST_F(PumpStream, CopiesWithTheRulesOfItsThinForms) {
+TEST_F(pump_stream_test, copies_with_the_rules_of_its_thin_forms) {
     std::ostringstream out;
     capturing_log log;
     pump_context context{.log = log};
@@ -432,7 +432,7 @@ TEST_F(PumpStream, CopiesWithTheRulesOfItsThinForms) {
 
 // A stream that takes no more.
 
-TEST_F(PumpStream, CountsAsDoneWhenTheStreamTakesNoMore) {
+TEST_F(pump_stream_test, counts_as_done_when_the_stream_takes_no_more) {
     attr_item item = stored_item({{hole, 10000}});
     counting_buffer buffer(100000);
     std::ostream out(&buffer);
@@ -447,7 +447,7 @@ TEST_F(PumpStream, CountsAsDoneWhenTheStreamTakesNoMore) {
 
 // Index blocks.
 
-TEST_F(PumpStream, PutsTheSectorEndsOfIndexBlocksBack) {
+TEST_F(pump_stream_test, puts_the_sector_ends_of_index_blocks_back) {
     bytes protected_block = pattern(4096, 3);
     byte_writer block(protected_block);
     block.text(0, "INDX").u16(4, 0x28).u16(6, 9).u16(0x28, 0x0101);
@@ -470,7 +470,7 @@ TEST_F(PumpStream, PutsTheSectorEndsOfIndexBlocksBack) {
 }
 
 // One saved word for each sector of a block, four or one of them here.
-TEST(PumpOfIndexBlocks, PutsOneSectorEndBackForEachSectorOfTheVolume) {
+TEST(pump_of_index_blocks, puts_one_sector_end_back_for_each_sector_of_the_volume) {
     for (const std::uint32_t sector : {1024u, 2048u, 4096u}) {
         geometry shape;
         shape.bytes_per_sector = sector;
@@ -501,7 +501,7 @@ TEST(PumpOfIndexBlocks, PutsOneSectorEndBackForEachSectorOfTheVolume) {
     }
 }
 
-TEST_F(PumpStream, LooksAtNoSignatureOfAnIndexBlock) {
+TEST_F(pump_stream_test, looks_at_no_signature_of_an_index_block) {
     bytes block(4096, 0x11);
     byte_writer writer(block);
     writer.u16(4, 0x100).u16(6, 2).u16(0x102, 0x2222);
@@ -515,7 +515,7 @@ TEST_F(PumpStream, LooksAtNoSignatureOfAnIndexBlock) {
     EXPECT_EQ(test::pump(&volume.ntfs(), item).out, expected);
 }
 
-TEST_F(PumpStream, RestoresNothingInABlockWithACountBelow2OrAPartOfABlock) {
+TEST_F(pump_stream_test, restores_nothing_in_a_block_with_a_count_below_2_or_a_part_of_a_block) {
     for (const unsigned count : {0u, 1u}) {
         bytes image = m_image;
         image[50 * cluster + 6] = static_cast<std::uint8_t>(count);
@@ -530,7 +530,7 @@ TEST_F(PumpStream, RestoresNothingInABlockWithACountBelow2OrAPartOfABlock) {
     EXPECT_EQ(pump(item).out, part(clusters(50, 1), 0, 4095));
 }
 
-TEST_F(PumpStream, TakesNoByteFromOutsideABlockWhoseArrayReachesOutOfIt) {
+TEST_F(pump_stream_test, takes_no_byte_from_outside_a_block_whose_array_reaches_out_of_it) {
     for (const unsigned offset : {4090u, 4094u, 4095u, 4096u, 65535u}) {
         bytes image = m_image;
         image[50 * cluster + 4] = static_cast<std::uint8_t>(offset & 0xFF);
@@ -594,7 +594,7 @@ void expect_same_on_random_items(CNtfs& ntfs, std::mt19937& random, int rounds) 
     }
 }
 
-TEST(PumpBesideThePlainOne, GivesTheSameOnRandomRuns) {
+TEST(pump_beside_the_plain_one, gives_the_same_on_random_runs) {
     std::mt19937 random(1);
     for (const std::uint32_t sectors : {1u, 2u, 8u}) {
         opened_volume volume(patterned_image(sectors));
@@ -602,7 +602,7 @@ TEST(PumpBesideThePlainOne, GivesTheSameOnRandomRuns) {
     }
 }
 
-TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageCutShort) {
+TEST(pump_beside_the_plain_one, gives_the_same_on_an_image_cut_short) {
     std::mt19937 random(2);
     for (int cut = 0; cut < 12; ++cut) {
         bytes image = patterned_image(1);
@@ -612,7 +612,7 @@ TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageCutShort) {
     }
 }
 
-TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
+TEST(pump_beside_the_plain_one, gives_the_same_on_an_image_that_shrinks_while_it_is_read) {
     std::mt19937 random(3);
     for (int cut = 0; cut < 12; ++cut) {
         opened_volume volume(patterned_image(1));
@@ -622,7 +622,8 @@ TEST(PumpBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
 }
 
 // Index blocks are restored transfer by transfer of 16 clusters, also where the source has fewer.
-TEST(PumpBesideThePlainOne, gives_the_same_index_blocks_on_clusters_whose_unit_is_longer_than_the_source) {
+TEST(pump_beside_the_plain_one,
+     gives_the_same_index_blocks_on_clusters_whose_unit_is_longer_than_the_source) {
     std::mt19937 random(4);
     for (const std::uint32_t bytes_per_sector : {512u, 1023u, 1024u}) {
         const std::size_t size = std::size_t{255} * bytes_per_sector;
@@ -661,7 +662,7 @@ TEST(PumpBesideThePlainOne, gives_the_same_index_blocks_on_clusters_whose_unit_i
     }
 }
 
-TEST(PumpInManyRuns, AsksForNoMemoryForATransfer) {
+TEST(pump_in_many_runs, asks_for_no_memory_for_a_transfer) {
     opened_volume opened(patterned_image(1));
     const auto allocations_for = [&](std::uint64_t count) {
         attr_item item = stored_item({{45, 20}});
@@ -686,7 +687,7 @@ TEST(PumpInManyRuns, AsksForNoMemoryForATransfer) {
     EXPECT_EQ(allocations_for(20 * 512), allocations_for(2 * 512));
 }
 
-TEST(PumpInManyRuns, CopiesAFileOfAMillionRuns) {
+TEST(pump_in_many_runs, copies_a_file_of_a_million_runs) {
     volume_builder volume({.sectors_per_cluster = 1, .mft_entries = 8, .total_clusters = 400});
     volume.write_clusters(200, pattern(200 * 512, 5));
     opened_volume opened(volume);
@@ -705,7 +706,7 @@ TEST(PumpInManyRuns, CopiesAFileOfAMillionRuns) {
     EXPECT_EQ(buffer.taken, 512000000u);
 }
 
-TEST(PumpMemory, AStreamForWhichThereIsNoMemoryIsAFailedCopy) {
+TEST(pump_memory, a_stream_for_which_there_is_no_memory_is_a_failed_copy) {
     std::size_t failed = 0;
     // Ends where so many pieces are not asked for.
     for (std::size_t count = 0;; ++count) {

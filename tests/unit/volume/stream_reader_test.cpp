@@ -28,7 +28,7 @@ bytes patterned_image(std::uint32_t sectors_per_cluster = 8) {
     return volume.image();
 }
 
-class StreamReader : public ::testing::Test {
+class stream_reader_test : public ::testing::Test {
   protected:
     bytes m_image = patterned_image();
     opened_volume m_volume{m_image};
@@ -75,13 +75,13 @@ bytes part(const bytes& text, std::uint64_t from, std::uint64_t count) {
     return {at, at + static_cast<std::ptrdiff_t>(count)};
 }
 
-TEST_F(StreamReader, ReadsWholeClustersAcrossRuns) {
+TEST_F(stream_reader_test, reads_whole_clusters_across_runs) {
     const slow_read got = read(m_volume.ntfs(), stream_of({{40, 3}, {90, 2}}), 0, 5 * cluster);
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.delivered, concat({clusters(40, 3), clusters(90, 2)}));
 }
 
-TEST_F(StreamReader, CutsTheFirstAndTheLastCluster) {
+TEST_F(stream_reader_test, cuts_the_first_and_the_last_cluster) {
     const bytes whole = concat({clusters(40, 3), clusters(90, 2)});
     for (const auto& [offset, length] : {std::pair{100u, 50u},
                                          {100u, 4096u},
@@ -97,7 +97,7 @@ TEST_F(StreamReader, CutsTheFirstAndTheLastCluster) {
     }
 }
 
-TEST_F(StreamReader, GivesZerosForHolesAndSaysSo) {
+TEST_F(stream_reader_test, gives_zeros_for_holes_and_says_so) {
     const cluster_run_list runs = stream_of({{40, 1}, {hole, 2}, {41, 1}});
     const slow_read got = read(m_volume.ntfs(), runs, 0, 4 * cluster);
     EXPECT_EQ(got.delivered, concat({clusters(40, 1), bytes(2 * cluster, 0), clusters(41, 1)}));
@@ -110,14 +110,14 @@ TEST_F(StreamReader, GivesZerosForHolesAndSaysSo) {
     EXPECT_EQ(read(m_volume.ntfs(), runs, 0, cluster + 1).flags & stream_met_sparse, stream_met_sparse);
 }
 
-TEST_F(StreamReader, LeavesHolesOutWhenAskedTo) {
+TEST_F(stream_reader_test, leaves_holes_out_when_asked_to) {
     const cluster_run_list runs = stream_of({{40, 1}, {hole, 2}, {41, 1}});
     const slow_read got = read(m_volume.ntfs(), runs, 0, 4 * cluster, stream_skip_sparse);
     EXPECT_EQ(got.delivered, concat({clusters(40, 1), clusters(41, 1)}));
     EXPECT_EQ(got.flags & stream_met_sparse, 0u);
 }
 
-TEST_F(StreamReader, TakesTheCutOfAnEndAwayWithAHoleThatIsLeftOut) {
+TEST_F(stream_reader_test, takes_the_cut_of_an_end_away_with_a_hole_that_is_left_out) {
     // The range begins 100 bytes into the hole; the cluster behind it comes from its start.
     const cluster_run_list begins = stream_of({{hole, 1}, {41, 2}});
     EXPECT_EQ(read(m_volume.ntfs(), begins, 100, 2 * cluster, stream_skip_sparse).delivered,
@@ -128,11 +128,11 @@ TEST_F(StreamReader, TakesTheCutOfAnEndAwayWithAHoleThatIsLeftOut) {
               clusters(41, 2));
 }
 
-TEST_F(StreamReader, FindsNothingInAHoleThatIsLeftOut) {
+TEST_F(stream_reader_test, finds_nothing_in_a_hole_that_is_left_out) {
     EXPECT_FALSE(read(m_volume.ntfs(), stream_of({{hole, 4}}), 0, 2 * cluster, stream_skip_sparse).ok);
 }
 
-TEST_F(StreamReader, SetsTheFlagsOfTheFirstVcn) {
+TEST_F(stream_reader_test, sets_the_flags_of_the_first_vcn) {
     const cluster_run_list runs{{.lcn = 40, .vcn = 0, .sparse = false, .length = 16},
                                 {.lcn = 0, .vcn = 16, .sparse = true, .length = 200000}};
     const auto flags_at = [&](std::uint64_t vcn, std::uint64_t length) {
@@ -146,7 +146,7 @@ TEST_F(StreamReader, SetsTheFlagsOfTheFirstVcn) {
 }
 
 // The flag is set at every 65,536th cluster only, not at each unit of 16.
-TEST_F(StreamReader, SetsTheUnitFlagAtEvery65536thClusterOnly) {
+TEST_F(stream_reader_test, sets_the_unit_flag_at_every_65536_th_cluster_only) {
     const cluster_run_list runs{{.lcn = 0, .vcn = 0, .sparse = true, .length = 200000}};
     const auto flags_at = [&](std::uint64_t vcn) {
         return read(m_volume.ntfs(), runs, vcn * cluster, 16 * cluster).flags & ~stream_met_sparse;
@@ -158,13 +158,13 @@ TEST_F(StreamReader, SetsTheUnitFlagAtEvery65536thClusterOnly) {
     EXPECT_EQ(flags_at(131072), 0x38u);
 }
 
-TEST_F(StreamReader, SetsTheFlagsAlsoWhereItFindsNothing) {
+TEST_F(stream_reader_test, sets_the_flags_also_where_it_finds_nothing) {
     const slow_read got = read(m_volume.ntfs(), {}, 5 * cluster, 10, 0xFFFFFFFF);
     EXPECT_FALSE(got.ok);
     EXPECT_EQ(got.flags, 0x08u);
 }
 
-TEST_F(StreamReader, StopsAtAVcnWithoutARun) {
+TEST_F(stream_reader_test, stops_at_a_vcn_without_a_run) {
     cluster_run_list runs = stream_of({{40, 2}, {42, 2}});
     runs[1].vcn = 3;
     const slow_read got = read(m_volume.ntfs(), runs, 0, 5 * cluster);
@@ -175,7 +175,7 @@ TEST_F(StreamReader, StopsAtAVcnWithoutARun) {
 }
 
 // The cut of the range's end applies to the last cluster that was found; the next read gives the rest of it.
-TEST_F(StreamReader, CutsTheLastClusterThatWasFoundWhereTheRunsEndEarly) {
+TEST_F(stream_reader_test, cuts_the_last_cluster_that_was_found_where_the_runs_end_early) {
     const cluster_run_list runs = stream_of({{40, 4}});
     const slow_read first = read(m_volume.ntfs(), runs, 0, 20000);
     EXPECT_EQ(first.delivered, part(clusters(40, 4), 0, 15904));
@@ -184,7 +184,7 @@ TEST_F(StreamReader, CutsTheLastClusterThatWasFoundWhereTheRunsEndEarly) {
     EXPECT_FALSE(read(m_volume.ntfs(), runs, 16384, 65536).ok);
 }
 
-TEST_F(StreamReader, EndsAheadOfAClusterThatCannotBeRead) {
+TEST_F(stream_reader_test, ends_ahead_of_a_cluster_that_cannot_be_read) {
     // The run leaves the volume behind its second cluster.
     const cluster_run_list runs = stream_of({{40, 2}, {volume_clusters - 2, 6}});
     const slow_read got = read(m_volume.ntfs(), runs, 0, 8 * cluster);
@@ -194,7 +194,7 @@ TEST_F(StreamReader, EndsAheadOfAClusterThatCannotBeRead) {
     EXPECT_FALSE(read(m_volume.ntfs(), runs, 4 * cluster + 5, 10).ok);
 }
 
-TEST_F(StreamReader, LeavesZerosBehindWhatItDelivered) {
+TEST_F(stream_reader_test, leaves_zeros_behind_what_it_delivered) {
     bytes buffer(8 * cluster, 0xEE);
     std::uint64_t length = buffer.size();
     std::uint32_t flags = 0;
@@ -204,11 +204,11 @@ TEST_F(StreamReader, LeavesZerosBehindWhatItDelivered) {
     EXPECT_EQ(part(buffer, 2 * cluster, 6 * cluster), bytes(6 * cluster, 0));
 }
 
-TEST_F(StreamReader, ReadsNothingForALengthOfZero) {
+TEST_F(stream_reader_test, reads_nothing_for_a_length_of_zero) {
     EXPECT_FALSE(read(m_volume.ntfs(), stream_of({{40, 4}}), 0, 0).ok);
 }
 
-TEST_F(StreamReader, SurvivesOffsetsAtTheEndOf64Bits) {
+TEST_F(stream_reader_test, survives_offsets_at_the_end_of_64_bits) {
     const std::uint64_t highest = ~std::uint64_t{0};
     EXPECT_FALSE(read(m_volume.ntfs(), stream_of({{40, 4}}), highest, 1).ok);
     EXPECT_FALSE(read(m_volume.ntfs(), stream_of({{40, 4}}), highest - 5, 3).ok);
@@ -219,12 +219,12 @@ TEST_F(StreamReader, SurvivesOffsetsAtTheEndOf64Bits) {
     EXPECT_FALSE(read(m_volume.ntfs(), beyond, 0, 3 * cluster).ok);
 }
 
-TEST_F(StreamReader, ReadsNothingOfAVolumeThatIsNotValid) {
+TEST_F(stream_reader_test, reads_nothing_of_a_volume_that_is_not_valid) {
     CNtfs cleared;
     EXPECT_FALSE(read(cleared, stream_of({{40, 4}}), 0, 100).ok);
 }
 
-TEST_F(StreamReader, RangeReadRefusesNoBufferNoLengthAndNoRuns) {
+TEST_F(stream_reader_test, range_read_refuses_no_buffer_no_length_and_no_runs) {
     bytes buffer(100);
     std::uint64_t length = 100;
     const cluster_run_list runs = stream_of({{40, 1}, {hole, 1}});
@@ -251,7 +251,7 @@ std::uint64_t reads_for(CNtfs& ntfs, const cluster_run_list& runs, std::uint64_t
     return reading_calls() - before - 2 * asking;
 }
 
-TEST_F(StreamReader, ReadsShortRunsCloseBehindEachOtherTogether) {
+TEST_F(stream_reader_test, reads_short_runs_close_after_each_other_together) {
     QUARRY_NEEDS(reading_calls() != 0, "the system does not count reads");
     CNtfs& ntfs = m_volume.ntfs();
     EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {42, 1}, {45, 2}, {49, 1}}), 5), 1u);
@@ -325,7 +325,7 @@ void expect_same_as_slow(CNtfs& ntfs, std::mt19937& random, int rounds) {
     }
 }
 
-TEST(StreamReaderBesideThePlainOne, GivesTheSameOnRandomRuns) {
+TEST(stream_reader_beside_the_plain_one, gives_the_same_on_random_runs) {
     std::mt19937 random(1);
     for (const std::uint32_t sectors : {1u, 2u, 8u}) {
         opened_volume volume(patterned_image(sectors));
@@ -333,7 +333,7 @@ TEST(StreamReaderBesideThePlainOne, GivesTheSameOnRandomRuns) {
     }
 }
 
-TEST(StreamReaderBesideThePlainOne, GivesTheSameOnAnImageCutShort) {
+TEST(stream_reader_beside_the_plain_one, gives_the_same_on_an_image_cut_short) {
     std::mt19937 random(2);
     for (int cut = 0; cut < 30; ++cut) {
         bytes image = patterned_image(2);
@@ -343,7 +343,7 @@ TEST(StreamReaderBesideThePlainOne, GivesTheSameOnAnImageCutShort) {
     }
 }
 
-TEST(StreamReaderBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRead) {
+TEST(stream_reader_beside_the_plain_one, gives_the_same_on_an_image_that_shrinks_while_it_is_read) {
     std::mt19937 random(3);
     for (int cut = 0; cut < 30; ++cut) {
         opened_volume volume(patterned_image(2));
@@ -352,7 +352,7 @@ TEST(StreamReaderBesideThePlainOne, GivesTheSameOnAnImageThatShrinksWhileItIsRea
     }
 }
 
-TEST(StreamReaderMemory, AReadForWhichThereIsNoMemoryFailsAndServesTheNextTime) {
+TEST(stream_reader_memory, a_read_for_which_there_is_no_memory_fails_and_serves_the_next_time) {
     const bytes image = patterned_image();
     const cluster_run_list runs = stream_of({{50, 2}, {60, 2}});
     const bytes expected(image.begin() + 50 * cluster + 100, image.begin() + 52 * cluster);

@@ -27,14 +27,14 @@ sizes sizes_of(std::int32_t cluster_size, std::size_t source_size) {
     return {transfer_unit(ntfs), transfer_buffer_size(ntfs)};
 }
 
-TEST(TransferUnit, is_16_clusters_and_held_whole_up_to_a_megabyte) {
+TEST(transfer_unit, is_16_clusters_and_held_whole_up_to_a_megabyte) {
     EXPECT_EQ(sizes_of(512, 10000), (sizes{8192, 8192}));
     EXPECT_EQ(sizes_of(4096, 10000), (sizes{65536, 65536}));
     EXPECT_EQ(sizes_of(65536, 10000), (sizes{1048576, 1048576}));
     EXPECT_EQ(sizes_of(131072, 3000000), (sizes{2097152, 2097152}));
 }
 
-TEST(TransferUnit, of_more_than_a_megabyte_stays_16_clusters_in_a_buffer_no_larger_than_the_source) {
+TEST(transfer_unit, of_more_than_a_megabyte_stays_16_clusters_in_a_buffer_no_larger_than_the_source) {
     EXPECT_EQ(sizes_of(131072, 2000000), (sizes{2097152, 16u * 131072}));
     EXPECT_EQ(sizes_of(131072, 1500000), (sizes{2097152, 12u * 131072}));
     EXPECT_EQ(sizes_of(131072, 1000), (sizes{2097152, 8u * 131072})) << "a megabyte is always allowed";
@@ -43,12 +43,12 @@ TEST(TransferUnit, of_more_than_a_megabyte_stays_16_clusters_in_a_buffer_no_larg
         << "the largest cluster that a boot sector can claim";
 }
 
-TEST(TransferUnit, is_zero_without_a_cluster_size) {
+TEST(transfer_unit, is_zero_without_a_cluster_size) {
     EXPECT_EQ(sizes_of(0, 1000), sizes());
     EXPECT_EQ(sizes_of(-1, 1000), sizes());
 }
 
-TEST(TransferUnit, of_clusters_that_no_volume_has_is_held_up_to_64_mebibytes_whatever_the_source) {
+TEST(transfer_unit, of_clusters_that_no_volume_has_is_held_up_to_64_mebibytes_whatever_the_source) {
     const temp_dir dir;
     write_file(dir / "source", {});
     CNtfs ntfs;

@@ -61,7 +61,7 @@ class cluster_copy_test : public testing::Test {
     output_guard guard;
 };
 
-TEST_F(cluster_copy_test, writes_one_cluster_behind_the_other) {
+TEST_F(cluster_copy_test, writes_one_cluster_after_the_other) {
     EXPECT_TRUE(copy(120, 3));
     EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 3));
     EXPECT_EQ(lines(),

@@ -56,7 +56,7 @@ class destination_test : public testing::Test {
     std::string logged;
 };
 
-TEST_F(destination_test, a_file_is_taken_as_it_stands_and_logged) {
+TEST_F(destination_test, a_file_is_taken_as_it_is_and_logged) {
     EXPECT_TRUE(settle());
     EXPECT_EQ(target.path, (dir / "out/a").wstring());
     EXPECT_EQ(target.meta, L"");
@@ -127,7 +127,7 @@ TEST_F(destination_test, a_name_never_leads_out_of_the_directory) {
     EXPECT_EQ(target.path, (dir / "out/b/..c").wstring());
 }
 
-TEST_F(destination_test, a_name_of_two_dots_is_refused_also_behind_the_first_success_of_a_list) {
+TEST_F(destination_test, a_name_of_two_dots_is_refused_also_after_the_first_success_of_a_list) {
     directory_dst();
     opts.m_src = L"..";
     rules.check_creation = false;
@@ -171,7 +171,7 @@ TEST_F(destination_test, the_directory_of_the_source_with_a_backslash_is_the_sam
     expect_refusal("err: source and destination are the same");
 }
 
-TEST_F(destination_test, only_a_backslash_is_put_behind_the_sources_directory_for_this_comparison) {
+TEST_F(destination_test, only_a_backslash_is_put_after_the_sources_directory_for_this_comparison) {
     directory_dst();
     opts.m_src = (dir / "out/name").wstring();
     EXPECT_TRUE(settle());

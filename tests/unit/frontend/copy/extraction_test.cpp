@@ -217,7 +217,7 @@ TEST_F(extraction_test, a_destination_that_cannot_be_opened_fails) {
     EXPECT_FALSE(copy());
 }
 
-TEST_F(extraction_test, a_path_that_is_found_becomes_the_path_as_it_stands_on_the_volume) {
+TEST_F(extraction_test, a_path_that_is_found_becomes_the_path_as_it_is_on_the_volume) {
     test::volume_builder volume;
     volume.add_file("a.txt").data("text");
     use(volume);

@@ -34,7 +34,7 @@ class stream_choice_test : public testing::Test {
 
 using index = std::optional<std::size_t>;
 
-TEST(requested_stream_name, is_the_text_behind_the_first_colon_of_the_last_component) {
+TEST(requested_stream_name, is_the_text_after_the_first_colon_of_the_last_component) {
     EXPECT_EQ(requested_stream_name(L"/a/b.txt:s"), "s");
     EXPECT_EQ(requested_stream_name(L"/a/b.txt:s:$DATA"), "s:$DATA");
     EXPECT_EQ(requested_stream_name(L"\\a:x\\b.txt:s"), "s");

@@ -120,7 +120,7 @@ TEST(exclusive_file, never_opens_a_planted_link_or_file_and_draws_another_name) 
     EXPECT_EQ(test::read_file(dir / names[2]), test::to_bytes("victim"));
 }
 
-TEST(exclusive_file, tells_at_its_closing_that_it_could_not_be_written) {
+TEST(exclusive_file, reports_at_its_closing_that_it_could_not_be_written) {
     const temp_dir dir;
     exclusive_file file;
     ASSERT_TRUE(file.create(output_guard(), dir.path()));

@@ -61,7 +61,7 @@ TEST_F(output_guard_test, gives_the_log_to_nothing_but_itself) {
     EXPECT_EQ(on("a", output_kind::log), output_verdict::free);
 }
 
-TEST_F(output_guard_test, protects_the_files_behind_the_standard_streams) {
+TEST_F(output_guard_test, protects_the_files_after_the_standard_streams) {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         const int before = ::dup(stream);
         const int file = ::open((dir / "a").c_str(), O_RDWR);
@@ -76,7 +76,7 @@ TEST_F(output_guard_test, protects_the_files_behind_the_standard_streams) {
     }
 }
 
-TEST_F(output_guard_test, protects_no_device_behind_the_standard_streams) {
+TEST_F(output_guard_test, protects_no_device_after_the_standard_streams) {
     const int before = ::dup(STDIN_FILENO);
     const int null = ::open("/dev/null", O_RDONLY);
     ASSERT_GE(::dup2(null, STDIN_FILENO), 0);

@@ -93,7 +93,7 @@ TEST_F(kernel_tables, that_go_round_in_a_circle_end) {
     EXPECT_EQ(below(253, 4000), (storage_set{block_device(253, 4001), block_device(253, 4000)}));
 }
 
-TEST_F(kernel_tables, name_the_file_behind_a_loop_device_and_behind_a_partition_of_one) {
+TEST_F(kernel_tables, name_the_file_after_a_loop_device_and_after_a_partition_of_one) {
     write("disk", "image");
     add("loop900", "7:4000");
     write("loop900/loop/backing_file", (dir / "disk").string() + "\n");
@@ -122,7 +122,7 @@ TEST_F(kernel_tables, lead_from_a_file_system_to_its_device_and_all_below) {
 }
 
 // The file behind the device lies on a file system of its own, which is written too.
-TEST_F(kernel_tables, lead_on_from_the_file_behind_a_device_to_the_file_system_that_holds_it) {
+TEST_F(kernel_tables, lead_on_from_the_file_after_a_device_to_the_file_system_that_holds_it) {
     write("disk", "image");
     add("loop900", "7:4000");
     write("loop900/loop/backing_file", (dir / "disk").string() + "\n");
