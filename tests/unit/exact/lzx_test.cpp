@@ -1,8 +1,8 @@
 #include "exact/lzx.h"
 
 #include "support/lzx_builder.h"
-#include "support/opened_exact_volume.h"
 #include "support/slow_system_compression.h"
+#include "unit/exact/decoded_chunk.h"
 
 #include <gtest/gtest.h>
 
@@ -10,25 +10,12 @@ namespace quarry::test {
 
 namespace {
 
-struct decoded {
-    bytes plain;
-    std::string failed;
-};
-
-decoded decode(const bytes& stored, std::size_t size) {
-    decoded out;
-    out.plain.assign(size, 0xEE);
-    exact::lzx_decoder decoder;
-    if (const auto done = decoder.decode(byte_view(stored), out.plain, "it", 7); !done) {
-        out.failed = text_of(done.error());
-    }
-    return out;
+decoded_chunk decode(const bytes& stored, std::size_t size) {
+    return decode_chunk<exact::lzx_decoder>(stored, size);
 }
 
 void expect_plain(const bytes& stored, const bytes& plain) {
-    const decoded out = decode(stored, plain.size());
-    EXPECT_EQ(out.failed, "");
-    EXPECT_TRUE(out.plain == plain);
+    expect_plain_chunk<exact::lzx_decoder>(stored, plain);
 }
 
 std::string failure_of(const bytes& stored, std::size_t size) {
@@ -436,7 +423,7 @@ TEST(lzx, agrees_with_a_slow_decoder_on_damaged_chunks) {
             chunk.stored.resize(chunk.stored.size() -
                                 random() % std::min<std::size_t>(4, chunk.stored.size()));
         }
-        const decoded fast = decode(chunk.stored, chunk.plain.size());
+        const decoded_chunk fast = decode(chunk.stored, chunk.plain.size());
         const std::optional<bytes> slow = slow_lzx_chunk(chunk.stored, chunk.plain.size());
         ASSERT_EQ(fast.failed.empty(), slow.has_value()) << round << fast.failed;
         if (slow) {

@@ -3,6 +3,7 @@
 #include "support/device_files.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
+#include "unit/frontend/copy/copied_volume.h"
 
 #include <filesystem>
 #include <sys/stat.h>
@@ -15,29 +16,13 @@ namespace {
 namespace fs = std::filesystem;
 using test::device_files;
 using test::temp_dir;
+using test::text_of;
 using test::to_bytes;
-
-std::string text_of(const fs::path& path) {
-    const test::bytes content = test::read_file(path);
-    return {content.begin(), content.end()};
-}
-
-test::bytes volume_image() {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("hello");
-    volume.write_clusters(120, test::pattern(4096 * 3));
-    return volume.image();
-}
-
-std::string clusters_of(std::size_t first, std::size_t count) {
-    const test::bytes image = volume_image();
-    return std::string(image.begin(), image.end()).substr(first * 4096, count * 4096);
-}
 
 class cluster_copy_test : public testing::Test {
   protected:
     void SetUp() override {
-        test::write_file(dir / "image", volume_image());
+        test::write_file(dir / "image", test::copied_volume());
         request.from = source::of_image((dir / "image").wstring(), 0);
         request.destination = (dir / "o").wstring();
         request.report = (dir / "report").wstring();
@@ -63,7 +48,7 @@ class cluster_copy_test : public testing::Test {
 
 TEST_F(cluster_copy_test, writes_one_cluster_after_the_other) {
     EXPECT_TRUE(copy(120, 3));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 3));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 3));
     EXPECT_EQ(lines(),
               "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
               "cluster num            0x000000000079,   physical addr:  0x0000000000079000 [ok]\n"
@@ -85,7 +70,8 @@ TEST_F(cluster_copy_test, a_cluster_beyond_the_end_shows_in_the_report_and_the_c
 TEST_F(cluster_copy_test, a_cluster_that_the_image_cuts_short_keeps_its_place) {
     fs::resize_file(dir / "image", 121 * 4096 + 100);
     EXPECT_TRUE(copy(120, 2));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1) + clusters_of(121, 1).substr(0, 100));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 1) +
+                                      test::clusters_of_copied_volume(121, 1).substr(0, 100));
     EXPECT_EQ(lines(),
               "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
               "cluster num            0x000000000079,   physical addr:  0x0000000000079000\n");
@@ -94,7 +80,7 @@ TEST_F(cluster_copy_test, a_cluster_that_the_image_cuts_short_keeps_its_place) {
 TEST_F(cluster_copy_test, a_cluster_that_cannot_be_read_leaves_no_gap) {
     fs::resize_file(dir / "image", 121 * 4096);
     EXPECT_TRUE(copy(120, 3));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 1));
     EXPECT_EQ(lines(),
               "cluster num            0x000000000078,   physical addr:  0x0000000000078000 [ok]\n"
               "clusters               0x000000000079 [failed]\n"
@@ -104,7 +90,7 @@ TEST_F(cluster_copy_test, a_cluster_that_cannot_be_read_leaves_no_gap) {
 TEST_F(cluster_copy_test, a_range_far_beyond_the_end_ends_soon_without_a_report) {
     EXPECT_TRUE(copy(120, 0xFFFFFFFFFFFF, false));
     const std::string copied = text_of(dir / "o");
-    EXPECT_EQ(copied, clusters_of(120, volume_image().size() / 4096 - 120));
+    EXPECT_EQ(copied, test::clusters_of_copied_volume(120, test::copied_volume().size() / 4096 - 120));
 }
 
 TEST_F(cluster_copy_test, a_range_whose_end_wraps_holds_no_cluster) {
@@ -125,13 +111,13 @@ TEST_F(cluster_copy_test, whose_file_is_a_pipe_waits_for_nobody_and_counts_as_on
 
 TEST_F(cluster_copy_test, whose_report_cannot_be_opened_goes_on_without_one) {
     EXPECT_TRUE(copy_to(dir / "o", dir / "missing/report"));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 1));
 }
 
 TEST_F(cluster_copy_test, a_drive_is_named_by_its_number_in_the_report_and_nothing_takes_its_place) {
     const device_files devices;
-    test::write_file(devices.drive(0), volume_image());
-    test::write_file(devices.drive(1), volume_image());
+    test::write_file(devices.drive(0), test::copied_volume());
+    test::write_file(devices.drive(1), test::copied_volume());
     request.from = source::of_drive(1, 0);
     EXPECT_TRUE(copy(120, 1));
     EXPECT_EQ(text_of(dir / "report").substr(0, text_of(dir / "report").find('\n')),
@@ -156,23 +142,23 @@ TEST_F(cluster_copy_test, where_the_image_cannot_be_opened_the_first_drive_is_tr
     testing::internal::CaptureStderr();
     EXPECT_FALSE(copy(120, 1));
     testing::internal::GetCapturedStderr();
-    test::write_file(devices.drive(0), volume_image());
+    test::write_file(devices.drive(0), test::copied_volume());
     EXPECT_TRUE(copy(120, 1));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 1));
     EXPECT_EQ(text_of(dir / "report").substr(0, text_of(dir / "report").find('\n')),
               "drive/partition:       " + (dir / "missing").string());
 }
 
 TEST_F(cluster_copy_test, the_first_drive_is_a_source_then_and_no_output_may_go_to_it) {
     const device_files devices;
-    test::write_file(devices.drive(0), volume_image());
+    test::write_file(devices.drive(0), test::copied_volume());
     fs::create_symlink(devices.drive(0), dir / "link");
     request.from = source::of_image((dir / "missing").wstring(), 0);
     EXPECT_FALSE(copy_to(devices.drive(0), ""));
     EXPECT_FALSE(copy_to(dir / "link", ""));
     EXPECT_FALSE(copy_to(dir / "o", dir / "link"));
     EXPECT_FALSE(fs::exists(dir / "o"));
-    EXPECT_TRUE(test::read_file(devices.drive(0)) == volume_image());
+    EXPECT_TRUE(test::read_file(devices.drive(0)) == test::copied_volume());
 }
 
 TEST_F(cluster_copy_test, reads_the_volume_at_its_offset) {

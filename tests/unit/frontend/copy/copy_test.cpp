@@ -3,6 +3,7 @@
 #include "support/device_files.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
+#include "unit/frontend/copy/copied_volume.h"
 
 #include <filesystem>
 
@@ -14,29 +15,13 @@ namespace {
 namespace fs = std::filesystem;
 using test::device_files;
 using test::temp_dir;
+using test::text_of;
 using test::to_bytes;
-
-std::string text_of(const fs::path& path) {
-    const test::bytes content = test::read_file(path);
-    return {content.begin(), content.end()};
-}
-
-test::bytes volume_image() {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("hello");
-    volume.write_clusters(120, test::pattern(4096 * 3));
-    return volume.image();
-}
-
-std::string clusters_of(std::size_t first, std::size_t count) {
-    const test::bytes image = volume_image();
-    return std::string(image.begin(), image.end()).substr(first * 4096, count * 4096);
-}
 
 class drive_copy_test : public testing::Test {
   protected:
     void SetUp() override {
-        test::write_file(devices.drive(1), volume_image());
+        test::write_file(devices.drive(1), test::copied_volume());
         arg_list args = {"quarry", "-diags", dir / "log"};
         ASSERT_TRUE(opts.cmd_params::parse(args));
         opts.m_source = source::of_drive(1, 0);
@@ -174,7 +159,7 @@ TEST_F(drive_copy_test, clusters_come_before_a_path_and_an_entry) {
     opts.m_cluster_text = "120";
     opts.m_clusters = {120, 2};
     EXPECT_TRUE(copy());
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 2));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 2));
     EXPECT_EQ(ntfs, nullptr);
 }
 
@@ -198,7 +183,7 @@ TEST_F(drive_copy_test, the_drives_own_device_is_no_destination) {
     opts.m_dst = devices.drive(1).wstring();
     EXPECT_FALSE(copy());
     EXPECT_EQ(said, "err: source and destination are the same\n");
-    EXPECT_EQ(test::read_file(devices.drive(1)), volume_image());
+    EXPECT_EQ(test::read_file(devices.drive(1)), test::copied_volume());
 }
 
 TEST_F(drive_copy_test, a_destination_that_cannot_be_made_is_told) {
@@ -214,7 +199,7 @@ TEST_F(drive_copy_test, a_destination_that_cannot_be_made_is_told) {
 class volume_copy_test : public testing::Test {
   protected:
     void SetUp() override {
-        test::write_file(dir / "image", volume_image());
+        test::write_file(dir / "image", test::copied_volume());
         arg_list args = {"quarry", "-diags", dir / "log"};
         ASSERT_TRUE(opts.cmd_params::parse(args));
         opts.m_dst = (dir / "o").wstring();
@@ -251,7 +236,7 @@ TEST_F(volume_copy_test, a_path_goes_before_clusters_which_are_dropped_without_a
     EXPECT_TRUE(copy(L"/a.txt"));
     EXPECT_EQ(text_of(dir / "o"), "hello");
     EXPECT_TRUE(copy(L""));
-    EXPECT_EQ(text_of(dir / "o"), clusters_of(120, 1));
+    EXPECT_EQ(text_of(dir / "o"), test::clusters_of_copied_volume(120, 1));
 }
 
 TEST_F(volume_copy_test, a_failure_of_the_driver_is_left_to_the_log_and_one_of_clusters_is_told) {
@@ -268,7 +253,7 @@ TEST_F(volume_copy_test, a_path_without_a_source_is_made_absolute_and_may_name_i
     EXPECT_FALSE(copy(L"x/a.txt"));
     EXPECT_EQ(log(), "->dst: " + (dir / "o").string() +
                          "\n->partition letter \n->info: pNTFS part:, type:33\n->err: pNTFS\n");
-    test::write_file("c:", volume_image());
+    test::write_file("c:", test::copied_volume());
     EXPECT_TRUE(copy(L"c:\\a.txt"));
     fs::current_path(before);
     EXPECT_EQ(text_of(dir / "o"), "hello");
@@ -285,10 +270,10 @@ TEST_F(volume_copy_test, a_path_on_a_shadow_copy_begins_with_its_image) {
 TEST_F(volume_copy_test, the_volume_that_a_path_names_is_no_destination) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
-    test::write_file("c:", volume_image());
+    test::write_file("c:", test::copied_volume());
     opts.m_dst = L"c:";
     EXPECT_FALSE(copy(L"c:\\a.txt"));
-    EXPECT_TRUE(test::read_file("c:") == volume_image());
+    EXPECT_TRUE(test::read_file("c:") == test::copied_volume());
     fs::current_path(before);
     EXPECT_EQ(said, "err: source and destination are the same\n");
 }
