@@ -12,7 +12,6 @@
 // system.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -45,7 +44,13 @@ struct file_likeness {
     std::int64_t changed_seconds = 0;
     std::int64_t changed_nanoseconds = 0;
 
-    [[nodiscard]] auto operator<=>(const file_likeness&) const = default;
+    [[nodiscard]] bool operator<(const file_likeness& other) const {
+        const auto all = [](const file_likeness& of) {
+            return std::tie(of.inode, of.size, of.modified_seconds, of.modified_nanoseconds,
+                            of.changed_seconds, of.changed_nanoseconds);
+        };
+        return all(*this) < all(other);
+    }
 };
 
 // Where the kernel tells about devices and mounts.
