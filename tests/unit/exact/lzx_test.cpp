@@ -412,8 +412,8 @@ TEST(lzx, agrees_with_a_slow_decoder_on_random_chunks) {
 TEST(lzx, agrees_with_a_slow_decoder_on_damaged_chunks) {
     std::mt19937 random(22);
     std::size_t sound = 0;
-    constexpr int rounds = 200;
-    for (int round = 0; round < rounds; ++round) {
+    constexpr unsigned rounds = 200;
+    for (unsigned round = 0; round < rounds; ++round) {
         random_chunk chunk(random, 1 + random() % 600);
         for (unsigned changes = 0; changes < 1 + round % 3u; ++changes) {
             const std::size_t at = random() % chunk.stored.size();
