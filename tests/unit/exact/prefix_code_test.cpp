@@ -56,7 +56,7 @@ TEST(prefix_code, of_16_bits_is_read) {
     ASSERT_EQ(code.build(lengths), code_kind::complete);
     for (unsigned symbol = 0; symbol < 17; ++symbol) {
         const bytes chunk =
-            bit_word_writer().bits(16, symbol == 16 ? 0xFFFF : 0xFFFE << (15 - symbol)).take();
+            bit_word_writer().bits(16, symbol == 16 ? 0xFFFFu : 0xFFFEu << (15 - symbol)).take();
         bit_words bits(byte_view(chunk), 0);
         bits.fill();
         EXPECT_EQ(code.read(bits), symbol);

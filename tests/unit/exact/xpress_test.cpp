@@ -194,8 +194,8 @@ TEST(xpress, agrees_with_a_slow_decoder_on_random_chunks) {
 TEST(xpress, agrees_with_a_slow_decoder_on_damaged_chunks) {
     std::mt19937 random(12);
     std::size_t sound = 0;
-    constexpr int rounds = 300;
-    for (int round = 0; round < rounds; ++round) {
+    constexpr unsigned rounds = 300;
+    for (unsigned round = 0; round < rounds; ++round) {
         random_chunk chunk(random, 1 + random() % 600);
         for (unsigned changes = 0; changes < 1 + round % 3u; ++changes) {
             // What is no part of the lengths is hit more often than it has bytes.
