@@ -353,10 +353,10 @@ TEST_F(vmdk_check_test, a_hint_to_a_fifo_neither_blocks_nor_counts) {
 }
 
 TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_is_suggested_and_then_cannot_be_opened) {
-    const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/dev/null\""));
+    const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"/dev/full\""));
     EXPECT_FALSE(check({snapshot}));
-    EXPECT_EQ(m_words, depends("snap.vmdk", "\"/dev/null\"") + "/dev/null can't be opened\n");
-    EXPECT_EQ(m_suggested, (paths{snapshot, L"/dev/null"}));
+    EXPECT_EQ(m_words, depends("snap.vmdk", "\"/dev/full\"") + "/dev/full can't be opened\n");
+    EXPECT_EQ(m_suggested, (paths{snapshot, L"/dev/full"}));
     std::filesystem::create_directory(m_dir / "folder");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"folder\""))}));
     EXPECT_EQ(m_words, depends("snap.vmdk", "\"folder\"") + text_at("folder") + " can't be opened\n");
@@ -364,24 +364,24 @@ TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_is_suggested_and_then_
 
 // Opening a device can act on it: /dev/loop-control makes a device, /dev/watchdog starts a clock.
 TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_opens_nothing) {
-    const file_opens device("/dev/null");
-    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/dev/null\""))}));
+    const file_opens device("/dev/full");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/dev/full\""))}));
     EXPECT_FALSE(device.take().reading);
     std::filesystem::create_directory(m_dir / "folder");
     const file_opens folder(m_dir / "folder");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"folder\""))}));
     EXPECT_FALSE(folder.take().reading);
     // A file that the user lists is opened, whatever it is.
-    EXPECT_FALSE(check({L"/dev/null"}));
+    EXPECT_FALSE(check({L"/dev/full"}));
     EXPECT_TRUE(device.take().reading);
 }
 
 TEST_F(vmdk_check_test, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_opens_nothing) {
-    std::filesystem::create_symlink("/dev/null", m_dir / "null");
-    const file_opens device("/dev/null");
-    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/elsewhere/null\""))}));
+    std::filesystem::create_symlink("/dev/full", m_dir / "full");
+    const file_opens device("/dev/full");
+    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/elsewhere/full\""))}));
     EXPECT_EQ(m_words,
-              depends("snap.vmdk", "\"" + text_at("null") + "\"") + text_at("null") + " can't be opened\n");
+              depends("snap.vmdk", "\"" + text_at("full") + "\"") + text_at("full") + " can't be opened\n");
     EXPECT_FALSE(device.take().reading);
 }
 
