@@ -217,15 +217,15 @@ std::optional<std::string> name_as_asked(const copy_object& asked) {
     return name ? std::optional(*name) : std::nullopt;
 }
 
-result<found_object> find_object(exact_volume& volume, const exact_options& options, exact_messages& messages,
-                                 notices& told) {
+result<found_object> find_object(exact_volume& volume, const exact_options& options, const copy_object& asked,
+                                 exact_messages& messages, notices& told) {
     auto found = std::visit(
         overloaded{
             [&](const object_by_path& path) { return find_path(volume, options, path, messages, told); },
             [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told); },
             [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters); },
         },
-        *options.object);
+        asked);
     if (found) {
         log_stream(*found->content, messages);
     }

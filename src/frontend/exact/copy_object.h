@@ -33,7 +33,8 @@ struct found_object {
 // streams do, with outside for clusters that the volume has not, and with tag, link or wof for a file
 // whose data is elsewhere.
 [[nodiscard]] result<found_object> find_object(exact_volume& volume, const exact_options& options,
-                                               exact_messages& messages, notices& told);
+                                               const copy_object& asked, exact_messages& messages,
+                                               notices& told);
 
 // Modification and access time of a file, FILETIMEs from its $STANDARD_INFORMATION; nothing if it has none.
 struct stored_times {

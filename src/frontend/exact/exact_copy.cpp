@@ -139,9 +139,10 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
 }  // namespace
 
 result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                          destination target, const output_guard& guard,
-                                          exact_messages& messages, notices& told) {
-    auto object = find_object(volume, options, messages, told);
+                                          const copy_object& asked, destination target,
+                                          const output_guard& guard, exact_messages& messages,
+                                          notices& told) {
+    auto object = find_object(volume, options, asked, messages, told);
     if (!object) {
         return passed_on(object);
     }

@@ -20,11 +20,12 @@ struct finished_copy {
     std::string md5;  // with -md5 only
 };
 
-// Copies the object of the options to `target`, where the guard lets it. Fails as find_object,
+// Copies an object to `target`, where the guard lets it; the options say how. Fails as find_object,
 // check_destination, streams and sealed_file do; nothing is left at the destination then. Warns (times) if
 // the file does not take its times.
 [[nodiscard]] result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                                        destination target, const output_guard& guard,
-                                                        exact_messages& messages, notices& told);
+                                                        const copy_object& asked, destination target,
+                                                        const output_guard& guard, exact_messages& messages,
+                                                        notices& told);
 
 }  // namespace quarry::exact

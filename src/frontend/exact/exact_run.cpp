@@ -4,9 +4,9 @@
 #include "exact/name_text.h"
 #include "exact/volume_table.h"
 #include "frontend/exact/copy_object.h"
+#include "frontend/exact/copy_session.h"
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_confinement.h"
-#include "frontend/exact/exact_copy.h"
 #include "frontend/exact/exact_help.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
@@ -168,35 +168,38 @@ tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& so
     return std::move(*opened);
 }
 
-// ---- the copy
+// ---- the copies
 
-std::string outcome_text(const finished_copy& copy) {
-    return shown_typed(copy.source) + " -> " + shown_typed(copy.destination) + " (" +
-           std::to_string(copy.bytes) + (copy.bytes == 1 ? " byte" : " bytes") +
-           (copy.md5.empty() ? "" : ", md5 " + copy.md5) + ")";
+// The words of the command line that name the object.
+std::string text_of(const copy_object& object) {
+    if (const auto* const path = std::get_if<object_by_path>(&object)) {
+        return path->text;
+    }
+    if (const auto* const entry = std::get_if<object_by_entry>(&object)) {
+        return std::to_string(entry->entry) +
+               (entry->sequence ? "-" + std::to_string(*entry->sequence) : std::string()) + entry->stream;
+    }
+    const auto& clusters = std::get<object_by_clusters>(object);
+    return std::to_string(clusters.lcn) + " " + std::to_string(clusters.count);
 }
 
-tl::expected<exit_status, ended> copy_one(opened_source& source, exact_volume& volume,
-                                          const exact_options& options, const output_guard& guard,
-                                          exact_messages& messages) {
-    notices told;
-    auto copied =
-        copy_to_destination(volume, options, split_destination(options.destination), guard, messages, told);
-    if (source.has_changed()) {
-        told.doubt("source-changed", where::source(source.shown_path), "changed while it was read");
+exit_status status_of(const copy_outcome& outcome, const copy_object& object) {
+    switch (outcome.end()) {
+        case copy_end::complete:
+            return exit_status::complete;
+        case copy_end::in_doubt:
+            return exit_status::in_doubt;
+        case copy_end::failed:
+            break;
     }
-    messages.warn(told);
-    if (!copied) {
-        const bool outside_of_volume = copied.error().code == failure_code::outside &&
-                                       std::holds_alternative<object_by_clusters>(*options.object);
-        const exit_status status =
-            outside_of_volume ? exit_status::refused : status_of(copied.error().code, exit_status::failed);
-        messages.info("result failed");
-        return end_with(status, std::move(copied.error()));
-    }
-    messages.done(told.in_doubt() ? "doubt" : "ok", outcome_text(*copied));
-    messages.info(told.in_doubt() ? "result in doubt" : "result complete");
-    return told.in_doubt() ? exit_status::in_doubt : exit_status::complete;
+    const bool outside_of_volume = outcome.copied.error().code == failure_code::outside &&
+                                   std::holds_alternative<object_by_clusters>(object);
+    return outside_of_volume ? exit_status::refused
+                             : status_of(outcome.copied.error().code, exit_status::failed);
+}
+
+exit_status copy_one(copy_session& session, const copy_object& object) {
+    return status_of(session.carry_out({object, text_of(object)}), object);
 }
 
 tl::expected<exit_status, ended> read_and_copy(const exact_options& options, const output_guard& guard,
@@ -214,7 +217,8 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options, con
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
     }
     return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
-        return copy_one(*source, *volume, options, guard, messages);
+        copy_session session(*source, *volume, options, guard, messages);
+        return tl::expected<exit_status, ended>(copy_one(session, *options.object));
     });
 }
 

@@ -1,0 +1,69 @@
+// One copy after another from one open volume.
+//
+// A run has one order if the command line names the object, and one for each line of a list. Whatever orders
+// share is opened once: the source, the volume with its tables, the log. Each order is carried out by the
+// same few steps, and its outcome is said before the next one begins:
+//
+//     order --> find the stream --> write the copy --> warnings, then ok, doubt or err --> "info: result ..."
+//
+// The outcome holds all that became known, also of a copy that failed. Evidence of each copy, such as a line
+// of a manifest, is written at the end of carry_out(), when the copy has its name and its outcome is said.
+#pragma once
+
+#include "exact/exact_volume.h"
+#include "exact/failure.h"
+#include "frontend/exact/exact_copy.h"
+#include "frontend/exact/exact_messages.h"
+#include "frontend/exact/exact_options.h"
+#include "frontend/exact/source_opening.h"
+#include "frontend/output/output_guard.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quarry::exact {
+
+// One object that is to be copied.
+struct copy_order {
+    copy_object object;
+    std::string asked;       // the object as typed, such as "/docs/a.txt", "24-1:Note" or a line of a list
+    std::uint64_t line = 1;  // of the list, counted from 1; 1 for the object of the command line
+};
+
+enum class copy_end : std::uint8_t { complete, in_doubt, failed };
+
+// "complete", "in doubt" or "failed".
+[[nodiscard]] std::string_view copy_end_text(copy_end end);
+
+// What became of an order.
+struct copy_outcome {
+    std::string asked;
+    std::uint64_t line = 1;
+    result<finished_copy> copied;
+    notices told;  // warnings and doubts
+
+    [[nodiscard]] copy_end end() const;
+};
+
+class copy_session {
+  public:
+    // All must outlive the session.
+    copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
+                 const output_guard& guard, exact_messages& messages)
+        : m_source(source), m_volume(volume), m_options(options), m_guard(guard), m_messages(messages) {}
+
+    // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does.
+    [[nodiscard]] copy_outcome carry_out(const copy_order& order);
+
+  private:
+    void say(const copy_outcome& outcome);
+
+    const opened_source& m_source;
+    exact_volume& m_volume;
+    const exact_options& m_options;
+    const output_guard& m_guard;
+    exact_messages& m_messages;
+};
+
+}  // namespace quarry::exact
