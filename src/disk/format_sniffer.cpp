@@ -42,7 +42,7 @@ class exfat_boot_sector {
     byte_view m_bytes;
 };
 
-// The superblock of ext2, ext3 and ext4, 1,024 bytes behind the start of the volume.
+// The superblock of ext2, ext3 and ext4, 1,024 bytes after the start of the volume.
 class ext_superblock {
   public:
     static constexpr std::uint64_t position = 1024;
@@ -75,8 +75,8 @@ bool reaches_superblock(byte_view bytes) {
     return bytes.size() >= whole_probe_size;
 }
 
-// Deliberate: one would expect every exponent of 32 and more to give 0. Only bits 0 to 5 of it count, and
-// those that bit 5 belongs to give 0, so an exponent of 64 gives 1 again.
+// Deliberate: only bits 0 to 5 of the exponent count, not all of them. The user sees 0 for an exponent with
+// bit 5 set, such as 32, and 1 again for 64.
 std::uint32_t power_of_two(std::uint8_t exponent) {
     constexpr std::uint8_t outside_of_32_bits = 0x20;
     return (exponent & outside_of_32_bits) != 0 ? 0 : 1u << (exponent & 0x1F);
@@ -88,9 +88,9 @@ void take_length_if_unknown(partition_stats& record, std::uint64_t num_sectors) 
     }
 }
 
-// Deliberate: one would expect a partition's byte offset to be counted in the sectors of its disk. It follows
-// the sector size that the boot sector states, so a volume of 4,096-byte sectors on a disk of 512-byte ones
-// is listed eight times too far, and one that states 0 at offset 0x0.
+// Deliberate: the byte offset of a partition is counted in sectors of the size that its boot sector states,
+// not in those of the disk. The user sees a volume of 4,096-byte sectors on a disk of 512-byte ones listed
+// eight times too far, and one that states 0 at offset 0x0.
 void take_parameter_block(partition_stats& record, byte_view bytes) {
     const parameter_block parameters(bytes);
     record.m_sectors_per_cluster = parameters.sectors_per_cluster();
@@ -125,8 +125,8 @@ void fill_fat32(partition_stats& record, byte_view bytes) {
     take_parameter_block(record, bytes);
     record.m_volume_signature = bytes.u32_or_zero(67);
     record.m_flags = bytes.u16_or_zero(40);
-    // Deliberate: one would expect the length of the table's entry to stand, as with the other formats.
-    // FAT32's own length takes its place.
+    // Deliberate: the length that FAT32 states, not that of the table's entry, which counts for the other
+    // formats. The user sees the file system's length.
     record.m_num_sectors = bytes.u32_or_zero(32);
 }
 
@@ -150,8 +150,8 @@ void fill_named_ext(partition_stats& record, byte_view bytes) {
     record.m_volume_signature = superblock.serial_number();
     record.m_sectors_per_cluster = block_size / 512;
     record.m_sector_size = 512;
-    // Deliberate: one would expect the start of the table's entry and a length in sectors. The start becomes
-    // 0 and the length counts bytes, so the partition is listed at offset 0x0.
+    // Deliberate: the start becomes 0 and the length counts bytes; they are not the start of the table's
+    // entry and a length in sectors. The user sees the partition listed at offset 0x0.
     record.m_start_sector = 0;
     record.m_num_sectors = static_cast<std::uint64_t>(block_size) * superblock.block_count();
 }
@@ -173,8 +173,8 @@ bool sniff_nameless(partition_stats& record, byte_view bytes) {
     if (bytes.u8_or_zero(hfs_header) != 'H') {
         return false;
     }
-    // Deliberate: one would expect both letters to decide about the type. The first one does, so a partition
-    // with an "H" in this place is listed as "hfs" even where nothing was recognised.
+    // Deliberate: the first letter decides about the type, not both. The user sees "hfs" for any partition
+    // with an "H" in this place, even if nothing was recognised.
     record.m_partition_type = type_hfs;
     if (bytes.text_at(hfs_header, "H+")) {
         record.m_format = "hfs+";
@@ -208,9 +208,8 @@ bool has_ntfs_name(byte_view bytes) {
 }
 
 std::optional<std::uint32_t> find_sector_size(byte_view head, std::uint64_t smallest, std::uint64_t largest) {
-    // Deliberate: one would expect the size to be settled by more than a mark. The first one wins, so a disk
-    // of larger sectors whose table has its mark at byte 510, where most tools put it, is counted in sectors
-    // of 512 bytes.
+    // Deliberate: the first mark settles the size, not what the table says. The user sees a disk of larger
+    // sectors counted in sectors of 512 bytes if its table has a mark at byte 510, where most tools put it.
     for (std::uint32_t size = smallest_sector_size; size <= largest_sector_size; size *= 2) {
         if (size >= smallest && size <= largest && head.u16(size - 2) == sector_end_mark) {
             return size;
@@ -223,7 +222,7 @@ bool sniff_format(partition_stats& record, byte_view bytes) {
     if (bytes.size() < table_size) {
         return false;
     }
-    // Deliberate: one would expect this to come from a sector that was recognised. It is taken from any.
+    // Deliberate: taken from any sector, not only from one that was recognised. The user sees nothing of it.
     const std::uint8_t sectors_per_cluster = parameter_block(bytes).sectors_per_cluster();
     if (sectors_per_cluster != 0) {
         record.m_sectors_per_cluster = sectors_per_cluster;

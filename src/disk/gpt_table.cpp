@@ -97,7 +97,7 @@ bool read_entries(partition_list& list, const gpt_header& header, std::uint32_t 
     if (!position.has_value() || header.entry_size() < gpt_entry::size) {
         return false;
     }
-    // Every turn goes at least 128 bytes on, and the first one behind the end of the source is the last.
+    // Every turn goes at least 128 bytes on, and the first one past the end of the source is the last.
     const std::uint32_t walked = std::min(header.entry_count(), most_entries);
     for (std::uint32_t i = 0; i < walked; ++i) {
         const std::optional<byte_view> bytes = source(*position, gpt_entry::size);
@@ -138,8 +138,8 @@ bool read_gpt_table(partition_list& list, const sector_source& source, std::uint
     }
     const std::vector<std::uint8_t> header_bytes = sector->to_vector();
     const gpt_header header(header_bytes);
-    // Deliberate: one would expect the signature and the checksums to decide. Only the sector that the header
-    // claims to stand in does, so a table with damage elsewhere is still listed.
+    // Deliberate: only the sector that the header claims to be in decides, not the signature and the
+    // checksums. The user sees a table listed that is damaged elsewhere.
     if (header.own_sector() != header_sector) {
         return false;
     }

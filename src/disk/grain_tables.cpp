@@ -8,11 +8,11 @@ namespace {
 
 constexpr std::uint64_t entry_bytes = 4;
 constexpr std::uint64_t most_bytes_at_once = 0x100000;
-// Stands for the data behind the last: there is none.
+// The stretch after the last one: there is no more data.
 constexpr file_stretch no_data{~std::uint64_t{0}, ~std::uint64_t{0}};
 
-// Fills a part of a buffer. Returns how many bytes there are in front of an error; all of them without one,
-// for a file that has become shorter leaves zeros.
+// Fills a part of a buffer. Returns how many bytes came before an error. Without an error that is all of
+// them: a file that has become shorter leaves zeros.
 std::uint64_t read_part(std::span<std::uint8_t> out, std::uint64_t position, const metadata_source& file) {
     std::uint64_t done = 0;
     // Each turn adds bytes or is the last.
@@ -85,7 +85,7 @@ std::vector<file_stretch> grain_tables::plan(std::vector<std::uint32_t> sectors,
     return stretches;
 }
 
-// Adds bytes to the blocks, zeros behind them up to the next block.
+// Adds bytes to the blocks, and zeros after them up to the next block.
 void grain_tables::keep(std::span<const std::uint8_t> bytes) {
     static constexpr block zeros{};
     // Each turn takes a block, and the last one the rest.
@@ -152,8 +152,8 @@ bool grain_tables::read_data(const file_stretch& data) {
     return true;
 }
 
-// Deliberate: one would expect a directory entry of 0 to stand for a table that is not there. It takes its
-// table from the start of the file, so grains of that part of the disk come out as what the header names.
+// Deliberate: a directory entry of 0 takes its table from the start of the file, not as a table that is
+// missing. The user sees what the header names in place of the grains of that part of the disk.
 void grain_tables::read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
                         const metadata_source& file) {
     m_file = file;

@@ -25,7 +25,7 @@ std::optional<std::uint32_t> sector_size_of(byte_view bytes) {
     if (is_mbr(bytes)) {
         return searched_sector_size;
     }
-    // A sector size counts only when there is something behind the first sector.
+    // A sector size counts only if there is something after the first sector.
     return find_sector_size(bytes, std::uint64_t{2} * searched_sector_size, bytes.size() - 1);
 }
 
@@ -40,7 +40,7 @@ void read_table(byte_view bytes, partition_list& list, std::uint32_t sector_size
     }
 }
 
-// The chain from the first sector behind sector 0 that holds a table. Its records are not looked at for file
+// The chain from the first sector after sector 0 that holds a table. Its records are not looked at for file
 // systems.
 void search_table(byte_view bytes, partition_list& list) {
     for (std::uint64_t offset = searched_sector_size; offset < bytes.size(); offset += searched_sector_size) {
@@ -60,8 +60,8 @@ bool read_partitions_from_buffer(byte_view bytes, partition_list& list, bool sca
     }
     std::uint32_t sector_size = searched_sector_size;
     if (is_volume_boot_sector(bytes)) {
-        // Deliberate: one would expect a bare volume to be taken for one at once, as on a disk. In a buffer
-        // it takes a permitted search; a virtual disk asks again with one, so its bare volumes are found.
+        // Deliberate: a bare volume in a buffer counts as one only where a search is permitted, not at once
+        // as on a disk. The user sees no difference: a virtual disk asks again with a search.
         if (scan) {
             list.push_back(bare_volume(bytes.clipped(0, table_size)));
         }

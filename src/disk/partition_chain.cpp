@@ -46,8 +46,8 @@ table_result walk_extended_table(partition_list& list, const partition_table& ta
             break;
         }
         if (is_link(entry)) {
-            // Deliberate: one would expect a link to be no partition. It stands in the list all the same, so
-            // users see the extended partitions among the others.
+            // Deliberate: a link is in the list as partitions are, not left out. The user sees the extended
+            // partitions among the others.
             list.push_back(to_record(entry, place.base, place.sector_size));
             result.next_table = list.back().m_start_sector;
             break;
@@ -69,8 +69,8 @@ primary_table_result walk_primary_table(partition_list& list, byte_view sector, 
             return {true, 0};
         }
         if (!is_partition(entry)) {
-            // Deliberate: one would expect the same of a disk and of a buffer. The first sector of a virtual
-            // disk is read only up to its first unused entry, that of a disk as a whole.
+            // Deliberate: the first sector in a buffer is read up to its first unused entry, not as a whole
+            // like that of a disk. The user sees no partition of a virtual disk after an unused entry.
             if (rules.bad_entry_ends_primary_table) {
                 break;
             }

@@ -42,9 +42,8 @@ bool usable(const RAW_DISK_IO* disk) {
     return disk != nullptr && disk->is_ok();
 }
 
-// Deliberate: one would expect only partitions that a table holds. When an NTFS volume stands at sector 63,
-// in front of an extended partition, it is listed as well: the entry of a first partition that was deleted is
-// thus made up for.
+// Deliberate: an NTFS volume at sector 63 before an extended partition is listed too, not only partitions
+// that a table holds. The user sees the first partition again after its entry was deleted.
 void guess_first_partition(RAW_DISK_IO& disk, partition_list& list, std::uint64_t base,
                            std::uint32_t sector_size, std::uint8_t type) {
     if (ntfs_at(&disk, guessed_start_sector * sector_size)) {
@@ -73,8 +72,7 @@ void sniff_all(RAW_DISK_IO& disk, partition_list& list) {
     }
 }
 
-// The first sector behind sector 0 that holds a table; nothing when there is none up to 1 MiB or the disk
-// ends.
+// The first sector after sector 0 that holds a table; nothing if there is none up to 1 MiB or the disk ends.
 std::optional<std::uint64_t> search_table(RAW_DISK_IO& disk) {
     disk_source source(disk);
     for (std::uint64_t offset = searched_sector_size; offset <= search_limit;
@@ -113,9 +111,9 @@ bool read_table(RAW_DISK_IO& disk, partition_list& list, byte_view head, std::ui
 bool read_without_table(RAW_DISK_IO& disk, partition_list& list, byte_view head, bool scan, bool with_gaps) {
     const bool is_ext = has_ext_magic(head);
     if (scan) {
-        // Deliberate: one would expect an ext volume to be taken for one before a search, and what the search
-        // finds to be looked at for file systems. An ext volume on which the search finds nothing is no
-        // volume, and records of a found table keep the type of their entry.
+        // Deliberate: the search comes first, not the test for an ext volume, and what it finds is not
+        // examined for file systems. The user sees no volume on a bare ext volume where the search finds
+        // nothing, and records of a found table with the type of their entry.
         const std::optional<std::uint64_t> found = search_table(disk);
         if (!found.has_value() || !follow_chain(disk, list, *found, searched_sector_size)) {
             return false;
@@ -160,7 +158,7 @@ bool read_partitions(RAW_DISK_IO* disk, partition_list& list, bool scan, bool wi
         list = {bare_volume(head.clipped(0, table_size))};
         return true;
     }
-    // The entries stand in the first 512 bytes even where the sectors are larger.
+    // The entries are in the first 512 bytes even where the sectors are larger.
     if (const auto sector_size = find_sector_size(head, 0, largest_sector_size); sector_size.has_value()) {
         return read_table(*disk, list, head, *sector_size, with_gaps);
     }

@@ -110,8 +110,8 @@ bool is_used(const partition_entry& entry) {
     return entry.num_sectors() != 0 && entry.type() != 0;
 }
 
-// Deliberate: one would expect an extended partition of type 0x85 to be followed as well. It is listed, and
-// what it holds is not.
+// Deliberate: an extended partition of type 0x85 is not followed, only listed. The user does not see what it
+// holds.
 bool is_link(const partition_entry& entry) {
     return entry.type() == type_extended || entry.type() == type_extended_lba;
 }

@@ -28,16 +28,17 @@ constexpr std::int32_t drives_that_open = 20;
 constexpr std::uint32_t kind_not_opened = 5;
 constexpr std::uint32_t origin_word_mask = 0x0FFFFFFF;
 
-// `stored` is at most half of what 64 bits can tell.
+// `stored` is at most 2^63.
 std::uint64_t with_left_out_zeros(std::uint64_t stored, std::uint64_t size) {
     return std::min(size, stored + limits::left_out_zeros);
 }
 
 // Whether a read of which nothing came is a failed one.
 //
-// Deliberate: one would expect a drive that reports an error to fail the read. Only a drive that has nothing
-// to give does; an error reads as zeros, so that one bad sector does not end the work on a whole drive. A
-// path is the other way round: a file that has shrunk reads as zeros where it was.
+// Deliberate: an error of a drive reads as zeros, not as a failed read; only a drive that gives nothing
+// without an error fails it. The user sees zeros in place of a bad sector, and the work on the drive goes on.
+// With a path it is the reverse: an error fails the read, and a file that has shrunk reads as zeros where it
+// was.
 bool is_failure(const read_outcome& outcome, std::uint32_t kind) {
     if (outcome.bytes != 0 || kind == source_kind_virtual_disk) {
         return false;
@@ -59,8 +60,8 @@ RAW_DISK_IO::RAW_DISK_IO(const std::wstring& path, bool writable, std::uint32_t 
         const int descriptor = file->descriptor();
         take(std::move(file), descriptor);
     }
-    // Deliberate: one would expect a path that cannot be opened to make the object unusable. It counts as an
-    // empty source instead, so the user hears of a missing image in the words for a disk without partitions.
+    // Deliberate: a path that cannot be opened counts as an empty source, not as an unusable one. The user
+    // sees the words for a disk without partitions where the image is missing.
     m_ok = true;
 }
 
@@ -133,8 +134,9 @@ bool RAW_DISK_IO::read(void* buffer, std::uint64_t& length, std::uint64_t offset
         return false;
     }
     const std::span<std::uint8_t> whole(static_cast<std::uint8_t*>(buffer), length);
-    // Deliberate: one would expect the length to say how much was read. It says how much of the source was
-    // asked for: of a path what lies before its end, of any other source all of it.
+    // Deliberate: the length says how much of the source was asked for (of a path what lies before its end,
+    // of any other source all of it), not how much was read. The user sees zeros for what did not come, and
+    // no short read.
     if (m_kind == source_kind_path) {
         length = std::min(length, m_size - offset);
     }
@@ -175,8 +177,8 @@ std::uint64_t RAW_DISK_IO::content_size() const {
 }
 
 void RAW_DISK_IO::set_origin(std::int32_t sectors, std::uint32_t offset_low, std::uint32_t offset_high) {
-    // Deliberate: one would expect all 32 bits of each word to be kept. Four are dropped from each, so the
-    // start of the partition in a report is right only for volumes that begin below 256 MiB.
+    // Deliberate: 28 bits of each word are kept, not all 32. The user sees the right start of the partition
+    // in a report only if the volume begins below 256 MiB.
     m_origin_sectors = sectors;
     m_origin_offset_low = offset_low & origin_word_mask;
     m_origin_offset_high = offset_high & origin_word_mask;

@@ -82,7 +82,7 @@ class chain_check {
     }
 
     // The first file, in the order of content IDs, whose parent is not among the files; null if there is
-    // none. False if a file in front of it names itself. Notes the bases that it comes by.
+    // none. False if a file before it names itself. Notes the bases on the way.
     bool find_orphan(const vmdk_file*& orphan) {
         m_base_in_front = nullptr;
         for (const auto& [cid, file] : m_disk.m_files) {
@@ -104,9 +104,9 @@ class chain_check {
                            [](const auto& entry) { return entry.second->m_parent_cid == cid_of_no_parent; });
     }
 
-    // Deliberate: a parent that is not in the list by its content ID passes if a listed file bears its name,
-    // where one would expect the words for a missing parent. The chain is refused when it is opened, as no
-    // collection of snapshots.
+    // Deliberate: a parent whose content ID is not in the list passes if a listed file has its name; it is
+    // not reported as missing. The user sees the chain refused when it is opened, as no collection of
+    // snapshots.
     bool is_listed_by_name(const vmdk_file& orphan) const {
         const std::wstring hint = without_double_quotes(widen(orphan.m_parent_hint));
         if (m_base_in_front != nullptr) {
@@ -162,7 +162,7 @@ class chain_check {
     std::size_t m_opened = 0;  // of the suggested files, from the first on
     std::wstring m_directory;  // of the first listed path that has one, with the "/" at its end
     vmdk_disk m_disk{false};
-    const vmdk_file* m_base_in_front = nullptr;  // the last base in front of the orphan
+    const vmdk_file* m_base_in_front = nullptr;  // the last base before the orphan
 };
 
 }  // namespace

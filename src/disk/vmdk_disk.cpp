@@ -83,7 +83,7 @@ void vmdk_disk::find_neighbourhood(std::uint64_t offset) {
     m_known = {0, largest_number};
     vmdk_file* holder = nullptr;
     std::uint64_t position = 0;
-    // Ends at the base: link() gave each file of the chain the file in front of it as its parent.
+    // Ends at the base: link() gave each file of the chain the file before it as its parent.
     for (vmdk_file* file = m_newest; file != nullptr && holder == nullptr; file = file->m_parent) {
         const grain_span span = file->span_of(offset);
         m_known = {std::max(m_known.m_begin, span.m_begin), std::min(m_known.m_end, span.m_end)};
@@ -104,8 +104,8 @@ vmdk_disk::place vmdk_disk::place_of(std::uint64_t offset) {
     return {m_known_place.m_holder, m_known_place.m_position + inside, m_known_place.m_chunk - inside};
 }
 
-// How many bytes from an offset on, at most `limit`, lie in one row with the place of the first: in one file,
-// grain behind grain, or in none.
+// How many bytes from an offset on, at most `limit`, are contiguous with the first: in one file, each grain
+// right after the one before, or in none.
 std::uint64_t vmdk_disk::bytes_in_row(const place& first, std::uint64_t offset, std::uint64_t limit) {
     std::uint64_t joined = std::min(first.m_chunk, limit);
     // Each turn adds bytes or is the last.

@@ -45,7 +45,7 @@ bool vmdk_file::open(const std::wstring& path, bool writable) {
 
 bool vmdk_file::parse_metadata(int descriptor) {
     const off_t end = descriptor == -1 ? -1 : ::lseek(descriptor, 0, SEEK_END);
-    // A device may take a seek, tell no size, and wait for ever in a read.
+    // A device may take a seek, give no size, and wait for ever in a read.
     if (end <= 0) {
         return false;
     }
@@ -65,8 +65,8 @@ bool vmdk_file::parse_metadata(int descriptor) {
     return true;
 }
 
-// Deliberate: one would expect a file with compressed grains to be refused. Its flags are not looked at, so
-// its grains come out compressed, as they lie in the file.
+// Deliberate: the flags are not looked at; a file with compressed grains is not refused. The user sees its
+// grains as they are in the file, compressed.
 bool vmdk_file::read_header(const metadata_source& file) {
     return file.m_read(m_header, 0) != -1 && vmdk_header(byte_view(m_header)).has_magic_number();
 }
@@ -87,8 +87,8 @@ bool vmdk_file::read_descriptor(const metadata_source& file) {
     return true;
 }
 
-// False if a grain or a table has no size, by which offsets could not be divided, or none that 64 bits can
-// tell.
+// False if a grain or a table has a size of 0, by which offsets could not be divided, or one of 2^64 bytes or
+// more.
 bool vmdk_file::derive_sizes() {
     const vmdk_header header{byte_view(m_header)};
     const std::optional<std::uint64_t> grain_bytes = vmdk_sectors_in_bytes(header.grain_size());
@@ -115,9 +115,9 @@ bool vmdk_file::read_tables(const metadata_source& file) {
     return !m_grain_tables.empty();
 }
 
-// Deliberate: the position of the first grain is cut to 32 bits, where one would expect it whole. In a file
-// whose first grain lies behind 4 GiB another sector is taken for the disk's first, so no partitions are
-// known without a look at the table of the disk itself.
+// Deliberate: the position of the first grain is cut to 32 bits, not kept whole. The user sees no first
+// partition for a disk whose first grain lies past 4 GiB in its file: another sector is taken for the disk's
+// first.
 bool vmdk_file::read_first_sector(const metadata_source& file) {
     m_first_grain_offset = low_32_bits(m_grain_tables.entry(m_grain_directory.front(), 0) * vmdk_sector_size);
     m_first_sector.resize(m_sector_size);
@@ -148,8 +148,8 @@ std::uint64_t vmdk_file::bytes_to_grain_end(std::uint64_t offset) const {
     return m_grain_bytes - offset % m_grain_bytes;
 }
 
-// Deliberate: one would expect an entry of 1 to stand for a grain of zeros, as some programs write it. It is
-// sector 1 of the file like any other number, so such a grain comes out as what lies there: the descriptor.
+// Deliberate: an entry of 1 is sector 1 of the file like any other number, not a grain of zeros as some
+// programs mean it. The user sees what lies there, the descriptor, in place of such a grain.
 bool vmdk_file::map_offset(std::uint64_t offset, std::uint64_t& file_offset) const {
     file_offset = 0;
     if (!m_ok) {

@@ -60,9 +60,9 @@ verdict judge(std::ostream& stream, const partition_stats& record, std::uint64_t
     return verdict::accepted;
 }
 
-// The table for the user, and the offset to give. Deliberate: one would expect `offset` to be left alone by a
-// table. It ends as the suggestion, or as the last partition's offset where there is none, and that is what a
-// virtual disk is opened at when the user gave no offset.
+// The table for the user, and the offset to give. Deliberate: `offset` ends as the suggestion, or as the last
+// partition's offset where there is none; the table does not leave it as it was. The user sees a virtual disk
+// opened there if no offset was given.
 void show_table(std::ostream& stream, const partition_list& list, std::uint64_t suggestion,
                 std::uint64_t& offset) {
     stream << "\n";
@@ -110,8 +110,8 @@ bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset
         found = true;
         return true;
     }
-    // Deliberate: one would expect the first NTFS partition to be suggested. The last one seen is, and a
-    // partition at the offset that the user gave ends the looking.
+    // Deliberate: the last NTFS partition seen is suggested, not the first; a partition at the offset that
+    // the user gave ends the search. The user sees the last one.
     std::uint64_t suggestion = 0;
     for (const partition_stats& record : list) {
         if (record.byte_offset() == offset) {

@@ -22,8 +22,8 @@ void write_cluster(output_file& out, const std::vector<std::uint8_t>& bytes, std
     }
 }
 
-// Deliberate: a cluster that cannot be read leaves a gap only if the read came back short; otherwise nothing
-// is left for it and the clusters behind it move up. The report tells which ones are missing.
+// Deliberate: a cluster that cannot be read leaves a gap only if the read came back short, not always. The
+// user sees the clusters after it moved up; the report says which ones are missing.
 void pass_over_cluster(output_file& out, std::uint64_t length, std::uint64_t cluster_size) {
     if (length < cluster_size) {
         out.seekp(static_cast<std::streamoff>(cluster_size), std::ios_base::cur);
@@ -31,7 +31,7 @@ void pass_over_cluster(output_file& out, std::uint64_t length, std::uint64_t clu
 }
 
 // Ends at the end of the range, or where neither the copy nor a report can take anything more: no cluster
-// lies behind the end of the source.
+// lies past the end of the source.
 void copy_range(CNtfs& ntfs, const cluster_range& range, output_file& out, output_file& report) {
     const auto cluster_size = static_cast<std::uint64_t>(ntfs.m_cluster_size);
     const std::uint64_t origin = ntfs.disk_origin();
