@@ -16,6 +16,7 @@
 #include <linux/landlock.h>
 #include <linux/seccomp.h>
 #include <memory>
+#include <span>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -204,6 +205,47 @@ constexpr std::array<long, 30> denied_calls = {
     SYS_reboot,
 };
 
+// Statements that look for a number in `sorted`, by halves: the kernel runs a filter for each call that it
+// has when it takes the filter, so a long way through it is time that every run pays. After them come `after`
+// statements, then the one that allows a call, then the one that denies it.
+std::vector<sock_filter> search(std::span<const std::uint32_t> sorted, std::size_t after) {
+    const auto skip = [](std::size_t count) { return static_cast<std::uint8_t>(count); };
+    if (sorted.size() == 1) {
+        return {BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sorted.front(), skip(after + 1), skip(after))};
+    }
+    const std::size_t half = sorted.size() / 2;
+    const std::vector<sock_filter> upper = search(sorted.subspan(half), after);
+    const std::vector<sock_filter> lower = search(sorted.first(half), upper.size() + after);
+    std::vector<sock_filter> all = {BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, sorted[half], skip(lower.size()), 0)};
+    all.insert(all.end(), lower.begin(), lower.end());
+    all.insert(all.end(), upper.begin(), upper.end());
+    return all;
+}
+
+// Denies `denied_calls`. Calls of another architecture, and of the 32-bit twin that x86-64 has, have other
+// numbers: all are denied.
+std::vector<sock_filter> call_filter() {
+    constexpr std::uint32_t first_twin_call = 0x40000000;
+    std::array<std::uint32_t, denied_calls.size()> sorted{};
+    std::transform(denied_calls.begin(), denied_calls.end(), sorted.begin(),
+                   [](long call) { return static_cast<std::uint32_t>(call); });
+    std::sort(sorted.begin(), sorted.end());
+    const std::vector<sock_filter> numbers = search(sorted, 0);
+    const auto to_denial = [&](std::size_t statements) {
+        return static_cast<std::uint8_t>(numbers.size() + statements + 1);
+    };
+    std::vector<sock_filter> program = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, this_architecture, 0, to_denial(2)),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, first_twin_call, to_denial(0), 0),
+    };
+    program.insert(program.end(), numbers.begin(), numbers.end());
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM));
+    return program;
+}
+
 }  // namespace
 
 int kernel_calls::landlock_version() {
@@ -296,23 +338,7 @@ bool deny_calls(kernel_calls& kernel) {
     if (this_architecture == 0) {
         return false;
     }
-    // Calls of another architecture, and of the 32-bit twin that x86-64 has, have other numbers: all are
-    // denied.
-    constexpr std::uint32_t first_twin_call = 0x40000000;
-    constexpr std::uint32_t deny = SECCOMP_RET_ERRNO | EPERM;
-    const auto skip = [](std::size_t count) { return static_cast<std::uint8_t>(count); };
-    std::vector<sock_filter> program = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, this_architecture, 0, skip(denied_calls.size() + 3)),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, first_twin_call, skip(denied_calls.size() + 1), 0),
-    };
-    for (std::size_t index = 0; index < denied_calls.size(); ++index) {
-        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(denied_calls[index]),
-                                   skip(denied_calls.size() - index), 0));
-    }
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, deny));
+    std::vector<sock_filter> program = call_filter();
     const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
     return kernel.give_up_new_rights() == 0 && kernel.filter_calls(filter) == 0;
 }
