@@ -269,6 +269,23 @@ result<record> mft::read_asked(std::uint64_t entry, std::optional<std::uint16_t>
     });
 }
 
+result<record> mft::read_parent(reference wanted, bool of_deleted, notices& told) const {
+    return read(wanted.entry, told).and_then([&](record found) -> result<record> {
+        if (!of_deleted && !found.in_use()) {
+            return not_in_use(found);
+        }
+        const bool one_behind = !found.in_use() && next_sequence(wanted.sequence) == found.self().sequence;
+        if (!one_behind && !agrees(found, wanted.sequence, told)) {
+            return wrong_sequence(found, wanted.sequence);
+        }
+        if (!found.is_directory()) {
+            return fail(failure_code::not_directory, found.place().where, "is no directory",
+                        found.place().source_byte(flags_offset));
+        }
+        return expect_base(std::move(found));
+    });
+}
+
 result<record> mft::read_extension(reference wanted, const record& base, notices& told) const {
     return read(wanted.entry, told).and_then([&](record found) -> result<record> {
         if (result<void> listed = expect_listed(found, wanted, base, told); !listed) {

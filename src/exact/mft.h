@@ -37,6 +37,10 @@ class mft {
     // compared strictly. It need not be in use: then there is the warning deleted.
     [[nodiscard]] result<record> read_asked(std::uint64_t entry, std::optional<std::uint16_t> sequence,
                                             notices& told) const;
+    // The base record of the directory that a $FILE_NAME names. That of a file in use must be in use, as for
+    // read_in_use(). That of a deleted file may be deleted too, and its sequence number then one ahead of the
+    // reference. Fails with unused, sequence, extension or not-directory.
+    [[nodiscard]] result<record> read_parent(reference wanted, bool of_deleted, notices& told) const;
     // A record that an attribute list of `base` names. It must be in use as the base is, and belong to it.
     // The references of a deleted file may be one sequence number behind. Fails with unused, sequence or
     // base.

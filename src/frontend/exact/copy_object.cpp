@@ -1,5 +1,6 @@
 #include "frontend/exact/copy_object.h"
 
+#include "exact/file_names.h"
 #include "exact/name_text.h"
 #include "exact/path_walk.h"
 #include "exact/reparse.h"
@@ -15,8 +16,6 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::uint8_t dos_name_space = 2;
-
 // What a user may name, as overloads that std::visit chooses from.
 template <typename... Cases>
 struct overloaded : Cases... {
@@ -29,22 +28,11 @@ result<stream_name> stream_of(const object_by_entry& asked) {
     return asked.stream.empty() ? result<stream_name>(stream_name{}) : parse_stream_name(asked.stream);
 }
 
-// The name of the file: the one that was looked up unless that is a short one, else the first long one.
+// The name of the file as messages and copies have it; empty if it has none.
 std::u16string name_of_file(const attribute_set& set, std::u16string_view looked_up) {
-    std::u16string first_long;
-    std::u16string any;
-    for (const attribute_set::member* const each : set.of_type(attr_file_name)) {
-        const file_name_value value(each->stored.bytes.value());
-        std::u16string name = units_of_bytes(value.name_bytes());
-        any = any.empty() ? name : any;
-        if (value.name_space() != dos_name_space) {
-            if (name == looked_up) {
-                return name;
-            }
-            first_long = first_long.empty() ? name : first_long;
-        }
-    }
-    return first_long.empty() ? any : first_long;
+    const std::vector<file_name> names = names_of_file(set);
+    const file_name* const shown = name_to_show(names, looked_up);
+    return shown == nullptr ? std::u16string() : shown->name;
 }
 
 // The unnamed data of a file with a reparse point is elsewhere: in the target of a link, in a stream that the
