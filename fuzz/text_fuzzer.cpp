@@ -12,7 +12,7 @@
 #include "foundation/ql_time.h"
 #include "foundation/ql_time_format.h"
 #include "foundation/ql_time_parse.h"
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 #include "fuzz/input_bytes.h"
 #include "namespace/path_segments.h"
 #include "support/expect.h"

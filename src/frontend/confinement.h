@@ -10,7 +10,7 @@
 // copy on every host.
 #pragma once
 
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 // A copy from any source, as the options ask for it.
 #pragma once
 
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 #include "volume/ntfs.h"
 
 #include <memory>

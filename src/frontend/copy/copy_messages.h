@@ -1,7 +1,7 @@
 // What copy routines say: to the status log, and on standard output unless the run is quiet.
 #pragma once
 
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include <string>
 

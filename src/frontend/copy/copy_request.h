@@ -5,7 +5,7 @@
 
 #include "disk/source.h"
 #include "foundation/uni_streams.h"
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 #include <cstdint>
 #include <ostream>

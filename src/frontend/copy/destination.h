@@ -6,7 +6,7 @@
 // work. A destination that the guard of the options does not leave free is refused before anything is opened.
 #pragma once
 
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 #include <string>
 

@@ -4,10 +4,10 @@
 #include "foundation/ql_string.h"
 #include "frontend/copy/copy.h"
 #include "frontend/copy/copy_messages.h"
-#include "frontend/expand_env.h"
-#include "frontend/filter.h"
+#include "frontend/copy/stdin_stream_ex.h"
+#include "frontend/options/expand_env.h"
+#include "frontend/options/filter.h"
 #include "frontend/output/console.h"
-#include "frontend/stdin_stream_ex.h"
 
 #include <algorithm>
 #include <limits>

@@ -2,7 +2,7 @@
 // volume is opened once, at the first path that needs it.
 #pragma once
 
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 namespace quarry {
 

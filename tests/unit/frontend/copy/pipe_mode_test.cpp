@@ -1,6 +1,6 @@
 #include "frontend/copy/pipe_mode.h"
 
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 #include "support/device_files.h"
 #include "support/standard_input.h"
 #include "support/temp_dir.h"

@@ -1,12 +1,12 @@
-#include "frontend/source_files.h"
+#include "frontend/options/source_files.h"
 
 #include "disk/drive_source.h"
 #include "disk/source.h"
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_text.h"
-#include "frontend/expand_env.h"
-#include "frontend/source_words.h"
+#include "frontend/options/expand_env.h"
+#include "frontend/options/source_words.h"
 
 namespace quarry {
 

@@ -1,4 +1,4 @@
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

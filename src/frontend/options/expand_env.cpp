@@ -1,4 +1,4 @@
-#include "frontend/expand_env.h"
+#include "frontend/options/expand_env.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"

@@ -1,4 +1,4 @@
-#include "frontend/source_options.h"
+#include "frontend/options/source_options.h"
 
 #include "disk/vmdk_check.h"
 #include "disk/volume_detection.h"

@@ -6,8 +6,8 @@
 
 #include "disk/source.h"
 #include "frontend/arg_list.h"
-#include "frontend/cmd_params.h"
-#include "frontend/quarry_opts.h"
+#include "frontend/options/cmd_params.h"
+#include "frontend/options/quarry_opts.h"
 
 #include <functional>
 #include <ostream>

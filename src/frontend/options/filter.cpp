@@ -1,4 +1,4 @@
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"

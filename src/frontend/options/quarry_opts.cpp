@@ -1,4 +1,4 @@
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 #include "frontend/output/console.h"
 

@@ -1,4 +1,4 @@
-#include "frontend/time_range.h"
+#include "frontend/options/time_range.h"
 
 #include <limits>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "foundation/ql_time_parse.h"
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
-#include "frontend/stdin_stream_ex.h"
+#include "frontend/copy/stdin_stream_ex.h"
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 
 namespace qlportdir {
 

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "disk/source.h"
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include <cstdint>
 #include <string>

@@ -1,10 +1,10 @@
 #include "foundation/ql_number.h"
 #include "foundation/ql_string.h"
-#include "frontend/expand_env.h"
+#include "frontend/options/expand_env.h"
+#include "frontend/options/quarry_opts.h"
+#include "frontend/options/source_options.h"
+#include "frontend/options/source_words.h"
 #include "frontend/output/console.h"
-#include "frontend/quarry_opts.h"
-#include "frontend/source_options.h"
-#include "frontend/source_words.h"
 
 #include <algorithm>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "frontend/cmdline_ctx.h"
+#include "frontend/options/cmdline_ctx.h"
 
 #include "frontend/output/console.h"
 #include "frontend/output/output_file.h"

@@ -1,7 +1,7 @@
-#include "frontend/source_words.h"
+#include "frontend/options/source_words.h"
 
 #include "foundation/ql_string.h"
-#include "frontend/ignored_options.h"
+#include "frontend/options/ignored_options.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "frontend/quarry_opts.h"
+#include "frontend/options/quarry_opts.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

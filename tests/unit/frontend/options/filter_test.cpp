@@ -1,4 +1,4 @@
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

@@ -1,4 +1,4 @@
-#include "frontend/expand_env.h"
+#include "frontend/options/expand_env.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "frontend/cmdline_ctx.h"
+#include "frontend/options/cmdline_ctx.h"
 
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"

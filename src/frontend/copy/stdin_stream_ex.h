@@ -6,7 +6,7 @@
 #pragma once
 
 #include "foundation/uni_streams.h"
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include <cstdint>
 #include <deque>

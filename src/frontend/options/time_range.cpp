@@ -1,4 +1,4 @@
-#include "frontend/time_range.h"
+#include "frontend/options/time_range.h"
 
 #include "foundation/byte_view.h"
 #include "foundation/ql_time_parse.h"

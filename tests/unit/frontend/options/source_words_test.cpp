@@ -1,4 +1,4 @@
-#include "frontend/source_words.h"
+#include "frontend/options/source_words.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #pragma once
 
 #include "foundation/uni_streams.h"
-#include "frontend/filter_entry.h"
-#include "frontend/time_range.h"
+#include "frontend/options/filter_entry.h"
+#include "frontend/options/time_range.h"
 
 #include <string>
 #include <string_view>

@@ -1,14 +1,14 @@
-#include "frontend/cmd_params.h"
+#include "frontend/options/cmd_params.h"
 
 #include "foundation/ql_number.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
-#include "frontend/expand_env.h"
-#include "frontend/filter.h"
-#include "frontend/ignored_options.h"
+#include "frontend/options/expand_env.h"
+#include "frontend/options/filter.h"
+#include "frontend/options/ignored_options.h"
+#include "frontend/options/source_files.h"
 #include "frontend/output/console.h"
 #include "frontend/output/creation_check.h"
-#include "frontend/source_files.h"
 
 namespace quarry {
 

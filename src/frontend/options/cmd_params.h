@@ -10,10 +10,10 @@
 #include "foundation/status_log.h"
 #include "foundation/uni_streams.h"
 #include "frontend/arg_list.h"
-#include "frontend/filter_entry.h"
+#include "frontend/options/filter_entry.h"
+#include "frontend/options/time_range.h"
 #include "frontend/output/output_file.h"
 #include "frontend/output/output_guard.h"
-#include "frontend/time_range.h"
 
 #include <cstdint>
 #include <memory>

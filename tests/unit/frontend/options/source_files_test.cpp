@@ -1,4 +1,4 @@
-#include "frontend/source_files.h"
+#include "frontend/options/source_files.h"
 
 #include "frontend/output/output_guard.h"
 #include "support/device_files.h"

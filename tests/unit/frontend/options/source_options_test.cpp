@@ -1,4 +1,4 @@
-#include "frontend/source_options.h"
+#include "frontend/options/source_options.h"
 
 #include "foundation/ql_string.h"
 #include "support/device_files.h"

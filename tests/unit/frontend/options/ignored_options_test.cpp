@@ -1,4 +1,4 @@
-#include "frontend/ignored_options.h"
+#include "frontend/options/ignored_options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "frontend/stdin_stream_ex.h"
+#include "frontend/copy/stdin_stream_ex.h"
 
-#include "frontend/filter.h"
+#include "frontend/options/filter.h"
 #include "support/standard_input.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
