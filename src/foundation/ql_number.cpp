@@ -28,7 +28,7 @@ std::uint32_t low_bits_signed(const std::string& text, std::size_t index, int ba
     return low_32_bits(static_cast<std::uint64_t>(std::strtoll(text.c_str() + index, nullptr, base)));
 }
 
-// A number in trimmed and lowered text, as its low 32 bits. `prefixed` reads the digits behind an "x" or "o".
+// A number in trimmed and lowered text, as its low 32 bits. `prefixed` reads the digits after an "x" or "o".
 std::optional<std::int32_t> signed_32_bits(const std::string& text, decltype(low_bits_signed)& prefixed) {
     std::uint32_t bits = 0;
     if (const std::size_t x = text.find('x'); x != std::string::npos) {
@@ -61,10 +61,10 @@ std::uint64_t extract(std::string_view digits, stream_base base) {
     return value;
 }
 
-// How many characters stand in front of hexadecimal digits; 0 if the token is not hexadecimal.
+// How many characters come before the hexadecimal digits; 0 if the token is not hexadecimal.
 //
-// Deliberate: only the second character is looked at for the two-character prefix, where one would expect
-// "0x" as a whole. So "9x10" is hexadecimal 10.
+// Deliberate: only the second character of a two-character prefix is looked at, not "0x" as a whole. The user
+// sees "9x10" taken for hexadecimal 10.
 std::size_t hexadecimal_prefix(std::string_view token) {
     if (token.size() <= 2) {
         return 0;
@@ -77,9 +77,9 @@ std::size_t hexadecimal_prefix(std::string_view token) {
 
 }  // namespace
 
-// Deliberate: the trimmed text decides on the form, and the digits are read at the same index of the text as
-// typed, where one would expect them from the trimmed text. So " 0x10" is 0. And an "x" in second place comes
-// before all else, so 'x' in single quotes is 0 and not its code.
+// Deliberate: the trimmed text decides on the form, but the digits are read at the same index of the text as
+// typed, not of the trimmed text. The user sees " 0x10" taken for 0. An "x" in second place comes before all
+// else: 'x' in single quotes is 0, not its code.
 bool parse_u32(std::uint32_t& out, std::string_view text) {
     out = 0;
     const std::string typed(text);
@@ -136,8 +136,8 @@ bool parse_u64(std::uint64_t& out, std::string_view text) {
     return true;
 }
 
-// Deliberate: the low 32 bits of the number are taken and sign-extended, where one would expect all 64. So
-// 0x80000000 becomes negative and 0x100100000 becomes 0x100000.
+// Deliberate: the low 32 bits of the number are taken and sign-extended, not all 64. The user sees 0x80000000
+// taken for a negative number and 0x100100000 for 0x100000.
 bool parse_i64(std::int64_t& out, std::string& text) {
     trim(text);
     lower_narrow(text);

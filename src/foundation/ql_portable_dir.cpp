@@ -29,14 +29,14 @@ bool has_drive_letter(std::string_view path) {
 
 // One routine for both forms of text.
 //
-// Deliberate: the last "\" parts the path even if a "/" stands behind it, where one would expect the last
-// separator of either kind. So `a\b/c` has the directory "a" and the name "b/c".
+// Deliberate: the last "\" parts the path even if a "/" comes after it, not the last separator of either
+// kind. The user sees `a\b/c` as the directory "a" and the name "b/c".
 //
-// Deliberate: a separator in front parts nothing, where one would expect the root directory. So `/c` has the
+// Deliberate: a leading separator parts nothing; it is not the root directory. The user sees `/c` as the
 // directory "." and the name "/c".
 //
-// Deliberate: a name of ".." goes to the directory and leaves ".", and behind "/" it takes two slashes along,
-// where one would expect it to stay. So `a/..` has the directory "a//.." and the name ".".
+// Deliberate: a name of ".." goes to the directory and leaves ".", and after "/" it takes two slashes along;
+// it does not stay. The user sees `a/..` as the directory "a//.." and the name ".".
 template <typename Char>
 bool split_at_separator(std::basic_string<Char>& directory, std::basic_string<Char>& name,
                         std::basic_string_view<Char> path) {
@@ -86,8 +86,8 @@ char separator_of(std::string_view path, char default_separator) {
     return default_separator;
 }
 
-// What stands behind the current directory for a relative path; empty optional for a path with a drive
-// letter, which is not relative.
+// What a relative path adds to the current directory; empty optional for a path with a drive letter, which is
+// not relative.
 std::optional<std::string> tail_of_relative(std::string path, char separator) {
     const bool begins_with_dot = path[0] == '.';
     const bool second_decides = path.size() >= 2 && (path[1] == '.' || path[1] == ':');
@@ -106,8 +106,8 @@ std::optional<std::string> tail_of_relative(std::string path, char separator) {
     return directory.starts_with(here) ? path.substr(here.size()) : path;
 }
 
-// `tail`, which begins with a separator, behind `directory`. Each ".." in front takes the last level off the
-// directory; a ".." behind another name stays for the system, which knows where links lead.
+// `tail`, which begins with a separator, after `directory`. Each leading ".." takes the last level off the
+// directory; a ".." after another name is left to the system, which knows where links lead.
 std::string resolve_upwards(std::string directory, const std::string& tail, char separator) {
     std::size_t kept_from = 0;
     for (std::size_t begin = 0; begin != std::string::npos;) {
@@ -132,7 +132,7 @@ void collapse_doubled(std::string& text, char separator) {
     text.erase(std::unique(text.begin(), text.end(), both_separators), text.end());
 }
 
-// A path as the system is asked for it: no double quotes, and "/" for "\" behind a leading `\\?\` or `\\.\`.
+// A path as the system is asked for it: no double quotes, and "/" for "\" after a leading `\\?\` or `\\.\`.
 std::string path_for_system(const std::string& path) {
     std::string text = path;
     remove_char(text, '"');
@@ -178,8 +178,8 @@ std::string canonical_path(std::string_view path, char default_separator) {
     }
     const char separator = separator_of(text, default_separator);
     if (text.front() == separator) {
-        // Deliberate: a path that begins with its separator stays with its doubled separators and its "..",
-        // where one would expect what becomes of a relative one.
+        // Deliberate: a path that begins with its separator keeps its doubled separators and its ".."; it is
+        // not simplified as a relative one is. The user sees the path as typed.
         return text;
     }
     if (const std::optional<std::string> tail = tail_of_relative(text, separator)) {
@@ -190,8 +190,8 @@ std::string canonical_path(std::string_view path, char default_separator) {
         text = resolve_upwards(directory, separator + *tail, separator);
     }
     collapse_doubled(text, separator);
-    // Deliberate: a path that a drive letter leads gets a "/" in front if "/" separates it, where one would
-    // expect it to stay as it does with "\". So `C:/sub` is "/C:/sub".
+    // Deliberate: a path with a drive letter gets a leading "/" if "/" separates it; it does not stay as it
+    // does with "\". The user sees `C:/sub` taken for "/C:/sub".
     if (text.empty() || (separator == '/' && text.front() != '/')) {
         text.insert(0, 1, separator);
     }
@@ -296,7 +296,7 @@ struct directory_closer {
     void operator()(::DIR* directory) const { ::closedir(directory); }
 };
 
-// A path of `expand_wildcards` and where the search for its next wildcard begins. It begins behind the names
+// A path of `expand_wildcards` and where the search for its next wildcard begins. It begins after the names
 // that were put in, so a directory that is called "*" is not taken for one.
 struct wildcard_path {
     std::string m_path;

@@ -22,12 +22,12 @@ bool is_low_surrogate(std::uint32_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Takes one code point from units[index] on and moves the index behind it. Empty for a high surrogate without
+// Takes one code point from units[index] on and moves the index past it. Empty for a high surrogate without
 // its low one.
 //
-// Deliberate: a low surrogate that stands alone is a code point of its own, where one would expect the same
-// failure as for a lone high one. So a name with a lone low surrogate converts cleanly, and only one with a
-// lone high surrogate is read unit by unit.
+// Deliberate: a lone low surrogate is a code point of its own, not a failure like a lone high one. The user
+// sees a name with a lone low surrogate converted cleanly; only one with a lone high surrogate is read unit
+// by unit.
 std::optional<std::uint32_t> next_code_point(std::span<const std::uint16_t> units, std::size_t& index) {
     const std::uint32_t unit = units[index++];
     if (!is_high_surrogate(unit)) {
@@ -166,8 +166,9 @@ bool utf8_to_wide(std::wstring& out, std::string_view text) {
     return true;
 }
 
-// Deliberate: the answer is false also when all went well, where one would expect true. The text in `out` is
-// all that tells how far the conversion came: it stops without a report at an element above 0x10FFFF.
+// Deliberate: the answer is false even when all went well, not true. Only the text in `out` shows how far the
+// conversion came: it stops without a report at an element above 0x10FFFF. The user sees a text that ends
+// there.
 bool wide_to_utf8(std::string& out, std::wstring_view text) {
     out.clear();
     out.reserve(text.size());

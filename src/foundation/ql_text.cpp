@@ -87,8 +87,8 @@ bool trim(std::string& text) {
     return true;
 }
 
-// Deliberate: each character is stripped in a pass of its own, where one would expect any mixture to go as in
-// the narrow form. So a line feed in front stays, and so does a blank with a tab outside of it.
+// Deliberate: each character is stripped in a pass of its own; a mixture does not go as in the narrow form.
+// The user sees a leading line feed stay, and a blank with a tab outside of it.
 bool trim(std::wstring& text) {
     strip_both_ends(text, L' ');
     strip_both_ends(text, L'\t');
@@ -112,8 +112,8 @@ bool split(std::vector<std::string>& out, std::string_view text, char separator,
     return true;
 }
 
-// Deliberate: a separator at the very start gives no empty first piece even if empty pieces are kept, where
-// one would expect what the narrow form gives.
+// Deliberate: a separator at the very start gives no empty first piece even if empty pieces are kept, not one
+// as in the narrow form. The user sees "/a" split as "a" is.
 bool split(std::vector<std::wstring>& out, std::wstring_view text, wchar_t separator, split_rules rules) {
     out.clear();
     if (text.empty()) {

@@ -112,8 +112,8 @@ void time::set_filetime(std::uint64_t ticks) {
         return;
     }
     unix_seconds = static_cast<std::int64_t>((ticks - unix_epoch_in_ticks) / ticks_per_second);
-    // Deliberate: one would expect the first second of 1970 to be a time like any other. It is not valid, so
-    // that a zero that was converted from Unix time on its way to the disk prints as nothing.
+    // Deliberate: the first second of 1970 is not a valid time, not one like any other. The user sees nothing
+    // printed for a zero that was converted from Unix time on its way to the disk.
     if (unix_seconds == 0) {
         return;
     }
@@ -124,7 +124,7 @@ void time::set_filetime(std::uint64_t ticks) {
     if (tm_failed && system_time.wYear > last_year_shown) {
         return;
     }
-    // Deliberate: one would expect every date since 1601 to print. Years up to 1899 print as nothing.
+    // Deliberate: years up to 1899 print as nothing, not as dates. The user sees an empty time.
     valid = system_time.wYear > last_year_hidden;
 }
 

@@ -23,7 +23,7 @@ std::string padded(std::uint64_t value, std::size_t width) {
     return digits;
 }
 
-// "/" before "-" before a blank, whichever stands in the pattern; 0 for none.
+// "/" before "-" before a blank, whichever is in the pattern; 0 for none.
 char separator_of(std::string_view date_pattern) {
     for (const char candidate : {'/', '-', ' '}) {
         if (date_pattern.find(candidate) != none) {
@@ -46,8 +46,8 @@ std::string date_by_pattern(const _windows_systemtime& t, std::string_view patte
     std::string day = padded(t.wDay, 2);
     std::string year = padded(t.wYear, 4);
     if (year_at == none || month_at == none || day_at == none) {
-        // Deliberate: one would expect the fields that the pattern does name. A pattern that lacks one of the
-        // three always gives month/day/four-digit year.
+        // Deliberate: a pattern that lacks one of the three fields gives month/day/four-digit year, not the
+        // fields that it does name. The user sees that form.
         return padded(t.wMonth, 2) + "/" + day + "/" + year;
     }
     if (!has(pattern, "yyyy")) {
@@ -84,8 +84,8 @@ std::string fraction_text(const _windows_systemtime& t, std::size_t digits) {
         case 8:
         case 9:
             return "." + padded(t.nanoseconds, 9).substr(0, digits);
-        // Deliberate: one would expect more digits than there are to be cut. Ten and more give no fraction at
-        // all.
+        // Deliberate: ten digits and more give no fraction at all, not the digits that there are. The user
+        // sees whole seconds.
         default:
             return "";
     }

@@ -60,7 +60,7 @@ int number_or_argument(std::string_view& rest, argument_list& arguments) {
 }
 
 length_modifier take_modifier(std::string_view& rest) {
-    // The two-letter modifiers stand before the one-letter ones that they begin with.
+    // The two-letter modifiers come before the one-letter ones that they begin with.
     for (const length_modifier modifier :
          {length_modifier::hh, length_modifier::ll, length_modifier::h, length_modifier::l,
           length_modifier::j, length_modifier::z, length_modifier::t, length_modifier::big_l}) {
@@ -172,7 +172,7 @@ void append_narrow_text(std::string& out, std::size_t limit, const conversion& w
 }
 
 // Adds the argument that a conversion asks for. False if nothing is known about that argument, so that the
-// arguments behind it cannot be found either.
+// arguments after it cannot be found either.
 bool append_argument(std::string& out, std::size_t limit, const conversion& what, argument_list& arguments) {
     switch (what.letter) {
         case '%':

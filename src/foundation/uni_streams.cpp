@@ -14,8 +14,8 @@ namespace uni {
 namespace {
 
 // fgets with a buffer of 4,096 bytes keeps one of them for the zero at the end.
-// Deliberate: a long line arrives in pieces of 4095 bytes, where one would expect it whole. Each piece counts
-// as a line of its own.
+// Deliberate: a long line arrives in pieces of 4095 bytes, not whole. The user sees each piece taken for a
+// line of its own.
 constexpr std::size_t longest_line = 4095;
 
 }  // namespace

@@ -19,7 +19,7 @@ std::size_t index_of(std::string_view name, const arg_list& args, std::size_t sk
     return not_found;
 }
 
-// The index of an option that has at least `count` words behind it.
+// The index of an option that has at least `count` words after it.
 std::size_t index_with_values(std::string_view name, const arg_list& args, std::size_t skip,
                               std::size_t count) {
     const std::size_t index = index_of(name, args, skip);

@@ -15,8 +15,8 @@ constexpr bool gives_up_rights = false;
 
 }  // namespace
 
-// An exception that nobody expected, such as for want of memory, ends the run, but only once every object has
-// cleaned up behind itself: no temporary file stays.
+// An unexpected exception, such as for want of memory, ends the run, but only after every object has cleaned
+// up: no temporary file stays.
 int main(int argc, char** argv) {
     try {
         quarry::kernel_calls kernel;

@@ -104,8 +104,8 @@ int run(int argc, const char* const* argv, kernel_calls* kernel) {
     quarry_opts opts;
     opts.m_admin = is_administrator();
     const bool succeeded = parse_and_copy(opts, args, header, run_ctx, kernel);
-    // Deliberate: a pipe run never fails, not even when its options could not be parsed. The outcome of each
-    // path stands in its own line.
+    // Deliberate: a pipe run never fails, not even when its options could not be parsed. The user sees the
+    // outcome of each path in its own line.
     const bool exits_well = succeeded || opts.m_pipe || opts.m_enum;
     opts.log(exits_well ? "exit: 0" : "exit: -1");
     return exits_well ? success_status : failure_status;

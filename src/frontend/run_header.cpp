@@ -123,8 +123,8 @@ std::string run_header(const arg_list& args, const ql::time& now, std::string_vi
 
 std::string run_header(const arg_list& args, const ql::time& now) {
     std::string date_pattern(default_date_pattern);
-    // Deliberate: the header takes its date pattern as typed, where one would expect one that parsing refuses
-    // to be ignored here too. The user sees the date in that pattern, and the complaint about it below.
+    // Deliberate: the header takes its date pattern as typed, also one that parsing refuses, not only a valid
+    // one. The user sees the date in that pattern, and the complaint about it below.
     peek_value("-dateformat", date_pattern, args, 1);
     return run_header(args, now, date_pattern, name_of_this_host(),
                       platform_text(kernel_of_this_host(), place_of_this_program()));

@@ -128,8 +128,8 @@ class directory_reader {
             return read_listed(own.list.value(), !own.root.is_null(), result);
         }
         std::vector<std::uint8_t> list;
-        // Deliberate: one would expect a list that cannot be read to fail the directory, or to leave it at
-        // what its own record gave. It succeeds, whatever the root gave.
+        // Deliberate: a directory whose list cannot be read succeeds, whatever the root gave; it does not
+        // fail, nor keep the answer of its own record. The user sees the names found so far.
         if (own.list.initialized_size() == 0 || !read_attribute_clusters(m_ntfs, own.list, list)) {
             return true;
         }
@@ -137,8 +137,8 @@ class directory_reader {
     }
 
   private:
-    // The parts of the index that stand in extension records. `result` is what the directory's own record
-    // gave.
+    // The parts of the index that are stored in extension records. `result` is what the directory's own
+    // record gave.
     [[nodiscard]] bool read_listed(byte_view list, bool root_known, bool result) {
         listed_index listed(m_ntfs, m_directory, list);
         attribute found;
@@ -179,7 +179,7 @@ class directory_reader {
         if (base == 0) {
             return directory_reader(ntfs, entry, collection, keep_going, reads).read(record);
         }
-        // The directory behind an extension record never shows the slack of its blocks.
+        // The directory of an extension record never shows the slack of its blocks.
         keep_going = false;
         entry = base;
     }

@@ -29,7 +29,7 @@ class upward_walk {
         if (!enter(entry)) {
             return false;
         }
-        // Ends because each level has finitely many names, no directory stands on two levels at once, and the
+        // Ends because each level has finitely many names, no directory is on two levels at once, and the
         // number of levels entered is bounded.
         while (!m_levels.empty()) {
             if (m_levels.back().next == m_levels.back().names->size()) {
@@ -91,9 +91,8 @@ class upward_walk {
         level& top = m_levels.back();
         const file_name& name = (*top.names)[top.next++];
         m_components.resize(top.components_below);
-        // Deliberate: one would expect only the entry itself to be named by the component given for it. As
-        // long as that component stands alone it stands for any name that equals it, so a directory that
-        // bears the name of the file in it shows once.
+        // Deliberate: as long as the given component is the only one, any name that equals it adds nothing,
+        // not only the entry's own. The user sees a directory that has the name of the file in it once.
         if (m_components.size() != 1 || m_components[0] != name.name) {
             m_components.push_back(name.name);
         }

@@ -28,8 +28,8 @@ struct name_rules {
     std::uint64_t parent_filter;
 };
 
-// Deliberate: one would expect a file to be found by its short name as well. A name of the DOS name space
-// alone is left out, so that no path matches it.
+// Deliberate: a name that is only in the DOS name space is left out, not taken for a name like others. The
+// user does not find a file by its short name.
 [[nodiscard]] bool is_long_name(std::uint8_t name_space) {
     return name_space == posix_namespace || (name_space & win32_namespace_bit) != 0;
 }

@@ -6,8 +6,9 @@ namespace quarry {
 
 namespace {
 
-// Deliberate: one would expect an entry to be as long as its node lets it. A longer one ends the node, unless
-// it is the first. (A $FILE_NAME of 255 characters makes an entry of 592 bytes.)
+// Deliberate: an entry longer than this ends the node, unless it is the first; its node does not set the
+// limit. The user does not find the names after it. (A $FILE_NAME of 255 characters makes an entry of 592
+// bytes.)
 constexpr std::uint16_t longest_entry = 768;
 
 [[nodiscard]] bool is_last(const index_entry& entry) {

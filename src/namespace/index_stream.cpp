@@ -66,7 +66,7 @@ class block_assembler {
         m_cluster += std::min(clusters, clusters_left());
     }
 
-    // Behind the last cluster: what there is of a block that was begun.
+    // After the last cluster: what there is of a block that was begun.
     void finish() {
         if (m_read_of_block != 0) {
             show(m_cluster / m_layout.clusters_per_block, m_block,

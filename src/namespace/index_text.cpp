@@ -120,9 +120,9 @@ void print_line(std::ostream& out, const printed_index& index, const index_entry
 
 void list_names(std::ostream& out, const index_block& block, bool first) {
     index_entry entry = block.node().first_entry();
-    // Ends at zeros, which is also what stands behind the block, at the mark of the last entry, or at an
-    // entry that leads nowhere. Deliberate: one would expect the last entry of an inner node (flags 3) to end
-    // the list as that of a leaf does. The list goes on behind it, into what the block held before.
+    // Ends at zeros, which also follow the block, at the mark of the last entry, or at an entry that leads
+    // nowhere. Deliberate: the list goes on after the last entry of an inner node (flags 3), not only up to
+    // it as in a leaf. The user sees what the block held before.
     while (entry.file_reference() != 0 && entry.flags() != index_entry_last) {
         print_line(out, name_index, entry, first);
         if (entry.length() == 0) {
@@ -135,9 +135,9 @@ void list_names(std::ostream& out, const index_block& block, bool first) {
 
 void list_view(std::ostream& out, const index_block& block, const printed_index& view, bool first) {
     std::uint64_t position = index_block::node_offset + block.node().first_entry_offset();
-    // Ends where the entries do, or behind the block, where every length is 0.
-    // Deliberate: the position counts from the start of the block and the size from the node header, so an
-    // entry that begins within the last 24 bytes of the node is left out.
+    // Ends where the entries do, or past the block, where every length is 0. Deliberate: the position counts
+    // from the start of the block and the size from the node header, so an entry that begins within the last
+    // 24 bytes of the node is left out.
     for (index_entry entry(block.bytes().from(position));
          entry.length() != 0 && position < block.node().total_size(); entry = entry.next()) {
         if (entry.data_offset() != 0) {

@@ -120,7 +120,7 @@ bool resolve_path(std::uint64_t& entry, std::uint64_t& parent_entry, std::wstrin
         log.log("root dir");
     }
     if (segments.names.empty()) {
-        // A path without segments is made of separators alone, so it is rooted.
+        // A path without segments has nothing but separators, so it is rooted.
         log.log("path empty");
         entry = root_directory;
         canonical_path = canonical_text(segments);

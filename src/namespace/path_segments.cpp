@@ -51,8 +51,8 @@ path_segments split_volume_path(const std::wstring& path) {
 }
 
 std::size_t first_walked_segment(const std::vector<std::wstring>& names) {
-    // Deliberate: one would expect a drive letter to be compared with something, or "c:file" to name a file.
-    // A first segment with a colon as its second character is passed over whatever else it holds.
+    // Deliberate: a first segment with a colon as its second character is passed over whatever else it holds;
+    // the letter is compared with nothing. The user sees "c:file" name no file.
     return !names.empty() && names[0].size() >= 2 && names[0][1] == L':' ? 1 : 0;
 }
 

@@ -16,8 +16,8 @@ bool link_target(std::wstring& target, byte_view record, std::uint32_t record_si
     if (value.data_length() == 0 || value.substitute_name_length() == 0) {
         return false;
     }
-    // Deliberate: one would expect a link without a print name to lead where its substitute name says. Its
-    // target is empty, so that what is left of the path is looked up from the root.
+    // Deliberate: a link without a print name has an empty target; it does not lead where its substitute name
+    // says. The user sees the rest of the path looked up from the root.
     read_utf16_wide(target, value.print_name(), value.print_name_length());
     return true;
 }

@@ -48,7 +48,7 @@ void write_file_record(std::ostream& out, const attr_item& item) {
     }
     if ((item.bits & has_base) != 0) {
         // Deliberate: the whole reference to the base entry is shown, not its number. The user sees the
-        // sequence number in front of the entry's twelve digits.
+        // sequence number before the entry's twelve digits.
         out << "  references mft entry: 0x" << hex(item.base, 12) << '\n';
     }
     // Deliberate: four bits of the count of hard links are shown, not all of it. The user sees -1 in place of

@@ -52,8 +52,8 @@ void add_ace(ace_map& map, const ace_view& ace) {
     if (found == map.end()) {
         map.emplace(std::move(key), std::move(line));
     } else {
-        // Deliberate: one would expect each right once. The words of all entries of a key stand one behind
-        // the other, so the same word can stand twice.
+        // Deliberate: the words of all entries of a key follow each other, not each right once. The user can
+        // see the same word twice.
         found->second.mask += " | " + line.mask;
     }
 }
@@ -168,8 +168,8 @@ void print_security_descriptor(std::ostream& out, byte_view descriptor, std::str
     std::uint64_t available = descriptor.size();
     if (view.owner_offset() != 0) {
         print_sid(out, prefix, "owner sid", descriptor, view.owner_offset(), available);
-        // Deliberate: one would expect the group to have all bytes behind its start. What the owner takes is
-        // gone for it, wherever the two stand.
+        // Deliberate: the group may use the bytes from its start less as many as the owner takes, wherever
+        // the two are, not all of them. The user sees no group if too few are left.
         const std::uint64_t owner_length = sid_view(descriptor.from(view.owner_offset())).length();
         available -= std::min(available, owner_length);
     }

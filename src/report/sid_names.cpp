@@ -113,8 +113,8 @@ bool sid_to_text(std::string& out, byte_view sid, std::uint64_t available_bytes)
         view.length() > sid.size()) {
         return false;
     }
-    // Deliberate: one would expect the whole identifier authority. Its lowest byte stands for it, so that
-    // authorities above 255 are cut to that byte.
+    // Deliberate: the lowest byte of the identifier authority, not all of it. The user sees authorities above
+    // 255 cut to that byte.
     out = "S-" + std::to_string(view.revision()) + "-" + std::to_string(view.authority());
     for (std::uint32_t i = 0; i < view.count(); ++i) {
         out += '-';
@@ -132,8 +132,8 @@ std::string_view sid_name(byte_view sid) {
     if (!last) {
         return unknown;
     }
-    // Deliberate: one would expect a relative id to be named within its own domain only. It alone decides, so
-    // the administrators of all domains read alike, and a user whose id is in the table takes that name.
+    // Deliberate: the relative id decides without its domain, not within it. The user sees the same name for
+    // the administrators of all domains, and a name of the table for any account whose id is in it.
     return view.count() == 1 ? name_by_authority(view.authority(), *last) : name_of_relative_id(*last);
 }
 

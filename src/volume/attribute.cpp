@@ -36,8 +36,8 @@ constexpr std::array<type_label, 17> type_labels = {{
     {attr_end_marker, "NTFS_ATTRIBUTE_END_MARKER", "NTFS_ATTRIBUTE_END_MARKER"},
 }};
 
-// Deliberate: one would expect names of different lengths to differ. The wanted name is compared with as many
-// bytes of the other, so an attribute whose name only begins with it is found as well.
+// Deliberate: the wanted name is compared with as many bytes of the other, not with all of it. The user sees
+// an attribute found whose name only begins with the wanted one.
 template <typename Named>
 bool name_matches(const Named& named, byte_view wanted) {
     if (wanted.empty()) {

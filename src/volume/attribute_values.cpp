@@ -13,7 +13,7 @@ const char* system_of_version(std::uint8_t major, std::uint8_t minor) {
         return " (WinNT)";
     }
     if (major != 3) {
-        // This one has no blank in front.
+        // This one has no leading blank.
         return "(Unk version)";
     }
     switch (minor) {
@@ -40,9 +40,8 @@ std::string volume_information_value::text() const {
            system_of_version(major_version(), minor_version());
 }
 
-// Deliberate: one would expect the flags of a symbolic link to be told by its tag. They are passed over where
-// they are zero, as those of an absolute link are; the names of a relative one are read from four bytes ahead
-// of their start.
+// Deliberate: the flags of a symbolic link are passed over where they are zero, as those of an absolute link
+// are, not by its tag. The user sees the names of a relative link from four bytes before their start.
 std::uint64_t reparse_value::bytes_passed_over() const {
     const byte_view words = path_buffer().from(substitute_name_offset());
     std::uint64_t count = 0;

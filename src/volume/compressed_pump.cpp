@@ -81,7 +81,7 @@ class windowed_unit : public unit_bytes {
         m_size = end;
         return m_size != 0;
     }
-    // What the read told of the whole unit.
+    // What the read said of the whole unit.
     [[nodiscard]] std::uint32_t flags() const { return m_flags; }
 
     [[nodiscard]] std::uint64_t size() const override { return m_size; }
@@ -150,10 +150,10 @@ bool pump_units(CNtfs& ntfs, const cluster_run_list& runs, stream_sink& sink, st
         if (!unit.load(position, length)) {
             return delivered;
         }
-        // Deliberate: a unit without any cluster on disk gives nothing, not zeros. The first hole of 16
-        // clusters ends the copy of a compressed file there, and what came before counts as success.
+        // Deliberate: a unit without any cluster on disk gives nothing, not zeros. The user sees the copy of
+        // a compressed file end at its first hole of 16 clusters, and count as a success.
         //
-        // A unit gives no more than its own 16 clusters stand for, whatever its chunks claim.
+        // A unit gives no more than the bytes of its 16 clusters, whatever its chunks claim.
         if (!deliver_unit(sink, held, unit, std::min(left, unit_size))) {
             return delivered;
         }

@@ -77,7 +77,7 @@ bool is_plain(unit_bytes& unit, std::uint32_t flags) {
     return (flags & unit_judge_by_sparse) != 0 && (flags & unit_met_sparse) == 0;
 }
 
-// Gives pieces of plain bytes out and keeps count of them.
+// Hands out pieces of decompressed bytes and counts them.
 class plain_bytes {
   public:
     plain_bytes(unit_output& output, std::uint64_t& written, std::uint64_t limit)

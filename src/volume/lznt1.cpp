@@ -174,9 +174,8 @@ bool split_token(std::uint16_t token, std::uint64_t position, std::uint32_t& off
     return offset_back <= position;
 }
 
-// Deliberate: one would expect the rest of a chunk that ends early to be zeros. It shows the bytes of the
-// chunk before in its place, which the file's size hides as a rule, since only the last chunk of a file ends
-// early.
+// Deliberate: the rest of a chunk that ends early is what the chunk before had there, not zeros. The user
+// rarely sees it: only the last chunk of a file ends early as a rule, and the file's size cuts it off.
 bool decompress_chunk(byte_view bytes, std::size_t size, const plain_chunk& before, plain_chunk& output) {
     chunk_decoder decoder(bytes, std::min(size, bytes.size()), output.storage.data());
     if (!decoder.decode()) {

@@ -148,7 +148,7 @@ void path_cache::drop_contents() {
 }
 
 // Drops what is known of other directories if there is no room for `wanted` bytes: first what was read of
-// them, and if the entries alone leave no room either, all but the one for whom it is made.
+// them, then, if the entries themselves still take too much, all but `for_whom`.
 void path_cache::make_room(std::uint64_t wanted, const dir_cache_entry& for_whom) {
     if (wanted <= m_memory.left()) {
         return;

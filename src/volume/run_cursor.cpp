@@ -17,7 +17,7 @@ std::uint64_t end_vcn(const cluster_run& run) {
     return run.vcn + run.length;
 }
 
-// Each run begins where the one before ended, or behind: then at most one run covers a VCN, and any search
+// Each run begins where the one before ended, or later. Then at most one run covers a VCN, and any search
 // finds it.
 bool is_in_order(const cluster_run_list& runs) {
     for (std::size_t i = 0; i < runs.size(); ++i) {
@@ -28,8 +28,8 @@ bool is_in_order(const cluster_run_list& runs) {
     return true;
 }
 
-// The runs that cover something, by VCN, each cut ahead of the last VCN there is: behind it, a run whose
-// numbers wrap covers nothing. Empty if runs overlap.
+// The runs that cover something, by VCN, each cut before the last VCN there is; a run whose numbers wrap
+// covers nothing beyond it. Empty if runs overlap.
 cluster_run_list sorted_copy(const cluster_run_list& runs) {
     cluster_run_list sorted;
     for (const cluster_run& run : runs) {
@@ -59,7 +59,7 @@ const cluster_run_list* run_cursor::ordered() const {
     return m_sorted.empty() ? nullptr : &m_sorted;
 }
 
-// Over a whole stream the answer is the run of the last one or the run behind it; anything else is searched
+// Over a whole stream the answer is the run of the last answer or the run after it; anything else is searched
 // for.
 bool run_cursor::find_in_order(const cluster_run_list& runs, std::uint64_t vcn, std::size_t& index) {
     const auto is_at = [&](std::size_t run) {

@@ -42,8 +42,8 @@ std::size_t count_pairs(byte_view bytes) {
     return count;
 }
 
-// Deliberate: one would expect a length of more than four bytes to be cut or refused. The bytes from the
-// fifth on are added to the first four again, so the run of a damaged pair is as long as that sum says.
+// Deliberate: of a length with more than four bytes, those from the fifth on are added to the first four; the
+// length is not cut or refused. The user sees the run of a damaged pair as long as that sum says.
 std::uint32_t folded_length(byte_view field) {
     std::uint32_t length = 0;
     for (std::size_t i = 0; i < field.size(); ++i) {
@@ -68,9 +68,8 @@ std::uint64_t sign_extended(byte_view field) {
     return fill ? value | (~std::uint64_t{0} << (8 * field.size())) : value;
 }
 
-// Deliberate: one would expect a piece to stay at the VCN that its attribute gives it. Each run follows the
-// one before, so a gap that a lost piece left disappears, and the copy of such a file is shorter and what
-// stood behind the gap stands ahead of its place.
+// Deliberate: each run follows the one before; a piece does not stay at the VCN that its attribute gives it.
+// The user sees a shorter copy of a file that has lost a piece: what came after the gap moves up.
 void renumber_from(cluster_run_list& list, std::size_t first) {
     std::uint64_t vcn = first == 0 ? 0 : list[first - 1].vcn + list[first - 1].length;
     for (std::size_t i = first; i < list.size(); ++i) {
@@ -87,8 +86,8 @@ bool vcn_is_equal(const cluster_run& left, const cluster_run& right) {
     return left.vcn == right.vcn;
 }
 
-// Orders by VCN and keeps the first of several runs with one VCN, then renumbers. Runs from `middle` on come
-// behind those ahead of it where VCNs are equal. Both parts are in order already, as a rule.
+// Orders by VCN and keeps the first of several runs with one VCN, then renumbers. Where VCNs are equal, runs
+// from `middle` on come after those before it. Both parts are in order already, as a rule.
 void put_in_order(cluster_run_list& list, std::size_t middle) {
     const auto behind = list.begin() + static_cast<std::ptrdiff_t>(middle);
     for (const auto& [from, to] : {std::pair(list.begin(), behind), std::pair(behind, list.end())}) {
@@ -108,8 +107,8 @@ bool is_ascending(const cluster_run_list& list) {
     return std::adjacent_find(list.begin(), list.end(), not_lower) == list.end();
 }
 
-// Takes note of the runs behind those that are known to be numbered without a gap. True if that is the whole
-// list. A run of length 0 ends it, because the run behind it has the same VCN.
+// Goes on after the runs that are known to be numbered without a gap. True if the whole list is. A run of
+// length 0 ends it, because the next run has the same VCN.
 bool is_numbered(const cluster_run_list& list, merge_progress& progress) {
     std::size_t& known = progress.numbered_runs;
     known = std::min(known, list.size());
@@ -188,8 +187,8 @@ bool decode_runs(byte_view attribute_bytes, data_run_list& list) {
         run.lcn = lcn;
         run.negative = is_negative(pair->delta);
         run.delta = run.negative ? 0 - difference : difference;
-        // Deliberate: one would expect a length above 32 bits to be kept, or folded as the other decoder
-        // does. It is cut to its low 32 bits, so a file of a longer run is copied in part only.
+        // Deliberate: a length above 32 bits is cut to its low 32 bits, not kept, nor folded as the other
+        // decoder does. The user sees only a part of a file with a longer run.
         run.num_clusters = low_32_bits(low_64_bits(pair->length));
         run.vcn = vcn;
         run.attr_type = source.type();
@@ -206,9 +205,9 @@ bool decode_runs(byte_view attribute_bytes, data_run_list& list) {
 bool to_cluster_runs(const data_run_list& runs, cluster_run_list& list) {
     list.reserve(list.size() + runs.size());
     for (const data_run& run : runs) {
-        // Deliberate: one would expect a run to be sparse only where its pair has no LCN. A pair with an LCN
-        // difference of 0 counts as sparse too, unless it is the first of its list (a file may begin at LCN
-        // 0), so a run that a damaged pair puts back on its neighbour reads as zeros.
+        // Deliberate: a pair with an LCN difference of 0 counts as sparse, not only one without an LCN,
+        // unless it is the first of its list (a file may begin at LCN 0). The user sees zeros for a run that
+        // a damaged pair puts at the place of the run before.
         const bool begins_at_lcn_0 = &run == runs.data() && run.pair.view().u8_or_zero(0) > 0x0F;
         const bool sparse = run.delta == 0 && !begins_at_lcn_0;
         list.push_back({sparse ? 0 : run.lcn, run.vcn, sparse, run.num_clusters});

@@ -168,8 +168,8 @@ std::uint64_t stream_reader::deliver(const cluster_range& range, std::uint8_t* b
 // whole clusters as there are, or a part of one.
 //
 // Deliberate: the cut of the range's end applies to the last cluster that was found, not to the cluster in
-// which the range ends. Where the runs end early that one is cut, and its rest comes with the next read. The
-// user sees all of it.
+// which the range ends. Where the runs end early the last one is cut, and its rest comes with the next read.
+// The user sees all of it.
 stream_reader::share stream_reader::next_share(const cluster_range& range, std::size_t index,
                                                std::uint64_t done, std::uint64_t room) const {
     const std::uint64_t rest = m_stretches[index].length_in_clusters - done;

@@ -48,8 +48,8 @@ constexpr copy_rules rules_of_drives = {
     .clusters_come_first = true,
     // Deliberate: a copy of clusters from a drive has no report, whatever -meta says.
     .reports_clusters = false,
-    // Deliberate: a failure of the driver is told on the console, where a copy from any other source leaves
-    // it to the log.
+    // Deliberate: a failure of the driver is reported on the console, not only in the log as for any other
+    // source. The user sees it without a log.
     .says_that_driver_failed = true,
 };
 

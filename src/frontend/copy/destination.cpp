@@ -45,8 +45,8 @@ bool add_source_name(std::wstring& path, quarry_opts& opts, const std::wstring& 
     if (!split_path(directory, name, object_path)) {
         return true;
     }
-    // Deliberate: only a "\" is put behind the source's directory for this comparison, so "/out/" is not
-    // taken for the directory of a source in "/out".
+    // Deliberate: only a "\" is added to the source's directory for this comparison, not a "/". The user does
+    // not see "/out/" taken for the directory of a source in "/out".
     if (directory + L"\\" == path) {
         return refuse_same_file(opts);
     }
@@ -64,15 +64,15 @@ bool add_name(std::wstring& path, quarry_opts& opts, const std::wstring& object_
     if (!opts.m_cluster_text.empty()) {
         path += widen(opts.m_cluster_text);
     } else {
-        // Deliberate: a copy by entry number alone has no name to add, so a directory stays one and cannot be
-        // created as a file.
+        // Deliberate: a copy by entry number without a path adds no name to a directory, not even one of its
+        // own. The user sees the copy fail, because a directory cannot be created as a file.
         path = absolute;
     }
     return true;
 }
 
-// A list is spared the creation check behind its first success. A path ending in ".." is not: no file can
-// have that name, but under -md5 the copy would take a name of its own in the directory above.
+// A list is spared the creation check after its first success. A path ending in ".." is not: no file can have
+// that name, but under -md5 the copy would take a name of its own in the directory above.
 bool needs_creation_check(const std::wstring& path, const destination_rules& rules) {
     return rules.check_creation || path.ends_with(L"/..");
 }
@@ -120,7 +120,7 @@ bool settle_destination(destination& out, quarry_opts& opts, const std::wstring&
     }
     std::wstring absolute = canonical_path(std::wstring_view(opts.m_dst), L'/');
     if (absolute.empty() && !names_nothing(opts.m_dst)) {
-        // The current directory is too long to be put in front. The system finds the file without it.
+        // The current directory is too long to be prepended. The system finds the file without it.
         absolute = opts.m_dst;
     }
     if (absolute.empty()) {

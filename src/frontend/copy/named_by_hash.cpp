@@ -46,7 +46,7 @@ bool copy_named_by_hash(const copy_request& request, const std::wstring& report,
         return false;
     }
     if (!report.empty()) {
-        // A report that cannot follow stays where it is; the copy stands.
+        // A report that cannot follow stays where it is; the copy is kept.
         static_cast<void>(
             rename_output(guard, narrow(report), final_path + "_meta.txt", output_kind::report));
     }

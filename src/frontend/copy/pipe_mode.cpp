@@ -65,8 +65,8 @@ void run_pipe(quarry_opts& opts) {
         const bool copied = copy(ntfs, opts, *path, first_copy);
         print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
         flush_output();
-        // Deliberate: the destination is tried out only until the first success. A later one that
-        // cannot be made is not told apart from any other failure.
+        // Deliberate: the destination is tried out only until the first success. The user sees a later one
+        // that cannot be made reported as any other failure.
         first_copy = first_copy && !copied;
     }
 }

@@ -43,7 +43,8 @@ std::string requested_stream_name(const std::wstring& path) {
 stream_choice choose_stream(const attr_item_list& items, const std::string& stream_name,
                             uni::fileio_stats& stats) {
     stream_choice choice;
-    // Deliberate: of several that match the last one is taken, where one would expect the first.
+    // Deliberate: of several that match the last one is taken, not the first. The user sees the content of
+    // the last.
     for (std::size_t index = 0; index < items.size(); ++index) {
         const attr_item& item = items[index];
         if (item.type == attr_standard_information) {

@@ -102,8 +102,8 @@ void cmd_params::open_log(arg_list& args) {
     auto stream = std::make_unique<output_file>();
     output_guard guard = guard_ahead(args);
     if (!stream->open(guard, widen(m_log_path), output_kind::log)) {
-        // Deliberate: a log that cannot be opened is absent without a word, where one would expect the run to
-        // be refused. A copy is never lost for want of its log.
+        // Deliberate: a log that cannot be opened is left out without a message; the run is not refused. The
+        // user sees the copy, and no log.
         m_log_path.clear();
         return;
     }
@@ -140,8 +140,8 @@ bool cmd_params::check_out_file(arg_list& args) const {
         return true;
     }
     const bool append = find_flag("-append", args);
-    // Deliberate: an out file is only tried out. One would expect something in it: the user finds it gone,
-    // also a file of that name that was there before.
+    // Deliberate: an out file is only tried out, not written. The user finds it gone, also a file of that
+    // name that was there before.
     const output_guard guard = guard_ahead(args);
     const bool writable = can_be_created(guard, path, output_kind::trial, append) ||
                           (append && can_be_created(guard, path, output_kind::trial, false));
@@ -204,8 +204,8 @@ void cmd_params::parse_formats(arg_list& args) {
         m_hex_output = true;
     }
     parse_format(m_date_format, "-dateformat", is_date_format, args);
-    // Deliberate: a time format is checked and has no effect, where one would expect it in the header or the
-    // reports. Both show their times in forms of their own.
+    // Deliberate: a time format is checked and not used. The user sees the times of the header and the
+    // reports in forms of their own.
     parse_format(m_time_format, "-timeformat", is_time_format, args);
 }
 

@@ -31,8 +31,8 @@ struct stars {
     bool trail = false;
 };
 
-// Deliberate: a star inside of a pattern stands for nothing. It is taken out without a trace, so "*a*b*"
-// finds names with "ab" in them.
+// Deliberate: a star inside of a pattern is removed; it does not match any text. The user sees "*a*b*" find
+// names with "ab" in them.
 stars take_stars(std::wstring& pattern) {
     const stars found = {pattern.starts_with(star), pattern.ends_with(star)};
     std::erase(pattern, star);
@@ -49,8 +49,8 @@ void take_stream(filter_entry& entry, filter_entry& first) {
     entry.stream = entry.name.substr(colon + 1);
     entry.name.resize(colon);
     if (entry.stream == L"*") {
-        // Deliberate: "any stream" is a mark of the whole filter and stands on its first alternative,
-        // whichever one said it.
+        // Deliberate: "any stream" is a mark of the whole filter, kept in its first alternative, not of the
+        // alternative that said it. The user sees any stream match for all of them.
         first.any_stream = true;
         return;
     }
@@ -145,8 +145,8 @@ bool is_ordinary_file(const std::wstring& path) {
            kernel_file_systems.end();
 }
 
-// Deliberate: the bytes of the host's file at that path are compared, where one would expect those of the
-// file on the volume.
+// Deliberate: the bytes of the host's file at that path are compared, not those of the file on the volume.
+// The user sees the host's file decide.
 bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& open_failed) {
     if (entry.signature.empty() || entry.name_lead_star || entry.name_trail_star) {
         return false;
@@ -163,9 +163,9 @@ bool signature_fits(const filter_entry& entry, const std::wstring& path, bool& o
            file.read_at(bytes, length, entry.sig_offset) && bytes == entry.signature;
 }
 
-// Deliberate: the times of the host's file of that name are meant, where one would expect those of the file
-// on the volume. So a line whose path the host does not have is dropped, and so is one whose file was changed
-// at the very start of 1970: a time of zero counts as unknown.
+// Deliberate: the times of the host's file of that name are meant, not those of the file on the volume. The
+// user sees a line dropped whose path the host does not have, or whose file was changed at the very start of
+// 1970: a time of zero counts as unknown.
 bool in_range(const time_range& range, const std::wstring& path, uni::fileio_stats& stats) {
     if (stats.m_modified == 0 && stats.m_created == 0 &&
         (!stats.fill_from_host(path) || stats.m_modified == 0)) {

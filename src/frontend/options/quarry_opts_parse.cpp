@@ -82,8 +82,8 @@ bool quarry_opts::parse_object(arg_list& args) {
         if (!pass_gate()) {
             return false;
         }
-        // Deliberate: an entry number that cannot be read is 0, where one would expect a complaint. So
-        // "-mft abc" copies the file table itself.
+        // Deliberate: an entry number that cannot be read is 0, not an error. The user sees "-mft abc" copy
+        // the file table itself.
         parse_u64(m_entry, value);
         return has_destination();
     }
@@ -153,9 +153,9 @@ void quarry_opts::take_positional_arguments(const arg_list& args) {
         m_src = expanded_path(args[1]);
         m_dst = expanded_path(args[2]);
     } else if (args.size() == 2) {
-        // Deliberate: a source that stands alone is taken as typed, where -src and a pair of paths have their
-        // %NAME% references replaced. It goes before the path of -src, also if it is an option that nobody
-        // took.
+        // Deliberate: a single word without an option is the source as typed; its %NAME% references are not
+        // replaced as those of -src and of a pair of paths are. The user sees it win over the path of -src,
+        // even if it is an option that nothing took.
         m_src = widen(args[1]);
     }
 }

@@ -74,7 +74,8 @@ bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
     source& image = opts.m_source;
     image = source::of_image(absolute, 0);
     if (absolute.empty()) {
-        // Deliberate: the message ends in a comma behind its line end.
+        // Deliberate: the message ends in a comma after its line end, not before it. The user sees the comma
+        // at the start of the next line.
         print_error("prob understanding image [" + path + "] aborting\n,");
         return false;
     }
@@ -82,8 +83,8 @@ bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
     if (image.offset != 0) {
         const bool ignore_size = ignores_image_size(image.offset, args);
         bool found = false;
-        // Deliberate: with an offset the words about the image go to standard output, where one would expect
-        // standard error, as without one.
+        // Deliberate: with an offset the words about the image go to standard output, not to standard error
+        // as without one. The user sees both on a terminal.
         const bool located = locate_volume(std::cout, image, found, ignore_size);
         flush_output();
         return located;
@@ -157,8 +158,8 @@ bool parse_vmdk_option(cmd_params& opts, source& disk, arg_list& args, const vmd
 
 bool parse_source(quarry_opts& opts, arg_list& args) {
     opts.m_source = {};
-    // Deliberate: the option without a list hides the image all the same, where one would expect an option
-    // without its value to count as absent. The run goes on without a source.
+    // Deliberate: the option without a list hides the image; it does not count as absent. The user sees the
+    // run go on without a source.
     if (peek_flag("-vmdk", args, 0)) {
         opts.m_source = source::of_virtual_disk({}, 0);
         return parse_vmdk_option(opts, opts.m_source, args, check_list, locate_volume, true, "-vmdk");

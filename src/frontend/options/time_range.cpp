@@ -23,7 +23,7 @@ std::uint32_t unix_seconds(std::uint64_t filetime) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(seconds, latest_unix_time));
 }
 
-// Reads a date and, behind the first blank, a time of day.
+// Reads a date and, after the first blank, a time of day.
 range_result read_point(std::uint64_t& filetime, std::string_view value, std::string_view default_time) {
     const std::size_t blank = value.find(' ');
     const std::string_view date = value.substr(0, blank);

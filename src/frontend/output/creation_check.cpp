@@ -49,8 +49,8 @@ bool can_be_created(const output_guard& guard, const std::string& path, output_k
         return false;
     }
     ::close(fd);
-    // Deliberate: an ordinary file that was there before is gone afterwards, where one would expect it to
-    // stay until the copy replaces it. A copy that then fails leaves no file at all.
+    // Deliberate: an ordinary file that was there before is gone afterwards; it does not stay until the copy
+    // replaces it. The user sees no file at all after a copy that fails.
     //
     // A link that led to nothing has a target now, which is to go again.
     remove_ordinary_file(existed ? path : target_of(path));

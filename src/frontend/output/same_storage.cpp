@@ -228,7 +228,7 @@ class storage_walk {
         }
     }
 
-    // Asks a loop device, or a partition of one, for the file behind it. False if it is none or cannot be
+    // Asks a loop device, or a partition of one, for its backing file. False if it is none or cannot be
     // opened.
     bool add_by_status(::dev_t device, const std::string& node) {
         const auto status = status_of(node);
