@@ -14,7 +14,7 @@ min_branches=${2:-85}
 quarry_need build test coverage
 quarry_prepare coverage
 build=$QUARRY_ROOT/build/coverage
-ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" --timeout 900
+quarry_test coverage --parallel "$(nproc)"
 find "$build" -name '*.gcda' -empty -delete  # of what no test ran
 
 # Reading what the tests left behind is most of the work, so it is done once, where a run that is ended leaves no litter.

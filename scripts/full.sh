@@ -10,4 +10,4 @@ source "$(dirname "$0")/lib/setup.sh"
 quarry_need build test docs cluster
 quarry_prepare release
 quarry_say "testing what starts servers"
-ctest --test-dir "$QUARRY_ROOT/build/release" --output-on-failure --timeout 900 --label-regex servers --no-tests=error
+quarry_test release --label-regex servers --no-tests=error

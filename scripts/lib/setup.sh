@@ -6,6 +6,8 @@
 #   quarry_install GROUP...          installs what is missing, as root or with sudo; scripts/setup.sh is this alone
 #   quarry_prepare PRESET [TARGET]   needs the tools for building, then builds build/PRESET, all of it or one target;
 #                                    sets QUARRY to the program's path
+#   quarry_test PRESET OPTION...     runs the tests of build/PRESET that the options of ctest choose; with CI set in the
+#                                    environment a skipped one fails the run, whatever skipped it
 
 QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -89,6 +91,16 @@ quarry_reset_counts() {
     find "$1" -name '*.gcno' -print0 | while IFS= read -r -d '' notes; do
         install -m 666 /dev/null "${notes%.gcno}.gcda"
     done
+}
+
+quarry_test() {
+    local build=$QUARRY_ROOT/build/$1 told
+    shift
+    told=$build/Testing/told.xml
+    rm -f "$told"
+    ctest --test-dir "$build" --output-on-failure --timeout 900 --output-junit "$told" "$@" || return 1
+    [ -n "${CI:-}" ] || return 0
+    grep -q '^	*skipped="0"$' "$told" || { echo "FAILED: tests were skipped, and CI is set" >&2; return 1; }
 }
 
 quarry_prepare() {
