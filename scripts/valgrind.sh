@@ -11,8 +11,9 @@ program=$QUARRY_ROOT/build/valgrind/src/quarry
 work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null || true; wait; rm -rf "$work"' EXIT
 cd "$work"
-runs=0
-jobs=$(nproc)
+runs=0 failed=0 running=()
+# One more than there are cores: they are waited for in turn.
+jobs=$(($(nproc) + 1))
 
 fail() { printf 'FAILED: %s\n' "$*" >&2; exit 1; }
 
@@ -26,8 +27,12 @@ run() {
     "${watched[@]}" --log-file=complaints "$program" "$@" >messages 2>&1 || status=$?
     if [ "$status" = 77 ] || [ -s complaints ]; then
         rm -rf out && mkdir out
-        "${watched[@]}" --track-origins=yes "$program" "$@" >messages 2>&1 || true
-        { printf 'valgrind complains: quarry %s\n' "$*"; cat complaints messages; } >&2
+        local again=0
+        "${watched[@]}" --track-origins=yes "$program" "$@" >messages 2>&1 || again=$?
+        {
+            printf 'valgrind complains (status %s, then %s): quarry %s\n' "$status" "$again" "$*"
+            cat complaints messages
+        } >&2
         return 1
     fi
     if [ "$status" != "$expected" ]; then
@@ -41,9 +46,14 @@ run() {
 # copy STATUS ARGUMENTS...: what is written is looked at as it is written, since valgrind knows of each byte whether it
 # was ever set.
 copy() {
-    [ "$(jobs -rp | wc -l)" -lt "$jobs" ] || wait -n || true
+    [ ${#running[@]} -lt "$jobs" ] || wait_for_first
     runs=$((runs + 1))
     run "$runs" "$@" <&0 &
+    running+=($!)
+}
+wait_for_first() {
+    wait "${running[0]}" || failed=$((failed + 1))
+    running=("${running[@]:1}")
 }
 
 quarry_say "a planted fault"
@@ -96,7 +106,8 @@ for geometry in '512 512' '512 4096' '512 65536' '1024 2048' '2048 4096' '4096 6
     copy 0 -exact -image "$volume" -src "$stream" -dst out/sds
     copy 0 -image "$volume-cut" -src "$table" -dst out/mft -meta
 done
-while [ -n "$(jobs -rp)" ]; do wait -n || true; done
+while [ ${#running[@]} -gt 0 ]; do wait_for_first; done
 clean=$(find "$work" -name clean | wc -l)
+[ "$failed" = 0 ] || fail "$failed of $runs runs were not clean"
 [ "$clean" = "$runs" ] || fail "only $clean of $runs runs were clean"
 quarry_say "$runs runs, and valgrind had nothing to say"
