@@ -98,6 +98,7 @@ set -l table '__quarry_has -image -vmdk'
 set -l no_volume 'not __quarry_has -offset -ntfsvol -first_ntfsvol'
 set -l copies 'not __quarry_has -volumes'
 set -l files 'not __quarry_has -volumes -cluster'
+set -l one_file 'not __quarry_has -volumes -cluster -pipe'
 
 __quarry_exact '__quarry_words 2' h -d 'Options of the exact mode'
 __quarry_exact 'not __quarry_has -partition -vmdk' image -r -F -d 'Raw image of a disk or volume'
@@ -107,13 +108,14 @@ __quarry_exact "$table; and $copies; and $no_volume; and not __quarry_has -secto
     -d 'Byte where the volume begins'
 __quarry_exact "$table; and $copies; and $no_volume" ntfsvol -x -d 'Number of the volume'
 __quarry_exact "$table; and $copies; and $no_volume" first_ntfsvol -d 'First NTFS volume of the table'
-__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -dst" volumes -d 'Print the volumes'
+__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst" volumes -d 'Print the volumes'
 __quarry_exact "$table; and not __quarry_has -offset" sector_size -x -a '512 1024 2048 4096' \
     -d 'Sectors of the partition table'
-__quarry_exact $files src -x -d 'Path on the volume, with :stream if wanted'
-__quarry_exact $files mft -x -d 'MFT entry number, with -sequence if wanted'
-__quarry_exact "$copies; and not __quarry_has -src -mft -raw -keep_times -md5 -letter" cluster -x \
+__quarry_exact $one_file src -x -d 'Path on the volume, with :stream if wanted'
+__quarry_exact $one_file mft -x -d 'MFT entry number, with -sequence if wanted'
+__quarry_exact "$copies; and not __quarry_has -src -mft -pipe -raw -keep_times -md5 -letter" cluster -x \
     -d 'Clusters: first and count'
+__quarry_exact "$files; and not __quarry_has -src -mft" pipe -d 'Objects from standard input'
 __quarry_exact_repeated $files letter -x -d 'Links to this name lead to this volume'
 __quarry_exact $copies dst -r -F -d 'The copy, or a directory that ends in /'
 __quarry_exact $files raw -d 'Clusters as stored, slack included'

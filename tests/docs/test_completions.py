@@ -25,7 +25,7 @@ FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 LOGGED = {"-diags", "-quiet"}
 CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite"} | LOGGED
 COPIES = CLUSTERS_TOO | {"-raw", "-keep_times", "-md5", "-letter"}
-EXACT_OBJECTS = {"-src", "-mft", "-cluster"}
+EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe"}
 CHOICES = {"-offset", "-ntfsvol", "-first_ntfsvol"}
 
 # What is typed, and all that is offered for the word at the cursor.
@@ -45,7 +45,8 @@ CASES = {
     "quarry -exact -image disk.img -src /a -": COPIES | CHOICES | {"-mft", "-sector_size"},
     "quarry -exact -image disk.img -mft 5 -": COPIES | CHOICES | {"-src", "-sector_size"},
     "quarry -exact -image disk.img -cluster 5 -": CLUSTERS_TOO | CHOICES | {"-sector_size"},
-    "quarry -exact -partition /dev/sdb1 -sparse -md5 -": (COPIES - {"-sparse", "-md5"}) | {"-src", "-mft"},
+    "quarry -exact -image disk.img -pipe -": COPIES | CHOICES | {"-sector_size"},
+    "quarry -exact -partition /dev/sdb1 -sparse -md5 -": (COPIES - {"-sparse", "-md5"}) | {"-src", "-mft", "-pipe"},
     "quarry -exact -partition /dev/sdb1 -letter C -l": {"-letter"},
     "quarry -exact -image ": {"base.vmdk", "disk.img", "folder/"},
     "quarry -exact -image disk.img -dst fol": {"folder/"},

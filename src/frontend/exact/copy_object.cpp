@@ -160,7 +160,12 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     found_object found;
     found.set = std::make_unique<attribute_set>(std::move(*set));
     found.shown = found.set->base().self().text() + shown_typed(asked.stream);
-    found.file_name = name_of_file(*found.set, {});
+    const std::u16string listed = asked.listed.empty() ? std::u16string() : asked.listed.back();
+    found.file_name = name_of_file(*found.set, listed);
+    if (found.file_name != listed && !listed.empty()) {
+        return fail(failure_code::name, where::record(asked.entry),
+                    "has no name \"" + shown_name(listed) + "\"; the list may be of another volume");
+    }
     return open_stream(volume, options, std::move(found), *wanted, where::record(asked.entry), told);
 }
 

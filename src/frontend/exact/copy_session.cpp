@@ -1,7 +1,6 @@
 #include "frontend/exact/copy_session.h"
 
 #include "exact/name_text.h"
-#include "frontend/exact/destination_path.h"
 
 #include <utility>
 
@@ -38,8 +37,7 @@ copy_end copy_outcome::end() const {
 
 copy_outcome copy_session::carry_out(const copy_order& order) {
     notices told;
-    auto copied = copy_to_destination(m_volume, m_options, order.object,
-                                      split_destination(m_options.destination), m_guard, m_messages, told);
+    auto copied = copy_to_destination(m_means, order, told);
     if (m_source.has_changed()) {
         told.doubt("source-changed", where::source(m_source.shown_path), "changed while it was read");
     }
@@ -48,14 +46,20 @@ copy_outcome copy_session::carry_out(const copy_order& order) {
     return outcome;
 }
 
+copy_outcome copy_session::refuse(std::string asked, std::uint64_t line, failure why) {
+    copy_outcome outcome{std::move(asked), line, tl::make_unexpected(std::move(why)), {}};
+    say(outcome);
+    return outcome;
+}
+
 void copy_session::say(const copy_outcome& outcome) {
-    m_messages.warn(outcome.told);
+    m_means.messages.warn(outcome.told);
     if (outcome.copied) {
-        m_messages.done(outcome.end() == copy_end::complete ? "ok" : "doubt", text_of(*outcome.copied));
+        m_means.messages.done(outcome.end() == copy_end::complete ? "ok" : "doubt", text_of(*outcome.copied));
     } else {
-        m_messages.err(outcome.copied.error().text());
+        m_means.messages.err(outcome.copied.error().text());
     }
-    m_messages.info("result " + std::string(copy_end_text(outcome.end())));
+    m_means.messages.info("result " + std::string(copy_end_text(outcome.end())));
 }
 
 }  // namespace quarry::exact

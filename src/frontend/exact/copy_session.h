@@ -7,7 +7,8 @@
 //     order --> find the stream --> write the copy --> warnings, then ok, doubt or err --> "info: result ..."
 //
 // The outcome holds all that became known, also of a copy that failed. Evidence of each copy, such as a line
-// of a manifest, is written at the end of carry_out(), when the copy has its name and its outcome is said.
+// of a manifest, is written at the end of
+// say(), when the copy has its name.
 #pragma once
 
 #include "exact/exact_volume.h"
@@ -23,13 +24,6 @@
 #include <string_view>
 
 namespace quarry::exact {
-
-// One object that is to be copied.
-struct copy_order {
-    copy_object object;
-    std::string asked;       // the object as typed, such as "/docs/a.txt", "24-1:Note" or a line of a list
-    std::uint64_t line = 1;  // of the list, counted from 1; 1 for the object of the command line
-};
 
 enum class copy_end : std::uint8_t { complete, in_doubt, failed };
 
@@ -51,19 +45,20 @@ class copy_session {
     // All must outlive the session.
     copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
                  const output_guard& guard, exact_messages& messages)
-        : m_source(source), m_volume(volume), m_options(options), m_guard(guard), m_messages(messages) {}
+        : m_source(source), m_means{volume, options, guard, messages, m_made} {}
 
     // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does.
     [[nodiscard]] copy_outcome carry_out(const copy_order& order);
+    // The same for what is no order: it has failed with `why` already.
+    [[nodiscard]] copy_outcome refuse(std::string asked, std::uint64_t line, failure why);
 
   private:
+    // Every outcome, whether complete or failed, passes here.
     void say(const copy_outcome& outcome);
 
     const opened_source& m_source;
-    exact_volume& m_volume;
-    const exact_options& m_options;
-    const output_guard& m_guard;
-    exact_messages& m_messages;
+    made_copies m_made;
+    copy_means m_means;
 };
 
 }  // namespace quarry::exact

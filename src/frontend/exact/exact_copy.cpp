@@ -95,9 +95,30 @@ result<std::optional<stored_times>> times_of_object(const found_object& object) 
     return object.set == nullptr ? result<std::optional<stored_times>>(std::nullopt) : times_of(*object.set);
 }
 
+// Refuses a name that must not be made or replaced.
+result<void> check_target(const copy_means& means, const destination& target) {
+    const auto existing = file_at(target.path());
+    if (const auto line = existing ? means.made.line_of(*existing) : std::nullopt) {
+        return fail(failure_code::exists, where::destination(shown_typed(target.path())),
+                    "was made by line " + std::to_string(*line) + " of this list");
+    }
+    return check_destination(target, means.options.overwrite, means.guard);
+}
+
+// The name that proves time and digest of the copy, in place of the one in `target`.
+result<void> add_digest(const copy_means& means, destination& target,
+                        const std::optional<stored_times>& times, const finished_copy& finished) {
+    const std::uint64_t modified = times ? times->modified : 0;
+    return name_with_digest(modified, target.name, finished.md5).and_then([&](std::string name) {
+        target.name = std::move(name);
+        return check_target(means, target);
+    });
+}
+
 // The bytes, written to a temporary file and given the name of the target.
-result<finished_copy> write_copy(found_object& object, const exact_options& options, destination target,
-                                 const output_guard& guard, notices& told) {
+result<finished_copy> write_copy(copy_means& means, found_object& object, std::uint64_t line,
+                                 destination target, notices& told) {
+    const exact_options& options = means.options;
     auto times = options.keep_times || options.md5 ? times_of_object(object) : std::nullopt;
     if (!times) {
         return passed_on(times);
@@ -116,14 +137,8 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
     }
     finished_copy finished{object.shown, {}, file.size(), sink.digest_text()};
     if (options.md5) {
-        const std::uint64_t modified = *times ? (*times)->modified : 0;
-        auto name = name_with_digest(modified, target.name, finished.md5);
-        if (!name) {
-            return passed_on(name);
-        }
-        target.name = std::move(*name);
-        if (auto checked = check_destination(target, options.overwrite, guard); !checked) {
-            return passed_on(checked);
+        if (auto named = add_digest(means, target, *times, finished); !named) {
+            return passed_on(named);
         }
     }
     if (options.keep_times) {
@@ -132,35 +147,41 @@ result<finished_copy> write_copy(found_object& object, const exact_options& opti
     if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
         return passed_on(sealed);
     }
+    means.made.add(file.identity(), line);
     finished.destination = target.path();
     return finished;
 }
 
+// Where the copy goes: what the command line says, completed with the object's own name.
+result<destination> target_of(const copy_means& means, const found_object& object) {
+    destination target = split_destination(means.options.destination);
+    if (!target.name.empty()) {
+        return target;
+    }
+    return own_name(object).and_then([&](std::string name) -> result<destination> {
+        target.name = std::move(name);
+        // With -md5 this is not the whole name yet.
+        auto checked = means.options.md5 ? result<void>() : check_target(means, target);
+        return checked.map([&] { return target; });
+    });
+}
+
 }  // namespace
 
-result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                          const copy_object& asked, destination target,
-                                          const output_guard& guard, exact_messages& messages,
-                                          notices& told) {
-    auto object = find_object(volume, options, asked, messages, told);
+result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order, notices& told) {
+    auto object = find_object(means.volume, means.options, order.object, means.messages, told);
     if (!object) {
         return passed_on(object);
     }
-    if (target.name.empty()) {
-        auto name = own_name(*object);
-        if (!name) {
-            return passed_on(name);
-        }
-        target.name = std::move(*name);
-        if (auto checked = check_destination(target, options.overwrite, guard); !checked && !options.md5) {
-            return passed_on(checked);
-        }
+    auto target = target_of(means, *object);
+    if (!target) {
+        return passed_on(target);
     }
-    auto finished = write_copy(*object, options, std::move(target), guard, told);
+    auto finished = write_copy(means, *object, order.line, std::move(*target), told);
     if (finished) {
-        messages.info("copied " + std::to_string(finished->bytes) +
-                      (finished->bytes == 1 ? " byte to " : " bytes to ") +
-                      shown_typed(finished->destination));
+        means.messages.info("copied " + std::to_string(finished->bytes) +
+                            (finished->bytes == 1 ? " byte to " : " bytes to ") +
+                            shown_typed(finished->destination));
     }
     return finished;
 }

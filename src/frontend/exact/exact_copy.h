@@ -6,6 +6,7 @@
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
+#include "frontend/exact/made_copies.h"
 #include "frontend/output/output_guard.h"
 
 #include <cstdint>
@@ -20,12 +21,26 @@ struct finished_copy {
     std::string md5;  // with -md5 only
 };
 
-// Copies an object to `target`, where the guard lets it; the options say how. Fails as find_object,
-// check_destination, streams and sealed_file do; nothing is left at the destination then. Warns (times) if
-// the file does not take its times.
-[[nodiscard]] result<finished_copy> copy_to_destination(exact_volume& volume, const exact_options& options,
-                                                        const copy_object& asked, destination target,
-                                                        const output_guard& guard, exact_messages& messages,
+// One object that is to be copied.
+struct copy_order {
+    copy_object object;
+    std::string asked;       // the object as typed, such as "/docs/a.txt", "24-1:Note" or a line of a list
+    std::uint64_t line = 1;  // of the list, counted from 1; 1 for the object of the command line
+};
+
+// What the copies of a run share. All of it outlives them.
+struct copy_means {
+    exact_volume& volume;
+    const exact_options& options;  // how is copied, and to where
+    const output_guard& guard;
+    exact_messages& messages;
+    made_copies& made;
+};
+
+// Copies the object of an order to the destination of the options, where the guard lets it, but never over a
+// copy that was made before. Fails as find_object, check_destination, streams and sealed_file do; nothing is
+// left at the destination then. Warns (times) if the file does not take its times.
+[[nodiscard]] result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order,
                                                         notices& told);
 
 }  // namespace quarry::exact

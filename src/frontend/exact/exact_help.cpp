@@ -15,6 +15,7 @@ constexpr std::string_view help_body =
 
  quarry -exact -image <file> -src <path> -dst <file>
  quarry -exact -image <file> -mft <entry> -dst <directory>/
+ quarry -exact -image <file> -pipe -dst <directory>/ < list
  quarry -exact -image <file> -volumes
 
  source, one of
@@ -30,6 +31,8 @@ constexpr std::string_view help_body =
    -src <path>[:<stream>]       = "/dir/file", or with \ in place of each /
    -mft <n>[-<sequence>]        = an entry, with -src :<stream> for a stream of it
    -cluster <lcn> [<count>]     = clusters of the volume
+   -pipe                        = one object a line of standard input: a path,
+                                  <n>[-<sequence>][:<stream>], a line of a listing
    -letter <C|Volume{GUID}>     = links to this name lead to this volume
  destination
    -dst <file>, -dst <dir>/     = never an earlier file, unless with -overwrite
@@ -44,7 +47,8 @@ constexpr std::string_view help_body =
    -diags <file>                = log
    -quiet                       = errors only
 
- exit status: 0 complete, 1 failed, 2 refused, 4 in doubt, 5 no source or volume
+ exit status: 0 complete, 1 failed, 2 refused, 3 some lines of a list failed,
+              4 in doubt, 5 no source or volume
 
 )";
 

@@ -26,6 +26,8 @@ class exact_messages {
     void warn(const notices& told);
     // "ok: ..." or "doubt: ...".
     void done(std::string_view outcome, const std::string& text);
+    // A line that is neither praise nor blame, such as the last one of a list.
+    void tell(const std::string& line) { say(line, false); }
     // Text of several lines for standard error alone, unless the run is quiet.
     void show(const std::string& text) const;
     void info(const std::string& text) { log("info: " + text); }

@@ -192,6 +192,15 @@ status check_object(const given_options& given) {
                                 {option::src, option::mft, option::cluster, option::pipe, option::list});
 }
 
+// What makes several files, or names of its own, cannot go to one file.
+status needs_a_directory(const given_options& given, option subject) {
+    const given_option* const option = given.find(subject);
+    if (option == nullptr || given.value(quarry::exact::option::dst).ends_with('/')) {
+        return {};
+    }
+    return refuse(std::string(option->row->name) + " needs a directory; say -dst DIR/");
+}
+
 // What is missing, and what cannot go together.
 status check_combination(const given_options& given) {
     return at_most_one_of(given, {option::image, option::partition, option::vmdk})
@@ -208,26 +217,30 @@ status check_combination(const given_options& given) {
                                    option::sector_size});
         })
         .and_then([&] {
-            return nothing_beside(given, option::volumes,
-                                  {option::offset, option::ntfsvol, option::first_ntfsvol, option::src,
-                                   option::mft, option::cluster, option::pipe, option::list, option::dst});
+            return nothing_beside(
+                given, option::volumes,
+                {option::offset, option::ntfsvol, option::first_ntfsvol, option::src, option::mft,
+                 option::cluster, option::pipe, option::list, option::dst, option::tree});
         })
         .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
         .and_then([&] { return check_object(given); })
         .and_then([&] {
-            return nothing_beside(given, option::cluster,
-                                  {option::raw, option::keep_times, option::md5, option::letter});
+            return nothing_beside(
+                given, option::cluster,
+                {option::raw, option::keep_times, option::md5, option::letter, option::tree});
         })
         .and_then([&] {
             return needs_one_of(given,
                                 {option::volumes, option::src, option::mft, option::cluster, option::pipe,
                                  option::list, option::verify_source},
-                                "nothing to copy; say -src, -mft or -cluster");
+                                "nothing to copy; say -src, -mft, -cluster or -pipe");
         })
         .and_then([&] {
             return needs_one_of(given, {option::volumes, option::list, option::verify_source, option::dst},
                                 "no destination; say -dst");
-        });
+        })
+        .and_then([&] { return needs_a_directory(given, option::pipe); })
+        .and_then([&] { return needs_a_directory(given, option::tree); });
 }
 
 // ---- values
@@ -333,27 +346,13 @@ status take_source(exact_options& options, const given_options& given) {
     return {};
 }
 
-// "N" or "N-SEQ".
 status take_entry(exact_options& options, const given_options& given) {
-    const std::string text = given.value(option::mft);
-    const std::size_t dash = text.find('-');
-    const auto entry = exact_number(std::string_view(text).substr(0, dash));
-    object_by_entry object;
-    if (entry) {
-        object.entry = *entry;
+    auto object = parse_entry(given.value(option::mft));
+    if (!object) {
+        return refuse(named("-mft", given.value(option::mft)) + " is no entry; say N or N-SEQUENCE");
     }
-    std::optional<std::uint64_t> sequence;
-    if (dash != std::string::npos) {
-        sequence = exact_number(std::string_view(text).substr(dash + 1));
-        object.sequence = static_cast<std::uint16_t>(sequence.value_or(0) & 0xFFFF);
-    }
-    const bool sequence_is_good =
-        dash == std::string::npos || (sequence && *sequence <= std::numeric_limits<std::uint16_t>::max());
-    if (!entry || !sequence_is_good) {
-        return refuse(named("-mft", text) + " is no entry; say N or N-SEQUENCE");
-    }
-    object.stream = given.value(option::src);
-    options.object = std::move(object);
+    object->stream = given.value(option::src);
+    options.object = std::move(*object);
     return {};
 }
 
@@ -389,6 +388,8 @@ status take_object(exact_options& options, const given_options& given) {
 
 void take_switches(exact_options& options, const given_options& given) {
     options.volumes = given.has(option::volumes);
+    options.pipe = given.has(option::pipe);
+    options.tree = given.has(option::tree);
     options.raw = given.has(option::raw);
     options.zero_unreadable = given.has(option::zero_unreadable);
     options.sparse = given.has(option::sparse);
@@ -455,6 +456,24 @@ std::optional<std::uint64_t> exact_number(std::string_view text) {
         number = number * radix + digit;
     }
     return number;
+}
+
+std::optional<object_by_entry> parse_entry(std::string_view text) {
+    const std::size_t dash = text.find('-');
+    const auto entry = exact_number(text.substr(0, dash));
+    if (!entry) {
+        return std::nullopt;
+    }
+    object_by_entry object;
+    object.entry = *entry;
+    if (dash != std::string_view::npos) {
+        const auto sequence = exact_number(text.substr(dash + 1));
+        if (!sequence || *sequence > std::numeric_limits<std::uint16_t>::max()) {
+            return std::nullopt;
+        }
+        object.sequence = static_cast<std::uint16_t>(*sequence);
+    }
+    return object;
 }
 
 tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::string>& arguments) {

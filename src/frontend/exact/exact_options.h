@@ -31,6 +31,9 @@ struct object_by_entry {
     std::uint64_t entry = 0;
     std::optional<std::uint16_t> sequence;
     std::string stream;  // ":name" or ":name:$TYPE" as typed; empty for the unnamed data
+    // The names of the path that a listing gave the entry, from the root down, in units. None unless the
+    // entry comes out of a listing.
+    std::vector<std::u16string> listed = {};
 };
 
 struct object_by_clusters {
@@ -47,9 +50,11 @@ struct exact_options {
     std::optional<std::uint64_t> ntfsvol;      // counted from 1
     std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
     bool volumes = false;                      // print them; no copy
-    std::optional<copy_object> object;         // empty only with `volumes` or `help`
+    std::optional<copy_object> object;         // empty only with `volumes`, `pipe` or `help`
+    bool pipe = false;                         // the objects are the lines of standard input
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
+    bool tree = false;                         // below it, the directories of the path too
     bool raw = false;
     bool zero_unreadable = false;
     bool sparse = false;
@@ -76,5 +81,8 @@ struct refusal {
 
 // A decimal number, or "0x" and hexadecimal digits, with nothing before or after; at most 64 bits.
 [[nodiscard]] std::optional<std::uint64_t> exact_number(std::string_view text);
+
+// "N" or "N-SEQ" as such numbers; nothing for any other text.
+[[nodiscard]] std::optional<object_by_entry> parse_entry(std::string_view text);
 
 }  // namespace quarry::exact

@@ -8,6 +8,7 @@
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_confinement.h"
 #include "frontend/exact/exact_help.h"
+#include "frontend/exact/exact_list.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/log_path.h"
@@ -73,6 +74,10 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options, const out
         return {};
     }
     const destination target = split_destination(options.destination);
+    if (options.pipe) {
+        auto checked = check_destination(target, options.overwrite, guard);
+        return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
+    }
     const bool is_cluster = std::holds_alternative<object_by_clusters>(*options.object);
     if (is_cluster && target.name.empty()) {
         return end_with(exit_status::refused,
@@ -202,8 +207,17 @@ exit_status copy_one(copy_session& session, const copy_object& object) {
     return status_of(session.carry_out({object, text_of(object)}), object);
 }
 
-tl::expected<exit_status, ended> read_and_copy(const exact_options& options, const output_guard& guard,
-                                               exact_messages& messages) {
+// What is no list must be found out before the source is opened.
+tl::expected<void, ended> begin_list(const exact_options& options, list_lines& lines) {
+    if (!options.pipe) {
+        return {};
+    }
+    auto begun = lines.begin();
+    return begun ? tl::expected<void, ended>() : end_with(exit_status::refused, std::move(begun.error()));
+}
+
+tl::expected<exit_status, ended> read_and_copy(const exact_options& options, list_lines& lines,
+                                               const output_guard& guard, exact_messages& messages) {
     notices told;
     auto source = open_source(options.source, told);
     if (!source) {
@@ -218,7 +232,8 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options, con
     }
     return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
         copy_session session(*source, *volume, options, guard, messages);
-        return tl::expected<exit_status, ended>(copy_one(session, *options.object));
+        return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, messages)
+                                                             : copy_one(session, *options.object));
     });
 }
 
@@ -235,10 +250,12 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
     messages.set_quiet(options.quiet);
     output_guard guard;
     guard.add_sources(options.source.paths);
+    list_lines lines(read_standard_input);
     const auto status = open_log(options, arguments, header, guard, messages)
                             .and_then([&] { return refuse_outputs(options, guard); })
+                            .and_then([&] { return begin_list(options, lines); })
                             .map([&] { give_up_rights(options, kernel); })
-                            .and_then([&] { return read_and_copy(options, guard, messages); });
+                            .and_then([&] { return read_and_copy(options, lines, guard, messages); });
     if (!status) {
         messages.err(status.error().why.text());
     }

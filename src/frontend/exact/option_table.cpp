@@ -42,7 +42,7 @@ constexpr auto rows = std::to_array<option_row>({
     row("-src", option::src, 1, taken),
     row("-mft", option::mft, 1, taken),
     row("-cluster", option::cluster, 1, taken),
-    row("-pipe", option::pipe, 0, not_yet),
+    row("-pipe", option::pipe, 0, taken),
     row("-letter", option::letter, 1, taken, true),
     row("-dst", option::dst, 1, taken),
     row("-tree", option::tree, 0, not_yet),

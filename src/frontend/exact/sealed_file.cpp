@@ -117,13 +117,22 @@ result<void> sealed_file::create(std::uint64_t size) {
         if (m_fd >= 0) {
             m_temporary = name;
             remove_if_interrupted(m_directory + name);
-            return m_sparse ? reach_size(size) : result<void>();
+            return note_identity().and_then([&] { return m_sparse ? reach_size(size) : result<void>(); });
         }
         if (errno != EEXIST) {
             break;
         }
     }
     return failed(failure_code::create, errno);
+}
+
+result<void> sealed_file::note_identity() {
+    struct ::stat status {};
+    if (::fstat(m_fd, &status) != 0) {
+        return failed(failure_code::create, errno);
+    }
+    m_identity = {status.st_dev, status.st_ino};
+    return {};
 }
 
 result<void> sealed_file::write_all(std::span<const std::uint8_t> bytes) {

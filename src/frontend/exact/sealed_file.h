@@ -10,6 +10,7 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "frontend/exact/made_copies.h"
 
 #include <cstdint>
 #include <ctime>
@@ -44,6 +45,8 @@ class sealed_file {
     [[nodiscard]] result<void> append(std::span<const std::uint8_t> bytes);
     // Appends `length` zero bytes that are a hole where the copy is sparse. Fails with write.
     [[nodiscard]] result<void> append_hole(std::uint64_t length);
+    // The file itself, once it is made: the same under its name.
+    [[nodiscard]] const host_file& identity() const { return m_identity; }
     // Bytes so far.
     [[nodiscard]] std::uint64_t size() const { return m_size; }
     // Gives the file these times; to be called after the last byte. Fails with write.
@@ -54,6 +57,7 @@ class sealed_file {
 
   private:
     [[nodiscard]] result<void> check_room(std::uint64_t size) const;
+    [[nodiscard]] result<void> note_identity();
     [[nodiscard]] result<void> write_all(std::span<const std::uint8_t> bytes);
     [[nodiscard]] result<void> write_zeros(std::uint64_t length);
     [[nodiscard]] result<void> append_sparsely(std::span<const std::uint8_t> bytes);
@@ -67,7 +71,8 @@ class sealed_file {
     bool m_sparse;
     int m_directory_fd = -1;
     int m_fd = -1;
-    std::string m_temporary;         // the name in the directory; empty: there is nothing to remove
+    std::string m_temporary;  // the name in the directory; empty: there is nothing to remove
+    host_file m_identity;
     std::uint64_t m_size = 0;        // of the copy so far
     std::uint64_t m_reached = 0;     // the size that a sparse file was given
     std::uint64_t m_zeros_kept = 0;  // zero bytes at the end, all in one block, that may become a hole

@@ -263,8 +263,7 @@ TEST(exact_options, every_option_of_the_default_mode_alone_is_refused_with_a_hin
     EXPECT_EQ(refusal_of(whole + "-meta"),
               "-meta is not taken with -exact: say -manifest, which is not there yet (not-yet)");
     EXPECT_EQ(refusal_of(whole + "-filter *.txt"),
-              "-filter is not taken with -exact: choose the lines ahead of -pipe, which is not there yet "
-              "(not-yet)");
+              "-filter is not taken with -exact: choose the lines ahead of -pipe");
     EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
               "-skip_sparse_clusters is not taken with -exact: say -sparse");
     EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
@@ -303,19 +302,28 @@ TEST(exact_options, a_stream_without_an_entry_is_refused) {
               "-src \":Note\" is a stream; say -mft to name its entry");
 }
 
+TEST(exact_options, a_list_needs_a_directory) {
+    const exact_options options = options_of("-exact -image d -pipe -dst out/");
+    EXPECT_TRUE(options.pipe);
+    EXPECT_FALSE(options.object);
+    EXPECT_EQ(refusal_of("-exact -image d -pipe -dst out"), "-pipe needs a directory; say -dst DIR/");
+    EXPECT_EQ(refusal_of("-exact -image d -pipe"), "no destination; say -dst");
+    EXPECT_EQ(refusal_of("-exact -image d -pipe -mft 5 -dst out/"), "-pipe and -mft exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -volumes -pipe"), "-volumes and -pipe exclude each other");
+}
+
 TEST(exact_options, what_is_missing_is_said) {
     EXPECT_EQ(refusal_of("-exact"), "no source; say -image, -partition or -vmdk");
-    EXPECT_EQ(refusal_of("-exact -image d -dst b"), "nothing to copy; say -src, -mft or -cluster");
+    EXPECT_EQ(refusal_of("-exact -image d -dst b"), "nothing to copy; say -src, -mft, -cluster or -pipe");
     EXPECT_EQ(refusal_of("-exact -image d -src /a"), "no destination; say -dst");
 }
 
 TEST(exact_options, an_option_that_is_not_built_says_so) {
     for (const std::string option :
-         {"-sha256", "-resume", "-tree", "-threads 2", "-manifest m", "-recurse", "-deleted"}) {
+         {"-sha256", "-resume", "-threads 2", "-manifest m", "-recurse", "-deleted"}) {
         EXPECT_EQ(refusal_of(whole + option),
                   option.substr(0, option.find(' ')) + " is not there yet (not-yet)");
     }
-    EXPECT_EQ(refusal_of("-exact -image d -dst b/ -pipe"), "-pipe is not there yet (not-yet)");
     EXPECT_EQ(refusal_of("-exact -image d -list /"), "-list is not there yet (not-yet)");
     EXPECT_EQ(refusal_of("-exact -image d -verify_source"), "-verify_source is not there yet (not-yet)");
 }

@@ -1,0 +1,229 @@
+// Lists of the exact mode from outside: what each line brings, what the end says, and what is left when the
+// run is ended in the middle.
+#include "cli/command_line.h"
+#include "support/requirements.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace quarry::test {
+namespace {
+
+namespace fs = std::filesystem;
+using words = std::vector<std::string>;
+
+class exact_list : public command_line_test {
+  protected:
+    // "volume":
+    //
+    //     entry 24  /a.txt   "hello\n", with a stream "Note" of "note\n"
+    //     entry 25  /docs    entry 26  /docs/a.txt  "other\n"
+    //     entry 27  /gone    of a deleted file: one cluster of "x"
+    void SetUp() override {
+        volume_builder volume({.system_files = true});
+        volume.add_file("a.txt").stored_data(to_bytes("hello\n")).stored_stream("Note", to_bytes("note\n"));
+        volume.add_directory("docs");
+        volume.add_file("a.txt", 25).stored_data(to_bytes("other\n"));
+        volume.add_file("gone").data(to_bytes(std::string(4096, 'x'))).deleted();
+        write_file(m_dir / "volume", volume.image());
+        fs::create_directory(m_dir / "out");
+    }
+
+    [[nodiscard]] program_result copy(const std::string& list, words more = {}) const {
+        words line = {"-exact", "-image", "volume", "-pipe", "-dst", "out/"};
+        line.insert(line.end(), more.begin(), more.end());
+        return run(line, {.standard_input = list});
+    }
+    // The lines of standard error that begin so.
+    [[nodiscard]] static words told(const program_result& result, const std::string& beginning) {
+        words lines;
+        std::string text = result.err;
+        for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
+            if (text.starts_with(beginning)) {
+                lines.push_back(text.substr(0, end));
+            }
+        }
+        return lines;
+    }
+    [[nodiscard]] static std::string last_line(const std::string& text) {
+        const std::size_t end = text.rfind('\n', text.size() - 2);
+        return text.substr(end == std::string::npos ? 0 : end + 1);
+    }
+    // Everything in the directory of the destination.
+    [[nodiscard]] words made() const {
+        words names;
+        for (const auto& entry : fs::recursive_directory_iterator(m_dir / "out")) {
+            names.push_back(fs::relative(entry.path(), m_dir / "out").string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+};
+
+TEST_F(exact_list, copies_paths_entries_and_lines_of_a_listing) {
+    const program_result result = copy(
+        "/a.txt\n"
+        "\r\n"
+        "24-1:Note\r\n"
+        "\\docs\\A.TXT::$FILE_NAME\n"
+        "25:$I30:$INDEX_ROOT\n"
+        "24-1\ts\t5\t2026-11-22T00:35:43.6281234Z\t/a.txt::$STANDARD_INFORMATION");
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(made(), (words{"a.txt", "a.txt_$FILE_NAME", "a.txt_$STANDARD_INFORMATION", "a.txt_Note",
+                             "docs_$I30_$INDEX_ROOT"}));
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+    EXPECT_EQ(text("out/a.txt_Note"), "note\n");
+    EXPECT_EQ(last_line(result.err), "list: 5 asked, 5 complete, 0 in doubt, 0 failed, 0 kept\n");
+}
+
+TEST_F(exact_list, tells_a_line_that_fails_and_goes_on) {
+    const program_result result = copy("/none\n/a.txt\n/\xFF\n24-2\n25\n/a//b\n24-1:Note\n");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(told(result, "err: "),
+              (words{"err: path \"/none\": no such name", "err: list, line 3: \"/\\xFF\": is not UTF-8",
+                     "err: record 24: has sequence number 1, the reference says 2 (source byte 0xA010)",
+                     "err: record 25: is a directory; name a stream",
+                     "err: list, line 6: path \"/a//b\": has an empty name"}));
+    EXPECT_EQ(told(result, "ok: "),
+              (words{"ok: /a.txt -> out/a.txt (6 bytes)", "ok: 24-1:Note -> out/a.txt_Note (5 bytes)"}));
+    EXPECT_EQ(last_line(result.err), "list: 7 asked, 2 complete, 0 in doubt, 5 failed, 0 kept\n");
+    EXPECT_EQ(made(), (words{"a.txt", "a.txt_Note"}));
+}
+
+TEST_F(exact_list, ends_with_1_if_every_line_fails) {
+    const program_result result = copy("/none\n/neither\n");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(last_line(result.err), "list: 2 asked, 0 complete, 0 in doubt, 2 failed, 0 kept\n");
+    EXPECT_EQ(made(), words{});
+}
+
+TEST_F(exact_list, ends_with_4_if_a_copy_is_in_doubt_and_none_failed) {
+    const program_result result = copy("/a.txt\n27\n");
+    EXPECT_EQ(result.status, 4) << result.err;
+    EXPECT_EQ(last_line(result.err), "list: 2 asked, 1 complete, 1 in doubt, 0 failed, 0 kept\n");
+    EXPECT_EQ(told(result, "doubt: "), words{"doubt: 27-1 -> out/gone (4096 bytes)"});
+    EXPECT_EQ(copy("27\n/none\n", {"-overwrite"}).status, 3);
+}
+
+TEST_F(exact_list, of_no_line_is_complete) {
+    for (const std::string list : {"", "\n\r\n", "\xEF\xBB\xBF"}) {
+        const program_result result = copy(list);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(last_line(result.err), "list: 0 asked, 0 complete, 0 in doubt, 0 failed, 0 kept\n");
+    }
+}
+
+TEST_F(exact_list, is_refused_in_utf_16_before_anything_is_read) {
+    write_file(m_dir / "volume", to_bytes("no volume"));
+    const program_result result = copy(std::string("\xFF\xFE/\0a\0\n\0", 8));
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "err: list: is UTF-16; it must be UTF-8\n");
+}
+
+TEST_F(exact_list, takes_a_byte_order_mark_of_utf_8) {
+    EXPECT_EQ(copy("\xEF\xBB\xBF/a.txt\n").status, 0);
+    EXPECT_EQ(made(), words{"a.txt"});
+}
+
+TEST_F(exact_list, needs_a_directory) {
+    const words start = {"-exact", "-image", "volume", "-pipe"};
+    const auto refusal = [&](words more) {
+        more.insert(more.begin(), start.begin(), start.end());
+        const program_result result = run(more, {.standard_input = "/a.txt\n"});
+        EXPECT_EQ(result.status, 2);
+        return result.err;
+    };
+    EXPECT_EQ(refusal({"-dst", "out"}), "err: -pipe needs a directory; say -dst DIR/\n");
+    EXPECT_EQ(refusal({}), "err: no destination; say -dst\n");
+    EXPECT_EQ(refusal({"-dst", "none/"}), "err: destination none/: No such file or directory\n");
+    EXPECT_EQ(refusal({"-dst", "out/", "-src", "/a.txt"}), "err: -pipe and -src exclude each other\n");
+}
+
+TEST_F(exact_list, does_not_copy_a_listing_of_another_volume) {
+    const program_result result = copy("24-1\tf\t6\t2026-11-22T00:35:43.6281234Z\t/docs/b.txt\n");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(told(result, "err: "),
+              words{"err: record 24: has no name \"b.txt\"; the list may be of another volume"});
+    EXPECT_EQ(made(), words{});
+}
+
+TEST_F(exact_list, never_replaces_a_copy_of_the_same_run) {
+    const std::string list = "/a.txt\n/docs/a.txt\n";
+    const words refused = {"err: destination out/a.txt: was made by line 1 of this list"};
+    for (const words& more : {words{}, words{"-overwrite"}}) {
+        fs::remove(m_dir / "out/a.txt");
+        const program_result result = copy(list, more);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(told(result, "err: "), refused);
+        EXPECT_EQ(text("out/a.txt"), "hello\n");
+    }
+    // A copy of an earlier run is another matter.
+    EXPECT_EQ(told(copy("/docs/a.txt\n"), "err: "),
+              words{"err: destination out/a.txt: exists; say -overwrite"});
+    EXPECT_EQ(copy("/docs/a.txt\n", {"-overwrite"}).status, 0);
+    EXPECT_EQ(text("out/a.txt"), "other\n");
+}
+
+TEST_F(exact_list, quiet_says_errors_only_and_logs_all) {
+    const program_result result = copy("/a.txt\n/none\n", {"-quiet", "-diags", "log"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "err: path \"/none\": no such name\n");
+    const std::string log = text("log");
+    EXPECT_EQ(log.substr(log.find("->info: path /a.txt")),
+              "->info: path /a.txt\n"
+              "->info: name \"a.txt\" -> 24-1\n"
+              "->info: stream \"\" type $DATA, allocated 4096, size 6, valid 6, runs 1, flags 0x0\n"
+              "->info: copied 6 bytes to out/a.txt\n"
+              "->ok: /a.txt -> out/a.txt (6 bytes)\n"
+              "->info: result complete\n"
+              "->info: path /none\n"
+              "->err: path \"/none\": no such name\n"
+              "->info: result failed\n"
+              "->list: 2 asked, 1 complete, 0 in doubt, 1 failed, 0 kept\n"
+              "->exit: 3\n");
+}
+
+TEST_F(exact_list, of_hostile_names_reaches_no_terminal_and_no_other_directory) {
+    volume_builder volume({.system_files = true});
+    volume.add_file("a/b").stored_data(to_bytes("1"));
+    volume.add_file("\x1B[2J").stored_data(to_bytes("2"));
+    volume.add_file("..").stored_data(to_bytes("3"));
+    write_file(m_dir / "volume", volume.image());
+    const program_result result = copy("24\n25\n26\n/a\\u002Fb:none\n");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(made(), (words{"\\u001B[2J", "a\\u002Fb"}));
+    EXPECT_EQ(result.err.find('\x1B'), std::string::npos);
+    EXPECT_EQ(told(result, "err: destination"),
+              words{"err: destination \"..\": is no name for a file; name the file with -dst"});
+}
+
+TEST_F(exact_list, of_no_standard_input_is_empty) {
+    const program_result result =
+        run({"-exact", "-image", "volume", "-pipe", "-dst", "out/"}, {.close_standard_input = true});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(last_line(result.err), "list: 0 asked, 0 complete, 0 in doubt, 0 failed, 0 kept\n");
+}
+
+TEST_F(exact_list, that_a_signal_ends_leaves_whole_copies_and_no_temporary_file) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    for (const std::string call : {"openat", "write", "fsync", "renameat2"}) {
+        for (int time = 1; time <= 6; ++time) {
+            fs::remove_all(m_dir / "out");
+            fs::create_directory(m_dir / "out");
+            const program_result result =
+                run_program({"strace", "-o", "/dev/null", "-P", (m_dir / "out").string(), "-P", "out/", "-e",
+                             "inject=" + call + ":signal=SIGTERM:when=" + std::to_string(time),
+                             QUARRY_PROGRAM, "-exact", "-image", "volume", "-pipe", "-dst", "out/"},
+                            {.standard_input = "/a.txt\n24:Note\n25:$I30:$INDEX_ROOT\n",
+                             .directory = m_dir.path(),
+                             .leaks_allowed = true});
+            for (const std::string& name : made()) {
+                EXPECT_FALSE(name.starts_with("_")) << call << time << name;
+            }
+            EXPECT_TRUE(result.exited ? result.status == 0 : result.signal == SIGTERM) << call << time;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quarry::test
