@@ -281,8 +281,9 @@ std::vector<std::string> host_descriptions() {
 
 needed_files files_needed_by(const quarry_opts& opts) {
     needed_files files;
-    files.reads_any_file = !opts.m_source.is_given() || opts.m_enum || looks_into_files(opts.m_filter);
-    files.sources = opts.m_source_files;
+    files.reads_any_file =
+        !opts.m_source.is_given() || opts.m_run.m_enum || looks_into_files(opts.m_run.m_filter);
+    files.sources = opts.m_run.m_source_files;
     const std::vector<std::string> chosen = opts.m_source.files();
     files.sources.insert(files.sources.end(), chosen.begin(), chosen.end());
     // Clusters of an image that cannot be opened are read from the first drive.
@@ -296,8 +297,8 @@ needed_files files_needed_by(const quarry_opts& opts) {
             files.output_dirs = {destination.ends_with('/') ? destination : directory_of(destination)};
         }
     }
-    if (!opts.m_log_path.empty()) {
-        files.outputs.push_back(opts.m_log_path);
+    if (!opts.m_run.m_log.path().empty()) {
+        files.outputs.push_back(opts.m_run.m_log.path());
     }
     return files;
 }

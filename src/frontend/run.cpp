@@ -50,9 +50,9 @@ bool copy_once(quarry_opts& opts) {
     const bool copied = copy(ntfs, opts, opts.m_src, true);
     ntfs.reset();
     if (copied) {
-        print_outcome(opts, true, "copy successful");
+        print_outcome(opts.m_run, true, "copy successful");
     } else {
-        opts.log("err: copy failed");
+        opts.m_run.m_log.log("err: copy failed");
     }
     return copied;
 }
@@ -61,16 +61,16 @@ bool copy_once(quarry_opts& opts) {
 bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header, cmdline_ctx& run_ctx,
                     kernel_calls* kernel) {
     if (!opts.parse(args, version_text)) {
-        opts.log("err: cmdline");
+        opts.m_run.m_log.log("err: cmdline");
         return false;
     }
-    run_ctx.configure(opts, ignore_signal_text);
+    run_ctx.configure(opts.m_run, ignore_signal_text);
     if (kernel != nullptr) {
         confine_files(files_needed_by(opts), *kernel);
         deny_calls(*kernel);
     }
-    opts.log_text(header);
-    if (opts.m_pipe || opts.m_enum) {
+    opts.m_run.m_log.log_text(header);
+    if (opts.m_run.m_pipe || opts.m_run.m_enum) {
         run_pipe(opts);
         return true;
     }
@@ -106,8 +106,8 @@ int run(int argc, const char* const* argv, kernel_calls* kernel) {
     const bool succeeded = parse_and_copy(opts, args, header, run_ctx, kernel);
     // Deliberate: a pipe run never fails, not even when its options could not be parsed. The user sees the
     // outcome of each path in its own line.
-    const bool exits_well = succeeded || opts.m_pipe || opts.m_enum;
-    opts.log(exits_well ? "exit: 0" : "exit: -1");
+    const bool exits_well = succeeded || opts.m_run.m_pipe || opts.m_run.m_enum;
+    opts.m_run.m_log.log(exits_well ? "exit: 0" : "exit: -1");
     return exits_well ? success_status : failure_status;
 }
 

@@ -74,7 +74,7 @@ bool settle_path(copy_request& request, quarry_opts& opts) {
     if (request.from.has_paths_of_host() && !request.path.empty()) {
         const std::wstring absolute = canonical_path(std::wstring_view(request.path), L'/');
         if (absolute.empty()) {
-            print_copy_message(opts, "err: prob understanding source of " + narrow(request.path));
+            print_copy_message(opts.m_run, "err: prob understanding source of " + narrow(request.path));
             return false;
         }
         request.path = absolute;
@@ -110,7 +110,7 @@ std::optional<copy_request> settled_request(quarry_opts& opts, const std::wstrin
     if (rules.path_may_name_volume && !settle_path(request, opts)) {
         return std::nullopt;
     }
-    protect_sources(request, rules, opts.m_guard);
+    protect_sources(request, rules, opts.m_run.m_guard);
     if (request.from.is_left_to_the_path()) {
         request.from = source::named_by(request.path);
     }
@@ -136,7 +136,7 @@ bool copy(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, const std::wstring& p
         return false;
     }
     if (rules.logs_partition) {
-        opts.log("partition letter %S", opts.m_source.partition().c_str());
+        opts.m_run.m_log.log("partition letter %S", opts.m_source.partition().c_str());
     }
     const bool asks_for_clusters = !opts.m_cluster_text.empty();
     const bool takes_clusters =
@@ -144,12 +144,13 @@ bool copy(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, const std::wstring& p
     bool copied = false;
     if (!takes_clusters) {
         copy_findings found;
-        copied = extract_stream(ntfs, *request, found, opts, opts.m_guard);
+        copied = extract_stream(ntfs, *request, found, opts.m_run.m_log, opts.m_run.m_guard);
     } else if (asks_for_clusters) {
-        copied = copy_clusters(*request, rules.reports_clusters, opts.m_guard);
+        copied = copy_clusters(*request, rules.reports_clusters, opts.m_run.m_guard);
     }
     if (!copied && (takes_clusters || rules.says_that_driver_failed)) {
-        print_copy_failed(opts, request->path, rules.keeps_absolute_destination ? target.named : target.path);
+        print_copy_failed(opts.m_run, request->path,
+                          rules.keeps_absolute_destination ? target.named : target.path);
     }
     return copied;
 }

@@ -10,7 +10,7 @@ namespace quarry {
 
 void print_copy_message(cmd_params& opts, const std::string& text) {
     const std::string line = visible_text(text);
-    opts.log_text(line);
+    opts.m_log.log_text(line);
     if (opts.m_console) {
         std::puts(line.c_str());
         flush_output();
@@ -23,9 +23,9 @@ void print_copy_failed(cmd_params& opts, const std::wstring& source, const std::
 
 void print_outcome(cmd_params& opts, bool success, const std::string& text) {
     if (success) {
-        opts.log("info: %s", text.c_str());
+        opts.m_log.log("info: %s", text.c_str());
     } else {
-        opts.log("err: %s", text.c_str());
+        opts.m_log.log("err: %s", text.c_str());
     }
     if (opts.m_console) {
         print_error(visible_text(text) + "\n");

@@ -20,12 +20,12 @@ bool ends_in_separator(const std::wstring& path) {
 }
 
 bool refuse_same_file(quarry_opts& opts) {
-    print_copy_message(opts, "err: source and destination are the same");
+    print_copy_message(opts.m_run, "err: source and destination are the same");
     return false;
 }
 
 bool refuse_creation(quarry_opts& opts, const std::wstring& path) {
-    print_copy_message(opts, "err: can't create the file: " + narrow(path));
+    print_copy_message(opts.m_run, "err: can't create the file: " + narrow(path));
     return false;
 }
 
@@ -79,7 +79,7 @@ bool needs_creation_check(const std::wstring& path, const destination_rules& rul
 
 // Nothing that is read, logged or kept may be written over.
 bool is_free(const std::wstring& path, quarry_opts& opts) {
-    switch (opts.m_guard.look_at(narrow(path), output_kind::copy)) {
+    switch (opts.m_run.m_guard.look_at(narrow(path), output_kind::copy)) {
         case output_verdict::source:
             return refuse_same_file(opts);
         case output_verdict::taken:
@@ -101,7 +101,8 @@ std::wstring report_path(const std::wstring& path, const quarry_opts& opts) {
         // copy is made. The user finds the copy without its report.
         return {};
     }
-    const bool is_free = opts.m_guard.look_at(narrow(meta), output_kind::report) == output_verdict::free;
+    const bool is_free =
+        opts.m_run.m_guard.look_at(narrow(meta), output_kind::report) == output_verdict::free;
     return is_free ? meta : std::wstring();
 }
 
@@ -115,7 +116,7 @@ bool names_nothing(const std::wstring& path) {
 bool settle_destination(destination& out, quarry_opts& opts, const std::wstring& object_path,
                         const destination_rules& rules) {
     if (opts.m_dst.empty()) {
-        print_copy_message(opts, rules.missing_words);
+        print_copy_message(opts.m_run, rules.missing_words);
         return false;
     }
     std::wstring absolute = canonical_path(std::wstring_view(opts.m_dst), L'/');
@@ -124,7 +125,7 @@ bool settle_destination(destination& out, quarry_opts& opts, const std::wstring&
         absolute = opts.m_dst;
     }
     if (absolute.empty()) {
-        print_copy_message(opts, "err: prob understanding destination of " + narrow(opts.m_dst));
+        print_copy_message(opts.m_run, "err: prob understanding destination of " + narrow(opts.m_dst));
         return false;
     }
     // Deliberate: a relative destination stays relative unless the caller keeps its absolute form, which is
@@ -137,9 +138,9 @@ bool settle_destination(destination& out, quarry_opts& opts, const std::wstring&
     if (!is_free(out.path, opts)) {
         return false;
     }
-    opts.log_text(visible_text("dst: " + narrow(out.path)));
+    opts.m_run.m_log.log_text(visible_text("dst: " + narrow(out.path)));
     if (needs_creation_check(out.path, rules) &&
-        !can_be_created(opts.m_guard, narrow(out.path), output_kind::copy, false)) {
+        !can_be_created(opts.m_run.m_guard, narrow(out.path), output_kind::copy, false)) {
         return refuse_creation(opts, out.path);
     }
     out.meta = report_path(out.path, opts);

@@ -18,12 +18,13 @@ namespace quarry {
 namespace {
 
 bool open_paths(qlportdir::stdin_stream_ex& paths, const quarry_opts& opts) {
-    if (opts.m_pipe) {
+    if (opts.m_run.m_pipe) {
         return paths.open_stdin(true);
     }
     constexpr std::uint32_t deepest = std::numeric_limits<std::int32_t>::max();
-    return paths.open_enum(widen(opts.m_enum_dir),
-                           static_cast<std::int32_t>(std::min(opts.m_num_subdirs, deepest)), opts.m_filter);
+    return paths.open_enum(widen(opts.m_run.m_enum_dir),
+                           static_cast<std::int32_t>(std::min(opts.m_run.m_num_subdirs, deepest)),
+                           opts.m_run.m_filter);
 }
 
 // The path that a line names. Nothing, without a word, for one that the filter drops and for one that names
@@ -36,7 +37,7 @@ std::optional<std::wstring> path_of_line(const quarry_opts& opts, const std::str
     uni::fileio_stats stats;
     bool open_failed = false;
     // Deliberate: skip filters are not looked at, although the command line takes them.
-    if (!filter_match(&opts, open_failed, path, opts.m_filter, &stats)) {
+    if (!filter_match(&opts.m_run.m_time_range, open_failed, path, opts.m_run.m_filter, &stats)) {
         return std::nullopt;
     }
     std::wstring directory;
@@ -50,7 +51,7 @@ std::optional<std::wstring> path_of_line(const quarry_opts& opts, const std::str
 }  // namespace
 
 void run_pipe(quarry_opts& opts) {
-    qlportdir::stdin_stream_ex paths(&opts);
+    qlportdir::stdin_stream_ex paths(&opts.m_run.m_time_range);
     if (!open_paths(paths, opts)) {
         return;
     }
@@ -63,7 +64,7 @@ void run_pipe(quarry_opts& opts) {
             continue;
         }
         const bool copied = copy(ntfs, opts, *path, first_copy);
-        print_outcome(opts, copied, (copied ? "success: " : "failed: ") + line);
+        print_outcome(opts.m_run, copied, (copied ? "success: " : "failed: ") + line);
         flush_output();
         // Deliberate: the destination is tried out only until the first success. The user sees a later one
         // that cannot be made reported as any other failure.

@@ -35,7 +35,7 @@ void stdin_stream_ex::reset() {
     m_max_depth = 1;
     m_filter.clear();
     m_enumerating = false;
-    m_opts = nullptr;
+    m_range = nullptr;
 }
 
 bool stdin_stream_ex::open_stdin(bool check) {
@@ -83,7 +83,7 @@ void stdin_stream_ex::find_files() {
             }
             if (node.is_dir()) {
                 m_dirs.emplace_back(found, depth + 1);
-            } else if (quarry::filter_match(m_opts, open_failed, found, m_filter, nullptr)) {
+            } else if (quarry::filter_match(m_range, open_failed, found, m_filter, nullptr)) {
                 clean_found_path(found);
                 m_files.push_back(found);
             }

@@ -6,7 +6,8 @@
 #pragma once
 
 #include "foundation/uni_streams.h"
-#include "frontend/options/cmd_params.h"
+#include "frontend/options/filter_entry.h"
+#include "frontend/options/time_range.h"
 
 #include <cstdint>
 #include <deque>
@@ -17,7 +18,8 @@ namespace qlportdir {
 
 class stdin_stream_ex : public uni::stdin_stream {
   public:
-    explicit stdin_stream_ex(const quarry::cmd_params* opts) : m_opts(opts) {}
+    // `range` may be null: files of any time are found.
+    explicit stdin_stream_ex(const quarry::time_range* range) : m_range(range) {}
 
     [[nodiscard]] bool open_stdin(bool check);
     // Files of `dir` and, up to `max_depth` levels below it, of its subdirectories. False for an empty path.
@@ -37,7 +39,7 @@ class stdin_stream_ex : public uni::stdin_stream {
     std::int32_t m_max_depth = 1;
     quarry::filter_list m_filter;
     bool m_enumerating = false;
-    const quarry::cmd_params* m_opts;
+    const quarry::time_range* m_range;
 };
 
 // A found path as the rest of the run takes it: one that begins with two backslashes loses its prefix of four

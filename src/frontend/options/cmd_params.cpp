@@ -96,35 +96,20 @@ bool cmd_params::parse(arg_list& args) {
 }
 
 void cmd_params::open_log(arg_list& args) {
-    if (!find_value("-diags", m_log_path, args)) {
+    std::string path;
+    if (!find_value("-diags", path, args)) {
         return;
     }
-    auto stream = std::make_unique<output_file>();
     output_guard guard = guard_ahead(args);
-    if (!stream->open(guard, widen(m_log_path), output_kind::log)) {
-        // Deliberate: a log that cannot be opened is left out without a message; the run is not refused. The
-        // user sees the copy, and no log.
-        m_log_path.clear();
+    // Deliberate: a log that cannot be opened is left out without a message; the run is not refused. The user
+    // sees the copy, and no log.
+    if (!m_log.open(guard, path)) {
         return;
     }
-    m_guard.protect_log(m_log_path);
-    m_log_stream = std::move(stream);
-    m_log_on = true;
-    log_command_line();
-    m_log_level = find_flag("-l3", args) ? 3 : 0;
-    m_log_level = find_flag("-l2", args) ? 2 : m_log_level;
-}
-
-void cmd_params::log_command_line() {
-    log_text(m_command_line);
-}
-
-void cmd_params::write_log_line(const std::string& text) {
-    *m_log_stream << "->" << text << "\n" << std::flush;
-}
-
-bool cmd_params::log_is_good() const {
-    return m_log_on && m_log_stream->good();
+    m_guard.protect_log(path);
+    m_log.log_text(m_command_line);
+    m_log.m_level = find_flag("-l3", args) ? 3 : 0;
+    m_log.m_level = find_flag("-l2", args) ? 2 : m_log.m_level;
 }
 
 // What is opened before the paths are parsed must not be one that they will name.
@@ -176,7 +161,7 @@ void cmd_params::parse_filters(arg_list& args) {
 bool cmd_params::parse_time_range(arg_list& args) {
     std::string value;
     if (find_value("-cmd_start_time", value, args)) {
-        const range_result result = set_start(value);
+        const range_result result = m_time_range.set_start(value);
         if (result == range_result::no_date) {
             return false;
         }
@@ -185,7 +170,7 @@ bool cmd_params::parse_time_range(arg_list& args) {
         }
     }
     if (find_value("-cmd_stop_time", value, args)) {
-        const range_result result = set_stop(value);
+        const range_result result = m_time_range.set_stop(value);
         if (result == range_result::no_date) {
             return false;
         }

@@ -1,29 +1,23 @@
-// The generic part of a command line: the options that say nothing about what is copied, and the status log.
+// The generic part of a command line: the options that say nothing about what is copied.
 //
-// Unknown options are no error; they stay in the list of arguments. Messages go to standard error. The log is
-// a text file that -diags asks for: each line begins "->" and is flushed at once, so that it survives a crash
-// up to its last line. A log that cannot be opened is absent without a word, and no failure of it changes the
-// result of a run.
+// Unknown options are no error; they stay in the list of arguments. Messages go to standard error.
 #pragma once
 
 #include "foundation/ql_time_format.h"
-#include "foundation/status_log.h"
-#include "foundation/uni_streams.h"
 #include "frontend/arg_list.h"
 #include "frontend/options/filter_entry.h"
+#include "frontend/options/run_log.h"
 #include "frontend/options/time_range.h"
-#include "frontend/output/output_file.h"
 #include "frontend/output/output_guard.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace quarry {
 
-class cmd_params : public status_log, public time_range {
+class cmd_params {
   public:
     std::string m_command_line;  // the arguments, those with a blank in double quotes
     std::string m_program_name;  // without directory and last extension
@@ -49,26 +43,15 @@ class cmd_params : public status_log, public time_range {
     bool m_enum = false;
     std::string m_enum_dir;
     std::uint32_t m_num_subdirs = 0;  // levels below m_enum_dir
-
-    bool m_log_on = false;
-    std::int32_t m_log_level = 0;
-    std::unique_ptr<output_file> m_log_stream;
-    std::string m_log_path;
+    time_range m_time_range;
+    run_log m_log;
 
     // Takes the generic options out of `args`. False, after a message where one is due, for an empty list, an
     // -out file that cannot be written, and a time range without a date.
     bool parse(arg_list& args);
 
-    // True if the log is open and has not failed.
-    [[nodiscard]] bool log_is_good() const;
-
-  protected:
-    [[nodiscard]] bool log_is_on() const override { return m_log_on; }
-    void write_log_line(const std::string& text) override;
-
   private:
     void open_log(arg_list& args);
-    void log_command_line();
     [[nodiscard]] bool check_out_file(arg_list& args) const;
     [[nodiscard]] output_guard guard_ahead(const arg_list& args) const;
     void parse_run_options(arg_list& args);

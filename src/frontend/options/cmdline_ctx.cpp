@@ -21,8 +21,8 @@ cmdline_ctx::~cmdline_ctx() {
 
 void cmdline_ctx::configure(const cmd_params& opts, callback at_end) {
     m_console = opts.m_console;
-    if (opts.log_is_good()) {
-        m_log_path = opts.m_log_path;
+    if (opts.m_log.is_good()) {
+        m_log_path = opts.m_log.path();
         m_guard = opts.m_guard;
     }
     m_profile = opts.m_profile;

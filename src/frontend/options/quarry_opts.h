@@ -26,8 +26,9 @@ struct cluster_range {
     std::uint64_t count = 0;
 };
 
-class quarry_opts : public cmd_params {
+class quarry_opts {
   public:
+    cmd_params m_run;  // what every run has: its log, its list of paths, how it talks
     // The user may read devices and use what only an administrator needs. Set before parsing.
     bool m_admin = false;
     bool m_meta = false;

@@ -33,14 +33,14 @@ bool is_file_of_host(const std::string& path) {
 }  // namespace
 
 bool quarry_opts::parse(arg_list& args, std::string_view version) {
-    m_csv = false;
-    m_hex_output = false;
+    m_run.m_csv = false;
+    m_run.m_hex_output = false;
     m_after_source_files = words_after_source_files(args);
-    if (!cmd_params::parse(args)) {
+    if (!m_run.parse(args)) {
         return false;
     }
-    m_version = version;
-    m_tool_name = "QUARRY";
+    m_run.m_version = version;
+    m_run.m_tool_name = "QUARRY";
     if (!parse_switches(args) || !parse_source(*this, args)) {
         return false;
     }
@@ -71,7 +71,7 @@ bool quarry_opts::parse_switches(arg_list& args) {
         }
     }
     if (m_meta) {
-        m_guard.tell_reports_from_copies();
+        m_run.m_guard.tell_reports_from_copies();
     }
     return true;
 }
@@ -90,7 +90,7 @@ bool quarry_opts::parse_object(arg_list& args) {
     if (peek_flag("-cluster", args, 0)) {
         return parse_clusters(args) && has_destination();
     }
-    if (m_pipe) {
+    if (m_run.m_pipe) {
         m_src.clear();
         return has_destination();
     }
@@ -147,7 +147,7 @@ bool quarry_opts::may_be_a_slip(const arg_list& args, bool has_pair) const {
 void quarry_opts::take_positional_arguments(const arg_list& args) {
     const bool has_pair = args.size() > 2 && m_src.empty() && m_dst.empty();
     if ((has_pair || args.size() == 2) && may_be_a_slip(args, has_pair)) {
-        m_guard.keep_what_exists();
+        m_run.m_guard.keep_what_exists();
     }
     if (has_pair) {
         m_src = expanded_path(args[1]);

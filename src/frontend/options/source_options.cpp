@@ -162,7 +162,7 @@ bool parse_source(quarry_opts& opts, arg_list& args) {
     // run go on without a source.
     if (peek_flag("-vmdk", args, 0)) {
         opts.m_source = source::of_virtual_disk({}, 0);
-        return parse_vmdk_option(opts, opts.m_source, args, check_list, locate_volume, true, "-vmdk");
+        return parse_vmdk_option(opts.m_run, opts.m_source, args, check_list, locate_volume, true, "-vmdk");
     }
     std::string value;
     if (find_value("-partition", value, args)) {

@@ -197,12 +197,14 @@ TEST(files_needed, are_the_source_the_outputs_and_where_the_host_describes_itsel
     quarry_opts opts;
     opts.m_source = source::of_image(L"/cases/disk.dd", 0);
     opts.m_dst = L"out/a";
-    opts.m_log_path = "log";
+    const temp_dir dir;
+    const std::string log = (dir / "log").string();
+    ASSERT_TRUE(opts.m_run.m_log.open(opts.m_run.m_guard, log));
     const needed_files files = files_needed_by(opts);
     EXPECT_FALSE(files.reads_any_file);
     EXPECT_THAT(files.sources, ElementsAre("/cases/disk.dd", "/dev/sda", "/dev", "/proc", "/sys",
                                            "/etc/localtime", "/usr/share/zoneinfo"));
-    EXPECT_THAT(files.outputs, ElementsAre("out/a", "out/a.meta.txt", "log"));
+    EXPECT_THAT(files.outputs, ElementsAre("out/a", "out/a.meta.txt", log));
     EXPECT_TRUE(files.output_dirs.empty());
 }
 
@@ -228,17 +230,17 @@ TEST(files_needed, are_any_where_a_path_a_walk_or_a_signature_may_name_them) {
     EXPECT_TRUE(files_needed_by(live).reads_any_file);
     quarry_opts walk;
     walk.m_source = source::of_drive(0, 0);
-    walk.m_enum = true;
+    walk.m_run.m_enum = true;
     EXPECT_TRUE(files_needed_by(walk).reads_any_file);
     quarry_opts signature;
     signature.m_source = source::of_drive(0, 0);
     filter_entry entry;
     entry.signature = {0x4D, 0x5A};
-    signature.m_filter = {entry};
+    signature.m_run.m_filter = {entry};
     EXPECT_TRUE(files_needed_by(signature).reads_any_file);
     quarry_opts name;
     name.m_source = source::of_drive(0, 0);
-    name.m_filter = {filter_entry{}};
+    name.m_run.m_filter = {filter_entry{}};
     EXPECT_FALSE(files_needed_by(name).reads_any_file);
 }
 

@@ -23,7 +23,7 @@ class drive_copy_test : public testing::Test {
     void SetUp() override {
         test::write_file(devices.drive(1), test::copied_volume());
         arg_list args = {"quarry", "-diags", dir / "log"};
-        ASSERT_TRUE(opts.cmd_params::parse(args));
+        ASSERT_TRUE(opts.m_run.parse(args));
         opts.m_source = source::of_drive(1, 0);
         opts.m_dst = (dir / "o").wstring();
     }
@@ -201,7 +201,7 @@ class volume_copy_test : public testing::Test {
     void SetUp() override {
         test::write_file(dir / "image", test::copied_volume());
         arg_list args = {"quarry", "-diags", dir / "log"};
-        ASSERT_TRUE(opts.cmd_params::parse(args));
+        ASSERT_TRUE(opts.m_run.parse(args));
         opts.m_dst = (dir / "o").wstring();
     }
     bool copy(const std::wstring& path) {

@@ -19,7 +19,7 @@ class destination_test : public testing::Test {
   protected:
     void SetUp() override {
         arg_list args = {"quarry", "-diags", dir / "log"};
-        ASSERT_TRUE(opts.cmd_params::parse(args));
+        ASSERT_TRUE(opts.m_run.parse(args));
         fs::create_directory(dir / "out");
         rules.missing_words = "err: missing";
         opts.m_dst = (dir / "out/a").wstring();
@@ -72,7 +72,7 @@ TEST_F(destination_test, none_at_all_is_refused_in_the_callers_words) {
 
 TEST_F(destination_test, messages_of_a_quiet_run_stay_in_the_log) {
     opts.m_dst.clear();
-    opts.m_console = false;
+    opts.m_run.m_console = false;
     EXPECT_FALSE(settle());
     EXPECT_EQ(said, "");
     EXPECT_EQ(logged, "->err: missing\n");
@@ -201,7 +201,7 @@ TEST_F(destination_test, a_file_of_the_source_is_refused_before_anything_is_open
     write_file(dir / "image", to_bytes("evidence"));
     fs::create_hard_link(dir / "image", dir / "hard");
     fs::create_symlink(dir / "image", dir / "soft");
-    opts.m_guard.add_sources({path("other"), path("image")});
+    opts.m_run.m_guard.add_sources({path("other"), path("image")});
     for (const char* name : {"image", "hard", "soft"}) {
         for (const bool check : {true, false}) {
             rules.check_creation = check;
@@ -214,7 +214,7 @@ TEST_F(destination_test, a_file_of_the_source_is_refused_before_anything_is_open
 
 TEST_F(destination_test, a_name_added_to_a_directory_is_held_against_the_sources_too) {
     write_file(dir / "out/name", to_bytes("evidence"));
-    opts.m_guard.add_sources({path("out/name")});
+    opts.m_run.m_guard.add_sources({path("out/name")});
     directory_dst();
     opts.m_src = L"/x/name";
     expect_refusal("err: source and destination are the same");
@@ -237,7 +237,7 @@ TEST_F(destination_test, a_report_lies_beside_the_copy) {
 TEST_F(destination_test, a_report_that_would_be_a_source_or_the_log_is_none) {
     opts.m_meta = true;
     write_file(dir / "out/a.meta.txt", to_bytes("evidence"));
-    opts.m_guard.add_sources({path("out/a.meta.txt")});
+    opts.m_run.m_guard.add_sources({path("out/a.meta.txt")});
     EXPECT_TRUE(settle());
     EXPECT_EQ(target.meta, L"");
     fs::remove(dir / "out/a.meta.txt");

@@ -32,7 +32,7 @@ class extraction_test : public testing::Test {
         volume.write_to(dir / "image");
         request.from = source::of_image((dir / "image").wstring(), 0);
     }
-    bool copy() { return extract_stream(ntfs, request, found, opts, opts.m_guard); }
+    bool copy() { return extract_stream(ntfs, request, found, opts.m_log, opts.m_guard); }
     [[nodiscard]] std::string text(const char* name) const {
         const test::bytes content = test::read_file(dir / name);
         return {content.begin(), content.end()};

@@ -32,7 +32,7 @@ class pipe_mode_test : public testing::Test {
         volume.write_clusters(120, test::pattern(4096));
         image = volume.image();
         arg_list args = {"quarry", "-diags", dir / "log"};
-        ASSERT_TRUE(opts.cmd_params::parse(args));
+        ASSERT_TRUE(opts.m_run.parse(args));
         fs::create_directory(dir / "out");
         opts.m_dst = (dir / "out").wstring() + L"/";
     }
@@ -48,7 +48,7 @@ class pipe_mode_test : public testing::Test {
         err = testing::internal::GetCapturedStderr();
     }
     void run_lines(const std::string& input) {
-        opts.m_pipe = true;
+        opts.m_run.m_pipe = true;
         run(input);
     }
     void use_drive() {
@@ -130,9 +130,9 @@ TEST_F(pipe_mode_test, a_walk_opens_the_volume_once_and_copies_what_it_has_at_th
     const fs::path before = fs::current_path();
     write_file(dir / "image", image);
     opts.m_source = source::of_image((dir / "image").wstring(), 0);
-    opts.m_enum = true;
-    opts.m_enum_dir = "dir";
-    ASSERT_TRUE(make_filter(opts.m_filter, "*.txt"));
+    opts.m_run.m_enum = true;
+    opts.m_run.m_enum_dir = "dir";
+    ASSERT_TRUE(make_filter(opts.m_run.m_filter, "*.txt"));
     fs::create_directory(dir / "dir");
     for (const char* name : {"b.txt", "c.txt", "left.out"}) {
         write_file(dir / "dir" / name, {});
@@ -147,7 +147,7 @@ TEST_F(pipe_mode_test, a_walk_opens_the_volume_once_and_copies_what_it_has_at_th
 }
 
 TEST_F(pipe_mode_test, a_walk_without_a_directory_says_nothing) {
-    opts.m_enum = true;
+    opts.m_run.m_enum = true;
     run("");
     EXPECT_EQ(out + err, "");
 }

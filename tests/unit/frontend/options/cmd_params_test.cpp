@@ -54,12 +54,11 @@ TEST_F(cmd_params_test, begins_with_its_defaults) {
     EXPECT_FALSE(opts->m_profile);
     EXPECT_FALSE(opts->m_pipe);
     EXPECT_FALSE(opts->m_enum);
-    EXPECT_FALSE(opts->m_log_on);
-    EXPECT_EQ(opts->m_log_level, 0);
-    EXPECT_EQ(opts->m_log_stream, nullptr);
-    EXPECT_EQ(opts->m_log_path, "");
+    EXPECT_FALSE(opts->m_log.is_on());
+    EXPECT_EQ(opts->m_log.m_level, 0);
+    EXPECT_EQ(opts->m_log.path(), "");
     EXPECT_EQ(opts->m_num_subdirs, 0U);
-    EXPECT_FALSE(opts->is_on());
+    EXPECT_FALSE(opts->m_time_range.is_on());
 }
 
 TEST_F(cmd_params_test, an_empty_list_is_refused) {
@@ -201,14 +200,14 @@ TEST_F(cmd_params_test, a_filter_path_without_a_filter_is_not_looked_at) {
 TEST_F(cmd_params_test, a_time_range_that_cannot_be_read_is_ignored_with_a_message) {
     EXPECT_TRUE(parse({"-cmd_start_time", "2020/13/01"}));
     EXPECT_EQ(said, "invalid start time, ignoring\n");
-    EXPECT_FALSE(opts->is_on());
+    EXPECT_FALSE(opts->m_time_range.is_on());
     EXPECT_TRUE(parse({"-cmd_start_time", "2020/01/02", "-cmd_stop_time", "2020/01/01"}));
     EXPECT_EQ(said, "invalid stop time, ignoring\n");
-    EXPECT_TRUE(opts->m_range_start_on);
-    EXPECT_FALSE(opts->m_range_stop_on);
+    EXPECT_TRUE(opts->m_time_range.m_range_start_on);
+    EXPECT_FALSE(opts->m_time_range.m_range_stop_on);
     EXPECT_TRUE(parse({"-cmd_start_time", "2020/01/02", "-cmd_stop_time", "2021-01-01 12:00"}));
     EXPECT_EQ(said, "");
-    EXPECT_TRUE(opts->m_range_stop_on);
+    EXPECT_TRUE(opts->m_time_range.m_range_stop_on);
     EXPECT_TRUE(nothing_left());
 }
 
@@ -268,25 +267,25 @@ TEST_F(cmd_params_test, append_without_an_out_file_is_not_looked_at) {
 TEST_F(cmd_params_test, a_log_begins_with_the_command_line) {
     write_file(dir / "log", to_bytes("an older log, longer than the new one"));
     EXPECT_TRUE(parse({"-diags", path("log"), "-x", "a b"}));
-    EXPECT_TRUE(opts->m_log_on);
-    EXPECT_TRUE(opts->log_is_good());
-    EXPECT_EQ(opts->m_log_path, path("log"));
+    EXPECT_TRUE(opts->m_log.is_on());
+    EXPECT_TRUE(opts->m_log.is_good());
+    EXPECT_EQ(opts->m_log.path(), path("log"));
     EXPECT_EQ(text_of(dir / "log"), "->/usr/bin/quarry.real -diags " + path("log") + " -x \"a b\"\n");
 }
 
 TEST_F(cmd_params_test, each_line_of_a_log_is_flushed_at_once) {
     ASSERT_TRUE(parse({"-diags", path("log")}));
     const std::string first = text_of(dir / "log");
-    opts->log("err: fixup: 0x%llx", 0x10ULL);
+    opts->m_log.log("err: fixup: 0x%llx", 0x10ULL);
     EXPECT_EQ(text_of(dir / "log"), first + "->err: fixup: 0x10\n");
-    opts->log_text("two\nlines");
+    opts->m_log.log_text("two\nlines");
     EXPECT_EQ(text_of(dir / "log"), first + "->err: fixup: 0x10\n->two\nlines\n");
 }
 
 TEST_F(cmd_params_test, a_message_above_the_buffer_size_is_cut_and_its_line_still_ends) {
     ASSERT_TRUE(parse({"-diags", path("log")}));
     const std::string first = text_of(dir / "log");
-    opts->log("info: %s", std::string(1000, 'x').c_str());
+    opts->m_log.log("info: %s", std::string(1000, 'x').c_str());
     // The format has 8 characters; 254 more fit.
     EXPECT_EQ(text_of(dir / "log"), first + "->info: " + std::string(256, 'x') + "\n");
     EXPECT_EQ(std::string("info: ").size() + 256, 8U + 254U);
@@ -302,11 +301,10 @@ TEST_F(cmd_params_test, a_log_that_cannot_be_opened_is_absent_without_a_word) {
     for (const char* bad : {"/no/such/dir/x", "/", "", "log\xFF"}) {
         EXPECT_TRUE(parse({"-diags", bad}));
         EXPECT_EQ(said, "");
-        EXPECT_FALSE(opts->m_log_on);
-        EXPECT_FALSE(opts->log_is_good());
-        EXPECT_EQ(opts->m_log_path, "");
-        EXPECT_EQ(opts->m_log_stream, nullptr);
-        opts->log("into the void");
+        EXPECT_FALSE(opts->m_log.is_on());
+        EXPECT_FALSE(opts->m_log.is_good());
+        EXPECT_EQ(opts->m_log.path(), "");
+        opts->m_log.log("into the void");
         EXPECT_TRUE(nothing_left());
     }
 }
@@ -320,28 +318,28 @@ TEST_F(cmd_params_test, a_log_that_is_a_source_is_not_opened) {
                                   arg_list{"-diags", path("image"), "-vmdk", "x | " + path("link")}}) {
         EXPECT_TRUE(parse(words));
         EXPECT_EQ(said, "");
-        EXPECT_FALSE(opts->m_log_on);
+        EXPECT_FALSE(opts->m_log.is_on());
         EXPECT_EQ(text_of(dir / "image"), "evidence");
     }
 }
 
 TEST_F(cmd_params_test, a_log_level_is_looked_at_only_after_an_open_log_and_the_lower_one_wins) {
     EXPECT_TRUE(parse({"-l2", "-l3"}));
-    EXPECT_EQ(opts->m_log_level, 0);
+    EXPECT_EQ(opts->m_log.m_level, 0);
     EXPECT_EQ(args.size(), 3U);
     EXPECT_TRUE(parse({"-L3", "-diags", path("log")}));
-    EXPECT_EQ(opts->m_log_level, 3);
+    EXPECT_EQ(opts->m_log.m_level, 3);
     EXPECT_TRUE(nothing_left());
     EXPECT_TRUE(parse({"-l3", "-l2", "-diags", path("log")}));
-    EXPECT_EQ(opts->m_log_level, 2);
+    EXPECT_EQ(opts->m_log.m_level, 2);
     EXPECT_TRUE(nothing_left());
 }
 
 TEST_F(cmd_params_test, a_log_that_fails_in_a_write_is_not_noticed) {
     ASSERT_TRUE(parse({"-diags", "/dev/full"}));
-    EXPECT_TRUE(opts->m_log_on);
-    EXPECT_FALSE(opts->log_is_good());
-    opts->log("more");
+    EXPECT_TRUE(opts->m_log.is_on());
+    EXPECT_FALSE(opts->m_log.is_good());
+    opts->m_log.log("more");
 }
 
 TEST_F(cmd_params_test, knows_its_own_log) {

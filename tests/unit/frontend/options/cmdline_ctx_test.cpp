@@ -83,7 +83,7 @@ TEST(cmdline_ctx, an_open_log_gets_the_elapsed_seconds_as_its_last_line) {
         arg_list args = {"quarry", "-quiet", "-diags", dir / "log"};
         ASSERT_TRUE(opts.parse(args));
         run.configure(opts, nullptr);
-        opts.log("exit: 0");
+        opts.m_log.log("exit: 0");
         testing::internal::CaptureStderr();
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

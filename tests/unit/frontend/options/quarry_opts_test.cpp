@@ -56,13 +56,13 @@ TEST_F(quarry_opts_test, begins_with_its_defaults) {
 }
 
 TEST_F(quarry_opts_test, keeps_the_version_and_the_tools_name_and_clears_output_formats) {
-    opts.m_csv = true;
-    opts.m_hex_output = true;
+    opts.m_run.m_csv = true;
+    opts.m_run.m_hex_output = true;
     EXPECT_TRUE(parse({}));
-    EXPECT_EQ(opts.m_version, "ver: 9");
-    EXPECT_EQ(opts.m_tool_name, "QUARRY");
-    EXPECT_FALSE(opts.m_csv);
-    EXPECT_FALSE(opts.m_hex_output);
+    EXPECT_EQ(opts.m_run.m_version, "ver: 9");
+    EXPECT_EQ(opts.m_run.m_tool_name, "QUARRY");
+    EXPECT_FALSE(opts.m_run.m_csv);
+    EXPECT_FALSE(opts.m_run.m_hex_output);
 }
 
 TEST_F(quarry_opts_test, each_switch_sets_its_flag) {
