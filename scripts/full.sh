@@ -1,13 +1,43 @@
 #!/usr/bin/env bash
-# The tests that an ordinary run leaves out: recipes of the documents that start servers of their own (Slurm, SSH).
-# They want root and packages that a machine which somebody works on should not have; a container is a good place.
-# Usage: scripts/full.sh [--install]
+# What takes too long for every change, or too much of the machine: for a release, and for a change to what it tries.
+#
+#   servers   documents' recipes that start servers of their own (Slurm, SSH). They want root and packages that a machine
+#             which somebody works on should not have; a container is a good place.
+#   damage    scripts/damage.sh with all its cases, some 15 minutes on two cores
+#   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
+#   tidy      scripts/lint.sh deep: the static analyzer without the bound that it has there otherwise, 10 minutes
+#
+# Usage: scripts/full.sh [--install] [PART...]      all of them unless told otherwise; each runs, whatever the others found
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
-[ "${1:-}" != --install ] || QUARRY_INSTALL=1
-quarry_need build test docs cluster
-quarry_prepare release
-quarry_say "testing what starts servers"
-quarry_test release --label-regex servers --no-tests=error
+if [ "${1:-}" = --install ]; then
+    export QUARRY_INSTALL=1
+    shift
+fi
+parts=("$@")
+[ $# -gt 0 ] || parts=(servers damage fuzz tidy)
+cd "$QUARRY_ROOT"
+
+servers() {
+    quarry_need build test docs cluster && quarry_prepare release || return 1
+    quarry_say "testing what starts servers"
+    quarry_test release --label-regex servers --no-tests=error
+}
+
+failed=()
+for part in "${parts[@]}"; do
+    case $part in
+        servers) servers || failed+=("$part") ;;
+        damage) scripts/damage.sh 200000 || failed+=("$part") ;;
+        fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
+        tidy) scripts/lint.sh deep || failed+=("$part") ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
+    esac
+done
+if [ ${#failed[@]} -gt 0 ]; then
+    echo "FAILED: ${failed[*]}" >&2
+    exit 1
+fi
+quarry_say "all is well: ${parts[*]}"

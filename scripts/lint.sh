@@ -2,6 +2,7 @@
 # The format check, clang-tidy over src/ and shellcheck over the scripts.
 # Usage: scripts/lint.sh [format|scripts]
 #        scripts/lint.sh tidy [FILE...]      those of src/ unless told otherwise
+#        scripts/lint.sh deep [FILE...]      the same; the static analyzer follows each function four times as far
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
@@ -13,13 +14,19 @@ check_format() {
     git ls-files '*.h' '*.cpp' | xargs -r clang-format --dry-run --Werror
 }
 
+# check_tidy [--deep] FILE...
 check_tidy() {
     quarry_say "clang-tidy"
+    local options=()
+    if [ "${1:-}" = --deep ]; then
+        options=(--deep)
+        shift
+    fi
     cmake --preset release >/dev/null
     /usr/bin/python3 -B scripts/lib/tidy.py --self-test
     local files=("$@")
     [ $# -gt 0 ] || mapfile -t files < <(git ls-files 'src/*.cpp')
-    /usr/bin/python3 -B scripts/lib/tidy.py build/release "${files[@]}"
+    /usr/bin/python3 -B scripts/lib/tidy.py "${options[@]}" build/release "${files[@]}"
 }
 
 check_scripts() {
@@ -31,6 +38,7 @@ case ${1:-all} in
     format) check_format ;;
     scripts) check_scripts ;;
     tidy) check_tidy "${@:2}" ;;
+    deep) check_tidy --deep "${@:2}" ;;
     all) check_format; check_scripts; check_tidy ;;
-    *) echo "usage: scripts/lint.sh [format|scripts|tidy [FILE...]]" >&2; exit 2 ;;
+    *) echo "usage: scripts/lint.sh [format|scripts|tidy [FILE...]|deep [FILE...]]" >&2; exit 2 ;;
 esac
