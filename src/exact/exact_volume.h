@@ -40,6 +40,8 @@ class exact_volume {
     [[nodiscard]] const volume_bytes& bytes() const { return m_bytes; }
     [[nodiscard]] const mft& table() const { return *m_table; }
     [[nodiscard]] const volume_state& state() const { return m_state; }
+    // Call it before a log or a manifest says what the state is: of an empty journal only the start was read.
+    void check_empty_journal(notices& told) { exact::check_empty_journal(m_state, *m_table, told); }
 
     // Read at the first call, kept afterwards; a failure is kept too. Its warnings go to the first caller.
     [[nodiscard]] const result<upcase>& upper_case(notices& told);

@@ -7,34 +7,31 @@
 
 namespace quarry::exact {
 
+namespace {
+
+tl::unexpected<failure> wrong_size(std::uint64_t size) {
+    return fail(failure_code::upcase, where::record(upcase_entry),
+                "$UpCase has " + std::to_string(size) + " bytes");
+}
+
+}  // namespace
+
 result<upcase> upcase::load(const mft& table, notices& told) {
     return table.read_system(upcase_entry, told)
         .and_then([&](record found) { return attribute_set::of(table, std::move(found), told); })
         .and_then([&](const attribute_set& set) { return set.stored(table.volume().shape(), attr_data, {}); })
         .and_then([&](const stored_stream& stored) -> result<upcase> {
             if (stored.size() != table_bytes) {
-                return fail(failure_code::upcase, where::record(upcase_entry),
-                            "$UpCase has " + std::to_string(stored.size()) + " bytes");
+                return wrong_size(stored.size());
             }
-            return stored.read_all(table.volume(), table_bytes).and_then([](const auto& bytes) {
-                return parse(bytes);
+            return stored.read_all(table.volume(), table_bytes).map([](std::vector<std::uint8_t> bytes) {
+                return upcase(std::move(bytes));
             });
         });
 }
 
 result<upcase> upcase::parse(byte_view bytes) {
-    if (bytes.size() != table_bytes) {
-        return fail(failure_code::upcase, where::record(upcase_entry),
-                    "$UpCase has " + std::to_string(bytes.size()) + " bytes");
-    }
-    upcase table;
-    table.m_units.resize(table_bytes / 2);
-    // Each run pays for this loop that looks up a name: the size was tested above, once.
-    const std::uint8_t* const stored = bytes.data();
-    for (std::size_t unit = 0; unit < table.m_units.size(); ++unit) {
-        table.m_units[unit] = static_cast<char16_t>(stored[2 * unit] | stored[2 * unit + 1] << 8);
-    }
-    return table;
+    return bytes.size() == table_bytes ? result<upcase>(upcase(bytes.to_vector())) : wrong_size(bytes.size());
 }
 
 std::u16string upcase::upper(std::u16string_view name) const {

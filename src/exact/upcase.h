@@ -12,8 +12,10 @@
 
 #include <compare>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quarry::exact {
@@ -27,7 +29,10 @@ class upcase {
     // From the bytes of the table.
     [[nodiscard]] static result<upcase> parse(byte_view bytes);
 
-    [[nodiscard]] char16_t upper(char16_t unit) const { return m_units[unit]; }
+    [[nodiscard]] char16_t upper(char16_t unit) const {
+        const std::size_t at = std::size_t{2} * unit;
+        return static_cast<char16_t>(m_table[at] | m_table[at + 1] << 8);
+    }
     [[nodiscard]] std::u16string upper(std::u16string_view name) const;
     // The order of names by their upper-case units, then by length: names that differ only in case are equal.
     [[nodiscard]] std::strong_ordering compare(std::u16string_view a, std::u16string_view b) const;
@@ -36,7 +41,10 @@ class upcase {
     }
 
   private:
-    std::vector<char16_t> m_units;
+    explicit upcase(std::vector<std::uint8_t> table) : m_table(std::move(table)) {}
+
+    // As it is stored. Most runs look up a few letters only, so it is not converted.
+    std::vector<std::uint8_t> m_table;
 };
 
 }  // namespace quarry::exact

@@ -95,13 +95,11 @@ std::optional<restart_page> read_second_page(const mft& table, const stored_stre
     return std::nullopt;
 }
 
-// A journal that was never used is all 0xFF. One of more than 1 GiB, which no system makes, is judged by its
-// first bytes.
-bool is_blank(const mft& table, const stored_stream& journal) {
-    constexpr std::uint64_t most = std::uint64_t{1} << 30;
+// Whether the bytes of the journal from `begin` to `end` are all 0xFF, as they are where nothing was written
+// yet.
+bool is_blank(const mft& table, const stored_stream& journal, std::uint64_t begin, std::uint64_t end) {
     std::vector<std::uint8_t> block;
-    const std::uint64_t end = std::min(journal.size(), most);
-    for (std::uint64_t at = 0; at < end; at += block.size()) {
+    for (std::uint64_t at = begin; at < end; at += block.size()) {
         block.resize(static_cast<std::size_t>(std::min(end - at, largest_page)));
         // Each byte is the one before it: a comparison that the library makes many bytes at a time. Journals
         // that were never used have up to 64 MiB.
@@ -113,21 +111,42 @@ bool is_blank(const mft& table, const stored_stream& journal) {
     return end > 0;
 }
 
+// The bytes in which both restart pages lie, whatever their size.
+std::uint64_t end_of_restart_pages(const stored_stream& journal) {
+    return std::min(journal.size(), 2 * largest_page);
+}
+
+// One of more than 1 GiB, which no system makes, is judged by its first bytes.
+std::uint64_t end_of_blank_journal(const stored_stream& journal) {
+    return std::min(journal.size(), std::uint64_t{1} << 30);
+}
+
+result<stored_stream> open_journal(const mft& table, notices& told) {
+    return system_file(table, journal_entry, told).and_then([&](const attribute_set& set) {
+        return set.stored(table.volume().shape(), attr_data, {});
+    });
+}
+
+tl::unexpected<failure> no_restart_page() {
+    return fail(failure_code::layout, where::record(journal_entry), "$LogFile has no sound restart page");
+}
+
+void warn_of_unknown_journal(const failure& why, notices& told) {
+    told.warn("journal", why.where, why.why + "; the state of the journal is unknown");
+}
+
 result<journal_state> read_journal(const mft& table, notices& told) {
-    result<stored_stream> journal =
-        system_file(table, journal_entry, told).and_then([&](const attribute_set& set) {
-            return set.stored(table.volume().shape(), attr_data, {});
-        });
+    result<stored_stream> journal = open_journal(table, told);
     if (!journal) {
         return passed_on(journal);
     }
-    if (is_blank(table, *journal)) {
+    if (is_blank(table, *journal, 0, end_of_restart_pages(*journal))) {
         return journal_state::empty;
     }
     const std::optional<restart_page> first = read_restart_page(table, *journal, 0);
     const std::optional<restart_page> second = read_second_page(table, *journal, first);
     if (!first && !second) {
-        return fail(failure_code::layout, where::record(journal_entry), "$LogFile has no sound restart page");
+        return no_restart_page();
     }
     const bool second_counts = !first || (second && second->sequence_number > first->sequence_number);
     return (second_counts ? *second : *first).clean ? journal_state::clean : journal_state::not_clean;
@@ -176,10 +195,24 @@ volume_state read_volume_state(const mft& table, notices& told) {
                       "was not closed; what the system would replay is not in the copy");
         }
     } else {
-        told.warn("journal", journal.error().where,
-                  journal.error().why + "; the state of the journal is unknown");
+        warn_of_unknown_journal(journal.error(), told);
     }
     return state;
+}
+
+void check_empty_journal(volume_state& state, const mft& table, notices& told) {
+    if (state.journal != journal_state::empty) {
+        return;
+    }
+    const result<void> checked = open_journal(table, told).and_then([&](const stored_stream& journal) {
+        const bool blank =
+            is_blank(table, journal, end_of_restart_pages(journal), end_of_blank_journal(journal));
+        return blank ? result<void>() : no_restart_page();
+    });
+    if (!checked) {
+        state.journal = journal_state::unknown;
+        warn_of_unknown_journal(checked.error(), told);
+    }
 }
 
 }  // namespace quarry::exact

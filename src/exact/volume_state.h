@@ -10,6 +10,10 @@
 //       offset 16  size of a page        restart area   +0   number of the last write (LSN)
 //       offset 24  where the restart                    +12  list of clients in use, 0xFFFF is none
 //                  area begins                          +14  flags, bit 1 is "clean"
+//
+// A journal that was never used is all 0xFF. It may have 64 MiB, which takes longer to read than most files,
+// so it is read as a whole only where its state is written down. Where its restart pages are blank there is
+// nothing that the system would replay.
 #pragma once
 
 #include "exact/failure.h"
@@ -42,7 +46,11 @@ struct volume_state {
 
 // Reads the state. What cannot be read is a warning (volume-information, journal), never a failure. Warns
 // (version) of a version that is not 1.2, 3.0 or 3.1, (dirty) of the flag, (journal) of a journal that was
-// not closed.
+// not closed. A journal whose first 128 KiB, where the restart pages are, are blank counts as empty.
 [[nodiscard]] volume_state read_volume_state(const mft& table, notices& told);
+
+// Reads the rest of a journal that counts as empty. If not all of it is blank its state is unknown, with the
+// warning journal.
+void check_empty_journal(volume_state& state, const mft& table, notices& told);
 
 }  // namespace quarry::exact

@@ -108,9 +108,46 @@ TEST(volume_state, takes_the_one_restart_page_that_is_sound) {
 
 TEST(volume_state, reports_an_empty_journal) {
     EXPECT_EQ(journal_of({bytes(65536, 0xFF)}), journal_state::empty);
-    // All of it counts, not its beginning alone.
+    // A restart page may lie anywhere in the first 128 KiB.
     EXPECT_EQ(journal_of({bytes(65536, 0xFF), restart_page(5, 0, 0)}), journal_state::unknown);
     EXPECT_EQ(journal_of({bytes(65536)}), journal_state::unknown);
+}
+
+TEST(volume_state, calls_a_journal_empty_after_all_of_it_was_read) {
+    const auto checked = [](const bytes& journal, std::string& told) {
+        volume_builder volume({.system_files = true});
+        volume.add_file_at(2, "$LogFile").stored_data(journal);
+        opened_exact_volume opened(volume);
+        EXPECT_EQ(opened.volume().state().journal, journal_state::empty);
+        exact::notices later;
+        opened.volume().check_empty_journal(later);
+        told = text_of(later);
+        return opened.volume().state().journal;
+    };
+    std::string told;
+    bytes journal(0x40000, 0xFF);
+    EXPECT_EQ(checked(journal, told), journal_state::empty);
+    EXPECT_EQ(told, "");
+    EXPECT_EQ(checked(bytes(4096, 0xFF), told), journal_state::empty);
+    for (const std::size_t place : {std::size_t{0x20000}, journal.size() - 1}) {
+        journal[place] = 0xFE;
+        EXPECT_EQ(checked(journal, told), journal_state::unknown) << place;
+        EXPECT_EQ(
+            told,
+            "journal record 2: $LogFile has no sound restart page; the state of the journal is unknown\n");
+        journal[place] = 0xFF;
+    }
+}
+
+TEST(volume_state, leaves_the_state_of_a_journal_that_was_used) {
+    volume_builder volume({.system_files = true});
+    volume.add_file_at(2, "$LogFile")
+        .stored_data(byte_writer(restart_page(5, 2, 0)).pad_to_multiple(65536).take());
+    opened_exact_volume opened(volume);
+    exact::notices later;
+    opened.volume().check_empty_journal(later);
+    EXPECT_EQ(opened.volume().state().journal, journal_state::clean);
+    EXPECT_EQ(text_of(later), "");
 }
 
 TEST(volume_state, warns_of_a_journal_that_was_not_closed) {
