@@ -84,7 +84,14 @@ result<void> careful_reader::read(std::span<std::uint8_t> buffer, std::uint64_t 
     if (!m_zero_unreadable) {
         return tl::make_unexpected(m_stream->placed(std::move(came.error()), offset, source_byte));
     }
-    read_in_pieces(buffer, offset, source_byte, 0);
+    // The source may end inside of a sector: its last bytes are there to be read.
+    const std::uint64_t source_size = m_volume->source().size();
+    const auto stored = static_cast<std::size_t>(
+        std::min<std::uint64_t>(buffer.size(), source_byte < source_size ? source_size - source_byte : 0));
+    read_in_pieces(buffer.first(stored), offset, source_byte, 0);
+    if (stored < buffer.size()) {
+        lose(buffer.subspan(stored), offset + stored);
+    }
     return {};
 }
 
@@ -99,14 +106,18 @@ void careful_reader::read_in_pieces(std::span<std::uint8_t> buffer, std::uint64_
             if (step + 1 < retry_steps.size()) {
                 read_in_pieces(piece, offset, source_byte, step + 1);
             } else {
-                std::fill(piece.begin(), piece.end(), std::uint8_t{0});
-                note_unread(offset, piece.size());
+                lose(piece, offset);
             }
         }
         buffer = buffer.subspan(piece.size());
         offset += piece.size();
         source_byte += piece.size();
     }
+}
+
+void careful_reader::lose(std::span<std::uint8_t> bytes, std::uint64_t offset) {
+    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    note_unread(offset, bytes.size());
 }
 
 void careful_reader::note_unread(std::uint64_t offset, std::uint64_t length) {

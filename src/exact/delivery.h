@@ -50,6 +50,8 @@ struct byte_range {
 //     64 KiB:  |------- good -------|------ failed ------|----- good ------|
 //      4 KiB:                       |good|good|fail|good |
 //      512:                                   |.. x .....|       x is zeros
+//
+// What lies after the end of the source is zeros too.
 class careful_reader {
   public:
     // Both must outlive the reader.
@@ -69,6 +71,8 @@ class careful_reader {
   private:
     void read_in_pieces(std::span<std::uint8_t> buffer, std::uint64_t offset, std::uint64_t source_byte,
                         std::size_t step);
+    // Fills bytes of the stream with zeros, and notes that.
+    void lose(std::span<std::uint8_t> bytes, std::uint64_t offset);
 
     const volume_bytes* m_volume;
     const stored_stream* m_stream;

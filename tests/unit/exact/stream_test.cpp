@@ -272,17 +272,24 @@ TEST(stream, has_zeros_for_unreadable_sectors_if_asked) {
     EXPECT_TRUE(copy.said.in_doubt());
 }
 
+// Up to its last byte, which may lie inside of a sector.
 TEST(stream, has_zeros_after_the_end_of_the_source_if_asked) {
     volume_builder volume;
-    bytes content = pattern(2 * cluster);
-    volume.add_file("a").data(content, runs({{500, 2}}));
+    const bytes content = pattern(3 * cluster);
+    volume.add_file("a").data(content, runs({{500, 3}}));
     bytes image = volume.image();
-    image.resize(501 * cluster + 1000);
-    opened_exact_volume opened(image);
-    const exact_copy copy = opened.copy(first_user_entry, {}, {.zero_unreadable = true});
-    std::fill(content.begin() + cluster + 512, content.end(), std::uint8_t{0});
-    EXPECT_EQ(copy.told.unread, (std::vector<byte_range>{{cluster + 512, cluster - 512}}));
-    EXPECT_TRUE(copy.content == content);
+    // Each image is a part of the one before it.
+    for (const std::uint64_t held :
+         {2 * cluster, cluster + 1000, cluster + 512, cluster + 511, cluster + 1, cluster}) {
+        image.resize(500 * cluster + held);
+        opened_exact_volume opened(image);
+        const exact_copy copy = opened.copy(first_user_entry, {}, {.zero_unreadable = true});
+        bytes expected = content;
+        std::fill(expected.begin() + static_cast<std::ptrdiff_t>(held), expected.end(), std::uint8_t{0});
+        EXPECT_TRUE(copy.content == expected) << held;
+        EXPECT_EQ(copy.told.unread, (std::vector<byte_range>{{held, 3 * cluster - held}})) << held;
+        EXPECT_TRUE(copy.said.in_doubt());
+    }
 }
 
 TEST(stream, reports_ten_ranges_and_the_number_of_the_others) {
