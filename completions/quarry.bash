@@ -112,15 +112,15 @@ _quarry_exact_options() {
     if has -image -vmdk; then
         has -offset -ntfsvol -first_ntfsvol -volumes || fits+=' -ntfsvol -first_ntfsvol'
         has -offset -ntfsvol -first_ntfsvol -volumes -sector_size || fits+=' -offset'
-        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst || fits+=' -volumes'
+        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree || fits+=' -volumes'
         has -offset || fits+=' -sector_size'
     fi
     has -volumes && return
     fits+=' -dst -zero_unreadable -sparse -overwrite'
-    has -cluster || fits+=' -raw -keep_times -md5 -letter'
+    has -cluster || fits+=' -tree -raw -keep_times -md5 -letter'
     has -cluster -pipe || fits+=' -src -mft'
     has -src -mft -cluster || fits+=' -pipe'
-    has -src -mft -pipe -raw -keep_times -md5 -letter || fits+=' -cluster'
+    has -src -mft -pipe -tree -raw -keep_times -md5 -letter || fits+=' -cluster'
 }
 
 complete -F _quarry quarry

@@ -108,16 +108,17 @@ __quarry_exact "$table; and $copies; and $no_volume; and not __quarry_has -secto
     -d 'Byte where the volume begins'
 __quarry_exact "$table; and $copies; and $no_volume" ntfsvol -x -d 'Number of the volume'
 __quarry_exact "$table; and $copies; and $no_volume" first_ntfsvol -d 'First NTFS volume of the table'
-__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst" volumes -d 'Print the volumes'
+__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst -tree" volumes -d 'Print the volumes'
 __quarry_exact "$table; and not __quarry_has -offset" sector_size -x -a '512 1024 2048 4096' \
     -d 'Sectors of the partition table'
 __quarry_exact $one_file src -x -d 'Path on the volume, with :stream if wanted'
 __quarry_exact $one_file mft -x -d 'MFT entry number, with -sequence if wanted'
-__quarry_exact "$copies; and not __quarry_has -src -mft -pipe -raw -keep_times -md5 -letter" cluster -x \
+__quarry_exact "$copies; and not __quarry_has -src -mft -pipe -tree -raw -keep_times -md5 -letter" cluster -x \
     -d 'Clusters: first and count'
 __quarry_exact "$files; and not __quarry_has -src -mft" pipe -d 'Objects from standard input'
 __quarry_exact_repeated $files letter -x -d 'Links to this name lead to this volume'
 __quarry_exact $copies dst -r -F -d 'The copy, or a directory that ends in /'
+__quarry_exact $files tree -d 'Make the directories of the path too'
 __quarry_exact $files raw -d 'Clusters as stored, slack included'
 __quarry_exact $copies zero_unreadable -d 'Zeros for what cannot be read'
 __quarry_exact $copies sparse -d 'Leave holes where there are only zeros'

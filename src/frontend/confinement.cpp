@@ -329,7 +329,8 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     }
     for (const std::string& directory : files.sealed_dirs) {
         // It is opened itself, to be synced.
-        rules.allow(directory, writing_in_a_directory | LANDLOCK_ACCESS_FS_READ_DIR);
+        rules.allow(directory, writing_in_a_directory | LANDLOCK_ACCESS_FS_READ_DIR |
+                                   (files.makes_dirs ? std::uint64_t{LANDLOCK_ACCESS_FS_MAKE_DIR} : 0));
     }
     return rules.is_complete() && kernel.give_up_new_rights() == 0 &&
            kernel.restrict_self(rules_descriptor.get()) == 0;

@@ -31,6 +31,7 @@ struct needed_files {
     // Directories in which outputs are made under another name, renamed and brought to the disk. No link in
     // them is followed.
     std::vector<std::string> sealed_dirs = {};
+    bool makes_dirs = false;  // below those, directories too
 };
 
 // Read by every run: where devices, mounts and the local time are described.

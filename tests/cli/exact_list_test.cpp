@@ -53,7 +53,7 @@ class exact_list : public command_line_test {
     [[nodiscard]] words made() const {
         words names;
         for (const auto& entry : fs::recursive_directory_iterator(m_dir / "out")) {
-            names.push_back(fs::relative(entry.path(), m_dir / "out").string());
+            names.push_back(entry.path().lexically_relative(m_dir / "out").string());
         }
         std::sort(names.begin(), names.end());
         return names;
@@ -202,6 +202,43 @@ TEST_F(exact_list, of_no_standard_input_is_empty) {
         run({"-exact", "-image", "volume", "-pipe", "-dst", "out/"}, {.close_standard_input = true});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(last_line(result.err), "list: 0 asked, 0 complete, 0 in doubt, 0 failed, 0 kept\n");
+}
+
+TEST_F(exact_list, with_tree_makes_the_directories_of_each_path) {
+    const std::string list =
+        "/a.txt\n"
+        "/docs/a.txt\n"
+        "26-1::$FILE_NAME\n"
+        "24-1\ts\t5\t2026-11-22T00:35:43.6281234Z\t/other/sub/a.txt:Note\n"
+        "27\n";
+    const program_result result = copy(list, {"-tree"});
+    EXPECT_EQ(result.status, 4) << result.err;
+    EXPECT_EQ(made(), (words{"a.txt", "docs", "docs/a.txt", "docs/a.txt_$FILE_NAME", "gone", "other",
+                             "other/sub", "other/sub/a.txt_Note"}));
+    EXPECT_EQ(text("out/docs/a.txt"), "other\n");
+    EXPECT_EQ(told(result, "ok: /docs"), words{"ok: /docs/a.txt -> out/docs/a.txt (6 bytes)"});
+}
+
+TEST_F(exact_list, with_tree_makes_no_directory_for_what_is_not_there_and_follows_no_link) {
+    fs::create_directory(m_dir / "elsewhere");
+    fs::create_symlink("../elsewhere", m_dir / "out/docs");
+    const program_result result = copy("/docs/none\n/docs/a.txt\n/a.txt\n", {"-tree"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(told(result, "err: "),
+              (words{"err: path \"/docs/none\": no such name", "err: destination out/docs: is a link"}));
+    EXPECT_EQ(made(), (words{"a.txt", "docs"}));
+    EXPECT_TRUE(fs::is_empty(m_dir / "elsewhere"));
+}
+
+TEST_F(exact_list, with_tree_puts_what_has_lost_its_way_below_a_question_mark) {
+    volume_builder volume({.system_files = true});
+    volume.add_directory("old").deleted();
+    volume.add_file("a.txt", 24).stored_data(to_bytes("hello\n")).deleted();
+    volume.add_file("b.txt", 60).stored_data(to_bytes("hello\n")).deleted();
+    write_file(m_dir / "volume", volume.image());
+    const program_result result = copy("25\n26\n", {"-tree"});
+    EXPECT_EQ(result.status, 4) << result.err;
+    EXPECT_EQ(made(), (words{"?", "?/b.txt", "old", "old/a.txt"}));
 }
 
 TEST_F(exact_list, that_a_signal_ends_leaves_whole_copies_and_no_temporary_file) {

@@ -24,7 +24,7 @@ FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 # The exact mode.
 LOGGED = {"-diags", "-quiet"}
 CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite"} | LOGGED
-COPIES = CLUSTERS_TOO | {"-raw", "-keep_times", "-md5", "-letter"}
+COPIES = CLUSTERS_TOO | {"-tree", "-raw", "-keep_times", "-md5", "-letter"}
 EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe"}
 CHOICES = {"-offset", "-ntfsvol", "-first_ntfsvol"}
 

@@ -1,5 +1,6 @@
 #include "frontend/exact/copy_object.h"
 
+#include "exact/entry_path.h"
 #include "exact/file_names.h"
 #include "exact/name_text.h"
 #include "exact/path_walk.h"
@@ -116,6 +117,14 @@ result<found_object> open_stream(exact_volume& volume, const exact_options& opti
     return found;
 }
 
+// The names of a path without the last one.
+std::vector<std::u16string> above(std::vector<std::u16string> names) {
+    if (!names.empty()) {
+        names.pop_back();
+    }
+    return names;
+}
+
 result<found_object> find_path(exact_volume& volume, const exact_options& options,
                                const object_by_path& asked, exact_messages& messages, notices& told) {
     auto path = parse_volume_path(asked.text);
@@ -137,6 +146,7 @@ result<found_object> find_path(exact_volume& volume, const exact_options& option
     found_object found;
     found.shown = shown_path({walked->names, path->stream, {}});
     found.set = std::make_unique<attribute_set>(std::move(walked->file));
+    found.directories = above(walked->names);
     found.file_name =
         walked->names.empty() ? std::u16string(u".") : name_of_file(*found.set, walked->names.back());
     return open_stream(volume, options, std::move(found), path->stream,
@@ -160,6 +170,9 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     found_object found;
     found.set = std::make_unique<attribute_set>(std::move(*set));
     found.shown = found.set->base().self().text() + shown_typed(asked.stream);
+    if (!asked.listed.empty()) {
+        found.directories = above(asked.listed);
+    }
     const std::u16string listed = asked.listed.empty() ? std::u16string() : asked.listed.back();
     found.file_name = name_of_file(*found.set, listed);
     if (found.file_name != listed && !listed.empty()) {
@@ -223,6 +236,19 @@ result<found_object> find_object(exact_volume& volume, const exact_options& opti
         log_stream(*found->content, messages);
     }
     return found;
+}
+
+std::vector<std::u16string> directories_of(const exact_volume& volume, const found_object& found,
+                                           notices& told) {
+    if (found.directories || found.set == nullptr) {
+        return found.directories.value_or(std::vector<std::u16string>());
+    }
+    const entry_path path = path_upwards(volume.table(), *found.set, told);
+    std::vector<std::u16string> names = above(path.names);
+    if (path.lost) {
+        names.insert(names.begin(), u"?");
+    }
+    return names;
 }
 
 result<std::optional<stored_times>> times_of(const attribute_set& set) {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quarry::exact {
 
@@ -19,7 +20,9 @@ struct found_object {
     std::string shown;                   // the path, the entry or the clusters, as messages have it
     std::unique_ptr<attribute_set> set;  // null for clusters
     std::u16string file_name;            // the file's own name; empty if it has none
-    std::optional<stream> content;       // always there once find_object() has returned
+    // The directories that the path or the listing has, from the root down; nothing if neither was given.
+    std::optional<std::vector<std::u16string>> directories;
+    std::optional<stream> content;  // always there once find_object() has returned
 };
 
 // Refuses a path or a stream that is none; nothing is read. Fails with name.
@@ -35,6 +38,11 @@ struct found_object {
 [[nodiscard]] result<found_object> find_object(exact_volume& volume, const exact_options& options,
                                                const copy_object& asked, exact_messages& messages,
                                                notices& told);
+
+// The directories that the object is in, from the root down: as it was asked for, or else as its own names
+// say. What is above a directory that is lost is one called "?". None for clusters.
+[[nodiscard]] std::vector<std::u16string> directories_of(const exact_volume& volume,
+                                                         const found_object& found, notices& told);
 
 // Modification and access time of a file, FILETIMEs from its $STANDARD_INFORMATION; nothing if it has none.
 struct stored_times {

@@ -11,6 +11,7 @@ needed_files files_needed_by(const exact_options& options) {
     files.sources.insert(files.sources.end(), host.begin(), host.end());
     if (!options.destination.empty()) {
         files.sealed_dirs = {split_destination(options.destination).directory};
+        files.makes_dirs = options.tree;
     }
     return files;
 }

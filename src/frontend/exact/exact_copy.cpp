@@ -115,15 +115,21 @@ result<void> add_digest(const copy_means& means, destination& target,
     });
 }
 
+struct copy_place {
+    destination target;
+    open_directory directory;
+};
+
 // The bytes, written to a temporary file and given the name of the target.
 result<finished_copy> write_copy(copy_means& means, found_object& object, std::uint64_t line,
-                                 destination target, notices& told) {
+                                 copy_place place, notices& told) {
     const exact_options& options = means.options;
     auto times = options.keep_times || options.md5 ? times_of_object(object) : std::nullopt;
     if (!times) {
         return passed_on(times);
     }
-    sealed_file file(target.directory, options.sparse);
+    destination& target = place.target;
+    sealed_file file(std::move(place.directory), options.sparse);
     if (auto created = file.create(object.content->delivered_size(options.raw)); !created) {
         return passed_on(created);
     }
@@ -152,18 +158,36 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     return finished;
 }
 
+// The directory of the copy: that of the command line, or the object's own below it.
+result<open_directory> directory_of(const copy_means& means, const found_object& object,
+                                    const std::string& base, notices& told) {
+    return means.options.tree ? open_tree(base, directories_of(means.volume, object, told), means.guard)
+                              : open_directory::at(base);
+}
+
 // Where the copy goes: what the command line says, completed with the object's own name.
-result<destination> target_of(const copy_means& means, const found_object& object) {
+result<copy_place> place_of(const copy_means& means, const found_object& object, notices& told) {
     destination target = split_destination(means.options.destination);
-    if (!target.name.empty()) {
-        return target;
+    const bool is_named = !target.name.empty();
+    if (!is_named) {
+        auto name = own_name(object);
+        if (!name) {
+            return passed_on(name);
+        }
+        target.name = std::move(*name);
     }
-    return own_name(object).and_then([&](std::string name) -> result<destination> {
-        target.name = std::move(name);
-        // With -md5 this is not the whole name yet.
-        auto checked = means.options.md5 ? result<void>() : check_target(means, target);
-        return checked.map([&] { return target; });
-    });
+    auto directory = directory_of(means, object, target.directory, told);
+    if (!directory) {
+        return passed_on(directory);
+    }
+    target.directory = directory->path();
+    // With -md5 this is not the whole name yet.
+    if (!is_named && !means.options.md5) {
+        if (auto checked = check_target(means, target); !checked) {
+            return passed_on(checked);
+        }
+    }
+    return copy_place{std::move(target), std::move(*directory)};
 }
 
 }  // namespace
@@ -173,11 +197,11 @@ result<finished_copy> copy_to_destination(copy_means& means, const copy_order& o
     if (!object) {
         return passed_on(object);
     }
-    auto target = target_of(means, *object);
-    if (!target) {
-        return passed_on(target);
+    auto place = place_of(means, *object, told);
+    if (!place) {
+        return passed_on(place);
     }
-    auto finished = write_copy(means, *object, order.line, std::move(*target), told);
+    auto finished = write_copy(means, *object, order.line, std::move(*place), told);
     if (finished) {
         means.messages.info("copied " + std::to_string(finished->bytes) +
                             (finished->bytes == 1 ? " byte to " : " bytes to ") +

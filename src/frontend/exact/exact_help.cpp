@@ -36,6 +36,7 @@ constexpr std::string_view help_body =
    -letter <C|Volume{GUID}>     = links to this name lead to this volume
  destination
    -dst <file>, -dst <dir>/     = never an earlier file, unless with -overwrite
+   -tree                        = below it, the directories of the path too
    -overwrite                   = replace a regular file
    -sparse                      = leave holes where there are only zeros
    -keep_times                  = keep the times of the file

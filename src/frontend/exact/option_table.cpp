@@ -45,7 +45,7 @@ constexpr auto rows = std::to_array<option_row>({
     row("-pipe", option::pipe, 0, taken),
     row("-letter", option::letter, 1, taken, true),
     row("-dst", option::dst, 1, taken),
-    row("-tree", option::tree, 0, not_yet),
+    row("-tree", option::tree, 0, taken),
     row("-raw", option::raw, 0, taken),
     row("-zero_unreadable", option::zero_unreadable, 0, taken),
     row("-sparse", option::sparse, 0, taken),

@@ -59,6 +59,10 @@ sealed_file::sealed_file(std::string directory, bool sparse)
     }
 }
 
+sealed_file::sealed_file(open_directory directory, bool sparse) : sealed_file(directory.path(), sparse) {
+    m_directory_fd = directory.release();
+}
+
 sealed_file::~sealed_file() {
     if (m_fd >= 0) {
         ::close(m_fd);
@@ -99,7 +103,9 @@ result<void> sealed_file::check_room(std::uint64_t size) const {
 }
 
 result<void> sealed_file::create(std::uint64_t size) {
-    m_directory_fd = ::open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_directory_fd < 0) {
+        m_directory_fd = ::open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
     if (m_directory_fd < 0) {
         return failed(failure_code::create, errno);
     }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "frontend/exact/destination_tree.h"
 #include "frontend/exact/made_copies.h"
 
 #include <cstdint>
@@ -32,6 +33,8 @@ class sealed_file {
 
     // `directory` is where the copy will be. With `sparse`, holes and aligned blocks of zeros take no room.
     sealed_file(std::string directory, bool sparse);
+    // The same in a directory that is open already.
+    sealed_file(open_directory directory, bool sparse);
     sealed_file(const sealed_file&) = delete;
     sealed_file& operator=(const sealed_file&) = delete;
     // Removes the temporary file unless it got its name.

@@ -1,11 +1,13 @@
 #include "frontend/exact/exact_confinement.h"
 
+#include "frontend/exact/destination_tree.h"
 #include "frontend/exact/sealed_file.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +53,7 @@ TEST_F(exact_confinement, needs_the_files_of_the_source_and_the_directory_of_the
     EXPECT_THAT(files.sources, ElementsAre(at("base"), at("snapshot"), "/dev", "/proc", "/sys",
                                            "/etc/localtime", "/usr/share/zoneinfo"));
     EXPECT_THAT(files.sealed_dirs, ElementsAre(at("out/")));
+    EXPECT_FALSE(files.makes_dirs);
     EXPECT_THAT(files.outputs, IsEmpty());
     EXPECT_THAT(files.output_dirs, IsEmpty());
 }
@@ -60,6 +63,26 @@ TEST_F(exact_confinement, of_a_listing_writes_nowhere_and_of_a_bare_name_here) {
     EXPECT_THAT(exact::files_needed_by(m_options).sealed_dirs, IsEmpty());
     m_options.destination = "copy";
     EXPECT_THAT(exact::files_needed_by(m_options).sealed_dirs, ElementsAre("./"));
+}
+
+TEST_F(exact_confinement, with_directories_of_the_path_makes_some_below_the_destination_and_nowhere_else) {
+    m_options.tree = true;
+    EXPECT_TRUE(exact::files_needed_by(m_options).makes_dirs);
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        kernel_calls kernel;
+        int answer = confine_files(exact::files_needed_by(m_options), kernel) ? 1 : 0;
+        const auto made = exact::open_tree(at("out/"), {u"docs", u"old"}, output_guard());
+        answer |= made ? 2 : 0;
+        answer |= ::mkdir(at("elsewhere").c_str(), 0700) == 0 ? 4 : 0;
+        ::_exit(answer);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    kernel_calls kernel;
+    EXPECT_EQ(WEXITSTATUS(status), kernel.landlock_version() >= 1 ? 3 : 6);
+    EXPECT_TRUE(std::filesystem::is_directory(m_dir / "out/docs/old"));
 }
 
 // In a process of its own, since none of it can be taken back. Each attempt is a bit of the answer.

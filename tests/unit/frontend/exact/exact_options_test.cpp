@@ -312,6 +312,15 @@ TEST(exact_options, a_list_needs_a_directory) {
     EXPECT_EQ(refusal_of("-exact -image d -volumes -pipe"), "-volumes and -pipe exclude each other");
 }
 
+TEST(exact_options, directories_of_the_path_need_a_directory_and_a_path) {
+    EXPECT_TRUE(options_of("-exact -image d -src /a -dst out/ -tree").tree);
+    EXPECT_TRUE(options_of("-exact -image d -mft 5 -dst out/ -tree").tree);
+    EXPECT_EQ(refusal_of(whole + "-tree"), "-tree needs a directory; say -dst DIR/");
+    EXPECT_EQ(refusal_of("-exact -image d -cluster 5 -dst out/ -tree"),
+              "-cluster and -tree exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -volumes -tree"), "-volumes and -tree exclude each other");
+}
+
 TEST(exact_options, what_is_missing_is_said) {
     EXPECT_EQ(refusal_of("-exact"), "no source; say -image, -partition or -vmdk");
     EXPECT_EQ(refusal_of("-exact -image d -dst b"), "nothing to copy; say -src, -mft, -cluster or -pipe");
