@@ -21,12 +21,17 @@ def sources(pattern):
     return "\n".join(text_of(path) for path in sorted(glob.glob(os.path.join(ROOT, pattern), recursive=True)))
 
 
+def sources_of_frontend():
+    return sources("src/frontend/*.cpp") + sources("src/frontend/options/*.cpp")
+
+
 def options_of_program():
-    return set(re.findall(r'"(-[a-z][a-z0-9_]*)"', sources("src/frontend/*.cpp")))
+    return set(re.findall(r'"(-[a-z][a-z0-9_]*)"', sources_of_frontend()))
 
 
 def options_without_effect():
-    return set(re.findall(r'\{"(-[a-z0-9_]+)", (?:true|false)\}', text_of("src", "frontend", "ignored_options.cpp")))
+    table = text_of("src", "frontend", "options", "ignored_options.cpp")
+    return set(re.findall(r'\{"(-[a-z0-9_]+)", (?:true|false)\}', table))
 
 
 def pages_of_both_modes():
@@ -120,7 +125,7 @@ HIDDEN = {"-help", "-outfile", "-append", "-l2", "-l3", "-pair_datetime", "-base
 
 def messages():
     """What the program says: every literal that is logged or printed for the user, up to its first variable part."""
-    frontend_and_disk = sources("src/frontend/*.cpp") + sources("src/disk/volume_detection.cpp")
+    frontend_and_disk = sources_of_frontend() + sources("src/disk/volume_detection.cpp")
     found = re.findall(r'"((?:err|info): [^"]*)"', sources("src/**/*.cpp"))
     found += re.findall(r'\.log\("([^"]*)"', sources("src/**/*.cpp"))
     found += re.findall(r'print_error\("([^"]*)"', frontend_and_disk)
