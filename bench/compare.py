@@ -70,7 +70,7 @@ class Cases:
             "ntfscat": often(f"ntfscat -i {entry} {image} > copy"),
             "icat": often(f"icat {image} {entry} > copy"),
         }, {"ntfscat": 1.0}, most_memory=32)
-        # A tenth of a start may go into the report. Its cost is told on a volume with one security descriptor, since
+        # A tenth of a start may go into the report. Its cost is measured on a volume with one security descriptor, since
         # what many of them cost is a case of its own.
         image, entry, _ = self.volumes.written("security", 1)
         quarry = f"{self.quarry} -image {image} -mft {entry} -dst copy -quiet"

@@ -28,7 +28,7 @@ HEAD = """# Measured figures
 Written by `scripts/bench.sh --results`, {date}, on: {machine}; {compiler}; {peers}.
 
 Wall times, medians of at least {runs} runs in alternation, everything on a memory file system and read before. The ratio
-is the tool's time divided by quarry's in the same case; where a target stands, the ratio must be at least that.
+is the tool's time divided by quarry's in the same case; where there is a target, the ratio must be at least that.
 Memory is the highest peak of the whole command.
 
 | case | tool | time | ratio | target | memory |

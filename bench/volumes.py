@@ -88,7 +88,7 @@ class Volumes:
         return image, eval(facts.read_text(encoding="utf-8"), {"__builtins__": {}})  # our own repr
 
     def written(self, kind, count):
-        """An image by write_bench_volume and the numbers that it told."""
+        """An image by write_bench_volume and the numbers that it printed."""
         image, facts = self.directory / f"{kind}{count}.img", self.directory / f"{kind}{count}.facts"
         if not facts.exists():
             told = subprocess.run([self.writer, kind, str(image), str(count)], check=True, capture_output=True, text=True)
@@ -116,7 +116,7 @@ class Volumes:
         image, facts = self.get(f"huge{size >> 30}", size, 65536, fill_small)
         disk = self.converted(image)
         with open(disk, "rb") as file:
-            # The number of sectors ahead of the first grain stands at byte 64 of the header.
+            # The number of sectors ahead of the first grain is at byte 64 of the header.
             tables = struct.unpack_from("<Q", file.read(512), 64)[0] * 512
         return disk, facts["small"], tables
 

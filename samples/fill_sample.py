@@ -134,7 +134,7 @@ def fill(sample):
     sample.put("/Pictures/terraces.png", picture(), "a picture")
 
     sample.put_sparse("/sparse.bin", 1048576, {0: pseudo_random(5000, "head"), 524288: pseudo_random(9000, "middle")},
-                      "holes between and behind two islands")
+                      "holes between and after two islands")
     sample.put_in_turns(["/fragments-a.bin", "/fragments-b.bin"], 12, "stored in fragments")
 
     sample.path("/archive").mkdir()

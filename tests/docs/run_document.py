@@ -8,11 +8,11 @@ In Markdown every fenced block is something:
 
     ```sh               commands; each must succeed
     ```console          what a terminal shows: commands after "$ " (more lines of one after "> ") and below each
-                        what it prints. A line "..." stands for any lines, "..." in a line for any text. A command
+                        what it prints. A line "..." matches any lines, "..." in a line any text. A command
                         must succeed unless `echo $?` comes next. The directory of the run is shown as /cases/7.
                         Time, host and platform of quarry's header and the last line of a log ("->0.01 secs")
                         are compared by their form.
-    ```sh file=NAME     a file of that name, executable (any language may stand for sh)
+    ```sh file=NAME     a file of that name, executable (any language may be named in place of sh)
     ```sh ci            commands too long for a document's test: each is a step of .ci/run or a
                         command of a script that is one
     ```mermaid          a picture

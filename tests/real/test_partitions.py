@@ -196,7 +196,7 @@ def by_fdisk_in_4096(path, commands):
     return path
 
 
-# Tools put the mark of a table at byte 510 whatever the sector size, and there it stands for sectors of 512 bytes.
+# Tools put the mark of a table at byte 510 whatever the sector size, as if sectors had 512 bytes.
 def test_an_mbr_in_sectors_of_4096_bytes_with_its_mark_at_510_is_counted_in_512(disk, table):
     by_fdisk_in_4096(disk, ["o", "n", "p", "1", "256", "1000", "t", "83"])
     assert table(disk)[0] == [(256 * 512, "linux")]

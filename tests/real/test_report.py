@@ -209,7 +209,7 @@ def without_what_istat_hides(stream, cluster):
 
 
 def compare_with_istat(quarry, volume, entry, *object_arguments):
-    """The report of an entry, asked for by its number or as told, against istat; gives what the report says."""
+    """The report of an entry, asked for by its number or as named, against istat; gives what the report says."""
     report = report_of(quarry, volume, *(object_arguments or ("-mft", entry)))
     assert report is not None, f"entry {entry} has no report"
     ours, theirs = parse_report(report), parse_istat(istat_of(volume, entry))

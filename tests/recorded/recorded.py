@@ -50,7 +50,7 @@ def case_of(name):
 
 
 def run_cases(programs, seed, first, cases, jobs):
-    """Yields what the workers tell of each case."""
+    """Yields what the workers report of each case."""
     with tempfile.TemporaryDirectory() as folder:
         subprocess.run([os.environ.get("QUARRY_SOURCES_WRITER", SOURCES_WRITER), folder], check=True)
         lines = queue.SimpleQueue()

@@ -1,4 +1,4 @@
-"""Runs cases in a mount namespace of its own and tells what became of each.
+"""Runs cases in a mount namespace of its own and reports what became of each.
 
 Nothing but /mnt can be written in there and /dev is empty, so that no command line harms the machine, also not as
 root. /mnt holds the programs, the sources and the folder of the case, so every path is the same in every run.
