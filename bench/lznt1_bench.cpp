@@ -1,7 +1,7 @@
-// How fast compressed units become plain bytes, beside a plain copy of the same bytes.
+// How fast compressed units are decompressed, beside a plain copy of the same bytes.
 //
 // A unit is 16 clusters of 4096 bytes. Each kind of content is cut into many units, so that branch predictors
-// do not learn one of them by heart. Bytes per second count plain bytes.
+// do not learn one of them by heart. Bytes per second count decompressed bytes.
 #include "support/lznt1_encoder.h"
 #include "support/sample_text.h"
 #include "volume/compressed_unit.h"

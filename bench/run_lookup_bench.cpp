@@ -1,5 +1,5 @@
 // How fast the cluster of a position in a stream is found: by the cursor that copies use, and by a search
-// from the front of the list, which is what it stands in for.
+// from the front of the list, which it replaces.
 #include "support/sample_text.h"
 #include "volume/run_cursor.h"
 #include "volume/runs.h"

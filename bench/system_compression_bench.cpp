@@ -1,9 +1,9 @@
-// How fast chunks of files that the system compressed become plain bytes.
+// How fast chunks of files that the system compressed are decompressed.
 //
 // The chunks are made by the builders of the tests with one code for each content, so they hold what a chunk
 // of a program holds: a code that is read first, bytes, short matches, and now and then a long one. Each kind
 // of content is many chunks, so that branch predictors do not learn one of them by heart. Bytes per second
-// count plain bytes.
+// count decompressed bytes.
 #include "exact/lzx.h"
 #include "exact/xpress.h"
 #include "support/lzx_builder.h"

@@ -29,8 +29,8 @@ std::string typed_lines(const part& lines) {
     return (text + quarry::fuzz::harmless(line)).substr(0, most_bytes);
 }
 
-// True if the image is named as a source, beyond doubt, whether or not another option hides it. A run that is
-// not told so may be told to write there.
+// True if the image is named as a source, beyond doubt, whether or not another option hides it. A run to
+// which it is not named so may be asked to write there.
 bool image_is_source(const std::vector<std::string>& words) {
     return words.size() > 2 && words[1] == "-image" && words[2] == quarry::fuzz::image_name;
 }

@@ -1,7 +1,7 @@
 // Any bytes as a unit of a compressed stream.
 //
-// The first three bytes of the input choose the flags and the limit, the rest is the unit. The unit stands
-// alone on the heap, so that a read behind it is a report; that the outcome keeps its promises is checked
+// The first three bytes of the input choose the flags and the limit, the rest is the unit. The unit has an
+// allocation of its own, so that a read past it is reported; that the outcome keeps its promises is checked
 // besides.
 #include "support/expect.h"
 #include "volume/compressed_unit.h"

@@ -2,8 +2,8 @@
 // directories share an index and whatever is not found again and again.
 //
 // The input: options (1 byte), how many times the lines are typed (1), length of the lines (2), lines, and
-// the image as sparse_input.h says. Beside what holds of every run (run_scene.h), the image is left alone and
-// no copy is longer than what the log announces.
+// the image as sparse_input.h says. Beside what holds of every run (run_scene.h), the image does not change
+// and no copy is longer than what the log announces.
 #include "fuzz/argument_script.h"
 #include "fuzz/list_input.h"
 #include "fuzz/run_scene.h"

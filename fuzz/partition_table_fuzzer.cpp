@@ -33,7 +33,7 @@ bool same(const quarry::partition_stats& left, const quarry::partition_stats& ri
            left.m_volume_signature == right.m_volume_signature;
 }
 
-// True if the records of `part` stand in `whole` in the same order.
+// True if the records of `part` are in `whole` in the same order.
 bool holds_in_order(const quarry::partition_list& whole, const quarry::partition_list& part) {
     auto next = part.begin();
     for (const quarry::partition_stats& record : whole) {

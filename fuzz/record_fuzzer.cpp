@@ -28,7 +28,7 @@ using quarry::test::expect;
 constexpr std::size_t text_per_byte = 64;
 constexpr std::size_t text_per_item = 8192;
 
-// Puts the sector ends back. What changes is the sector ends alone, by the words of the array.
+// Restores the fixups. Only the sector ends change, by the words of the array.
 void restore(std::span<std::uint8_t> record, std::uint32_t sector_size) {
     const std::vector<std::uint8_t> before(record.begin(), record.end());
     quarry::record_kind kind = quarry::record_kind::unknown;

@@ -77,7 +77,7 @@ std::size_t block_size(byte_view at) {
     return std::min<std::size_t>(size < 512 ? 1024 : size, at.size());
 }
 
-// Puts the words back, or takes them out: swapping does both, once the number stands at the sector ends.
+// Restores the fixups, or applies them: swapping does both, once the number is at the sector ends.
 void unprotect(block_bytes block) {
     restore_sector_ends(block, sector, sector_end_limit(block.size(), sector));
 }
@@ -166,7 +166,7 @@ void mutate_index_block(block_bytes block, random_numbers& random) {
     if (below(random, 4) == 0) {
         return change_one(block, node_fields, random);
     }
-    // Entries begin behind the node header, at multiples of 8.
+    // Entries begin after the node header, at multiples of 8.
     const std::size_t entry =
         64 + 8 * below(random, (block.size() - std::min<std::size_t>(64, block.size())) / 8);
     change(block, {entry, 1u << below(random, 4)}, random);

@@ -133,7 +133,7 @@ cluster_run_list take_runs(input_bytes& input, std::size_t most) {
     return list;
 }
 
-// The new runs behind the old ones, put in order; the first of several with one VCN; then no gaps.
+// The new runs after the old ones, put in order; the first of several with one VCN; then no gaps.
 cluster_run_list plain_merge(const cluster_run_list& new_runs, cluster_run_list list) {
     list.insert(list.end(), new_runs.begin(), new_runs.end());
     std::stable_sort(list.begin(), list.end(),

@@ -1,8 +1,8 @@
 // Any bytes as a security descriptor, as a record of $SDS and as a SID.
 //
-// The bytes stand alone on the heap, so that a read behind them is a report. Besides, text must not grow out
-// of proportion: a descriptor names its parts by offsets, and two lists may lie over each other, but no byte
-// may count more often than that.
+// The bytes have an allocation of their own, so that a read past them is reported. Besides, text must not
+// grow out of proportion: a descriptor names its parts by offsets, and two lists may overlap, but no byte may
+// count more often than that.
 #include "report/security_cache.h"
 #include "report/security_descriptor.h"
 #include "report/sid_names.h"

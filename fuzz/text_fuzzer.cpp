@@ -115,13 +115,13 @@ std::string printed(const char* format, Number number) {
     return text.data();
 }
 
-// Each form that is told to users gives the number that was written.
+// Each form that the documents name gives the number that was written.
 void parse_written_number(std::uint64_t number) {
     const auto low = static_cast<std::uint32_t>(number);
     for (const char* format : {"%llu", "0x%llx", "0X%llX", "x%llx", "o%llo"}) {
         std::uint64_t u64 = 0;
         const std::string written = printed(format, number);
-        // A hexadecimal digit alone behind an "x" is too short a text.
+        // A single hexadecimal digit after an "x" is too short a text.
         expect(written.size() == 2 || (quarry::parse_u64(u64, written) && u64 == number));
         std::uint32_t u32 = 0;
         expect(quarry::parse_u32(u32, printed(format, low)) && u32 == low);

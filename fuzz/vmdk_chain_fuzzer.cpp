@@ -21,7 +21,7 @@ using quarry::vmdk_disk;
 using list = std::vector<std::wstring>;
 using quarry::test::expect;
 
-// The bytes that are there whatever a read leaves alone.
+// The bytes of the buffer that no read touched.
 constexpr std::uint8_t untouched = 0xEE;
 
 std::vector<std::uint8_t> read(vmdk_disk& disk, std::uint64_t offset, std::uint64_t length) {
@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::ostringstream words;
     list suggested;
     const bool passes = quarry::check_list(files, words, suggested);
-    // The list comes back with what was worked out behind it, and a list that passes lacks nothing.
+    // The list comes back with what was found added at its end, and a list that passes lacks nothing.
     expect(suggested.size() >= files.size() && std::equal(files.begin(), files.end(), suggested.begin()));
     expect(!passes || suggested == files);
 

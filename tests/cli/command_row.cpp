@@ -37,7 +37,7 @@ std::string joined(const std::vector<std::string>& words, char quote) {
     return line;
 }
 
-// The header at the start of what was printed, without the line end behind it.
+// The header at the start of what was printed, without the line end after it.
 std::string header_of(const std::string& out) {
     std::size_t end = 0;
     for (int line = 0; line < 3 && end != std::string::npos; ++line) {

@@ -1,4 +1,4 @@
-// What stands on disk when the machine lets the program down in the middle of a copy: bad sectors, reads and
+// What is on disk when the machine lets the program down in the middle of a copy: bad sectors, reads and
 // writes that come short or are interrupted, a disk that fills up, a file that somebody removes, a signal.
 #include "cli/command_line.h"
 #include "support/requirements.h"
@@ -81,8 +81,8 @@ TEST_F(failing_host, with_a_cluster_that_cannot_be_read_ends_the_copy_there_whic
     EXPECT_TRUE(text("o") == notepad_content().substr(0, 2 * cluster));
 }
 
-// The reason for it stands in the report alone.
-TEST_F(failing_host, with_a_cluster_that_cannot_be_read_leaves_no_gap_and_the_clusters_behind_it_move_up) {
+// The reason for it is only in the report.
+TEST_F(failing_host, with_a_cluster_that_cannot_be_read_leaves_no_gap_and_the_clusters_after_it_move_up) {
     QUARRY_NEEDS_ROOT();
     const std::size_t lcn = m_position / cluster;
     const program_result result =
@@ -198,7 +198,7 @@ TEST_F(failing_host, that_sends_a_signal_keeps_an_earlier_copy_of_the_same_name)
     EXPECT_TRUE(text(earlier) == notepad_content());
 }
 
-// A run under nohup, say, was told to go on.
+// A run under nohup, say, is meant to go on.
 TEST_F(failing_host, whose_signals_are_ignored_is_no_reason_to_stop) {
     words line = {"-c",
                   "trap '' HUP; exec \"$0\" \"$@\"",

@@ -1,5 +1,5 @@
 // What must stay as it is, whatever a command line says: the source under any slip of the keyboard, the list
-// of paths, the files behind the output streams, and what the run itself has made.
+// of paths, the files that the output streams lead to, and what the run itself has made.
 
 #include "cli/command_line.h"
 

@@ -25,7 +25,7 @@ TEST_F(help, is_what_a_run_without_arguments_gives) {
     expect_usage(run({}));
 }
 
-TEST_F(help, is_asked_for_by_four_options_in_any_case_wherever_they_stand) {
+TEST_F(help, is_asked_for_by_four_options_in_any_case_wherever_they_are) {
     for (const char* option : {"-h", "-help", "/?", "--help", "-H", "-HELP", "--Help"}) {
         SCOPED_TRACE(option);
         expect_usage(run({option}));
@@ -56,7 +56,7 @@ TEST_F(header, takes_its_date_from_dateformat_even_one_that_is_then_refused) {
     EXPECT_THAT(result.err, testing::HasSubstr("invalid yy/mm/dd and more, using default format\n"));
 }
 
-TEST_F(header, has_a_date_by_a_pattern_that_is_then_told_to_be_none) {
+TEST_F(header, has_a_date_by_a_pattern_that_is_then_said_to_be_none) {
     const program_result result = run({"-quiet", "-dateformat", "yymmdd", "x"});
     EXPECT_THAT(result.out, testing::ContainsRegex("\nrun time: [0-9][0-9]/[0-9][0-9]/[0-9][0-9] "));
     EXPECT_EQ(result.err, "invalid yymmdd, using default format\n");

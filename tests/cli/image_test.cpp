@@ -8,7 +8,7 @@ namespace {
 
 constexpr const char* success = "copy successful\n";
 
-// What is typed on a source behind its own words.
+// What is typed on a source after its own words.
 std::vector<std::string> copying(std::vector<std::string> words) {
     for (const char* word : {"-src", "/a.txt", "-dst", "@/out/o"}) {
         words.emplace_back(word);
@@ -90,7 +90,7 @@ const std::vector<row> good_rows = {
            {"-image", "@/loop", "-offset", "0x100000"}, "img:@/loop:0x100000"),
     copies("the first volume of a disk is found", {"-image", "@/mbr", "-first_ntfsvol"}, "img:@/mbr:0x100000",
            who::root),
-    copies("the first NTFS volume behind a FAT volume is found", {"-image", "@/two", "-first_ntfsvol"},
+    copies("the first NTFS volume after a FAT volume is found", {"-image", "@/two", "-first_ntfsvol"},
            "img:@/two:0x100000", who::root),
     copies("the first volume of a GPT disk is found", {"-image", "@/gpt", "-first_ntfsvol"},
            "img:@/gpt:0x100000", who::root),
@@ -117,7 +117,7 @@ const std::vector<row> refused_rows = {
     refused("a GPT disk is answered with its table", {"-image", "@/gpt"}, "", mbr_table + "\n"),
     refused("an offset inside of a volume is answered on standard output",
             {"-image", "@/mbr", "-offset", "0x100200"}, mbr_table, ""),
-    refused("an offset of a FAT volume is told before the table and nothing behind it is suggested",
+    refused("an offset of a FAT volume is reported before the table and nothing after it is suggested",
             {"-image", "@/two", "-offset", "0x7e00"},
             "volume offset selected 0x7e00 is not a NTFS partition, but [fat32]\n" + two_table +
                 "prob detecting ntfs partition\n",
@@ -131,17 +131,17 @@ const std::vector<row> refused_rows = {
     refused("an offset of 2 GiB turns negative", {"-image", "@/disk", "-offset", "0x80000000"},
             "volume offset 0xffffffff80000000 is not within image bounds\n", ""),
     refused(
-        "a volume that its image cuts short is told", {"-image", "@/mbr_cut", "-offset", "0x100000"},
+        "a volume that its image cuts short is reported", {"-image", "@/mbr_cut", "-offset", "0x100000"},
         "volume offset 0x100000 is a NTFS partition, however image size does not encapsulate entire volume\n",
         ""),
-    refused("a volume outside of the image is told before the table", {"-image", "@/mbr_outside"}, "",
+    refused("a volume outside of the image is reported before the table", {"-image", "@/mbr_outside"}, "",
             "volume offset 0x20000000 is not within image bounds\n"
             "\n"
             "volume offset [ 0x20000000 ] : ntfs or exfat\n"
             "volume offset [ 0x100000 ] : ntfs or exfat\n"
             "\n"
             "use option [-offset 0x100000]\n\n"),
-    refused("a table that only a search finds is told", {"-image", "@/damaged"}, "",
+    refused("a table that only a search finds is shown", {"-image", "@/damaged"}, "",
             "disk is corrupted, partition info questionable\n" + mbr_table + "\n"),
     refused("a chain of tables that links to itself is listed once", {"-image", "@/loop"}, "",
             "\nvolume offset [ 0x7e00 ] : exten\n"
@@ -173,7 +173,7 @@ const std::vector<row> refused_rows = {
             "couldn't find any partitions on disk\n\n"),
     refused("an image of one byte holds none", {"-image", "@/one_byte"}, "",
             "couldn't find any partitions on disk\n\n"),
-    refused("an image of blanks is not understood and the message ends in a comma behind its line end",
+    refused("an image of blanks is not understood and the message ends in a comma after its line end",
             {"-image", " "}, "", "prob understanding image [ ] aborting\n,"),
     refused("an image of quotes is not understood", {"-image", "\"\""}, "",
             "prob understanding image [\"\"] aborting\n,"),
@@ -185,7 +185,7 @@ const std::vector<row> refused_rows = {
             "problems accessing physical disk #-1, aborting \n", who::root),
     refused("quiet does not silence the message about a drive", {"-quiet", "-drivenum", "-1"}, "",
             "problems accessing physical disk #-1, aborting \n", who::root),
-    refused("a drive that is not there is told", {"-drivenum", "20"}, "",
+    refused("a drive that is not there is reported", {"-drivenum", "20"}, "",
             "problems accessing physical disk #20, aborting \n", who::root),
     refused("a drive number is signed", {"-drivenum", "-1"}, "",
             "problems accessing physical disk #-1, aborting \n", who::root),
@@ -226,7 +226,7 @@ const std::vector<row> partition_rows = {
      .status = 255,
      .log = {"dst: @/out/o", "partition letter e:", "info: pNTFS part:e:, type:32", "err: pNTFS",
              "err: copy failed"}},
-    {.name = "a relative source on a partition is put behind the current directory",
+    {.name = "a relative source on a partition is appended to the current directory",
      .words = {"-partition", "@/disk", "-src", "a.txt", "-dst", "@/out/o"},
      .user = who::root,
      .status = 255,

@@ -62,7 +62,7 @@ TEST_F(large_directories, are_read_once_in_a_run_and_in_little_memory) {
     EXPECT_EQ(text("out/file 100000"), "file 100000");
     const std::string log = text("log");
     EXPECT_NE(log.find("->info: # children [100000]\n"), std::string::npos);
-    // The root directory and this one, each for the first line alone.
+    // The root directory and this one, each only for the first line.
     std::size_t times_read = 0;
     for (std::size_t at = log.find("get children nodes"); at != std::string::npos;
          at = log.find("get children nodes", at + 1)) {

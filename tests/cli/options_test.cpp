@@ -1,4 +1,4 @@
-// Options: the gate of the administrator, patterns and what must stand together.
+// Options: the gate of the administrator, patterns and what must be given together.
 
 #include "cli/command_row.h"
 #include "cli/scene.h"
@@ -34,7 +34,7 @@ const std::vector<row> gate_rows = {
     gated("an entry is for administrators", copying({"-mft", "24"})),
     gated("clusters are for administrators", copying({"-cluster", "0", "1"})),
     gated("one cluster is for administrators", copying({"-cluster", "0"})),
-    gated("the first gate that is met is told once", copying({"-raw", "-mft", "24", "-first_ntfsvol"})),
+    gated("the first gate that is met is reported once", copying({"-raw", "-mft", "24", "-first_ntfsvol"})),
     gated("the gate is met before the source is looked at", {"-raw", "-image", "@/missing"}),
     gated("quiet does not silence the gate", copying({"-QUIET", "-raw"})),
 };
@@ -67,18 +67,18 @@ const std::vector<row> generic_rows = {
                  "prob opening file @/missing/probe for output, aborting\n"),
     ends_parsing("an out file that is the image ends parsing", {"-out", "@/disk"},
                  "prob opening file @/disk for output, aborting\n"),
-    goes_on("a time format that is none is told", {"-timeformat", "hhmmssxxxxxx"},
+    goes_on("a time format that is none is reported", {"-timeformat", "hhmmssxxxxxx"},
             "invalid hhmmssxxxxxx, using default format\n"),
     goes_on("a time format is checked and has no effect", {"-timeformat", "hh:mm:ss"}),
-    goes_on("a time format of nothing is told", {"-timeformat", ""}, "invalid , using default format\n"),
-    goes_on("a date format that is none is told", {"-dateformat", "ddmm"},
+    goes_on("a time format of nothing is reported", {"-timeformat", ""}, "invalid , using default format\n"),
+    goes_on("a date format that is none is reported", {"-dateformat", "ddmm"},
             "invalid ddmm, using default format\n"),
-    goes_on("a date format of nothing is told", {"-dateformat", ""}, "invalid , using default format\n"),
-    goes_on("a date format of 9 characters is told", {"-DateFormat", "mm/yyyy/x"},
+    goes_on("a date format of nothing is reported", {"-dateformat", ""}, "invalid , using default format\n"),
+    goes_on("a date format of 9 characters is reported", {"-DateFormat", "mm/yyyy/x"},
             "invalid mm/yyyy/x, using default format\n"),
-    goes_on("a start time that is none is told", {"-cmd_start_time", "2020/13/02"},
+    goes_on("a start time that is none is reported", {"-cmd_start_time", "2020/13/02"},
             "invalid start time, ignoring\n"),
-    goes_on("a stop time before the start is told",
+    goes_on("a stop time before the start is reported",
             {"-cmd_start_time", "2020/01/02", "-cmd_stop_time", "2020-01-01"},
             "invalid stop time, ignoring\n"),
     ends_parsing("a start time without a date ends parsing without a word", {"-cmd_start_time", "20200102"},
@@ -88,9 +88,9 @@ const std::vector<row> generic_rows = {
     goes_on("number bases change nothing", {"-base16", "-base10"}),
     goes_on("log levels change nothing", {"-l2"}),
     goes_on("a signal text changes nothing", {"-signal", "done"}),
-    goes_on("a start time of nothing but a separator is told", {"-cmd_start_time", "/"},
+    goes_on("a start time of nothing but a separator is reported", {"-cmd_start_time", "/"},
             "invalid start time, ignoring\n"),
-    goes_on("a stop time that is none is told", {"-cmd_stop_time", "2020/01/02 noon"},
+    goes_on("a stop time that is none is reported", {"-cmd_stop_time", "2020/01/02 noon"},
             "invalid stop time, ignoring\n"),
     ends_parsing("a start time of nothing ends parsing without a word", {"-cmd_start_time", ""}, ""),
     ends_parsing("an out file without a name ends parsing", {"-out", ""},
@@ -101,7 +101,7 @@ const std::vector<row> generic_rows = {
     goes_on("an option without its value is ignored", {"-unknown", "-filter"}),
 };
 
-// An option that takes a value and stands last is absent, without a word.
+// An option that takes a value and comes last is absent, without a message.
 std::vector<row> last_word_rows() {
     std::vector<row> rows;
     for (const char* option :
@@ -119,13 +119,13 @@ std::vector<row> last_word_rows() {
 
 // With -pipe or -enumdir a run exits with 0, also when its options cannot be parsed.
 const std::vector<row> pipe_refusals = {
-    {.name = "a pipe run without a destination is told and exits with 0",
+    {.name = "a pipe run without a destination is reported and exits with 0",
      .words = {"-image", "@/disk", "-pipe"},
      .reached = stage::refused,
      .err = "option [-dst <destination file>] needed for this option\n",
      .log = {"err: cmdline"},
      .input = "/a.txt\n"},
-    {.name = "a pipe run with nothing else is told and exits with 0",
+    {.name = "a pipe run with nothing else is reported and exits with 0",
      .words = {"-pipe"},
      .reached = stage::refused,
      .err = "option [-dst <destination file>] needed for this option\n",

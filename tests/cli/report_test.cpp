@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Entry 24 stands 24 records of 1,024 bytes behind the start of $MFT, which is cluster 4 of 4,096 bytes.
+// Entry 24 is 24 records of 1,024 bytes after the start of $MFT, which is cluster 4 of 4,096 bytes.
 const std::string head =
     "\n"
     "Misc stats:\n"
@@ -277,7 +277,7 @@ TEST_F(reports, of_an_extension_record_show_the_whole_reference_to_its_base) {
 TEST_F(reports, of_a_file_include_what_is_in_its_extension_records_and_not_its_list) {
     file_builder& file = volume.add_file("base").resident_data({});
     file.attribute(attribute_builder::resident(0x80, {0x41}).named("notes"), file.add_extension());
-    // An empty stream is no copy; the report stands all the same. The ids of the extension begin at 0.
+    // An empty stream is no copy; the report is kept even so. The ids of the extension begin at 0.
     EXPECT_EQ(report_of({"-src", "/base"}, 255), "\\base\n" + head +
                                                      "File Record: \n"
                                                      "  MFT entry: 0x00000018 [24]\n"
@@ -295,7 +295,7 @@ TEST_F(reports, of_a_file_include_what_is_in_its_extension_records_and_not_its_l
                                                      "\n");
 }
 
-TEST_F(reports, of_values_of_odd_lengths_show_sizes_alone) {
+TEST_F(reports, of_values_of_odd_lengths_show_only_sizes) {
     volume.add_file("odd")
         .attribute(attribute_builder::resident(0x40, bytes(64, 0xEE)))
         .attribute(attribute_builder::non_resident(0x50, runs({{200, 1}})))
@@ -375,7 +375,7 @@ TEST_F(reports, of_a_file_with_many_links_show_their_count_modulo_16_and_15_as_m
     }
 }
 
-TEST_F(reports, under_md5_stand_whole_beside_the_named_copy) {
+TEST_F(reports, under_md5_are_whole_beside_the_named_copy) {
     volume.add_file("a.txt").data("hello world\n");
     volume.write_to(m_dir / "image");
     EXPECT_EQ(run({"-image", "image", "-dst", "o", "-meta", "-md5", "-src", "/a.txt"}).status, 0);
@@ -403,7 +403,7 @@ TEST_F(reports, of_a_failed_copy_under_md5_stay_where_they_are) {
     EXPECT_EQ(files(), (std::vector<std::string>{"image", "o.meta.txt"}));
 }
 
-TEST_F(reports, show_where_the_partition_starts_on_a_virtual_disk_alone) {
+TEST_F(reports, show_where_the_partition_starts_only_on_a_virtual_disk) {
     const auto start = [this](const std::vector<std::string>& source_words) {
         std::vector<std::string> line = {"-src", "/a.txt", "-dst", "o", "-meta"};
         line.insert(line.end(), source_words.begin(), source_words.end());

@@ -161,7 +161,7 @@ TEST_F(standard_streams, that_nobody_reads_stop_no_copy) {
     expect_named_copy();
 }
 
-TEST_F(standard_streams, that_nobody_reads_leave_no_temporary_file_behind_a_failed_copy) {
+TEST_F(standard_streams, that_nobody_reads_leave_no_temporary_file_after_a_failed_copy) {
     const program_result result = run({"-image", "disk", "-src", "/empty.txt", "-dst", "o", "-md5"},
                                       {.standard_output = output_end::broken});
     EXPECT_EQ(result.status, 255);

@@ -54,7 +54,7 @@ bytes disk_with(std::vector<table_slot> slots, std::uint64_t cut_sectors = 0) {
         .image();
 }
 
-// The volume behind a FAT partition, and a second volume behind it.
+// The volume after a FAT partition, and a second volume after it.
 bytes two_volumes() {
     const bytes content = volume();
     const std::uint32_t size = sectors_of(content);
@@ -84,7 +84,7 @@ bytes gpt_disk() {
         .image();
 }
 
-// An extended table at sector 63 that holds the volume and, behind it, a link to itself.
+// An extended table at sector 63 that holds the volume and, after it, a link to itself.
 bytes looping_disk() {
     const bytes content = volume();
     const std::uint32_t size = sectors_of(content);

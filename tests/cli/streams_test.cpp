@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(streams, shown_texts, testing::ValuesIn(texts),
 
 class quiet : public command_line_test {};
 
-TEST_F(quiet, with_diags_shows_the_header_alone_and_the_log_is_complete) {
+TEST_F(quiet, with_diags_shows_only_the_header_and_the_log_is_complete) {
     source("disk");
     const program_result result =
         run({"-quiet", "-diags", "log", "-image", "disk", "-src", "/x", "-dst", "o"});
@@ -222,7 +222,7 @@ TEST_F(elapsed_time, is_printed_with_profile_and_logged_with_diags) {
     EXPECT_EQ(result.err, std::string("copy successful\n") + emptied_status_line + last_line);
 }
 
-TEST_F(elapsed_time, is_not_told_by_a_run_whose_options_were_refused) {
+TEST_F(elapsed_time, is_not_shown_by_a_run_whose_options_were_refused) {
     const program_result result = run({"-profile", "-diags", "log", "-image", "missing"});
     EXPECT_EQ(result.err, "couldn't find any partitions on disk\n\n");
     EXPECT_TRUE(text("log").ends_with("->err: cmdline\n->exit: -1\n"));

@@ -38,7 +38,7 @@ class walk : public command_line_test {
 };
 
 // The paths of the host do not exist on the volume, so each shows as a line that failed.
-TEST_F(walk, gives_the_files_of_the_directory_and_of_as_many_levels_below_as_it_is_told) {
+TEST_F(walk, gives_the_files_of_the_directory_and_of_as_many_levels_below_as_were_asked_for) {
     program_result result = run({"-enumdir", host("Windows"), "-image", "disk", "-dst", "out/"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(told(result), lines{"failed: " + host("Windows/notepad.exe")});

@@ -29,7 +29,7 @@
 #include <unistd.h>
 #include <vector>
 
-// Read by AddressSanitizer where it is in the program: a finding aborts, so that the case is told; little
+// Read by AddressSanitizer where it is in the program: a finding aborts, so that the case is known; little
 // memory is kept back, for speed.
 extern "C" const char* __asan_default_options() {
     return "abort_on_error=1:quarantine_size_mb=16:malloc_context_size=0";

@@ -1,6 +1,5 @@
-// A host that fails on demand: a library to be loaded ahead of the C library, which stands between a program
-// and its reads and writes of ordinary files. What it does is told by environment variables, numbers in
-// bytes:
+// A host that fails on demand: a library to be loaded ahead of the C library, which comes between a program
+// and its reads and writes of ordinary files. Environment variables say what it does, numbers in bytes:
 //
 // - FAIL_READS_FROM, FAIL_READS_TO: a read that touches this range of its file ends there, or fails with EIO
 // - LONGEST_TRANSFER: no read or write moves more than this

@@ -7,7 +7,7 @@ namespace quarry::test {
 
 namespace {
 
-// Runs that begin or end behind this cluster are lies about a volume, not places on it.
+// Runs that begin or end past this cluster are lies about a volume, not places on it.
 constexpr std::uint64_t largest_lcn = std::uint64_t{1} << 22;
 
 bool lies_on_a_volume(const run& piece) {

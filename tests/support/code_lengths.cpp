@@ -32,7 +32,7 @@ bytes flat_code_lengths(std::size_t symbols) {
 bytes random_code_lengths(std::size_t symbols, unsigned longest, std::mt19937& random) {
     bytes lengths{0};
     while (lengths.size() < symbols) {
-        // A code is split into two that are a bit longer. Those in front are split more often.
+        // A code is split into two that are a bit longer. The first ones are split more often.
         const std::size_t chosen = random() % 2 == 0 ? random() % lengths.size() : 0;
         if (lengths[chosen] < longest) {
             const auto length = static_cast<std::uint8_t>(lengths[chosen] + 1);

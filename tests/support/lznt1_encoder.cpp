@@ -150,7 +150,7 @@ bytes lznt1_chunk(const bytes& payload) {
 
 bytes lznt1_stored_chunk(const bytes& plain) {
     if (plain.size() > lznt1_block) {
-        throw std::length_error("a chunk stands for 4096 bytes");
+        throw std::length_error("a chunk holds 4096 bytes");
     }
     byte_writer out(lznt1_block + 2);
     out.u16(0, 0x3FFF).raw(2, plain);

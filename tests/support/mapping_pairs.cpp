@@ -4,7 +4,7 @@ namespace quarry::test {
 
 namespace {
 
-// Bytes that a signed number needs so that its top bit still tells its sign.
+// Bytes that a signed number needs so that its top bit is still its sign.
 unsigned signed_width(std::int64_t value) {
     unsigned width = 1;
     while (width < 8) {

@@ -6,7 +6,7 @@ namespace quarry::test {
 
 namespace {
 
-// A number of the file; bytes behind its end are zeros.
+// A number of the file; bytes past its end are zeros.
 std::uint64_t number_at(const bytes& content, std::uint64_t offset, unsigned width) {
     std::uint64_t value = 0;
     for (unsigned i = 0; i < width; ++i) {

@@ -32,7 +32,7 @@ void add_compressed_file(volume_builder& volume) {
     const std::uint64_t cluster = volume.cluster_size();
     const std::uint64_t unit = unit_clusters * cluster;
     run_list where;
-    // A unit of text, a hole, a unit that stands as it is, the rest of a unit.
+    // A unit of text, a hole, a unit that is stored as it is, the rest of a unit.
     for (const std::size_t plain : {unit, std::uint64_t{0}, std::uint64_t{100}}) {
         const bytes chunks = plain == 0 ? bytes() : lznt1_chunks(text_like(plain, 7));
         const std::uint64_t stored = volume.clusters().clusters_for(chunks.size());
@@ -90,7 +90,7 @@ void add_links(volume_builder& volume) {
                                      .flags_word = 1});
 }
 
-// A file whose runs stand in two records, with the list that says so inside or outside of its record.
+// A file whose runs are in two records, with the list that says so inside or outside of its record.
 void add_extended_file(volume_builder& volume, const std::string& name, bool list_in_clusters) {
     const run first = volume.clusters().allocate(2);
     volume.clusters().take({first});

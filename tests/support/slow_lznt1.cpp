@@ -14,7 +14,7 @@ std::size_t word_at(const bytes& text, std::size_t at) {
     return byte_at(text, at) + 256 * byte_at(text, at + 1);
 }
 
-// Distance bits behind `position` plain bytes, from the table: 4 up to 16 bytes, 5 up to 32, and so on.
+// Distance bits after `position` decompressed bytes, from the table: 4 up to 16 bytes, 5 up to 32, and so on.
 std::size_t distance_bits(std::size_t position) {
     const std::size_t ends[] = {16, 32, 64, 128, 256, 512, 1024, 2048, 4096};
     std::size_t row = 0;

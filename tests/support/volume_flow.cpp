@@ -105,7 +105,7 @@ void list_directory(quarry::CNtfs& ntfs, std::uint64_t entry) {
     const bool listed = quarry::get_directory_children(ntfs, entry, children, false);
     quarry::_inode_collection with_slack;
     expect(quarry::get_directory_children(ntfs, entry, with_slack, true) == listed);
-    // What stands behind the end of a node comes on top of what stands ahead of it.
+    // What follows the end of a node is added to what precedes it.
     expect(std::includes(with_slack.begin(), with_slack.end(), children.begin(), children.end()));
 }
 

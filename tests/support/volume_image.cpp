@@ -110,10 +110,10 @@ void volume_image::build_records(const file_builder& file, std::vector<placed_at
     }
     const bool listed = file.m_list_value || (file.m_records.size() > 1 && file.m_list_wanted);
     if (listed) {
-        const auto behind_information =
+        const auto after_information =
             std::find_if(attributes.begin(), attributes.end(),
                          [](const auto& each) { return each.attribute.type() > 0x20; });
-        const std::ptrdiff_t index = behind_information - attributes.begin();
+        const std::ptrdiff_t index = after_information - attributes.begin();
         attribute_builder list = attribute_list(file, attributes);
         list.id(next_id[0]);
         attributes.insert(attributes.begin() + index, {std::move(list), 0});
@@ -229,7 +229,7 @@ void volume_image::build_volume_bitmap() {
     m_total_clusters = std::max(m_clusters.end_cluster(), m_volume.shape().total_clusters);
     bytes bitmap(static_cast<std::size_t>((m_total_clusters + 63) / 64 * 8));
     for (std::uint64_t bit = 0; bit < bitmap.size() * 8; ++bit) {
-        // Bits behind the last cluster are set, as the file system keeps them.
+        // Bits past the last cluster are set, as the file system keeps them.
         if (bit >= m_total_clusters || m_clusters.taken(bit)) {
             set_bit(bitmap, bit);
         }

@@ -20,7 +20,7 @@ bytes with_mark(std::size_t size, std::size_t offset) {
     return byte_writer(size).u16(offset, 0xAA55).take();
 }
 
-// A record as a table gives it, so that what the sniffer leaves alone can be told.
+// A record as a table gives it, so that a test can see what the sniffer does not touch.
 partition_stats from_table() {
     partition_stats record;
     record.m_start_sector = 2048;
@@ -30,7 +30,7 @@ partition_stats from_table() {
     return record;
 }
 
-TEST(volume_boot_sector, is_told_by_four_characters_at_byte_3) {
+TEST(volume_boot_sector, is_known_by_four_characters_at_byte_3) {
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "EXFA")));
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "MSDO")));
     EXPECT_TRUE(is_volume_boot_sector(with_text(512, 3, "NTFS")));
@@ -44,7 +44,7 @@ TEST(volume_boot_sector, is_told_by_four_characters_at_byte_3) {
     EXPECT_FALSE(is_volume_boot_sector({}));
 }
 
-TEST(mbr, is_told_by_the_mark_at_byte_510_unless_a_volume_begins_there) {
+TEST(mbr, is_known_by_the_mark_at_byte_510_unless_a_volume_begins_there) {
     EXPECT_TRUE(is_mbr(with_mark(512, 510)));
     EXPECT_TRUE(is_mbr(with_mark(4096, 510)));
     EXPECT_FALSE(is_mbr(bytes(512)));
@@ -112,7 +112,7 @@ TEST(sniffer, recognises_ntfs) {
     EXPECT_EQ(record.m_sector_size, 512u);
     EXPECT_EQ(record.m_volume_signature, 0x55667788u);
     EXPECT_EQ(record.m_start_sector, 2048u);
-    EXPECT_EQ(record.m_num_sectors, 5000u) << "the length of the table's entry stands";
+    EXPECT_EQ(record.m_num_sectors, 5000u) << "the length of the table's entry is kept";
 }
 
 TEST(sniffer, takes_the_length_of_ntfs_from_the_boot_sector_where_there_is_none) {
@@ -291,7 +291,7 @@ TEST(sniffer, recognises_the_two_hfs_formats) {
     EXPECT_EQ(record.m_format, "hfsx");
 }
 
-TEST(sniffer, leaves_the_type_of_hfs_behind_when_only_its_first_letter_fits) {
+TEST(sniffer, leaves_the_type_of_hfs_when_only_its_first_letter_fits) {
     partition_stats record = from_table();
     EXPECT_FALSE(sniff_format(record, with_text(2048, 1024, "HY")));
     EXPECT_EQ(record.m_partition_type, 0xAF);

@@ -191,7 +191,7 @@ TEST(gpt_table, is_looked_through_up_to_65536_entries_and_must_lie_inside_of_the
     EXPECT_EQ(fits.list.size(), 1u);
     EXPECT_LT(fits.reads, 65536u + 10);
     EXPECT_FALSE(read_sparse(head, last_entry).result);
-    EXPECT_FALSE(read_sparse(head, 1024 + 65536 * 128).result) << "entry 65,536 is behind the source";
+    EXPECT_FALSE(read_sparse(head, 1024 + 65536 * 128).result) << "entry 65,536 is past the source";
     disk.force(header + 84, 4, 0xFFFFFFFF);
     EXPECT_FALSE(read_sparse(disk.image(), ~std::uint64_t{0} >> 1).result) << "2^64 bytes of entries";
 }

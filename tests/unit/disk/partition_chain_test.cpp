@@ -17,7 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // Type, start and length of each record, "07 2048+1000".
-std::vector<std::string> told(const partition_list& list) {
+std::vector<std::string> listed(const partition_list& list) {
     std::vector<std::string> texts;
     for (const partition_stats& record : list) {
         const char* const digits = "0123456789abcdef";
@@ -54,7 +54,7 @@ TEST(primary_table, lists_its_four_entries_in_order) {
         rules_for_disks, false);
     EXPECT_FALSE(result.is_gpt);
     EXPECT_EQ(result.chain_base, 0u);
-    EXPECT_THAT(told(list), ElementsAre("07 63+100", "83 200+300", "0c 4294967295+4294967295", "27 0+1"));
+    EXPECT_THAT(listed(list), ElementsAre("07 63+100", "83 200+300", "0c 4294967295+4294967295", "27 0+1"));
     EXPECT_EQ(list[0].m_sector_size, 512u);
     EXPECT_FALSE(list[0].m_is_gpt);
     EXPECT_FALSE(list[0].m_format_known);
@@ -71,7 +71,7 @@ TEST(primary_table, has_four_entries_whatever_is_after_them_in_a_large_sector) {
             .take();
     partition_list list;
     static_cast<void>(walk_primary_table(list, sector, 4096, rules_for_disks, false));
-    EXPECT_THAT(told(list), ElementsAre("07 1+1", "07 2+1", "07 3+1", "07 4+1"));
+    EXPECT_THAT(listed(list), ElementsAre("07 1+1", "07 2+1", "07 3+1", "07 4+1"));
 }
 
 TEST(primary_table, stamps_the_sector_size_of_the_disk_on_its_records) {
@@ -88,14 +88,14 @@ TEST(primary_table, passes_over_bad_entries_on_a_disk) {
     static_cast<void>(
         walk_primary_table(list, table({{0x00, 10, 10}, {0x07, 20, 0}, {0xA5, 30, 30}, {0x07, 63, 100}}), 512,
                            rules_for_disks, false));
-    EXPECT_THAT(told(list), ElementsAre("07 63+100"));
+    EXPECT_THAT(listed(list), ElementsAre("07 63+100"));
 }
 
 TEST(primary_table, of_a_buffer_is_read_only_up_to_its_first_bad_entry) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x07, 63, 100}, {0x00, 0, 0}, {0x83, 200, 300}}), 512,
                                          rules_for_buffers, false));
-    EXPECT_THAT(told(list), ElementsAre("07 63+100"));
+    EXPECT_THAT(listed(list), ElementsAre("07 63+100"));
 }
 
 TEST(primary_table, ends_at_an_extended_entry_which_it_lists) {
@@ -115,7 +115,7 @@ TEST(primary_table, lists_an_extended_entry_of_type_85_and_does_not_follow_it) {
     const auto result =
         walk_primary_table(list, table({{0x85, 1000, 5000}, {0x07, 63, 100}}), 512, rules_for_disks, false);
     EXPECT_EQ(result.chain_base, 0u);
-    EXPECT_THAT(told(list), ElementsAre("85 1000+5000", "07 63+100"));
+    EXPECT_THAT(listed(list), ElementsAre("85 1000+5000", "07 63+100"));
 }
 
 TEST(primary_table, hands_over_at_a_protective_entry_in_any_slot) {
@@ -126,9 +126,9 @@ TEST(primary_table, hands_over_at_a_protective_entry_in_any_slot) {
         EXPECT_TRUE(walk_primary_table(list, table(slots), 512, rules_for_disks, false).is_gpt) << slot;
     }
     partition_list list;
-    const auto behind_extended =
+    const auto after_extended =
         walk_primary_table(list, table({{0x05, 1000, 5000}, {0xEE, 1, 1}}), 512, rules_for_disks, false);
-    EXPECT_FALSE(behind_extended.is_gpt);
+    EXPECT_FALSE(after_extended.is_gpt);
 }
 
 TEST(primary_table, of_a_buffer_takes_a_protective_entry_for_a_bad_one) {
@@ -136,19 +136,19 @@ TEST(primary_table, of_a_buffer_takes_a_protective_entry_for_a_bad_one) {
     const auto result = walk_primary_table(list, table({{0x07, 63, 100}, {0xEE, 1, 1000}, {0x07, 200, 100}}),
                                            512, rules_for_buffers, false);
     EXPECT_FALSE(result.is_gpt);
-    EXPECT_THAT(told(list), ElementsAre("07 63+100"));
+    EXPECT_THAT(listed(list), ElementsAre("07 63+100"));
 }
 
 TEST(primary_table, has_a_record_of_itself_in_front_of_the_first_partition_when_gaps_are_asked_for) {
     partition_list list;
     static_cast<void>(walk_primary_table(list, table({{0x00, 0, 0}, {0x07, 63, 100}, {0x83, 200, 300}}), 512,
                                          rules_for_disks, true));
-    EXPECT_THAT(told(list), ElementsAre("00 0+1", "07 63+100", "83 200+300"));
+    EXPECT_THAT(listed(list), ElementsAre("00 0+1", "07 63+100", "83 200+300"));
     EXPECT_EQ(list[0].m_name, "mbr");
     EXPECT_EQ(list[0].m_sector_size, 512u);
     partition_list none;
     static_cast<void>(walk_primary_table(none, table({}), 512, rules_for_disks, true));
-    EXPECT_THAT(told(none), IsEmpty());
+    EXPECT_THAT(listed(none), IsEmpty());
 }
 
 TEST(primary_table, that_is_cut_has_only_the_entries_it_holds) {
@@ -178,7 +178,7 @@ TEST(extended_chain, counts_partitions_from_their_table_and_links_from_the_base)
     const chain_result result = walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
     EXPECT_TRUE(result.first_table_read);
     EXPECT_EQ(result.last_ordinary_type, 0x07);
-    EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 150+20", "83 152+11", "0f 180+21", "0b 183+12"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+10", "05 150+20", "83 152+11", "0f 180+21", "0b 183+12"));
     EXPECT_EQ(bytes_of.reads, 3u);
 }
 
@@ -189,7 +189,7 @@ TEST(extended_chain, takes_up_to_four_partitions_from_one_table) {
     partition_list list;
     const chain_result result = walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
     EXPECT_EQ(result.last_ordinary_type, 0x0C);
-    EXPECT_THAT(told(list), ElementsAre("07 101+1", "83 102+2", "0b 103+3", "0c 104+4"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+1", "83 102+2", "0b 103+3", "0c 104+4"));
 }
 
 TEST(extended_chain, ends_at_a_bad_entry_even_if_a_link_is_after_it) {
@@ -201,18 +201,18 @@ TEST(extended_chain, ends_at_a_bad_entry_even_if_a_link_is_after_it) {
         partition_list list;
         const chain_result result = walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
         EXPECT_TRUE(result.first_table_read);
-        EXPECT_THAT(told(list), ElementsAre("07 101+10"));
+        EXPECT_THAT(listed(list), ElementsAre("07 101+10"));
         EXPECT_EQ(bytes_of.reads, 1u);
     }
 }
 
-TEST(extended_chain, links_stand_in_the_list_among_the_other_partitions) {
+TEST(extended_chain, links_are_in_the_list_among_the_other_partitions) {
     disk_builder disk(1000);
     disk.table(100, {{0x05, 50, 20}}).table(150, {{0x0F, 80, 21}});
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("05 150+20", "0f 180+21"));
+    EXPECT_THAT(listed(list), ElementsAre("05 150+20", "0f 180+21"));
 }
 
 TEST(extended_chain, does_not_look_after_a_link_in_a_table) {
@@ -223,7 +223,7 @@ TEST(extended_chain, does_not_look_after_a_link_in_a_table) {
     partition_list list;
     const chain_result result = walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
     EXPECT_EQ(result.last_ordinary_type, 0x00);
-    EXPECT_THAT(told(list), ElementsAre("05 150+20", "83 152+11"));
+    EXPECT_THAT(listed(list), ElementsAre("05 150+20", "83 152+11"));
 }
 
 TEST(extended_chain, needs_no_mark_in_its_first_table_and_one_in_each_linked_table_of_a_disk) {
@@ -233,11 +233,11 @@ TEST(extended_chain, needs_no_mark_in_its_first_table_and_one_in_each_linked_tab
     counted_source bytes_of = {disk.image()};
     partition_list on_disk;
     EXPECT_TRUE(walk_extended_chain(on_disk, 100, 512, rules_for_disks, bytes_of.source()).first_table_read);
-    EXPECT_THAT(told(on_disk), ElementsAre("05 150+20"));
+    EXPECT_THAT(listed(on_disk), ElementsAre("05 150+20"));
     partition_list in_buffer;
     EXPECT_TRUE(
         walk_extended_chain(in_buffer, 100, 512, rules_for_buffers, bytes_of.source()).first_table_read);
-    EXPECT_THAT(told(in_buffer), ElementsAre("05 150+20", "83 152+11"));
+    EXPECT_THAT(listed(in_buffer), ElementsAre("05 150+20", "83 152+11"));
 }
 
 TEST(extended_chain, a_linked_volume_boot_sector_is_no_table) {
@@ -247,7 +247,7 @@ TEST(extended_chain, a_linked_volume_boot_sector_is_no_table) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("05 150+20"));
+    EXPECT_THAT(listed(list), ElementsAre("05 150+20"));
 }
 
 TEST(extended_chain, keeps_what_it_found_when_a_linked_table_cannot_be_read) {
@@ -256,14 +256,14 @@ TEST(extended_chain, keeps_what_it_found_when_a_linked_table_cannot_be_read) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     EXPECT_TRUE(walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source()).first_table_read);
-    EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 200+20"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+10", "05 200+20"));
 }
 
 TEST(extended_chain, reports_a_first_table_that_cannot_be_read) {
     counted_source bytes_of = {disk_builder(100).image()};
     partition_list list;
     EXPECT_FALSE(walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source()).first_table_read);
-    EXPECT_THAT(told(list), IsEmpty());
+    EXPECT_THAT(listed(list), IsEmpty());
 }
 
 TEST(extended_chain, finds_its_tables_by_the_sector_size_of_the_disk) {
@@ -273,7 +273,7 @@ TEST(extended_chain, finds_its_tables_by_the_sector_size_of_the_disk) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 4096, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 150+20", "83 152+11"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+10", "05 150+20", "83 152+11"));
     EXPECT_EQ(list[2].m_sector_size, 4096u);
 }
 
@@ -284,7 +284,7 @@ TEST(extended_chain, a_table_that_links_to_itself_ends_the_chain) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 150+20", "83 152+11", "05 150+20"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+10", "05 150+20", "83 152+11", "05 150+20"));
     EXPECT_EQ(bytes_of.reads, 2u);
 }
 
@@ -294,7 +294,7 @@ TEST(extended_chain, a_link_back_to_the_first_table_ends_the_chain) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("07 101+10", "05 100+20"));
+    EXPECT_THAT(listed(list), ElementsAre("07 101+10", "05 100+20"));
     EXPECT_EQ(bytes_of.reads, 1u);
 }
 
@@ -306,12 +306,12 @@ TEST(extended_chain, two_tables_that_link_to_each_other_end_the_chain) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("05 150+20", "07 151+10", "05 180+20", "83 181+10", "05 150+20"));
+    EXPECT_THAT(listed(list), ElementsAre("05 150+20", "07 151+10", "05 180+20", "83 181+10", "05 150+20"));
     EXPECT_EQ(bytes_of.reads, 3u);
 }
 
 TEST(extended_chain, of_100000_links_is_followed_to_its_end) {
-    // Every sector is a table that links to the next one, up to sector 100,001, which links behind the disk.
+    // Every sector is a table that links to the next one, up to sector 100,001, which links past the disk.
     byte_writer sector(table({{0x05, 0, 1}}));
     const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
         const std::uint64_t number = offset / 512;
@@ -328,7 +328,7 @@ TEST(extended_chain, of_100000_links_is_followed_to_its_end) {
     EXPECT_EQ(list.back().m_start_sector, 100002u);
 }
 
-// As above, with three partitions in front of each link.
+// As above, with three partitions before each link.
 TEST(extended_chain, is_not_followed_further_when_the_list_has_262144_partitions) {
     byte_writer sector(table({{0x83, 1, 1}, {0x83, 1, 1}, {0x83, 1, 1}, {0x05, 0, 1}}));
     const sector_source source = [&](std::uint64_t offset, std::uint64_t) -> std::optional<byte_view> {
@@ -347,7 +347,7 @@ TEST(extended_chain, a_link_past_32_bits_is_not_cut) {
     counted_source bytes_of = {disk.image()};
     partition_list list;
     walk_extended_chain(list, 100, 512, rules_for_disks, bytes_of.source());
-    EXPECT_THAT(told(list), ElementsAre("07 4294967395+10", "05 4294967395+4294967295"));
+    EXPECT_THAT(listed(list), ElementsAre("07 4294967395+10", "05 4294967395+4294967295"));
     EXPECT_EQ(list[1].byte_offset(), 4294967395u * std::uint64_t{512});
 }
 
@@ -378,7 +378,8 @@ partition_stats record(std::uint64_t start, std::uint64_t length, std::uint32_t 
 TEST(gaps, are_records_of_free_space_in_front_of_between_and_after_partitions) {
     partition_list list = {record(10, 5), record(15, 5), record(30, 10, 1024)};
     fill_gaps(list, 50 * 512 + 511, 512, false);
-    EXPECT_THAT(told(list), ElementsAre("00 0+10", "07 10+5", "07 15+5", "00 20+10", "07 30+10", "00 40+10"));
+    EXPECT_THAT(listed(list),
+                ElementsAre("00 0+10", "07 10+5", "07 15+5", "00 20+10", "07 30+10", "00 40+10"));
     EXPECT_EQ(list[0].m_name, "unalloc");
     EXPECT_EQ(list[0].m_sector_size, 512u);
     EXPECT_EQ(list[3].m_name, "unalloc");
@@ -392,13 +393,13 @@ TEST(gaps, are_records_of_free_space_in_front_of_between_and_after_partitions) {
 TEST(gaps, are_none_on_a_disk_that_is_full) {
     partition_list list = {record(0, 10), record(10, 40)};
     fill_gaps(list, 50 * 512, 512, true);
-    EXPECT_THAT(told(list), ElementsAre("07 0+10", "07 10+40"));
+    EXPECT_THAT(listed(list), ElementsAre("07 0+10", "07 10+40"));
 }
 
 TEST(gaps, are_counted_from_the_end_of_the_record_before_even_if_it_lies_inside_of_another) {
     partition_list list = {record(0, 40), record(10, 5), record(20, 5)};
     fill_gaps(list, 50 * 512, 512, true);
-    EXPECT_THAT(told(list), ElementsAre("07 0+40", "07 10+5", "00 15+5", "07 20+5", "00 25+25"));
+    EXPECT_THAT(listed(list), ElementsAre("07 0+40", "07 10+5", "00 15+5", "07 20+5", "00 25+25"));
     EXPECT_TRUE(list[2].m_is_gpt);
 }
 

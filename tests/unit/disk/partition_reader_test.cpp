@@ -28,7 +28,7 @@ struct reading {
 
 // Type, start and length, and the format if there is one: "07 2048+1000 ntfs". A guessed type has an "8" in
 // front.
-std::vector<std::string> told(const partition_list& list) {
+std::vector<std::string> listed(const partition_list& list) {
     std::vector<std::string> texts;
     for (const partition_stats& record : list) {
         const char* const digits = "0123456789abcdef";
@@ -89,22 +89,22 @@ TEST_F(partition_reader_test, lists_the_partitions_of_an_mbr_with_their_formats)
         .put(16384, fat16_boot_sector(3999));
     const reading made = read(disk);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("07 2048+1000 ntfs", "83 4096+2000", "0c 8192+2999 fat32",
-                                             "04 16384+4000 fat16"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 2048+1000 ntfs", "83 4096+2000", "0c 8192+2999 fat32",
+                                               "04 16384+4000 fat16"));
 }
 
 TEST_F(partition_reader_test, a_bare_ntfs_volume_is_one_record_from_sector_0_on) {
     for (const bool scan : {false, true}) {
         const reading made = read(byte_writer(ntfs_boot_sector(20479)).fill(20000, 1, 1).take(), scan);
         EXPECT_TRUE(made.result);
-        EXPECT_THAT(told(made.list), ElementsAre("07 0+20479 ntfs"));
+        EXPECT_THAT(listed(made.list), ElementsAre("07 0+20479 ntfs"));
         EXPECT_EQ(made.list[0].m_sector_size, 512u);
         EXPECT_TRUE(made.list[0].m_format_known);
     }
 }
 
 TEST_F(partition_reader_test, a_bare_volume_gets_no_records_of_free_space) {
-    EXPECT_THAT(told(read(byte_writer(ntfs_boot_sector(10)).fill(20000, 1, 1).take(), false, true).list),
+    EXPECT_THAT(listed(read(byte_writer(ntfs_boot_sector(10)).fill(20000, 1, 1).take(), false, true).list),
                 ElementsAre("07 0+10 ntfs"));
 }
 
@@ -141,7 +141,7 @@ TEST_F(partition_reader_test, only_what_the_gpt_says_counts_when_a_protective_en
     disk.table(0, {{0x07, 300, 100}, {0x83, 400, 100}, {0xEE, 1, 2047}});
     const reading made = read(disk);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("ee 100+100"));
+    EXPECT_THAT(listed(made.list), ElementsAre("ee 100+100"));
 }
 
 TEST_F(partition_reader_test, a_gpt_that_fails_is_the_result_of_the_call) {
@@ -168,7 +168,7 @@ TEST_F(partition_reader_test,
         disk.put(10, ntfs_boot_sector(19, static_cast<std::uint16_t>(size)));
         const reading made = read(disk);
         EXPECT_TRUE(made.result) << size;
-        EXPECT_THAT(told(made.list), ElementsAre("07 10+20 ntfs", "83 40+10")) << size;
+        EXPECT_THAT(listed(made.list), ElementsAre("07 10+20 ntfs", "83 40+10")) << size;
         EXPECT_EQ(made.list[1].m_sector_size, size);
         EXPECT_EQ(made.list[0].byte_offset(), 10 * size);
     }
@@ -185,7 +185,7 @@ TEST_F(partition_reader_test,
     image[446 + 12] = 20;
     const reading made = read(image);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("83 10+20"));
+    EXPECT_THAT(listed(made.list), ElementsAre("83 10+20"));
     EXPECT_EQ(made.list[0].byte_offset(), 40960u);
 }
 
@@ -203,20 +203,20 @@ TEST_F(partition_reader_test, follows_an_extended_partition) {
     disk.put(64, ntfs_boot_sector(99)).put(1063, ntfs_boot_sector(399));
     const reading made = read(disk);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("07 64+100 ntfs", "05 1000+4000", "07 1063+400 ntfs",
-                                             "05 3000+500", "83 3063+437"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 64+100 ntfs", "05 1000+4000", "07 1063+400 ntfs",
+                                               "05 3000+500", "83 3063+437"));
 }
 
 TEST_F(partition_reader_test, an_extended_partition_at_sector_0_is_listed_and_not_followed) {
     const reading made = read(disk_builder(5000).table(0, {{0x05, 0, 4000}}));
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("05 0+4000"));
+    EXPECT_THAT(listed(made.list), ElementsAre("05 0+4000"));
 }
 
 TEST_F(partition_reader_test, an_extended_entry_of_type_85_is_listed_and_not_followed) {
     disk_builder disk(5000);
     disk.table(0, {{0x85, 1000, 4000}}).table(1000, {{0x07, 63, 400}});
-    EXPECT_THAT(told(read(disk).list), ElementsAre("85 1000+4000"));
+    EXPECT_THAT(listed(read(disk).list), ElementsAre("85 1000+4000"));
 }
 
 TEST_F(partition_reader_test, fails_when_the_first_extended_table_cannot_be_read) {
@@ -229,37 +229,37 @@ TEST_F(partition_reader_test, keeps_what_it_found_when_a_later_table_cannot_be_r
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {{0x83, 1, 2}, {0x05, 2000, 500}});
     const reading made = read(disk);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("05 1000+4000", "83 1001+2", "05 3000+500"));
+    EXPECT_THAT(listed(made.list), ElementsAre("05 1000+4000", "83 1001+2", "05 3000+500"));
 }
 
 TEST_F(partition_reader_test, lists_an_ntfs_volume_at_sector_63_in_front_of_an_extended_partition) {
     disk_builder disk(5000);
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {{0x83, 63, 400}}).put(63, ntfs_boot_sector(936));
     const reading made = read(disk);
-    EXPECT_THAT(told(made.list), ElementsAre("07 63+937 ntfs", "05 1000+4000", "83 1063+400"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 63+937 ntfs", "05 1000+4000", "83 1063+400"));
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
 }
 
 TEST_F(partition_reader_test, makes_that_guess_also_when_a_bad_entry_ended_the_first_extended_table) {
     disk_builder disk(5000);
     disk.table(0, {{0x05, 1000, 4000}}).table(1000, {}).put(63, ntfs_boot_sector(936));
-    EXPECT_THAT(told(read(disk).list), ElementsAre("07 63+937 ntfs", "05 1000+4000"));
+    EXPECT_THAT(listed(read(disk).list), ElementsAre("07 63+937 ntfs", "05 1000+4000"));
 }
 
 TEST_F(partition_reader_test, makes_no_guess_without_a_chain_or_without_ntfs) {
     disk_builder without_chain(5000);
     without_chain.table(0, {{0x83, 1000, 4000}}).put(63, ntfs_boot_sector(936));
-    EXPECT_THAT(told(read(without_chain).list), ElementsAre("83 1000+4000"));
+    EXPECT_THAT(listed(read(without_chain).list), ElementsAre("83 1000+4000"));
     disk_builder without_ntfs(5000);
     without_ntfs.table(0, {{0x05, 1000, 4000}}).table(1000, {}).put(63, fat32_boot_sector(936));
-    EXPECT_THAT(told(read(without_ntfs).list), ElementsAre("05 1000+4000"));
+    EXPECT_THAT(listed(read(without_ntfs).list), ElementsAre("05 1000+4000"));
 }
 
 TEST_F(partition_reader_test, looks_for_the_guess_in_sectors_of_the_disk) {
     disk_builder disk(500, 4096);
     disk.table(0, {{0x05, 100, 400}}).table(100, {}).put(63, ntfs_boot_sector(36, 4096));
     const reading made = read(disk);
-    EXPECT_THAT(told(made.list), ElementsAre("07 63+37 ntfs", "05 100+400"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 63+37 ntfs", "05 100+400"));
     EXPECT_EQ(made.list[0].byte_offset(), 63u * 4096);
 }
 
@@ -278,7 +278,7 @@ TEST_F(partition_reader_test, a_partition_past_the_end_of_the_image_keeps_the_ty
     disk.table(0, {{0x07, 100, 100}, {0x0B, 2000, 100}, {0x83, 0xFFFFFFFF, 0xFFFFFFFF}});
     const reading made = read(disk);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("07 100+100", "0b 2000+100", "83 4294967295+4294967295"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 100+100", "0b 2000+100", "83 4294967295+4294967295"));
     EXPECT_FALSE(made.list[1].m_format_known);
 }
 
@@ -286,30 +286,30 @@ TEST_F(partition_reader_test, a_boot_sector_of_which_only_a_part_is_there_is_not
     disk_builder disk(2000);
     disk.table(0, {{0x83, 1999, 100}}).put(1999, ntfs_boot_sector(99));
     bytes image = disk.image();
-    EXPECT_THAT(told(read(image).list), ElementsAre("07 1999+100 ntfs"));
+    EXPECT_THAT(listed(read(image).list), ElementsAre("07 1999+100 ntfs"));
     image.pop_back();
-    EXPECT_THAT(told(read(image).list), ElementsAre("83 1999+100"));
+    EXPECT_THAT(listed(read(image).list), ElementsAre("83 1999+100"));
 }
 
 TEST_F(partition_reader_test, an_ext_partition_starts_at_0_only_where_sectors_have_2048_bytes_or_more) {
     const bytes ext = byte_writer(ext_volume_head(50, 0)).text(3, "GRUB").take();
     disk_builder small(2000);
     small.table(0, {{0x83, 100, 100}}).put(100, ext);
-    EXPECT_THAT(told(read(small).list), ElementsAre("83 100+100"));
+    EXPECT_THAT(listed(read(small).list), ElementsAre("83 100+100"));
     disk_builder large(200, 2048);
     large.table(0, {{0x83, 100, 100}}).put(100, ext);
-    EXPECT_THAT(told(read(large).list), ElementsAre("83 0+51200 ext2/3"));
+    EXPECT_THAT(listed(read(large).list), ElementsAre("83 0+51200 ext2/3"));
 }
 
 TEST_F(partition_reader_test, a_source_that_is_an_ext_volume_is_one_record) {
     const reading made = read(byte_writer(ext_volume_head(50, 0, "label")).fill(20000, 1, 1).take());
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("83 0+0 ext"));
+    EXPECT_THAT(listed(made.list), ElementsAre("83 0+0 ext"));
     EXPECT_EQ(made.list[0].m_volume_label, "label");
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
     EXPECT_TRUE(made.list[0].m_format_known);
     const bytes cut = byte_view(ext_volume_head(50, 0)).clipped(0, 1082).to_vector();
-    EXPECT_THAT(told(read(cut).list), ElementsAre("83 0+0 ext")) << "with zeros behind the magic word";
+    EXPECT_THAT(listed(read(cut).list), ElementsAre("83 0+0 ext")) << "with zeros after the magic word";
     const bytes without_magic = byte_view(ext_volume_head(50, 0)).clipped(0, 1081).to_vector();
     EXPECT_FALSE(read(without_magic).result);
 }
@@ -321,20 +321,20 @@ TEST_F(partition_reader_test, a_search_finds_what_is_left_of_a_chain_and_does_no
     EXPECT_FALSE(read(disk).result);
     const reading made = read(disk, true);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list), ElementsAre("07 1063+400", "05 3000+500", "83 3063+437"));
+    EXPECT_THAT(listed(made.list), ElementsAre("07 1063+400", "05 3000+500", "83 3063+437"));
     EXPECT_EQ(made.list[0].m_sector_size, 512u);
 }
 
 TEST_F(partition_reader_test, a_search_takes_the_first_table_and_passes_over_volume_boot_sectors) {
     disk_builder disk(5000);
     disk.put(500, ntfs_boot_sector(10)).table(1000, {{0x07, 1, 2}}).table(1001, {{0x83, 3, 4}});
-    EXPECT_THAT(told(read(disk, true).list), ElementsAre("07 1001+2"));
+    EXPECT_THAT(listed(read(disk, true).list), ElementsAre("07 1001+2"));
 }
 
 TEST_F(partition_reader_test, a_search_looks_at_1048576_bytes_and_not_at_1049088) {
     disk_builder at_limit(5000);
     at_limit.table(2048, {{0x07, 1, 2}});
-    EXPECT_THAT(told(read(at_limit, true).list), ElementsAre("07 2049+2"));
+    EXPECT_THAT(listed(read(at_limit, true).list), ElementsAre("07 2049+2"));
     disk_builder beyond(5000);
     beyond.table(2049, {{0x07, 1, 2}});
     EXPECT_FALSE(read(beyond, true).result);
@@ -350,11 +350,11 @@ TEST_F(partition_reader_test,
        a_guess_after_a_search_keeps_the_mark_of_a_guess_and_the_last_type_of_the_table) {
     disk_builder disk(5000);
     disk.table(1000, {{0x83, 63, 400}, {0x0B, 500, 10}, {0x05, 2000, 500}}).put(63, ntfs_boot_sector(936));
-    EXPECT_THAT(told(read(disk, true).list),
+    EXPECT_THAT(listed(read(disk, true).list),
                 ElementsAre("80b 63+937", "83 1063+400", "0b 1500+10", "05 3000+500"));
     disk_builder without_partition(5000);
     without_partition.table(1000, {{0x05, 2000, 500}}).put(63, ntfs_boot_sector(936));
-    EXPECT_THAT(told(read(without_partition, true).list), ElementsAre("800 63+937", "05 3000+500"));
+    EXPECT_THAT(listed(read(without_partition, true).list), ElementsAre("800 63+937", "05 3000+500"));
 }
 
 TEST_F(partition_reader_test, an_ext_volume_that_is_searched_is_one_only_when_the_search_finds_a_table) {
@@ -363,7 +363,7 @@ TEST_F(partition_reader_test, an_ext_volume_that_is_searched_is_one_only_when_th
     EXPECT_TRUE(read(disk).result);
     EXPECT_FALSE(read(disk, true).result);
     disk.table(1000, {{0x83, 63, 400}});
-    EXPECT_THAT(told(read(disk, true).list), ElementsAre("83 0+0 ext"));
+    EXPECT_THAT(listed(read(disk, true).list), ElementsAre("83 0+0 ext"));
 }
 
 TEST_F(partition_reader_test, fills_gaps_when_it_is_asked_to) {
@@ -371,13 +371,13 @@ TEST_F(partition_reader_test, fills_gaps_when_it_is_asked_to) {
     disk.table(0, {{0x07, 100, 900}, {0x83, 1000, 100}});
     const reading made = read(disk, false, true);
     EXPECT_TRUE(made.result);
-    EXPECT_THAT(told(made.list),
+    EXPECT_THAT(listed(made.list),
                 ElementsAre("00 0+1", "00 1+99", "07 100+900", "83 1000+100", "00 1100+3900"));
     EXPECT_EQ(made.list[0].m_name, "mbr");
     EXPECT_EQ(made.list[1].m_name, "unalloc");
     disk_builder ext(5000);
     ext.put(0, ext_volume_head(50, 0));
-    EXPECT_THAT(told(read(ext, false, true).list), ElementsAre("83 0+0 ext", "00 0+5000"));
+    EXPECT_THAT(listed(read(ext, false, true).list), ElementsAre("83 0+0 ext", "00 0+5000"));
 }
 
 TEST_F(partition_reader_test, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt) {
@@ -396,7 +396,7 @@ TEST_F(partition_reader_test, the_gaps_of_a_disk_without_a_gpt_are_none_of_a_gpt
 TEST_F(partition_reader_test, fills_the_gaps_of_a_gpt_once) {
     disk_builder disk(2048);
     disk.gpt({{100, 199, "a"}});
-    EXPECT_THAT(told(read(disk, false, true).list),
+    EXPECT_THAT(listed(read(disk, false, true).list),
                 ElementsAre("ee 0+1", "ee 1+1", "ee 2+32", "00 34+66", "ee 100+100", "00 200+1848"));
 }
 
@@ -408,11 +408,11 @@ TEST_F(partition_reader_test, reads_drives_as_it_reads_images) {
     RAW_DISK_IO drive(1, false, false, source_kind_drive);
     partition_list list;
     EXPECT_TRUE(read_partitions(&drive, list, false, false));
-    EXPECT_THAT(told(list), ElementsAre("07 100+900 ntfs", "05 1000+4000", "83 1063+400"));
+    EXPECT_THAT(listed(list), ElementsAre("07 100+900 ntfs", "05 1000+4000", "83 1063+400"));
     disk_builder(2048).gpt({{100, 199, "a"}, {300, 399, "b"}}).write_to(devices.drive(2));
     RAW_DISK_IO gpt_drive(2, false, false, source_kind_drive);
     EXPECT_TRUE(read_gpt(&gpt_drive, list, false));
-    EXPECT_THAT(told(list), ElementsAre("ee 100+100", "ee 300+100"));
+    EXPECT_THAT(listed(list), ElementsAre("ee 100+100", "ee 300+100"));
 }
 
 TEST_F(partition_reader_test, finds_partitions_beyond_4_gib) {
@@ -422,11 +422,12 @@ TEST_F(partition_reader_test, finds_partitions_beyond_4_gib) {
     disk.table(1000, {{0x83, static_cast<std::uint32_t>(start + 10 - 1000), 90}});
     disk.put(start, ntfs_boot_sector(999)).put(start + 10, ntfs_boot_sector(89));
     const reading made = read(disk);
-    EXPECT_THAT(told(made.list), ElementsAre("07 10485760+1000 ntfs", "05 1000+100", "07 10485770+90 ntfs"));
+    EXPECT_THAT(listed(made.list),
+                ElementsAre("07 10485760+1000 ntfs", "05 1000+100", "07 10485770+90 ntfs"));
     EXPECT_EQ(made.list[0].byte_offset(), 0x140000000u);
 }
 
-// Each sector behind the first links to the next one, and the last to the first of them.
+// Each sector after the first links to the next one, and the last to the first of them.
 TEST_F(partition_reader_test, a_mebibyte_of_tables_in_a_cycle_is_listed_once) {
     disk_builder disk(2048);
     disk.table(0, {{0x05, 1, 2047}});
@@ -461,7 +462,7 @@ TEST_F(partition_reader_test, an_image_cut_at_any_length_gives_a_beginning_of_it
     }
 }
 
-TEST(ntfs_at, goes_by_the_name_alone) {
+TEST(ntfs_at, goes_only_by_the_name) {
     const temp_dir dir;
     disk_builder disk(10);
     disk.put(3, byte_writer(512).text(3, "NTFS    ").take())

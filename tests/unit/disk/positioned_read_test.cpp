@@ -34,7 +34,7 @@ TEST_F(positioned_read_test, fills_the_buffer_from_a_position) {
     EXPECT_EQ(buffer, to_bytes("3456"));
 }
 
-TEST_F(positioned_read_test, leaves_the_position_of_the_descriptor_alone) {
+TEST_F(positioned_read_test, does_not_move_the_position_of_the_descriptor) {
     ASSERT_EQ(::lseek(m_source, 2, SEEK_SET), 2);
     bytes buffer(4);
     EXPECT_EQ(read_at_position(m_source, buffer, 5), 4);
@@ -72,8 +72,7 @@ TEST_F(positioned_read_test, refuses_a_position_that_needs_64_bits) {
     EXPECT_EQ(read_at_position(m_source, buffer, 0x7FFFFFFFFFFFFFF0), 0);
 }
 
-// The memory of this process, a hole behind it: a file of the system that gives bytes first and then an
-// error.
+// The memory of this process, a hole after it: a file of the system that gives bytes first and then an error.
 TEST_F(positioned_read_test, gives_what_came_before_an_error_and_zeros_after) {
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     void* const pages = ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

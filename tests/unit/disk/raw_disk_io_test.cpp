@@ -206,7 +206,7 @@ TEST(raw_disk_io_path, a_directory_and_a_device_without_an_end_give_nothing) {
 }
 
 // /proc/self/mem answers a seek to its end with an error.
-TEST(raw_disk_io_path, a_source_that_cannot_tell_its_end_has_no_bytes) {
+TEST(raw_disk_io_path, a_source_that_does_not_know_its_end_has_no_bytes) {
     RAW_DISK_IO disk = open_image("/proc/self/mem");
     EXPECT_TRUE(disk.is_ok());
     EXPECT_NE(disk.m_fd, -1);
@@ -285,7 +285,7 @@ TEST(raw_disk_io_drive, a_drive_is_opened_for_reading_unless_writing_is_asked_fo
     EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
 }
 
-TEST(raw_disk_io_drive, a_drive_that_cannot_be_opened_is_told_with_its_error) {
+TEST(raw_disk_io_drive, a_drive_that_cannot_be_opened_is_reported_with_its_error) {
     const device_files devices;
     ::testing::internal::CaptureStderr();
     const RAW_DISK_IO disk = open_drive(2);
@@ -315,7 +315,7 @@ TEST(raw_disk_io_drive, numbers_from_20_on_have_no_device_and_are_refused_withou
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(raw_disk_io_drive, a_drive_that_cannot_tell_its_end_is_refused_without_a_word) {
+TEST(raw_disk_io_drive, a_drive_that_does_not_know_its_end_is_refused_without_a_message) {
     const device_files devices;
     std::filesystem::create_symlink("/proc/self/mem", devices.drive(0));
     ::testing::internal::CaptureStderr();

@@ -30,7 +30,7 @@ TEST(stored_bytes, count_eight_times_and_64_mebibytes_at_least_where_they_may_be
     EXPECT_EQ(stored_bytes_of(10 * mebibyte, 512, true), 10 * mebibyte);
 }
 
-TEST(stored_bytes, are_all_bytes_where_nothing_is_told_to_be_allocated) {
+TEST(stored_bytes, are_all_bytes_where_nothing_is_said_to_be_allocated) {
     EXPECT_EQ(stored_bytes_of(tebibyte, 0, true), tebibyte);
     EXPECT_EQ(stored_bytes_of(0, 0, false), 0u);
 }

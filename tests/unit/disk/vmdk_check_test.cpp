@@ -55,7 +55,7 @@ class vmdk_check_test : public ::testing::Test {
     std::string m_words;
 };
 
-TEST_F(vmdk_check_test, a_base_alone_is_a_chain) {
+TEST_F(vmdk_check_test, a_single_base_is_a_chain) {
     const paths list = {write("base", file_of("1", "ffffffff"))};
     EXPECT_TRUE(check(list));
     EXPECT_EQ(m_words, "");
@@ -79,7 +79,7 @@ TEST_F(vmdk_check_test, an_empty_list_fails_without_words) {
     EXPECT_TRUE(m_suggested.empty());
 }
 
-TEST_F(vmdk_check_test, a_file_that_cannot_be_opened_is_told_in_utf8) {
+TEST_F(vmdk_check_test, a_file_that_cannot_be_opened_is_reported_in_utf8) {
     const std::wstring path = m_dir.path().wstring() + L"/\x00C4.vmdk";
     const paths list = {write("base", file_of("1", "ffffffff")), path};
     EXPECT_FALSE(check(list));
@@ -194,7 +194,7 @@ TEST_F(vmdk_check_test, all_missing_parents_are_worked_out_and_the_words_are_tho
     EXPECT_TRUE(check(m_suggested));
 }
 
-TEST_F(vmdk_check_test, a_parent_that_is_nowhere_is_told) {
+TEST_F(vmdk_check_test, a_parent_that_is_nowhere_is_reported) {
     const std::wstring snapshot = write("snap.vmdk", file_of("2", "1", "\"base.vmdk\""));
     EXPECT_FALSE(check({snapshot}));
     EXPECT_EQ(m_words, no_parent_words);
@@ -231,7 +231,7 @@ TEST_F(vmdk_check_test, without_a_directory_in_the_list_a_missing_parent_has_no_
 
 TEST_F(vmdk_check_test,
        a_parent_that_is_listed_by_name_but_not_by_its_content_id_passes_and_is_refused_when_opened) {
-    for (const char* cid_of_base : {"1", "8"}) {  // in front of the child and behind it
+    for (const char* cid_of_base : {"1", "8"}) {  // before the child and after it
         const paths list = {write("base.vmdk", file_of(cid_of_base, "ffffffff")),
                             write("snap.vmdk", file_of("5", "4", "\"base.vmdk\""))};
         EXPECT_TRUE(check(list)) << cid_of_base;
@@ -275,8 +275,7 @@ TEST_F(vmdk_check_test, of_two_files_one_may_bear_the_hinted_name_though_no_base
     EXPECT_EQ(m_words, "");
 }
 
-// In the first pass the base comes in front of the child, in the second the child's parent is in front of
-// both.
+// In the first pass the base comes before the child, in the second the child's parent is before both.
 TEST_F(vmdk_check_test, a_base_is_in_front_only_in_a_pass_that_comes_by_it) {
     write("parent", file_of("3", "2", "\"newe\""));
     const std::wstring base = write("base", file_of("5", "ffffffff"));
@@ -295,7 +294,7 @@ TEST_F(vmdk_check_test, files_without_a_base_fail_without_words_if_one_bears_the
     EXPECT_EQ(m_suggested, list);
 }
 
-TEST_F(vmdk_check_test, a_file_that_names_itself_as_its_parent_is_told) {
+TEST_F(vmdk_check_test, a_file_that_names_itself_as_its_parent_is_reported) {
     EXPECT_FALSE(check({write("a", file_of("1", "1"))}));
     EXPECT_EQ(m_words, "Child VMDK CID errors, aborting\n");
     EXPECT_FALSE(check({write("base", file_of("0", "ffffffff")), at("a")}));

@@ -206,8 +206,8 @@ TEST_F(vmdk_disk_test, that_is_linked_again_with_a_file_whose_parent_is_missing_
     EXPECT_FALSE(m_disk->read(m_buffer.data(), 0, length));
 }
 
-// Three times 2^62 is more than half of what 64 bits can tell, 2^63 - 1.
-TEST_F(vmdk_disk_test, the_bytes_of_all_its_files_are_at_most_half_of_what_64_bits_can_tell) {
+// Three times 2^62 is more than 2^63 - 1.
+TEST_F(vmdk_disk_test, the_bytes_of_all_its_files_are_at_most_half_of_the_largest_number) {
     ASSERT_TRUE(write_and_open({link_of_chain(0), link_of_chain(1), link_of_chain(2)}));
     for (const auto& [cid, file] : m_disk->m_files) {
         file->m_stored_bytes = 0x4000000000000000;
@@ -254,7 +254,7 @@ TEST_F(vmdk_disk_test, a_loop_beside_a_base_stays_out_of_the_chain) {
     EXPECT_EQ(m_disk->m_newest, m_disk->m_base);
 }
 
-TEST_F(vmdk_disk_test, a_base_is_told_by_eight_letters_f_exactly) {
+TEST_F(vmdk_disk_test, a_base_is_known_by_exactly_eight_letters_f) {
     for (const char* parent : {"FFFFFFFF", "\"ffffffff\"", "ffffffff\r", "ffffffff ", "fffffff"}) {
         vmdk_builder base;
         base.parent_cid = parent;

@@ -177,7 +177,7 @@ TEST_F(vmdk_file_test, a_descriptor_past_the_end_of_the_file_is_empty_and_one_at
 }
 
 // Version, flags (compressed grains and markers among them), the second directory, unclean shutdown, the four
-// characters that tell a broken transfer, the compression, the pad.
+// characters that show a broken transfer, the compression, the pad.
 TEST_F(vmdk_file_test, a_file_with_compressed_grains_is_opened_and_its_grains_come_as_they_lie) {
     vmdk_builder file = three_grains();
     file.force(4, 4, 0xFFFFFFFF).force(8, 4, 0x00030003).force(48, 8, far_away).force(72, 1, 1);
@@ -235,7 +235,7 @@ TEST_F(vmdk_file_test, metadata_that_cannot_be_where_the_header_says_is_refused)
 
 TEST_F(vmdk_file_test, tables_outside_of_the_metadata_are_read_too) {
     vmdk_builder file = three_grains();
-    // The second table stands in the first sector of grain 40, behind the overhead.
+    // The second table is in the first sector of grain 40, after the overhead.
     file.force(file.directory_offset() + 4, 4, file.grain_offset(40) / 512);
     file.force(file.grain_offset(40) + 4 * 3, 4, 5);
     ASSERT_TRUE(open(file));

@@ -51,7 +51,7 @@ class vmdk_of_qemu : public ::testing::Test {
              at(vmdk)});
     }
 
-    // Writes over a snapshot and over the bytes that it stands for.
+    // Writes over a snapshot and over the bytes that it is to give.
     void write_over(const std::string& vmdk, bytes& disk) {
         std::vector<std::string> arguments = {"qemu-io", "-f", "vmdk"};
         for (int i = 0; i < 12; ++i) {

@@ -92,7 +92,7 @@ TEST_F(volume_detection_test, a_bare_volume_needs_no_offset) {
     EXPECT_EQ(answer.words, "");
 }
 
-TEST_F(volume_detection_test, a_bare_volume_that_is_cut_short_is_found_at_0_and_told_to_be_too_small) {
+TEST_F(volume_detection_test, a_bare_volume_that_is_cut_short_is_found_at_0_and_said_to_be_too_small) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(1001));
     const located answer = locate(disk, 0);
@@ -164,7 +164,7 @@ TEST_F(volume_detection_test, the_offset_of_another_partition_ends_the_looking_f
                              std::string(table_of_four) + "prob detecting ntfs partition\n");
 }
 
-TEST_F(volume_detection_test, a_disk_without_ntfs_is_told_so_and_the_offset_ends_as_its_last_partitions) {
+TEST_F(volume_detection_test, a_disk_without_ntfs_is_reported_and_the_offset_ends_as_its_last_partitions) {
     disk_builder disk(4096);
     disk.table(0, {{0x0C, 128, 100}, {0x83, 1024, 100}});
     const located answer = locate(disk, 0);
@@ -197,7 +197,7 @@ TEST_F(volume_detection_test, an_offset_equal_to_the_size_of_the_image_is_within
               "use option [-offset 0x100000]\n");
 }
 
-TEST_F(volume_detection_test, an_ntfs_partition_past_the_end_of_the_image_is_told_and_suggested) {
+TEST_F(volume_detection_test, an_ntfs_partition_past_the_end_of_the_image_is_reported_and_suggested) {
     disk_builder disk(2000);
     disk.table(0, {{0x83, 100, 100}, {0x07, 2000, 100}, {0x07, 2001, 100}});
     const located answer = locate(disk, 0);
@@ -265,7 +265,7 @@ TEST_F(volume_detection_test, a_bare_volume_is_no_suggestion_for_an_offset_that_
               "prob detecting ntfs partition\n");
 }
 
-TEST_F(volume_detection_test, a_source_without_any_table_is_told_so) {
+TEST_F(volume_detection_test, a_source_without_any_table_is_reported) {
     const located answer = locate(disk_builder(1000), 0);
     EXPECT_FALSE(answer.result);
     EXPECT_FALSE(answer.found);
@@ -363,7 +363,7 @@ TEST_F(volume_detection_test, an_empty_path_and_an_empty_list_are_refused_withou
     EXPECT_EQ(stream.str(), "");
 }
 
-TEST_F(volume_detection_test, virtual_disks_that_cannot_be_opened_are_told) {
+TEST_F(volume_detection_test, virtual_disks_that_cannot_be_opened_are_reported) {
     std::ostringstream stream;
     bool found = true;
     std::uint64_t offset = 5;
@@ -387,7 +387,7 @@ TEST_F(volume_detection_test, a_drive_is_looked_at_like_an_image) {
     EXPECT_EQ(offset, 0x100000u);
 }
 
-TEST_F(volume_detection_test, a_drive_that_cannot_be_accessed_is_told_with_its_number) {
+TEST_F(volume_detection_test, a_drive_that_cannot_be_accessed_is_reported_with_its_number) {
     const device_files devices;
     for (const auto& [number, text] :
          {std::pair<std::int32_t, std::string>{20, "20"}, {25, "25"}, {-1, "-1"}}) {

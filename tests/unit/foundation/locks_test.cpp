@@ -31,7 +31,7 @@ TEST(lightweight_lock, one_thread_at_a_time_is_inside_and_may_lock_again) {
     LightweightLock lock;
     std::atomic<int> inside = 0;
     std::atomic<int> most = 0;
-    long long total = 0;  // guarded by the lock alone
+    long long total = 0;  // guarded only by the lock
     const auto work = [&] {
         for (int i = 0; i < 10000; ++i) {
             const AutoLock outer(lock);

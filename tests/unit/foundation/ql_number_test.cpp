@@ -169,7 +169,7 @@ TEST(parse_u64, blanks_are_skipped_in_front_and_refused_after) {
     EXPECT_EQ(u64("0x\t12"), none);
 }
 
-TEST(parse_u64, empty_text_and_blanks_alone_are_refused) {
+TEST(parse_u64, empty_text_and_nothing_but_blanks_are_refused) {
     EXPECT_EQ(u64(""), none);
     EXPECT_EQ(u64("   "), none);
 }
@@ -191,7 +191,7 @@ TEST(parse_u64, more_than_30_characters_with_their_blanks_are_refused) {
     EXPECT_EQ(u64(std::string(31, '0')), none);
 }
 
-TEST(parse_i64, hexadecimal_follows_the_first_x_and_octal_the_first_o_wherever_they_stand) {
+TEST(parse_i64, hexadecimal_follows_the_first_x_and_octal_the_first_o_wherever_they_are) {
     EXPECT_EQ(i64("0x10"), 16);
     EXPECT_EQ(i64("x10"), 16);
     EXPECT_EQ(i64("abcX1F"), 31);

@@ -504,7 +504,7 @@ TEST(delete_file, quotes_around_a_path_of_more_than_two_characters_are_taken_off
     EXPECT_FALSE(fs::exists(dir / "a b"));
 }
 
-TEST(delete_file, a_short_path_and_one_with_a_drive_letter_stand_as_they_are) {
+TEST(delete_file, a_short_path_and_one_with_a_drive_letter_stay_as_they_are) {
     const test::temp_dir dir;
     const working_directory here(dir.path());
     write_text(dir / " \"", "");

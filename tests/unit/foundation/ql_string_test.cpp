@@ -45,7 +45,7 @@ TEST(utf16_to_utf8, a_code_point_takes_one_to_four_bytes_by_its_size) {
     }
 }
 
-TEST(utf16_to_utf8, fewer_than_two_bytes_are_a_failure_that_leaves_the_output_alone) {
+TEST(utf16_to_utf8, fewer_than_two_bytes_are_a_failure_that_does_not_change_the_output) {
     std::string out = "old";
     EXPECT_FALSE(utf16_to_utf8(out, byte_view()));
     EXPECT_EQ(out, "old");
@@ -76,13 +76,13 @@ TEST(utf16_to_utf8, the_units_next_to_the_low_surrogates_are_none) {
     }
 }
 
-TEST(utf16_to_utf8, the_units_next_to_the_high_surrogates_stand_for_themselves) {
+TEST(utf16_to_utf8, the_units_next_to_the_high_surrogates_are_code_points_of_their_own) {
     std::string out;
     EXPECT_TRUE(utf16_to_utf8(out, on_disk({0xD7FF, 0xDC00, 0xE000})));
     EXPECT_EQ(out, "\xED\x9F\xBF\xED\xB0\x80\xEE\x80\x80");
 }
 
-TEST(utf16_to_utf8, a_low_surrogate_that_is_alone_is_a_code_point_of_its_own) {
+TEST(utf16_to_utf8, a_lone_low_surrogate_is_a_code_point_of_its_own) {
     std::string out;
     EXPECT_TRUE(utf16_to_utf8(out, on_disk({'A', 0xDC00, 0xDFFF})));
     EXPECT_EQ(out, "A\xED\xB0\x80\xED\xBF\xBF");

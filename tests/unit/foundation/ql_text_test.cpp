@@ -176,7 +176,7 @@ TEST(replace_char, both_cases_of_a_letter_are_replaced_on_request) {
     EXPECT_EQ(replaced(std::wstring(L"\x00C4\x00E4"), L'\x00C4', L'x', true), L"x\x00E4");
 }
 
-TEST(replace_char, equal_characters_leave_narrow_text_alone_and_fold_the_case_of_wide_text) {
+TEST(replace_char, equal_characters_do_not_change_narrow_text_and_fold_the_case_of_wide_text) {
     EXPECT_EQ(replaced(std::string("aA"), 'a', 'a', true), "aA");
     EXPECT_EQ(replaced(std::wstring(L"aA"), L'a', L'a', true), L"aa");
 }
@@ -220,7 +220,7 @@ TEST(cut_at, the_text_ends_before_the_first_occurrence) {
     EXPECT_EQ(text, "");
 }
 
-TEST(cut_at, ignoring_case_lowers_the_text_alone_so_the_pattern_must_be_in_lower_case) {
+TEST(cut_at, ignoring_case_lowers_only_the_text_so_the_pattern_must_be_in_lower_case) {
     std::string text = "Readme.TXT.txt";
     EXPECT_FALSE(cut_at(text, ".Txt", true));
     EXPECT_EQ(text, "Readme.TXT.txt");

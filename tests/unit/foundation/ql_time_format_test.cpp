@@ -75,7 +75,7 @@ TEST(stream_inserter, date_blank_and_time_with_fraction_are_written) {
     EXPECT_EQ(out.str(), "2019-03-07 18:22:41.093");
 }
 
-TEST(stream_inserter, a_time_that_is_not_valid_writes_the_blank_alone) {
+TEST(stream_inserter, a_time_that_is_not_valid_writes_only_the_blank) {
     std::ostringstream out;
     out << not_valid;
     EXPECT_EQ(out.str(), " ");

@@ -30,7 +30,7 @@ std::string parsed(const char* date, const char* time_of_day = "", char separato
     return text;
 }
 
-TEST(parse_date, a_date_alone_is_midnight) {
+TEST(parse_date, a_date_without_a_time_is_midnight) {
     EXPECT_EQ(parsed("2019-03-07"), "2019 3 7 0 0 0 0");
     EXPECT_EQ(parsed("2019/3/7", "", '/'), "2019 3 7 0 0 0 0");
 }

@@ -139,7 +139,7 @@ TEST(time_from_filetime, every_day_from_1601_to_3100_is_the_calendars) {
 }
 
 TEST(time_from_filetime, dos_fields_round_odd_seconds_up) {
-    // 1980-01-01 00:00:00 and seconds behind it
+    // 1980-01-01 00:00:00 and seconds after it
     constexpr std::uint64_t year_1980 = 119600064000000000;
     EXPECT_EQ(filetime_of(year_1980).dos_date, 0x0021);
     EXPECT_EQ(filetime_of(year_1980).dos_time, 0);

@@ -128,7 +128,7 @@ TEST(standard_input, the_last_line_needs_no_line_feed) {
     EXPECT_EQ(lines_of("one\ntwo", false), (texts{"one\n", "two"}));
 }
 
-TEST(standard_input, trim_removes_carriage_returns_and_line_feeds_from_the_end_alone) {
+TEST(standard_input, trim_removes_carriage_returns_and_line_feeds_only_from_the_end) {
     EXPECT_EQ(lines_of("one\r\n\rtwo \t\r\r\n", true), (texts{"one", "\rtwo \t"}));
     EXPECT_EQ(lines_of("\r\n\n", true), (texts{"", ""}));
     EXPECT_EQ(lines_of("one\r\n", false), (texts{"one\r\n"}));

@@ -10,7 +10,7 @@ namespace {
 TEST(visible_text, leaves_ordinary_text_as_it_is) {
     EXPECT_EQ(visible_text(""), "");
     EXPECT_EQ(visible_text(" letter to all.txt~"), " letter to all.txt~");
-    // A backslash is no start of anything, so a name that spells an escape is told as it is.
+    // A backslash is no start of anything, so a name that spells an escape is shown as it is.
     EXPECT_EQ(visible_text("C:\\u000Anew"), "C:\\u000Anew");
     // o with diaeresis, the Euro sign, an emoji of four bytes, Hebrew and Arabic letters.
     const std::string far = "\xC3\xB6 \xE2\x82\xAC \xF0\x9F\x98\x80 \xD7\x90 \xD8\xA7";

@@ -69,7 +69,7 @@ TEST(arg_list, two_values_need_two_words) {
     EXPECT_EQ(args, (arg_list{"quarry", "rest"}));
 }
 
-TEST(arg_list, peeking_removes_nothing_and_begins_where_it_is_told) {
+TEST(arg_list, peeking_removes_nothing_and_begins_at_the_given_index) {
     const arg_list args = {"-pipe", "x", "-dateformat", "yyyy"};
     EXPECT_TRUE(peek_flag("-PIPE", args, 0));
     EXPECT_FALSE(peek_flag("-pipe", args, 1));

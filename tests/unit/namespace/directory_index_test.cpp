@@ -59,7 +59,7 @@ class directory_index_test : public ::testing::Test {
     file_builder& m_directory;
 };
 
-TEST_F(directory_index_test, in_the_root_alone_gives_all_children) {
+TEST_F(directory_index_test, with_only_a_root_gives_all_children) {
     m_volume.add_file("a", m_directory.entry());
     m_volume.add_directory("b", m_directory.entry());
     const listing found = children();
@@ -400,7 +400,7 @@ TEST_F(directory_index_test, keeps_the_result_of_its_root_when_the_listed_record
     EXPECT_EQ(found.children, (numbers{100}));
 }
 
-TEST_F(directory_index_test, looks_for_the_listed_name_alone) {
+TEST_F(directory_index_test, looks_only_for_the_listed_name) {
     m_volume.write_clusters(40, block_of(101));
     const std::size_t place = m_directory.add_extension();
     by_hand().attribute(root_with({child(100)}));
@@ -425,7 +425,7 @@ TEST_F(directory_index_test, does_not_look_for_a_root_in_the_list_with_one_in_it
     EXPECT_EQ(children().children, (numbers{100}));
 }
 
-TEST_F(directory_index_test, shows_the_slack_of_its_blocks_when_told_to_keep_going) {
+TEST_F(directory_index_test, shows_the_slack_of_its_blocks_when_asked_to_keep_going) {
     const bytes block = index_block_builder().add(child(101)).add(end_entry()).add(child(102)).build();
     m_volume.write_clusters(40, block);
     const std::size_t place = m_directory.add_extension();

@@ -84,7 +84,7 @@ TEST_F(entry_paths_test, show_a_directory_that_bears_the_name_of_the_file_in_it_
 
 TEST_F(entry_paths_test, are_one_for_each_hard_link_in_the_order_of_the_names) {
     m_file.hard_link("Link.txt", m_users).hard_link("Another.txt", 5).hard_link("Link.txt", m_anna);
-    // "Link.txt" stands in two directories, of which "Users" has the lower number.
+    // "Link.txt" is in two directories, of which "Users" has the lower number.
     EXPECT_EQ(paths_of(m_volume, m_file.entry()).paths,
               (texts{LR"(Another.txt\)", LR"(Users\Link.txt\)", LR"(Users\Anna\Link.txt\)",
                      LR"(Users\Anna\Notes.txt\)"}));
@@ -163,7 +163,7 @@ TEST_F(entry_paths_test, may_reach_a_directory_twice_on_different_ways) {
 
 TEST_F(entry_paths_test, of_directories_with_many_names_each_are_bounded) {
     volume_builder volume({.mft_entries = 64});
-    // Each directory stands in the next one under two names, so that the ways up double with every level.
+    // Each directory is in the next one under two names, so that the ways up double with every level.
     std::uint64_t parent = 5;
     for (int level = 0; level < 24; ++level) {
         parent = volume.add_directory("a", parent).hard_link("b", parent).entry();
@@ -212,7 +212,7 @@ TEST_F(entry_paths_test, of_entries_with_thousands_of_names_each_are_bounded) {
 }
 
 TEST_F(entry_paths_test, of_a_directory_deeper_than_any_path_can_name_are_none) {
-    // Entry 100 stands in the root and each one behind it in the one before.
+    // Entry 100 is in the root and each one after it in the one before.
     constexpr std::uint64_t levels = 16385;
     volume_builder volume({.mft_runs = runs({{4, (100 + levels) / 4 + 1}})});
     for (std::uint64_t entry = 100; entry < 100 + levels; ++entry) {

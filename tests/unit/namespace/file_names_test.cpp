@@ -30,7 +30,7 @@ found_names in_order(const file_name_list& names) {
     return result;
 }
 
-// The names of a record that needs no volume behind it.
+// The names of a record that needs no volume.
 class names_of_a_record : public ::testing::Test {
   protected:
     found_names read(const bytes& record, bool all_namespaces = false, std::uint64_t parent = any_parent) {
@@ -129,8 +129,8 @@ TEST_F(names_of_a_record, may_hold_damaged_units) {
 }
 
 TEST_F(names_of_a_record, end_with_their_attribute) {
-    // The name claims 255 units; two of them stand inside of the attribute (one, and two bytes of padding),
-    // and the second is zero.
+    // The name claims 255 units; two of them are inside of the attribute (one, and two bytes of padding), and
+    // the second is zero.
     const bytes record =
         record_builder().add(named("a").force(24 + 64, 1, 255)).add(named("b")).build_restored();
     EXPECT_EQ(read(record), (found_names{{L"a", 5}, {L"b", 5}}));
@@ -368,7 +368,7 @@ TEST_F(names_of_a_listed_file, take_a_list_entry_that_is_cut_by_the_end_of_the_l
     }
 }
 
-TEST_F(names_of_a_listed_file, are_those_of_the_record_alone_when_the_list_cannot_be_read) {
+TEST_F(names_of_a_listed_file, are_only_those_of_the_record_when_the_list_cannot_be_read) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place).without_attribute_list();
@@ -384,7 +384,7 @@ TEST_F(names_of_a_listed_file, are_those_of_the_record_alone_when_the_list_canno
     EXPECT_EQ(read(third.entry()), (found_names{{L"third", 5}})) << "it has no clusters";
 }
 
-TEST_F(names_of_a_listed_file, are_those_of_the_record_alone_when_the_list_has_no_value) {
+TEST_F(names_of_a_listed_file, are_only_those_of_the_record_when_the_list_has_no_value) {
     file_builder& file = m_volume.add_file("base");
     const std::size_t place = file.add_extension();
     file.attribute(named("one").id(7), place).without_attribute_list();

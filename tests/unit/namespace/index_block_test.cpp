@@ -16,7 +16,7 @@ struct walk {
     numbers children;
 };
 
-// An entry of exactly `length` bytes for a child: its key is what remains behind the 16 bytes of its head.
+// An entry of exactly `length` bytes for a child: its key is what remains after the 16 bytes of its head.
 index_entry child(std::uint64_t number, std::size_t length = 96, std::uint16_t sequence = 1) {
     return {.file_reference = reference(number, sequence), .key = bytes(length - 16)};
 }
@@ -184,7 +184,7 @@ TEST(index_node, an_entry_of_length_zero_ends_the_node) {
     index_entry odd = child(31);
     odd.forced = {{8, 2, 0}, {10, 2, 0}};
     EXPECT_EQ(node(build_index_node({child(30), odd, child(32)})).children, (numbers{30}));
-    // As the first entry it is still taken, and ends the node as the entry behind itself.
+    // As the first entry it is still taken, and ends the node as the entry after itself.
     EXPECT_EQ(node(build_index_node({odd, child(32)})).children, (numbers{31}));
     EXPECT_EQ(node(build_index_node({odd, child(32)}), true).children, (numbers{31}));
 }
@@ -267,7 +267,7 @@ TEST(index_block, of_any_signature_is_parsed) {
     EXPECT_EQ(found.size(), 1u);
 }
 
-TEST(index_block, shows_its_slack_when_told_to_keep_going) {
+TEST(index_block, shows_its_slack_when_asked_to_keep_going) {
     const bytes block = index_block_builder().add(child(30)).add(end_entry()).add(child(31)).build_restored();
     _inode_collection found;
     EXPECT_TRUE(parse_index_block(found, index_block(byte_view(block)), true));

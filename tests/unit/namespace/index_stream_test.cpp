@@ -145,7 +145,7 @@ TEST_P(index_stream_test, begins_after_sparse_runs_at_its_front) {
 
 TEST_P(index_stream_test, a_failed_read_gives_up_the_rest_of_its_run_and_goes_on_with_the_next) {
     bytes image = m_volume.image();
-    // What of the volume is behind cluster 200 + two blocks is missing, so that a run over it fails in the
+    // The volume is cut off after cluster 200 + two blocks, so that a run over that place fails in the
     // middle.
     image.resize(200u * GetParam() + 2 * 4096);
     opened_volume opened(image);
@@ -224,7 +224,7 @@ TEST(index_stream_in_large_clusters, gives_each_block_of_a_cluster) {
 }
 
 TEST(index_stream_in_odd_clusters, looks_at_the_whole_blocks_of_a_cluster_larger_than_a_block) {
-    // Clusters of 10,240 bytes hold two blocks each; what is behind them is not looked at.
+    // Clusters of 10,240 bytes hold two blocks each; what is after them is not looked at.
     const bytes rest = index_block_builder().add({.file_reference = 99}).build();
     const bytes half(rest.begin(), rest.begin() + 2048);
     const bytes content = concat({block_of(100).build(), block_of(101).build(), half, block_of(102).build(),

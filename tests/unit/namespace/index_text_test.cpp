@@ -39,7 +39,7 @@ index_entry named(std::uint64_t number, ntfs_name name, std::uint16_t sequence =
     return name_entry(reference(number, sequence), {.name = std::move(name)});
 }
 
-// An entry of a view index. Its data stand behind the key, whose size decides where.
+// An entry of a view index. Its data follow the key, whose size decides where.
 index_entry view(const char* key, const char* data) {
     return {.key = from_hex(key), .view_data = from_hex(data)};
 }
@@ -154,11 +154,11 @@ TEST(name_index_text, goes_on_after_a_last_entry_of_an_inner_node_until_it_meets
                                 four_times + "c\n";
     index_block_builder block;
     block.add(named(30, "a")).add(last).add(named(32, "c"));
-    EXPECT_EQ(list("$I30", block).text, up_to_c) << "zeros behind the last";
+    EXPECT_EQ(list("$I30", block).text, up_to_c) << "zeros after the last";
     index_entry end = named(33, "d");
     end.flags = 2;
     block.add(end).add(named(34, "e"));
-    EXPECT_EQ(list("$I30", block).text, up_to_c) << "a 2 behind the last";
+    EXPECT_EQ(list("$I30", block).text, up_to_c) << "a 2 after the last";
 }
 
 TEST(name_index_text, ends_after_an_entry_that_leads_nowhere) {
@@ -199,7 +199,7 @@ TEST(view_index_text, security_descriptors_by_hash) {
     const index_entry padded =
         view("efbeadde 00010000", "78563412 01010000 8877665544332211 90000000 49004900");
     const listing found = list("$SDH", index_block_builder().add(padded), true);
-    // The data begin at 24, so that hash and id stand at 24 and 28, the place at 32, the size at 40.
+    // The data begin at 24, so that hash and id are at 24 and 28, the place at 32, the size at 40.
     EXPECT_EQ(found.text,
               "SD hash (key), SD ID (key), SD hash (data), SD ID (data),    $SDS offset,     $SDS size, II "
               "present\n\n"

@@ -35,8 +35,7 @@ TEST(snapshot_prefix, of_another_device_stays) {
 }
 
 TEST(snapshot_prefix, of_a_snapshot_id_is_taken_off) {
-    // The four characters of the prefix, "SNAPID_" and 36 of the id make 47; the backslash stands at
-    // index 47.
+    // The four characters of the prefix, "SNAPID_" and 36 of the id make 47; the backslash is at index 47.
     const std::wstring device = LR"(\\.\SNAPID_)" + std::wstring(36, L'0');
     ASSERT_EQ(device.size(), 47u);
     EXPECT_EQ(stripped(device + LR"(\Users\a.txt)"), LR"(\Users\a.txt)");
@@ -89,7 +88,7 @@ TEST(path_segments, drop_empty_pieces_and_trim_nothing) {
     EXPECT_EQ(split_volume_path(LR"(\\ a \\\b	\)").names, (names{L" a ", L"b\t"}));
 }
 
-TEST(path_segments, of_separators_alone_are_none_and_rooted) {
+TEST(path_segments, of_nothing_but_separators_are_none_and_rooted) {
     for (const wchar_t* path : {LR"(\)", LR"(\\\)", L"/", L"//"}) {
         EXPECT_TRUE(split_volume_path(path).names.empty());
         EXPECT_TRUE(split_volume_path(path).rooted);

@@ -33,7 +33,7 @@ bytes with(bytes content, std::size_t offset, unsigned width, std::uint64_t valu
 
 const reparse_point junction = {.substitute_name = R"(\??\C:\Target)", .print_name = R"(C:\Target)"};
 
-// A value whose names stand where a test puts them. Offsets count from the buffer.
+// A value whose names are where a test puts them. Offsets count from the buffer.
 bytes value_with(std::size_t substitute_offset, std::size_t print_offset, std::size_t print_length,
                  const std::vector<std::pair<std::size_t, const char*>>& texts) {
     byte_writer out(16);
@@ -66,8 +66,8 @@ TEST(reparse_link, of_a_relative_symbolic_link_is_read_from_four_bytes_ahead_and
                               .flags_word = 1};
     const link found = read_value(symbolic.build());
     EXPECT_TRUE(found.found);
-    // The print name stands 20 bytes behind the substitute name: nine units and a zero one. Four bytes ahead
-    // of it are the last unit of the substitute name and its zero.
+    // The print name is 20 bytes after the substitute name: nine units and a zero one. Four bytes before it
+    // are the last unit of the substitute name and its zero.
     EXPECT_EQ(found.target, L"t");
 }
 

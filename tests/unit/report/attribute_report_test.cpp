@@ -74,7 +74,7 @@ TEST(file_record_block, an_entry_number_has_48_bits_and_a_sequence_number_16) {
               "  Ref Count: 1\n");
 }
 
-TEST(file_record_block, a_directory_is_told_by_its_bit) {
+TEST(file_record_block, a_directory_is_known_by_its_bit) {
     attr_item item = header_item();
     item.bits |= 0x02;
     EXPECT_NE(block_of(item).find("  Type:      directory\n  Ref Count: 1\n"), std::string::npos);
@@ -179,7 +179,7 @@ TEST(file_name_block, name_parent_and_times_are_shown) {
               "  mft mod:   2019-03-07 18:22:43.093\n");
 }
 
-TEST(file_name_block, the_word_is_with_win32_names_not_it_to_tell_of_the_index) {
+TEST(file_name_block, the_word_indexed_is_shown_for_win32_names_whether_indexed_or_not) {
     attr_item item = file_name_item();
     const auto first_line = [&item](std::uint8_t name_space) {
         item.name_space = name_space;
@@ -244,7 +244,7 @@ TEST(security_descriptor_block, the_descriptor_is_printed_with_two_blanks_in_fro
               "  access allowed  World           DELETE\n");
 }
 
-TEST(security_descriptor_block, without_bytes_the_label_is_alone) {
+TEST(security_descriptor_block, without_bytes_there_is_only_the_label) {
     EXPECT_EQ(block_of(item_of(attr_security_descriptor)), "Security Descriptor Attrib: \n");
     attr_item in_clusters = item_of(attr_security_descriptor);
     in_clusters.non_resident = true;
@@ -307,7 +307,7 @@ TEST(volume_information_block, a_short_value_reads_as_zero) {
               "Volume Info Attrib: major:minor ver = 0:0 (unk version)\n");
 }
 
-TEST(reparse_point_block, an_ordinary_one_is_its_label_alone) {
+TEST(reparse_point_block, an_ordinary_one_is_only_its_label) {
     EXPECT_EQ(block_of(resident(attr_reparse_point, bytes(32, 1))), "Reparse Point Attrib: \n");
 }
 
@@ -359,7 +359,7 @@ TEST(stream_block, the_name_of_a_stream_forges_no_line_and_turns_no_text) {
               "  valid size:  0x0000 [0]\n");
 }
 
-TEST(stream_block, flags_are_told_after_the_name_and_compression_hides_encryption) {
+TEST(stream_block, flags_are_shown_after_the_name_and_compression_hides_encryption) {
     const auto first_line = [](std::uint16_t flags) {
         attr_item item = item_of(attr_data);
         item.flags = flags;
@@ -495,7 +495,7 @@ TEST(attribute_report, a_file_with_two_names_and_two_streams_is_reported_whole) 
         .resident_data(test::to_bytes("abc"))
         .stream("draft", test::runs({{100, 8}, {test::hole, 16}}), {.real = 0x17FFF, .flags = 0x8000});
     test::opened_volume opened(volume);
-    // Entry 24 lies 24 * 1024 bytes behind the start of $MFT: 6 clusters of 4096 bytes.
+    // Entry 24 lies 24 * 1024 bytes after the start of $MFT: 6 clusters of 4096 bytes.
     const std::uint64_t lcn = volume.mft_lcn() + 6;
     ASSERT_LT(lcn, 16u);
     const std::string digit(1, "0123456789abcdef"[lcn]);
@@ -614,10 +614,10 @@ TEST(attribute_report, the_path_forges_no_block) {
     EXPECT_EQ(out.str().substr(0, out.str().find('\n')), "\\a\\u000A\\u000AMisc stats:\\u2066");
 }
 
-TEST(attribute_report, the_entrys_place_is_told_by_cluster_and_byte) {
+TEST(attribute_report, the_entrys_place_is_shown_by_cluster_and_byte) {
     test::volume_builder volume;
     test::opened_volume opened(volume);
-    // Entry 5 lies 5 * 1024 bytes behind the start of $MFT.
+    // Entry 5 lies 5 * 1024 bytes after the start of $MFT.
     const std::string lcn = std::to_string(volume.mft_lcn() + 1);
     EXPECT_NE(report_of(opened.ntfs(), 5, L"/").find(":0x0400 [" + lcn + ":1024]\n"), std::string::npos);
 }

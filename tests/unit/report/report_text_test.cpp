@@ -14,7 +14,7 @@ TEST(report_numbers, the_decimal_twin_has_no_minimum_width) {
     EXPECT_EQ(hex_and_decimal(0xFFFFFFFFFFFFFFFF, 12), "ffffffffffffffff [18446744073709551615]");
 }
 
-TEST(report_numbers, a_place_is_told_in_bytes_and_sectors) {
+TEST(report_numbers, a_place_is_shown_in_bytes_and_sectors) {
     EXPECT_EQ(bytes_and_sectors(0x100000, 512), "000000100000 bytes [0x800 sectors]");
     EXPECT_EQ(bytes_and_sectors(0, 512), "000000000000 bytes [0x0 sectors]");
     EXPECT_EQ(bytes_and_sectors(0x1FFF, 4096), "000000001fff bytes [0x1 sectors]");
@@ -47,7 +47,7 @@ TEST(file_attribute_words, every_bit_has_its_word_or_none) {
     }
 }
 
-TEST(file_attribute_words, words_stand_in_one_order_with_commas_between_them) {
+TEST(file_attribute_words, words_come_in_one_order_with_commas_between_them) {
     EXPECT_EQ(file_attribute_words(0x26), "HIDDEN, SYSTEM, ARCHIVE");
     EXPECT_EQ(file_attribute_words(0x10000010), "DIRECTORY, DIRECTORY");
     EXPECT_EQ(
@@ -56,7 +56,7 @@ TEST(file_attribute_words, words_stand_in_one_order_with_commas_between_them) {
         "COMPRESSED, OFFLINE, CONTENT_NOT_INDEXED, ENCRYPTED, VIRTUAL, DIRECTORY");
 }
 
-TEST(file_attribute_words, no_bit_and_unknown_bits_are_told_apart) {
+TEST(file_attribute_words, no_bit_and_unknown_bits_differ) {
     EXPECT_EQ(file_attribute_words(0), "none set");
     EXPECT_EQ(file_attribute_words(0x8008), "unk");
 }

@@ -96,7 +96,7 @@ TEST(security_record, an_owner_that_cannot_be_read_counts_as_one) {
     EXPECT_EQ(entry.owner, "");
 }
 
-// A record of `size` bytes with a descriptor whose head is its own SID: parts may stand anywhere.
+// A record of `size` bytes with a descriptor whose head is its own SID: parts may be anywhere.
 bytes record_of(std::size_t size, const byte_writer& descriptor) {
     byte_writer record(size);
     record.u32(16, size).raw(20, descriptor.content());
@@ -162,7 +162,7 @@ TEST(read_sds, the_map_is_cleared_first) {
 
 TEST(read_sds, a_bad_record_at_0_x_10_is_walked_on_from_0_x_20) {
     byte_writer sds(0x20);
-    // Its own position is right; its size is the hash of the record behind it.
+    // Its own position is right; its size is the hash of the record after it.
     sds.u32(0x14, 0x111).u64(0x18, 0x10).raw(0x20, sds_record(0x100, 0x20, system_owner));
     EXPECT_EQ(owners_of(map_of(sds.content())), "256 S-1-5-18");
 }
@@ -174,7 +174,7 @@ TEST(read_sds, of_two_records_with_one_id_the_first_counts) {
     EXPECT_EQ(owners_of(map_of(sds.content())), "256 S-1-5-18");
 }
 
-TEST(read_sds, the_second_copy_is_told_by_the_position_of_the_first) {
+TEST(read_sds, the_second_copy_is_known_by_the_position_of_the_first) {
     byte_writer sds(0x40000);
     sds.raw(0, sds_record(0x100, 0, system_owner));
     sds.raw(0x40000, sds_record(0x100, 0, admins_owner)).pad_to_multiple(16);
@@ -196,12 +196,12 @@ TEST(read_sds, a_record_of_40_bytes_is_none_and_one_of_41_is) {
     };
     EXPECT_EQ(owners_of(map_of(sds_of(0))), "");
     EXPECT_EQ(owners_of(map_of(sds_of(40))), "");
-    EXPECT_EQ(owners_of(map_of(sds_of(41))), "256 S-0-0");  // eight zeros, the last seven behind the record
+    EXPECT_EQ(owners_of(map_of(sds_of(41))), "256 S-0-0");  // eight zeros, the last seven after the record
 }
 
 TEST(read_sds, a_sid_may_run_on_after_its_record_not_it_to_end_with_it) {
     // The owner begins in the last eight bytes of a record of 48. Its three sub-authorities are the hash, the
-    // id and the position of the record behind that. At 0x3FFD0 a transfer of the copy, of 256 KiB, ends
+    // id and the position of the record after that. At 0x3FFD0 a transfer of the copy, of 256 KiB, ends
     // between the two.
     for (const std::uint32_t position : {0u, 0x3FFD0u}) {
         byte_writer sds(position + 48);
@@ -221,7 +221,7 @@ TEST(read_sds, a_record_that_ends_after_the_stream_is_none) {
     };
     ASSERT_EQ(sds_of(52).size(), 0x80u);
     EXPECT_EQ(owners_of(map_of(sds_of(52))), "256 S-1-5-18, 257 S-1-5-32-544");
-    // As long as the stream it takes in what stands in it.
+    // If it is as long as the stream, it takes in what is stored there.
     EXPECT_EQ(owners_of(map_of(sds_of(0x80))), "256 S-1-5-18");
     EXPECT_EQ(owners_of(map_of(sds_of(0x81))), "257 S-1-5-32-544");
     EXPECT_EQ(owners_of(map_of(sds_of(0xFFFFFFFF))), "257 S-1-5-32-544");
@@ -262,7 +262,7 @@ TEST(read_sds, the_next_record_is_at_the_next_multiple_of_16) {
     EXPECT_EQ(owners_of(map_of(sds_stream(descriptors))), expected);
 }
 
-// A record of 100 bytes is stepped over to 112, one of 97 too: what stands at 80 or at 96 is part of it.
+// A record of 100 bytes is stepped over to 112, one of 97 too: what is at 80 or at 96 is part of it.
 TEST(read_sds, the_last_bytes_of_a_record_are_no_beginning_of_another) {
     const auto sds_of = [](std::size_t size, std::size_t inner_position) {
         bytes descriptor = system_owner;
@@ -402,8 +402,8 @@ TEST(read_sds, sids_that_take_in_the_records_after_them_cost_no_more_than_the_so
 }
 
 TEST(read_sds, a_stream_is_read_no_further_than_the_source_is_long) {
-    // Behind a hole of a gibibyte stands a record that knows its place, which is none that a source of less
-    // than a megabyte has room for.
+    // After a hole of a gibibyte comes a record that knows its place. A source of less than a megabyte has no
+    // such place.
     volume_builder volume;
     const test::run where = volume.clusters().allocate(2);
     volume.clusters().write({{where.lcn, 1}}, sds_stream({system_owner}));

@@ -43,7 +43,7 @@ std::string type_word(std::uint8_t type) {
     return word;
 }
 
-// The lines of an ACL that stands behind four bytes, so that its offset is not 0.
+// The lines of an ACL that follows four bytes, so that its offset is not 0.
 std::vector<std::string> lines_of(const bytes& list) {
     return acl_lines(byte_view(concat({bytes(4), list})), 4);
 }
@@ -80,7 +80,7 @@ TEST(ace_mask_words, every_bit_has_its_word_or_none) {
     EXPECT_EQ(mask_words(0), "");
 }
 
-TEST(ace_mask_words, words_stand_in_one_order_with_bars_between_them) {
+TEST(ace_mask_words, words_come_in_one_order_with_bars_between_them) {
     EXPECT_EQ(
         mask_words(0xFFFFFFFF),
         "GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | DELETE | READ_CONTROL | WRITE_DAC | "
@@ -148,7 +148,7 @@ TEST(security_descriptor_text, an_owner_without_sub_authorities_at_the_end_is_sh
 }
 
 TEST(security_descriptor_text, the_owners_length_is_taken_off_what_the_group_may_have) {
-    // The group stands over the owner: 20 + 36 bytes, of which the owner takes 36 and leaves too few.
+    // The group overlaps the owner: 20 + 36 bytes, of which the owner takes 36 and leaves too few.
     byte_writer value(20);
     value.u32(4, 20).u32(8, 20).raw(20, sid(5, {21, 1, 2, 3, 4, 5, 513}));
     EXPECT_EQ(printed(value.content(), ""),
@@ -168,7 +168,7 @@ TEST(security_descriptor_text, parts_outside_leave_empty_brackets_and_no_lists) 
     EXPECT_EQ(printed(value.content(), ""), "Security Identifiers\nowner sid []\ngroup sid []\n");
 }
 
-TEST(security_descriptor_text, a_descriptor_without_parts_is_its_heading_alone) {
+TEST(security_descriptor_text, a_descriptor_without_parts_is_only_its_heading) {
     EXPECT_EQ(printed(bytes(20), "  "), "  Security Identifiers\n");
     EXPECT_EQ(printed({}, "  "), "  Security Identifiers\n");
 }
@@ -211,7 +211,7 @@ TEST(acl_lines, lines_are_sorted_by_sid_and_type_not_the_order_of_the_acl) {
 }
 
 TEST(acl_lines, sids_are_compared_byte_by_byte_as_text) {
-    // "S-1-5-18access allowed" stands before "S-1-5-2access allowed".
+    // "S-1-5-18access allowed" sorts before "S-1-5-2access allowed".
     EXPECT_EQ(lines_of(acl({ace(0, 0, sid(5, {2})), ace(0, 0, sid(5, {18}))})),
               (texts{"access allowed  Local System    ", "access allowed  Network         "}));
 }
@@ -221,7 +221,7 @@ TEST(acl_lines, two_entries_of_one_sid_and_one_word_join_their_masks) {
               texts{"access allowed  Admins          DELETE | DELETE | READ_CONTROL"});
 }
 
-TEST(acl_lines, a_mask_without_words_joins_as_a_bar_alone) {
+TEST(acl_lines, a_mask_without_words_joins_as_a_mere_bar) {
     EXPECT_EQ(lines_of(acl({ace(0, 0x1FF, admins), ace(0, 0x00010000, admins), ace(0, 0x1FF, admins)})),
               texts{"access allowed  Admins           | DELETE | "});
 }
@@ -278,7 +278,7 @@ TEST(acl_lines, a_sid_that_is_longer_than_its_entry_has_no_text) {
         (texts{"access allowed  Users           READ_CONTROL", "access allowed  unk             DELETE"}));
 }
 
-TEST(acl_lines, entries_of_all_types_of_one_sid_stand_by_type_word) {
+TEST(acl_lines, entries_of_all_types_of_one_sid_are_sorted_by_type_word) {
     EXPECT_EQ(lines_of(acl({ace(9, 0, admins), ace(3, 0, admins), ace(2, 0, admins), ace(1, 0, admins),
                             ace(0, 0, admins)})),
               (texts{"access allowed  Admins          ", "access denied   Admins          ",

@@ -29,7 +29,7 @@ std::string name_of(std::uint8_t authority, const std::vector<std::uint32_t>& su
     return std::string(sid_name(byte_view(sid(authority, sub_authorities))));
 }
 
-TEST(sid_text, revision_authority_and_sub_authorities_stand_in_decimal) {
+TEST(sid_text, revision_authority_and_sub_authorities_are_in_decimal) {
     EXPECT_EQ(text_of(sid(5, {18})), "S-1-5-18");
     EXPECT_EQ(text_of(sid(5, {32, 544})), "S-1-5-32-544");
     EXPECT_EQ(text_of(sid(5, {21, 1, 2, 3, 1001})), "S-1-5-21-1-2-3-1001");

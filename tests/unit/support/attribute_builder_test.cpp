@@ -38,7 +38,7 @@ TEST(attribute_builder, a_compressed_size_makes_the_header_eight_bytes_longer) {
     EXPECT_EQ(built[72], 0x11);
 }
 
-TEST(attribute_builder, any_field_can_be_forced_and_the_length_alone) {
+TEST(attribute_builder, any_field_can_be_forced_and_also_only_the_length) {
     const bytes built =
         attribute_builder::resident(0x80, {}).length(0xFFFFFFF0).force(16, 4, 0x11223344).build();
     EXPECT_EQ(built, from_hex("80000000 f0ffffff 00 00 1800 0000 0000 44332211 1800 00 00"));

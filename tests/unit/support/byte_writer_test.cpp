@@ -50,7 +50,7 @@ TEST(protect_sector_ends, the_ends_move_into_the_array_and_the_number_takes_thei
     EXPECT_EQ(record, from_hex("01 01 61 62 71 72 01 01 00 00 00 00 00 00 01 01"));
 }
 
-TEST(protect_sector_ends, a_stride_that_does_not_lie_inside_is_left_alone) {
+TEST(protect_sector_ends, a_stride_that_does_not_lie_inside_is_not_changed) {
     bytes record(12, 0xEE);
     protect_sector_ends(record, 0, 3, 0x0101, 8);
     EXPECT_EQ(record, from_hex("01 01 ee ee ee ee 01 01 ee ee ee ee"));

@@ -11,7 +11,7 @@
 namespace quarry::test {
 namespace {
 
-TEST(run_program, both_streams_and_the_status_are_told_apart) {
+TEST(run_program, both_streams_and_the_status_are_kept_apart) {
     const program_result result = run_program({"sh", "-c", "echo out; echo err >&2; exit 3"});
     EXPECT_TRUE(result.exited);
     EXPECT_EQ(result.status, 3);

@@ -123,7 +123,7 @@ TEST(find_by_type, the_next_attribute_of_a_type_is_found_from_the_given_one_on) 
     EXPECT_EQ(at.type(), 0x10u);
     EXPECT_TRUE(next_attribute_of_type(at, 0x10, 1024)) << "the given one included";
     EXPECT_TRUE(next_attribute_of_type(at, 0x30, 1024));
-    EXPECT_FALSE(next_attribute_of_type(at, 0x10, 1024)) << "nothing behind";
+    EXPECT_FALSE(next_attribute_of_type(at, 0x10, 1024)) << "nothing after";
     EXPECT_EQ(at.type(), attr_end_marker);
 }
 
@@ -140,7 +140,7 @@ TEST(find_by_type, a_length_of_0_or_above_the_limit_ends_the_search_after_a_mism
     attribute at;
     EXPECT_TRUE(first_attribute_of_type(record, 0x80, at, 0x70)) << "0x70 bytes is the longest on the way";
     EXPECT_FALSE(first_attribute_of_type(record, 0x80, at, 0x6F));
-    EXPECT_EQ(at.type(), 0x30u) << "it stands where it ended";
+    EXPECT_EQ(at.type(), 0x30u) << "it is where it ended";
     EXPECT_TRUE(first_attribute_of_type(record, 0x30, at, 0x6F)) << "a match is not measured";
 
     bytes damaged = record;

@@ -7,7 +7,7 @@
 namespace quarry::test {
 namespace {
 
-// The bytes 0, 1, 2 ... so that a number tells its place: at offset n, 32 bits wide, it is
+// The bytes 0, 1, 2 ... so that a number shows its place: at offset n, 32 bits wide, it is
 // (n+3)(n+2)(n+1)(n).
 bytes counted(std::size_t size) {
     bytes result(size);

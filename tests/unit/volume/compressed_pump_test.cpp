@@ -24,7 +24,7 @@ namespace {
 using lines = std::vector<std::string>;
 constexpr std::size_t unit_clusters = 16;
 
-// A compressed stream under construction: units one behind the other on a volume, as the file system stores
+// A compressed stream under construction: units one after the other on a volume, as the file system stores
 // them.
 class compressed_stream {
   public:
@@ -257,7 +257,7 @@ TEST(pump_compressed, fails_for_a_size_of_zero_and_reports_it) {
     EXPECT_EQ(got.log, (lines{"info: data size 0x0"}));
 }
 
-// Only a read that reaches the sparse tail of the last unit tells that it holds chunks.
+// Only a read that reaches the sparse tail of the last unit shows that it holds chunks.
 TEST(pump_compressed, reads_the_last_unit_up_to_the_end_of_what_is_allocated) {
     compressed_stream stream;
     const bytes last = text_like(3000, 12);
@@ -371,7 +371,7 @@ TEST(pump_compressed, begins_at_the_given_offset) {
               bytes(text.begin() + static_cast<std::ptrdiff_t>(stream.unit()), text.end()));
 }
 
-// Chunks of three bytes claim 4096 each. The unit stands for 16 clusters, and no more comes out.
+// Chunks of three bytes claim 4096 each. The unit is of 16 clusters, and no more comes out.
 TEST(pump_compressed, gives_no_more_than_16_clusters_of_a_unit_whose_chunks_claim_more) {
     compressed_stream stream;
     bytes chunks;

@@ -85,7 +85,7 @@ TEST(decompress_unit, walks_the_chunks_of_a_full_unit_that_begins_with_a_stored_
     EXPECT_EQ(got.plain, concat({first, second}));
 }
 
-TEST(decompress_unit, takes_the_first_two_bytes_alone_for_the_sign_of_a_stored_chunk) {
+TEST(decompress_unit, takes_only_the_first_two_bytes_for_the_sign_of_a_stored_chunk) {
     bytes unit = padded({0xFF, 0x3F});
     EXPECT_EQ(make_plain(unit, 1000000, stored_unit).written, 4096u);
     unit[1] = 0x3E;
@@ -163,7 +163,7 @@ TEST(decompress_unit, cuts_the_last_unit_at_the_limit) {
     EXPECT_EQ(make_plain(unit, 4097, sparse_unit).plain, first_bytes(text, 4097));
 }
 
-// The chunks behind the limit are decoded all the same: damage there is damage of the unit.
+// The chunks past the limit are decoded too: damage there is damage of the unit.
 TEST(decompress_unit, fails_for_a_damaged_chunk_past_the_limit) {
     const bytes text = text_like(4096, 6);
     bytes unit = concat({lznt1_chunk(lznt1_compress(text)), from_hex("09 B0 01 FF FF 00 00 00 00 00 00 00")});
@@ -257,7 +257,7 @@ TEST(decompress_unit, looks_only_at_bytes_that_exist_for_the_rescue_of_a_short_u
 }
 
 TEST(decompress_unit, moves_on_by_the_given_part_of_a_stored_chunk) {
-    // Behind the limit of 10 bytes the walk goes on in the middle of the block, where it finds zero headers.
+    // Past the limit of 10 bytes the walk goes on in the middle of the block, where it finds zero headers.
     bytes block(4096, 0);
     std::fill(block.begin(), block.begin() + 10, std::uint8_t{'b'});
     const outcome padded_block = make_plain(padded(lznt1_stored_chunk(block)), 10, sparse_unit);
@@ -401,7 +401,7 @@ void expect_same_as_slow(const bytes& unit, std::size_t limit) {
     ASSERT_EQ(got.plain, slow.plain);
 }
 
-// A compressed chunk, a stored one, one that ends early, and zeros behind them.
+// A compressed chunk, a stored one, one that ends early, and zeros after them.
 bytes small_chunks() {
     return concat({lznt1_chunks(text_like(1200, 21)), lznt1_stored_chunk(random_bytes(4096, 21)),
                    lznt1_chunks(text_like(700, 22))});

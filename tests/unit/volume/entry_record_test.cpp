@@ -14,9 +14,9 @@ namespace {
 
 constexpr std::uint64_t entry = 0x2A;
 
-// Sorts one attribute that ends its record, or has `behind` behind it there.
-bool sort(entry_record& record, const bytes& built, const bytes& behind = {}) {
-    const bytes rest = concat({built, behind});
+// Sorts one attribute that ends its record, or has `after` after it there.
+bool sort(entry_record& record, const bytes& built, const bytes& after = {}) {
+    const bytes rest = concat({built, after});
     bool is_list = true;
     const bool ok = categorize_attribute(record, entry, attribute(byte_view(rest)), is_list);
     EXPECT_FALSE(is_list);
@@ -212,7 +212,7 @@ TEST(categorize_attribute, keeps_the_first_of_two_of_one_id) {
     EXPECT_EQ(record.std_infos.at(0).bytes, pattern(48, 1));
 }
 
-// A value ends with its attribute, wherever its header says that it lies; what stands behind is not taken.
+// A value ends with its attribute, wherever its header says that it lies; what follows is not taken.
 TEST(categorize_attribute, takes_no_byte_of_a_value_from_after_its_attribute) {
     const auto holds_none = [](const bytes& kept) {
         return std::find(kept.begin(), kept.end(), std::uint8_t{0xEE}) == kept.end();
@@ -274,8 +274,8 @@ TEST_P(needs_a_value, or_is_passed_over) {
 }
 INSTANTIATE_TEST_SUITE_P(types, needs_a_value, ::testing::Values(0x10, 0x30, 0x40, 0x70, 0xC0));
 
-// Deliberate: one would expect the header's flag to be asked. It is not, so that a damaged flag hides neither
-// the times and names of a file nor, for want of a time, its copy.
+// Deliberate: the header's flag does not count, only the type. The user sees the times and names of a file
+// with a damaged flag, and its copy, which needs a time.
 TEST(categorize_attribute, reads_the_typed_values_of_an_attribute_whose_flag_says_that_it_lies_in_clusters) {
     file_name name;
     name.name = "name";

@@ -180,7 +180,7 @@ TEST(sector_ends, the_volumes_own_sector_size_counts_though_each_512_bytes_are_p
     bytes record = block(4096, 9);
     restore_sector_ends(record, 4096, sector_end_limit(record.size(), 4096));
     EXPECT_EQ(sector_ends(record), (words{0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 0xEEEE, 1}))
-        << "the first saved word stands at the end of the record";
+        << "the first saved word is at the end of the record";
 }
 
 TEST(sector_ends, a_sector_size_of_0_restores_nothing) {
@@ -250,7 +250,7 @@ record_kind kind_of(bytes block, bool& accepted, std::uint32_t sector_size = 512
     return kind;
 }
 
-TEST(checked_fixups, the_kind_is_told_and_the_sector_ends_are_restored) {
+TEST(checked_fixups, the_kind_is_given_and_the_fixups_are_restored) {
     for (const auto& [signature, kind] :
          {std::pair("FILE", record_kind::file), {"INDX", record_kind::indx}, {"BAAD", record_kind::baad}}) {
         bytes record = block(1024, 3, signature);

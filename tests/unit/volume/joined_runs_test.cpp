@@ -22,7 +22,7 @@ TEST(joined_runs, puts_the_runs_of_the_next_piece_after_the_others) {
                                                run_at(40, 700, 1)}));
 }
 
-TEST(joined_runs, leaves_the_first_piece_alone_until_another_one_comes) {
+TEST(joined_runs, does_not_change_the_first_piece_until_another_one_comes) {
     joined_runs joined({run_at(100, 5, 16)});
     EXPECT_EQ(joined.list(), (cluster_run_list{run_at(100, 5, 16)}));
     joined.join({});
@@ -100,7 +100,7 @@ TEST(joined_runs, holds_the_list_that_merging_one_by_one_makes_where_pieces_lie_
     }
 }
 
-// Nothing but empty runs at one VCN: each merge leaves the first alone.
+// Nothing but empty runs at one VCN: each merge leaves only the first.
 TEST(joined_runs, drops_what_follows_an_empty_run_at_the_next_merge) {
     cluster_run_list plain;
     for (std::uint64_t i = 0; i < 400; ++i) {

@@ -174,7 +174,7 @@ TEST(decompress_chunk, ends_a_repeat_with_the_chunk) {
     EXPECT_EQ(decode(longer.build()).plain, bytes(4096, 'a'));
 }
 
-// Also where the payload goes on behind it, so that the decoder has no other reason to go slowly.
+// Also where the payload goes on after it, so that the decoder has no other reason to go slowly.
 TEST(decompress_chunk, ends_a_repeat_with_the_chunk_wherever_near_the_end_it_begins) {
     const bytes plain = pattern(4096, 7);
     for (std::size_t begin = 4060; begin < 4096; ++begin) {
@@ -192,30 +192,30 @@ TEST(decompress_chunk, ends_a_repeat_with_the_chunk_wherever_near_the_end_it_beg
     }
 }
 
-TEST(decompress_chunk, leaves_what_follows_a_full_chunk_alone) {
+TEST(decompress_chunk, does_not_read_what_follows_a_full_chunk) {
     lznt1_payload payload;
     payload.literal('a').repeat(1, 4095).token(0xFFFF).token(0xFFFF).literal('b');
     const decoded got = decode(payload.build());
-    ASSERT_TRUE(got.sound) << "tokens behind the end decide nothing";
+    ASSERT_TRUE(got.sound) << "tokens past the end decide nothing";
     EXPECT_EQ(got.plain, bytes(4096, 'a'));
 }
 
 TEST(decompress_chunk, refuses_a_token_ahead_of_the_chunk) {
     EXPECT_FALSE(decode(from_hex("01 00 00 41 41 41 41 41 41 41")).sound);
-    EXPECT_FALSE(decode(from_hex("02 41 00 10 41 41 41 41 41 41")).sound) << "two back behind one byte";
+    EXPECT_FALSE(decode(from_hex("02 41 00 10 41 41 41 41 41 41")).sound) << "two back after one byte";
     lznt1_payload payload;
     payload.literals(bytes(16, 'a')).token(0xF000);
-    EXPECT_TRUE(decode(payload.build()).sound) << "16 back behind 16 bytes";
+    EXPECT_TRUE(decode(payload.build()).sound) << "16 back after 16 bytes";
     lznt1_payload wide;
     wide.literals(bytes(17, 'a')).token(0x9000);
-    EXPECT_FALSE(decode(wide.build()).sound) << "19 back behind 17 bytes";
+    EXPECT_FALSE(decode(wide.build()).sound) << "19 back after 17 bytes";
 }
 
 TEST(decompress_chunk, takes_the_second_byte_of_a_token_from_after_its_payload) {
     // The token's low byte ends the payload. Its high byte 0x10 makes the distance 2.
     const bytes text = from_hex("04 41 42 03 10");
     EXPECT_EQ(decode(text, 4).plain, filled_up(to_bytes("ABABABAB"), 0));
-    // With nothing behind the payload the high byte is 0: distance 1.
+    // With nothing after the payload the high byte is 0: distance 1.
     EXPECT_EQ(decode(from_hex("04 41 42 03")).plain, filled_up(to_bytes("ABBBBBBB"), 0));
 }
 

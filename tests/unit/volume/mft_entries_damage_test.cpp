@@ -74,7 +74,7 @@ TEST(categorize_entry, survives_an_index_block_whose_array_and_first_attribute_l
     }
 }
 
-TEST(categorize_entry, restores_the_sectors_of_the_record_alone_whatever_the_count_says) {
+TEST(categorize_entry, restores_only_the_sectors_of_the_record_whatever_the_count_says) {
     volume_builder volume;
     record_builder record = volume.new_record(24);
     record.update_sequence_count(9).add(attribute_builder::resident(0x80, pattern(600)));
@@ -146,7 +146,7 @@ TEST(categorize_entry, restores_nothing_for_a_count_below_2) {
     }
 }
 
-TEST(categorize_entry, gives_the_header_alone_for_a_first_attribute_offset_of_zero) {
+TEST(categorize_entry, gives_only_the_header_for_a_first_attribute_offset_of_zero) {
     volume_builder volume;
     volume.add_file("a").data("x").record().first_attribute_offset(0);
     const categorized got = categorize(volume);
@@ -248,7 +248,7 @@ TEST(categorize_entry, reads_later_records_in_the_length_to_which_the_end_of_the
     };
     EXPECT_EQ(names_in(image.size()), (std::vector<std::string>{"x", "y", "z"}));
     EXPECT_EQ(names_in(end), (std::vector<std::string>{"x", "y"}))
-        << "z lies behind byte 512 of a whole record";
+        << "z lies past byte 512 of a whole record";
 }
 
 TEST(categorize_entry, is_the_same_with_sectors_of_4096_bytes) {

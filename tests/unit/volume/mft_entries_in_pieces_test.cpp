@@ -85,7 +85,7 @@ TEST(categorize_entry, leaves_a_named_stream_in_pieces_when_their_ids_differ) {
     EXPECT_EQ(runs_of(*streams[1]), (flat_runs{{16, 300, 16, false}}));
 }
 
-// A piece whose id stands for another name is dropped.
+// A piece whose id belongs to another name is dropped.
 TEST(categorize_entry, drops_a_piece_whose_id_is_for_another_name) {
     volume_builder volume;
     auto& file = volume.add_file("a");

@@ -168,7 +168,7 @@ TEST(categorize_entry, lists_names_by_parent_ahead_of_the_name) {
     ASSERT_EQ(names.size(), 3u);
     EXPECT_EQ(names[0]->text, "Zebra2") << "capitals come first";
     EXPECT_EQ(names[1]->text, "zebra");
-    EXPECT_EQ(names[2]->text, "apple") << "entry 24 comes behind entry 5";
+    EXPECT_EQ(names[2]->text, "apple") << "entry 24 comes after entry 5";
 }
 
 TEST(categorize_entry, lists_the_short_name_with_the_others) {
@@ -273,7 +273,7 @@ TEST(categorize_entry, takes_an_object_id_of_exactly_16_bytes) {
     EXPECT_EQ(item.value, id);
 }
 
-TEST(categorize_entry, gives_the_size_alone_of_a_longer_object_id) {
+TEST(categorize_entry, gives_only_the_size_of_a_longer_object_id) {
     volume_builder volume;
     volume.add_file("a").attribute(attribute_builder::resident(0x40, pattern(64)));
     const attr_item item = *of_type(categorize(volume).items, 0x40).at(0);
@@ -318,7 +318,7 @@ TEST(read_entry, keeps_the_record_and_the_start_of_its_header) {
     bytes record = volume.record_on_disk(first_user_entry);
     ASSERT_EQ(record.size(), 1024u);
     EXPECT_EQ(bytes(got.header.begin(), got.header.end()), bytes(record.begin(), record.begin() + 42));
-    // The saved words of the two sector ends stand behind the update sequence number at 0x30.
+    // The saved words of the two sector ends follow the update sequence number at 0x30.
     std::copy_n(record.begin() + 0x32, 2, record.begin() + 510);
     std::copy_n(record.begin() + 0x34, 2, record.begin() + 1022);
     EXPECT_EQ(got.record, record);

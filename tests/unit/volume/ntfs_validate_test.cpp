@@ -162,7 +162,7 @@ TEST(validate, the_volume_may_begin_anywhere_on_the_source) {
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->m_mft_file_pos, 16384);
     EXPECT_EQ(volume->m_volume_offset, 1048576u);
-    // Entry 0 came from byte 1,064,960 of the source: there it says FILE, and nothing stands at 16,384.
+    // Entry 0 came from byte 1,064,960 of the source: there it says FILE, and nothing is at 16,384.
     EXPECT_TRUE(byte_view(image).text_at(1064960, "FILE"));
     EXPECT_EQ(byte_view(image).u32(16384), 0u);
     std::vector<std::uint8_t> record;
@@ -183,17 +183,17 @@ TEST(validate, a_record_0_that_is_longer_than_the_boot_sector_says_is_read_again
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->m_mft_record_size, 4096u);
     ASSERT_EQ(volume->m_mft_record.size(), 4096u);
-    // The update sequence number stands at the sector ends on disk, nothing in the unused end of the record.
+    // The update sequence number is at the sector ends on disk, nothing in the unused end of the record.
     EXPECT_EQ(byte_view(builder.record_on_disk(0)).u16(4094), 0x0101);
     EXPECT_EQ(byte_view(volume->m_mft_record).u16(4094), 0) << "the last sector end was put back";
-    EXPECT_EQ(volume->m_mft_cluster_per_record_fixed, 0) << "what the boot sector said stands";
+    EXPECT_EQ(volume->m_mft_cluster_per_record_fixed, 0) << "what the boot sector said is kept";
 }
 
 TEST(validate, a_record_0_that_says_it_is_longer_but_ends_with_the_source_opens_with_zeros) {
     volume_builder builder({.mft_runs = {{100, 16}}});
     builder.file(0).record().force(6, 2, 9);
     bytes image = builder.image();
-    image.resize(100 * 4096 + 1024);  // record 0 and nothing behind it
+    image.resize(100 * 4096 + 1024);  // record 0 and nothing after it
     const auto volume = opened(image);
     ASSERT_NE(volume, nullptr);
     EXPECT_EQ(volume->m_mft_record_size, 4096u);
@@ -259,7 +259,7 @@ TEST(validate, record_0_must_be_a_record) {
     }
 }
 
-TEST(validate, the_place_of_mft_is_told_though_record_0_is_refused) {
+TEST(validate, the_place_of_mft_is_known_though_record_0_is_refused) {
     const temp_dir dir;
     volume_builder builder;
     builder.force_record(0, 0, 4, 0);
@@ -323,7 +323,7 @@ TEST(validate, the_runs_of_the_bitmap_are_learned) {
     volume_builder builder;
     const auto volume = opened(builder.image());
     ASSERT_NE(volume, nullptr);
-    // $MFT takes the clusters from 4 to 19, the bitmap the first free one behind it.
+    // $MFT takes the clusters from 4 to 19, the bitmap the first free one after it.
     ASSERT_EQ(volume->m_bitmap_runs.size(), 1u);
     EXPECT_EQ(volume->m_bitmap_runs[0].lcn, 20u);
     EXPECT_EQ(volume->m_bitmap_runs[0].num_clusters, 1u);

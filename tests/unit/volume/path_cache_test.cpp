@@ -115,7 +115,7 @@ TEST(path_cache, drops_what_was_read_of_other_directories_and_remembers_that_it_
     EXPECT_TRUE(cache.is_without_children(77));
 }
 
-TEST(path_cache, forgets_directories_when_their_numbers_alone_fill_its_memory) {
+TEST(path_cache, forgets_directories_when_even_their_numbers_fill_its_memory) {
     path_cache cache;
     cache.set_limits(200'000, 0);
     for (std::uint64_t directory = 1; directory <= 5000; ++directory) {

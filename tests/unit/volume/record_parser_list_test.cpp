@@ -52,7 +52,7 @@ TEST(attribute_list, a_file_in_the_second_piece_of_mft_is_read) {
     EXPECT_EQ(file_record{byte_view(record)}.entry_number(), 40u);
 }
 
-TEST(attribute_list, many_pieces_stand_in_the_order_of_the_list) {
+TEST(attribute_list, many_pieces_are_in_the_order_of_the_list) {
     geometry shape{.mft_entries = 64, .mft_runs_in_record_0 = 1};
     shape.mft_runs = {{4, 4}, {30, 2}, {20, 2}, {400, 4}, {300, 4}};
     volume_builder builder(shape);
@@ -82,8 +82,8 @@ TEST(attribute_list, an_entry_whose_sequence_number_differs_is_passed_over_and_t
     EXPECT_EQ(pieces_after({{.record = 15, .sequence = 2}, {.record = 15}}), 2u);
 }
 
-// Pieces of $MFT that are found behind so many entries that name a record of another sequence number.
-std::uint64_t pieces_behind(std::size_t useless_entries) {
+// Pieces of $MFT that are found after so many entries that name a record of another sequence number.
+std::uint64_t pieces_after(std::size_t useless_entries) {
     volume_builder builder(split_mft());
     std::vector<list_item> items(useless_entries, {.record = 15, .sequence = 2});
     items.push_back({.record = 15});
@@ -93,10 +93,10 @@ std::uint64_t pieces_behind(std::size_t useless_entries) {
 }
 
 TEST(attribute_list, a_list_is_followed_until_64_mib_were_read) {
-    // Entries of 32 bytes take 496 or 497 clusters of 4096 bytes. Behind these there are 63,552 or 63,548
+    // Entries of 32 bytes take 496 or 497 clusters of 4096 bytes. After these there are 63,552 or 63,548
     // reads of 1024 bytes before 67,108,864 bytes are reached.
-    EXPECT_EQ(pieces_behind(63400), 2u);
-    EXPECT_EQ(pieces_behind(63600), 1u);
+    EXPECT_EQ(pieces_after(63400), 2u);
+    EXPECT_EQ(pieces_after(63600), 1u);
 }
 
 TEST(attribute_list, an_entry_whose_type_and_id_are_in_no_attribute_adds_nothing_and_the_walk_goes_on) {
@@ -174,7 +174,7 @@ TEST(attribute_list, the_search_in_an_extension_record_ends_at_the_distance_of_r
 }
 
 TEST(attribute_list, an_entry_shorter_than_its_fields_is_stepped_over_by_its_length) {
-    // What then stands in the place of the next entry has a length of 0 or one beyond the list.
+    // What is then in place of the next entry has a length of 0 or one beyond the list.
     for (std::uint64_t length = 1; length < 26; ++length) {
         EXPECT_EQ(pieces_after({{.record = 0, .forced = {{4, 2, length}}}, {.record = 15}}), 1u) << length;
     }
@@ -251,7 +251,7 @@ TEST(attribute_list, a_list_in_clusters_is_walked_to_the_end_of_its_clusters_wha
     builder.file(0).without_attribute_list().attribute(
         attribute_builder::non_resident(0x20, runs({{150, 1}})).real(32).initialized(32));
     opened_volume volume(builder);
-    EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u) << "the second entry stands behind the real size";
+    EXPECT_EQ(volume->m_mft_info.data_runs.size(), 2u) << "the second entry is past the real size";
 }
 
 TEST(attribute_list, a_run_of_a_list_that_cannot_be_read_leaves_the_next_one_in_its_place) {

@@ -400,7 +400,7 @@ TEST(parse_record, descriptors_are_loaded_once_however_many_attributes_ask_for_t
 }
 
 TEST(parse_record, a_standard_information_whose_value_lies_outside_of_the_record_has_no_owner) {
-    // The attribute stands at 56 in a record of 1024 bytes, the id in the bytes 52 to 55 of its value.
+    // The attribute is at 56 in a record of 1024 bytes, the id in the bytes 52 to 55 of its value.
     for (const std::uint64_t offset : {913u, 968u, 969u, 65535u}) {
         loads = 0;
         CNtfs volume;
@@ -419,7 +419,7 @@ TEST(parse_record, a_standard_information_whose_value_lies_outside_of_the_record
     }
 }
 
-TEST(parse_attributes, a_single_attribute_is_parsed_alone) {
+TEST(parse_attributes, a_single_attribute_is_parsed_without_others) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;
@@ -459,7 +459,7 @@ TEST(parse_attributes,
     EXPECT_EQ(stats.data_runs.size(), 1u);
 }
 
-TEST(parse_attributes, the_last_attribute_list_is_told) {
+TEST(parse_attributes, the_last_attribute_list_is_reported) {
     CNtfs volume;
     volume.m_record_alloc = 1024;
     INODE_STATS stats;

@@ -110,7 +110,7 @@ TEST(record_read_ahead, keeps_records_apart_that_lie_over_each_other) {
     expect_same_as_alone(opened.ntfs(), {24, 25, 26});
 }
 
-TEST(record_read_ahead, reads_each_record_alone_where_the_source_ends) {
+TEST(record_read_ahead, reads_each_record_on_its_own_where_the_source_ends) {
     volume_builder volume({.mft_entries = 64, .mft_runs = runs({{40, 16}})});
     add_files(volume, 36);
     const bytes image = volume.image();

@@ -121,7 +121,7 @@ TEST(run_cursor, answers_as_find_run_does_on_every_list) {
 
 // A search from the front for each cluster would take a day here.
 TEST(run_cursor, walks_a_million_runs_whose_numbers_wrap_in_one_pass) {
-    // The first run stands on the last VCN but one, so that the third has VCN 0. Searching the list from its
+    // The first run is at the last VCN but one, so that the third has VCN 0. Searching the list from its
     // front for each cluster would take 5 * 10^11 steps.
     constexpr std::uint64_t first = ~std::uint64_t{0} - 1;
     cluster_run_list runs;

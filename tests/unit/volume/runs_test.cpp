@@ -200,7 +200,7 @@ TEST(decode_runs, a_run_keeps_everything_about_its_pair) {
     EXPECT_EQ(list[0].following.view().to_vector(), from_hex("01 04 21"));
     EXPECT_EQ(list[0].attr_type, 0x80u);
 
-    EXPECT_EQ(list[1].lcn, 0x40u) << "a sparse run stands at the running LCN";
+    EXPECT_EQ(list[1].lcn, 0x40u) << "a sparse run is at the running LCN";
     EXPECT_EQ(list[1].delta, 0u);
     EXPECT_EQ(list[1].num_clusters, 4u);
     EXPECT_EQ(list[1].vcn, 108u);
@@ -276,7 +276,7 @@ TEST(decode_runs, the_magnitude_of_a_negative_difference_is_taken_within_its_byt
     EXPECT_EQ(widest[0].lcn, all_ones - 1);
 }
 
-// The lowest number of each width: its highest bit alone.
+// The lowest number of each width: only its highest bit.
 TEST(decode_runs, a_difference_of_any_width_has_its_sign_in_its_highest_bit) {
     for (unsigned width = 1; width <= 8; ++width) {
         bytes pairs = {static_cast<std::uint8_t>(width << 4 | 1), 0x01};
@@ -319,7 +319,7 @@ TEST(to_cluster_runs, a_run_without_an_lcn_is_sparse) {
               (cluster_run_list{{0x40, 0, false, 8}, {0, 8, true, 8}, {0x20, 16, false, 8}}));
 }
 
-TEST(to_cluster_runs, a_first_run_may_stand_at_lcn_0) {
+TEST(to_cluster_runs, a_first_run_may_be_at_lcn_0) {
     EXPECT_EQ(compact(from_hex("11 08 00 00")), (cluster_run_list{{0, 0, false, 8}}));
     EXPECT_EQ(compact(from_hex("01 08 00")), (cluster_run_list{{0, 0, true, 8}}))
         << "without an LCN it is sparse";
@@ -424,7 +424,7 @@ TEST(merge_runs, any_series_of_merges_gives_what_ordered_maps_give) {
         const bool with_empty_runs = series % 3 == 0;
         for (std::uint32_t merge = up_to(8); merge > 0; --merge) {
             cluster_run_list piece;
-            // Behind the list mostly, sometimes anywhere; in order mostly.
+            // Past the list mostly, sometimes anywhere; in order mostly.
             std::uint64_t vcn = up_to(3) == 0 ? up_to(30) : expected.empty() ? 0 : expected.back().vcn + 5;
             for (std::uint32_t i = up_to(5); i > 0; --i) {
                 const std::uint32_t length = with_empty_runs ? up_to(4) : 1 + up_to(4);
@@ -450,7 +450,7 @@ TEST(merge_runs, a_million_runs_from_5000_records_are_looked_at_once) {
             vcn += 2;
         }
         merge_runs(piece, list, progress);
-        // All that was there before is known to be in order, so the next merge begins behind it.
+        // All that was there before is known to be in order, so the next merge begins after it.
         ASSERT_EQ(progress.numbered_runs, 200 * record);
     }
     ASSERT_EQ(list.size(), 1000000u);

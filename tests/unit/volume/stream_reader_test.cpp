@@ -118,7 +118,7 @@ TEST_F(stream_reader_test, leaves_holes_out_when_asked_to) {
 }
 
 TEST_F(stream_reader_test, takes_the_cut_of_an_end_away_with_a_hole_that_is_left_out) {
-    // The range begins 100 bytes into the hole; the cluster behind it comes from its start.
+    // The range begins 100 bytes into the hole; the cluster after it comes from its start.
     const cluster_run_list begins = stream_of({{hole, 1}, {41, 2}});
     EXPECT_EQ(read(m_volume.ntfs(), begins, 100, 2 * cluster, stream_skip_sparse).delivered,
               concat({clusters(41, 1), part(clusters(42, 1), 0, 100)}));
@@ -185,7 +185,7 @@ TEST_F(stream_reader_test, cuts_the_last_cluster_that_was_found_where_the_runs_e
 }
 
 TEST_F(stream_reader_test, ends_ahead_of_a_cluster_that_cannot_be_read) {
-    // The run leaves the volume behind its second cluster.
+    // The run leaves the volume after its second cluster.
     const cluster_run_list runs = stream_of({{40, 2}, {volume_clusters - 2, 6}});
     const slow_read got = read(m_volume.ntfs(), runs, 0, 8 * cluster);
     EXPECT_TRUE(got.ok);
@@ -194,7 +194,7 @@ TEST_F(stream_reader_test, ends_ahead_of_a_cluster_that_cannot_be_read) {
     EXPECT_FALSE(read(m_volume.ntfs(), runs, 4 * cluster + 5, 10).ok);
 }
 
-TEST_F(stream_reader_test, leaves_zeros_behind_what_it_delivered) {
+TEST_F(stream_reader_test, leaves_zeros_after_what_it_delivered) {
     bytes buffer(8 * cluster, 0xEE);
     std::uint64_t length = buffer.size();
     std::uint32_t flags = 0;
@@ -261,7 +261,7 @@ TEST_F(stream_reader_test, reads_short_runs_close_after_each_other_together) {
     EXPECT_EQ(reads_for(ntfs, stream_of({{40, 1}, {hole, 1}, {42, 1}}), 3), 2u);
 }
 
-// Runs anywhere in and behind the volume, with holes; every third list goes up in small steps, every fourth
+// Runs anywhere within and past the volume, with holes; every third list goes up in small steps, every fourth
 // has VCNs that overlap or leave gaps.
 cluster_run_list random_runs(std::mt19937& random) {
     cluster_run_list runs;

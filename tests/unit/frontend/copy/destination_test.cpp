@@ -153,7 +153,7 @@ TEST_F(destination_test,
     EXPECT_EQ(logged, "->dst: " + path("out/") + "\n->err: can't create the file: " + path("out/") + "\n");
 }
 
-TEST_F(destination_test, without_any_name_a_relative_directory_is_told_by_its_absolute_form) {
+TEST_F(destination_test, without_any_name_a_relative_directory_is_shown_by_its_absolute_form) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
     const std::string absolute = (fs::current_path() / "out/").string();
@@ -188,7 +188,7 @@ TEST_F(destination_test, an_earlier_file_is_gone_after_the_check_and_stays_witho
     EXPECT_FALSE(fs::exists(dir / "out/a"));
 }
 
-TEST_F(destination_test, a_missing_directory_is_found_by_the_check_alone) {
+TEST_F(destination_test, a_missing_directory_is_found_only_by_the_check) {
     opts.m_dst = (dir / "missing/a").wstring();
     EXPECT_FALSE(settle());
     EXPECT_EQ(said, "err: can't create the file: " + path("missing/a") + "\n");

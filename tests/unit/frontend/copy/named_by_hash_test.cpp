@@ -16,7 +16,7 @@ using test::temp_dir;
 using test::to_bytes;
 using test::write_file;
 
-// The digest of "abc" stands in RFC 1321.
+// The digest of "abc" is in RFC 1321.
 constexpr const char* final_name = "01d0c1a2b3c4d5e6_report.doc_900150983cd24fb0d6963f7d28e17f72";
 constexpr std::uint64_t mod_time = 0x01D0C1A2B3C4D5E6;
 
@@ -68,7 +68,7 @@ TEST_F(named_by_hash_test, without_a_directory_part_the_file_is_made_in_the_curr
     EXPECT_EQ(names(), name_set{final_name});
 }
 
-// A separator in front parts nothing, so the "/" ends up inside of the final name.
+// A leading separator parts nothing, so the "/" ends up inside of the final name.
 TEST_F(named_by_hash_test, a_destination_in_the_root_directory_fails_and_leaves_no_file) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());

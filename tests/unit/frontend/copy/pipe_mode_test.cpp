@@ -85,7 +85,7 @@ TEST_F(pipe_mode_test, a_list_is_copied_from_a_drive_that_is_opened_once) {
     EXPECT_EQ(times_logged("->info: pNTFS drv:1:0x0\n"), 1);
 }
 
-TEST_F(pipe_mode_test, a_line_that_fails_on_a_drive_is_told_on_both_streams) {
+TEST_F(pipe_mode_test, a_line_that_fails_on_a_drive_is_reported_on_both_streams) {
     use_drive();
     run_lines("/nosuch\n/a.txt\n");
     EXPECT_EQ(out, "err: copy failed: /nosuch -> " + (dir / "out").string() + "/\n");

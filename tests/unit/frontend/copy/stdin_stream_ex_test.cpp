@@ -51,7 +51,7 @@ TEST_F(walk_test, of_depth_0_gives_the_files_of_the_directory_itself) {
     EXPECT_EQ(walk(0, "", "/"), (names{"a.txt", "b.doc"}));
 }
 
-TEST_F(walk_test, goes_as_many_levels_down_as_it_is_told) {
+TEST_F(walk_test, goes_as_many_levels_down_as_it_is_asked_to) {
     EXPECT_EQ(walk(1, ""), (names{"a.txt", "b.doc", "sub/c.txt"}));
     EXPECT_EQ(walk(2, ""), (names{"a.txt", "b.doc", "sub/c.txt", "sub/deep/d.txt"}));
     EXPECT_EQ(walk(100, ""),
@@ -138,7 +138,7 @@ std::wstring cleaned(std::wstring path) {
     return path;
 }
 
-TEST(clean_found_path, leaves_paths_of_this_host_alone) {
+TEST(clean_found_path, leaves_paths_of_this_host_as_they_are) {
     EXPECT_EQ(cleaned(L"/a/b"), L"/a/b");
     EXPECT_EQ(cleaned(L"\\\\ab"), L"\\\\ab");  // four characters
     EXPECT_EQ(cleaned(std::wstring(60, L'a')), std::wstring(60, L'a'));

@@ -93,7 +93,7 @@ TEST_F(cmd_params_test, switches_work_in_any_case_and_are_taken_out) {
     EXPECT_TRUE(opts->m_time_layout.paired);
 }
 
-TEST_F(cmd_params_test, base10_takes_base16_back_only_if_it_is_alone) {
+TEST_F(cmd_params_test, base10_takes_base16_back_only_if_base16_is_not_given_too) {
     EXPECT_TRUE(parse({"-base16", "-base10"}));
     EXPECT_TRUE(opts->m_hex_output);
     EXPECT_TRUE(parse({"-base10"}));

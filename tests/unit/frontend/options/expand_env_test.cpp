@@ -54,7 +54,7 @@ TEST_F(expand_env_test, an_environment_variable_called_vss_goes_first) {
     unsetenv("vss");
 }
 
-TEST_F(expand_env_test, a_text_of_513_bytes_is_left_alone_and_one_of_512_is_not) {
+TEST_F(expand_env_test, a_text_of_513_bytes_is_left_as_it_is_and_one_of_512_is_not) {
     const std::string reference = "%QUARRY_A%";
     const std::string longest = std::string(512 - reference.size(), '-') + reference;
     EXPECT_EQ(expand_env(longest, true), std::string(502, '-') + "alpha");

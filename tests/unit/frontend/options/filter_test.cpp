@@ -46,7 +46,7 @@ TEST(make_filter, nothing_to_match_is_no_filter) {
     }
 }
 
-TEST(make_filter, a_star_alone_drops_all_other_alternatives) {
+TEST(make_filter, a_single_star_drops_all_other_alternatives) {
     const filter_list list = filter_of("a.txt|*|b.txt");
     ASSERT_EQ(list.size(), 1U);
     EXPECT_TRUE(list[0].any_name);
@@ -208,7 +208,7 @@ TEST(filter_match, a_directory_that_misses_goes_on_to_the_other_tests) {
     EXPECT_TRUE(passes("*/win*", L"x\\a/windows"));
 }
 
-// A star that stands alone is a filter of its own; behind a name of a star there may be a stream.
+// A single star is a filter of its own; after a name of a star there may be a stream.
 TEST(filter_match, any_name_passes_all_also_as_one_alternative_among_others) {
     EXPECT_TRUE(passes("b.txt|*:s", L"/d/other.doc"));
     EXPECT_TRUE(passes("*:s|b.txt", L"/d/other.doc"));
@@ -259,7 +259,7 @@ TEST_F(signature_filter_test, one_that_ends_past_the_end_of_the_file_does_not_fi
     EXPECT_FALSE(open_failed);
 }
 
-TEST_F(signature_filter_test, a_file_that_cannot_be_opened_is_told) {
+TEST_F(signature_filter_test, a_file_that_cannot_be_opened_is_reported) {
     EXPECT_FALSE(fits("30", "missing"));
     EXPECT_TRUE(open_failed);
     ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);

@@ -5,7 +5,7 @@
 namespace quarry {
 namespace {
 
-TEST(ignored_options, options_without_a_value_leave_the_word_behind_them) {
+TEST(ignored_options, options_without_a_value_leave_the_word_after_them) {
     for (const char* option : {"-csv", "-csvgen", "-csvl2t", "-bodyfile", "-xml", "-multiline",
                                "-enable_quoted_csv_fields", "-no_whitespace", "-gzip", "-zlib", "-zlibex",
                                "-split_pathfile", "-cpu", "-cpuinst", "-fragment_files", "-separate_files"}) {

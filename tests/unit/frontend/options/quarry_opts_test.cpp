@@ -95,7 +95,7 @@ TEST_F(quarry_opts_test, a_pair_of_paths_is_not_looked_at_beside_src_or_dst) {
     EXPECT_EQ(opts.m_dst, L"");
 }
 
-TEST_F(quarry_opts_test, without_a_source_option_the_path_alone_names_the_volume) {
+TEST_F(quarry_opts_test, without_a_source_option_only_the_path_names_the_volume) {
     EXPECT_TRUE(parse({"-src", "c:\\a", "-dst", "b"}));
     EXPECT_FALSE(opts.m_source.is_given());
     EXPECT_EQ(opts.m_src, L"c:\\a");
@@ -145,7 +145,7 @@ TEST_F(quarry_opts_test, every_option_is_taken_with_its_value_in_any_case_of_its
     }
 }
 
-TEST_F(quarry_opts_test, an_entry_may_stand_beside_a_path) {
+TEST_F(quarry_opts_test, an_entry_may_be_given_beside_a_path) {
     EXPECT_TRUE(parse({"-mft", "5", "-src", "a", "-dst", "b"}));
     EXPECT_EQ(opts.m_entry, 5U);
     EXPECT_EQ(opts.m_src, L"a");
@@ -183,7 +183,7 @@ TEST_F(quarry_opts_test, a_list_clears_the_source_and_needs_a_destination) {
     EXPECT_EQ(said, "option [-dst <destination file>] needed for this option\n");
 }
 
-TEST_F(quarry_opts_test, a_source_that_is_alone_is_taken_as_typed) {
+TEST_F(quarry_opts_test, a_single_word_as_the_source_is_taken_as_typed) {
     setenv("QUARRY_A", "alpha", 1);
     EXPECT_TRUE(parse({"%QUARRY_A%"}));
     EXPECT_EQ(opts.m_src, L"%QUARRY_A%");

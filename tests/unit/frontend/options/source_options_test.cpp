@@ -232,7 +232,7 @@ TEST_F(drive_option_test,
     }
 }
 
-TEST_F(drive_option_test, a_drive_that_is_not_there_is_told_with_its_device) {
+TEST_F(drive_option_test, a_drive_that_is_not_there_is_reported_with_its_device) {
     EXPECT_FALSE(parse({"-drivenum", "7"}));
     EXPECT_EQ(said, "prob opening " + devices.drive(7).string() +
                         ", error 2\nproblems accessing physical disk #7, aborting \n");

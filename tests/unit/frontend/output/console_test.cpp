@@ -35,7 +35,7 @@ TEST(console, clearing_writes_27_blanks_over_the_line) {
     EXPECT_EQ(standard_error_of(clear_console_status), "\x1b[2K\r                           \r");
 }
 
-TEST(console, messages_reach_standard_error_as_they_stand) {
+TEST(console, messages_reach_standard_error_as_they_are) {
     EXPECT_EQ(standard_error_of([] { print_error("100%s\n,"); }), "100%s\n,");
 }
 

@@ -125,7 +125,7 @@ TEST_F(output_guard_test, forgets_the_path_of_what_got_another_name) {
     EXPECT_EQ(on("c"), output_verdict::taken);
 }
 
-TEST_F(output_guard_test, does_not_tell_reports_from_copies_unless_it_was_asked) {
+TEST_F(output_guard_test, does_not_distinguish_reports_from_copies_unless_it_was_asked) {
     guard.note(dir / "a", output_kind::report);
     EXPECT_EQ(on("a"), output_verdict::free);
 }

@@ -121,7 +121,7 @@ TEST_F(kernel_tables, lead_from_a_file_system_to_its_device_and_all_below) {
     EXPECT_TRUE(set.contains(file_at(dir / "disk")));
 }
 
-// The file behind the device lies on a file system of its own, which is written too.
+// The backing file of the device lies on a file system of its own, which is written too.
 TEST_F(kernel_tables, lead_on_from_the_file_after_a_device_to_the_file_system_that_holds_it) {
     write("disk", "image");
     add("loop900", "7:4000");
