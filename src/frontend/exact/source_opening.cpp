@@ -16,25 +16,14 @@ namespace quarry::exact {
 
 namespace {
 
-// True if a block device is listed among the mounts of this system: "36 35 98:0 /root /mnt ...".
+// True if a block device is listed among the mounts of this system.
 bool is_mounted(const std::string& path) {
     struct ::stat status {};
     if (::stat(path.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
         return false;
     }
-    const std::string wanted =
-        std::to_string(::major(status.st_rdev)) + ":" + std::to_string(::minor(status.st_rdev));
     std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string line; std::getline(mounts, line);) {
-        std::istringstream fields(line);
-        std::string mount;
-        std::string parent;
-        std::string device;
-        if (fields >> mount >> parent >> device && device == wanted) {
-            return true;
-        }
-    }
-    return false;
+    return is_listed_mount(mounts, ::major(status.st_rdev), ::minor(status.st_rdev));
 }
 
 // A file or device of the source; fails with source-open.
@@ -92,6 +81,20 @@ result<opened_source> open_chain(const std::vector<std::string>& paths) {
 }
 
 }  // namespace
+
+bool is_listed_mount(std::istream& mounts, unsigned major_number, unsigned minor_number) {
+    const std::string wanted = std::to_string(major_number) + ":" + std::to_string(minor_number);
+    for (std::string line; std::getline(mounts, line);) {
+        std::istringstream fields(line);
+        std::string mount;
+        std::string parent;
+        std::string device;
+        if (fields >> mount >> parent >> device && device == wanted) {
+            return true;
+        }
+    }
+    return false;
+}
 
 bool opened_source::has_changed() const {
     return std::any_of(files.begin(), files.end(), [](const auto& file) { return file->has_changed(); });

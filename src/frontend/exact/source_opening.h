@@ -6,11 +6,16 @@
 #include "exact/failure.h"
 #include "frontend/exact/exact_options.h"
 
+#include <istream>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace quarry::exact {
+
+// True if the mounts, as /proc/self/mountinfo lists them ("36 35 98:0 /root /mnt ..."), have a device of
+// these numbers.
+[[nodiscard]] bool is_listed_mount(std::istream& mounts, unsigned major_number, unsigned minor_number);
 
 struct opened_source {
     std::unique_ptr<byte_source> bytes;
