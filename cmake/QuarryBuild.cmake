@@ -14,11 +14,16 @@ set(QUARRY_SANITIZE "" CACHE STRING "Sanitizers for all targets, such as address
 option(QUARRY_COVERAGE "Instrument for gcov" OFF)
 
 # Headers that most files of a target include are read once for all of them, which takes half of the time of many.
-# A build without this shows where an include is missing.
-option(QUARRY_PRECOMPILE "Precompile the headers of the C++ library and of GoogleTest" OFF)
+# A build without this shows where an include is missing; with TESTS, those of src/ show still. ccache stores little of
+# what g++ makes with such headers.
+set(QUARRY_PRECOMPILE OFF CACHE STRING "Precompile the headers of the C++ library and of GoogleTest: OFF, TESTS or ON")
 function(quarry_precompile target)
-  if(QUARRY_PRECOMPILE)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
+  if(QUARRY_PRECOMPILE AND NOT (QUARRY_PRECOMPILE STREQUAL TESTS AND target STREQUAL quarry_core))
+    if(ARGV1 STREQUAL REUSE_FROM)
+      target_precompile_headers(${target} ${ARGN})
+    else()
+      target_precompile_headers(${target} PRIVATE ${ARGN})
+    endif()
   endif()
 endfunction()
 
