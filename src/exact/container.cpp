@@ -1,5 +1,6 @@
 #include "exact/container.h"
 
+#include "disk/ewf_source.h"
 #include "foundation/byte_view.h"
 
 #include <algorithm>
@@ -22,8 +23,6 @@ struct container {
 };
 
 constexpr auto containers = std::to_array<container>({
-    {std::string_view("EVF\x09\x0d\x0a\xff\0", 8), "an EWF image", "these are not read yet (not-yet)"},
-    {"EVF2", "an EWF image", "these are not read yet (not-yet)"},
     {"QFI\xfb", "a QCOW image", raw_view},
     {"vhdxfile", "a VHDX image", raw_view},
     {"KDMV", "a VMDK", "say -vmdk"},
@@ -67,6 +66,9 @@ result<void> refuse_container(const exact_source& source) {
         return {};
     }
     const byte_view head(bytes);
+    if (begins_as_ewf(head)) {
+        return refused(source, "an EWF image", "say -image");
+    }
     for (const container& each : containers) {
         if (head.text_at(0, each.signature)) {
             return refused(source, each.name, each.what_to_do);

@@ -339,14 +339,6 @@ TEST_F(exact_mode, compares_a_sequence_number_that_was_asked_for_strictly) {
     EXPECT_EQ(made(), words{"copy"});
 }
 
-TEST_F(exact_mode, refuses_an_ewf_image_as_a_source_that_cannot_be_opened) {
-    write_file(m_dir / "disk.E01", byte_writer(4096).text(0, {"EVF\x09\x0d\x0a\xff\0", 8}).take());
-    const program_result result = exact({"-image", "disk.E01", "-src", "/a.txt", "-dst", "copy"});
-    EXPECT_EQ(result.status, 5);
-    EXPECT_EQ(result.err, "err: source disk.E01: is an EWF image; these are not read yet (not-yet)\n");
-    EXPECT_EQ(made(), words{"disk.E01"});
-}
-
 TEST_F(exact_mode, says_once_that_clusters_are_outside_of_the_volume) {
     const program_result result = exact({"-image", "volume", "-cluster", "99999999", "-dst", "copy"});
     EXPECT_EQ(result.status, 2);

@@ -4,9 +4,9 @@
 
 namespace quarry::exact {
 
-needed_files files_needed_by(const exact_options& options) {
+needed_files files_needed_by(const exact_options& options, const std::vector<std::string>& source_files) {
     needed_files files;
-    files.sources = options.source.paths;
+    files.sources = source_files;
     const std::vector<std::string> host = host_descriptions();
     files.sources.insert(files.sources.end(), host.begin(), host.end());
     if (!options.destination.empty()) {

@@ -4,9 +4,14 @@
 #include "frontend/confinement.h"
 #include "frontend/exact/exact_options.h"
 
+#include <string>
+#include <vector>
+
 namespace quarry::exact {
 
-// The source for reading, and for writing the directory of the destination alone. The log is open already.
-[[nodiscard]] needed_files files_needed_by(const exact_options& options);
+// The files of the source for reading, and for writing the directory of the destination alone. The log is
+// open already.
+[[nodiscard]] needed_files files_needed_by(const exact_options& options,
+                                           const std::vector<std::string>& source_files);
 
 }  // namespace quarry::exact

@@ -19,7 +19,7 @@ constexpr std::string_view help_body =
  quarry -exact -image <file> -volumes
 
  source, one of
-   -image <file|device>         = a disk or a bare volume
+   -image <file|device>         = a disk or a bare volume, raw or EWF (E01)
    -partition <device>          = a bare volume
    -vmdk "<file> | <file> ..."  = a chain of sparse VMDK files
  volume

@@ -219,10 +219,12 @@ tl::expected<void, ended> begin_list(const exact_options& options, list_lines& l
     return begun ? tl::expected<void, ended>() : end_with(exit_status::refused, std::move(begun.error()));
 }
 
-tl::expected<exit_status, ended> read_and_copy(const exact_options& options, list_lines& lines,
-                                               const output_guard& guard, exact_messages& messages) {
+tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
+                                               const std::vector<std::string>& source_files,
+                                               list_lines& lines, const output_guard& guard,
+                                               exact_messages& messages) {
     notices told;
-    auto source = open_source(options.source, told);
+    auto source = open_source(options.source, source_files, told);
     if (!source) {
         const exit_status status = status_of(source.error().code, exit_status::not_opened);
         return end_with(status, std::move(source.error()));
@@ -240,11 +242,17 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options, lis
     });
 }
 
-void give_up_rights(const exact_options& options, kernel_calls* kernel) {
+void give_up_rights(const exact_options& options, const std::vector<std::string>& source_files,
+                    kernel_calls* kernel) {
     if (kernel != nullptr) {
-        confine_files(files_needed_by(options), *kernel);
+        confine_files(files_needed_by(options, source_files), *kernel);
         deny_calls(*kernel);
     }
+}
+
+tl::expected<void, ended> look_at_source_files(const result<std::vector<std::string>>& source_files) {
+    return source_files ? tl::expected<void, ended>()
+                        : end_with(exit_status::not_opened, source_files.error());
 }
 
 // Everything after the command line was understood.
@@ -253,12 +261,16 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
     messages.set_quiet(options.quiet);
     output_guard guard;
     guard.add_sources(options.source.paths);
+    const auto source_files = files_of_source(options.source);
+    guard.add_sources(source_files.value_or(options.source.paths));
     list_lines lines(read_standard_input);
-    const auto status = open_log(options, arguments, header, guard, messages)
-                            .and_then([&] { return refuse_outputs(options, guard); })
-                            .and_then([&] { return begin_list(options, lines); })
-                            .map([&] { give_up_rights(options, kernel); })
-                            .and_then([&] { return read_and_copy(options, lines, guard, messages); });
+    const auto status =
+        open_log(options, arguments, header, guard, messages)
+            .and_then([&] { return refuse_outputs(options, guard); })
+            .and_then([&] { return look_at_source_files(source_files); })
+            .and_then([&] { return begin_list(options, lines); })
+            .map([&] { give_up_rights(options, *source_files, kernel); })
+            .and_then([&] { return read_and_copy(options, *source_files, lines, guard, messages); });
     if (!status) {
         messages.err(status.error().why.text());
     }

@@ -1,14 +1,18 @@
 #include "frontend/exact/source_opening.h"
 
+#include "disk/ewf_source.h"
 #include "disk/vmdk_source.h"
 #include "exact/container.h"
 #include "exact/name_text.h"
+#include "foundation/byte_view.h"
 #include "foundation/ql_string.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -26,15 +30,38 @@ bool is_mounted(const std::string& path) {
     return is_listed_mount(mounts, ::major(status.st_rdev), ::minor(status.st_rdev));
 }
 
+tl::unexpected<failure> cannot_open(const std::string& path, const std::string& why) {
+    return fail(failure_code::source_open, where::source(shown_typed(path)), why);
+}
+
 // A file or device of the source; fails with source-open.
 result<std::unique_ptr<file_source>> open_file(const std::string& path) {
     int error = 0;
     auto opened = file_source::open(path, error);
     if (opened == nullptr) {
-        return fail(failure_code::source_open, where::source(shown_typed(path)),
-                    std::string("cannot be opened: ") + std::strerror(error));
+        return cannot_open(path, std::string("cannot be opened: ") + std::strerror(error));
     }
     return opened;
+}
+
+// True for a file that begins as an EWF image does. What cannot be opened or read is none.
+bool is_ewf(const std::string& path) {
+    int error = 0;
+    const auto file = file_source::open(path, error);
+    std::array<std::uint8_t, 8> head{};
+    return file != nullptr && file->read(head, 0).bytes == head.size() && begins_as_ewf(byte_view(head));
+}
+
+// Opens the files themselves, so that it is seen if they change.
+result<void> watch(opened_source& source, const std::vector<std::string>& files) {
+    for (const std::string& path : files) {
+        auto file = open_file(path);
+        if (!file) {
+            return passed_on(file);
+        }
+        source.files.push_back(std::move(*file));
+    }
+    return {};
 }
 
 result<opened_source> open_raw(const std::string& path, notices& told) {
@@ -49,27 +76,42 @@ result<opened_source> open_raw(const std::string& path, notices& told) {
     if (is_mounted(path)) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");
     }
-    auto watched = open_file(path);
-    if (!watched) {
-        return passed_on(watched);
-    }
     opened_source source{std::move(*bytes), shown, {}};
-    source.files.push_back(std::move(*watched));
-    return source;
+    return watch(source, {path}).map([&] { return std::move(source); });
+}
+
+// A set may have more segments than a process may usually have files open, and each is open twice.
+void ask_for_more_files() {
+    struct ::rlimit limit {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+    }
+}
+
+result<opened_source> open_ewf(const std::vector<std::string>& segments) {
+    ask_for_more_files();
+    std::string why;
+    auto image = ewf_source::open(segments, why);
+    if (image == nullptr) {
+        return cannot_open(segments.front(), shown_typed(why));
+    }
+    opened_source source{nullptr, shown_typed(segments.front()), {}};
+    source.acquired_md5 = image->stored_digest("MD5");
+    source.acquired_sha1 = image->stored_digest("SHA1");
+    source.bytes = std::move(image);
+    return watch(source, segments).map([&] { return std::move(source); });
 }
 
 result<opened_source> open_chain(const std::vector<std::string>& paths) {
     opened_source source{nullptr, shown_typed(paths.front()), {}};
+    if (auto opened = watch(source, paths); !opened) {
+        return passed_on(opened);
+    }
     std::vector<std::wstring> wide;
     for (const std::string& path : paths) {
-        auto file = open_file(path);
-        if (!file) {
-            return passed_on(file);
-        }
-        source.files.push_back(std::move(*file));
         if (!utf8_to_wide(wide.emplace_back(), path)) {
-            return fail(failure_code::source_open, where::source(shown_typed(path)),
-                        "cannot be opened: the path is not UTF-8");
+            return cannot_open(path, "cannot be opened: the path is not UTF-8");
         }
     }
     std::string why;
@@ -100,9 +142,25 @@ bool opened_source::has_changed() const {
     return std::any_of(files.begin(), files.end(), [](const auto& file) { return file->has_changed(); });
 }
 
-result<opened_source> open_source(const source_choice& choice, notices& told) {
-    return choice.kind == source_choice::kind::vmdk ? open_chain(choice.paths)
-                                                    : open_raw(choice.paths.front(), told);
+result<std::vector<std::string>> files_of_source(const source_choice& choice) {
+    if (choice.kind != source_choice::kind::image || !is_ewf(choice.paths.front())) {
+        return choice.paths;
+    }
+    std::string why;
+    std::vector<std::string> segments = ewf_segments(choice.paths.front(), why);
+    if (segments.empty()) {
+        return cannot_open(choice.paths.front(), why);
+    }
+    return segments;
+}
+
+result<opened_source> open_source(const source_choice& choice, const std::vector<std::string>& files,
+                                  notices& told) {
+    if (choice.kind == source_choice::kind::vmdk) {
+        return open_chain(files);
+    }
+    const bool is_image = choice.kind == source_choice::kind::image;
+    return is_image && is_ewf(files.front()) ? open_ewf(files) : open_raw(files.front(), told);
 }
 
 }  // namespace quarry::exact

@@ -23,12 +23,24 @@ struct opened_source {
     // The files that the bytes come from, opened to see whether they change.
     std::vector<std::unique_ptr<file_source>> files;
 
+    // Digests of an EWF image that were stored when the disk was acquired, in hexadecimal; empty if there are
+    // none.
+    std::string acquired_md5 = {};
+    std::string acquired_sha1 = {};
+
     // True if one of the files has another size or modification time than when it was opened.
     [[nodiscard]] bool has_changed() const;
 };
 
-// Opens what the user named. Warns (source-mounted) of a block device that is mounted. Fails with source-open
-// for what cannot be opened and for containers, with vmdk for files that are no whole, sound chain.
-[[nodiscard]] result<opened_source> open_source(const source_choice& choice, notices& told);
+// The files that a source is read from: those that the user named, and of an EWF image all of its segments.
+// Opens a file only to see whether it is one. Fails with source-open for an EWF image that cannot be read
+// because the library is missing or the first segment is not called as one.
+[[nodiscard]] result<std::vector<std::string>> files_of_source(const source_choice& choice);
+
+// Opens what the user named, given the files that it is read from. Warns (source-mounted) of a block device
+// that is mounted. Fails with source-open for what cannot be opened and for containers, with vmdk for files
+// that are no whole, sound chain.
+[[nodiscard]] result<opened_source> open_source(const source_choice& choice,
+                                                const std::vector<std::string>& files, notices& told);
 
 }  // namespace quarry::exact

@@ -29,8 +29,8 @@ TEST(container, is_refused_by_its_name_with_what_to_do) {
     const std::string head = "source-open: source disk: is ";
     const std::string raw = "; give a raw view of it, as docs/limits.md shows";
     EXPECT_EQ(answer(beginning_with(std::string_view("EVF\x09\x0d\x0a\xff\0", 8))),
-              head + "an EWF image; these are not read yet (not-yet)");
-    EXPECT_EQ(answer(beginning_with("EVF2")), head + "an EWF image; these are not read yet (not-yet)");
+              head + "an EWF image; say -image");
+    EXPECT_EQ(answer(beginning_with("EVF2")), head + "an EWF image; say -image");
     EXPECT_EQ(answer(beginning_with("QFI\xfb")), head + "a QCOW image" + raw);
     EXPECT_EQ(answer(beginning_with("vhdxfile")), head + "a VHDX image" + raw);
     EXPECT_EQ(answer(beginning_with("KDMV")), head + "a VMDK; say -vmdk");

@@ -48,7 +48,7 @@ class exact_confinement : public testing::Test {
 };
 
 TEST_F(exact_confinement, needs_the_files_of_the_source_and_the_directory_of_the_destination) {
-    const needed_files files = exact::files_needed_by(m_options);
+    const needed_files files = exact::files_needed_by(m_options, m_options.source.paths);
     EXPECT_FALSE(files.reads_any_file);
     EXPECT_THAT(files.sources, ElementsAre(at("base"), at("snapshot"), "/dev", "/proc", "/sys",
                                            "/etc/localtime", "/usr/share/zoneinfo"));
@@ -60,18 +60,18 @@ TEST_F(exact_confinement, needs_the_files_of_the_source_and_the_directory_of_the
 
 TEST_F(exact_confinement, of_a_listing_writes_nowhere_and_of_a_bare_name_here) {
     m_options.destination = "";
-    EXPECT_THAT(exact::files_needed_by(m_options).sealed_dirs, IsEmpty());
+    EXPECT_THAT(exact::files_needed_by(m_options, m_options.source.paths).sealed_dirs, IsEmpty());
     m_options.destination = "copy";
-    EXPECT_THAT(exact::files_needed_by(m_options).sealed_dirs, ElementsAre("./"));
+    EXPECT_THAT(exact::files_needed_by(m_options, m_options.source.paths).sealed_dirs, ElementsAre("./"));
 }
 
 TEST_F(exact_confinement, with_directories_of_the_path_makes_some_below_the_destination_and_nowhere_else) {
     m_options.tree = true;
-    EXPECT_TRUE(exact::files_needed_by(m_options).makes_dirs);
+    EXPECT_TRUE(exact::files_needed_by(m_options, m_options.source.paths).makes_dirs);
     const ::pid_t child = ::fork();
     if (child == 0) {
         kernel_calls kernel;
-        int answer = confine_files(exact::files_needed_by(m_options), kernel) ? 1 : 0;
+        int answer = confine_files(exact::files_needed_by(m_options, m_options.source.paths), kernel) ? 1 : 0;
         const auto made = exact::open_tree(at("out/"), {u"docs", u"old"}, output_guard());
         answer |= made ? 2 : 0;
         answer |= ::mkdir(at("elsewhere").c_str(), 0700) == 0 ? 4 : 0;
@@ -90,7 +90,7 @@ TEST_F(exact_confinement, lets_a_copy_be_sealed_and_stops_what_is_elsewhere_as_t
     const ::pid_t child = ::fork();
     if (child == 0) {
         kernel_calls kernel;
-        int answer = confine_files(exact::files_needed_by(m_options), kernel) ? 1 : 0;
+        int answer = confine_files(exact::files_needed_by(m_options, m_options.source.paths), kernel) ? 1 : 0;
         answer |= deny_calls(kernel) ? 2 : 0;
         answer |= seals("new", false) ? 4 : 0;
         answer |= seals("earlier", true) ? 8 : 0;

@@ -43,13 +43,13 @@ TEST(source_opening, sees_another_size_and_another_time) {
     const temp_dir directory;
     write_file(directory / "image", bytes(4096));
     exact::notices told;
-    const auto opened = exact::open_source(image(directory), told);
+    const auto opened = exact::open_source(image(directory), image(directory).paths, told);
     ASSERT_TRUE(opened) << opened.error().text();
     EXPECT_FALSE(opened->has_changed());
     // The time alone, back to 1970.
     std::filesystem::last_write_time(directory / "image", std::filesystem::file_time_type{});
     EXPECT_TRUE(opened->has_changed());
-    const auto again = exact::open_source(image(directory), told);
+    const auto again = exact::open_source(image(directory), image(directory).paths, told);
     ASSERT_TRUE(again) << again.error().text();
     EXPECT_FALSE(again->has_changed());
     const auto time = std::filesystem::last_write_time(directory / "image");

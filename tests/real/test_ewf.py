@@ -1,0 +1,179 @@
+"""EWF images as ewfacquire makes them: `-exact` reads what is on the disk, or says what it cannot read."""
+
+import os
+import shutil
+import subprocess
+
+import pytest
+
+from test_exact_streams import Exact
+from volumes import MIB, need, need_tools, pattern, run_tool
+
+CLUSTER = 4096
+CHUNK = 64 * 512  # ewfacquire's own choice
+START = 1 * MIB  # of the volume on the disk
+
+FORMATS = ("ewf", "smart", "ftk", "encase1", "encase4", "encase5", "encase6", "encase7", "linen5", "linen7", "ewfx")
+COMPRESSIONS = ("deflate:none", "deflate:best", "deflate:empty-block")
+
+
+@pytest.fixture
+def contents():
+    return {"/noise.bin": pattern(300000, "noise"), "/zeros.bin": bytes(200000), "/text.txt": b"a short text\n"}
+
+
+@pytest.fixture
+def disk(make_volume, contents, scratch):
+    """A raw disk whose one partition is a volume with these files."""
+    need_tools("ewfacquire", "sfdisk")
+    volume = make_volume(cluster=CLUSTER, size=6 * MIB)
+    for path, content in contents.items():
+        volume.put_unmounted(path[1:], content, scratch)
+    raw = scratch / "disk.img"
+    raw.write_bytes(bytes(START) + volume.image.read_bytes() + bytes(MIB))
+    run_tool("sfdisk", "--quiet", raw, input=b"label: dos\nstart=2048, size=12288, type=7\n")
+    return raw
+
+
+@pytest.fixture
+def exact(scratch):
+    return Exact(scratch)
+
+
+def acquire(raw, target, form="encase6", compression="deflate:none", segment="1GiB", *more):
+    run_tool("ewfacquire", "-u", "-c", compression, "-f", form, "-S", segment, "-t", target, "-C", "1", "-D", "x", "-E", "1",
+             "-e", "x", "-N", "x", "-m", "fixed", "-M", "physical", *more, raw)
+    segments = sorted(target.parent.glob(target.name + ".[eEsS]*"))
+    assert segments
+    return segments
+
+
+@pytest.mark.parametrize("compression", COMPRESSIONS)
+@pytest.mark.parametrize("form", FORMATS)
+def test_each_format_gives_the_bytes_of_the_disk(disk, contents, exact, scratch, form, compression):
+    segments = acquire(disk, scratch / "image", form, compression, "2MiB")
+    for path, content in contents.items():
+        assert exact.whole(segments[0], "-src", path) == content
+    volume = disk.read_bytes()[START:START + 1000 * CLUSTER]
+    assert exact.whole(segments[0], "-cluster", 0, 1000) == volume
+
+
+def test_many_segments_are_one_disk(disk, contents, exact, scratch):
+    segments = acquire(disk, scratch / "image", segment="1MiB")
+    assert len(segments) == 9
+    assert exact.whole(segments[0], "-src", "/noise.bin") == contents["/noise.bin"]
+    assert exact.whole(segments[0], "-cluster", 0, 1535) == disk.read_bytes()[START:START + 1535 * CLUSTER]
+
+
+def test_a_missing_segment_is_told_when_the_image_is_opened(disk, exact, scratch):
+    segments = acquire(disk, scratch / "image", segment="1MiB")
+    for missing in segments[1:]:
+        missing.rename(scratch / "aside")
+        result = exact.run(segments[0], "-src", "/text.txt")
+        assert result.status == 5
+        assert result.lines[-1] == f"err: source {segments[0]}: cannot be opened: a segment file is missing or damaged"
+        (scratch / "aside").rename(missing)
+    assert exact.run(segments[0], "-src", "/text.txt").status == 0
+
+
+def place_of(disk, segments, where):
+    """A segment, and the place in it of what is stored of the chunk at this byte of the disk."""
+    wanted = disk.read_bytes()[where:where + 64]
+    found = [(segment, segment.read_bytes().find(wanted)) for segment in segments]
+    found = [(segment, at) for segment, at in found if at >= 0]
+    assert len(found) == 1
+    return found[0]
+
+
+def test_a_damaged_chunk_is_never_taken_for_bytes_of_the_disk(disk, contents, exact, scratch):
+    segments = acquire(disk, scratch / "image", segment="2MiB")
+    noise = disk.read_bytes().find(contents["/noise.bin"])
+    assert noise > 0
+    damaged = noise + 100000
+    segment, at = place_of(disk, segments, damaged)
+    with open(segment, "r+b") as file:
+        file.seek(at)
+        file.write(bytes(64))
+    chunk = damaged // CHUNK * CHUNK
+    result = exact.run(segments[0], "-src", "/noise.bin")
+    assert result.status == 1
+    assert f"cannot be read: Input/output error, at stream byte {hex_of(chunk - noise)}" in result.lines[-1]
+    assert result.lines[-1].endswith(f"(source byte {hex_of(chunk)})")
+    # What lies beside it is whole.
+    assert exact.whole(segments[0], "-src", "/text.txt") == contents["/text.txt"]
+    # The rest of the file can be had, with zeros for the whole chunk, and in doubt.
+    result = exact.run(segments[0], "-src", "/noise.bin", "-zero_unreadable")
+    assert result.status == 4
+    content = contents["/noise.bin"]
+    begin = chunk - noise
+    assert result.content == content[:begin] + bytes(CHUNK) + content[begin + CHUNK:]
+    assert any(line.endswith(f": {CHUNK} bytes at {hex_of(begin)} are zeros") for line in result.lines), result.lines
+
+
+def hex_of(number):
+    return f"0x{number:X}"
+
+
+def test_sectors_of_4096_bytes_are_those_of_the_container(make_volume, exact, scratch):
+    need_tools("ewfacquire", "sgdisk")
+    volume = make_volume(cluster=CLUSTER, size=6 * MIB, sector=4096)
+    volume.put_unmounted("text.txt", b"on large sectors\n", scratch)
+    segments = acquire(volume.image, scratch / "image", "encase6", "deflate:none", "1GiB", "-P", "4096")
+    assert exact.whole(segments[0], "-src", "/text.txt") == b"on large sectors\n"
+
+
+def test_the_destination_may_not_be_a_segment(disk, scratch):
+    segments = acquire(disk, scratch / "image", segment="2MiB")
+    before = [segment.read_bytes() for segment in segments]
+    for target in segments:
+        done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", segments[0], "-src", "/text.txt", "-overwrite",
+                               "-dst", target], capture_output=True, check=False)
+        assert done.returncode == 2, done.stderr
+        log = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", segments[0], "-src", "/text.txt", "-dst",
+                              scratch / "copy", "-diags", target], capture_output=True, check=False)
+        assert log.returncode == 2, log.stderr
+    assert [segment.read_bytes() for segment in segments] == before
+
+
+def test_a_name_that_is_none_of_a_first_segment_is_refused(disk, exact, scratch):
+    segments = acquire(disk, scratch / "image")
+    shutil.copy(segments[0], scratch / "evidence")
+    result = exact.run(scratch / "evidence", "-src", "/text.txt")
+    assert result.status == 5
+    assert result.lines == [f"err: source {scratch}/evidence: is not called like the first segment of an EWF image, as "
+                            "disk.E01 is"]
+
+
+def test_without_the_library_such_an_image_is_refused_and_others_are_read(disk, exact, scratch):
+    need(os.geteuid() == 0, "hiding a library needs root")
+    libraries = [line.split()[-1] for line in run_tool("ldconfig", "-p").decode().splitlines() if "libewf.so.2 " in line]
+    need(libraries, "libewf2 is not installed")
+    segments = acquire(disk, scratch / "image")
+    hide = "".join(f"mount --bind /dev/null {library}; " for library in libraries)
+    command = [os.environ["QUARRY_PROGRAM"], "-exact", "-image", segments[0], "-src", "/text.txt", "-dst", scratch / "copy"]
+    done = subprocess.run(["unshare", "-m", "sh", "-c", hide + 'exec "$@"', "sh", *command], capture_output=True, check=False)
+    assert done.returncode == 5
+    assert done.stderr.decode() == f"err: source {segments[0]}: EWF images need the library libewf2\n"
+    command[3] = disk
+    done = subprocess.run(["unshare", "-m", "sh", "-c", hide + 'exec "$@"', "sh", *command], capture_output=True, check=False)
+    assert done.returncode == 0, done.stderr
+
+
+def test_the_default_mode_reads_the_bytes_of_the_container(disk, scratch):
+    segments = acquire(disk, scratch / "image")
+    done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-image", segments[0], "-offset", "0x100000", "-src", "/text.txt", "-dst",
+                           scratch / "copy"], capture_output=True, check=False)
+    assert done.returncode == 255
+    assert not (scratch / "copy").exists()
+
+
+def test_no_other_run_loads_the_library(disk, scratch):
+    need_tools("strace")
+    trace = scratch / "trace"
+    segments = acquire(disk, scratch / "image")
+    for image, expected in ((disk, False), (segments[0], True)):
+        target = scratch / "copy"
+        subprocess.run(["strace", "-o", trace, "-e", "trace=openat", os.environ["QUARRY_PROGRAM"], "-exact", "-image", image, "-src",
+                        "/text.txt", "-dst", target], capture_output=True, check=True, env=dict(os.environ, ASAN_OPTIONS="detect_leaks=0"))
+        assert ("libewf" in trace.read_text()) is expected
+        target.unlink()
