@@ -1,5 +1,6 @@
 #include "support/run_program.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -120,10 +121,17 @@ bool drain(int end, std::string& text) {
     return count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
 }
 
+std::chrono::milliseconds time_to_run(const program_options& options) {
+    constexpr std::chrono::milliseconds most = std::chrono::minutes(5);
+    const auto allowed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(options.time_limit * time_allowance());
+    return std::max(options.time_limit, std::min(allowed, most));
+}
+
 // Feeds the input and gathers both outputs until the program has closed them; false if the time was up first.
 bool exchange(const program_options& options, pipe_ends& in, pipe_ends& out, pipe_ends& err,
               program_result& result) {
-    const auto end = std::chrono::steady_clock::now() + options.time_limit;
+    const auto end = std::chrono::steady_clock::now() + time_to_run(options);
     std::size_t fed = 0;
     fcntl(in.write, F_SETFL, O_NONBLOCK);
     while (out.read >= 0 || err.read >= 0) {

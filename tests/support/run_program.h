@@ -32,7 +32,7 @@ struct program_options {
     std::string standard_input = {};
     std::filesystem::path directory = {};                 // where it runs; empty: where the test runs
     std::map<std::string, std::string> environment = {};  // added to this process's own
-    std::chrono::milliseconds time_limit{60000};          // then it is killed
+    std::chrono::milliseconds time_limit{60000};          // then it is killed; instrumented, much later
     // Bytes of address space, 0 for no limit; see memory_limit_works.
     std::uint64_t memory_limit = 0;
     // No file may grow beyond this many bytes; 0 for no limit.

@@ -4,12 +4,13 @@
 #include "disk/vmdk_disk.h"
 #include "disk/volume_detection.h"
 #include "support/file_opens.h"
+#include "support/run_program.h"
 #include "support/temp_dir.h"
 #include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -48,6 +49,18 @@ class vmdk_check_test : public ::testing::Test {
 
     [[nodiscard]] std::string depends(const std::string& child, const std::string& hint) const {
         return "=> vmdk file: " + text_at(child) + "\n depends on parent vmdk " + hint + "\n";
+    }
+
+    // True if a check of the list opens the device. Other programs may open it meanwhile, and one of a few
+    // checks is not disturbed.
+    bool opens(const std::filesystem::path& device, const paths& list) {
+        bool opened = true;
+        for (int turn = 0; opened && turn < 5; ++turn) {
+            const file_opens device_opens(device);
+            EXPECT_FALSE(check(list));
+            opened = device_opens.take().reading;
+        }
+        return opened;
     }
 
     temp_dir m_dir;
@@ -363,25 +376,20 @@ TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_is_suggested_and_then_
 
 // Opening a device can act on it: /dev/loop-control makes a device, /dev/watchdog starts a clock.
 TEST_F(vmdk_check_test, a_hint_to_a_device_or_a_directory_opens_nothing) {
-    const file_opens device("/dev/full");
-    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/dev/full\""))}));
-    EXPECT_FALSE(device.take().reading);
+    EXPECT_FALSE(opens("/dev/full", {write("snap.vmdk", file_of("2", "1", "\"/dev/full\""))}));
     std::filesystem::create_directory(m_dir / "folder");
     const file_opens folder(m_dir / "folder");
     EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"folder\""))}));
     EXPECT_FALSE(folder.take().reading);
     // A file that the user lists is opened, whatever it is.
-    EXPECT_FALSE(check({L"/dev/full"}));
-    EXPECT_TRUE(device.take().reading);
+    EXPECT_TRUE(opens("/dev/full", {L"/dev/full"}));
 }
 
 TEST_F(vmdk_check_test, a_hint_to_a_device_that_is_looked_for_beside_the_listed_files_opens_nothing) {
     std::filesystem::create_symlink("/dev/full", m_dir / "full");
-    const file_opens device("/dev/full");
-    EXPECT_FALSE(check({write("snap.vmdk", file_of("2", "1", "\"/elsewhere/full\""))}));
+    EXPECT_FALSE(opens("/dev/full", {write("snap.vmdk", file_of("2", "1", "\"/elsewhere/full\""))}));
     EXPECT_EQ(m_words,
               depends("snap.vmdk", "\"" + text_at("full") + "\"") + text_at("full") + " can't be opened\n");
-    EXPECT_FALSE(device.take().reading);
 }
 
 TEST_F(vmdk_check_test, a_hint_to_an_empty_file_opens_nothing) {
@@ -398,9 +406,10 @@ TEST_F(vmdk_check_test, of_800_files_that_hint_at_the_next_one_opens_each_once) 
         const std::string next = "\"/elsewhere/" + std::to_string((i + 1) % 800) + "\"";
         write(std::to_string(i), file_of(std::to_string(10000 + i), std::to_string(10001 + i), next));
     }
-    const auto begin = std::chrono::steady_clock::now();
+    const std::clock_t begin = std::clock();
     EXPECT_FALSE(check({at("0")}));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    const auto processor_seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+    EXPECT_LT(processor_seconds, 3.0 * time_allowance());
     ASSERT_EQ(m_suggested.size(), 800U);
     EXPECT_EQ(m_suggested[799], at("799"));
 }

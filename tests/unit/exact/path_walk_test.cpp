@@ -3,10 +3,11 @@
 #include "exact/volume_path.h"
 #include "support/memory_source.h"
 #include "support/opened_exact_volume.h"
+#include "support/run_program.h"
 #include "support/volume_builder.h"
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,11 @@ namespace quarry::test {
 using namespace quarry::exact;
 
 namespace {
+
+// Seconds of the processor since the clock began. What else the machine does counts little.
+double seconds_since(std::clock_t begun) {
+    return static_cast<double>(std::clock() - begun) / CLOCKS_PER_SEC;
+}
 
 test::geometry with_system_files() {
     test::geometry shape;
@@ -265,9 +271,9 @@ TEST(path_walk, ends_after_16384_names) {
     bomb.print_name = u"";
     volume.add_file("bomb").reparse(bomb);
     walked_volume walked(volume.image());
-    const auto begun = std::chrono::steady_clock::now();
+    const std::clock_t begun = std::clock();
     EXPECT_EQ(walked.failure_of("/bomb"), "link | path \"/bomb\": more than 16384 names on the way");
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+    EXPECT_LT(seconds_since(begun), 20.0 * time_allowance());
     EXPECT_EQ(std::count(walked.log().begin(), walked.log().end(), "name \"a\" -> 24-1"), 22 * 360);
 }
 
@@ -281,9 +287,9 @@ TEST(path_walk, goes_down_long_ways_without_writing_each_of_them_out) {
     for (int i = 0; i < 30000; ++i) {
         path += "/a";
     }
-    const auto begun = std::chrono::steady_clock::now();
+    const std::clock_t begun = std::clock();
     EXPECT_EQ(walked.walk(path)->names.size(), 30000u);
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+    EXPECT_LT(seconds_since(begun), 20.0 * time_allowance());
 }
 
 TEST(path_walk, warns_of_a_name_whose_directory_has_no_sequence_number) {
