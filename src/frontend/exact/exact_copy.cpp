@@ -23,24 +23,34 @@ constexpr std::array<std::uint8_t, 65536> zero_bytes{};
 // Where the bytes of a stream go: to the file, and to the digest of the copy where one is wanted.
 class copy_sink final : public stream_sink {
   public:
-    copy_sink(sealed_file& file, bool with_digest) : m_file(&file), m_with_digest(with_digest) {
+    copy_sink(sealed_file& file, bool with_digest, progress& status_line)
+        : m_file(&file), m_status_line(&status_line), m_with_digest(with_digest) {
         md5_init(&m_md5);
     }
 
     [[nodiscard]] result<void> data(byte_view block) override {
         digest(block.span());
-        return m_file->append(block.span());
+        auto appended = m_file->append(block.span());
+        m_status_line->advance(block.size());
+        return appended;
     }
 
+    // In parts, so that the status line moves where zeros are written and digested. A hole of a sparse copy
+    // takes no time, and may be longer than could be counted in parts.
     [[nodiscard]] result<void> zeros(std::uint64_t length) override {
-        if (m_with_digest) {
-            for (std::uint64_t left = length; left > 0;) {
-                const std::uint64_t count = std::min<std::uint64_t>(left, zero_bytes.size());
+        const std::uint64_t most = m_with_digest || !m_file->is_sparse() ? zero_bytes.size() : length;
+        while (length > 0) {
+            const std::uint64_t count = std::min(length, most);
+            if (m_with_digest) {
                 digest(std::span(zero_bytes).first(static_cast<std::size_t>(count)));
-                left -= count;
             }
+            if (auto appended = m_file->append_hole(count); !appended) {
+                return appended;
+            }
+            m_status_line->advance(count);
+            length -= count;
         }
-        return m_file->append_hole(length);
+        return {};
     }
 
     // 32 hexadecimal digits; empty if no digest is wanted.
@@ -62,6 +72,7 @@ class copy_sink final : public stream_sink {
     }
 
     sealed_file* m_file;
+    progress* m_status_line;
     bool m_with_digest;
     md5_ctx m_md5;
 };
@@ -133,7 +144,8 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     if (auto created = file.create(object.content->delivered_size(options.raw)); !created) {
         return passed_on(created);
     }
-    copy_sink sink(file, options.md5);
+    means.messages.status_line().begin_copy(object.content->delivered_size(options.raw));
+    copy_sink sink(file, options.md5, means.messages.status_line());
     auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable}, told);
     if (!delivered) {
         return passed_on(delivered);

@@ -25,6 +25,7 @@ void exact_messages::log(const std::string& line) {
 void exact_messages::say(const std::string& line, bool even_if_quiet) {
     log(line);
     if (even_if_quiet || !m_quiet) {
+        m_status_line.clear();
         print_error(line + "\n");
     }
 }
@@ -39,8 +40,9 @@ void exact_messages::done(std::string_view outcome, const std::string& text) {
     say(std::string(outcome) + ": " + text, false);
 }
 
-void exact_messages::show(const std::string& text) const {
+void exact_messages::show(const std::string& text) {
     if (!m_quiet) {
+        m_status_line.clear();
         print_error(text);
     }
 }

@@ -6,6 +6,7 @@
 
 #include "exact/failure.h"
 #include "foundation/uni_streams.h"
+#include "frontend/exact/progress.h"
 
 #include <cstdint>
 #include <string>
@@ -17,6 +18,8 @@ class exact_messages {
   public:
     // A quiet run shows "err:" lines only.
     void set_quiet(bool quiet) { m_quiet = quiet; }
+    // The status line, which gives way to each message.
+    [[nodiscard]] progress& status_line() { return m_status_line; }
     // Opens the log, whose earlier content is lost, and writes the head of it. False if it cannot be opened.
     [[nodiscard]] bool open_log(const std::string& path, const std::string& command_line,
                                 const std::string& header);
@@ -29,7 +32,7 @@ class exact_messages {
     // A line that is neither praise nor blame, such as the last one of a list.
     void tell(const std::string& line) { say(line, false); }
     // Text of several lines for standard error alone, unless the run is quiet.
-    void show(const std::string& text) const;
+    void show(const std::string& text);
     void info(const std::string& text) { log("info: " + text); }
     void log(const std::string& line);
 
@@ -38,6 +41,7 @@ class exact_messages {
 
     bool m_quiet = false;
     bool m_log_is_open = false;
+    progress m_status_line;
     uni::ofstream m_log;
 };
 

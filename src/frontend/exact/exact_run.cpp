@@ -293,6 +293,9 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
         messages.err(options.error().text);
         return exit_status::refused;
     }
+    if (!options->quiet) {
+        messages.status_line().start(terminal_of_messages(), options->pipe);
+    }
     const exit_status status = carry_out(*options, arguments, header, messages, kernel);
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
     return status;

@@ -50,6 +50,7 @@ class sealed_file {
     [[nodiscard]] result<void> append_hole(std::uint64_t length);
     // The file itself, once it is made: the same under its name.
     [[nodiscard]] const host_file& identity() const { return m_identity; }
+    [[nodiscard]] bool is_sparse() const { return m_sparse; }
     // Bytes so far.
     [[nodiscard]] std::uint64_t size() const { return m_size; }
     // Gives the file these times; to be called after the last byte. Fails with write.
