@@ -192,10 +192,18 @@ result<void> directory_index::find_blocks(const attribute_set& directory) {
 }
 
 result<index_node> directory_index::root() const {
-    return read_index_node(m_root, root_header_size, false, *m_letters, m_root_place);
+    return damaged_root().and_then(expect_sound);
 }
 
 result<index_node> directory_index::block(std::uint64_t vcn, notices& told) const {
+    return damaged_block(vcn, told).and_then(expect_sound);
+}
+
+result<index_node> directory_index::damaged_root() const {
+    return read_damaged_index_node(m_root, root_header_size, false, *m_letters, m_root_place);
+}
+
+result<index_node> directory_index::damaged_block(std::uint64_t vcn, notices& told) const {
     const std::string place_text = where::index_block(vcn, m_entry);
     const auto broken = [&](std::string why, std::optional<std::uint64_t> source_byte = std::nullopt) {
         return fail(failure_code::index, place_text, std::move(why), source_byte);
@@ -230,7 +238,7 @@ result<index_node> directory_index::block(std::uint64_t vcn, notices& told) cons
     if (!*in_use) {
         told.warn("stale-block", place_text, "the directory's $BITMAP calls the block free");
     }
-    return read_index_node(bytes, index_block::node_offset, true, *m_letters, place);
+    return read_damaged_index_node(bytes, index_block::node_offset, true, *m_letters, place);
 }
 
 result<bool> directory_index::is_in_use(std::uint64_t block_number) const {

@@ -33,6 +33,9 @@ class directory_index {
     // The node in the block at a VCN, as child pointers name it. Warns (stale-block) if the directory's own
     // bitmap says that the block is not in use. Fails with index or torn, and if it cannot be read.
     [[nodiscard]] result<index_node> block(std::uint64_t vcn, notices& told) const;
+    // The same, of damaged nodes as much as can be read.
+    [[nodiscard]] result<index_node> damaged_root() const;
+    [[nodiscard]] result<index_node> damaged_block(std::uint64_t vcn, notices& told) const;
 
     [[nodiscard]] std::uint64_t entry() const { return m_entry; }
     [[nodiscard]] const upcase& letters() const { return *m_letters; }

@@ -30,10 +30,14 @@ class node_reader {
         while (true) {
             auto entry = read_entry(offset);
             if (!entry) {
-                return passed_on(entry);
+                node.damage.push_back(std::move(entry.error()));
+                return node;
             }
-            if (entry->key && m_previous && std::is_gteq(collate(m_letters, *m_previous, entry->key->name))) {
-                return broken(failure_code::index_order, offset, "keys do not rise at " + hex(offset));
+            if (entry->key && m_rises && m_previous &&
+                std::is_gteq(collate(m_letters, *m_previous, entry->key->name))) {
+                m_rises = false;
+                node.damage.push_back(
+                    broken(failure_code::index_order, offset, "keys do not rise at " + hex(offset)).value());
             }
             const bool last = !entry->key;
             if (!last) {
@@ -121,6 +125,7 @@ class node_reader {
     const upcase& m_letters;
     const block_place& m_place;
     std::optional<std::u16string> m_previous;
+    bool m_rises = true;
     std::uint32_t m_length = 0;
 };
 
@@ -133,7 +138,17 @@ std::strong_ordering collate(const upcase& letters, std::u16string_view a, std::
 
 result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
                                    const upcase& letters, const block_place& place) {
+    return read_damaged_index_node(block, offset, fills_block, letters, place).and_then(expect_sound);
+}
+
+result<index_node> read_damaged_index_node(byte_view block, std::uint64_t offset, bool fills_block,
+                                           const upcase& letters, const block_place& place) {
     return node_reader(block, offset, letters, place).read(fills_block);
+}
+
+result<index_node> expect_sound(index_node node) {
+    return node.damage.empty() ? result<index_node>(std::move(node))
+                               : tl::make_unexpected(std::move(node.damage.front()));
 }
 
 }  // namespace quarry::exact

@@ -12,7 +12,8 @@
 //                          |           |
 //                          the file    VCN of a block, in the last 8 bytes
 //
-// Every rule of a node is tested once, here, before anybody sees an entry.
+// Every rule of a node is tested once, here, before anybody sees an entry. A lookup takes sound nodes only. A
+// listing takes what can be read of a damaged one, and says what cannot.
 #pragma once
 
 #include "exact/block_place.h"
@@ -43,7 +44,9 @@ struct index_node_entry {
 };
 
 struct index_node {
-    std::vector<index_node_entry> entries;  // at least one; only the last has no key
+    std::vector<index_node_entry> entries;  // at least one in a sound node; only the last has no key
+    // What is wrong: the first key that does not rise, the entry after which nothing can be read.
+    std::vector<failure> damage;
 };
 
 // The order of an index: by upper-case units, then by length, then by the first units that differ as they
@@ -56,5 +59,12 @@ struct index_node {
 // it. Fails with `index` for a broken rule and with `index-order` where a key does not rise.
 [[nodiscard]] result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
                                                  const upcase& letters, const block_place& place);
+
+// The same node as far as it can be read, with its damage. Fails with `index` for a broken header only.
+[[nodiscard]] result<index_node> read_damaged_index_node(byte_view block, std::uint64_t offset,
+                                                         bool fills_block, const upcase& letters,
+                                                         const block_place& place);
+// The node if there is no damage to it; fails with the first damage.
+[[nodiscard]] result<index_node> expect_sound(index_node node);
 
 }  // namespace quarry::exact

@@ -8,8 +8,6 @@ namespace quarry::exact {
 
 namespace {
 
-// Records that the mirror holds too.
-constexpr std::uint64_t mirrored_entries = 4;
 constexpr std::uint16_t last_sequence = 0xFFFF;
 // Places in a record, for the byte on the source that a failure names.
 constexpr std::uint64_t sequence_offset = 16;
@@ -231,20 +229,33 @@ result<record> mft::read_stored(std::uint64_t entry, notices& told) const {
     if (result<void> came = m_table.read(volume(), bytes, offset); !came) {
         return passed_on(came);
     }
+    return verify_stored(entry, std::move(bytes), told);
+}
+
+result<void> mft::read_stored_bytes(std::uint64_t entry, std::span<std::uint8_t> buffer) const {
+    return m_table.read(volume(), buffer, entry * volume().shape().record_size);
+}
+
+result<record> mft::verify_stored(std::uint64_t entry, std::vector<std::uint8_t> bytes, notices& told) const {
+    const std::uint64_t size = bytes.size();
     return record::verify(std::move(bytes), entry,
-                          m_table.place_of(volume(), offset, size, where::record(entry)), told);
+                          m_table.place_of(volume(), entry * size, size, where::record(entry)), told);
 }
 
 result<record> mft::read_in_use(reference wanted, notices& told) const {
-    return read(wanted.entry, told).and_then([&](record found) -> result<record> {
-        if (!found.in_use()) {
-            return not_in_use(found);
-        }
-        if (!agrees(found, wanted.sequence, told)) {
-            return wrong_sequence(found, wanted.sequence);
-        }
-        return expect_base(std::move(found));
+    return read(wanted.entry, told).and_then([&](record found) {
+        return expect_in_use(std::move(found), wanted, told);
     });
+}
+
+result<record> mft::expect_in_use(record found, reference wanted, notices& told) {
+    if (!found.in_use()) {
+        return not_in_use(found);
+    }
+    if (!agrees(found, wanted.sequence, told)) {
+        return wrong_sequence(found, wanted.sequence);
+    }
+    return expect_base(std::move(found));
 }
 
 result<record> mft::read_system(std::uint64_t entry, notices& told) const {

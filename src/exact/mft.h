@@ -17,6 +17,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <vector>
 
 namespace quarry::exact {
 
@@ -31,6 +33,8 @@ class mft {
     // The base record that a reference of a path leads to. Fails with unused, sequence or extension too. A
     // sequence of 0 in the reference is not compared, with the warning no-sequence.
     [[nodiscard]] result<record> read_in_use(reference wanted, notices& told) const;
+    // The same tests for a record that was read already.
+    [[nodiscard]] static result<record> expect_in_use(record found, reference wanted, notices& told);
     // The base record of one of the volume's own files, which must be in use.
     [[nodiscard]] result<record> read_system(std::uint64_t entry, notices& told) const;
     // The base record that a user asks for by number, and by sequence number if one is given, which is
@@ -49,6 +53,15 @@ class mft {
     // `base` refers to. `holder` may be the base itself.
     [[nodiscard]] static result<void> expect_listed(const record& holder, reference wanted,
                                                     const record& base, notices& told);
+
+    // The bytes of adjacent records as they are stored, from `entry` on, in one go; the buffer holds whole
+    // records. For a reader that goes through many. Fails if the table or the source ends before they do.
+    [[nodiscard]] result<void> read_stored_bytes(std::uint64_t entry, std::span<std::uint8_t> buffer) const;
+    // A record of such bytes, verified. Entries that the mirror holds too are read by read().
+    [[nodiscard]] result<record> verify_stored(std::uint64_t entry, std::vector<std::uint8_t> bytes,
+                                               notices& told) const;
+    // Entries that are stored a second time in the mirror: those below this one.
+    static constexpr std::uint64_t mirrored_entries = 4;
 
     // Records of the table.
     [[nodiscard]] std::uint64_t entries() const { return m_table.size() / volume().shape().record_size; }

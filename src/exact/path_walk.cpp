@@ -131,7 +131,7 @@ class walk {
         if (!file) {
             return passed_on(file);
         }
-        if (auto agrees = expect_name(*file, directory.base().self(), key->name); !agrees) {
+        if (auto agrees = expect_name(*file, directory.base().self(), key->name, m_told); !agrees) {
             return agrees;
         }
         if (!m_left.empty() || m_options.follow_last) {
@@ -145,32 +145,6 @@ class walk {
         }
         m_way.push_back(std::move(*key));
         m_reached = std::move(*file);
-        return {};
-    }
-
-    // The index and the file must agree on the name.
-    [[nodiscard]] result<void> expect_name(const attribute_set& file, reference directory,
-                                           std::u16string_view name) {
-        bool without_sequence = false;
-        for (const attribute_set::member* const member : file.of_type(attr_file_name)) {
-            const file_name_value value(member->stored.bytes.value());
-            const reference parent = reference::from(value.parent());
-            if (member->stored.bytes.non_resident() || parent.entry != directory.entry ||
-                units_of_bytes(value.name_bytes()) != name) {
-                continue;
-            }
-            if (parent.sequence == directory.sequence) {
-                return {};
-            }
-            without_sequence = without_sequence || parent.sequence == 0;
-        }
-        if (!without_sequence) {
-            return fail(failure_code::index, where::record(file.base().entry()),
-                        "has no $FILE_NAME \"" + shown_name(name) + "\" in directory " + directory.text());
-        }
-        m_told.warn("no-sequence", where::record(file.base().entry()),
-                    "its $FILE_NAME refers to directory " + std::to_string(directory.entry) +
-                        " without a sequence number");
         return {};
     }
 
@@ -194,7 +168,7 @@ class walk {
     }
 
     [[nodiscard]] result<bool> pass_through(const reparse_point& point, const std::u16string& name) {
-        if ((point.tag & tag_bit_name_surrogate) != 0 || (point.tag & tag_bit_directory) == 0) {
+        if (!point.has_children_of_its_own()) {
             return fail(failure_code::tag, where::path(shown(name)),
                         "reparse tag " + tag_text(point.tag) + ": the names below are not in this directory");
         }
@@ -260,6 +234,31 @@ class walk {
 result<walked_path> walk_path(exact_volume& volume, const std::vector<std::u16string>& names,
                               const walk_options& options, notices& told) {
     return walk(volume, names, options, told).run();
+}
+
+result<void> expect_name(const attribute_set& file, reference directory, std::u16string_view name,
+                         notices& told) {
+    bool without_sequence = false;
+    for (const attribute_set::member* const member : file.of_type(attr_file_name)) {
+        const file_name_value value(member->stored.bytes.value());
+        const reference parent = reference::from(value.parent());
+        if (member->stored.bytes.non_resident() || parent.entry != directory.entry ||
+            units_of_bytes(value.name_bytes()) != name) {
+            continue;
+        }
+        if (parent.sequence == directory.sequence) {
+            return {};
+        }
+        without_sequence = without_sequence || parent.sequence == 0;
+    }
+    if (!without_sequence) {
+        return fail(failure_code::index, where::record(file.base().entry()),
+                    "has no $FILE_NAME \"" + shown_name(name) + "\" in directory " + directory.text());
+    }
+    told.warn("no-sequence", where::record(file.base().entry()),
+              "its $FILE_NAME refers to directory " + std::to_string(directory.entry) +
+                  " without a sequence number");
+    return {};
 }
 
 result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,

@@ -47,6 +47,11 @@ struct walked_path {
 [[nodiscard]] result<walked_path> walk_path(exact_volume& volume, const std::vector<std::u16string>& names,
                                             const walk_options& options, notices& told);
 
+// Index and file must agree on a name: the file has a $FILE_NAME with this directory and this name. Fails
+// with index. Warns (no-sequence) as walk_path does.
+[[nodiscard]] result<void> expect_name(const attribute_set& file, reference directory,
+                                       std::u16string_view name, notices& told);
+
 // The value of a file's reparse point, for read_reparse_point; nothing if it has none. Fails as streams do.
 [[nodiscard]] result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
                                                                                 const attribute_set& file);

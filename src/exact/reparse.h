@@ -36,6 +36,12 @@ struct reparse_point {
     byte_view data;  // after the header, and after the GUID where there is one
 
     [[nodiscard]] bool is_link() const { return tag == tag_mount_point || tag == tag_symlink; }
+    // The file stands for another name.
+    [[nodiscard]] bool is_surrogate() const { return is_link() || (tag & tag_bit_name_surrogate) != 0; }
+    // Of a directory: the names below it are in its own index.
+    [[nodiscard]] bool has_children_of_its_own() const {
+        return !is_surrogate() && (tag & tag_bit_directory) != 0;
+    }
 };
 
 // Takes the value of $REPARSE_POINT apart; the data points into it. Fails with `tag` if the lengths do not

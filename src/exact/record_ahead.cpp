@@ -1,0 +1,70 @@
+#include "exact/record_ahead.h"
+
+#include <algorithm>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::size_t bytes_held = 0x200000;
+// A gap of so many records is read with what lies on both sides of it: cheaper than a second read.
+constexpr std::uint64_t widest_gap = 4;
+
+}  // namespace
+
+record_ahead::record_ahead(const mft& table)
+    : m_table(&table),
+      m_record_size(table.volume().shape().record_size),
+      m_slots(bytes_held / m_record_size),
+      m_bytes(m_slots.size() * m_record_size) {}
+
+bool record_ahead::holds(std::uint64_t entry) const {
+    const slot& held = m_slots[slot_of(entry)];
+    return held.filled && held.entry == entry;
+}
+
+void record_ahead::fetch(std::vector<std::uint64_t> entries) {
+    std::erase_if(entries, [&](std::uint64_t entry) {
+        return entry < mft::mirrored_entries || entry >= m_table->entries() || holds(entry);
+    });
+    std::sort(entries.begin(), entries.end());
+    for (auto first = entries.begin(); first != entries.end();) {
+        auto last = first;
+        while (last + 1 != entries.end() && *(last + 1) - *last <= widest_gap + 1 &&
+               *(last + 1) - *first < m_slots.size()) {
+            ++last;
+        }
+        fetch_adjacent(*first, static_cast<std::size_t>(*last - *first + 1));
+        first = last + 1;
+    }
+}
+
+void record_ahead::fetch_adjacent(std::uint64_t first, std::size_t count) {
+    m_buffer.resize(count * m_record_size);
+    if (!m_table->read_stored_bytes(first, m_buffer)) {
+        return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t place = slot_of(first + i);
+        m_slots[place] = {first + i, true};
+        std::copy_n(m_buffer.begin() + static_cast<std::ptrdiff_t>(i * m_record_size), m_record_size,
+                    m_bytes.begin() + static_cast<std::ptrdiff_t>(place * m_record_size));
+    }
+}
+
+result<record> record_ahead::read(std::uint64_t entry, notices& told) const {
+    if (!holds(entry)) {
+        return m_table->read(entry, told);
+    }
+    const auto begin = m_bytes.begin() + static_cast<std::ptrdiff_t>(slot_of(entry) * m_record_size);
+    return m_table->verify_stored(
+        entry, std::vector<std::uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(m_record_size)), told);
+}
+
+result<record> record_ahead::read_in_use(reference wanted, notices& told) const {
+    return read(wanted.entry, told).and_then([&](record found) {
+        return mft::expect_in_use(std::move(found), wanted, told);
+    });
+}
+
+}  // namespace quarry::exact
