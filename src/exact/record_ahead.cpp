@@ -52,13 +52,15 @@ void record_ahead::fetch_adjacent(std::uint64_t first, std::size_t count) {
     }
 }
 
+std::optional<byte_view> record_ahead::stored(std::uint64_t entry) const {
+    return holds(entry)
+               ? std::optional(byte_view(m_bytes).clipped(slot_of(entry) * m_record_size, m_record_size))
+               : std::nullopt;
+}
+
 result<record> record_ahead::read(std::uint64_t entry, notices& told) const {
-    if (!holds(entry)) {
-        return m_table->read(entry, told);
-    }
-    const auto begin = m_bytes.begin() + static_cast<std::ptrdiff_t>(slot_of(entry) * m_record_size);
-    return m_table->verify_stored(
-        entry, std::vector<std::uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(m_record_size)), told);
+    const auto bytes = stored(entry);
+    return bytes ? m_table->verify_stored(entry, bytes->to_vector(), told) : m_table->read(entry, told);
 }
 
 result<record> record_ahead::read_in_use(reference wanted, notices& told) const {

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace quarry::exact {
@@ -26,6 +27,9 @@ class record_ahead {
     // Reads those of the entries that are not held. What cannot be read is left out: read() says why.
     void fetch(std::vector<std::uint64_t> entries);
     [[nodiscard]] bool holds(std::uint64_t entry) const;
+    // The bytes of a record that is held, as they are stored, with nothing of them verified. Good until
+    // fetch().
+    [[nodiscard]] std::optional<byte_view> stored(std::uint64_t entry) const;
     // Entries for which there is room at once if they are adjacent.
     [[nodiscard]] std::size_t room() const { return m_slots.size(); }
 

@@ -109,12 +109,12 @@ unsigned levels_of(walked_directory& directory) {
 
 }  // namespace
 
-TEST(index_walk, gives_every_name_once_in_order_from_trees_of_one_to_three_levels) {
+TEST(index_walk, gives_every_name_once_in_order_from_trees_of_one_to_four_levels) {
     struct row {
         std::uint64_t names;
         unsigned levels;
     };
-    for (const row& each : {row{3, 1}, {100, 2}, {5000, 3}}) {
+    for (const row& each : {row{3, 1}, {100, 2}, {1000, 3}, {5000, 4}}) {
         walked_directory directory(image_of_names(each.names));
         EXPECT_EQ(levels_of(directory), each.levels);
         const walked all = directory.walk();

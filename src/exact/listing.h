@@ -1,0 +1,32 @@
+// What a directory, a tree or the unused records hold, line by line.
+//
+// A directory is listed in the order of its index, a tree depth first: after the line of a directory come
+// those of what it holds. Links have a line and are not followed. Of each file there is a line for every long
+// name; a short name has none.
+//
+//     26-1  d  0  ...  /docs
+//     27-1  f  2  ...  /docs/b.txt
+//
+// Damage is told and the listing goes on. It ends on any disk: each directory is entered once, and none whose
+// path is longer than any that the system knows. The memory it takes depends neither on how many names there
+// are nor, beyond a few bytes for each level, on how deep the tree is.
+#pragma once
+
+#include "exact/exact_volume.h"
+#include "exact/failure.h"
+#include "exact/listing_line.h"
+#include "exact/path_walk.h"
+
+namespace quarry::exact {
+
+// The names in the directory that a path led to, with `recurse` all names below it; its own named streams
+// first. Of anything else its own lines. Fails only if a line cannot be written.
+[[nodiscard]] result<void> list_path(exact_volume& volume, walked_path start, bool recurse,
+                                     const listing_outputs& outputs, notices& told);
+
+// Every base record that is not in use and verifies, in order of entry, under each of its long names. The
+// path is worked out upwards; "/?" is in place of the part that is lost. An entry that never held a file has
+// no line. Fails only if a line cannot be written.
+[[nodiscard]] result<void> list_deleted(exact_volume& volume, const listing_outputs& outputs, notices& told);
+
+}  // namespace quarry::exact
