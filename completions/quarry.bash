@@ -112,10 +112,16 @@ _quarry_exact_options() {
     if has -image -vmdk; then
         has -offset -ntfsvol -first_ntfsvol -volumes || fits+=' -ntfsvol -first_ntfsvol'
         has -offset -ntfsvol -first_ntfsvol -volumes -sector_size || fits+=' -offset'
-        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree || fits+=' -volumes'
+        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree -list || fits+=' -volumes'
         has -offset || fits+=' -sector_size'
     fi
     has -volumes && return
+    if has -list; then
+        fits+=' -letter'
+        has -recurse -deleted || fits+=' -recurse -deleted'
+        return
+    fi
+    has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 || fits+=' -list'
     fits+=' -dst -zero_unreadable -sparse -overwrite'
     has -cluster || fits+=' -tree -raw -keep_times -md5 -letter'
     has -cluster -pipe || fits+=' -src -mft'

@@ -8,4 +8,7 @@ namespace quarry {
 // limit on the size of files, show as failed writes instead of ending the program beside a temporary file.
 void secure_standard_streams();
 
+// Whether the caller closed standard output: what is written there is lost.
+[[nodiscard]] bool standard_output_was_closed();
+
 }  // namespace quarry

@@ -25,7 +25,8 @@ FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 LOGGED = {"-diags", "-quiet"}
 CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite"} | LOGGED
 COPIES = CLUSTERS_TOO | {"-tree", "-raw", "-keep_times", "-md5", "-letter"}
-EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe"}
+EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe", "-list"}
+LISTINGS = LOGGED | {"-letter", "-recurse", "-deleted"}
 CHOICES = {"-offset", "-ntfsvol", "-first_ntfsvol"}
 
 # What is typed, and all that is offered for the word at the cursor.
@@ -47,7 +48,12 @@ CASES = {
     "quarry -exact -image disk.img -cluster 5 -": CLUSTERS_TOO | CHOICES | {"-sector_size"},
     "quarry -exact -image disk.img -pipe -": COPIES | CHOICES | {"-sector_size"},
     "quarry -exact -partition /dev/sdb1 -sparse -md5 -": (COPIES - {"-sparse", "-md5"}) | {"-src", "-mft", "-pipe"},
-    "quarry -exact -partition /dev/sdb1 -letter C -l": {"-letter"},
+    "quarry -exact -partition /dev/sdb1 -letter C -l": {"-letter", "-list"},
+    "quarry -exact -image disk.img -list / -": LISTINGS | CHOICES | {"-sector_size"},
+    "quarry -exact -partition /dev/sdb1 -list / -": LISTINGS,
+    "quarry -exact -partition /dev/sdb1 -list / -recurse -": LISTINGS - {"-recurse", "-deleted"},
+    "quarry -exact -partition /dev/sdb1 -deleted -list / -": LISTINGS - {"-recurse", "-deleted"},
+    "quarry -exact -list ": set(),
     "quarry -exact -image ": {"base.vmdk", "disk.img", "folder/"},
     "quarry -exact -image disk.img -dst fol": {"folder/"},
     "quarry -exact -image disk.img -sector_size ": {"512", "1024", "2048", "4096"},

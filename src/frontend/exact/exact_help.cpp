@@ -17,6 +17,7 @@ constexpr std::string_view help_body =
  quarry -exact -image <file> -mft <entry> -dst <directory>/
  quarry -exact -image <file> -pipe -dst <directory>/ < list
  quarry -exact -image <file> -volumes
+ quarry -exact -image <file> -list / -recurse
 
  source, one of
    -image <file|device>         = a disk or a bare volume, raw or EWF (E01)
@@ -34,6 +35,10 @@ constexpr std::string_view help_body =
    -pipe                        = one object a line of standard input: a path,
                                   <n>[-<sequence>][:<stream>], a line of a listing
    -letter <C|Volume{GUID}>     = links to this name lead to this volume
+ listing, in place of a copy
+   -list <path>                 = what a directory holds, to standard output
+   -recurse                     = and what its directories hold
+   -deleted                     = the deleted files of the volume, with -list /
  destination
    -dst <file>, -dst <dir>/     = never an earlier file, unless with -overwrite
    -tree                        = below it, the directories of the path too
@@ -48,8 +53,8 @@ constexpr std::string_view help_body =
    -diags <file>                = log
    -quiet                       = errors only
 
- exit status: 0 complete, 1 failed, 2 refused, 3 some lines of a list failed,
-              4 in doubt, 5 no source or volume
+ exit status: 0 complete, 1 failed, 2 refused, 3 some lines of a list failed, or
+              a part of a listing, 4 in doubt, 5 no source or volume
 
 )";
 

@@ -201,6 +201,22 @@ status needs_a_directory(const given_options& given, option subject) {
     return refuse(std::string(option->row->name) + " needs a directory; say -dst DIR/");
 }
 
+// A listing makes no copy, and says more or less only of what it lists.
+status check_listing(const given_options& given) {
+    for (const option id : {option::recurse, option::deleted}) {
+        if (given.has(id) && !given.has(option::list)) {
+            return refuse(std::string(given.find(id)->row->name) + " needs -list");
+        }
+    }
+    return at_most_one_of(given, {option::recurse, option::deleted}).and_then([&] {
+        return nothing_beside(
+            given, option::list,
+            {option::verify_source, option::dst, option::tree, option::raw, option::zero_unreadable,
+             option::sparse, option::overwrite, option::keep_times, option::md5, option::sha256,
+             option::source_sha256, option::manifest, option::resume});
+    });
+}
+
 // What is missing, and what cannot go together.
 status check_combination(const given_options& given) {
     return at_most_one_of(given, {option::image, option::partition, option::vmdk})
@@ -224,6 +240,7 @@ status check_combination(const given_options& given) {
         })
         .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
         .and_then([&] { return check_object(given); })
+        .and_then([&] { return check_listing(given); })
         .and_then([&] {
             return nothing_beside(
                 given, option::cluster,
@@ -390,6 +407,11 @@ void take_switches(exact_options& options, const given_options& given) {
     options.volumes = given.has(option::volumes);
     options.pipe = given.has(option::pipe);
     options.tree = given.has(option::tree);
+    if (given.has(option::list)) {
+        options.list = given.value(option::list);
+    }
+    options.recurse = given.has(option::recurse);
+    options.deleted = given.has(option::deleted);
     options.raw = given.has(option::raw);
     options.zero_unreadable = given.has(option::zero_unreadable);
     options.sparse = given.has(option::sparse);
@@ -418,23 +440,21 @@ status refuse_what_is_not_yet(const given_options& given) {
     return {};
 }
 
-bool asks_for_help(const std::vector<std::string>& arguments) {
-    return std::any_of(arguments.begin() + 1, arguments.end(), [](const std::string& word) {
+bool asks_for(const std::vector<std::string>& arguments, option wanted) {
+    return std::any_of(arguments.begin() + 1, arguments.end(), [wanted](const std::string& word) {
         const option_row* const row = find_option(word);
-        return row != nullptr && row->id == option::help;
+        return row != nullptr && row->id == wanted;
     });
 }
 
 }  // namespace
 
 bool asks_for_exact_mode(const std::vector<std::string>& arguments) {
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        const option_row* const row = find_option(arguments[i]);
-        if (row != nullptr && row->id == option::exact) {
-            return true;
-        }
-    }
-    return false;
+    return arguments.size() > 1 && asks_for(arguments, option::exact);
+}
+
+bool asks_for_listing(const std::vector<std::string>& arguments) {
+    return arguments.size() > 1 && asks_for(arguments, option::list);
 }
 
 std::optional<std::uint64_t> exact_number(std::string_view text) {
@@ -478,7 +498,7 @@ std::optional<object_by_entry> parse_entry(std::string_view text) {
 
 tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::string>& arguments) {
     exact_options options;
-    options.help = asks_for_help(arguments);
+    options.help = asks_for(arguments, option::help);
     if (options.help) {
         return options;
     }

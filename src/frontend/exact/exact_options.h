@@ -50,7 +50,10 @@ struct exact_options {
     std::optional<std::uint64_t> ntfsvol;      // counted from 1
     std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
     bool volumes = false;                      // print them; no copy
-    std::optional<copy_object> object;         // empty only with `volumes`, `pipe` or `help`
+    std::optional<std::string> list;           // print what this path holds; no copy
+    bool recurse = false;                      // with `list`: all names below it too
+    bool deleted = false;                      // with `list`: the deleted files of the volume instead
+    std::optional<copy_object> object;         // empty only with `volumes`, `list`, `pipe` or `help`
     bool pipe = false;                         // the objects are the lines of standard input
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
@@ -72,6 +75,9 @@ struct refusal {
 
 // True if a word of the arguments asks for the exact mode. The first word is the program's name.
 [[nodiscard]] bool asks_for_exact_mode(const std::vector<std::string>& arguments);
+
+// True if a word of the arguments asks for a listing: standard output belongs to its lines then.
+[[nodiscard]] bool asks_for_listing(const std::vector<std::string>& arguments);
 
 // Reads the arguments, of which the first is the program's name. Fails with the first rule that is broken,
 // in the order of the words, then in the order of the rules. A request for help is granted whatever else

@@ -9,6 +9,7 @@
 #include "frontend/exact/exact_confinement.h"
 #include "frontend/exact/exact_help.h"
 #include "frontend/exact/exact_list.h"
+#include "frontend/exact/exact_listing.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/log_path.h"
@@ -72,6 +73,10 @@ tl::expected<void, ended> open_log(const exact_options& options, const arg_list&
 tl::expected<void, ended> refuse_outputs(const exact_options& options, const output_guard& guard) {
     if (options.volumes) {
         return {};
+    }
+    if (options.list) {
+        const auto checked = check_listing(options);
+        return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
     }
     const destination target = split_destination(options.destination);
     if (options.pipe) {
@@ -210,6 +215,19 @@ exit_status copy_one(copy_session& session, const copy_object& object) {
     return status_of(session.carry_out({object, text_of(object)}), object);
 }
 
+// A listing of a source that changed meanwhile may be of neither state.
+exit_status list_volume(const opened_source& source, exact_volume& volume, const exact_options& options,
+                        exact_messages& messages) {
+    const exit_status status = print_listing(volume, options, messages);
+    if (!source.has_changed()) {
+        return status;
+    }
+    notices told;
+    told.doubt("source-changed", where::source(source.shown_path), "changed while it was read");
+    messages.warn(told);
+    return status == exit_status::complete ? exit_status::in_doubt : status;
+}
+
 // What is no list must be found out before the source is opened.
 tl::expected<void, ended> begin_list(const exact_options& options, list_lines& lines) {
     if (!options.pipe) {
@@ -236,6 +254,9 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
     }
     return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
+        if (options.list) {
+            return tl::expected<exit_status, ended>(list_volume(*source, *volume, options, messages));
+        }
         copy_session session(*source, *volume, options, guard, messages);
         return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, messages)
                                                              : copy_one(session, *options.object));
@@ -286,7 +307,10 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
         return exit_status::complete;
     }
     const std::string header = run_header(arguments, started);
-    std::fputs((header + "\n").c_str(), stdout);
+    // The lines of a listing have standard output for themselves; the log has the header.
+    if (!asks_for_listing(arguments)) {
+        std::fputs((header + "\n").c_str(), stdout);
+    }
     flush_output();
     exact_messages messages;
     if (!options) {

@@ -204,6 +204,29 @@ TEST(exact_options, the_listing_of_volumes_needs_neither_object_nor_destination)
     EXPECT_EQ(refusal_of("-exact -image d -volumes -src /a"), "-volumes and -src exclude each other");
 }
 
+TEST(exact_options, a_listing_needs_no_destination_and_takes_nothing_that_makes_copies) {
+    const exact_options options = options_of("-exact -image d -list /a -recurse");
+    EXPECT_EQ(options.list, "/a");
+    EXPECT_TRUE(options.recurse);
+    EXPECT_FALSE(options.deleted || options.object.has_value());
+    EXPECT_TRUE(options_of("-exact -image d -list / -deleted -letter C -ntfsvol 2 -diags l -quiet").deleted);
+    EXPECT_EQ(refusal_of("-exact -image d -list / -dst b"), "-list and -dst exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -list / -md5"), "-list and -md5 exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -list / -mft 5"), "-list and -mft exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -list / -volumes"), "-volumes and -list exclude each other");
+    EXPECT_EQ(refusal_of("-exact -image d -list / -recurse -deleted"),
+              "-recurse and -deleted exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-recurse"), "-recurse needs -list");
+    EXPECT_EQ(refusal_of(whole + "-deleted"), "-deleted needs -list");
+    EXPECT_EQ(refusal_of("-exact -image d -list"), "-list needs a value");
+}
+
+TEST(exact_options, knows_a_command_line_whose_output_belongs_to_a_listing) {
+    EXPECT_TRUE(asks_for_listing({"quarry", "-exact", "-LIST"}));
+    EXPECT_FALSE(asks_for_listing({"quarry", "-exact", "-volumes"}));
+    EXPECT_FALSE(asks_for_listing({"-list"}));
+}
+
 TEST(exact_options, a_misspelt_option_is_refused_with_a_guess) {
     EXPECT_EQ(refusal_of("-exact -imgae d -src /a -dst b"), "\"-imgae\" is no option; did you mean -image?");
     EXPECT_EQ(refusal_of(whole + "-qwertz"), "\"-qwertz\" is no option");
@@ -328,12 +351,10 @@ TEST(exact_options, what_is_missing_is_said) {
 }
 
 TEST(exact_options, an_option_that_is_not_built_says_so) {
-    for (const std::string option :
-         {"-sha256", "-resume", "-threads 2", "-manifest m", "-recurse", "-deleted"}) {
+    for (const std::string option : {"-sha256", "-resume", "-threads 2", "-manifest m"}) {
         EXPECT_EQ(refusal_of(whole + option),
                   option.substr(0, option.find(' ')) + " is not there yet (not-yet)");
     }
-    EXPECT_EQ(refusal_of("-exact -image d -list /"), "-list is not there yet (not-yet)");
     EXPECT_EQ(refusal_of("-exact -image d -verify_source"), "-verify_source is not there yet (not-yet)");
 }
 

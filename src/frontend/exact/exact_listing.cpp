@@ -1,0 +1,111 @@
+#include "frontend/exact/exact_listing.h"
+
+#include "exact/listing.h"
+#include "exact/name_text.h"
+#include "exact/path_walk.h"
+#include "exact/volume_path.h"
+#include "foundation/descriptor_io.h"
+#include "frontend/standard_streams.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::size_t bytes_of_a_write = 65536;
+
+// Lines on their way to standard output.
+class line_writer {
+  public:
+    [[nodiscard]] result<void> write(std::string_view line) {
+        m_text.append(line).push_back('\n');
+        ++m_lines;
+        return m_text.size() < bytes_of_a_write ? result<void>() : flush();
+    }
+    [[nodiscard]] result<void> flush() {
+        const int error = m_text.empty() ? 0 : write_whole(STDOUT_FILENO, m_text.data(), m_text.size());
+        m_text.clear();
+        return error == 0 ? result<void>() : cannot_be_written(error);
+    }
+    [[nodiscard]] std::uint64_t lines() const { return m_lines; }
+
+    [[nodiscard]] static tl::unexpected<failure> cannot_be_written(int error) {
+        return fail(failure_code::write, "standard output",
+                    std::string("cannot be written: ") + std::strerror(error));
+    }
+
+  private:
+    std::string m_text;
+    std::uint64_t m_lines = 0;
+};
+
+result<void> list(exact_volume& volume, const exact_options& options, const listing_outputs& outputs,
+                  exact_messages& messages, notices& told) {
+    if (options.deleted) {
+        return list_deleted(volume, outputs, told);
+    }
+    auto path = parse_volume_path(*options.list);
+    if (!path) {
+        return passed_on(path);
+    }
+    messages.info("path " + shown_path(*path) +
+                  (path->prefix.empty() ? "" : ", " + path->prefix + " is passed over"));
+    walk_options walking;
+    walking.tell = [&messages](const std::string& line) { messages.info(line); };
+    for (const std::string& letter : options.letters) {
+        walking.volume_names.push_back(units_of_utf8(letter).value_or(std::u16string()));
+    }
+    return walk_path(volume, path->names, walking, told).and_then([&](walked_path start) {
+        return list_path(volume, std::move(start), options.recurse, outputs, told);
+    });
+}
+
+}  // namespace
+
+result<void> check_listing(const exact_options& options) {
+    return parse_volume_path(*options.list).and_then([&](const volume_path& path) -> result<void> {
+        if (path.stream != stream_name{}) {
+            return fail(failure_code::name, where::path(shown_path(path)),
+                        "is a stream; a listing is of a directory or a file");
+        }
+        if (options.deleted && !path.names.empty()) {
+            return fail(failure_code::name, where::path(shown_path(path)),
+                        "-deleted lists the whole volume; say -list /");
+        }
+        return {};
+    });
+}
+
+exit_status print_listing(exact_volume& volume, const exact_options& options, exact_messages& messages) {
+    line_writer lines;
+    std::uint64_t damages = 0;
+    // Lines that a file or a pipe does not take any more are found out about by the next write.
+    const listing_outputs outputs{[&](std::string_view line) { return lines.write(line); },
+                                  [&](const failure& each) {
+                                      ++damages;
+                                      messages.err(each.text());
+                                  }};
+    notices told;
+    auto listed = standard_output_was_closed() ? result<void>(line_writer::cannot_be_written(EBADF))
+                                               : list(volume, options, outputs, messages, told);
+    if (auto flushed = lines.flush(); listed && !flushed) {
+        listed = std::move(flushed);
+    }
+    messages.warn(told);
+    messages.info("listed " + std::to_string(lines.lines()) + " lines, " + std::to_string(damages) +
+                  " damaged places");
+    if (!listed) {
+        messages.err(listed.error().text());
+        return exit_status::failed;
+    }
+    return damages == 0 ? exit_status::complete : exit_status::some_failed;
+}
+
+}  // namespace quarry::exact
