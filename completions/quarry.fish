@@ -5,7 +5,7 @@
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)
     set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe \
-        -exact -volumes -zero_unreadable -sparse -overwrite -keep_times
+        -exact -volumes -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times
     if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
         set -e typed[-1]
     end

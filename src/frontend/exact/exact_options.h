@@ -44,27 +44,27 @@ struct object_by_clusters {
 using copy_object = std::variant<object_by_path, object_by_entry, object_by_clusters>;
 
 struct exact_options {
-    bool help = false;
     source_choice source;
     std::optional<std::uint64_t> offset;       // bytes; no partition table is asked
     std::optional<std::uint64_t> ntfsvol;      // counted from 1
     std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
-    bool volumes = false;                      // print them; no copy
-    std::optional<std::string> list;           // print what this path holds; no copy
-    bool recurse = false;                      // with `list`: all names below it too
-    bool deleted = false;                      // with `list`: the deleted files of the volume instead
     std::optional<copy_object> object;         // empty only with `volumes`, `list`, `pipe` or `help`
-    bool pipe = false;                         // the objects are the lines of standard input
+    std::optional<std::string> list;           // print what this path holds; no copy
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
-    bool tree = false;                         // below it, the directories of the path too
+    std::string log_path;                      // empty: no log
+    bool help = false;
+    bool volumes = false;  // print them; no copy
+    bool recurse = false;  // with `list`: all names below it too
+    bool deleted = false;  // with `list`: the deleted files of the volume instead
+    bool pipe = false;     // the objects are the lines of standard input
+    bool tree = false;     // below the destination, the directories of the path too
     bool raw = false;
     bool zero_unreadable = false;
     bool sparse = false;
     bool overwrite = false;
     bool keep_times = false;
     bool md5 = false;
-    std::string log_path;  // empty: no log
     bool quiet = false;
 };
 
