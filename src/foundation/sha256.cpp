@@ -12,9 +12,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::size_t block_size = 64;
-constexpr std::size_t length_field_offset = 56;  // the message length in bits ends the last block
-
 constexpr sha256_state initial_state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
 
@@ -27,19 +24,6 @@ alignas(16) constexpr std::array<std::uint32_t, 64> round_constants = {
     0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
-
-std::uint32_t load_big_endian(const std::uint8_t* bytes) {
-    return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
-           static_cast<std::uint32_t>(bytes[2]) << 8 | static_cast<std::uint32_t>(bytes[3]);
-}
-
-template <typename Number>
-void store_big_endian(std::uint8_t* bytes, Number value) {
-    for (std::size_t i = sizeof(Number); i > 0; --i) {
-        bytes[i - 1] = static_cast<std::uint8_t>(value);
-        value = static_cast<Number>(value >> 8);
-    }
-}
 
 // The functions of the standard, section 4.1.2.
 std::uint32_t choose(std::uint32_t x, std::uint32_t y, std::uint32_t z) {
@@ -99,7 +83,7 @@ QUARRY_WITH_SHA void transform_with_sha(sha256_state& state, const std::uint8_t*
     const __m128i hgfe = _mm_shuffle_epi32(load(state.data() + 4), 0x1B);
     __m128i abef = _mm_alignr_epi8(badc, hgfe, 8);
     __m128i cdgh = _mm_blend_epi16(hgfe, badc, 0xF0);
-    for (; count != 0; --count, blocks += block_size) {
+    for (; count != 0; --count, blocks += sha_block_size) {
         const __m128i abef_before = abef;
         const __m128i cdgh_before = cdgh;
         __m128i w0 = _mm_shuffle_epi8(load(blocks), big_endian);
@@ -156,7 +140,7 @@ bool processor_has_sha() {
 
 void sha256_transform_plain(sha256_state& state, const std::uint8_t* blocks, std::size_t count) {
     auto [a, b, c, d, e, f, g, h] = state;
-    for (; count != 0; --count, blocks += block_size) {
+    for (; count != 0; --count, blocks += sha_block_size) {
         const sha256_state before = {a, b, c, d, e, f, g, h};
         // The last sixteen words of the schedule; word t is at t mod 16.
         std::array<std::uint32_t, 16> w;
@@ -224,25 +208,9 @@ bool sha256_update(sha256_ctx* ctx, const void* bytes, std::size_t length) {
     if (ctx == nullptr || bytes == nullptr || length == 0) {
         return false;
     }
-    const auto* input = static_cast<const std::uint8_t*>(bytes);
-    const std::size_t buffered = ctx->byte_count % block_size;
-    ctx->byte_count += length;
-    if (buffered != 0) {
-        const std::size_t missing = block_size - buffered;
-        if (length < missing) {
-            std::memcpy(&ctx->buffer[buffered], input, length);
-            return true;
-        }
-        std::memcpy(&ctx->buffer[buffered], input, missing);
-        ctx->transform(ctx->state, ctx->buffer.data(), 1);
-        input += missing;
-        length -= missing;
-    }
-    ctx->transform(ctx->state, input, length / block_size);
-    const std::size_t rest = length % block_size;
-    if (rest != 0) {
-        std::memcpy(ctx->buffer.data(), input + (length - rest), rest);
-    }
+    take_bytes(ctx->message, bytes, length, [ctx](const std::uint8_t* blocks, std::size_t count) {
+        ctx->transform(ctx->state, blocks, count);
+    });
     return true;
 }
 
@@ -250,16 +218,9 @@ bool sha256_final(sha256_digest& digest, sha256_ctx* ctx) {
     if (ctx == nullptr) {
         return false;
     }
-    std::size_t used = ctx->byte_count % block_size;
-    ctx->buffer[used++] = 0x80;
-    if (used > length_field_offset) {
-        std::memset(ctx->buffer.data() + used, 0, block_size - used);
-        ctx->transform(ctx->state, ctx->buffer.data(), 1);
-        used = 0;
-    }
-    std::memset(ctx->buffer.data() + used, 0, length_field_offset - used);
-    store_big_endian(&ctx->buffer[length_field_offset], ctx->byte_count * 8);
-    ctx->transform(ctx->state, ctx->buffer.data(), 1);
+    end_message(ctx->message, [ctx](const std::uint8_t* blocks, std::size_t count) {
+        ctx->transform(ctx->state, blocks, count);
+    });
     for (std::size_t i = 0; i < ctx->state.size(); ++i) {
         store_big_endian(&digest[4 * i], ctx->state[i]);
     }

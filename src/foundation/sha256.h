@@ -6,6 +6,8 @@
 // processors have instructions for the rounds; where they do, those are used.
 #pragma once
 
+#include "foundation/sha_blocks.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -24,8 +26,7 @@ sha256_transform sha256_transform_plain;
 
 struct sha256_ctx {
     sha256_state state{};
-    std::uint64_t byte_count = 0;           // of the message so far
-    std::array<std::uint8_t, 64> buffer{};  // the bytes after the last whole block
+    sha_message message;
     sha256_transform* transform = nullptr;
 };
 using sha256_digest = std::array<std::uint8_t, 32>;

@@ -107,7 +107,7 @@ TEST_P(sha256, takes_bytes_at_any_address) {
 TEST_P(sha256, counts_the_bits_of_a_long_message_in_64_bits) {
     // 2^29 bytes are 2^32 bits: the low half of the length field is 0, the high half is 1.
     sha256_ctx ctx = begun();
-    ctx.byte_count = std::uint64_t{1} << 29;
+    ctx.message.byte_count = std::uint64_t{1} << 29;
     std::vector<std::uint8_t> last_block(64);
     last_block[0] = 0x80;
     last_block[59] = 1;
@@ -167,7 +167,7 @@ TEST(sha256_arguments, that_are_null_or_empty_are_refused) {
     EXPECT_FALSE(sha256_update(nullptr, "a", 1));
     EXPECT_FALSE(sha256_update(&ctx, nullptr, 1));
     EXPECT_FALSE(sha256_update(&ctx, "a", 0));
-    EXPECT_EQ(ctx.byte_count, 0u);
+    EXPECT_EQ(ctx.message.byte_count, 0u);
     EXPECT_FALSE(sha256_final(digest, nullptr));
     EXPECT_EQ(digest[2], 3);
 }
