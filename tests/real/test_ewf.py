@@ -1,8 +1,11 @@
 """EWF images as ewfacquire makes them: `-exact` reads what is on the disk, or says what it cannot read."""
 
+import hashlib
 import os
 import shutil
+import struct
 import subprocess
+import zlib
 
 import pytest
 
@@ -112,6 +115,55 @@ def test_a_damaged_chunk_is_never_taken_for_bytes_of_the_disk(disk, contents, ex
 
 def hex_of(number):
     return f"0x{number:X}"
+
+
+def verify(image):
+    done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", image, "-verify_source"], capture_output=True,
+                          check=False)
+    return done.returncode, done.stderr.decode()
+
+
+def digest_of(disk, kind):
+    return hashlib.new(kind, disk.read_bytes()).hexdigest()
+
+
+def test_a_source_that_is_what_was_acquired_is_verified(disk, scratch):
+    size = disk.stat().st_size
+    md5, sha1 = digest_of(disk, "md5"), digest_of(disk, "sha1")
+    only_md5 = acquire(disk, scratch / "one", segment="2MiB")[0]
+    assert verify(only_md5) == (0, f"ok: source {only_md5} is what was acquired ({size} bytes, md5 {md5})\n")
+    both = acquire(disk, scratch / "two", "encase6", "deflate:best", "2MiB", "-d", "sha1")[0]
+    assert verify(both) == (0, f"ok: source {both} is what was acquired ({size} bytes, md5 {md5}, sha1 {sha1})\n")
+
+
+def test_a_source_with_another_digest_is_told(disk, scratch):
+    image = acquire(disk, scratch / "image", "encase5")[0]
+    md5 = bytes.fromhex(digest_of(disk, "md5"))
+    content = bytearray(image.read_bytes())
+    assert content.count(md5) == 1
+    at = content.index(md5)
+    content[at] ^= 1
+    # The digest, 16 bytes more, and the checksum of both.
+    content[at + 32:at + 36] = struct.pack("<I", zlib.adler32(content[at:at + 32]))
+    stored = bytes(content[at:at + 16]).hex()
+    image.write_bytes(content)
+    assert verify(image) == (1, f"err: source {image}: md5 is {md5.hex()}, of what was acquired it was {stored}\n")
+
+
+def test_a_source_with_a_damaged_chunk_is_not_verified(disk, contents, scratch):
+    image = acquire(disk, scratch / "image")[0]
+    noise = disk.read_bytes().find(contents["/noise.bin"])
+    _, at = place_of(disk, [image], noise + 100000)
+    with open(image, "r+b") as file:
+        file.seek(at)
+        file.write(bytes(64))
+    status, words = verify(image)
+    assert status == 1
+    assert "bytes cannot be read: Input/output error" in words
+
+
+def test_a_source_without_a_digest_cannot_be_verified(disk):
+    assert verify(disk) == (2, f"err: source {disk}: holds no digest of what was acquired\n")
 
 
 def test_sectors_of_4096_bytes_are_those_of_the_container(make_volume, exact, scratch):

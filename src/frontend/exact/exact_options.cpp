@@ -238,6 +238,12 @@ status check_combination(const given_options& given) {
                 {option::offset, option::ntfsvol, option::first_ntfsvol, option::src, option::mft,
                  option::cluster, option::pipe, option::list, option::dst, option::tree});
         })
+        .and_then([&] {
+            return nothing_beside(given, option::verify_source,
+                                  {option::partition, option::offset, option::ntfsvol, option::first_ntfsvol,
+                                   option::sector_size, option::volumes, option::src, option::mft,
+                                   option::cluster, option::pipe, option::list, option::dst, option::tree});
+        })
         .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
         .and_then([&] { return check_object(given); })
         .and_then([&] { return check_listing(given); })
@@ -405,6 +411,7 @@ status take_object(exact_options& options, const given_options& given) {
 
 void take_switches(exact_options& options, const given_options& given) {
     options.volumes = given.has(option::volumes);
+    options.verify_source = given.has(option::verify_source);
     options.pipe = given.has(option::pipe);
     options.tree = given.has(option::tree);
     if (given.has(option::list)) {

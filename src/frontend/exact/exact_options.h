@@ -48,17 +48,18 @@ struct exact_options {
     std::optional<std::uint64_t> offset;       // bytes; no partition table is asked
     std::optional<std::uint64_t> ntfsvol;      // counted from 1
     std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
-    std::optional<copy_object> object;         // empty only with `volumes`, `list`, `pipe` or `help`
+    std::optional<copy_object> object;         // empty only where nothing is copied, and with `pipe`
     std::optional<std::string> list;           // print what this path holds; no copy
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
     std::string log_path;                      // empty: no log
     bool help = false;
-    bool volumes = false;  // print them; no copy
-    bool recurse = false;  // with `list`: all names below it too
-    bool deleted = false;  // with `list`: the deleted files of the volume instead
-    bool pipe = false;     // the objects are the lines of standard input
-    bool tree = false;     // below the destination, the directories of the path too
+    bool volumes = false;        // print them; no copy
+    bool verify_source = false;  // hold the source against its digests; no copy
+    bool recurse = false;        // with `list`: all names below it too
+    bool deleted = false;        // with `list`: the deleted files of the volume instead
+    bool pipe = false;           // the objects are the lines of standard input
+    bool tree = false;           // below the destination, the directories of the path too
     bool raw = false;
     bool zero_unreadable = false;
     bool sparse = false;

@@ -13,6 +13,7 @@
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/log_path.h"
+#include "frontend/exact/source_check.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/console.h"
 #include "frontend/output/output_guard.h"
@@ -71,7 +72,7 @@ tl::expected<void, ended> open_log(const exact_options& options, const arg_list&
 }
 
 tl::expected<void, ended> refuse_outputs(const exact_options& options, const output_guard& guard) {
-    if (options.volumes) {
+    if (options.volumes || options.verify_source) {
         return {};
     }
     if (options.list) {
@@ -159,6 +160,16 @@ tl::expected<exit_status, ended> print_volumes(const exact_source& source, const
     const bool printed =
         std::fwrite(listing.data(), 1, listing.size(), stdout) == listing.size() && std::fflush(stdout) == 0;
     return printed ? exit_status::complete : exit_status::failed;
+}
+
+tl::expected<exit_status, ended> verify_source(const opened_source& source, exact_messages& messages) {
+    if (!has_stored_digest(source)) {
+        return end_with(exit_status::refused, {failure_code::source_open, where::source(source.shown_path),
+                                               "holds no digest of what was acquired", std::nullopt});
+    }
+    auto checked = check_source(source, messages);
+    return checked ? tl::expected<exit_status, ended>(exit_status::complete)
+                   : end_with(exit_status::failed, std::move(checked.error()));
 }
 
 tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& source,
@@ -250,6 +261,9 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
     messages.info("exact source " + source->shown_path + ", " + std::to_string(source->bytes->size()) +
                   " bytes");
     messages.warn(told);
+    if (options.verify_source) {
+        return verify_source(*source, messages);
+    }
     if (options.volumes) {
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
     }

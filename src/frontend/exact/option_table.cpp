@@ -53,7 +53,7 @@ constexpr auto rows = std::to_array<option_row>({
     row("-keep_times", option::keep_times, 0, taken),
     row("-md5", option::md5, 0, taken),
     row("-sha256", option::sha256, 0, not_yet),
-    row("-verify_source", option::verify_source, 0, not_yet),
+    row("-verify_source", option::verify_source, 0, taken),
     row("-source_sha256", option::source_sha256, 1, not_yet),
     row("-manifest", option::manifest, 1, not_yet),
     row("-resume", option::resume, 0, not_yet),

@@ -227,6 +227,20 @@ TEST(exact_options, knows_a_command_line_whose_output_belongs_to_a_listing) {
     EXPECT_FALSE(asks_for_listing({"-list"}));
 }
 
+TEST(exact_options, verify_source_goes_with_an_image_and_nothing_that_chooses_or_copies) {
+    const auto good = parse_exact_options(split_line("-exact -image d.E01 -verify_source -diags log -quiet"));
+    ASSERT_TRUE(good) << good.error().text;
+    EXPECT_TRUE(good->verify_source);
+    EXPECT_FALSE(good->object);
+    for (const std::string other : {"-offset 1", "-ntfsvol 1", "-first_ntfsvol", "-sector_size 512",
+                                    "-volumes", "-src /a", "-mft 5", "-cluster 1", "-pipe", "-dst o"}) {
+        EXPECT_EQ(refusal_of("-exact -image d.E01 -verify_source " + other),
+                  "-verify_source and " + other.substr(0, other.find(' ')) + " exclude each other");
+    }
+    EXPECT_EQ(refusal_of("-exact -partition d -verify_source"),
+              "-verify_source and -partition exclude each other");
+}
+
 TEST(exact_options, a_misspelt_option_is_refused_with_a_guess) {
     EXPECT_EQ(refusal_of("-exact -imgae d -src /a -dst b"), "\"-imgae\" is no option; did you mean -image?");
     EXPECT_EQ(refusal_of(whole + "-qwertz"), "\"-qwertz\" is no option");
@@ -355,7 +369,6 @@ TEST(exact_options, an_option_that_is_not_built_says_so) {
         EXPECT_EQ(refusal_of(whole + option),
                   option.substr(0, option.find(' ')) + " is not there yet (not-yet)");
     }
-    EXPECT_EQ(refusal_of("-exact -image d -verify_source"), "-verify_source is not there yet (not-yet)");
 }
 
 TEST(exact_options, help_is_given_whatever_else_there_is) {

@@ -1,0 +1,83 @@
+#include "frontend/exact/source_check.h"
+
+#include "exact/exact_source.h"
+#include "foundation/md5.h"
+#include "foundation/sha1.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+constexpr std::size_t piece_size = std::size_t{4} << 20;
+
+struct digests {
+    std::string md5;
+    std::string sha1;
+};
+
+result<digests> digests_of(const exact_source& bytes, progress& status_line) {
+    md5_ctx md5;
+    md5_init(&md5);
+    sha1_ctx sha1;
+    std::vector<std::uint8_t> buffer(
+        static_cast<std::size_t>(std::min<std::uint64_t>(piece_size, bytes.size())));
+    status_line.begin_copy(bytes.size());
+    for (std::uint64_t offset = 0; offset < bytes.size(); offset += buffer.size()) {
+        const std::uint64_t rest = bytes.size() - offset;
+        const std::span<std::uint8_t> piece(
+            buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), rest)));
+        if (auto read = bytes.read(piece, offset); !read) {
+            return passed_on(read);
+        }
+        md5_update(&md5, piece.data(), piece.size());
+        sha1.update(piece.data(), piece.size());
+        status_line.advance(piece.size());
+    }
+    digests found;
+    md5_digest md5_bytes{};
+    md5_final(md5_bytes, &md5);
+    hex_text(found.md5, md5_bytes.data(), md5_bytes.size(), false);
+    const sha1_digest sha1_bytes = sha1.final();
+    hex_text(found.sha1, sha1_bytes.data(), sha1_bytes.size(), false);
+    return found;
+}
+
+}  // namespace
+
+bool has_stored_digest(const opened_source& source) {
+    return !source.acquired_md5.empty() || !source.acquired_sha1.empty();
+}
+
+result<void> check_source(const opened_source& source, exact_messages& messages) {
+    auto found = digests_of(exact_source(*source.bytes, source.shown_path), messages.status_line());
+    if (!found) {
+        return passed_on(found);
+    }
+    const struct {
+        const char* name;
+        const std::string& acquired;
+        const std::string& now;
+    } rows[] = {{"md5", source.acquired_md5, found->md5}, {"sha1", source.acquired_sha1, found->sha1}};
+    std::string fitting;
+    for (const auto& row : rows) {
+        if (row.acquired.empty()) {
+            continue;
+        }
+        if (row.acquired != row.now) {
+            return fail(
+                failure_code::source_read, where::source(source.shown_path),
+                std::string(row.name) + " is " + row.now + ", of what was acquired it was " + row.acquired);
+        }
+        fitting += std::string(", ") + row.name + " " + row.now;
+    }
+    messages.done("ok", "source " + source.shown_path + " is what was acquired (" +
+                            std::to_string(source.bytes->size()) + " bytes" + fitting + ")");
+    return {};
+}
+
+}  // namespace quarry::exact

@@ -1,0 +1,20 @@
+// Whether a source is still what was acquired.
+//
+// An EWF image carries the digests of the disk that were computed when it was acquired. The whole disk is
+// read again, digested, and held against them.
+#pragma once
+
+#include "exact/failure.h"
+#include "frontend/exact/exact_messages.h"
+#include "frontend/exact/source_opening.h"
+
+namespace quarry::exact {
+
+// True if the source carries a digest.
+[[nodiscard]] bool has_stored_digest(const opened_source& source);
+
+// Reads all of a source with stored digests and says "ok: ..." if all of them fit. Fails with source-read for
+// bytes that cannot be read and for a digest that differs.
+[[nodiscard]] result<void> check_source(const opened_source& source, exact_messages& messages);
+
+}  // namespace quarry::exact
