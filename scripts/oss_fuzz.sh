@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets with fuzz/oss-fuzz/build.sh, as OSS-Fuzz does with clang and libFuzzer, and runs each over its
 # archive of seeds. Usage: scripts/oss_fuzz.sh
-#        scripts/oss_fuzz.sh --built     takes the compiled src/ of build/sanitizers, which is most of the work
+#        scripts/oss_fuzz.sh --built     takes the compiled src/ and builders of build/sanitizers, which is most of the work
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
@@ -11,15 +11,18 @@ cd "$QUARRY_ROOT"
 export WORK=$QUARRY_ROOT/build/oss-fuzz/work OUT=$QUARRY_ROOT/build/oss-fuzz/out
 export CXX=clang++ LIB_FUZZING_ENGINE=-fsanitize=fuzzer
 export CXXFLAGS='-O1 -gline-tables-only -fno-omit-frame-pointer -fsanitize=address,undefined -fsanitize=fuzzer-no-link'
-core=
+built=()
 if [ "${1:-}" = --built ]; then
-    quarry_build sanitizers quarry_core
-    core=$QUARRY_ROOT/build/sanitizers/src/libquarry_core.a
+    quarry_build sanitizers quarry_test_support
+    built=("-DQUARRY_BUILT_CORE=$QUARRY_ROOT/build/sanitizers/src/libquarry_core.a"
+        "-DQUARRY_BUILT_SUPPORT=$QUARRY_ROOT/build/sanitizers/tests/libquarry_test_support.a")
+else
+    built=(-DQUARRY_BUILT_CORE= -DQUARRY_BUILT_SUPPORT=)
 fi
 rm -rf "$OUT"
 mkdir -p "$WORK" "$OUT"
 quarry_say "building as OSS-Fuzz does"
-fuzz/oss-fuzz/build.sh -DQUARRY_BUILT_CORE="$core" >"$WORK/log" 2>&1 || { cat "$WORK/log" >&2; exit 1; }
+fuzz/oss-fuzz/build.sh "${built[@]}" >"$WORK/log" 2>&1 || { cat "$WORK/log" >&2; exit 1; }
 
 quarry_say "running the seeds"
 # The archive is what OSS-Fuzz unpacks; all of it must be there.
