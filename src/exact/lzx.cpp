@@ -1,5 +1,6 @@
 #include "exact/lzx.h"
 
+#include "exact/chunk_rule.h"
 #include "exact/match_copy.h"
 
 #include <algorithm>
@@ -40,8 +41,6 @@ constexpr std::array<slot_range, slots> slot_ranges = [] {
 }();
 static_assert(slot_ranges[3].distance == 1 && slot_ranges[4].distance == 2 && slot_ranges[6].distance == 6);
 static_assert(slot_ranges[29].distance == 24574 && slot_ranges[29].extra_bits == 13);
-
-constexpr const char* ends_early = "it ends before all of its bytes are decoded";
 
 // Reads the header of a block up to its size.
 struct block_header {
@@ -312,10 +311,7 @@ const char* lzx_decoder::decode_all(byte_view stored, std::span<std::uint8_t> pl
 
 result<void> lzx_decoder::decode(byte_view stored, std::span<std::uint8_t> plain, const std::string& where,
                                  std::uint64_t number) {
-    if (const char* rule = decode_all(stored, plain)) {
-        return fail(failure_code::wof, where::chunk(where, number), rule);
-    }
-    return {};
+    return unless_broken(decode_all(stored, plain), where, number);
 }
 
 }  // namespace quarry::exact

@@ -1,5 +1,6 @@
 #include "exact/xpress.h"
 
+#include "exact/chunk_rule.h"
 #include "exact/match_copy.h"
 
 #include <array>
@@ -15,8 +16,6 @@ constexpr unsigned shortest_match = 3;
 // Lengths that are told by bytes.
 constexpr unsigned length_in_byte = 15;
 constexpr unsigned length_in_two_bytes = 255;
-
-constexpr const char* ends_early = "it ends before all of its bytes are decoded";
 
 struct match {
     std::size_t distance = 0;
@@ -99,10 +98,7 @@ const char* xpress_decoder::decode_all(byte_view stored, std::span<std::uint8_t>
 
 result<void> xpress_decoder::decode(byte_view stored, std::span<std::uint8_t> plain, const std::string& where,
                                     std::uint64_t number) {
-    if (const char* rule = decode_all(stored, plain)) {
-        return fail(failure_code::wof, where::chunk(where, number), rule);
-    }
-    return {};
+    return unless_broken(decode_all(stored, plain), where, number);
 }
 
 }  // namespace quarry::exact

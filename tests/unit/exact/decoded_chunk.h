@@ -26,6 +26,12 @@ decoded_chunk decode_chunk(const bytes& stored, std::size_t size) {
     return out;
 }
 
+// The words of the failure of such a chunk; empty after a success.
+template <typename Decoder>
+std::string failure_of_chunk(const bytes& stored, std::size_t size) {
+    return decode_chunk<Decoder>(stored, size).failed;
+}
+
 template <typename Decoder>
 void expect_plain_chunk(const bytes& stored, const bytes& plain) {
     const decoded_chunk out = decode_chunk<Decoder>(stored, plain.size());

@@ -10,17 +10,9 @@ namespace quarry::test {
 
 namespace {
 
-decoded_chunk decode(const bytes& stored, std::size_t size) {
-    return decode_chunk<exact::lzx_decoder>(stored, size);
-}
-
-void expect_plain(const bytes& stored, const bytes& plain) {
-    expect_plain_chunk<exact::lzx_decoder>(stored, plain);
-}
-
-std::string failure_of(const bytes& stored, std::size_t size) {
-    return decode(stored, size).failed;
-}
+constexpr auto decode = decode_chunk<exact::lzx_decoder>;
+constexpr auto expect_plain = expect_plain_chunk<exact::lzx_decoder>;
+constexpr auto failure_of = failure_of_chunk<exact::lzx_decoder>;
 
 std::string failed(const std::string& rule) {
     return "wof it: chunk 7: " + rule;

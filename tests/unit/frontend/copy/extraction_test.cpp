@@ -32,6 +32,13 @@ class extraction_test : public testing::Test {
         volume.write_to(dir / "image");
         request.from = source::of_image((dir / "image").wstring(), 0);
     }
+    // A volume whose file "/a.txt", of "text", is asked for.
+    void use_a_text() {
+        test::volume_builder volume;
+        volume.add_file("a.txt").data("text");
+        use(volume);
+        request.path = L"/a.txt";
+    }
     bool copy() { return extract_stream(ntfs, request, found, opts.m_log, opts.m_guard); }
     [[nodiscard]] std::string text(const char* name) const {
         const test::bytes content = test::read_file(dir / name);
@@ -59,10 +66,7 @@ TEST_F(extraction_test, of_a_failed_out_stream_ends_at_once) {
 }
 
 TEST_F(extraction_test, opens_the_volume_once_for_all_jobs) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
-    request.path = L"/a.txt";
+    use_a_text();
     EXPECT_TRUE(copy());
     const CNtfs* const opened = ntfs.get();
     request.from = source::of_image(L"/no/such/image", 0);
@@ -91,10 +95,7 @@ TEST_F(extraction_test, leaves_the_statistics_of_the_entry_behind) {
 }
 
 TEST_F(extraction_test, statistics_of_an_earlier_entry_do_not_outlive_a_failure) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
-    request.path = L"/a.txt";
+    use_a_text();
     EXPECT_TRUE(copy());
     request.entry = 9999;
     EXPECT_FALSE(copy());
@@ -159,9 +160,7 @@ TEST_F(extraction_test, the_index_of_a_directory_is_a_stream) {
 }
 
 TEST_F(extraction_test, a_report_is_written_for_any_entry_that_has_attributes) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
+    use_a_text();
     request.path = L"/a.txt:nosuch";
     request.report = (dir / "report").wstring();
     EXPECT_TRUE(copy());
@@ -186,10 +185,7 @@ TEST_F(extraction_test, a_report_reads_no_descriptors_since_it_prints_none) {
 }
 
 TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
-    request.path = L"/a.txt";
+    use_a_text();
     request.report = (dir / "missing/report").wstring();
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o"), "text");
@@ -197,10 +193,7 @@ TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
 }
 
 TEST_F(extraction_test, an_older_report_that_cannot_be_replaced_is_not_passed_off_as_the_new_one) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
-    request.path = L"/a.txt";
+    use_a_text();
     request.md5 = true;
     fs::create_directory(dir / "report");
     request.report = (dir / "report").wstring();
@@ -209,18 +202,13 @@ TEST_F(extraction_test, an_older_report_that_cannot_be_replaced_is_not_passed_of
 }
 
 TEST_F(extraction_test, a_destination_that_cannot_be_opened_fails) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
-    request.path = L"/a.txt";
+    use_a_text();
     request.destination = (dir / "missing/o").wstring();
     EXPECT_FALSE(copy());
 }
 
 TEST_F(extraction_test, a_path_that_is_found_becomes_the_path_as_it_is_on_the_volume) {
-    test::volume_builder volume;
-    volume.add_file("a.txt").data("text");
-    use(volume);
+    use_a_text();
     request.path = L"c:/A.txt";
     EXPECT_TRUE(copy());
     EXPECT_EQ(found.entry, 24U);
