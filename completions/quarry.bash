@@ -109,13 +109,15 @@ _quarry_exact_options() {
     (( COMP_CWORD > 2 )) || fits+=' -h'
     has -image -partition -vmdk || fits+=' -image -partition'
     has -image -partition || fits+=' -vmdk'
-    if has -image -vmdk; then
+    if has -image -vmdk && ! has -verify_source; then
         has -offset -ntfsvol -first_ntfsvol -volumes || fits+=' -ntfsvol -first_ntfsvol'
         has -offset -ntfsvol -first_ntfsvol -volumes -sector_size || fits+=' -offset'
         has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree -list || fits+=' -volumes'
         has -offset || fits+=' -sector_size'
+        has -partition -vmdk -offset -ntfsvol -first_ntfsvol -sector_size -volumes -list -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -letter \
+            || fits+=' -verify_source'
     fi
-    has -volumes && return
+    has -volumes -verify_source && return
     if has -list; then
         fits+=' -letter'
         has -recurse -deleted || fits+=' -recurse -deleted'

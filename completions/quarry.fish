@@ -5,7 +5,7 @@
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)
     set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe \
-        -exact -volumes -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times
+        -exact -volumes -verify_source -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times
     if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
         set -e typed[-1]
     end
@@ -94,11 +94,12 @@ __quarry_option true profile -d 'Print the seconds taken'
 __quarry_option true dateformat -x -a 'yyyy-mm-dd yyyy/mm/dd dd/mm/yyyy mm/dd/yyyy' -d 'Date in the header'
 __quarry_option true out -r -F -d 'Check that a file can be written'
 
-set -l table '__quarry_has -image -vmdk'
+set -l table '__quarry_has -image -vmdk; and not __quarry_has -verify_source'
 set -l no_volume 'not __quarry_has -offset -ntfsvol -first_ntfsvol'
-set -l copies 'not __quarry_has -volumes -list'
-set -l files 'not __quarry_has -volumes -list -cluster'
-set -l one_file 'not __quarry_has -volumes -list -cluster -pipe'
+set -l of_copies '-src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5'
+set -l copies 'not __quarry_has -volumes -verify_source -list'
+set -l files 'not __quarry_has -volumes -verify_source -list -cluster'
+set -l one_file 'not __quarry_has -volumes -verify_source -list -cluster -pipe'
 set -l listing '__quarry_has -list'
 
 __quarry_exact '__quarry_words 2' h -d 'Options of the exact mode'
@@ -110,6 +111,7 @@ __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume; and not _
 __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume" ntfsvol -x -d 'Number of the volume'
 __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume" first_ntfsvol -d 'First NTFS volume of the table'
 __quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst -tree -list" volumes -d 'Print the volumes'
+__quarry_exact "__quarry_has -image; and $no_volume; and not __quarry_has -partition -vmdk -sector_size -volumes -list -letter $of_copies" verify_source -d 'Hold an EWF image against its digests'
 __quarry_exact "$table; and not __quarry_has -offset" sector_size -x -a '512 1024 2048 4096' \
     -d 'Sectors of the partition table'
 __quarry_exact $one_file src -x -d 'Path on the volume, with :stream if wanted'
@@ -117,11 +119,10 @@ __quarry_exact $one_file mft -x -d 'MFT entry number, with -sequence if wanted'
 __quarry_exact "$copies; and not __quarry_has -src -mft -pipe -tree -raw -keep_times -md5 -letter" cluster -x \
     -d 'Clusters: first and count'
 __quarry_exact "$files; and not __quarry_has -src -mft" pipe -d 'Objects from standard input'
-__quarry_exact "$copies; and not __quarry_has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5" \
-    list -x -d 'Print what a directory holds'
+__quarry_exact "$copies; and not __quarry_has $of_copies" list -x -d 'Print what a directory holds'
 __quarry_exact "$listing; and not __quarry_has -deleted" recurse -d 'Print the directories below too'
 __quarry_exact "$listing; and not __quarry_has -recurse" deleted -d 'Print the deleted files'
-__quarry_exact_repeated 'not __quarry_has -volumes -cluster' letter -x -d 'Links to this name lead to this volume'
+__quarry_exact_repeated 'not __quarry_has -volumes -verify_source -cluster' letter -x -d 'Links to this name lead to this volume'
 __quarry_exact $copies dst -r -F -d 'The copy, or a directory that ends in /'
 __quarry_exact $files tree -d 'Make the directories of the path too'
 __quarry_exact $files raw -d 'Clusters as stored, slack included'
