@@ -112,9 +112,9 @@ _quarry_exact_options() {
     if has -image -vmdk && ! has -verify_source; then
         has -offset -ntfsvol -first_ntfsvol -volumes || fits+=' -ntfsvol -first_ntfsvol'
         has -offset -ntfsvol -first_ntfsvol -volumes -sector_size || fits+=' -offset'
-        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree -list || fits+=' -volumes'
+        has -offset -ntfsvol -first_ntfsvol -src -mft -cluster -pipe -dst -tree -list -manifest || fits+=' -volumes'
         has -offset || fits+=' -sector_size'
-        has -partition -vmdk -offset -ntfsvol -first_ntfsvol -sector_size -volumes -list -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -letter \
+        has -partition -vmdk -offset -ntfsvol -first_ntfsvol -sector_size -volumes -list -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -sha256 -manifest -letter \
             || fits+=' -verify_source'
     fi
     has -volumes -verify_source && return
@@ -123,8 +123,9 @@ _quarry_exact_options() {
         has -recurse -deleted || fits+=' -recurse -deleted'
         return
     fi
-    has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 || fits+=' -list'
-    fits+=' -dst -zero_unreadable -sparse -overwrite'
+    has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -sha256 -manifest || fits+=' -list'
+    fits+=' -dst -zero_unreadable -sparse -overwrite -sha256 -manifest'
+    has -manifest && fits+=' -source_sha256'
     has -cluster || fits+=' -tree -raw -keep_times -md5 -letter'
     has -cluster -pipe || fits+=' -src -mft'
     has -src -mft -cluster || fits+=' -pipe'

@@ -5,7 +5,7 @@
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)
     set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe \
-        -exact -volumes -verify_source -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times
+        -exact -volumes -verify_source -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times -sha256
     if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
         set -e typed[-1]
     end
@@ -96,7 +96,7 @@ __quarry_option true out -r -F -d 'Check that a file can be written'
 
 set -l table '__quarry_has -image -vmdk; and not __quarry_has -verify_source'
 set -l no_volume 'not __quarry_has -offset -ntfsvol -first_ntfsvol'
-set -l of_copies '-src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5'
+set -l of_copies '-src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -sha256 -manifest'
 set -l copies 'not __quarry_has -volumes -verify_source -list'
 set -l files 'not __quarry_has -volumes -verify_source -list -cluster'
 set -l one_file 'not __quarry_has -volumes -verify_source -list -cluster -pipe'
@@ -110,7 +110,7 @@ __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume; and not _
     -d 'Byte where the volume begins'
 __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume" ntfsvol -x -d 'Number of the volume'
 __quarry_exact "$table; and not __quarry_has -volumes; and $no_volume" first_ntfsvol -d 'First NTFS volume of the table'
-__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst -tree -list" volumes -d 'Print the volumes'
+__quarry_exact "$table; and $no_volume; and not __quarry_has -src -mft -cluster -pipe -dst -tree -list -manifest" volumes -d 'Print the volumes'
 __quarry_exact "__quarry_has -image; and $no_volume; and not __quarry_has -partition -vmdk -sector_size -volumes -list -letter $of_copies" verify_source -d 'Hold an EWF image against its digests'
 __quarry_exact "$table; and not __quarry_has -offset" sector_size -x -a '512 1024 2048 4096' \
     -d 'Sectors of the partition table'
@@ -131,6 +131,9 @@ __quarry_exact $copies sparse -d 'Leave holes where there are only zeros'
 __quarry_exact $copies overwrite -d 'Replace a regular file'
 __quarry_exact $files keep_times -d 'Keep the times of the file'
 __quarry_exact $files md5 -d 'Name the copy by modification time and MD5'
+__quarry_exact $copies sha256 -d 'Print the SHA-256 of the copy'
+__quarry_exact $copies manifest -r -F -d 'A line of JSON for each copy'
+__quarry_exact "$copies; and __quarry_has -manifest" source_sha256 -x -d 'SHA-256 of the source, for the manifest'
 __quarry_exact true diags -r -F -d 'Log of the run'
 __quarry_exact true quiet -d 'Errors only'
 

@@ -1,7 +1,7 @@
 #!/bin/bash -eu
 # Builds every fuzz target into $OUT, each with its seeds and its dictionary, by the rules of OSS-Fuzz: $CXX and
 # $CXXFLAGS say how to compile, $LIB_FUZZING_ENGINE is linked in the place of a main, and nothing is installed here.
-# Wants cmake, ninja, python3 and libexpected. Arguments are handed to cmake.
+# Wants cmake, ninja, python3, libexpected and nlohmann-json. Arguments are handed to cmake.
 
 source_tree=$(cd "$(dirname "$0")/../.." && pwd)
 build=${WORK:-$(mktemp -d)}/quarry

@@ -14,9 +14,10 @@ QUARRY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # Debian 12 package names, by what they are for.
 quarry_packages() {
     case $1 in
-        build) echo g++ cmake ninja-build libexpected-dev libewf-dev ;;
-        test) echo libgtest-dev libgmock-dev python3 python3-pytest ntfs-3g fuse3 fdisk gdisk dosfstools e2fsprogs \
-            qemu-utils sleuthkit python3-libfsntfs libwim-dev ewf-tools xz-utils attr strace util-linux mount coreutils binutils ;;
+        build) echo g++ cmake ninja-build libexpected-dev libewf-dev nlohmann-json3-dev ;;
+        test) echo libgtest-dev libgmock-dev python3 python3-pytest python3-jsonschema ntfs-3g fuse3 fdisk gdisk \
+            dosfstools e2fsprogs qemu-utils sleuthkit python3-libfsntfs libwim-dev ewf-tools xz-utils attr strace \
+            util-linux mount coreutils binutils ;;
         docs) echo mandoc zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
             libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.

@@ -200,9 +200,9 @@ TEST_F(exact_mode, refuses_what_is_not_understood_before_anything_is_read) {
     expect_refused({"-image", "nothing", "-offset", "0x1g", "-src", "/a.txt", "-dst", "copy"},
                    "-offset \"0x1g\" is no number");
     expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-meta"},
-                   "-meta is not taken with -exact: say -manifest, which is not there yet (not-yet)");
-    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-manifest", "m"},
-                   "-manifest is not there yet (not-yet)");
+                   "-meta is not taken with -exact: say -manifest");
+    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-threads", "2"},
+                   "-threads is not there yet (not-yet)");
     expect_refused({"-image", "nothing", "-cluster", "1", "-dst", "out/"},
                    "destination out/: clusters have no name; name the file");
     EXPECT_EQ(exact({"-image", "nothing", "-src", "/a//b", "-dst", "copy"}).status, 2);
@@ -221,8 +221,9 @@ TEST_F(exact_mode, refuses_destinations_that_would_lose_something) {
     };
     expect_refused(to("earlier", false), "destination earlier: exists; say -overwrite");
     expect_refused(to("link", true), "destination link: is a link");
-    expect_refused(to("volume", true),
-                   "destination volume: is a file of this run: a source, the log or a standard stream");
+    expect_refused(
+        to("volume", true),
+        "destination volume: is a file of this run: a source, the log, the manifest or a standard stream");
     expect_refused(to("missing/copy", false), "destination missing/: No such file or directory");
     expect_refused(to("out", true), "destination out: is a directory; say out/");
     EXPECT_EQ(text("earlier"), "earlier");
@@ -237,8 +238,9 @@ TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
     EXPECT_TRUE(text("volume") == before);
     expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "missing/log"},
                    "log missing/log: cannot be opened");
-    expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
-                   "destination log: is a file of this run: a source, the log or a standard stream");
+    expect_refused(
+        {"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
+        "destination log: is a file of this run: a source, the log, the manifest or a standard stream");
 }
 
 TEST_F(exact_mode, never_writes_a_log_over_an_earlier_copy_or_the_file_of_a_standard_stream) {
@@ -269,7 +271,8 @@ TEST_F(exact_mode, never_writes_a_copy_over_the_file_of_a_standard_stream) {
                     {.directory = m_dir.path()});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(text("said"),
-              "err: destination said: is a file of this run: a source, the log or a standard stream\n");
+              "err: destination said: is a file of this run: a source, the log, the manifest or a standard "
+              "stream\n");
 }
 
 TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_line_reports_it) {
@@ -280,8 +283,9 @@ TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_l
     expect_refused({"-image", "nothing", "-src", "/a.txt:Note", "-dst", "out/"},
                    "destination out/a.txt_Note" + exists);
     fs::create_symlink("../volume", m_dir / "out/b.txt");
-    expect_refused({"-image", "volume", "-src", "/docs/b.txt", "-dst", "out/", "-overwrite"},
-                   "destination out/b.txt: is a file of this run: a source, the log or a standard stream");
+    expect_refused(
+        {"-image", "volume", "-src", "/docs/b.txt", "-dst", "out/", "-overwrite"},
+        "destination out/b.txt: is a file of this run: a source, the log, the manifest or a standard stream");
     // What the volume alone knows is found out by reading.
     for (const words& object : {words{"-mft", "24"}, words{"-src", "/A.TXT"}}) {
         const program_result result = exact({"-image", "volume", object[0], object[1], "-dst", "out/"});

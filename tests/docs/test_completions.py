@@ -23,7 +23,7 @@ FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 
 # The exact mode.
 LOGGED = {"-diags", "-quiet"}
-CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite"} | LOGGED
+CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite", "-sha256", "-manifest"} | LOGGED
 COPIES = CLUSTERS_TOO | {"-tree", "-raw", "-keep_times", "-md5", "-letter"}
 EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe", "-list"}
 LISTINGS = LOGGED | {"-letter", "-recurse", "-deleted"}
@@ -49,6 +49,8 @@ CASES = {
     "quarry -exact -image disk.img -cluster 5 -": CLUSTERS_TOO | CHOICES | {"-sector_size"},
     "quarry -exact -image disk.img -pipe -": COPIES | CHOICES | {"-sector_size"},
     "quarry -exact -partition /dev/sdb1 -sparse -md5 -": (COPIES - {"-sparse", "-md5"}) | {"-src", "-mft", "-pipe"},
+    "quarry -exact -partition /dev/sdb1 -pipe -manifest m -s": {"-source_sha256", "-sparse", "-sha256"},
+    "quarry -exact -image disk.img -manifest m -v": set(),
     "quarry -exact -partition /dev/sdb1 -letter C -l": {"-letter", "-list"},
     "quarry -exact -image disk.img -list / -": LISTINGS | CHOICES | {"-sector_size"},
     "quarry -exact -partition /dev/sdb1 -list / -": LISTINGS,

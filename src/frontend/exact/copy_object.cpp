@@ -1,5 +1,6 @@
 #include "frontend/exact/copy_object.h"
 
+#include "exact/entry_facts.h"
 #include "exact/entry_path.h"
 #include "exact/file_names.h"
 #include "exact/name_text.h"
@@ -126,7 +127,8 @@ std::vector<std::u16string> above(std::vector<std::u16string> names) {
 }
 
 result<found_object> find_path(exact_volume& volume, const exact_options& options,
-                               const object_by_path& asked, exact_messages& messages, notices& told) {
+                               const object_by_path& asked, exact_messages& messages, notices& told,
+                               object_facts* known) {
     auto path = parse_volume_path(asked.text);
     if (!path) {
         return passed_on(path);
@@ -149,12 +151,17 @@ result<found_object> find_path(exact_volume& volume, const exact_options& option
     found.directories = above(walked->names);
     found.file_name =
         walked->names.empty() ? std::u16string(u".") : name_of_file(*found.set, walked->names.back());
+    if (known != nullptr) {
+        known->path = walked->names;
+        known->links = walked->links;
+        known->entry = facts_of(volume, *found.set, found.file_name);
+    }
     return open_stream(volume, options, std::move(found), path->stream,
                        where::path(shown_path(walked->names)), told);
 }
 
 result<found_object> find_entry(exact_volume& volume, const exact_options& options,
-                                const object_by_entry& asked, notices& told) {
+                                const object_by_entry& asked, notices& told, object_facts* known) {
     auto wanted = stream_of(asked);
     if (!wanted) {
         return passed_on(wanted);
@@ -169,6 +176,10 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     }
     found_object found;
     found.set = std::make_unique<attribute_set>(std::move(*set));
+    if (known != nullptr) {
+        known->path = verified_path(volume, *found.set);
+        known->entry = facts_of(volume, *found.set);
+    }
     found.shown = found.set->base().self().text() + shown_typed(asked.stream);
     if (!asked.listed.empty()) {
         found.directories = above(asked.listed);
@@ -182,7 +193,12 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     return open_stream(volume, options, std::move(found), *wanted, where::record(asked.entry), told);
 }
 
-result<found_object> find_clusters(exact_volume& volume, const object_by_clusters& asked) {
+result<found_object> find_clusters(exact_volume& volume, const object_by_clusters& asked,
+                                   object_facts* known) {
+    if (known != nullptr) {
+        known->lcn = asked.lcn;
+        known->clusters = asked.count;
+    }
     auto opened = stream::of_clusters(volume, asked.lcn, asked.count);
     if (!opened) {
         // The reason says which clusters.
@@ -224,16 +240,21 @@ std::optional<std::string> name_as_asked(const copy_object& asked) {
 }
 
 result<found_object> find_object(exact_volume& volume, const exact_options& options, const copy_object& asked,
-                                 exact_messages& messages, notices& told) {
+                                 exact_messages& messages, notices& told, object_facts* known) {
     auto found = std::visit(
         overloaded{
-            [&](const object_by_path& path) { return find_path(volume, options, path, messages, told); },
-            [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told); },
-            [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters); },
+            [&](const object_by_path& path) {
+                return find_path(volume, options, path, messages, told, known);
+            },
+            [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told, known); },
+            [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters, known); },
         },
         asked);
     if (found) {
         log_stream(*found->content, messages);
+        if (known != nullptr) {
+            known->stream = facts_of(*found->content);
+        }
     }
     return found;
 }

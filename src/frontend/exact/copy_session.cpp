@@ -11,7 +11,8 @@ namespace {
 std::string text_of(const finished_copy& copy) {
     return shown_typed(copy.source) + " -> " + shown_typed(copy.destination) + " (" +
            std::to_string(copy.bytes) + (copy.bytes == 1 ? " byte" : " bytes") +
-           (copy.md5.empty() ? "" : ", md5 " + copy.md5) + ")";
+           (copy.md5.empty() ? "" : ", md5 " + copy.md5) +
+           (copy.sha256.empty() ? "" : ", sha256 " + copy.sha256) + ")";
 }
 
 }  // namespace
@@ -37,19 +38,55 @@ copy_end copy_outcome::end() const {
 
 copy_outcome copy_session::carry_out(const copy_order& order) {
     notices told;
-    auto copied = copy_to_destination(m_means, order, told);
+    object_facts known;
+    known.asked = order.asked;
+    known.raw = m_means.options.raw;
+    auto copied = copy_to_destination(m_means, order, told, m_evidence == nullptr ? nullptr : &known);
     if (m_source.has_changed()) {
         told.doubt("source-changed", where::source(m_source.shown_path), "changed while it was read");
     }
     copy_outcome outcome{order.asked, order.line, std::move(copied), std::move(told)};
-    say(outcome);
+    end_with(outcome, std::move(known));
     return outcome;
 }
 
 copy_outcome copy_session::refuse(std::string asked, std::uint64_t line, failure why) {
     copy_outcome outcome{std::move(asked), line, tl::make_unexpected(std::move(why)), {}};
-    say(outcome);
+    object_facts known;
+    known.asked = outcome.asked;
+    known.raw = m_means.options.raw;
+    end_with(outcome, std::move(known));
     return outcome;
+}
+
+void copy_session::end_with(copy_outcome& outcome, object_facts known) {
+    const auto recorded = record(outcome, std::move(known));
+    if (outcome.copied) {
+        outcome.copied->until_recorded.reset();
+    }
+    say(outcome);
+    if (!recorded) {
+        m_must_end = true;
+        m_means.messages.err(recorded.error().text());
+    }
+}
+
+result<void> copy_session::record(const copy_outcome& outcome, object_facts known) {
+    if (m_evidence == nullptr) {
+        return {};
+    }
+    manifest::record added;
+    added.line = outcome.line;
+    added.outcome = copy_end_text(outcome.end());
+    added.told = &outcome.told;
+    added.object = std::move(known);
+    if (outcome.copied) {
+        const finished_copy& copy = *outcome.copied;
+        added.copy = {copy.destination, copy.bytes, copy.md5, copy.sha256, m_means.options.sparse};
+    } else {
+        added.error = &outcome.copied.error();
+    }
+    return m_evidence->add(std::move(added));
 }
 
 void copy_session::say(const copy_outcome& outcome) {

@@ -6,9 +6,8 @@
 //
 //     order --> find the stream --> write the copy --> warnings, then ok, doubt or err --> "info: result ..."
 //
-// The outcome holds all that became known, also of a copy that failed. Evidence of each copy, such as a line
-// of a manifest, is written at the end of
-// say(), when the copy has its name.
+// The outcome holds all that became known, also of a copy that failed. The line of a manifest is written when
+// the copy has its name and before anything is said of it.
 #pragma once
 
 #include "exact/exact_volume.h"
@@ -16,6 +15,7 @@
 #include "frontend/exact/exact_copy.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
+#include "frontend/exact/manifest.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/output_guard.h"
 
@@ -42,21 +42,29 @@ struct copy_outcome {
 
 class copy_session {
   public:
-    // All must outlive the session.
+    // All must outlive the session. Without a manifest `evidence` is null.
     copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
-                 const output_guard& guard, exact_messages& messages)
-        : m_source(source), m_means{volume, options, guard, messages, m_made} {}
+                 const output_guard& guard, exact_messages& messages, manifest* evidence = nullptr)
+        : m_source(source), m_evidence(evidence), m_means{volume, options, guard, messages, m_made} {}
 
     // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does.
     [[nodiscard]] copy_outcome carry_out(const copy_order& order);
     // The same for what is no order: it has failed with `why` already.
     [[nodiscard]] copy_outcome refuse(std::string asked, std::uint64_t line, failure why);
 
+    // True once a line of the manifest could not be written: nothing more may be copied, and the run has
+    // failed.
+    [[nodiscard]] bool must_end() const { return m_must_end; }
+
   private:
+    void end_with(copy_outcome& outcome, object_facts known);
+    [[nodiscard]] result<void> record(const copy_outcome& outcome, object_facts known);
     // Every outcome, whether complete or failed, passes here.
     void say(const copy_outcome& outcome);
 
     const opened_source& m_source;
+    manifest* m_evidence;
+    bool m_must_end = false;
     made_copies m_made;
     copy_means m_means;
 };

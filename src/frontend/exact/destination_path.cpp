@@ -15,7 +15,8 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::string_view of_this_run = "is a file of this run: a source, the log or a standard stream";
+constexpr std::string_view of_this_run =
+    "is a file of this run: a source, the log, the manifest or a standard stream";
 constexpr std::string_view name_it = "; name the file with -dst";
 
 constexpr bool is_high_surrogate(char16_t unit) {

@@ -3,6 +3,7 @@
 #include "exact/name_text.h"
 #include "exact/stream.h"
 #include "foundation/md5.h"
+#include "foundation/sha256.h"
 #include "frontend/exact/copy_object.h"
 #include "frontend/exact/sealed_file.h"
 
@@ -20,12 +21,13 @@ constexpr std::uint64_t filetime_ticks = 10000000;  // in a second
 constexpr std::int64_t seconds_from_1601_to_1970 = 11644473600;
 constexpr std::array<std::uint8_t, 65536> zero_bytes{};
 
-// Where the bytes of a stream go: to the file, and to the digest of the copy where one is wanted.
+// Where the bytes of a stream go: to the file, and to the digests of the copy that are wanted.
 class copy_sink final : public stream_sink {
   public:
-    copy_sink(sealed_file& file, bool with_digest, progress& status_line)
-        : m_file(&file), m_status_line(&status_line), m_with_digest(with_digest) {
+    copy_sink(sealed_file& file, const exact_options& options, progress& status_line)
+        : m_file(&file), m_status_line(&status_line), m_with_md5(options.md5), m_with_sha256(options.sha256) {
         md5_init(&m_md5);
+        sha256_init(&m_sha256);
     }
 
     [[nodiscard]] result<void> data(byte_view block) override {
@@ -38,10 +40,11 @@ class copy_sink final : public stream_sink {
     // In parts, so that the status line moves where zeros are written and digested. A hole of a sparse copy
     // takes no time, and may be longer than could be counted in parts.
     [[nodiscard]] result<void> zeros(std::uint64_t length) override {
-        const std::uint64_t most = m_with_digest || !m_file->is_sparse() ? zero_bytes.size() : length;
+        const bool digests = m_with_md5 || m_with_sha256;
+        const std::uint64_t most = digests || !m_file->is_sparse() ? zero_bytes.size() : length;
         while (length > 0) {
             const std::uint64_t count = std::min(length, most);
-            if (m_with_digest) {
+            if (digests) {
                 digest(std::span(zero_bytes).first(static_cast<std::size_t>(count)));
             }
             if (auto appended = m_file->append_hole(count); !appended) {
@@ -53,28 +56,39 @@ class copy_sink final : public stream_sink {
         return {};
     }
 
-    // 32 hexadecimal digits; empty if no digest is wanted.
-    [[nodiscard]] std::string digest_text() {
-        std::string text;
-        if (m_with_digest) {
-            md5_digest digest{};
-            md5_final(digest, &m_md5);
-            hex_text(text, digest.data(), digest.size(), false);
-        }
-        return text;
+    // Hexadecimal digits; empty if the digest is not wanted. Each may be asked for once.
+    [[nodiscard]] std::string md5_text() {
+        md5_digest digest{};
+        return m_with_md5 && md5_final(digest, &m_md5) ? text_of(digest) : std::string();
+    }
+    [[nodiscard]] std::string sha256_text() {
+        sha256_digest digest{};
+        return m_with_sha256 && sha256_final(digest, &m_sha256) ? text_of(digest) : std::string();
     }
 
   private:
+    template <typename Digest>
+    [[nodiscard]] static std::string text_of(const Digest& digest) {
+        std::string text;
+        hex_text(text, digest.data(), digest.size(), false);
+        return text;
+    }
+
     void digest(std::span<const std::uint8_t> bytes) {
-        if (m_with_digest) {
+        if (m_with_md5) {
             md5_update(&m_md5, bytes.data(), bytes.size());
+        }
+        if (m_with_sha256) {
+            sha256_update(&m_sha256, bytes.data(), bytes.size());
         }
     }
 
     sealed_file* m_file;
     progress* m_status_line;
-    bool m_with_digest;
+    bool m_with_md5;
+    bool m_with_sha256;
     md5_ctx m_md5;
+    sha256_ctx m_sha256;
 };
 
 // A time of 0 means nothing: the file keeps the one that it has.
@@ -133,7 +147,7 @@ struct copy_place {
 
 // The bytes, written to a temporary file and given the name of the target.
 result<finished_copy> write_copy(copy_means& means, found_object& object, std::uint64_t line,
-                                 copy_place place, notices& told) {
+                                 copy_place place, notices& told, object_facts* known) {
     const exact_options& options = means.options;
     auto times = options.keep_times || options.md5 ? times_of_object(object) : std::nullopt;
     if (!times) {
@@ -145,15 +159,19 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
         return passed_on(created);
     }
     means.messages.status_line().begin_copy(object.content->delivered_size(options.raw));
-    copy_sink sink(file, options.md5, means.messages.status_line());
+    copy_sink sink(file, options, means.messages.status_line());
     auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable}, told);
     if (!delivered) {
         return passed_on(delivered);
     }
+    if (known != nullptr) {
+        known->unread = std::move(delivered->unread);
+        known->reused_clusters = delivered->reused_clusters;
+    }
     if (file.size() != delivered->bytes) {
         throw std::logic_error("a copy has another size than its stream");
     }
-    finished_copy finished{object.shown, {}, file.size(), sink.digest_text()};
+    finished_copy finished{object.shown, {}, file.size(), sink.md5_text(), sink.sha256_text()};
     if (options.md5) {
         if (auto named = add_digest(means, target, *times, finished); !named) {
             return passed_on(named);
@@ -161,6 +179,9 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     }
     if (options.keep_times) {
         set_times(file, *times, told);
+    }
+    if (!options.manifest_path.empty()) {
+        finished.until_recorded = std::make_unique<signals_held_back>();
     }
     if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
         return passed_on(sealed);
@@ -204,8 +225,9 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
 
 }  // namespace
 
-result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order, notices& told) {
-    auto object = find_object(means.volume, means.options, order.object, means.messages, told);
+result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order, notices& told,
+                                          object_facts* known) {
+    auto object = find_object(means.volume, means.options, order.object, means.messages, told, known);
     if (!object) {
         return passed_on(object);
     }
@@ -213,7 +235,7 @@ result<finished_copy> copy_to_destination(copy_means& means, const copy_order& o
     if (!place) {
         return passed_on(place);
     }
-    auto finished = write_copy(means, *object, order.line, std::move(*place), told);
+    auto finished = write_copy(means, *object, order.line, std::move(*place), told, known);
     if (finished) {
         means.messages.info("copied " + std::to_string(finished->bytes) +
                             (finished->bytes == 1 ? " byte to " : " bytes to ") +

@@ -7,9 +7,12 @@
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/made_copies.h"
+#include "frontend/exact/object_facts.h"
+#include "frontend/output/leftover.h"
 #include "frontend/output/output_guard.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace quarry::exact {
@@ -18,7 +21,11 @@ struct finished_copy {
     std::string source;       // the stream, as messages have it
     std::string destination;  // the file that was made
     std::uint64_t bytes = 0;
-    std::string md5;  // with -md5 only
+    std::string md5;     // with -md5 only
+    std::string sha256;  // with -sha256 or a manifest only
+    // With a manifest, signals wait from before the copy has its name until its line is written: a run that
+    // is cut off leaves no copy that the manifest does not know.
+    std::unique_ptr<signals_held_back> until_recorded = nullptr;
 };
 
 // One object that is to be copied.
@@ -39,8 +46,9 @@ struct copy_means {
 
 // Copies the object of an order to the destination of the options, where the guard lets it, but never over a
 // copy that was made before. Fails as find_object, check_destination, streams and sealed_file do; nothing is
-// left at the destination then. Warns (times) if the file does not take its times.
+// left at the destination then. Warns (times) if the file does not take its times. What becomes known on the
+// way is noted in `known`, unless that is null.
 [[nodiscard]] result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order,
-                                                        notices& told);
+                                                        notices& told, object_facts* known = nullptr);
 
 }  // namespace quarry::exact

@@ -47,6 +47,10 @@ constexpr std::string_view help_body =
    -sparse                      = leave holes where there are only zeros
    -keep_times                  = keep the times of the file
    -md5                         = name the copy by modification time and MD5
+   -sha256                      = print the SHA-256 of the copy
+ evidence
+   -manifest <file>             = a line of JSON for each copy, with SHA-256
+   -source_sha256 <digest>      = of the source, as you know it; for the manifest
  reading
    -raw                         = allocated clusters as they lie, slack included
    -zero_unreadable             = zeros for what cannot be read; in doubt then

@@ -73,9 +73,12 @@ exit_status copy_list(copy_session& session, list_lines& lines, exact_messages& 
             break;
         }
         count.add(carry_out(session, std::move(**line)).end());
+        if (session.must_end()) {
+            break;
+        }
     }
     messages.tell(count.text());
-    return count.status();
+    return session.must_end() ? exit_status::failed : count.status();
 }
 
 }  // namespace quarry::exact

@@ -32,7 +32,7 @@ struct list_count {
     [[nodiscard]] std::string text() const;
 };
 
-// Carries out every line, in order. `lines` has begun.
+// Carries out every line, in order, unless the session must end before. `lines` has begun.
 [[nodiscard]] exit_status copy_list(copy_session& session, list_lines& lines, exact_messages& messages);
 
 }  // namespace quarry::exact

@@ -425,14 +425,42 @@ void take_switches(exact_options& options, const given_options& given) {
     options.overwrite = given.has(option::overwrite);
     options.keep_times = given.has(option::keep_times);
     options.md5 = given.has(option::md5);
+    options.manifest_path = given.value(option::manifest);
+    options.sha256 = given.has(option::sha256) || given.has(option::manifest);
     options.quiet = given.has(option::quiet);
     options.destination = given.value(option::dst);
     options.log_path = given.value(option::diags);
 }
 
+status take_source_digest(exact_options& options, const given_options& given) {
+    constexpr std::size_t digits_of_sha256 = 64;
+    options.source_sha256 = given.value(option::source_sha256);
+    const bool is_digest =
+        options.source_sha256.size() == digits_of_sha256 &&
+        std::all_of(options.source_sha256.begin(), options.source_sha256.end(), is_hexadecimal);
+    if (given.has(option::source_sha256) && !is_digest) {
+        return refuse(named("-source_sha256", given.value(option::source_sha256)) +
+                      " is no SHA-256; it has 64 hexadecimal digits");
+    }
+    for (char& digit : options.source_sha256) {
+        digit = digit >= 'A' && digit <= 'F' ? static_cast<char>(digit | 0x20) : digit;
+    }
+    return {};
+}
+
+// What has no effect without the manifest that it is for.
+status check_manifest(const given_options& given) {
+    for (const option needs_manifest : {option::source_sha256, option::resume}) {
+        if (given.has(needs_manifest) && !given.has(option::manifest)) {
+            return refuse(std::string(given.find(needs_manifest)->row->name) + " needs -manifest");
+        }
+    }
+    return nothing_beside(given, option::manifest, {option::volumes, option::verify_source});
+}
+
 status check_paths(const given_options& given) {
-    for (const given_option* const option :
-         given.among({option::image, option::partition, option::vmdk, option::dst, option::diags})) {
+    for (const given_option* const option : given.among({option::image, option::partition, option::vmdk,
+                                                         option::dst, option::manifest, option::diags})) {
         if (option->values.front().empty()) {
             return refuse(std::string(option->row->name) + " needs a value; this one is empty");
         }
@@ -512,12 +540,14 @@ tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::
     given_options given;
     return given.take(std::span(arguments).subspan(1))
         .and_then([&] { return check_combination(given); })
+        .and_then([&] { return check_manifest(given); })
         .and_then([&] { return check_paths(given); })
         .and_then([&] { return take_number(options.offset, given, option::offset); })
         .and_then([&] { return take_volume_number(options, given); })
         .and_then([&] { return take_sector_size(options, given); })
         .and_then([&] { return take_letters(options, given); })
         .and_then([&] { return take_object(options, given); })
+        .and_then([&] { return take_source_digest(options, given); })
         .and_then([&] { return refuse_what_is_not_yet(given); })
         .and_then([&] { return take_source(options, given); })
         .map([&] {

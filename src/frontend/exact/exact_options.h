@@ -53,6 +53,8 @@ struct exact_options {
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
     std::string log_path;                      // empty: no log
+    std::string manifest_path;                 // empty: no manifest
+    std::string source_sha256;  // 64 small hexadecimal digits that the user knows; empty if not told
     bool help = false;
     bool volumes = false;        // print them; no copy
     bool verify_source = false;  // hold the source against its digests; no copy
@@ -66,6 +68,7 @@ struct exact_options {
     bool overwrite = false;
     bool keep_times = false;
     bool md5 = false;
+    bool sha256 = false;  // asked for, or because of a manifest
     bool quiet = false;
 };
 

@@ -13,6 +13,7 @@
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/log_path.h"
+#include "frontend/exact/manifest.h"
 #include "frontend/exact/source_check.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/console.h"
@@ -69,6 +70,19 @@ tl::expected<void, ended> open_log(const exact_options& options, const arg_list&
     }
     guard.protect_log(options.log_path);
     return {};
+}
+
+// Opened before the destination is looked at, so that no copy takes its name.
+tl::expected<std::unique_ptr<manifest>, ended> open_manifest(const exact_options& options,
+                                                             const arg_list& arguments, output_guard& guard) {
+    if (options.manifest_path.empty()) {
+        return nullptr;
+    }
+    auto opened = manifest::open(options, arguments, guard);
+    if (!opened) {
+        return end_with(exit_status::refused, std::move(opened.error()));
+    }
+    return std::move(*opened);
 }
 
 tl::expected<void, ended> refuse_outputs(const exact_options& options, const output_guard& guard) {
@@ -174,7 +188,7 @@ tl::expected<exit_status, ended> verify_source(const opened_source& source, exac
 
 tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& source,
                                                                const exact_options& options,
-                                                               exact_messages& messages) {
+                                                               exact_messages& messages, manifest* evidence) {
     notices told;
     const exact_source bytes(*source.bytes, source.shown_path);
     auto opened = find_volume(bytes, options, messages, told).and_then([&](const partition& place) {
@@ -184,9 +198,15 @@ tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& so
         (*opened)->check_empty_journal(told);
     }
     messages.warn(told);
+    if (evidence != nullptr) {
+        evidence->add_warnings(told);
+    }
     if (!opened) {
         const exit_status status = status_of(opened.error().code, exit_status::not_opened);
         return end_with(status, std::move(opened.error()));
+    }
+    if (evidence != nullptr) {
+        evidence->set_volume(**opened);
     }
     log_volume(**opened, messages);
     return std::move(*opened);
@@ -223,7 +243,8 @@ exit_status status_of(const copy_outcome& outcome, const copy_object& object) {
 }
 
 exit_status copy_one(copy_session& session, const copy_object& object) {
-    return status_of(session.carry_out({object, text_of(object)}), object);
+    const exit_status status = status_of(session.carry_out({object, text_of(object)}), object);
+    return session.must_end() ? exit_status::failed : status;
 }
 
 // A listing of a source that changed meanwhile may be of neither state.
@@ -251,7 +272,7 @@ tl::expected<void, ended> begin_list(const exact_options& options, list_lines& l
 tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
                                                const std::vector<std::string>& source_files,
                                                list_lines& lines, const output_guard& guard,
-                                               exact_messages& messages) {
+                                               exact_messages& messages, manifest* evidence) {
     notices told;
     auto source = open_source(options.source, source_files, told);
     if (!source) {
@@ -261,20 +282,37 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
     messages.info("exact source " + source->shown_path + ", " + std::to_string(source->bytes->size()) +
                   " bytes");
     messages.warn(told);
+    if (evidence != nullptr) {
+        evidence->set_source(*source, source_files);
+        evidence->add_warnings(told);
+    }
     if (options.verify_source) {
         return verify_source(*source, messages);
     }
     if (options.volumes) {
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);
     }
-    return open_volume(*source, options, messages).and_then([&](std::unique_ptr<exact_volume> volume) {
-        if (options.list) {
-            return tl::expected<exit_status, ended>(list_volume(*source, *volume, options, messages));
+    return open_volume(*source, options, messages, evidence)
+        .and_then([&](std::unique_ptr<exact_volume> volume) {
+            if (options.list) {
+                return tl::expected<exit_status, ended>(list_volume(*source, *volume, options, messages));
+            }
+            copy_session session(*source, *volume, options, guard, messages, evidence);
+            return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, messages)
+                                                                 : copy_one(session, *options.object));
+        });
+}
+
+// A run that ended before its first copy has its line in the manifest as a copy has. Gives the failure of
+// that line in place of `why` if it cannot be written.
+ended recorded(ended why, manifest* evidence, exact_messages& messages) {
+    if (evidence != nullptr) {
+        if (auto added = evidence->add_ended_run(why.why); !added) {
+            messages.err(why.why.text());
+            return {exit_status::failed, std::move(added.error())};
         }
-        copy_session session(*source, *volume, options, guard, messages);
-        return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, messages)
-                                                             : copy_one(session, *options.object));
-    });
+    }
+    return why;
 }
 
 void give_up_rights(const exact_options& options, const std::vector<std::string>& source_files,
@@ -299,13 +337,21 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
     const auto source_files = files_of_source(options.source);
     guard.add_sources(source_files.value_or(options.source.paths));
     list_lines lines(read_standard_input);
+    std::unique_ptr<manifest> evidence;
     const auto status =
         open_log(options, arguments, header, guard, messages)
+            .and_then([&] { return open_manifest(options, arguments, guard); })
+            .map([&](std::unique_ptr<manifest> opened) { evidence = std::move(opened); })
             .and_then([&] { return refuse_outputs(options, guard); })
-            .and_then([&] { return look_at_source_files(source_files); })
             .and_then([&] { return begin_list(options, lines); })
-            .map([&] { give_up_rights(options, *source_files, kernel); })
-            .and_then([&] { return read_and_copy(options, *source_files, lines, guard, messages); });
+            .and_then([&] {
+                return look_at_source_files(source_files)
+                    .map([&] { give_up_rights(options, *source_files, kernel); })
+                    .and_then([&] {
+                        return read_and_copy(options, *source_files, lines, guard, messages, evidence.get());
+                    })
+                    .map_error([&](ended why) { return recorded(std::move(why), evidence.get(), messages); });
+            });
     if (!status) {
         messages.err(status.error().why.text());
     }

@@ -73,10 +73,12 @@ result<opened_source> open_raw(const std::string& path, notices& told) {
     if (auto refused = refuse_container(exact_source(**bytes, shown)); !refused) {
         return passed_on(refused);
     }
-    if (is_mounted(path)) {
+    const bool mounted = is_mounted(path);
+    if (mounted) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");
     }
     opened_source source{std::move(*bytes), shown, {}};
+    source.mounted = mounted;
     return watch(source, {path}).map([&] { return std::move(source); });
 }
 
@@ -97,6 +99,7 @@ result<opened_source> open_ewf(const std::vector<std::string>& segments) {
         return cannot_open(segments.front(), shown_typed(why));
     }
     opened_source source{nullptr, shown_typed(segments.front()), {}};
+    source.is_ewf = true;
     source.acquired_md5 = image->stored_digest("MD5");
     source.acquired_sha1 = image->stored_digest("SHA1");
     source.bytes = std::move(image);

@@ -22,6 +22,8 @@ struct opened_source {
     std::string shown_path;
     // The files that the bytes come from, opened to see whether they change.
     std::vector<std::unique_ptr<file_source>> files;
+    bool mounted = false;  // a block device that this system has mounted
+    bool is_ewf = false;
 
     // Digests of an EWF image that were stored when the disk was acquired, in hexadecimal; empty if there are
     // none.

@@ -68,6 +68,12 @@ void output_guard::protect_log(const std::string& path) {
     }
 }
 
+void output_guard::protect_file(const std::string& path) {
+    if (const found_file found = look_up(path); found.exists) {
+        m_protected.insert(found.id);
+    }
+}
+
 output_verdict output_guard::look_at(const std::string& path, output_kind kind) const {
     const found_file found = look_up(path);
     if (found.exists) {

@@ -41,6 +41,8 @@ class output_guard {
     void add_sources(const std::vector<std::string>& paths);
     // The log is from here on no output but as itself.
     void protect_log(const std::string& path);
+    // The file at a path takes from here on no output of any kind. Whoever has it open may write to it.
+    void protect_file(const std::string& path);
     // From here on nothing that exists is replaced by a copy or a report.
     void keep_what_exists() { m_keeps_existing = true; }
     // From here on a path that took a report takes no copy, and the reverse. Both are remembered in some

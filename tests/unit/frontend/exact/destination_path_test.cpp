@@ -158,10 +158,12 @@ TEST_F(destination_path, a_file_of_the_run_is_refused_under_any_of_its_names) {
     fs::create_symlink(in_dir("source"), in_dir("link"));
     for (const std::string name : {"source", "same", "link"}) {
         EXPECT_EQ(answer(name, true, {in_dir("source")}),
-                  "exists: is a file of this run: a source, the log or a standard stream");
-        EXPECT_EQ(answer(name, true, {}, in_dir("source")),
-                  name == "link" ? "exists: is a link"
-                                 : "exists: is a file of this run: a source, the log or a standard stream");
+                  "exists: is a file of this run: a source, the log, the manifest or a standard stream");
+        EXPECT_EQ(
+            answer(name, true, {}, in_dir("source")),
+            name == "link"
+                ? "exists: is a link"
+                : "exists: is a file of this run: a source, the log, the manifest or a standard stream");
     }
     make_file("other");
     EXPECT_EQ(answer("other", true, {in_dir("source")}), "good");

@@ -297,8 +297,7 @@ TEST(exact_options, an_empty_path_is_refused) {
 }
 
 TEST(exact_options, every_option_of_the_default_mode_alone_is_refused_with_a_hint) {
-    EXPECT_EQ(refusal_of(whole + "-meta"),
-              "-meta is not taken with -exact: say -manifest, which is not there yet (not-yet)");
+    EXPECT_EQ(refusal_of(whole + "-meta"), "-meta is not taken with -exact: say -manifest");
     EXPECT_EQ(refusal_of(whole + "-filter *.txt"),
               "-filter is not taken with -exact: choose the lines ahead of -pipe");
     EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
@@ -365,9 +364,31 @@ TEST(exact_options, what_is_missing_is_said) {
 }
 
 TEST(exact_options, an_option_that_is_not_built_says_so) {
-    for (const std::string option : {"-sha256", "-resume", "-threads 2", "-manifest m"}) {
-        EXPECT_EQ(refusal_of(whole + option),
-                  option.substr(0, option.find(' ')) + " is not there yet (not-yet)");
+    EXPECT_EQ(refusal_of(whole + "-threads 2"), "-threads is not there yet (not-yet)");
+    EXPECT_EQ(refusal_of(whole + "-manifest m -resume"), "-resume is not there yet (not-yet)");
+}
+
+TEST(exact_options, a_manifest_goes_with_digests_and_with_what_the_user_knows_of_the_source) {
+    const std::string digest = "0123456789abcdef0123456789ABCDEF0123456789abcdef0123456789ABCDEF";
+    EXPECT_FALSE(options_of(whole).sha256);
+    EXPECT_TRUE(options_of(whole + "-sha256").sha256);
+    const exact_options options = options_of(whole + "-manifest m.jsonl -source_sha256 " + digest);
+    EXPECT_EQ(options.manifest_path, "m.jsonl");
+    EXPECT_TRUE(options.sha256);
+    EXPECT_EQ(options.source_sha256, "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef");
+    EXPECT_TRUE(options_of("-exact -image d -dst b -cluster 5 -manifest m -sha256").sha256);
+    EXPECT_EQ(refusal_of(whole + "-source_sha256 " + digest), "-source_sha256 needs -manifest");
+    EXPECT_EQ(refusal_of(whole + "-resume"), "-resume needs -manifest");
+    EXPECT_EQ(refusal_of("-exact -image d -volumes -manifest m"),
+              "-manifest and -volumes exclude each other");
+}
+
+TEST(exact_options, a_digest_of_the_source_has_64_hexadecimal_digits) {
+    const std::string digest(64, 'a');
+    for (const std::string& wrong :
+         {digest.substr(1), digest + "a", digest.substr(1) + "g", "0x" + digest.substr(2)}) {
+        EXPECT_EQ(refusal_of(whole + "-manifest m -source_sha256 " + wrong),
+                  "-source_sha256 \"" + wrong + "\" is no SHA-256; it has 64 hexadecimal digits");
     }
 }
 

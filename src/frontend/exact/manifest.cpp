@@ -1,0 +1,113 @@
+#include "frontend/exact/manifest.h"
+
+#include <array>
+#include <climits>
+#include <ctime>
+#include <unistd.h>
+#include <utility>
+
+namespace quarry::exact {
+
+namespace {
+
+std::int64_t now() {
+    return static_cast<std::int64_t>(std::time(nullptr));
+}
+
+std::string host_name() {
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+std::string working_directory() {
+    std::array<char, PATH_MAX> path{};
+    return ::getcwd(path.data(), path.size()) == nullptr ? "" : path.data();
+}
+
+std::string kind_text(enum source_choice::kind kind) {
+    switch (kind) {
+        case source_choice::kind::image:
+            return "image";
+        case source_choice::kind::partition:
+            return "partition";
+        case source_choice::kind::vmdk:
+            break;
+    }
+    return "vmdk";
+}
+
+}  // namespace
+
+manifest::manifest(const exact_options& options, const arg_list& arguments,
+                   std::unique_ptr<manifest_file> file, only_by_open)
+    : m_file(std::move(file)), m_options(options), m_run{now(), host_name(), working_directory(), arguments} {
+    m_source.kind = kind_text(options.source.kind);
+    for (const std::string& path : options.source.paths) {
+        m_source.files.push_back({path});
+    }
+    m_source.sha256_told = options.source_sha256;
+}
+
+result<std::unique_ptr<manifest>> manifest::open(const exact_options& options, const arg_list& arguments,
+                                                 output_guard& guard) {
+    auto file = manifest_file::open(options.manifest_path, guard);
+    if (!file) {
+        return passed_on(file);
+    }
+    return std::make_unique<manifest>(options, arguments, std::move(*file), only_by_open{});
+}
+
+void manifest::set_source(const opened_source& source, const std::vector<std::string>& files) {
+    m_source.kind = source.is_ewf ? "ewf" : m_source.kind;
+    m_source.files.clear();
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const bool is_open = i < source.files.size();
+        m_source.files.push_back({files[i], is_open ? std::optional(source.files[i]->size()) : std::nullopt});
+    }
+    m_source.acquired_md5 = source.acquired_md5;
+    m_source.acquired_sha1 = source.acquired_sha1;
+    m_source.sector_size = source.bytes->sector_size();
+    m_source.mounted = source.mounted;
+}
+
+void manifest::add_warnings(const notices& told) {
+    m_warnings.insert(m_warnings.end(), told.all().begin(), told.all().end());
+}
+
+result<void> manifest::append(const manifest_entry& entry) {
+    auto appended = m_file->append(manifest_line(entry));
+    if (!appended) {
+        appended.error().why =
+            (entry.copy ? "the copy stands, its line is missing: " : "its line is missing: ") +
+            appended.error().why;
+    }
+    return appended;
+}
+
+result<void> manifest::add(record added) {
+    manifest_entry entry{m_run, m_source};
+    entry.volume = m_volume;
+    entry.line = added.line;
+    entry.finished = now();
+    entry.outcome = added.outcome;
+    entry.error = added.error;
+    entry.warnings = m_warnings;
+    if (added.told != nullptr) {
+        entry.warnings.insert(entry.warnings.end(), added.told->all().begin(), added.told->all().end());
+    }
+    entry.object = std::move(added.object);
+    entry.copy = std::move(added.copy);
+    return append(entry);
+}
+
+result<void> manifest::add_ended_run(const failure& why) {
+    manifest_entry entry{m_run, m_source};
+    entry.finished = now();
+    entry.outcome = "failed";
+    entry.error = &why;
+    entry.warnings = m_warnings;
+    entry.object.raw = m_options.raw;
+    return append(entry);
+}
+
+}  // namespace quarry::exact
