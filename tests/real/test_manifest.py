@@ -1,0 +1,252 @@
+"""Manifests of many runs: every line is what docs/manifest.schema.json describes, and says what other tools say.
+
+The volume is made by mkntfs and filled through ntfs-3g.
+"""
+
+import datetime
+import hashlib
+import json
+import os
+import pathlib
+import re
+import shutil
+import struct
+import subprocess
+import typing
+
+import pytest
+
+from test_links import set_reparse
+from volumes import FILE_ATTRIBUTE_COMPRESSED, MIB, TIME_LIMIT, Volume, need, need_mounting, pattern, run_tool
+
+jsonschema = pytest.importorskip("jsonschema") if not os.environ.get("CI") else __import__("jsonschema")
+
+SCHEMA = json.loads((pathlib.Path(__file__).parents[2] / "docs" / "manifest.schema.json").read_text(encoding="utf-8"))
+WOF = 0x80000017
+TEXT = b"a line of text that compresses well\n" * 4000
+
+# Names as the driver takes them.
+NAMES = ("plain.txt", "größe.txt", "中文名称", "🏔️⛏️", "quote\"d", b"back\\slash", b"control\x01\x1f", b"delete\x7f",
+         b"lone \xed\xa0\x80 surrogate", b"low \xed\xbf\xbf", b"c1 \xc2\x9b", "right \u202e left", "line\u2028feed",
+         "tab\tand\nline", "x" * 255)
+
+
+class Made(typing.NamedTuple):
+    volume: Volume
+    written: dict  # name as bytes: content
+    entries: dict  # name as bytes: number of the entry
+    times: dict  # name as bytes: time of modification, in 100 ns since 1970
+    deleted: int
+
+
+@pytest.fixture(scope="module")
+def made(tmp_path_factory):
+    need_mounting()
+    folder = tmp_path_factory.mktemp("manifest")
+    image = folder / "volume.img"
+    with open(image, "wb") as out:
+        out.truncate(64 * MIB)
+    run_tool("mkntfs", "-q", "-F", "-Q", "-p", 0, "-L", "Label ü", image)
+    volume = Volume(image, folder / "mount")
+    filled = Made(volume, {}, {}, {}, 0)
+
+    def put(root, name, content):
+        path = os.fsencode(root) + b"/" + os.fsencode(name)
+        with open(path, "wb") as file:
+            file.write(content)
+        status = os.stat(path)
+        filled.written[os.fsencode(name)] = content
+        filled.entries[os.fsencode(name)] = status.st_ino
+        filled.times[os.fsencode(name)] = status.st_mtime_ns // 100
+
+    with volume.mounted("compression") as root:
+        for index, name in enumerate(NAMES):
+            put(root, name, pattern(100 + 3000 * index, index))
+        (root / "packed").mkdir()
+        attributes = struct.unpack("<I", os.getxattr(root / "packed", "system.ntfs_attrib"))[0]
+        os.setxattr(root / "packed", "system.ntfs_attrib", struct.pack("<I", attributes | FILE_ATTRIBUTE_COMPRESSED))
+        put(root, "packed/text", TEXT)
+        put(root, "wof", TEXT[:4096])
+        with open(root / "wof:WofCompressedData", "wb") as file:
+            file.write(TEXT[:4096])  # one chunk, as long as what it stands for
+        set_reparse(root / "wof", struct.pack("<IHH4I", WOF, 16, 0, 1, 2, 1, 0))
+        with open(root / "plain.txt:Note:1", "wb") as file:
+            file.write(b"note")
+        put(root, "gone", pattern(20000, "gone"))
+        os.unlink(root / "gone")
+        put(root, "last", pattern(9 * MIB, "last"))
+    yield filled._replace(deleted=filled.entries[b"gone"])
+    shutil.rmtree(folder)
+
+
+class Exact:
+    def __init__(self, folder):
+        self.program = os.environ["QUARRY_PROGRAM"]
+        self.folder = folder
+        self.lines = []
+        (folder / "out").mkdir()
+
+    def __call__(self, *words, standard_input=b"", status=None, manifest="m.jsonl"):
+        """Runs with a manifest; gives the lines that the run has added, each checked against the schema."""
+        before = self.read(manifest)
+        done = subprocess.run([self.program, "-exact", *[os.fsencode(word) for word in words], "-manifest", manifest],
+                              cwd=self.folder, capture_output=True, input=standard_input, timeout=TIME_LIMIT, check=False)
+        assert status is None or done.returncode == status, (done.returncode, done.stderr)
+        after = self.read(manifest)
+        assert after.startswith(before)
+        assert after.endswith(b"\n") or not after
+        added = [json.loads(line) for line in after[len(before):].decode("utf-8").split("\n")[:-1]]
+        for line in added:
+            jsonschema.validate(line, SCHEMA, jsonschema.Draft202012Validator)
+        self.lines += added
+        return added
+
+    def read(self, name):
+        path = self.folder / name
+        return path.read_bytes() if path.exists() else b""
+
+    def copied(self, line):
+        return (self.folder / line["copy"]["path"]).read_bytes()
+
+
+@pytest.fixture
+def exact(scratch):
+    return Exact(scratch)
+
+
+def ticks(text):
+    """Of a time in the manifest, in 100 ns since 1970."""
+    found = re.fullmatch(r"(.*)\.(\d{7})Z", text)
+    seconds = datetime.datetime.fromisoformat(found[1]).replace(tzinfo=datetime.timezone.utc).timestamp()
+    return int(seconds) * 10 ** 7 + int(found[2])
+
+
+def test_the_schema_is_one_and_refuses_what_is_no_line():
+    jsonschema.Draft202012Validator.check_schema(SCHEMA)
+    validator = jsonschema.Draft202012Validator(SCHEMA)
+    for wrong in ({}, [], {"schema": "quarry-manifest/1"}):
+        assert not validator.is_valid(wrong)
+
+
+def test_every_name_is_given_back_and_leads_to_the_same_bytes(made, exact):
+    by_number = [f"{made.entries[os.fsencode(name)]}" for name in NAMES]
+    lines = exact("-image", made.volume.image, "-pipe", "-dst", "out/", standard_input="\n".join(by_number).encode())
+    assert len(lines) == len(NAMES)
+    for index, (name, line) in enumerate(zip(NAMES, lines)):
+        content = made.written[os.fsencode(name)]
+        assert line["result"] == "complete", line["error"]
+        assert line["object"]["entry"] == made.entries[os.fsencode(name)]
+        assert line["copy"]["sha256"] == hashlib.sha256(content).hexdigest()
+        assert line["copy"]["size"] == len(content)
+        assert exact.copied(line) == content
+        assert line["object"]["path"] == "/" + line["object"]["names"][0]["name"]
+        again = exact("-image", made.volume.image, "-src", line["object"]["path"], "-dst", f"copy{index}", status=0)
+        assert again[0]["object"]["path"] == line["object"]["path"]
+        assert again[0]["copy"]["sha256"] == line["copy"]["sha256"]
+    assert len({line["object"]["path"] for line in lines}) == len(NAMES)
+
+
+def test_times_are_those_that_the_driver_shows(made, exact):
+    for name in ("größe.txt", "quote\"d", "last"):
+        line, = exact("-image", made.volume.image, "-src", "/" + name, "-dst", "out/", status=0)
+        assert ticks(line["times"]["standard"]["modified"]) == made.times[os.fsencode(name)]
+
+
+def test_what_was_read_and_how_it_is_stored_is_said(made, exact):
+    line, = exact("-image", made.volume.image, "-src", "/plain.txt", "-dst", "a", status=0)
+    assert line["object"]["resident"] is True
+    assert line["volume"]["label"] == "Label ü"
+    assert line["source"]["files"] == [{"path": str(made.volume.image), "size": 64 * MIB, "sha256_told": None}]
+    assert line["volume"]["cluster_size"] == made.volume.geometry()[1]
+    line, = exact("-image", made.volume.image, "-src", "/packed/text", "-dst", "b", status=0)
+    assert line["object"]["compression"] == {"kind": "lznt1", "unit": 65536}
+    assert line["copy"]["sha256"] == hashlib.sha256(TEXT).hexdigest()
+    line, = exact("-image", made.volume.image, "-src", "/packed/text", "-raw", "-dst", "c", status=0)
+    assert line["object"]["raw"] is True and line["copy"]["size"] == line["object"]["allocated"]
+    line, = exact("-image", made.volume.image, "-src", "/wof", "-dst", "d", status=0)
+    assert line["object"]["compression"] == {"kind": "wof", "format": "xpress4k"}
+    assert line["object"]["reparse"] == "0x80000017 (WOF)"
+    assert exact.copied(line) == TEXT[:4096]
+    line, = exact("-image", made.volume.image, "-src", "/plain.txt:Note\\:1", "-dst", "e", "-md5", status=0)
+    assert line["object"]["stream"] == "Note\\:1"
+    assert line["copy"]["md5"] == hashlib.md5(b"note").hexdigest()
+    line, = exact("-image", made.volume.image, "-src", "/::$INDEX_ROOT", "-dst", "f")
+    line, = exact("-image", made.volume.image, "-cluster", "0", "2", "-dst", "g", status=0)
+    assert (line["object"]["lcn"], line["object"]["clusters"], line["object"]["type"]) == (0, 2, None)
+    with open(made.volume.image, "rb") as image:
+        assert line["copy"]["sha256"] == hashlib.sha256(image.read(line["copy"]["size"])).hexdigest()
+
+
+def test_a_copy_in_doubt_names_the_doubt(made, exact):
+    line, = exact("-image", made.volume.image, "-mft", str(made.deleted), "-dst", "a", status=4)
+    assert line["result"] == "in doubt"
+    assert line["object"]["in_use"] is False
+    assert line["object"]["reused_clusters"] is not None
+    assert "deleted" in [warning["code"] for warning in line["warnings"]]
+
+
+def test_what_could_not_be_read_is_said_to_the_byte(made, exact):
+    entry = made.entries[b"last"]
+    lcn = int(re.search(rb"Type: \$DATA.*\n(\d+)", run_tool("istat", "-f", "ntfs", made.volume.image, entry))[1])
+    cut = exact.folder / "cut.img"
+    shutil.copyfile(made.volume.image, cut)
+    first = lcn * made.volume.geometry()[1] + 5 * MIB
+    os.truncate(cut, first)
+    line, = exact("-image", cut, "-src", "/last", "-dst", "a", status=1)
+    assert line["error"]["code"] in ("source-end", "source-read")
+    assert line["object"]["size"] == 9 * MIB and line["copy"] is None
+    line, = exact("-image", cut, "-src", "/last", "-zero_unreadable", "-dst", "b", status=4)
+    content = exact.copied(line)
+    written = made.written[b"last"]
+    assert line["unread"]
+    for span in line["unread"]:
+        assert content[span["offset"]:span["offset"] + span["length"]] == bytes(span["length"])
+        written = written[:span["offset"]] + bytes(span["length"]) + written[span["offset"] + span["length"]:]
+    assert content == written
+    assert line["copy"]["sha256"] == hashlib.sha256(content).hexdigest()
+
+
+def test_a_failure_has_a_line_whatever_failed(made, exact):
+    line, = exact("-image", "nothing.img", "-src", "/a", "-dst", "a", status=5)
+    assert line["error"]["code"] == "source-open"
+    (exact.folder / "empty.img").write_bytes(bytes(MIB))
+    line, = exact("-image", "empty.img", "-src", "/a", "-dst", "a", status=5)
+    assert line["error"]["code"] == "no-volume" and line["source"]["files"][0]["size"] == MIB
+    line, = exact("-image", made.volume.image, "-src", "/packed", "-dst", "a", status=1)
+    assert line["error"]["code"] == "directory" and line["object"]["path"] == "/packed"
+    line, = exact("-image", made.volume.image, "-cluster", "99999999", "-dst", "a", status=2)
+    assert line["error"]["code"] == "outside" and line["object"]["lcn"] == 99999999
+    lines = exact("-image", made.volume.image, "-pipe", "-dst", "out/", standard_input=b"/\xff\n/plain.txt\n", status=3)
+    assert [each["result"] for each in lines] == ["failed", "complete"]
+    assert lines[0]["object"]["asked"] == "/\ufffd"
+
+
+def test_a_path_of_the_host_that_is_no_text_is_kept_to_the_byte(made, exact):
+    odd = os.fsencode(exact.folder) + b"/d\xff\xe4.img"
+    shutil.copyfile(made.volume.image, odd)
+    line, = exact("-image", b"d\xff\xe4.img", "-src", "/plain.txt", "-dst", b"\xc3\x28", status=0)
+    file, = line["source"]["files"]
+    assert file["path"] == "d\ufffd\ufffd.img" and bytes.fromhex(file["path_bytes"]) == b"d\xff\xe4.img"
+    assert bytes.fromhex(line["copy"]["path_bytes"]) == b"\xc3\x28"
+    assert (exact.folder / os.fsdecode(b"\xc3\x28")).read_bytes() == made.written[b"plain.txt"]
+
+
+def test_a_full_disk_ends_the_run_and_leaves_whole_lines(made, exact):
+    need(shutil.which("unshare"), "unshare is not installed")
+    script = """
+        mkdir small && mount -t tmpfs -o size=4k,mode=777 tmpfs small || exit 99
+        printf '/plain.txt\\n/last\\n24\\n25\\n26\\n27\\n' |
+            "$0" -exact -image "$1" -pipe -dst out/ -manifest small/m.jsonl
+        status=$?
+        cp small/m.jsonl kept.jsonl
+        exit $status
+    """
+    done = subprocess.run(["unshare", "-m", "sh", "-c", script, exact.program, str(made.volume.image)], cwd=exact.folder,
+                          capture_output=True, timeout=TIME_LIMIT, check=False)
+    need(done.returncode != 99, "no file system can be mounted here")
+    assert done.returncode == 1, done.stderr
+    assert b": No space left on device\n" in done.stderr
+    kept = exact.read("kept.jsonl")
+    assert kept.endswith(b"\n")
+    for line in kept.splitlines():
+        jsonschema.validate(json.loads(line), SCHEMA, jsonschema.Draft202012Validator)
