@@ -108,7 +108,8 @@ TEST_F(manifests, note_what_the_user_knows_of_the_source) {
     const words all = lines();
     ASSERT_EQ(all.size(), 1u);
     expect_in(all[0], R"("files":[{"path":"volume","size":)" +
-                          std::to_string(fs::file_size(m_dir / "volume")) + R"(,"sha256_told":")" +
+                          std::to_string(fs::file_size(m_dir / "volume")) +
+                          R"(,"acquired_md5":null,"acquired_sha1":null,"sha256_told":")" +
                           std::string(64, 'a') + R"("}])");
 }
 

@@ -17,7 +17,7 @@ import typing
 import pytest
 
 from test_links import set_reparse
-from volumes import FILE_ATTRIBUTE_COMPRESSED, MIB, TIME_LIMIT, Volume, need, need_mounting, pattern, run_tool
+from volumes import FILE_ATTRIBUTE_COMPRESSED, MIB, TIME_LIMIT, Volume, need, need_mounting, need_tools, pattern, run_tool
 
 jsonschema = pytest.importorskip("jsonschema") if not os.environ.get("CI") else __import__("jsonschema")
 
@@ -156,7 +156,8 @@ def test_what_was_read_and_how_it_is_stored_is_said(made, exact):
     line, = exact("-image", made.volume.image, "-src", "/plain.txt", "-dst", "a", status=0)
     assert line["object"]["resident"] is True
     assert line["volume"]["label"] == "Label ü"
-    assert line["source"]["files"] == [{"path": str(made.volume.image), "size": 64 * MIB, "sha256_told": None}]
+    assert line["source"]["files"] == [{"path": str(made.volume.image), "size": 64 * MIB, "acquired_md5": None,
+                                        "acquired_sha1": None, "sha256_told": None}]
     assert line["volume"]["cluster_size"] == made.volume.geometry()[1]
     line, = exact("-image", made.volume.image, "-src", "/packed/text", "-dst", "b", status=0)
     assert line["object"]["compression"] == {"kind": "lznt1", "unit": 65536}
@@ -229,6 +230,24 @@ def test_a_path_of_the_host_that_is_no_text_is_kept_to_the_byte(made, exact):
     assert file["path"] == "d\ufffd\ufffd.img" and bytes.fromhex(file["path_bytes"]) == b"d\xff\xe4.img"
     assert bytes.fromhex(line["copy"]["path_bytes"]) == b"\xc3\x28"
     assert (exact.folder / os.fsdecode(b"\xc3\x28")).read_bytes() == made.written[b"plain.txt"]
+
+
+def test_digests_of_an_acquisition_are_noted(made, exact):
+    need_tools("ewfacquire")
+    run_tool("ewfacquire", "-u", "-q", "-d", "sha1", "-c", "fast", "-S", "4194304", "-t", exact.folder / "disk", made.volume.image)
+    segments = sorted(exact.folder.glob("disk.E*"))
+    assert len(segments) > 1
+    line, = exact("-image", "disk.E01", "-src", "/last", "-dst", "a", "-source_sha256", "ab" * 32, status=0)
+    content = made.volume.image.read_bytes()
+    assert line["source"]["kind"] == "ewf"
+    assert [(file["path"], file["size"]) for file in line["source"]["files"]] == [
+        (segment.name, segment.stat().st_size) for segment in segments]
+    first, *others = line["source"]["files"]
+    assert first["acquired_md5"] == hashlib.md5(content).hexdigest()
+    assert first["acquired_sha1"] == hashlib.sha1(content).hexdigest()
+    assert first["sha256_told"] == "ab" * 32
+    assert {file["acquired_md5"] for file in others} == {file["sha256_told"] for file in others} == {None}
+    assert line["copy"]["sha256"] == hashlib.sha256(made.written[b"last"]).hexdigest()
 
 
 def test_a_full_disk_ends_the_run_and_leaves_whole_lines(made, exact):
