@@ -125,6 +125,10 @@ class Cases:
             "dd of records": f"dd if={image} of=copy bs=1024 count={count} status=none",
             "ntfscat": f"ntfscat {image} {path} > copy",
         }, {"dd of records": 1 / 6})
+        self.bench.compare(f"{count} files listed", {
+            "quarry": f"{self.quarry} -exact -image {image} -list / -recurse > copy",
+            "fls": f"fls -r -p {image} > copy",
+        }, {"fls": 1.0}, most_memory=32)
         paths = self.volumes.directory / "paths"
         wanted = range(0, count, max(1, count // 2000))
         paths.write_text("".join(f"/many/file{n:06d}.txt\n" for n in wanted), encoding="utf-8")

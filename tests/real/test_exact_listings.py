@@ -198,3 +198,42 @@ def test_of_a_volume_with_a_torn_record_has_all_other_names(quarry, make_volume)
         image.write(bytes([record[510] ^ 1]))
     assert sector == 512
     assert listing(quarry, volume, "/", "-recurse", status=3) == [line for line in whole if line != victim]
+
+
+def copied(quarry, volume, orders, target, *arguments):
+    """Copies what lines of a listing name into a tree, and gives the copies by their path there."""
+    target.mkdir()
+    done = subprocess.run([quarry.program, "-exact", "-image", str(volume.image), "-pipe", "-tree", *arguments, "-dst",
+                           f"{target}/"], input=orders.encode(), capture_output=True, timeout=TIME_LIMIT, check=False)
+    return done, {str(path.relative_to(target)): path.read_bytes() for path in target.rglob("*") if path.is_file()}
+
+
+def test_a_line_is_an_order_to_copy(quarry, make_volume, scratch):
+    volume = make_volume()
+    with volume.mounted():
+        fill(volume.mount_point)
+    # Of the many files a few; a name of more than 255 bytes is none on the host.
+    lines = [line for line in listing(quarry, volume, "/", "-recurse")
+             if line[1] in "fs" and not line[4].startswith("/$") and not re.search("file [0-9]*[1-9][0-9]$", line[4])
+             and len(line[4].split("/")[-1].encode()) <= 255]
+    done, copies = copied(quarry, volume, "".join("\t".join(line) + "\n" for line in lines), scratch / "all")
+    assert done.returncode == 0, done.stderr[-2000:]
+    assert len(copies) == len(lines)
+    assert len(lines) > 2 * (len(NAMES) - 1) + 5
+    assert sorted(len(content) for content in copies.values()) == sorted(int(line[2]) for line in lines)
+    assert copies["tree/streams.txt"] == copies["tree/below/second name"] == b"main"
+    assert copies["tree/streams.txt_first"] == copies["tree/below/second name_first"] == b"12345"
+
+
+def test_a_line_of_a_deleted_file_is_an_order_to_copy(quarry, make_volume, scratch):
+    volume = make_volume()
+    with volume.mounted():
+        for number in range(20):
+            (volume.mount_point / f"file {number}").write_bytes(b"%d" % number * 50)
+    with volume.mounted():
+        for number in range(20):
+            (volume.mount_point / f"file {number}").unlink()
+    lines = [line for line in listing(quarry, volume, "/", "-deleted") if line[4].startswith("/file")]
+    done, copies = copied(quarry, volume, "".join("\t".join(line) + "\n" for line in lines), scratch / "all")
+    assert done.returncode in (0, 4), done.stderr[-2000:]
+    assert copies == {f"file {number}": b"%d" % number * 50 for number in range(20)}
