@@ -5,6 +5,7 @@
 #             which somebody works on should not have; a container is a good place.
 #   damage    scripts/damage.sh with all its cases, some 15 minutes on two cores
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
+#   package   scripts/package.sh --compile: the source tarball compiled too, some 5 minutes
 #   tidy      scripts/lint.sh deep: the static analyzer without the bound that it has there otherwise, 10 minutes
 #
 # Usage: scripts/full.sh [--install] [PART...]      all of them unless told otherwise; each runs, whatever the others found
@@ -17,7 +18,7 @@ if [ "${1:-}" = --install ]; then
     shift
 fi
 parts=("$@")
-[ $# -gt 0 ] || parts=(servers damage fuzz tidy)
+[ $# -gt 0 ] || parts=(servers package damage fuzz tidy)
 cd "$QUARRY_ROOT"
 
 servers() {
@@ -30,10 +31,11 @@ failed=()
 for part in "${parts[@]}"; do
     case $part in
         servers) servers || failed+=("$part") ;;
+        package) scripts/package.sh --compile || failed+=("$part") ;;
         damage) scripts/damage.sh 200000 || failed+=("$part") ;;
         fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
         tidy) scripts/lint.sh deep || failed+=("$part") ;;
-        *) echo "usage: scripts/full.sh [--install] [servers] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [package] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
     esac
 done
 if [ ${#failed[@]} -gt 0 ]; then

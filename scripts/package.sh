@@ -2,13 +2,16 @@
 # Makes the Debian package, a tarball with a static program for other systems, and the source tarball, and tries all:
 # the package is installed in a bare Debian system in a scratch directory, copies a file of the sample disk there and
 # is removed without a trace; the static program copies in a bare system that is older; the source tarball holds what
-# git knows and builds as the README says, in another directory, to the same bytes. All end in build/release/packages.
+# git knows. All end in build/release/packages.
 # Each is the same to the byte whenever and wherever it is made: SOURCE_DATE_EPOCH is the time of the last commit.
-# Usage: scripts/package.sh
+# Usage: scripts/package.sh [--compile]      compiles the source tarball as the README says, in another directory, too:
+#                                            it must give the same bytes. scripts/full.sh does so.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=lib/setup.sh
 source "$(dirname "$0")/lib/setup.sh"
 
+compile=${1:-}
+case $compile in "" | --compile) ;; *) echo "usage: scripts/package.sh [--compile]" >&2; exit 2 ;; esac
 quarry_need build package
 quarry_prepare release quarry
 cd "$QUARRY_ROOT"
@@ -107,18 +110,23 @@ same "files of the tarball and of git" "$work/known" "$work/packed"
 tar -xf "$tarball" -C "$work"
 unpacked=$work/quarry-$version
 # The commands of the README, on the tree as it was unpacked; every file is compiled anew.
-(
+compile_tarball() (
     cd "$unpacked"
     export CCACHE_DISABLE=1
     cmake --preset release -DQUARRY_TESTS=OFF >/dev/null
     cmake --build --preset release -- --quiet
     DESTDIR=$work/installed cmake --install build/release --prefix /usr/local >/dev/null
 )
-"$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
-same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
-cmp "$QUARRY" "$unpacked/build/release/src/quarry" || fail "the same source in two directories gives two programs"
-[ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
-[ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
+if [ "$compile" = --compile ]; then
+    compile_tarball
+    "$work/installed/usr/local/bin/quarry" -h 2>"$work/usage"
+    same "the usage of the program from the tarball" "$work/usage.built" "$work/usage"
+    cmp "$QUARRY" "$unpacked/build/release/src/quarry" || fail "the same source in two directories gives two programs"
+    [ -s "$work/installed/usr/local/share/man/man1/quarry.1" ] || fail "no manual page from the tarball"
+    [ -s "$work/installed/usr/local/share/zsh/site-functions/_quarry" ] || fail "no zsh completion from the tarball"
+else
+    cmake -S "$unpacked" -B "$work/configured" -G Ninja -DQUARRY_TESTS=OFF >/dev/null || fail "the tarball does not suffice for cmake"
+fi
 
 quarry_say "a bare system"
 wait "$making_root" || fail "no system to install in"

@@ -78,10 +78,13 @@ quarry_install() {
 }
 
 # Configures and builds one preset, all of it or one target. With CI set, where no cache of compiled files helps, the
-# headers of the tests are precompiled for `release` too.
+# headers of the tests are precompiled for `release` too, and those of `sanitizers` do not each start a program.
 quarry_build() {
     local preset=$1 target=${2:-all} log options=()
-    if [ -n "${CI:-}" ] && [ "$preset" = release ]; then options=(-DQUARRY_PRECOMPILE=TESTS); fi
+    case "${CI:+ci} $preset" in
+        "ci release") options=(-DQUARRY_PRECOMPILE=TESTS) ;;
+        "ci sanitizers") options=(-DQUARRY_TESTS_TOGETHER=ON) ;;
+    esac
     quarry_say "building: $preset"
     log=$(cd "$QUARRY_ROOT" && cmake --preset "$preset" "${options[@]}" 2>&1) || { echo "$log"; return 1; }
     cmake --build "$QUARRY_ROOT/build/$preset" --target "$target" -- --quiet
