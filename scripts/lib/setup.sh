@@ -18,7 +18,7 @@ quarry_packages() {
         test) echo libgtest-dev libgmock-dev python3 python3-pytest python3-jsonschema ntfs-3g fuse3 fdisk gdisk \
             dosfstools e2fsprogs qemu-utils sleuthkit python3-libfsntfs libwim-dev ewf-tools xz-utils attr strace \
             util-linux mount coreutils binutils ;;
-        docs) echo mandoc zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
+        docs) echo mandoc jq zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
             libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
