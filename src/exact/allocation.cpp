@@ -31,7 +31,8 @@ result<allocation> allocation::open(const mft& table, notices& told) {
             if (stored.size() < (shape.clusters + 7) / 8) {
                 return fail(failure_code::sizes, stored.where(),
                             "has " + std::to_string(stored.size()) + " bytes for " +
-                                std::to_string(shape.clusters) + " clusters");
+                                std::to_string(shape.clusters) + " clusters",
+                            stored.source_byte());
             }
             return allocation(table.volume(), std::move(stored));
         });

@@ -23,11 +23,13 @@ const char* broken_rule(const list_entry& entry) {
     return nullptr;
 }
 
-tl::unexpected<failure> broken(const std::string& where, const list_item& item, const std::string& rule) {
-    return fail(failure_code::list, where, "attribute list, entry at " + hex(item.offset) + ": " + rule);
-}
-
 }  // namespace
+
+tl::unexpected<failure> broken_item(const std::string& where, const list_item& item,
+                                    const std::string& rule) {
+    return fail(failure_code::list, where, "attribute list, entry at " + hex(item.offset) + ": " + rule,
+                item.source_byte);
+}
 
 bool list_item::names(const attribute& candidate) const {
     const std::uint64_t vcn = candidate.non_resident() ? candidate.lowest_vcn() : 0;
@@ -35,7 +37,7 @@ bool list_item::names(const attribute& candidate) const {
            name_of(candidate) == name;
 }
 
-result<std::vector<list_item>> parse_attribute_list(byte_view value, const std::string& where) {
+result<std::vector<list_item>> parse_attribute_list(byte_view value, const block_place& place) {
     std::vector<list_item> items;
     std::uint64_t offset = 0;
     // Each turn moves on by at least 26 bytes.
@@ -43,8 +45,9 @@ result<std::vector<list_item>> parse_attribute_list(byte_view value, const std::
         const list_entry entry(value.from(offset));
         list_item item;
         item.offset = offset;
+        item.source_byte = place.source_byte(offset);
         if (const char* rule = broken_rule(entry)) {
-            return broken(where, item, rule);
+            return broken_item(place.where, item, rule);
         }
         item.type = entry.type();
         item.name = units_of_bytes(
@@ -70,14 +73,31 @@ result<const attribute*> find_attribute_list(const record& base) {
     return found;
 }
 
+namespace {
+
+block_place place_of_list(const volume_bytes& volume, const record& base, const attribute& list,
+                          const stored_stream& stored) {
+    if (!stored.resident()) {
+        return stored.place_of(volume, 0, stored.size(), base.place().where);
+    }
+    block_place place{base.place().where, {}};
+    if (const auto begin = base.source_byte(list.value())) {
+        place.pieces.push_back({0, *begin});
+    }
+    return place;
+}
+
+}  // namespace
+
 result<std::vector<list_item>> read_attribute_list(const volume_bytes& volume, const record& base,
                                                    const attribute& list) {
     const std::string where = where::stream(base.entry(), attr_attribute_list, "");
     return stored_stream::join(volume.shape(), {{list, &base}}, where)
-        .and_then(
-            [&](const stored_stream& stored) { return stored.read_all(volume, longest_attribute_list); })
-        .and_then([&](const std::vector<std::uint8_t>& value) {
-            return parse_attribute_list(value, base.place().where);
+        .and_then([&](const stored_stream& stored) {
+            return stored.read_all(volume, longest_attribute_list)
+                .and_then([&](const std::vector<std::uint8_t>& value) {
+                    return parse_attribute_list(value, place_of_list(volume, base, list, stored));
+                });
         });
 }
 
@@ -90,12 +110,13 @@ result<std::size_t> attribute_named_by(const list_item& item, const record& hold
             continue;
         }
         if (found != all.size()) {
-            return broken(where, item, "names two attributes of record " + std::to_string(holder.entry()));
+            return broken_item(where, item,
+                               "names two attributes of record " + std::to_string(holder.entry()));
         }
         found = i;
     }
     if (found == all.size()) {
-        return broken(where, item, "names no attribute of record " + std::to_string(holder.entry()));
+        return broken_item(where, item, "names no attribute of record " + std::to_string(holder.entry()));
     }
     return found;
 }

@@ -13,6 +13,7 @@
 #include "foundation/byte_view.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,13 +29,15 @@ struct list_item {
     std::uint64_t lowest_vcn = 0;
     reference holder;
     std::uint16_t id = 0;
+    std::optional<std::uint64_t> source_byte;  // where the item is stored
 
     // True if the attribute is the one that this item names, whatever record it is in.
     [[nodiscard]] bool names(const attribute& candidate) const;
 };
 
-// The items in the order of the list. `where` is the place in failures. Fails with list.
-[[nodiscard]] result<std::vector<list_item>> parse_attribute_list(byte_view value, const std::string& where);
+// The items in the order of the list. `place` is where the list is stored, and its words in failures. Fails
+// with list.
+[[nodiscard]] result<std::vector<list_item>> parse_attribute_list(byte_view value, const block_place& place);
 
 // The list of a base record; null if it has none. Fails with list if it has several.
 [[nodiscard]] result<const attribute*> find_attribute_list(const record& base);
@@ -42,6 +45,10 @@ struct list_item {
 // Reads and parses the list of a base record, whose value may be resident or stored in clusters.
 [[nodiscard]] result<std::vector<list_item>> read_attribute_list(const volume_bytes& volume,
                                                                  const record& base, const attribute& list);
+
+// The failure at an item that breaks a rule.
+[[nodiscard]] tl::unexpected<failure> broken_item(const std::string& where, const list_item& item,
+                                                  const std::string& rule);
 
 // The one attribute of `holder` that an item names; its index in the chain. Fails with list at the item if
 // there is none, or several.

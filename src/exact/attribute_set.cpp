@@ -67,9 +67,7 @@ result<void> attribute_set::take_listed(const mft& table, const attribute& list,
         }
         const attribute& found = holder->attributes()[*index];
         if (!named.insert(found.bytes().data()).second) {
-            return fail(
-                failure_code::list, where,
-                "attribute list, entry at " + hex(item.offset) + ": names an attribute a second time");
+            return broken_item(where, item, "names an attribute a second time");
         }
         m_members.push_back({item.type, std::move(item.name), {found, holder}});
     }

@@ -21,6 +21,7 @@ void fill_zeros(std::span<std::uint8_t> bytes) {
 
 result<stored_stream> stored_stream::begin(const geometry& shape, const piece& first, std::string where) {
     stored_stream stream(shape, std::move(where));
+    stream.m_source_byte = first.source_byte();
     if (!first.bytes.non_resident()) {
         stream.m_resident = true;
         stream.m_value = first.bytes.value().to_vector();
@@ -80,7 +81,8 @@ result<void> stored_stream::finish() const {
         return fail(failure_code::sizes, m_where,
                     "allocated " + std::to_string(m_allocated) + ", size " + std::to_string(m_size) +
                         ", valid " + std::to_string(m_valid) + ", clusters for " +
-                        std::to_string(m_runs.end_vcn() * m_cluster_size));
+                        std::to_string(m_runs.end_vcn() * m_cluster_size),
+                    m_source_byte);
     }
     return {};
 }
@@ -139,7 +141,8 @@ result<void> stored_stream::read(const volume_bytes& volume, std::span<std::uint
     if (offset > m_size || buffer.size() > m_size - offset) {
         return fail(failure_code::sizes, m_where,
                     "has " + std::to_string(m_size) + " bytes, byte " +
-                        std::to_string(offset + buffer.size()) + " is needed");
+                        std::to_string(offset + buffer.size()) + " is needed",
+                    m_source_byte);
     }
     if (m_resident) {
         std::copy_n(m_value.begin() + static_cast<std::ptrdiff_t>(offset), buffer.size(), buffer.begin());
@@ -178,7 +181,8 @@ result<std::vector<std::uint8_t>> stored_stream::read_all(const volume_bytes& vo
     if (m_size > limit) {
         return fail(
             failure_code::sizes, m_where,
-            "has " + std::to_string(m_size) + " bytes, at most " + std::to_string(limit) + " are possible");
+            "has " + std::to_string(m_size) + " bytes, at most " + std::to_string(limit) + " are possible",
+            m_source_byte);
     }
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(m_size));
     if (result<void> came = read(volume, bytes, 0); !came) {

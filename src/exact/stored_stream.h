@@ -70,6 +70,8 @@ class stored_stream {
     [[nodiscard]] std::uint64_t unit_size() const { return m_unit_size; }
     // The value of a resident stream.
     [[nodiscard]] byte_view value() const { return byte_view(m_value); }
+    // Where the attribute is stored that describes the stream; nothing for clusters.
+    [[nodiscard]] std::optional<std::uint64_t> source_byte() const { return m_source_byte; }
     // Empty for a resident stream.
     [[nodiscard]] const run_map& runs() const { return m_runs; }
 
@@ -99,6 +101,7 @@ class stored_stream {
                                          std::uint64_t offset) const;
 
     std::string m_where;
+    std::optional<std::uint64_t> m_source_byte;
     std::uint32_t m_cluster_size;
     bool m_resident = false;
     std::uint64_t m_size = 0;

@@ -9,9 +9,9 @@ namespace quarry::exact {
 
 namespace {
 
-tl::unexpected<failure> wrong_size(std::uint64_t size) {
+tl::unexpected<failure> wrong_size(std::uint64_t size, std::optional<std::uint64_t> source_byte) {
     return fail(failure_code::upcase, where::record(upcase_entry),
-                "$UpCase has " + std::to_string(size) + " bytes");
+                "$UpCase has " + std::to_string(size) + " bytes", source_byte);
 }
 
 }  // namespace
@@ -22,7 +22,7 @@ result<upcase> upcase::load(const mft& table, notices& told) {
         .and_then([&](const attribute_set& set) { return set.stored(table.volume().shape(), attr_data, {}); })
         .and_then([&](const stored_stream& stored) -> result<upcase> {
             if (stored.size() != table_bytes) {
-                return wrong_size(stored.size());
+                return wrong_size(stored.size(), stored.source_byte());
             }
             return stored.read_all(table.volume(), table_bytes).map([](std::vector<std::uint8_t> bytes) {
                 return upcase(std::move(bytes));
@@ -31,7 +31,8 @@ result<upcase> upcase::load(const mft& table, notices& told) {
 }
 
 result<upcase> upcase::parse(byte_view bytes) {
-    return bytes.size() == table_bytes ? result<upcase>(upcase(bytes.to_vector())) : wrong_size(bytes.size());
+    return bytes.size() == table_bytes ? result<upcase>(upcase(bytes.to_vector()))
+                                       : wrong_size(bytes.size(), std::nullopt);
 }
 
 std::u16string upcase::upper(std::u16string_view name) const {

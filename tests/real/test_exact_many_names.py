@@ -24,7 +24,7 @@ def memory():
 
 def name_of(number):
     """Names of many lengths, in an order of their own, in letters of both cases that $UpCase knows."""
-    return f"{number * 7919 % COUNT:05d} {'Größe' if number % 3 else 'ЧИСЛО'} {'x' * (number % 40)}{number}"
+    return f"{number * 7919 % COUNT:05d} {'Öl' if number % 3 else 'ЧИСЛО'} {'x' * (number % 40)}{number}"
 
 
 def copies(image, paths, folder):

@@ -2,6 +2,8 @@
 
 #include "support/opened_exact_volume.h"
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -42,6 +44,14 @@ struct pieces_volume {
     }
 };
 
+// " (source byte 0x...)" of a byte of the image that is so far after the start of these ones.
+std::string at(const volume_builder& volume, const bytes& stored, std::size_t offset) {
+    const bytes image = volume.image();
+    const auto found = std::search(image.begin(), image.end(), stored.begin(), stored.end());
+    EXPECT_NE(found, image.end());
+    return " (source byte " + exact::hex(static_cast<std::uint64_t>(found - image.begin()) + offset) + ")";
+}
+
 exact_copy copy_of(const volume_builder& volume, std::u16string_view name = {}) {
     opened_exact_volume opened(volume);
     return opened.copy(first_user_entry, name);
@@ -68,6 +78,11 @@ struct listed_volume {
     std::string fault() {
         file.attribute_list(build_attribute_list(items));
         return copy_of(volume).failed;
+    }
+    // Where the list is stored, so far after its start.
+    [[nodiscard]] std::string at_item(std::size_t offset) {
+        file.attribute_list(build_attribute_list(items));
+        return at(volume, build_attribute_list(items), offset);
     }
 };
 
@@ -133,7 +148,8 @@ TEST(attribute_set, fails_if_an_item_names_no_attribute) {
         return listed.fault();
     };
     EXPECT_EQ(changed([](list_item& item) { item.id = 1; }),
-              "list record 24: attribute list, entry at 0x60: names no attribute of record 25");
+              "list record 24: attribute list, entry at 0x60: names no attribute of record 25" +
+                  listed_volume().at_item(0x60));
     EXPECT_THAT(changed([](list_item& item) { item.lowest_vcn = 2; }), HasSubstr("names no attribute"));
     EXPECT_THAT(changed([](list_item& item) { item.name = "x"; }), HasSubstr("names no attribute"));
     EXPECT_THAT(changed([](list_item& item) { item.type = 0x90; }), HasSubstr("names no attribute"));
@@ -145,14 +161,27 @@ TEST(attribute_set, fails_if_an_item_names_two_attributes) {
     listed.file.attribute(
         attribute_builder::non_resident(0x80, {{220, 1}}).lowest_vcn(1).allocated(0).real(0).id(0), 1);
     EXPECT_EQ(listed.fault(),
-              "list record 24: attribute list, entry at 0x60: names two attributes of record 25");
+              "list record 24: attribute list, entry at 0x60: names two attributes of record 25" +
+                  listed.at_item(0x60));
 }
 
 TEST(attribute_set, fails_if_an_attribute_is_named_twice) {
     listed_volume listed;
     listed.items.push_back(listed.items[1]);
     EXPECT_EQ(listed.fault(),
-              "list record 24: attribute list, entry at 0x80: names an attribute a second time");
+              "list record 24: attribute list, entry at 0x80: names an attribute a second time" +
+                  listed.at_item(0x80));
+}
+
+TEST(attribute_set, says_where_an_item_of_a_list_in_clusters_is_stored) {
+    listed_volume listed;
+    listed.file.list_in_clusters();
+    listed.items[3].id = 1;
+    EXPECT_EQ(listed.fault(),
+              "list record 24: attribute list, entry at 0x60: names no attribute of record 25" +
+                  listed.at_item(0x60));
+    // A list in clusters begins with one of them.
+    EXPECT_THAT(listed.at_item(0x60), HasSubstr("060)"));
 }
 
 TEST(attribute_set, fails_if_an_extension_is_not_its_own) {
@@ -191,28 +220,34 @@ TEST(attribute_set, fails_at_a_broken_list) {
         listed.items[1].forced.push_back({offset, width, value});
         return listed.fault();
     };
-    EXPECT_EQ(forced(4, 2, 0),
-              "list record 24: attribute list, entry at 0x20: its length is no multiple of 8 from 26 on");
+    const std::string place = listed_volume().at_item(0x20);
+    EXPECT_EQ(
+        forced(4, 2, 0),
+        "list record 24: attribute list, entry at 0x20: its length is no multiple of 8 from 26 on" + place);
     EXPECT_NE(forced(4, 2, 24), "");
     EXPECT_NE(forced(4, 2, 0x21), "");
     EXPECT_EQ(forced(4, 2, 0xFFF8),
-              "list record 24: attribute list, entry at 0x20: it reaches past the end of the list");
+              "list record 24: attribute list, entry at 0x20: it reaches past the end of the list" + place);
     EXPECT_EQ(forced(6, 1, 200),
-              "list record 24: attribute list, entry at 0x20: its name is not inside of it");
+              "list record 24: attribute list, entry at 0x20: its name is not inside of it" + place);
     listed_volume cut;
     bytes value = build_attribute_list(cut.items);
     value.resize(value.size() - 8);
     cut.file.attribute_list(value);
     EXPECT_EQ(copy_of(cut.volume).failed,
-              "list record 24: attribute list, entry at 0x60: it reaches past the end of the list");
+              "list record 24: attribute list, entry at 0x60: it reaches past the end of the list" +
+                  at(cut.volume, value, 0x60));
 }
 
 TEST(attribute_set, has_one_list_of_at_most_256_KiB) {
     listed_volume large;
     large.file.attribute(attribute_builder::non_resident(0x20, {{300, 65}}));
     large.file.without_attribute_list();
+    // Of type 0x20, 72 bytes long, non-resident.
+    const bytes begins = from_hex("20 00 00 00  48 00 00 00  01");
     EXPECT_EQ(copy_of(large.volume).failed,
-              "sizes record 24, $ATTRIBUTE_LIST \"\": has 266240 bytes, at most 262144 are possible");
+              "sizes record 24, $ATTRIBUTE_LIST \"\": has 266240 bytes, at most 262144 are possible" +
+                  at(large.volume, begins, 0));
     listed_volume two;
     two.file.attribute(attribute_builder::resident(0x20, {}));
     EXPECT_THAT(two.fault(), HasSubstr("list record 24: has two attribute lists"));

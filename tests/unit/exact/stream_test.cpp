@@ -149,8 +149,17 @@ TEST(stream, fails_if_its_sizes_do_not_follow_each_other) {
         return copy_of(volume).failed;
     };
     EXPECT_EQ(sizes({.real = 2 * cluster, .initialized = 2 * cluster}), "");
+    // The first attribute of type 0x80 in record 24.
+    volume_builder volume;
+    volume.add_file("a").data(runs({{100, 2}}));
+    const bytes image = volume.image();
+    const bytes begins = from_hex("80 00 00 00  48 00 00 00  01");
+    const auto record = image.begin() + static_cast<std::ptrdiff_t>(volume.record_position(24));
+    const auto place = std::search(record, image.end(), begins.begin(), begins.end()) - image.begin();
     EXPECT_EQ(sizes({.real = 5000, .initialized = 5001}),
-              "sizes record 24, $DATA \"\": allocated 8192, size 5000, valid 5001, clusters for 8192");
+              "sizes record 24, $DATA \"\": allocated 8192, size 5000, valid 5001, clusters for 8192 (source "
+              "byte " +
+                  exact::hex(static_cast<std::uint64_t>(place)) + ")");
     EXPECT_NE(sizes({.real = 8193, .initialized = 0}), "");
     EXPECT_NE(sizes({.allocated = cluster}), "");
     EXPECT_NE(sizes({.real = 10, .allocated = 3 * cluster}), "");
