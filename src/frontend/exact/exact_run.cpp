@@ -194,7 +194,7 @@ tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& so
     auto opened = find_volume(bytes, options, messages, told).and_then([&](const partition& place) {
         return exact_volume::open(*source.bytes, source.shown_path, place.offset, place.length, told);
     });
-    if (opened && !options.log_path.empty()) {
+    if (opened && (!options.log_path.empty() || evidence != nullptr)) {
         (*opened)->check_empty_journal(told);
     }
     messages.warn(told);
