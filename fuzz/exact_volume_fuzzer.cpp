@@ -1,9 +1,10 @@
 // Any bytes as a source with holes (see sparse_input.h), read by the exact mode: its partition table, the
-// volume at its start, every stream of the first entries, and names looked up through the indexes, compared
-// with a walk over all of their keys.
+// volume at its start, every stream of the first entries, names looked up through the indexes, compared with
+// a walk over all of their keys, and listings of the whole tree and of the deleted files.
 #include "disk/file_source.h"
 #include "exact/exact_volume.h"
 #include "exact/index_lookup.h"
+#include "exact/listing.h"
 #include "exact/path_walk.h"
 #include "exact/stream.h"
 #include "exact/volume_path.h"
@@ -17,6 +18,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -165,6 +168,45 @@ void look_at_entries(exact_volume& volume) {
     }
 }
 
+// A line of a listing is one line of text with five fields, whatever the names are.
+void expect_listing_line(std::string_view line) {
+    std::vector<std::string_view> fields;
+    for (std::size_t at = 0; at <= line.size();) {
+        const std::size_t end = std::min(line.find('\t', at), line.size());
+        fields.push_back(line.substr(at, end - at));
+        at = end + 1;
+    }
+    expect(fields.size() == 5);
+    expect(fields[1].size() == 1 && std::string_view("fdlsFDLS").find(fields[1]) != std::string_view::npos);
+    expect(fields[4].starts_with('/'));
+    expect(std::none_of(fields[4].begin(), fields[4].end(), [](char letter) {
+        return static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F;
+    }));
+}
+
+// The whole tree and the deleted files. Lists of more than so many bytes are given up.
+void list_everything(exact_volume& volume) {
+    constexpr std::size_t most_bytes = std::size_t{1} << 20;
+    std::size_t bytes = 0;
+    const listing_outputs outputs{
+        [&](std::string_view line) {
+            expect_listing_line(line);
+            bytes += line.size();
+            return bytes <= most_bytes ? result<void>() : fail(failure_code::write, "output", "is full");
+        },
+        [&](const failure& each) { expect(!each.text().empty()); }};
+    for (const bool recurse : {true, false}) {
+        notices told;
+        auto root = walk_path(volume, {}, {}, told);
+        const auto listed =
+            root ? list_path(volume, std::move(*root), recurse, outputs, told) : result<void>();
+        expect(listed || bytes > most_bytes);
+    }
+    notices told;
+    const auto listed = list_deleted(volume, outputs, told);
+    expect(listed || bytes > most_bytes);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -184,6 +226,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto volume = exact_volume::open(*source, "image", 0, source->size(), told);
     if (volume) {
         look_at_entries(**volume);
+        list_everything(**volume);
     }
     return 0;
 }
