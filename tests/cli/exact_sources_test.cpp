@@ -177,5 +177,31 @@ TEST_F(exact_source_of_a_host, that_cannot_read_a_structure_fails_whatever_is_as
     EXPECT_EQ(files(), words{"volume"});
 }
 
+// A journal that was never used is all 0xFF. What is written down of it rests on all of its bytes.
+TEST_F(exact_source_of_a_host, that_has_an_unused_journal_is_read_to_its_end_where_that_is_written_down) {
+    const auto said_of = [this](const bytes& journal, const words& more) {
+        volume_builder volume({.system_files = true});
+        volume.add_file("a.txt").stored_data(to_bytes("hello\n"));
+        volume.add_file_at(2, "$LogFile").stored_data(journal);
+        volume.write_to(m_dir / "volume");
+        words line = {"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-overwrite"};
+        line.insert(line.end(), more.begin(), more.end());
+        const program_result result = copy(line);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.err;
+    };
+    bytes journal(0x40000, 0xFF);
+    EXPECT_EQ(said_of(journal, {"-manifest", "empty"}).find("warning"), std::string::npos);
+    EXPECT_NE(text("empty").find("\"journal\":\"empty\""), std::string::npos) << text("empty");
+    journal.back() = 0xFE;
+    EXPECT_NE(said_of(journal, {"-manifest", "other"})
+                  .find("warning: record 2: $LogFile has no sound restart page"),
+              std::string::npos);
+    EXPECT_NE(text("other").find("\"journal\":\"unknown\""), std::string::npos) << text("other");
+    EXPECT_NE(said_of(journal, {"-diags", "log"}).find("the state of the journal is unknown\n"),
+              std::string::npos);
+    EXPECT_NE(text("log").find("->info: journal unknown, dirty 0\n"), std::string::npos) << text("log");
+}
+
 }  // namespace
 }  // namespace quarry::test
