@@ -5,7 +5,7 @@
 function __quarry_has
     set -l typed (commandline --tokenize --cut-at-cursor | string lower)
     set -l flags -md5 -meta -raw -skip_sparse_clusters -quiet -profile -first_ntfsvol -ignore_image_size -pipe \
-        -exact -volumes -verify_source -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times -sha256
+        -exact -volumes -verify_source -recurse -deleted -zero_unreadable -sparse -overwrite -keep_times -sha256 -resume
     if string match -q -- '-*' $typed[-1]; and not contains -- $typed[-1] $flags
         set -e typed[-1]
     end
@@ -130,9 +130,10 @@ __quarry_exact $copies zero_unreadable -d 'Zeros for what cannot be read'
 __quarry_exact $copies sparse -d 'Leave holes where there are only zeros'
 __quarry_exact $copies overwrite -d 'Replace a regular file'
 __quarry_exact $files keep_times -d 'Keep the times of the file'
-__quarry_exact $files md5 -d 'Name the copy by modification time and MD5'
+__quarry_exact "$files; and not __quarry_has -resume" md5 -d 'Name the copy by modification time and MD5'
 __quarry_exact $copies sha256 -d 'Print the SHA-256 of the copy'
 __quarry_exact $copies manifest -r -F -d 'A line of JSON for each copy'
+__quarry_exact "$copies; and __quarry_has -manifest; and not __quarry_has -md5" resume -d 'Keep the complete copies of the manifest'
 __quarry_exact "$copies; and __quarry_has -manifest" source_sha256 -x -d 'SHA-256 of the source, for the manifest'
 __quarry_exact true diags -r -F -d 'Log of the run'
 __quarry_exact true quiet -d 'Errors only'

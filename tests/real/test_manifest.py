@@ -269,3 +269,69 @@ def test_a_full_disk_ends_the_run_and_leaves_whole_lines(made, exact):
     assert kept.endswith(b"\n")
     for line in kept.splitlines():
         jsonschema.validate(json.loads(line), SCHEMA, jsonschema.Draft202012Validator)
+
+
+def test_a_run_that_was_cut_off_goes_on_where_it_ended(made, exact):
+    names = [name for name in NAMES if isinstance(name, str) and name.isprintable()]
+    asked = "".join(f"/{name}\n" for name in names).encode()
+    source = ("-image", made.volume.image, "-pipe", "-dst", "out/")
+    exact(*source, standard_input=b"\n".join(asked.split(b"\n")[:3]), status=0)
+    before = exact.read("m.jsonl")
+    lines = exact(*source, "-resume", standard_input=asked, status=0)
+    assert len(lines) == len(names) - 3
+    for name in names:
+        assert (exact.folder / "out" / name).read_bytes() == made.written[os.fsencode(name)]
+    # All are there: nothing is copied, and nothing is added to the manifest.
+    assert exact(*source, "-resume", standard_input=asked, status=0) == []
+    # One that is gone, and one of another size, are not kept; a file that is in the way still is in the way.
+    (exact.folder / "out" / names[0]).unlink()
+    os.truncate(exact.folder / "out" / names[1], 5)
+    lines = exact(*source, "-resume", standard_input=asked, status=3)
+    assert [(line["object"]["asked"], line["result"]) for line in lines] == [
+        ("/" + names[0], "complete"), ("/" + names[1], "failed")]
+    assert lines[1]["error"]["code"] == "exists"
+    lines = exact(*source, "-resume", "-overwrite", standard_input=asked, status=0)
+    assert [(line["object"]["asked"], line["result"]) for line in lines] == [("/" + names[1], "complete")]
+    assert exact.read("m.jsonl").startswith(before)
+
+
+def test_only_the_same_object_of_the_same_source_at_the_same_place_is_kept(made, exact):
+    one = ("-image", made.volume.image, "-src", "/last", "-dst", "a")
+    exact(*one, status=0)
+    assert exact(*one, "-resume", status=0) == []
+    assert exact("-image", made.volume.image, "-mft", str(made.entries[b"last"]), "-dst", "a", "-resume", status=0) == []
+    for others in (("-image", made.volume.image, "-src", "/last", "-raw", "-dst", "a"),
+                   ("-image", made.volume.image, "-src", "/plain.txt", "-dst", "a")):
+        line, = exact(*others, "-resume", status=1)
+        assert line["error"]["code"] == "exists"
+    line, = exact("-image", made.volume.image, "-src", "/last", "-dst", "b", "-resume", status=0)
+    assert line["result"] == "complete"
+    shutil.copyfile(made.volume.image, exact.folder / "other.img")
+    line, = exact("-image", "other.img", "-src", "/last", "-dst", "a", "-resume", status=1)
+    assert line["error"]["code"] == "exists"
+    # What is in doubt is not kept.
+    exact("-image", made.volume.image, "-mft", str(made.deleted), "-dst", "c", status=4)
+    line, = exact("-image", made.volume.image, "-mft", str(made.deleted), "-dst", "c", "-resume", "-overwrite", status=4)
+    assert line["result"] == "in doubt"
+
+
+@pytest.mark.parametrize("broken", [b"no json\n", b"[1]\n", b"{\n", b"\n", b"\xff\xfe\n", b"[" * 100000 + b"\n"])
+def test_a_damaged_manifest_proves_nothing(made, exact, broken):
+    one = ("-image", made.volume.image, "-src", "/last", "-dst", "a")
+    exact(*one, status=0)
+    with open(exact.folder / "m.jsonl", "ab") as file:
+        file.write(b'{"schema":"quarry-manifest/2","result":"complete"}\n{}\n' + broken)
+    before = exact.read("m.jsonl")
+    done = subprocess.run([exact.program, "-exact", *map(str, one), "-manifest", "m.jsonl", "-resume"], cwd=exact.folder,
+                          capture_output=True, timeout=TIME_LIMIT, check=False)
+    assert done.returncode == 2
+    assert done.stderr == b"err: manifest m.jsonl: line 4 is no JSON object\n"
+    assert exact.read("m.jsonl") == before
+
+
+def test_a_line_without_end_takes_no_memory_without_end(made, exact):
+    with open(exact.folder / "m.jsonl", "wb") as file:
+        file.write(b'{"schema":"quarry-manifest/1","x":"' + b"x" * (17 * MIB) + b'"}\n')
+    done = subprocess.run([exact.program, "-exact", "-image", made.volume.image, "-src", "/last", "-dst", "a", "-manifest",
+                           "m.jsonl", "-resume"], cwd=exact.folder, capture_output=True, timeout=TIME_LIMIT, check=False)
+    assert (done.returncode, done.stderr) == (2, b"err: manifest m.jsonl: line 1 is too long\n")

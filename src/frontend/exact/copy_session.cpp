@@ -23,6 +23,8 @@ std::string_view copy_end_text(copy_end end) {
             return "complete";
         case copy_end::in_doubt:
             return "in doubt";
+        case copy_end::kept:
+            return "kept";
         case copy_end::failed:
             break;
     }
@@ -32,6 +34,9 @@ std::string_view copy_end_text(copy_end end) {
 copy_end copy_outcome::end() const {
     if (!copied) {
         return copy_end::failed;
+    }
+    if (copied->kept) {
+        return copy_end::kept;
     }
     return told.in_doubt() ? copy_end::in_doubt : copy_end::complete;
 }
@@ -72,7 +77,7 @@ void copy_session::end_with(copy_outcome& outcome, object_facts known) {
 }
 
 result<void> copy_session::record(const copy_outcome& outcome, object_facts known) {
-    if (m_evidence == nullptr) {
+    if (m_evidence == nullptr || outcome.end() == copy_end::kept) {
         return {};
     }
     manifest::record added;
@@ -91,7 +96,9 @@ result<void> copy_session::record(const copy_outcome& outcome, object_facts know
 
 void copy_session::say(const copy_outcome& outcome) {
     m_means.messages.warn(outcome.told);
-    if (outcome.copied) {
+    if (outcome.end() == copy_end::kept) {
+        m_means.messages.done("kept", shown_typed(outcome.copied->source));
+    } else if (outcome.copied) {
         m_means.messages.done(outcome.end() == copy_end::complete ? "ok" : "doubt", text_of(*outcome.copied));
     } else {
         m_means.messages.err(outcome.copied.error().text());

@@ -25,9 +25,9 @@
 
 namespace quarry::exact {
 
-enum class copy_end : std::uint8_t { complete, in_doubt, failed };
+enum class copy_end : std::uint8_t { complete, in_doubt, failed, kept };
 
-// "complete", "in doubt" or "failed".
+// "complete", "in doubt", "failed" or "kept".
 [[nodiscard]] std::string_view copy_end_text(copy_end end);
 
 // What became of an order.
@@ -45,7 +45,13 @@ class copy_session {
     // All must outlive the session. Without a manifest `evidence` is null.
     copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
                  const output_guard& guard, exact_messages& messages, manifest* evidence = nullptr)
-        : m_source(source), m_evidence(evidence), m_means{volume, options, guard, messages, m_made} {}
+        : m_source(source), m_evidence(evidence), m_means{volume, options, guard, messages, m_made} {
+        if (evidence != nullptr && options.resume) {
+            m_means.is_kept = [evidence](const object_facts& object, const std::string& path) {
+                return evidence->is_kept(object, path);
+            };
+        }
+    }
 
     // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does.
     [[nodiscard]] copy_outcome carry_out(const copy_order& order);

@@ -143,6 +143,7 @@ result<void> add_digest(const copy_means& means, destination& target,
 struct copy_place {
     destination target;
     open_directory directory;
+    bool kept = false;  // an earlier run has made the copy
 };
 
 // The bytes, written to a temporary file and given the name of the target.
@@ -199,7 +200,8 @@ result<open_directory> directory_of(const copy_means& means, const found_object&
 }
 
 // Where the copy goes: what the command line says, completed with the object's own name.
-result<copy_place> place_of(const copy_means& means, const found_object& object, notices& told) {
+result<copy_place> place_of(const copy_means& means, const found_object& object, notices& told,
+                            const object_facts* known) {
     destination target = split_destination(means.options.destination);
     const bool is_named = !target.name.empty();
     if (!is_named) {
@@ -214,6 +216,9 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
         return passed_on(directory);
     }
     target.directory = directory->path();
+    if (means.is_kept && known != nullptr && means.is_kept(*known, target.path())) {
+        return copy_place{std::move(target), std::move(*directory), true};
+    }
     // With -md5 this is not the whole name yet.
     if (!is_named && !means.options.md5) {
         if (auto checked = check_target(means, target); !checked) {
@@ -231,9 +236,16 @@ result<finished_copy> copy_to_destination(copy_means& means, const copy_order& o
     if (!object) {
         return passed_on(object);
     }
-    auto place = place_of(means, *object, told);
+    auto place = place_of(means, *object, told, known);
     if (!place) {
         return passed_on(place);
+    }
+    if (place->kept) {
+        finished_copy kept;
+        kept.source = object->shown;
+        kept.destination = place->target.path();
+        kept.kept = true;
+        return kept;
     }
     auto finished = write_copy(means, *object, order.line, std::move(*place), told, known);
     if (finished) {

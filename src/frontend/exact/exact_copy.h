@@ -12,6 +12,7 @@
 #include "frontend/output/output_guard.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,6 +24,7 @@ struct finished_copy {
     std::uint64_t bytes = 0;
     std::string md5;     // with -md5 only
     std::string sha256;  // with -sha256 or a manifest only
+    bool kept = false;   // a complete copy of an earlier run; nothing was written
     // With a manifest, signals wait from before the copy has its name until its line is written: a run that
     // is cut off leaves no copy that the manifest does not know.
     std::unique_ptr<signals_held_back> until_recorded = nullptr;
@@ -42,6 +44,8 @@ struct copy_means {
     const output_guard& guard;
     exact_messages& messages;
     made_copies& made;
+    // With -resume: whether an earlier run has copied the object to a path. Null otherwise.
+    std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
 };
 
 // Copies the object of an order to the destination of the options, where the guard lets it, but never over a

@@ -50,6 +50,7 @@ constexpr std::string_view help_body =
    -sha256                      = print the SHA-256 of the copy
  evidence
    -manifest <file>             = a line of JSON for each copy, with SHA-256
+   -resume                      = keep the complete copies that the manifest has
    -source_sha256 <digest>      = of the source, as you know it; for the manifest
  reading
    -raw                         = allocated clusters as they lie, slack included

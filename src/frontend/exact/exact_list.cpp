@@ -40,6 +40,9 @@ void list_count::add(copy_end end) {
         case copy_end::in_doubt:
             ++in_doubt;
             break;
+        case copy_end::kept:
+            ++kept;
+            break;
         case copy_end::failed:
             ++failed;
             break;

@@ -425,6 +425,7 @@ void take_switches(exact_options& options, const given_options& given) {
     options.overwrite = given.has(option::overwrite);
     options.keep_times = given.has(option::keep_times);
     options.md5 = given.has(option::md5);
+    options.resume = given.has(option::resume);
     options.manifest_path = given.value(option::manifest);
     options.sha256 = given.has(option::sha256) || given.has(option::manifest);
     options.quiet = given.has(option::quiet);
@@ -455,7 +456,10 @@ status check_manifest(const given_options& given) {
             return refuse(std::string(given.find(needs_manifest)->row->name) + " needs -manifest");
         }
     }
-    return nothing_beside(given, option::manifest, {option::volumes, option::verify_source});
+    // With -md5 no name is known before the bytes are read again.
+    return nothing_beside(given, option::manifest, {option::volumes, option::verify_source}).and_then([&] {
+        return nothing_beside(given, option::resume, {option::md5});
+    });
 }
 
 status check_paths(const given_options& given) {

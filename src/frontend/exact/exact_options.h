@@ -69,6 +69,7 @@ struct exact_options {
     bool keep_times = false;
     bool md5 = false;
     bool sha256 = false;  // asked for, or because of a manifest
+    bool resume = false;  // copies that the manifest has already are kept
     bool quiet = false;
 };
 

@@ -93,9 +93,11 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options, const out
         const auto checked = check_listing(options);
         return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
     }
+    // A copy of an earlier run may be kept.
+    const bool may_exist = options.overwrite || options.resume;
     const destination target = split_destination(options.destination);
     if (options.pipe) {
-        auto checked = check_destination(target, options.overwrite, guard);
+        auto checked = check_destination(target, may_exist, guard);
         return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
     }
     const bool is_cluster = std::holds_alternative<object_by_clusters>(*options.object);
@@ -107,12 +109,12 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options, const out
     // With -md5 the name is not known yet. In a directory the volume may spell the name in another way; that
     // is looked at again when it has said so.
     const destination known = options.md5 ? destination{target.directory, {}} : target;
-    auto checked = check_destination(known, options.overwrite, guard)
+    auto checked = check_destination(known, may_exist, guard)
                        .and_then([&] { return check_object(*options.object); })
                        .and_then([&]() -> result<void> {
                            const auto name = name_as_asked(*options.object);
                            return known.name.empty() && !options.md5 && name
-                                      ? check_destination({target.directory, *name}, options.overwrite, guard)
+                                      ? check_destination({target.directory, *name}, may_exist, guard)
                                       : result<void>();
                        });
     return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
@@ -230,6 +232,7 @@ std::string text_of(const copy_object& object) {
 exit_status status_of(const copy_outcome& outcome, const copy_object& object) {
     switch (outcome.end()) {
         case copy_end::complete:
+        case copy_end::kept:
             return exit_status::complete;
         case copy_end::in_doubt:
             return exit_status::in_doubt;

@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 #include <ctime>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -54,7 +55,17 @@ result<std::unique_ptr<manifest>> manifest::open(const exact_options& options, c
     if (!file) {
         return passed_on(file);
     }
-    return std::make_unique<manifest>(options, arguments, std::move(*file), only_by_open{});
+    complete_copies earlier;
+    if (options.resume) {
+        auto read = complete_copies::read((*file)->descriptor(), (*file)->where());
+        if (!read) {
+            return passed_on(read);
+        }
+        earlier = std::move(*read);
+    }
+    auto opened = std::make_unique<manifest>(options, arguments, std::move(*file), only_by_open{});
+    opened->m_earlier = std::move(earlier);
+    return opened;
 }
 
 void manifest::set_source(const opened_source& source, const std::vector<std::string>& files) {
@@ -72,6 +83,14 @@ void manifest::set_source(const opened_source& source, const std::vector<std::st
 
 void manifest::add_warnings(const notices& told) {
     m_warnings.insert(m_warnings.end(), told.all().begin(), told.all().end());
+}
+
+bool manifest::is_kept(const object_facts& object, const std::string& path) const {
+    const auto key = key_of_copy(m_source, m_volume, object, path);
+    const auto size = key ? m_earlier.size_of(*key) : std::nullopt;
+    struct ::stat status {};
+    return size && ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           static_cast<std::uint64_t>(status.st_size) == *size;
 }
 
 result<void> manifest::append(const manifest_entry& entry) {

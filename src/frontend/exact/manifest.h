@@ -11,6 +11,7 @@
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/manifest_file.h"
 #include "frontend/exact/manifest_line.h"
+#include "frontend/exact/manifest_reader.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/output_guard.h"
 
@@ -22,7 +23,8 @@ namespace quarry::exact {
 
 class manifest {
   public:
-    // Opens the manifest of the options. Fails as manifest_file::open does.
+    // Opens the manifest of the options. Fails as manifest_file::open does, with -resume
+    // also as complete_copies::read does.
     [[nodiscard]] static result<std::unique_ptr<manifest>> open(const exact_options& options,
                                                                 const arg_list& arguments,
                                                                 output_guard& guard);
@@ -32,6 +34,10 @@ class manifest {
     void set_source(const opened_source& source, const std::vector<std::string>& files);
     void set_volume(const exact_volume& volume) { m_volume = &volume; }
     void add_warnings(const notices& told);
+
+    // With -resume: true if the manifest has a complete line for this object of this source, copied to
+    // `path`, and a regular file of that size is there.
+    [[nodiscard]] bool is_kept(const object_facts& object, const std::string& path) const;
 
     // A copy, or what became known of one that failed. `outcome` is "complete", "in doubt" or "failed".
     struct record {
@@ -63,6 +69,7 @@ class manifest {
     source_facts m_source;
     const exact_volume* m_volume = nullptr;
     std::vector<notice> m_warnings;
+    complete_copies m_earlier;  // empty without -resume
 };
 
 }  // namespace quarry::exact

@@ -125,9 +125,7 @@ json volume_of(const exact_volume* volume) {
     }
     const geometry& shape = volume->shape();
     const volume_state& state = volume->state();
-    std::array<char, 17> serial{};
-    std::snprintf(serial.data(), serial.size(), "%016llX", static_cast<unsigned long long>(shape.serial));
-    members["serial"] = serial.data();
+    members["serial"] = serial_text(shape.serial);
     members["label"] = shown_name(state.label);
     members["version"] = state.major_version ? json(state.version_text()) : json(nullptr);
     members["cluster_size"] = shape.cluster_size;
@@ -228,6 +226,12 @@ json unread_of(const std::vector<byte_range>& ranges) {
 }
 
 }  // namespace
+
+std::string serial_text(std::uint64_t serial) {
+    std::array<char, 17> text{};
+    std::snprintf(text.data(), text.size(), "%016llX", static_cast<unsigned long long>(serial));
+    return text.data();
+}
 
 std::string manifest_line(const manifest_entry& entry) {
     json line;

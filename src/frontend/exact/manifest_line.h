@@ -68,6 +68,9 @@ struct manifest_entry {
     std::optional<copy_facts> copy = std::nullopt;
 };
 
+// 16 hexadecimal digits in capitals.
+[[nodiscard]] std::string serial_text(std::uint64_t serial);
+
 // The line, with a line feed at its end and none before.
 [[nodiscard]] std::string manifest_line(const manifest_entry& entry);
 

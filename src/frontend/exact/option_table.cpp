@@ -56,7 +56,7 @@ constexpr auto rows = std::to_array<option_row>({
     row("-verify_source", option::verify_source, 0, taken),
     row("-source_sha256", option::source_sha256, 1, taken),
     row("-manifest", option::manifest, 1, taken),
-    row("-resume", option::resume, 0, not_yet),
+    row("-resume", option::resume, 0, taken),
     row("-threads", option::threads, 1, not_yet),
     row("-diags", option::diags, 1, taken),
     row("-quiet", option::quiet, 0, taken),

@@ -365,7 +365,6 @@ TEST(exact_options, what_is_missing_is_said) {
 
 TEST(exact_options, an_option_that_is_not_built_says_so) {
     EXPECT_EQ(refusal_of(whole + "-threads 2"), "-threads is not there yet (not-yet)");
-    EXPECT_EQ(refusal_of(whole + "-manifest m -resume"), "-resume is not there yet (not-yet)");
 }
 
 TEST(exact_options, a_manifest_goes_with_digests_and_with_what_the_user_knows_of_the_source) {
@@ -378,7 +377,10 @@ TEST(exact_options, a_manifest_goes_with_digests_and_with_what_the_user_knows_of
     EXPECT_EQ(options.source_sha256, "0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef");
     EXPECT_TRUE(options_of("-exact -image d -dst b -cluster 5 -manifest m -sha256").sha256);
     EXPECT_EQ(refusal_of(whole + "-source_sha256 " + digest), "-source_sha256 needs -manifest");
+    EXPECT_TRUE(options_of(whole + "-manifest m -resume").resume);
+    EXPECT_FALSE(options_of(whole + "-manifest m").resume);
     EXPECT_EQ(refusal_of(whole + "-resume"), "-resume needs -manifest");
+    EXPECT_EQ(refusal_of(whole + "-manifest m -resume -md5"), "-resume and -md5 exclude each other");
     EXPECT_EQ(refusal_of("-exact -image d -volumes -manifest m"),
               "-manifest and -volumes exclude each other");
 }

@@ -1,0 +1,229 @@
+#include "frontend/exact/manifest_reader.h"
+
+#include "exact/name_text.h"
+#include "foundation/descriptor_io.h"
+#include "foundation/sha256.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+#include <vector>
+
+namespace quarry::exact {
+
+namespace {
+
+using json = nlohmann::json;
+
+constexpr std::size_t block_size = 0x100000;
+
+// Everything that a key is made of, each with its length, so that two lists of parts never agree by chance.
+class key_maker {
+  public:
+    key_maker() { sha256_init(&m_digest); }
+    void add(std::string_view part) {
+        const std::string length = std::to_string(part.size()) + ":";
+        sha256_update(&m_digest, length.data(), length.size());
+        sha256_update(&m_digest, part.data(), part.size());
+    }
+    void add(std::uint64_t number) { add(std::to_string(number)); }
+    [[nodiscard]] copy_key key() {
+        sha256_digest digest{};
+        sha256_final(digest, &m_digest);
+        copy_key key{};
+        std::copy_n(digest.begin(), key.size(), key.begin());
+        return key;
+    }
+
+  private:
+    sha256_ctx m_digest;
+};
+
+// A member of an object of the line; null for one that is not there.
+const json& member(const json& object, const char* name) {
+    static const json nothing;
+    const auto found = object.is_object() ? object.find(name) : object.end();
+    return object.is_object() && found != object.end() ? *found : nothing;
+}
+
+std::optional<std::string> bytes_of_digits(const std::string& digits) {
+    std::string bytes;
+    const auto value = [](char digit) { return digit <= '9' ? digit - '0' : digit - 'a' + 10; };
+    const bool is_hexadecimal = std::all_of(digits.begin(), digits.end(), [](char digit) {
+        return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f');
+    });
+    if (!is_hexadecimal || digits.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<char>(value(digits[i]) * 16 + value(digits[i + 1])));
+    }
+    return bytes;
+}
+
+// The path of a file of the host, to the byte.
+std::optional<std::string> path_of(const json& object) {
+    const json& bytes = member(object, "path_bytes");
+    if (bytes.is_string()) {
+        return bytes_of_digits(bytes.get<std::string>());
+    }
+    const json& path = member(object, "path");
+    return path.is_string() ? std::optional(path.get<std::string>()) : std::nullopt;
+}
+
+// Adds numbers and texts of the line in the order in which key_of_copy has them; false if one is missing.
+class line_parts {
+  public:
+    line_parts(key_maker& maker, const json& line) : m_maker(maker), m_line(line) {}
+
+    [[nodiscard]] bool add_source() {
+        const json& files = member(member(m_line, "source"), "files");
+        if (!files.is_array()) {
+            return false;
+        }
+        m_maker.add(files.size());
+        return std::all_of(files.begin(), files.end(), [this](const json& file) {
+            return add_text(path_of(file)) && add_number(member(file, "size"));
+        });
+    }
+    [[nodiscard]] bool add_volume() {
+        return add_number(member(member(m_line, "source"), "volume_offset")) &&
+               add_text(text_of(member(member(m_line, "volume"), "serial")));
+    }
+    [[nodiscard]] bool add_object() {
+        const json& object = member(m_line, "object");
+        if (!member(object, "raw").is_boolean()) {
+            return false;
+        }
+        m_maker.add(member(object, "raw").get<bool>() ? "raw" : "");
+        if (member(object, "lcn").is_number_unsigned()) {
+            m_maker.add("clusters");
+            return add_number(member(object, "lcn")) && add_number(member(object, "clusters"));
+        }
+        m_maker.add("entry");
+        return add_number(member(object, "entry")) && add_number(member(object, "sequence")) &&
+               add_text(text_of(member(object, "type"))) && add_text(text_of(member(object, "stream")));
+    }
+    [[nodiscard]] bool add_text(const std::optional<std::string>& text) {
+        if (text) {
+            m_maker.add(*text);
+        }
+        return text.has_value();
+    }
+
+  private:
+    [[nodiscard]] static std::optional<std::string> text_of(const json& value) {
+        return value.is_string() ? std::optional(value.get<std::string>()) : std::nullopt;
+    }
+    [[nodiscard]] bool add_number(const json& value) {
+        if (value.is_number_unsigned()) {
+            m_maker.add(value.get<std::uint64_t>());
+        }
+        return value.is_number_unsigned();
+    }
+
+    key_maker& m_maker;
+    const json& m_line;
+};
+
+tl::unexpected<failure> broken(const std::string& where, std::uint64_t number, const char* why) {
+    return fail(failure_code::manifest, where, "line " + std::to_string(number) + " " + why);
+}
+
+}  // namespace
+
+std::optional<copy_key> key_of_copy(const source_facts& source, const exact_volume* volume,
+                                    const object_facts& object, const std::string& path) {
+    const bool is_known = object.lcn ? object.clusters.has_value() : object.entry && object.stream;
+    if (volume == nullptr || !is_known) {
+        return std::nullopt;
+    }
+    key_maker maker;
+    maker.add(source.files.size());
+    for (const source_file& file : source.files) {
+        if (!file.size) {
+            return std::nullopt;
+        }
+        maker.add(file.path);
+        maker.add(*file.size);
+    }
+    maker.add(volume->shape().volume_offset);
+    maker.add(serial_text(volume->shape().serial));
+    maker.add(object.raw ? "raw" : "");
+    if (object.lcn) {
+        maker.add("clusters");
+        maker.add(*object.lcn);
+        maker.add(*object.clusters);
+    } else {
+        maker.add("entry");
+        maker.add(object.entry->self.entry);
+        maker.add(object.entry->self.sequence);
+        maker.add(type_name(object.stream->type));
+        maker.add(shown_name(object.stream->name));
+    }
+    maker.add(path);
+    return maker.key();
+}
+
+bool complete_copies::add_line(std::string_view text) {
+    const json line = json::parse(text, nullptr, false);
+    if (!line.is_object()) {
+        return false;
+    }
+    const json& copy = member(line, "copy");
+    if (member(line, "schema") != manifest_schema || member(line, "result") != "complete" ||
+        !member(copy, "size").is_number_unsigned()) {
+        return true;
+    }
+    key_maker maker;
+    line_parts parts(maker, line);
+    if (parts.add_source() && parts.add_volume() && parts.add_object() && parts.add_text(path_of(copy))) {
+        m_sizes[maker.key()] = member(copy, "size").get<std::uint64_t>();
+    }
+    return true;
+}
+
+std::optional<std::uint64_t> complete_copies::size_of(const copy_key& key) const {
+    const auto found = m_sizes.find(key);
+    return found == m_sizes.end() ? std::nullopt : std::optional(found->second);
+}
+
+result<complete_copies> complete_copies::read(int descriptor, const std::string& where) {
+    complete_copies copies;
+    std::vector<char> block(block_size);
+    std::string line;
+    std::uint64_t number = 1;
+    ::off_t offset = 0;
+    while (true) {
+        const ::ssize_t came =
+            uninterrupted([&] { return ::pread(descriptor, block.data(), block.size(), offset); });
+        if (came < 0) {
+            return fail(failure_code::manifest, where, std::strerror(errno));
+        }
+        if (came == 0) {
+            return copies;
+        }
+        offset += came;
+        std::string_view rest(block.data(), static_cast<std::size_t>(came));
+        while (!rest.empty()) {
+            const std::size_t end = rest.find('\n');
+            line.append(rest.substr(0, end));
+            if (line.size() > longest_manifest_line) {
+                return broken(where, number, "is too long");
+            }
+            if (end == std::string_view::npos) {
+                break;
+            }
+            if (!copies.add_line(line)) {
+                return broken(where, number, "is no JSON object");
+            }
+            line.clear();
+            ++number;
+            rest.remove_prefix(end + 1);
+        }
+    }
+}
+
+}  // namespace quarry::exact

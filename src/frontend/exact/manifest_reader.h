@@ -1,0 +1,44 @@
+// What a manifest says of copies that are complete, for a run that goes on where another ended.
+//
+// A manifest is read line by line, and of each complete copy no more than 24 bytes are kept: a digest of what
+// was copied, from which source and to which path, and the size. A line that is no JSON object ends the
+// reading: a manifest that is damaged proves nothing.
+#pragma once
+
+#include "exact/failure.h"
+#include "frontend/exact/manifest_line.h"
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quarry::exact {
+
+// The longest line that is read, in bytes.
+inline constexpr std::size_t longest_manifest_line = 0x1000000;
+
+// What was copied: one object of one source to one path.
+using copy_key = std::array<std::uint8_t, 16>;
+
+// The key of a copy to `path`. Nothing if the source, the volume or the object is not known.
+[[nodiscard]] std::optional<copy_key> key_of_copy(const source_facts& source, const exact_volume* volume,
+                                                  const object_facts& object, const std::string& path);
+
+class complete_copies {
+  public:
+    // Reads all lines of a file that is open for reading. `where` names it. Fails with manifest for a line
+    // that is no JSON object or too long, and if the file cannot be read.
+    [[nodiscard]] static result<complete_copies> read(int descriptor, const std::string& where);
+    // Takes one line; false if it is no JSON object. One that is no line of a complete copy is passed over.
+    [[nodiscard]] bool add_line(std::string_view line);
+    // The size of the copy in bytes, by the last line that has it.
+    [[nodiscard]] std::optional<std::uint64_t> size_of(const copy_key& key) const;
+
+  private:
+    std::map<copy_key, std::uint64_t> m_sizes;
+};
+
+}  // namespace quarry::exact
