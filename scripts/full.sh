@@ -3,6 +3,7 @@
 #
 #   servers   documents' recipes that start servers of their own (Slurm, SSH). They want root and packages that a machine
 #             which somebody works on should not have; a container is a good place.
+#   devices   a device with a sector that cannot be read. It wants root and a kernel with a device mapper.
 #   damage    scripts/damage.sh with all its cases, some 15 minutes on two cores
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
 #   package   scripts/package.sh --compile: the source tarball compiled too, some 5 minutes
@@ -18,7 +19,7 @@ if [ "${1:-}" = --install ]; then
     shift
 fi
 parts=("$@")
-[ $# -gt 0 ] || parts=(servers package damage fuzz tidy)
+[ $# -gt 0 ] || parts=(servers devices package damage fuzz tidy)
 cd "$QUARRY_ROOT"
 
 servers() {
@@ -27,15 +28,22 @@ servers() {
     quarry_test release --label-regex servers --no-tests=error
 }
 
+devices() {
+    quarry_need build test devices && quarry_prepare release || return 1
+    quarry_say "testing on the device mapper"
+    CI=true QUARRY_PROGRAM="$QUARRY" /usr/bin/python3 -B -m pytest -q -p no:cacheprovider tests/real/on_device_mapper.py
+}
+
 failed=()
 for part in "${parts[@]}"; do
     case $part in
         servers) servers || failed+=("$part") ;;
+        devices) devices || failed+=("$part") ;;
         package) scripts/package.sh --compile || failed+=("$part") ;;
         damage) scripts/damage.sh 200000 || failed+=("$part") ;;
         fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
         tidy) scripts/lint.sh deep || failed+=("$part") ;;
-        *) echo "usage: scripts/full.sh [--install] [servers] [package] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
     esac
 done
 if [ ${#failed[@]} -gt 0 ]; then

@@ -22,6 +22,7 @@ quarry_packages() {
             libvhdi-utils sleuthkit ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
+        devices) echo dmsetup ;;
         package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils binutils git ;;
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;

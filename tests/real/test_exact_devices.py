@@ -1,9 +1,8 @@
-"""`-exact` on devices of the host: sectors of 4,096 bytes, a mounted volume, sectors that fail."""
+"""`-exact` on devices of the host: sectors of 4,096 bytes, a mounted volume."""
 
 import contextlib
 import os
 import re
-import shutil
 import subprocess
 
 import pytest
@@ -115,31 +114,3 @@ def test_the_volume_is_taken_from_a_partition_device(volume, contents):
         status, _, err = quarry("-partition", device, "-src", "/two.txt", "-dst", volume.image.parent / "copy")
         assert status == 0, err
         assert (volume.image.parent / "copy").read_bytes() == contents["two.txt"]
-
-
-def device_mapper_works():
-    tool = shutil.which("dmsetup", path=SYSTEM_PATH)
-    return tool is not None and subprocess.run([tool, "version"], capture_output=True, check=False).returncode == 0
-
-
-@pytest.mark.skipif(not device_mapper_works(), reason="the kernel has no device mapper, or this is not root")
-def test_sectors_that_fail_fail_the_copy_or_are_zeros_if_asked(volume, contents, exact, scratch):
-    place = volume.image.read_bytes().index(contents["one.bin"][:4096]) + 4096 + 512
-    with loop_device(volume.image) as device:
-        bad, sectors = place // 512, SIZE // 512
-        table = f"0 {bad} linear {device} 0\n{bad} 1 error\n{bad + 1} {sectors - bad - 1} linear {device} {bad + 1}\n"
-        name = f"quarry-test-{os.getpid()}"
-        run_tool("dmsetup", "create", "--readonly", name, input=table.encode())
-        try:
-            source = f"/dev/mapper/{name}"
-            result = exact.run(source, "-src", "/one.bin")
-            assert result.status == 1 and "Input/output error, at stream byte 0x1200 " in result.lines[-1], result.lines
-            assert result.lines[-1].endswith(f"(source byte 0x{place:X})"), result.lines
-            assert exact.whole(source, "-src", "/two.txt") == contents["two.txt"]
-            result = exact.run(source, "-src", "/one.bin", "-zero_unreadable")
-            expected = bytearray(contents["one.bin"])
-            expected[0x1200:0x1400] = bytes(512)
-            assert result.status == 4 and result.content == bytes(expected), result.lines
-            assert any(line.endswith(": 512 bytes at 0x1200 are zeros") for line in result.lines), result.lines
-        finally:
-            run_tool("dmsetup", "remove", name)
