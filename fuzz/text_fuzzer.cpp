@@ -87,8 +87,8 @@ void convert_utf16(byte_view bytes) {
     expect(quarry::read_utf16_narrow(narrow, bytes, length, false) == taken &&
            narrow == quarry::narrow(wide));
     const bool ends_early = taken + 2 <= bytes.size();
-    const std::size_t behind = taken != 0 && ends_early ? 2 : 0;
-    expect(quarry::read_utf16_narrow(narrow, bytes, length, true) == taken + behind);
+    const std::size_t after = taken != 0 && ends_early ? 2 : 0;
+    expect(quarry::read_utf16_narrow(narrow, bytes, length, true) == taken + after);
     expect(quarry::widen(narrow) == wide);
     static_cast<void>(quarry::read_utf16_wide(wide, bytes, quarry::terminated_text));
     expect(wide.size() <= quarry::terminated_text_limit_in_units);

@@ -174,20 +174,20 @@ void grain_tables::read(const std::vector<std::uint32_t>& directory, std::uint32
 }
 
 bool grain_tables::failed_at(std::uint64_t position) const {
-    const auto behind = std::upper_bound(
+    const auto after = std::upper_bound(
         m_failed.begin(), m_failed.end(), position,
         [](std::uint64_t wanted, const file_stretch& stretch) { return wanted < stretch.begin; });
-    return behind != m_failed.begin() && position < std::prev(behind)->end;
+    return after != m_failed.begin() && position < std::prev(after)->end;
 }
 
 const grain_tables::kept_range* grain_tables::range_of(std::uint64_t position) const {
-    const auto behind = std::upper_bound(
+    const auto after = std::upper_bound(
         m_ranges.begin(), m_ranges.end(), position,
         [](std::uint64_t wanted, const kept_range& range) { return wanted < range.m_begin; });
-    if (behind == m_ranges.begin() || position >= std::prev(behind)->m_end) {
+    if (after == m_ranges.begin() || position >= std::prev(after)->m_end) {
         return nullptr;
     }
-    return &*std::prev(behind);
+    return &*std::prev(after);
 }
 
 std::uint32_t grain_tables::entry(std::uint32_t table_sector, std::uint64_t index) const {

@@ -10,8 +10,8 @@ namespace quarry::exact {
 
 namespace {
 
-// Memory for the records of one list, which has room for 8,192 of up to 64 KiB each. More than this fails
-// with memory.
+// Memory for the records of one list, which can name 8,192 of up to 64 KiB each. More than this fails with
+// memory.
 constexpr std::uint64_t most_bytes_of_extensions = 0x4000000;
 
 }  // namespace

@@ -61,7 +61,7 @@ bool ends_as_vhd(const exact_source& source) {
 result<void> refuse_container(const exact_source& source) {
     std::vector<std::uint8_t> bytes(
         static_cast<std::size_t>(std::min<std::uint64_t>(head_bytes, source.size())));
-    // What cannot be read has no signature; the volume's own reads will tell.
+    // What cannot be read has no signature; the volume's own reads will fail.
     if (!source.read(bytes, 0)) {
         return {};
     }

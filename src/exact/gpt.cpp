@@ -118,16 +118,16 @@ result<std::vector<partition>> read_gpt(const exact_source& source, std::uint64_
             continue;
         }
         const auto first = bytes_of(entry.first_sector(), sector_size);
-        const auto behind = entry.last_sector() == std::numeric_limits<std::uint64_t>::max()
-                                ? std::nullopt
-                                : bytes_of(entry.last_sector() + 1, sector_size);
-        if (entry.first_sector() > entry.last_sector() || !first || !behind) {
+        const auto end = entry.last_sector() == std::numeric_limits<std::uint64_t>::max()
+                             ? std::nullopt
+                             : bytes_of(entry.last_sector() + 1, sector_size);
+        if (entry.first_sector() > entry.last_sector() || !first || !end) {
             return wrong("entry " + std::to_string(i) + " reaches from sector " +
                              std::to_string(entry.first_sector()) + " to " +
                              std::to_string(entry.last_sector()),
                          entries->place + offset);
         }
-        found.push_back({*first, *behind - *first});
+        found.push_back({*first, *end - *first});
     }
     return found;
 }

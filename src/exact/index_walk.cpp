@@ -39,7 +39,7 @@ result<index_node> index_walk::read(std::optional<std::uint64_t> block, notices&
     return block ? m_held->index.damaged_block(*block, told) : m_held->index.damaged_root();
 }
 
-// One level down, if there is a node. A node that cannot be read is told and passed over.
+// One level down, if there is a node. A node that cannot be read is reported and passed over.
 void index_walk::enter(std::optional<std::uint64_t> block, const damage_teller& damage, notices& told) {
     if (block) {
         const std::string where = where::index_block(*block, m_directory.entry);

@@ -9,7 +9,7 @@ namespace quarry::exact {
 
 namespace {
 
-// Ranges of zeros that are told one by one.
+// Ranges of zeros that are reported one by one.
 constexpr std::size_t most_ranges_told = 10;
 
 // The names of a type that are equal to `name` but for their case. $UpCase is read only if it can matter.

@@ -9,7 +9,7 @@ namespace quarry::exact {
 
 namespace {
 
-// Units are collected until their plain bytes reach this much.
+// Units are collected until their decompressed bytes reach this much.
 constexpr std::uint64_t window_bytes = 0x40000;
 
 // Stored bytes in one row.
@@ -21,7 +21,7 @@ struct stored_part {
 
 struct unit_plan {
     std::uint64_t number = 0;
-    std::uint64_t wanted = 0;        // plain bytes, from the start of the unit
+    std::uint64_t wanted = 0;        // decompressed bytes, from the start of the unit
     bool has_chunks = false;         // otherwise the bytes as they are
     bool lost = false;               // could not be read
     std::vector<stored_part> parts;  // empty for a unit that is a hole

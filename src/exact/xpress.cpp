@@ -13,7 +13,7 @@ constexpr unsigned first_match = 256;
 constexpr unsigned match_length_mask = 15;
 constexpr unsigned distance_shift = 4;
 constexpr unsigned shortest_match = 3;
-// Lengths that are told by bytes.
+// Lengths that are stored in bytes.
 constexpr unsigned length_in_byte = 15;
 constexpr unsigned length_in_two_bytes = 255;
 
@@ -22,7 +22,7 @@ struct match {
     std::size_t length = 0;
 };
 
-// The length that a symbol and the bytes after it tell. The rule that is broken, or null.
+// The length that a symbol and the bytes after it make. The rule that is broken, or null.
 const char* read_length(bit_words& bits, unsigned symbol, std::size_t& length) {
     unsigned told = symbol & match_length_mask;
     if (told == length_in_byte) {

@@ -258,8 +258,8 @@ std::uint64_t fileio::size() {
     const off64_t position = ::lseek64(m_fd, 0, SEEK_CUR);
     const off64_t end = ::lseek64(m_fd, 0, SEEK_END);
     if (end == -1) {
-        // Deliberate: a file under /proc whose end cannot be sought counts as 0x40000 bytes, where one would
-        // expect 0 as for any other.
+        // Deliberate: a file under /proc whose end cannot be sought counts as 0x40000 bytes, not as 0 like
+        // any other. The user sees its text read.
         return errno == EINVAL && m_path.starts_with(L"/proc") ? assumed_proc_size : 0;
     }
     if (position != -1) {

@@ -14,8 +14,8 @@ namespace quarry {
 
 namespace {
 
-// Deliberate: an attribute of another type that is longer than this ends the search for names, not the end
-// marker alone. The user does not find a file by a name after it. A $FILE_NAME may have any length. A sound
+// Deliberate: an attribute of another type that is longer than this ends the search for names, not only the
+// end marker. The user does not find a file by a name after it. A $FILE_NAME may have any length. A sound
 // record of 1,024 bytes has no attribute so long.
 constexpr std::uint32_t longest_attribute = 1024;
 // Types from here on end the search for a listed attribute.

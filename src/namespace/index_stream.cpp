@@ -30,7 +30,7 @@ struct block_layout {
 };
 
 // Is given each block of which anything was read, in stream order: its place, from 0 for the first block of
-// the first cluster that is looked at, and its bytes, sector ends put back.
+// the first cluster that is looked at, and its bytes, fixups restored.
 using block_visitor = std::function<void(std::uint64_t place, std::span<std::uint8_t> block)>;
 
 // Takes clusters in stream order and makes blocks of them.

@@ -15,7 +15,7 @@ namespace quarry {
 namespace {
 
 static_assert(unit_met_sparse == stream_met_sparse && unit_judge_by_sparse == stream_was_read,
-              "the flags of a read tell how to judge a unit");
+              "the flags of a read say how to judge a unit");
 
 // Holds the decompressed bytes of one unit until it is known that the unit is sound.
 class held_bytes : public unit_output {

@@ -62,11 +62,11 @@ std::vector<numbered_runs::placed_run> numbered_runs::place(const cluster_run_li
         const auto index = static_cast<std::size_t>(after - m_blocks.begin()) - 1;
         const block& at = m_blocks[index];
         const std::uint64_t vcn_in_block = run.vcn - at.first_vcn;
-        const auto behind =
+        const auto run_after =
             std::upper_bound(at.runs.begin(), at.runs.end(), vcn_in_block,
                              [](std::uint64_t vcn, const cluster_run& other) { return vcn < other.vcn; });
-        if (behind == at.runs.begin() || std::prev(behind)->vcn != vcn_in_block) {
-            placed.push_back({index, static_cast<std::size_t>(behind - at.runs.begin()), run});
+        if (run_after == at.runs.begin() || std::prev(run_after)->vcn != vcn_in_block) {
+            placed.push_back({index, static_cast<std::size_t>(run_after - at.runs.begin()), run});
         }
     }
     return placed;

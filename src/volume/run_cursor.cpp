@@ -69,10 +69,10 @@ bool run_cursor::find_in_order(const cluster_run_list& runs, std::uint64_t vcn, 
         ++m_last;
     }
     if (!is_at(m_last)) {
-        const auto behind =
+        const auto after =
             std::upper_bound(runs.begin(), runs.end(), vcn,
                              [](std::uint64_t wanted, const cluster_run& run) { return wanted < run.vcn; });
-        m_last = behind == runs.begin() ? 0 : static_cast<std::size_t>(behind - runs.begin()) - 1;
+        m_last = after == runs.begin() ? 0 : static_cast<std::size_t>(after - runs.begin()) - 1;
     }
     index = m_last;
     return is_at(m_last);

@@ -89,13 +89,13 @@ bool vcn_is_equal(const cluster_run& left, const cluster_run& right) {
 // Orders by VCN and keeps the first of several runs with one VCN, then renumbers. Where VCNs are equal, runs
 // from `middle` on come after those before it. Both parts are in order already, as a rule.
 void put_in_order(cluster_run_list& list, std::size_t middle) {
-    const auto behind = list.begin() + static_cast<std::ptrdiff_t>(middle);
-    for (const auto& [from, to] : {std::pair(list.begin(), behind), std::pair(behind, list.end())}) {
+    const auto after = list.begin() + static_cast<std::ptrdiff_t>(middle);
+    for (const auto& [from, to] : {std::pair(list.begin(), after), std::pair(after, list.end())}) {
         if (!std::is_sorted(from, to, vcn_is_lower)) {
             std::stable_sort(from, to, vcn_is_lower);
         }
     }
-    std::inplace_merge(list.begin(), behind, list.end(), vcn_is_lower);
+    std::inplace_merge(list.begin(), after, list.end(), vcn_is_lower);
     list.erase(std::unique(list.begin(), list.end(), vcn_is_equal), list.end());
     renumber_from(list, 0);
 }

@@ -43,7 +43,7 @@ transfer_plan plan_transfer(const CNtfs& ntfs, const attr_item& item, bool raw) 
     return plan;
 }
 
-// Puts the sector ends of the whole index blocks in a transfer back.
+// Restores the fixups of the whole index blocks in a transfer.
 void restore_index_blocks(std::span<std::uint8_t> transfer, std::uint32_t sector_size) {
     for (std::size_t at = 0; transfer.size() - at >= index_block_size; at += index_block_size) {
         restore_sector_ends(transfer.subspan(at, index_block_size), sector_size,

@@ -28,7 +28,7 @@ std::string long_content() {
 
 class exact_mode : public command_line_test {
   protected:
-    // "volume" is a bare volume, "disk" the same behind an MBR:
+    // "volume" is a bare volume, "disk" the same after an MBR:
     //
     //     entry 24  /a.txt     "hello\n", with a stream "Note" of "note\n"
     //     entry 25  /long.bin  300,000 bytes in clusters
@@ -286,7 +286,7 @@ TEST_F(exact_mode, refuses_a_name_in_a_directory_before_reading_if_the_command_l
     expect_refused(
         {"-image", "volume", "-src", "/docs/b.txt", "-dst", "out/", "-overwrite"},
         "destination out/b.txt: is a file of this run: a source, the log, the manifest or a standard stream");
-    // What the volume alone knows is found out by reading.
+    // What only the volume knows is found out by reading.
     for (const words& object : {words{"-mft", "24"}, words{"-src", "/A.TXT"}}) {
         const program_result result = exact({"-image", "volume", object[0], object[1], "-dst", "out/"});
         EXPECT_EQ(result.status, 1);

@@ -17,7 +17,7 @@ struct slot_place {
     std::size_t extra;
 };
 
-// By the table of slots: two slots for each number of extra bits, 3 alone before them.
+// By the table of slots: two slots for each number of extra bits, and slot 3 on its own before them.
 slot_place place_of(std::size_t distance) {
     std::size_t base = 1;
     for (unsigned slot = 3;; ++slot) {

@@ -88,7 +88,7 @@ tl::unexpected<failure> sealed_file::failed(failure_code code, int error) const 
 
 result<void> sealed_file::check_room(std::uint64_t size) const {
     struct ::statvfs room {};
-    // Some file systems do not say how large they are; there the writes will tell.
+    // Some file systems do not say how large they are; there a write fails.
     if (::fstatvfs(m_directory_fd, &room) != 0 || room.f_blocks == 0) {
         return {};
     }

@@ -154,7 +154,7 @@ class storage_walk {
             return;
         }
         const std::string directory = m_places.block_devices + "/" + number_text(device);
-        add_behind_loop(device, node, directory);
+        add_backing_file(device, node, directory);
         if (::access((directory + "/partition").c_str(), F_OK) == 0) {
             add_device_of_line(directory + "/../dev");
         }
@@ -208,7 +208,7 @@ class storage_walk {
         }
     }
 
-    void add_behind_loop(::dev_t device, const std::string& node, const std::string& directory) {
+    void add_backing_file(::dev_t device, const std::string& node, const std::string& directory) {
         for (const std::string& name :
              {node, m_places.device_nodes + "/loop" + std::to_string(::minor(device))}) {
             if (add_by_status(device, name)) {

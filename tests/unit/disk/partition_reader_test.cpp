@@ -26,8 +26,8 @@ struct reading {
     partition_list list;
 };
 
-// Type, start and length, and the format if there is one: "07 2048+1000 ntfs". A guessed type has an "8" in
-// front.
+// Type, start and length, and the format if there is one: "07 2048+1000 ntfs". A guessed type begins with an
+// "8".
 std::vector<std::string> listed(const partition_list& list) {
     std::vector<std::string> texts;
     for (const partition_stats& record : list) {

@@ -40,7 +40,7 @@ constexpr bool slow_build = false;
 constexpr bool slow_build = false;
 #endif
 
-// Of the bits of the volume that a copy reads, each is flipped, except for those in room that nothing uses
+// Of the bits of the volume that a copy reads, each is flipped, except for those in bytes that nothing uses
 // and in letters of $UpCase that no name has; of those, and of what no copy reads, one in so many. A slow
 // build takes one in so many of all. The numbers are primes, so that each bit of a byte and each place of a
 // field comes up.
@@ -324,7 +324,7 @@ class bit_flips {
         m_source.stop_noting();
     }
 
-    // Fields of which a bit, flipped alone, makes a copy complete and different. Every such copy must be what
+    // Fields of which a single flipped bit makes a copy complete and different. Every such copy must be what
     // the plain reader gives.
     [[nodiscard]] std::set<std::string> find_silent() {
         std::vector<std::size_t> all(m_made.streams.size());
@@ -395,8 +395,8 @@ TEST(damage, of_one_bit_of_metadata_is_silent_only_where_the_volume_says_somethi
     bit_flips flips(made);
     const std::set<std::string> silent = flips.find_silent();
     // Nothing in the volume contradicts these: how long a stream is and where it lies is said once, and so is
-    // what kind of attribute a thing is. A record that moved because $MFT did is told by its own number, with
-    // a warning.
+    // what kind of attribute a thing is. A record that moved because $MFT did is known by its own number,
+    // with a warning.
     const std::set<std::string> said_once = {
         "$DATA size",  // and the copy of it in $FILE_NAME is an old one as often as not
         "$DATA valid length",

@@ -10,7 +10,7 @@ using namespace quarry::exact;
 
 namespace {
 
-// A to Z alone have a lower case.
+// Only A to Z have a lower case.
 const upcase& letters() {
     static const upcase table = [] {
         byte_writer units(upcase::table_bytes);

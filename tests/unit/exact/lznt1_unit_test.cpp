@@ -35,7 +35,7 @@ bytes chunk(const lznt1_payload& payload) {
     return lznt1_chunk(payload.build());
 }
 
-// A payload that stands for `size` bytes: literals, then one long repeat.
+// A payload that decodes to `size` bytes: literals, then one long repeat.
 lznt1_payload repeated(std::size_t size) {
     lznt1_payload payload;
     payload.literal('x');

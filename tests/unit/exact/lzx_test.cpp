@@ -31,7 +31,7 @@ lzx_codes random_codes(std::mt19937& random) {
             random_code_lengths(lzx_length_symbols, 16, random), random_code_lengths(8, 7, random)};
 }
 
-// Blocks and items of all kinds, and what they stand for.
+// Blocks and items of all kinds, and what they decode to.
 struct random_chunk {
     bytes stored;
     bytes plain;

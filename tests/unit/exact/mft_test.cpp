@@ -130,7 +130,7 @@ TEST(mft, is_found_through_the_mirror_if_record_0_is_zeroed_or_torn_or_unreadabl
 TEST(mft, gives_the_record_0_that_it_was_opened_by) {
     const volume_builder volume({.system_files = true});
     bytes image = volume.image();
-    // Another first cluster of $DATA in record 0 alone, which is sound but for that.
+    // Another first cluster of $DATA only in record 0, which is sound but for that.
     const auto start = static_cast<std::ptrdiff_t>(volume.record_position(0));
     const byte_view record0(image.data() + start, 1024);
     attribute data = first_attribute(record0);

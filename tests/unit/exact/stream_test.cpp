@@ -481,7 +481,7 @@ class counting_sink final : public exact::stream_sink {
 }  // namespace
 
 TEST(stream, that_is_compressed_has_long_holes_passed_over_at_once) {
-    // 2^36 units in one hole, and a unit of plain bytes after them.
+    // 2^36 units in one hole, and a unit of uncompressed bytes after them.
     constexpr std::uint64_t hole_clusters = std::uint64_t{1} << 40;
     const std::uint64_t size = hole_clusters * cluster + unit;
     const bytes text = pattern(unit, 3);

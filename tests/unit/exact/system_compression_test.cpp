@@ -319,7 +319,7 @@ TEST(system_compression, fails_where_it_cannot_be_read) {
 }
 
 TEST(system_compression, is_zeros_for_chunks_that_cannot_be_read_if_these_are_wanted) {
-    // Chunk 5 begins in VCN 5, behind a table of 116 bytes, and ends in VCN 6.
+    // Chunk 5 begins in VCN 5, after a table of 116 bytes, and ends in VCN 6.
     std::vector<bytes> chunks(30, bytes(4096, 'x'));
     opened_exact_volume opened(packed_file(30 * 4096, with_table(chunks), runs({{100, 31}})).volume);
     opened.source().unreadable(106 * cluster, 1);

@@ -56,7 +56,7 @@ TEST(torn_records, fail_the_copies_that_need_them_and_no_other) {
     ASSERT_EQ(text_of(copy_by_path(sound).said), "");
     // The root, $Bitmap, $UpCase, the directory and the file.
     const std::set<std::uint64_t> needed = {5, 6, 10, 25, 26};
-    // $MFT and the first of the volume's own files have a second copy, or are only told of.
+    // $MFT and the first of the volume's own files have a second copy, or are only reported.
     const std::set<std::uint64_t> told = {0, 2, 3};
     int torn = 0;
     for (std::uint64_t entry = 0; entry < volume.shape().mft_entries; ++entry) {

@@ -9,7 +9,7 @@
 namespace quarry::test {
 
 TEST(upcase, is_the_table_of_the_volume) {
-    // A volume that knows the capital of "z" alone, and has its own opinion of it.
+    // A volume that knows only the capital of "z", and has its own opinion of it.
     byte_writer table(131072);
     for (std::size_t unit = 0; unit < 65536; ++unit) {
         table.u16(2 * unit, unit);

@@ -75,7 +75,7 @@ TEST(volume_probe, names_the_kinds_of_volumes) {
 }
 
 TEST(volume_table, lists_a_line_for_each_partition) {
-    // Where the volumes end, the table alone says.
+    // Only the table says where the volumes end.
     disk_builder disk(0x3000);
     disk.table(
         0, {{0x06, 0x800, 0x8000}, {0x07, 0x1000, 0x30000}, {0x07, 0x1800, 0x100000}, {0x83, 0x2000, 100}});
@@ -217,7 +217,7 @@ TEST(volume_table, a_table_that_leads_to_a_sound_volume_counts_whatever_text_is_
     EXPECT_EQ(choice_beside(3, "-FVE-FS-", volume), "0xC800");
     EXPECT_EQ(choice_beside(3, "EXFAT   ", volume), "0xC800");
     EXPECT_EQ(choice_beside(3, "NTFS    ", volume), "0xC800");
-    // An entry that leads to a name alone proves no table.
+    // An entry that leads only to a name proves no table.
     const bytes name_alone = named_sector(3, "NTFS    ");
     EXPECT_EQ(choice_beside(54, "FAT16   ", name_alone), "no-volume: source disk.dd: holds no NTFS volume");
     EXPECT_EQ(choice_beside(3, "-FVE-FS-", name_alone),

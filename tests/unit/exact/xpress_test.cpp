@@ -25,7 +25,7 @@ bytes repeated(const char* text, std::size_t size) {
 
 const char* const ends_early = "wof it: chunk 7: it ends before all of its bytes are decoded";
 
-// Items of all kinds, and what they stand for.
+// Items of all kinds, and what they decode to.
 struct random_chunk {
     bytes stored;
     bytes plain;

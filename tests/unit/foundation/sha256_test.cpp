@@ -132,7 +132,8 @@ TEST_P(sha256, is_ready_for_the_next_message_afterwards) {
     EXPECT_EQ(digest_text(ctx), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
-// Where the processor has no instructions of its own, the plain transform is alone and nothing can differ.
+// Where the processor has no instructions of its own, there is only the plain transform and nothing can
+// differ.
 TEST_P(sha256, gives_the_state_of_the_plain_transform_for_blocks_of_any_kind) {
     std::uint32_t seed = 1;
     const auto next = [&seed] { return seed = seed * 1664525 + 1013904223; };

@@ -172,7 +172,7 @@ TEST_F(links_test, whose_record_can_no_longer_be_read_are_none) {
 }
 
 TEST_F(links_test, whose_record_is_cut_by_the_end_of_the_source_are_none) {
-    // $MFT lies behind everything else, and half of its last record is missing.
+    // $MFT lies after everything else, and half of its last record is missing.
     volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
     volume.add_file("target");
     volume.add_directory("link").reparse(
@@ -198,7 +198,7 @@ TEST_F(links_test, on_a_damaged_volume_end_with_an_answer) {
     for (int round = 0; round < 150; ++round) {
         bytes damaged = image;
         for (int i = 0; i < 20; ++i) {
-            // The records of a test's own entries, or anything behind $MFT, where the index of the root is.
+            // The records of a test's own entries, or anything after $MFT, where the index of the root is.
             const std::size_t at = i % 2 == 0 ? records + random() % 8192
                                               : image.size() - 1 - random() % (image.size() - records);
             damaged[at] = static_cast<std::uint8_t>(random());

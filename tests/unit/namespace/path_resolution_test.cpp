@@ -175,7 +175,7 @@ TEST_F(path_resolution_test, finds_a_file_by_each_of_its_hard_links) {
     m_volume.add_file("one", directory).hard_link("two", 5);
     EXPECT_EQ(entry_of(LR"(\dir\one)"), 25u);
     EXPECT_EQ(entry_of(LR"(\two)"), 25u);
-    // The names come from the record, whichever directory they stand in.
+    // The names come from the record, whichever directory they are in.
     EXPECT_EQ(entry_of(LR"(\dir\two)"), 25u);
     EXPECT_EQ(entry_of(LR"(\one)"), 25u);
 }
@@ -287,7 +287,7 @@ TEST_F(path_resolution_test, passes_over_a_child_outside_of_the_mft) {
 }
 
 TEST_F(path_resolution_test, passes_over_a_child_whose_record_is_cut_by_the_end_of_the_source) {
-    // $MFT lies behind everything else, and half of its last record is missing.
+    // $MFT lies after everything else, and half of its last record is missing.
     volume_builder volume({.mft_entries = 26, .mft_runs = runs({{40, 7}})});
     volume.add_file("good");
     volume.add_file("cut");
@@ -340,7 +340,7 @@ TEST_F(path_resolution_test, fails_in_a_directory_of_which_no_child_has_a_name) 
                      R"(inode not found for \dir\bad)"}));
 }
 
-// Damage: a lookup ends, and its last line tells how.
+// Damage: a lookup ends, and its last line says how.
 
 // 300 files whose lists are the same 512 KiB, of which every 24 bytes name another record: without a bound,
 // six million reads.
@@ -362,9 +362,9 @@ TEST_F(path_resolution_test, ends_soon_where_the_lists_of_all_files_lie_over_eac
 }
 
 // A root directory of so many times 24 files with 8 names each, which are the same records over and
-// over because $MFT lies over itself, and behind them the file "last". Returns its entry number, 0 if it is
+// over because $MFT lies over itself, and after them the file "last". Returns its entry number, 0 if it is
 // not found.
-std::uint64_t last_file_behind(std::size_t repeats) {
+std::uint64_t last_file_after(std::size_t repeats) {
     constexpr std::uint64_t entries_of_first_run = 48;
     volume_builder volume({.mft_runs = {{4, 12}, {20, 4}}});
     volume.root().index_in_blocks();
@@ -398,8 +398,8 @@ std::uint64_t last_file_behind(std::size_t repeats) {
 
 // Each name counts 64 bytes and its own, which makes some 13,000 for the 8 names of 24 files.
 TEST_F(path_resolution_test, passes_over_children_after_more_names_than_the_source_can_hold) {
-    EXPECT_EQ(last_file_behind(3), 3u * 48 + 2);
-    EXPECT_EQ(last_file_behind(40), 0u) << "the names of 40 times 24 files would take half a megabyte";
+    EXPECT_EQ(last_file_after(3), 3u * 48 + 2);
+    EXPECT_EQ(last_file_after(40), 0u) << "the names of 40 times 24 files would take half a megabyte";
 }
 
 // Numbers of children may all lead to one record, of half a megabyte: each of them would be read and

@@ -112,7 +112,7 @@ TEST(volume_builder, an_image_at_an_offset_has_zeros_ahead_of_it) {
 
 TEST(volume_builder, the_root_lists_mft_as_entry_0_and_itself) {
     // Behind the header, $STANDARD_INFORMATION (96 bytes) and $FILE_NAME (24 + 68, rounded to 96): the index
-    // root, its name in 8 bytes behind the header, its node at 16, the first entry at 16 from there.
+    // root, its name in 8 bytes after the header, its node at 16, the first entry at 16 from there.
     const bytes record = volume_builder().record_on_disk(5);
     const byte_view index = byte_view(record).from(0x38 + 96 + 96);
     ASSERT_EQ(index.u32(0), 0x90u);

@@ -43,7 +43,7 @@ TEST(entry_position, a_record_larger_than_a_cluster_begins_in_its_own) {
     EXPECT_EQ(volume->entry_position(2), 91u * 512);
 }
 
-// A volume whose $MFT has these runs for the entries behind the first 16.
+// A volume whose $MFT has these runs for the entries after the first 16.
 std::uint64_t position_of_entry_16(const char* pairs) {
     volume_builder builder;
     record_builder mft = builder.new_record(0);

@@ -55,7 +55,7 @@ TEST(read_record, the_sector_ends_are_put_back) {
     builder.add_file("a").resident_data(pattern(700));
     opened_volume volume(builder);
     bytes expected = builder.record_on_disk(24);
-    // The saved words stand at 0x32 and 0x34.
+    // The saved words are at 0x32 and 0x34.
     apply(expected, {{510, 2, byte_view(expected).u16_or_zero(0x32)},
                      {1022, 2, byte_view(expected).u16_or_zero(0x34)}});
     ASSERT_NE(expected, builder.record_on_disk(24));
@@ -344,7 +344,7 @@ TEST(read_record, a_record_that_begins_at_the_end_of_a_piece_of_mft_is_read_on_w
     EXPECT_TRUE(read.result);
     EXPECT_EQ(read.length, 1024u);
     EXPECT_EQ(part(read.record, 512, 512), bytes(512, 0x43))
-        << "from the cluster behind it on disk, not from 90";
+        << "from the cluster after it on disk, not from 90";
 }
 
 TEST(read_record, a_failed_read_is_told_by_every_reader) {

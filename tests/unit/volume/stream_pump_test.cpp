@@ -115,7 +115,7 @@ TEST_F(pump_stream_test, writes_the_allocated_size_with_raw) {
     EXPECT_EQ(got.log, (lines{"info: data size 0x2000"}));
 }
 
-// Clusters beyond the initialized size go out as they stand on the disk.
+// Clusters beyond the initialized size go out as they are on the disk.
 TEST_F(pump_stream_test, writes_what_the_clusters_hold_beyond_the_initialized_size) {
     attr_item item = stored_item({{50, 3}}, 10000);
     item.initialized = 5000;
@@ -151,7 +151,7 @@ TEST_F(pump_stream_test, writes_zeros_for_a_hole) {
     EXPECT_EQ(got.out, part(concat({clusters(50, 1), bytes(4096, 0), clusters(51, 3)}), 0, 20000));
 }
 
-// 15,904 bytes up to the cut of the range's end, then the 480 bytes of the last cluster behind it.
+// 15,904 bytes up to the cut of the range's end, then the 480 bytes of the last cluster after it.
 TEST_F(pump_stream_test, leaves_a_hole_out_and_takes_the_slack_of_the_last_cluster_for_it) {
     attr_item item = stored_item({{50, 1}, {hole, 1}, {51, 3}}, 20000);
     counting_buffer buffer;
@@ -190,7 +190,7 @@ TEST_F(pump_stream_test, writes_nothing_of_a_stream_that_is_all_holes_when_they_
 }
 
 TEST_F(pump_stream_test, ends_ahead_of_a_cluster_that_cannot_be_read_and_counts_as_done) {
-    // The run leaves the volume behind its second cluster.
+    // The run leaves the volume after its second cluster.
     const pumped got = pump(stored_item({{volume_clusters - 2, 100}}), {.want_md5 = true});
     EXPECT_TRUE(got.ok);
     EXPECT_EQ(got.out, clusters(volume_clusters - 2, 2));

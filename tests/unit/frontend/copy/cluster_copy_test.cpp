@@ -36,7 +36,7 @@ class cluster_copy_test : public testing::Test {
         request.report = report.wstring();
         return copy(120, 1);
     }
-    // The report behind its head.
+    // The report after its head.
     [[nodiscard]] std::string lines() const {
         const std::string report = text_of(dir / "report");
         return report.substr(report.find("\n\n") + 2);

@@ -44,7 +44,7 @@ class extraction_test : public testing::Test {
         const test::bytes content = test::read_file(dir / name);
         return {content.begin(), content.end()};
     }
-    // The log behind the command line.
+    // The log after the command line.
     [[nodiscard]] std::string log() const {
         const std::string all = text("log");
         return all.substr(all.find('\n') + 1);

@@ -16,7 +16,7 @@ namespace {
 using namespace exact;
 using words = std::vector<std::string>;
 
-// The words of a line with blanks between them, the program's name in front.
+// The words of a line with blanks between them, the program's name first.
 words split_line(const std::string& line) {
     words list = {"quarry"};
     std::istringstream stream(line);

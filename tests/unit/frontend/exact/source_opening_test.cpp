@@ -46,7 +46,7 @@ TEST(source_opening, sees_another_size_and_another_time) {
     const auto opened = exact::open_source(image(directory), image(directory).paths, told);
     ASSERT_TRUE(opened) << opened.error().text();
     EXPECT_FALSE(opened->has_changed());
-    // The time alone, back to 1970.
+    // Only the time, back to 1970.
     std::filesystem::last_write_time(directory / "image", std::filesystem::file_time_type{});
     EXPECT_TRUE(opened->has_changed());
     const auto again = exact::open_source(image(directory), image(directory).paths, told);
