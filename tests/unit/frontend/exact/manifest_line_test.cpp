@@ -1,0 +1,53 @@
+#include "frontend/exact/manifest_line.h"
+
+#include <gtest/gtest.h>
+
+namespace quarry::test {
+
+using namespace quarry::exact;
+
+namespace {
+
+const run_facts run = {0, "lab1", "/cases", {"quarry", "-exact"}};
+const source_facts source = {"image", {{"disk.dd", 10}}};
+
+// The line of a file with this time of creation.
+std::string line_with(std::uint64_t created) {
+    manifest_entry entry{run, source};
+    entry.outcome = "complete";
+    entry.object.entry = entry_facts{};
+    entry.object.entry->standard = four_times{created, 0, 0, 0};
+    return manifest_line(entry);
+}
+
+bool has(const std::string& line, const std::string& part) {
+    return line.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+TEST(manifest_line, writes_times_at_their_edges) {
+    EXPECT_TRUE(has(line_with(0), R"("standard":{"created":null,"modified":null)"));
+    EXPECT_TRUE(has(line_with(1), R"("created":"1601-01-01T00:00:00.0000001Z")"));
+    EXPECT_TRUE(has(line_with(2650467743999999999), R"("created":"9999-12-31T23:59:59.9999999Z")"));
+    EXPECT_TRUE(has(line_with(2650467744000000000), R"("created":2650467744000000000,)"));
+    EXPECT_TRUE(has(line_with(0xFFFFFFFFFFFFFFFF), R"("created":18446744073709551615,)"));
+}
+
+TEST(manifest_line, is_one_line_whatever_the_words_hold) {
+    manifest_entry entry{run, source};
+    entry.object.asked = "/a\nb\xFF\x01";
+    const std::string line = manifest_line(entry);
+    EXPECT_EQ(line.find('\n'), line.size() - 1);
+    EXPECT_TRUE(has(line, "\"asked\":\"/a\\nb\xEF\xBF\xBD\\u0001\""));
+}
+
+TEST(manifest_line, keeps_the_bytes_of_a_path_that_is_no_utf_8) {
+    const source_facts odd = {"image", {{"d\xFF", 10}}};
+    manifest_entry entry{run, odd};
+    const std::string line = manifest_line(entry);
+    EXPECT_TRUE(has(line, "{\"path\":\"d\xEF\xBF\xBD\",\"path_bytes\":\"64ff\",\"size\":10,"));
+    EXPECT_FALSE(has(manifest_line(manifest_entry{run, source}), "path_bytes"));
+}
+
+}  // namespace quarry::test
