@@ -4,11 +4,13 @@
 #include "exact/name_text.h"
 #include "exact/reparse.h"
 #include "exact/volume_path.h"
+#include "exact/warm_directories.h"
 #include "volume/attribute_values.h"
 #include "volume/well_known.h"
 
 #include <algorithm>
 #include <deque>
+#include <memory>
 #include <utility>
 
 namespace quarry::exact {
@@ -43,6 +45,7 @@ class walk {
         : m_volume(volume),
           m_options(options),
           m_told(told),
+          m_kept(options.directories == nullptr ? m_own : *options.directories),
           m_left(names.begin(), names.end()),
           m_names_asked(names.size()) {}
 
@@ -57,7 +60,13 @@ class walk {
                 return passed_on(stepped);
             }
         }
-        return walked_path{std::move(*m_reached), names_of_way(), std::move(m_links),
+        // A directory that is kept for other walks is read for this one.
+        if (m_reached.use_count() > 1) {
+            if (auto reached = read_end_of_way(m_told); !reached) {
+                return passed_on(reached);
+            }
+        }
+        return walked_path{std::move(m_reached->attributes), names_of_way(), std::move(m_links),
                            m_way.empty() ? std::nullopt : std::optional(m_way.back())};
     }
 
@@ -81,15 +90,33 @@ class walk {
 
     // The directory that the way leads to is the one to look into.
     [[nodiscard]] result<void> go_to_end_of_way() {
-        auto directory =
-            m_way.empty() ? m_volume.table().read_system(root_directory, m_told).and_then([&](record found) {
-                return attribute_set::of(m_volume.table(), std::move(found), m_told);
-            })
-                          : attributes_of(m_volume, m_way.back().file, m_told);
+        if (!m_way.empty()) {
+            return read_end_of_way(m_told);
+        }
+        if (const warm_directories::root_directory* const root = m_kept.root()) {
+            tell_again(root->told);
+            m_reached = root->directory;
+            return {};
+        }
+        notices told;
+        auto read = read_end_of_way(told);
+        tell_again(told);
+        if (read) {
+            m_kept.keep_root({m_reached, std::move(told)});
+        }
+        return read;
+    }
+
+    [[nodiscard]] result<void> read_end_of_way(notices& told) {
+        auto directory = m_way.empty()
+                             ? m_volume.table().read_system(root_directory, told).and_then([&](record found) {
+                                   return attribute_set::of(m_volume.table(), std::move(found), told);
+                               })
+                             : attributes_of(m_volume, m_way.back().file, told);
         if (!directory) {
             return passed_on(directory);
         }
-        m_reached = std::move(*directory);
+        m_reached = std::make_shared<reached_directory>(std::move(*directory));
         return {};
     }
 
@@ -110,15 +137,63 @@ class walk {
         if (m_from_link && name == u"..") {
             return step_up();
         }
-        const attribute_set& directory = *m_reached;
+        const reference from = m_reached->attributes.base().self();
+        const warm_directories::step* const known = m_left.empty() ? nullptr : m_kept.find(from, name);
+        if (known != nullptr) {
+            tell_again(known->told);
+            m_options.tell(step_text(known->key));
+            m_way.push_back(known->key);
+            m_reached = known->directory;
+            return {};
+        }
+        notices told;
+        auto stepped = look_and_step(name, told);
+        tell_again(told);
+        // What is a link has gone elsewhere.
+        if (stepped && *stepped && !m_left.empty() && is_plain_directory(m_reached->attributes)) {
+            m_kept.keep(from, name, {m_way.back(), m_reached, std::move(told)});
+        }
+        return stepped.map([](bool) {});
+    }
+
+    void tell_again(const notices& told) {
+        for (const notice& each : told.all()) {
+            each.weight == notice::weight::doubt ? m_told.doubt(each.code, each.where, each.why)
+                                                 : m_told.warn(each.code, each.where, each.why);
+        }
+    }
+
+    [[nodiscard]] static std::string step_text(const index_key& key) {
+        return "name \"" + shown_name(key.name) + "\" -> " + key.file.text();
+    }
+
+    [[nodiscard]] static bool is_plain_directory(const attribute_set& file) {
+        return file.base().is_directory() && file.of_type(attr_reparse_point).empty();
+    }
+
+    // The index of the directory that was reached, opened once. It warns of what belongs to the volume alone.
+    [[nodiscard]] result<const directory_index*> index_here() {
+        if (!m_reached->index) {
+            auto opened = directory_index::open(m_volume, m_reached->attributes, m_told);
+            if (!opened) {
+                return passed_on(opened);
+            }
+            m_reached->index = std::move(*opened);
+        }
+        return &*m_reached->index;
+    }
+
+    // Looks the name up and goes to its file. False if it is a link: its target is still to be walked.
+    [[nodiscard]] result<bool> look_and_step(const std::u16string& name, notices& told) {
+        const attribute_set& directory = m_reached->attributes;
         if (!directory.base().is_directory()) {
             return fail(failure_code::not_directory, where::path(shown({})), "is no directory");
         }
-        const auto index = directory_index::open(m_volume, directory, m_told);
+        const auto index = index_here();
         if (!index) {
             return passed_on(index);
         }
-        auto key = look_up(*index, name, {}, m_told);
+        auto key = look_up(**index, name, {}, told);
         if (!key) {
             // The lookup was not told the path.
             if (key.error().where == where::path({})) {
@@ -126,13 +201,13 @@ class walk {
             }
             return passed_on(key);
         }
-        m_options.tell("name \"" + shown_name(key->name) + "\" -> " + key->file.text());
-        auto file = attributes_of(m_volume, key->file, m_told);
+        m_options.tell(step_text(*key));
+        auto file = attributes_of(m_volume, key->file, told);
         if (!file) {
             return passed_on(file);
         }
-        if (auto agrees = expect_name(*file, directory.base().self(), key->name, m_told); !agrees) {
-            return agrees;
+        if (auto agrees = expect_name(*file, directory.base().self(), key->name, told); !agrees) {
+            return passed_on(agrees);
         }
         if (!m_left.empty() || m_options.follow_last) {
             auto followed = follow(*file, key->name);
@@ -140,12 +215,12 @@ class walk {
                 return passed_on(followed);
             }
             if (*followed) {
-                return {};
+                return false;
             }
         }
         m_way.push_back(std::move(*key));
-        m_reached = std::move(*file);
-        return {};
+        m_reached = std::make_shared<reached_directory>(std::move(*file));
+        return true;
     }
 
     // Goes on at the target if the file is a link. False if it is to be walked through or to be taken itself.
@@ -218,11 +293,13 @@ class walk {
     exact_volume& m_volume;
     const walk_options& m_options;
     notices& m_told;
+    warm_directories m_own;
+    warm_directories& m_kept;
     std::deque<std::u16string> m_left;
     std::size_t m_names_asked;  // by the path and by the links on it
     // The names from the root to where the walk is, and the file there.
     std::vector<index_key> m_way;
-    std::optional<attribute_set> m_reached;
+    std::shared_ptr<reached_directory> m_reached;
     std::vector<std::string> m_links;
     std::string m_last_link;  // its path, in the words of a message
     // "." and ".." are names of directories only in links; a path that somebody typed has neither.

@@ -26,12 +26,16 @@
 
 namespace quarry::exact {
 
+class warm_directories;
+
 struct walk_options {
     // Names of this volume in absolute links, in any case: "C" or "Volume{GUID}".
     std::vector<std::u16string> volume_names;
     bool follow_last = true;  // follow the last name too if it is a link
     // Is given one line for the log at each name and each link.
     std::function<void(const std::string& line)> tell = [](const std::string&) {};
+    // What earlier walks over the same volume passed, and this one adds to; null to read everything anew.
+    warm_directories* directories = nullptr;
 };
 
 struct walked_path {

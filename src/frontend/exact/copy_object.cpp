@@ -126,9 +126,9 @@ std::vector<std::u16string> above(std::vector<std::u16string> names) {
     return names;
 }
 
-result<found_object> find_path(exact_volume& volume, const exact_options& options,
-                               const object_by_path& asked, exact_messages& messages, notices& told,
-                               object_facts* known) {
+result<found_object> find_path(exact_volume& volume, warm_directories& directories,
+                               const exact_options& options, const object_by_path& asked,
+                               exact_messages& messages, notices& told, object_facts* known) {
     auto path = parse_volume_path(asked.text);
     if (!path) {
         return passed_on(path);
@@ -137,6 +137,7 @@ result<found_object> find_path(exact_volume& volume, const exact_options& option
                   (path->prefix.empty() ? "" : ", " + path->prefix + " is passed over"));
     walk_options walking;
     walking.follow_last = !options.raw;
+    walking.directories = &directories;
     walking.tell = [&messages](const std::string& line) { messages.info(line); };
     for (const std::string& letter : options.letters) {
         walking.volume_names.push_back(units_of_utf8(letter).value_or(std::u16string()));
@@ -186,6 +187,10 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     }
     const std::u16string listed = asked.listed.empty() ? std::u16string() : asked.listed.back();
     found.file_name = name_of_file(*found.set, listed);
+    if (found.file_name.empty()) {
+        // A listing calls a file without a name by its entry.
+        found.file_name = listed;
+    }
     if (found.file_name != listed && !listed.empty()) {
         return fail(failure_code::name, where::record(asked.entry),
                     "has no name \"" + shown_name(listed) + "\"; the list may be of another volume");
@@ -239,12 +244,13 @@ std::optional<std::string> name_as_asked(const copy_object& asked) {
     return name ? std::optional(*name) : std::nullopt;
 }
 
-result<found_object> find_object(exact_volume& volume, const exact_options& options, const copy_object& asked,
+result<found_object> find_object(exact_volume& volume, warm_directories& directories,
+                                 const exact_options& options, const copy_object& asked,
                                  exact_messages& messages, notices& told, object_facts* known) {
     auto found = std::visit(
         overloaded{
             [&](const object_by_path& path) {
-                return find_path(volume, options, path, messages, told, known);
+                return find_path(volume, directories, options, path, messages, told, known);
             },
             [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told, known); },
             [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters, known); },

@@ -5,6 +5,7 @@
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
 #include "exact/stream.h"
+#include "exact/warm_directories.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
 #include "frontend/exact/object_facts.h"
@@ -36,9 +37,10 @@ struct found_object {
 // Finds and opens the stream. What is passed on the way is told in the log. Fails as paths, records and
 // streams do, with outside for clusters that the volume has not, and with tag, link or wof for a file
 // whose data is elsewhere. What becomes known on the way is noted in `known`, unless that is null.
-[[nodiscard]] result<found_object> find_object(exact_volume& volume, const exact_options& options,
-                                               const copy_object& asked, exact_messages& messages,
-                                               notices& told, object_facts* known = nullptr);
+[[nodiscard]] result<found_object> find_object(exact_volume& volume, warm_directories& directories,
+                                               const exact_options& options, const copy_object& asked,
+                                               exact_messages& messages, notices& told,
+                                               object_facts* known = nullptr);
 
 // The directories that the object is in, from the root down: as it was asked for, or else as its own names
 // say. What is above a directory that is lost is one called "?". None for clusters.

@@ -45,7 +45,8 @@ class copy_session {
     // All must outlive the session. Without a manifest `evidence` is null.
     copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
                  const output_guard& guard, exact_messages& messages, manifest* evidence = nullptr)
-        : m_source(source), m_evidence(evidence), m_means{volume, options, guard, messages, m_made} {
+        : m_source(source), m_evidence(evidence), m_means{volume,   options, guard,
+                                                          messages, m_made,  m_directories} {
         if (evidence != nullptr && options.resume) {
             m_means.is_kept = [evidence](const object_facts& object, const std::string& path) {
                 return evidence->is_kept(object, path);
@@ -72,6 +73,7 @@ class copy_session {
     manifest* m_evidence;
     bool m_must_end = false;
     made_copies m_made;
+    warm_directories m_directories;
     copy_means m_means;
 };
 

@@ -232,7 +232,8 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
 
 result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order, notices& told,
                                           object_facts* known) {
-    auto object = find_object(means.volume, means.options, order.object, means.messages, told, known);
+    auto object = find_object(means.volume, means.directories, means.options, order.object, means.messages,
+                              told, known);
     if (!object) {
         return passed_on(object);
     }

@@ -3,6 +3,7 @@
 
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
+#include "exact/warm_directories.h"
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
@@ -44,6 +45,7 @@ struct copy_means {
     const output_guard& guard;
     exact_messages& messages;
     made_copies& made;
+    warm_directories& directories;
     // With -resume: whether an earlier run has copied the object to a path. Null otherwise.
     std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
 };
