@@ -1,5 +1,5 @@
 // The input of the command line's fuzzer in its three parts: a script of arguments, standard input, an image.
-// Each of the first two stands behind its length, a 16-bit number; the image is the rest.
+// Each of the first two follows its length, a 16-bit number; the image is the rest.
 #pragma once
 
 #include "fuzz/input_bytes.h"

@@ -46,7 +46,7 @@ class input_bytes {
     byte_view m_left;
 };
 
-// Bytes that stand alone on the heap, so that a read behind them is a report of the sanitizer.
+// Bytes with an allocation of their own, so that the sanitizer reports a read past them.
 class lone_bytes {
   public:
     explicit lone_bytes(byte_view source)

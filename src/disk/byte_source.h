@@ -1,4 +1,4 @@
-// A source of bytes that tells its losses.
+// A source of bytes that reports its losses.
 //
 // An image, a drive, a chain of virtual-disk files: whatever is examined is a row of bytes of a fixed size.
 // A read says how many bytes came and, where fewer came than were asked for, whether the source ended or

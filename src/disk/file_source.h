@@ -17,8 +17,8 @@ class file_source final : public byte_source {
     // system's error number, which for what is neither is EISDIR, ESPIPE or ENOTBLK.
     [[nodiscard]] static std::unique_ptr<file_source> open(const std::string& path, int& error);
     // Opens whatever the host opens for reading, or for reading and writing, but no FIFO and no socket. Null
-    // if that fails. What cannot say where it ends, which `has_end` tells, has a size of 0. Its sectors count
-    // as ones of 512 bytes.
+    // if that fails. What cannot say where it ends (see `has_end`) has a size of 0. Its sectors count as ones
+    // of 512 bytes.
     [[nodiscard]] static std::unique_ptr<file_source> open_any(const std::string& path, bool writable);
     ~file_source() override;
 

@@ -1,9 +1,9 @@
 // Recognises a file system by its first sector.
 //
-// The first sector of a volume is a boot sector. NTFS, exFAT and FAT tell of themselves in it: a name (at
+// The first sector of a volume is a boot sector. NTFS, exFAT and FAT describe themselves in it: a name (at
 // byte 3, 54 or 82), the bytes in a sector (11), the sectors in a cluster (13), the length, a serial number.
-// An ext volume leaves its first 1,024 bytes alone and has a superblock behind them, with the word 0xEF53 at
-// its byte 56; HFS+ has a volume header at the same place. Those two are only found when the bytes reach that
+// An ext volume does not use its first 1,024 bytes. Its superblock follows them, with the word 0xEF53 at its
+// byte 56; HFS+ has a volume header at the same place. Those two are only found when the bytes reach that
 // far.
 #pragma once
 
@@ -15,7 +15,8 @@
 
 namespace quarry {
 
-// Bytes that have to be there for everything that is looked for: boot sector, and superblock behind it.
+// Bytes that have to be there for everything that is looked for: the boot sector, and the superblock after
+// it.
 inline constexpr std::size_t whole_probe_size = 2048;
 
 // True for a sector that says it is a volume's: "EXFA", "MSDO" or "NTFS" at byte 3.

@@ -35,16 +35,16 @@ struct metadata_source {
     // Fills the span with bytes from a file position on, zeros where the file has none. Returns how many were
     // read, or -1 if an error came before the first.
     std::function<std::int64_t(std::span<std::uint8_t>, std::uint64_t)> m_read;
-    // The first stretch of the file at or after a position that is no hole; nothing behind the last. A file
+    // The first stretch of the file at or after a position that is no hole; nothing after the last. A file
     // without this has no holes.
     std::function<std::optional<file_stretch>(std::uint64_t)> m_next_data = {};
     // Bytes that the file stores; see stored_bytes().
     std::uint64_t m_stored = ~std::uint64_t{0};
 };
 
-// Reads the directory that a header tells of, no more entries than limits::directory_entries gives. False if
-// the header's numbers cannot be: metadata of no bytes or of 4 GiB and more, a directory or a first table
-// behind the metadata. `out` is empty after false, and also where the first table does not begin behind the
+// Reads the directory that a header names, at most as many entries as limits::directory_entries gives. False
+// if the header's numbers are impossible: metadata of 0 bytes or of 4 GiB and more, a directory or a first
+// table past the metadata. `out` is empty after false, and also if the first table does not begin after the
 // directory.
 [[nodiscard]] bool read_grain_directory(std::vector<std::uint32_t>& out, const vmdk_header& header,
                                         const metadata_source& file);
@@ -52,7 +52,7 @@ struct metadata_source {
 class grain_tables {
   public:
     // Reads the tables of a directory, with so many entries each. A table that cannot be read ends the work;
-    // those in front of it in the directory stay.
+    // those before it in the directory stay.
     void read(const std::vector<std::uint32_t>& directory, std::uint32_t entries_per_table,
               const metadata_source& file);
 
@@ -63,7 +63,7 @@ class grain_tables {
     [[nodiscard]] bool has_failed() const { return !m_failed.empty(); }
 
     // An entry of the table that begins at a sector which the directory names: the sector of a grain, or 0.
-    // An index behind the table's end gives 0 or what lies there.
+    // An index past the table's end gives 0 or what lies there.
     [[nodiscard]] std::uint32_t entry(std::uint32_t table_sector, std::uint64_t index) const;
 
   private:
@@ -89,9 +89,9 @@ class grain_tables {
     [[nodiscard]] std::uint32_t entry_in_file(std::uint64_t position) const;
 
     metadata_source m_file;
-    file_stretch m_known_data;         // the last stretch that the file told of
+    file_stretch m_known_data;         // the last stretch that the file named
     std::vector<kept_range> m_ranges;  // ascending, apart from each other
-    // Parts of tables that lie at and behind an error, ascending.
+    // Parts of tables from an error on, ascending.
     std::vector<file_stretch> m_failed;
     // For each block of each range its place in m_blocks, counted from 1, or 0 for a block of zeros.
     std::vector<std::uint32_t> m_block_numbers;

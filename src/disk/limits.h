@@ -11,8 +11,8 @@ namespace quarry::limits {
 // are all zeros; 16 clusters of the largest size that formatters make fit as well.
 inline constexpr std::uint64_t left_out_zeros = std::uint64_t{32} << 20;
 
-// A file system that compresses allocates less than it stores. What is told to be allocated there counts so
-// many times, and it is at least so much: a file that was just written may have nothing allocated yet.
+// A file system that compresses allocates less than it stores. What it says is allocated counts so many
+// times, and at least so much: a file that was just written may have nothing allocated yet.
 inline constexpr std::uint64_t most_compression = 8;
 inline constexpr std::uint64_t always_stored = std::uint64_t{64} << 20;
 

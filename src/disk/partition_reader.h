@@ -1,8 +1,8 @@
 // Partition tables of a disk or an image.
 //
-// The usual case is an MBR or a GPT in the first sectors. Beside it stand three others: a bare volume without
-// any table (the image of one partition), a sector size other than 512 bytes, and a damaged disk, where a
-// search through the first mebibyte may find what is left of a table.
+// The usual case is an MBR or a GPT in the first sectors. There are three others: a bare volume without any
+// table (the image of one partition), a sector size other than 512 bytes, and a damaged disk, where a search
+// through the first mebibyte may find what is left of a table.
 #pragma once
 
 #include "disk/ql_disk_structs.h"
@@ -12,7 +12,7 @@
 
 namespace quarry {
 
-// True when an NTFS boot sector stands at this byte of the disk, going by its name alone. False on a null or
+// True if an NTFS boot sector is at this byte of the disk; only its name is looked at. False on a null or
 // unusable disk and when it cannot be read.
 [[nodiscard]] bool ntfs_at(RAW_DISK_IO* disk, std::uint64_t byte_offset);
 

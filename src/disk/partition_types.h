@@ -1,8 +1,8 @@
 // Partition type bytes: which of them count as partitions, and what they are called.
 //
-// The type byte of an entry tells what the system that made the partition meant it for. The bytes were never
-// assigned by anyone, so the two tables here are simply what this program knows, and they are not the same: a
-// byte may count without having a name, and the other way round.
+// The type byte of an entry says what the system that made the partition meant it for. Nobody ever assigned
+// these bytes. The two tables here are what this program knows, and they differ: a byte may count without
+// having a name, and the reverse.
 #pragma once
 
 #include "disk/ql_disk_structs.h"
@@ -30,8 +30,8 @@ inline constexpr std::uint16_t type_guessed = 0x8000;
 // True when the entry leads to a further table. Type 0x85 counts as a partition and is not followed.
 [[nodiscard]] bool is_link(const partition_entry& entry);
 
-// What users are told that a type is; "unk" for a type without a name. A guessed type is named by its lower
-// byte, with " [guess]" behind the name.
+// The name of a type for users; "unk" for a type without one. A guessed type is named by its lower byte, with
+// " [guess]" after the name.
 [[nodiscard]] std::string partition_type_name(std::uint16_t type);
 // True when the name of the type contains "ntfs": a volume to be offered to the user.
 [[nodiscard]] bool is_ntfs_type(std::uint16_t type);

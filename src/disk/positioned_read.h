@@ -15,7 +15,7 @@ namespace quarry {
                                                 std::uint64_t offset);
 
 // The same for readers of metadata, which take zeros for what was not read. Returns the number of bytes that
-// were read, or -1 when an error came before the first of them (then `errno` tells why).
+// were read, or -1 when an error came before the first of them (then `errno` says why).
 [[nodiscard]] std::int64_t read_at_position(int descriptor, std::span<std::uint8_t> buffer,
                                             std::uint64_t offset);
 

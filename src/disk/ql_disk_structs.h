@@ -1,4 +1,4 @@
-// Partition tables as they stand on disk, and the record that comes out of every reader of tables.
+// Partition tables as they are on disk, and the record that every reader of tables makes.
 //
 // A disk is divided by one of two tables. The MBR is the first sector of the disk: boot code, four entries of
 // 16 bytes from byte 446 on, and the word 0xAA55 at byte 510. An entry of an "extended" type leads to a
@@ -64,7 +64,7 @@ class partition_table {
 };
 
 // The GPT header, the first 512 bytes of sector 1, and again in the last sector of the disk. The default mode
-// looks at the place and the shape of the entries alone.
+// looks only at the place and the shape of the entries.
 class gpt_header {
   public:
     static constexpr std::string_view signature_text = "EFI PART";
@@ -76,7 +76,7 @@ class gpt_header {
     // Bytes of the header that its checksum covers, with zeros in place of the checksum.
     [[nodiscard]] std::uint32_t header_size() const { return m_bytes.u32_or_zero(12); }
     [[nodiscard]] std::uint32_t own_checksum() const { return m_bytes.u32_or_zero(own_checksum_offset); }
-    // The sector in which this header stands, by its own account.
+    // The sector in which this header says it is.
     [[nodiscard]] std::uint64_t own_sector() const { return m_bytes.u64_or_zero(24); }
     [[nodiscard]] std::uint64_t entries_sector() const { return m_bytes.u64_or_zero(72); }
     [[nodiscard]] std::uint32_t entry_count() const { return m_bytes.u32_or_zero(80); }
@@ -90,7 +90,7 @@ class gpt_header {
 
 class gpt_entry {
   public:
-    // Bytes that hold the fields of an entry; larger entries have nothing of use behind them.
+    // Bytes that hold the fields of an entry; larger entries have nothing of use after them.
     static constexpr std::size_t size = 128;
 
     explicit gpt_entry(byte_view bytes) : m_bytes(bytes) {}
@@ -103,7 +103,7 @@ class gpt_entry {
     [[nodiscard]] std::uint64_t last_sector() const { return m_bytes.u64_or_zero(40); }
     // The lower half of the attributes.
     [[nodiscard]] std::uint32_t flags() const { return m_bytes.u32_or_zero(48); }
-    // 36 units of UTF-16, zeros behind a shorter name.
+    // 36 units of UTF-16, zeros after a shorter name.
     [[nodiscard]] byte_view name() const { return m_bytes.clipped(56, 72); }
 
   private:

@@ -33,9 +33,9 @@ class RAW_DISK_IO {
     // fail.
     RAW_DISK_IO(const std::wstring& path, bool writable, std::uint32_t requested_kind);
     // A physical drive by number, from 0 for the first to 19, as kind 3. Any other number leaves the object
-    // unusable. A drive that cannot be opened does so too and is told on standard error. `suppress_open` and
-    // kind 5 leave the object unusable, kinds other than 3 and 5 usable with nothing opened, so that reads
-    // fail.
+    // unusable. A drive that cannot be opened does so too, with a message on standard error. `suppress_open`
+    // and kind 5 leave the object unusable, kinds other than 3 and 5 usable with nothing opened, so that
+    // reads fail.
     RAW_DISK_IO(std::int32_t drive_number, bool writable, bool suppress_open, std::uint32_t kind);
     // A virtual disk from its files, in any order, as kind 4. The object is usable if the files make one
     // whole chain; its size is that of the base disk. `check_only` opens nothing and leaves it unusable.
@@ -46,8 +46,8 @@ class RAW_DISK_IO {
 
     // Reads `length` bytes at byte `offset` of the source into `buffer`, which has room for all of them.
     // True: `length` holds how many bytes of the source the answer covers. That is what was asked for, less
-    // what lies beyond the end of a source opened by path; the bytes of the buffer behind it are zeros, and
-    // so are those that the source should have held and did not give. False (null buffer, unusable object,
+    // what lies beyond the end of a source opened by path; the bytes of the buffer after it are zeros, and so
+    // are those that the source should have held and did not give. False (null buffer, unusable object,
     // length 0, offset at or beyond the end, failed read): neither the buffer nor `length` holds anything of
     // use.
     [[nodiscard]] bool read(void* buffer, std::uint64_t& length, std::uint64_t offset);

@@ -2,8 +2,8 @@
 // begins.
 //
 // A source is a value. It says what the user named; nothing is opened before it is asked to. How each kind is
-// opened, which files of the host belong to it and how it is named in the log and in reports is told here,
-// and no other file decides by the kind.
+// opened, which files of the host belong to it and how it is named in the log and in reports is decided here.
+// One other place looks at the kind: a copy from a drive follows a table of rules of its own, see copy.cpp.
 #pragma once
 
 #include "disk/raw_disk_io.h"

@@ -12,10 +12,10 @@ namespace quarry {
 
 // Bytes of an open source of `size` bytes that can be something other than zeros left out by its file system.
 // For a regular file they follow from the blocks that are allocated to it, generously where the file system
-// may compress; where none are told, and for a device, they are all of its bytes.
+// may compress; where the system names none, and for a device, they are all of its bytes.
 [[nodiscard]] std::uint64_t stored_bytes(int descriptor, std::uint64_t size);
 
-// The same from what the system tells: bytes that are allocated, and whether that can be less than what they
+// The same from what the system says: bytes that are allocated, and whether that can be less than what they
 // store.
 [[nodiscard]] std::uint64_t stored_bytes_of(std::uint64_t size, std::uint64_t allocated, bool may_compress);
 
@@ -26,7 +26,7 @@ struct file_stretch {
 };
 
 // The first stretch at or after a position that is no hole; nothing if only a hole follows. Where the system
-// cannot tell, all that follows counts as one stretch without an end.
+// does not know, all that follows counts as one stretch without an end.
 [[nodiscard]] std::optional<file_stretch> next_data(int descriptor, std::uint64_t position);
 
 }  // namespace quarry

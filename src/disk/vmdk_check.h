@@ -2,8 +2,8 @@
 //
 // A user names the files of a chain, in any order. A snapshot names its parent by content ID, and by a hint:
 // the path where the parent was when the snapshot was taken, on whatever machine that was. When a parent is
-// not in the list, the hint tells where to look, there or beside the listed files. What is found is suggested
-// and looked at in turn, so that one run tells all that is missing. Such a list never passes: the user is to
+// not in the list, the hint says where to look, there or beside the listed files. What is found is suggested
+// and looked at in turn, so that one run names all that is missing. Such a list never passes: the user is to
 // name every file of the chain. Each file is opened once, and on behalf of a hint only regular files are.
 #pragma once
 

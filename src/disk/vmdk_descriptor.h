@@ -4,8 +4,8 @@
 // file that it was taken from ("parentCID") and where that file was ("parentFileNameHint"); a base disk names
 // "ffffffff". Lines that list extents and settings are kept as text and not looked into.
 //
-// Values are taken as they stand behind the equals sign: quotes, case and a carriage return at the end stay.
-// So a value of a file with CR LF line ends carries its carriage return, and then matches only another such
+// Values are taken as they are after the equals sign: quotes, case and a carriage return at the end stay. So
+// a value of a file with CR LF line ends carries its carriage return, and then matches only another such
 // value.
 #pragma once
 

@@ -1,8 +1,8 @@
 // A chain of sparse VMDK files that acts as one disk.
 //
 // A base disk and the snapshots taken from it form a chain: each snapshot names its parent by content ID.
-// What was written after a snapshot stands in the newer file, so a read goes to the newest file that holds
-// the grain, then down to the base; a grain that no file holds was never written and reads as zeros. As a
+// What was written after a snapshot is in the newer file, so a read goes to the newest file that holds the
+// grain, then down to the base; a grain that no file holds was never written and reads as zeros. As a
 // byte_source the disk says which grains cannot be read; for the readers of a buffer and a length they are
 // zeros too, so that such a read never fails for what is on the disk.
 #pragma once
@@ -20,8 +20,8 @@
 
 namespace quarry {
 
-// The parent's content ID that makes a file the base of a chain. Compared as it stands: in quotes, in
-// capitals or with a carriage return behind it, it is the ID of a file that is missing.
+// The parent's content ID that makes a file the base of a chain. Compared byte for byte: in quotes, in
+// capitals or with a carriage return after it, it is the ID of a file that is missing.
 inline constexpr const char* cid_of_no_parent = "ffffffff";
 
 class vmdk_disk final : public byte_source {
@@ -35,7 +35,7 @@ class vmdk_disk final : public byte_source {
     // Makes the chain out of the files. False if there is no base, or a parent that is not among them.
     [[nodiscard]] bool link();
 
-    // Reads as the chain stands, also beyond the size that the base claims. A grain that its file does not
+    // Reads what the chain holds, also beyond the size that the base claims. A grain that its file does not
     // give in full ends the read; the loss reaches to the end of the grain, its error is EIO unless the
     // system has another. Gives nothing for a chain that is not ready and a range that leaves 64 bits.
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
@@ -60,7 +60,7 @@ class vmdk_disk final : public byte_source {
     // names none or the chain is not ready.
     [[nodiscard]] std::uint64_t disk_offset() const;
 
-    // Bytes that all files of the chain store, at most half of what 64 bits can tell.
+    // Bytes that all files of the chain store, at most 2^63.
     [[nodiscard]] std::uint64_t stored_bytes() const;
 
     std::map<std::string, std::unique_ptr<vmdk_file>> m_files;  // by content ID
@@ -90,9 +90,9 @@ class vmdk_disk final : public byte_source {
     grain_span m_known;
     // A byte of the disk is the same wherever the read that brings it begins.
     //
-    // Deliberate: it need not be where grains of different sizes meet, where one would expect the newest file
-    // to be asked for each of its grains. A read goes on to the end of the grain it found, over a newer
-    // file's smaller one.
+    // Deliberate: where grains of different sizes meet, a read goes on to the end of the grain it found; the
+    // newest file is not asked for each of its grains. The user sees the older bytes over a newer file's
+    // smaller grain.
     bool m_reads_join = false;
 };
 

@@ -46,9 +46,9 @@ class vmdk_file : public vmdk_descriptor {
     [[nodiscard]] bool map_offset(std::uint64_t offset, std::uint64_t& file_offset) const;
     // The surroundings of an offset for which `map_offset` gives one answer. The file must be `m_ok`.
     [[nodiscard]] grain_span span_of(std::uint64_t offset) const;
-    // Reads bytes of the disk from this file alone. True: `length` holds how many bytes came, less than asked
-    // where the grain's place reaches over the end of the file. False if the first or a later grain is not
-    // here or gives no byte.
+    // Reads bytes of the disk from this file only. True: `length` holds how many bytes came, less than asked
+    // where the grain reaches past the end of the file. False if the first or a later grain is not here or
+    // gives no byte.
     [[nodiscard]] bool read_mapped(int descriptor, void* buffer, std::uint64_t offset,
                                    std::uint64_t& length) const;
 

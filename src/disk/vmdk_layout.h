@@ -1,11 +1,11 @@
 // The header of a monolithic sparse VMDK file.
 //
 // A sparse file holds a virtual disk without the parts that were never written. The disk is divided into
-// grains, commonly of 64 KiB, and the file keeps a grain only if it was written to. Where the grains lie tell
-// tables of 32-bit sector numbers: the grain directory lists the grain tables, each table lists so many
-// grains, and an entry of 0 stands for a grain that this file does not hold. In front of all stand a header
-// of one sector and a text, the descriptor, which names the file and its parent (see vmdk_descriptor.h). The
-// layout is that of the "Virtual Disk Format 5.0" note, which calls the file a hosted sparse extent.
+// grains, commonly of 64 KiB, and the file keeps a grain only if it was written to. Tables of 32-bit sector
+// numbers say where the grains lie: the grain directory lists the grain tables, each table lists so many
+// grains, and an entry of 0 means a grain that this file does not hold. The file begins with a header of one
+// sector and a text, the descriptor, which names the file and its parent (see vmdk_descriptor.h). The layout
+// is that of the "Virtual Disk Format 5.0" note, which calls the file a hosted sparse extent.
 //
 // All numbers are little-endian; sectors are of 512 bytes.
 #pragma once

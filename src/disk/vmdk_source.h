@@ -1,4 +1,4 @@
-// A virtual disk, read strictly: a chain of sparse VMDK files as a source that tells its losses.
+// A virtual disk, read strictly: a chain of sparse VMDK files as a source that reports its losses.
 //
 // The chain is opened as vmdk_disk opens it, then tested for what that would read wrongly or fill with zeros:
 // files that are not part of the chain, sizes that differ from file to file, tables that are missing or lie

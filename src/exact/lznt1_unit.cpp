@@ -14,7 +14,7 @@ constexpr std::size_t items_of_group = 8;
 // Tokens are copied in pieces of this size where they repeat from no nearer than that; what is too much is
 // overwritten by what follows.
 constexpr std::size_t stride = 16;
-static_assert(plain_chunk::room_behind >= stride);
+static_assert(plain_chunk::room_after >= stride);
 
 constexpr unsigned header_size_mask = 0x0FFF;
 constexpr unsigned header_mark_mask = 0x7000;
@@ -120,7 +120,7 @@ place_in_chunk take_ordinary_items(place_in_chunk at, const std::uint8_t* end, s
 }
 
 // Decodes the payload of a compressed chunk into `plain`, which has room for a chunk and
-// plain_chunk::room_behind bytes more. The rule that it breaks, or null; `plain_size` is set after null.
+// plain_chunk::room_after bytes more. The rule that it breaks, or null; `plain_size` is set after null.
 const char* decode_payload(byte_view payload, std::uint8_t* const plain, std::size_t& plain_size) {
     const std::uint8_t* const end = payload.data() + payload.size();
     place_in_chunk at{payload.data()};

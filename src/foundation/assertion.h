@@ -6,8 +6,8 @@
 
 namespace quarry {
 
-// Returns if `holds` is true. Otherwise prints the expression and the source it stands in to standard error
-// and aborts.
+// Returns if `holds` is true. Otherwise prints the expression and its source file to standard error and
+// aborts.
 void require(bool holds, const char* expression, const char* source);
 
 }  // namespace quarry

@@ -6,7 +6,7 @@
 
 namespace quarry {
 
-// Lower-case digits, at least `digits` of them (at most 16), with zeros in front and without "0x".
+// Lower-case digits, at least `digits` of them (at most 16), with leading zeros and without "0x".
 [[nodiscard]] std::string hex(std::uint64_t value, unsigned digits);
 
 }  // namespace quarry

@@ -15,7 +15,7 @@ namespace quarry {
 struct md5_ctx {
     std::array<std::uint32_t, 4> state{};      // A, B, C, D
     std::array<std::uint32_t, 2> bit_count{};  // bits so far: low half, high half
-    std::array<std::uint8_t, 64> buffer{};     // the bytes behind the last whole block
+    std::array<std::uint8_t, 64> buffer{};     // the bytes after the last whole block
 };
 using md5_digest = std::array<std::uint8_t, 16>;
 

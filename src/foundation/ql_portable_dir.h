@@ -2,7 +2,7 @@
 //
 // Users come with either slash, so both "/" and "\" separate, and which one is looked for first is part of
 // each routine's contract. Here are the text work on such paths and the small operations on the host's file
-// system. Paths inside a volume are another matter and live in the namespace rooms.
+// system. Paths inside a volume are another matter, see src/namespace.
 //
 // Nothing here prints. Failure is a false or an empty result, with the outputs cleared.
 #pragma once
@@ -16,18 +16,19 @@
 
 namespace quarry {
 
-// Parts a path at its last "\" or, if it has none, at its last "/". A path without a separator, or with the
-// deciding one in front, lies in "." with the whole path as its name. A path that ends in its separator has
-// an empty name. A name of ".." moves into the directory; see the source. False only for an empty path.
+// Parts a path at its last "\" or, if it has none, at its last "/". A path without a separator, or that
+// begins with the deciding one, lies in "." with the whole path as its name. A path that ends in its
+// separator has an empty name. A name of ".." moves into the directory; see the source. False only for an
+// empty path.
 [[nodiscard]] bool split_path(std::wstring& directory, std::wstring& name, std::wstring_view path);
 [[nodiscard]] bool split_path_narrow(std::string& directory, std::string& name, std::string_view path);
 
 // The absolute form of a path. Double quotes and a pair of single quotes are taken off with the blanks around
 // them. The path's separator is "/" if it holds one, else "\" if it holds one, else the default. A path that
-// begins with its separator is returned as it stands. Any other is put behind the current directory, unless a
-// drive letter leads it; ".." segments in front each take one level off the current directory, down to the
-// root; doubled separators become one. Empty for an empty path, and if the current directory is needed and
-// not known.
+// begins with its separator is returned as it is. Any other follows the current directory, unless it begins
+// with a drive letter; leading ".." segments each take one level off the current directory, down to the root;
+// doubled separators become one. Empty for an empty path, and if the current directory is needed and not
+// known.
 [[nodiscard]] std::string canonical_path(std::string_view path, char default_separator);
 [[nodiscard]] std::wstring canonical_path(std::wstring_view path, wchar_t default_separator);
 
@@ -35,7 +36,7 @@ namespace quarry {
 [[nodiscard]] std::string shadow_prefix(bool lower_case, bool with_root_prefix);
 
 // Makes a directory and all above it. Double quotes are left out, "\" counts as "/", a leading `\\?\` or
-// `\\.\` is left alone, and a name that ends in ":" is taken to exist. True if every level is a directory
+// `\\.\` is kept, and a name that ends in ":" is taken to exist. True if every level is a directory
 // afterwards.
 [[nodiscard]] bool make_directories(const std::string& path);
 

@@ -3,9 +3,9 @@
 // Text has two forms in memory and one on disk. Narrow text is UTF-8 in a std::string: what users type, what
 // is printed, and what the operating system takes as a file name. Wide text is a std::wstring with one code
 // point per element: paths and names while they are worked on and compared. Names on disk are UTF-16LE bytes
-// whose length the structure around them tells. NTFS stores whatever a program handed to it, so such a name
-// need not be good UTF-16: surrogates may stand alone. A damaged name still has to be shown and compared,
-// hence the fall-back of `read_utf16_wide`, which never loses one.
+// whose length is stored in the structure around them. NTFS stores whatever a program handed to it, so such a
+// name need not be good UTF-16: surrogates may lack their other half. A damaged name still has to be shown
+// and compared, hence the fall-back of `read_utf16_wide`, which never loses one.
 //
 // The conversions are the system's own. No locale takes part in them or in the folding of case, so a run
 // gives the same text on every host.
@@ -49,14 +49,14 @@ bool wide_to_utf8(std::string& out, std::wstring_view text);
 // Units that are numbers already, by the rules of `read_utf16_wide`. True only if `out` is not empty.
 [[nodiscard]] bool utf16_units_to_wide(std::wstring& out, const std::vector<std::uint16_t>& units);
 
-// A name as it stands on disk. `length_in_bytes` is the length that the structure around the name tells, or
+// A name as it is on disk. `length_in_bytes` is the length from the structure around the name, or
 // `terminated_text`; never more than `units` holds is read. The name ends at its first zero unit. A name with
-// a high surrogate that stands alone becomes one element for each unit. Returns the number of bytes that were
-// taken, without a zero unit at the end: 0 exactly when `out` is empty.
+// a lone high surrogate becomes one element for each unit. Returns the number of bytes that were taken,
+// without a zero unit at the end: 0 exactly when `out` is empty.
 std::size_t read_utf16_wide(std::wstring& out, byte_view units, std::int64_t length_in_bytes);
 
 // The same with narrow text. With `count_terminator`, two bytes more are counted where `length_in_bytes` has
-// room for them behind a name that is not empty.
+// room for them after a name that is not empty.
 std::size_t read_utf16_narrow(std::string& out, byte_view units, std::int64_t length_in_bytes,
                               bool count_terminator);
 

@@ -18,7 +18,7 @@ namespace ql {
 // The fixed form; the fraction has three digits and is cut, not rounded. A time that is not valid gives empty
 // texts.
 void format_date_time(std::string& date_out, std::string& time_out, const time& value, bool with_fraction);
-// The fixed form with fraction: date, one blank, time. A time that is not valid writes the blank alone.
+// The fixed form with fraction: date, one blank, time. A time that is not valid writes only the blank.
 std::ostream& operator<<(std::ostream& out, const time& value);
 
 // Date and time by patterns. An empty time pattern gives an empty time. False, with both texts empty, for a
@@ -28,15 +28,15 @@ std::ostream& operator<<(std::ostream& out, const time& value);
 
 // What a date pattern holds.
 inline constexpr std::uint32_t layout_month_name = 0x01;    // "mmm"
-inline constexpr std::uint32_t layout_month_digits = 0x02;  // "mm" alone
+inline constexpr std::uint32_t layout_month_digits = 0x02;  // only "mm"
 inline constexpr std::uint32_t layout_long_year = 0x04;     // "yyyy"
-inline constexpr std::uint32_t layout_short_year = 0x08;    // "yy" alone
+inline constexpr std::uint32_t layout_short_year = 0x08;    // only "yy"
 inline constexpr std::uint32_t layout_comma = 0x10;
 inline constexpr std::uint32_t layout_day_month_year = 0x20;
 inline constexpr std::uint32_t layout_month_day_year = 0x40;
 inline constexpr std::uint32_t layout_year_month_day = 0x80;
 
-// The settings that two patterns stand for.
+// The settings that two patterns make.
 struct time_layout {
     char separator = 0;  // "/", "-" or a blank; 0 for a pattern without one
     std::uint32_t flags = 0;

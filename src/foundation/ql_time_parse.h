@@ -1,4 +1,4 @@
-// Dates and times as users type them, and the clock behind the elapsed time of a run.
+// Dates and times as users type them, and the clock for the elapsed time of a run.
 #pragma once
 
 #include "foundation/ql_time.h"
@@ -9,10 +9,10 @@
 namespace ql {
 
 // Reads a date and an optional time, both UTC. `order` names the date's three fields by the letters Y, M and
-// D; `separator` stands between them. Years up to 30 mean 2000 to 2030, years from 31 to 99 mean 1931 to
-// 1999. The time is "h:m" or "h:m:s" with an optional fraction and an optional "am" or "pm"; "pm" adds 12
-// hours, at noon too. The lower ends of months and days are not checked. False, with `out` cleared, for text
-// that cannot be read.
+// D; `separator` is between them. Years up to 30 mean 2000 to 2030, years from 31 to 99 mean 1931 to 1999.
+// The time is "h:m" or "h:m:s" with an optional fraction and an optional "am" or "pm"; "pm" adds 12 hours, at
+// noon too. The lower ends of months and days are not checked. False, with `out` cleared, for text that
+// cannot be read.
 [[nodiscard]] bool parse_date_time(_windows_systemtime& out, std::string_view date_text,
                                    std::string_view time_text, std::string_view order, char separator);
 // The FILETIME of calendar fields, down to the millisecond. A month outside 1 to 12 reaches into the years

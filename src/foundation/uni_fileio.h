@@ -34,9 +34,9 @@ namespace uni {
 // opened.
 [[nodiscard]] bool may_be_read(const std::wstring& path);
 
-// All offsets and lengths are bytes. Unless told otherwise, an operation gives false for an object that is
-// neither open nor in memory and for null bytes, and a length of 0 is a success that does nothing. `m_size`
-// of the base is the size of the file or of the image in memory.
+// All offsets and lengths are bytes. Unless its comment says otherwise, an operation gives false for an
+// object that is neither open nor in memory and for null bytes, and a length of 0 is a success that does
+// nothing. `m_size` of the base is the size of the file or of the image in memory.
 class fileio : public fileio_stats {
   public:
     fileio() = default;
@@ -54,11 +54,11 @@ class fileio : public fileio_stats {
     // Writes at the end.
     [[nodiscard]] bool append(const void* bytes, std::size_t length);
     [[nodiscard]] bool append_text(const std::ostringstream& text);
-    // Writes at `offset`. In memory what lies behind the end of the image is appended to it, wherever
-    // `offset` is.
+    // Writes at `offset`. In memory what lies past the end of the image is appended to it, wherever `offset`
+    // is.
     [[nodiscard]] bool write_at(const void* bytes, std::size_t length, std::uint64_t offset);
     // Reads what exists of `length` bytes from `offset` on, as far as the file can be read; `out` or `length`
-    // tell how much that was. False if it was nothing.
+    // say how much that was. False if it was nothing.
     [[nodiscard]] bool read_at(std::vector<std::uint8_t>& out, std::uint64_t length, std::uint64_t offset);
     [[nodiscard]] bool read_into(void* buffer, std::uint64_t& length, std::uint64_t offset);
     // Writes at the descriptor's own position until all is out; an image in memory has none and gives false.

@@ -37,8 +37,8 @@ class ifstream : public std::ifstream {
 //
 // A line is what fgets would put into a buffer of 4,096 bytes: at most 4,095 bytes, up to and with the next
 // line feed. So a longer line arrives as several. As with fgets, the text of a line ends at its first zero
-// byte: no path holds one. What is left of the line behind a zero byte is dropped with its line feed. One
-// object reads standard input; what it has buffered is lost to a second one.
+// byte: no path holds one. The rest of the line after a zero byte is dropped with its line feed. One object
+// reads standard input; what it has buffered is lost to a second one.
 class stdin_stream {
   public:
     stdin_stream() = default;
@@ -92,7 +92,7 @@ struct fileio_stats {
     // Back to the state of a new record.
     void clear();
     // Takes size, mode and three times, in whole seconds since 1970, from the host's file system, links
-    // followed. A host file has no creation time; the time of its last status change stands for it. False,
+    // followed. A host file has no creation time; the time of its last status change is used instead. False,
     // with the record cleared, if the path leads to nothing.
     [[nodiscard]] bool fill_from_host(const std::wstring& path);
 };

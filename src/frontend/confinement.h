@@ -3,11 +3,11 @@
 // A reader of hostile bytes may have a mistake that nobody found. After the options are parsed the kernel is
 // asked to hold the process to its task: it may write only into the directories of its outputs and read only
 // its sources (Landlock, from Linux 5.13 on), and it may not start programs, open sockets, mount, or touch
-// the kernel (a seccomp filter). Nothing of it can be taken back, so whoever calls it is `main` alone, never
-// a test of this process.
+// the kernel (a seccomp filter). Nothing of it can be taken back, so only `main` calls it, never a test of
+// this process.
 //
-// Deliberate: a kernel that lacks either is passed over without a word, not reported. The user sees the same
-// copy on every host.
+// Deliberate: a kernel that lacks either is passed over in silence, not reported. The user sees the same copy
+// on every host.
 #pragma once
 
 #include "frontend/options/quarry_opts.h"

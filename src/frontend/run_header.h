@@ -4,8 +4,8 @@
 //     run time: 11/20/2026 18:22:41 UTC; host: lab1; platform: Linux;#1 SMP;6.1.0-18-amd64;64
 //     "command: quarry -image disk.dd -src /a.txt -dst a.txt"
 //
-// It stands in front of everything that a run prints and in its status log, so that a copy can be traced to
-// the call that made it.
+// It comes before everything that a run prints and is in its status log, so that a copy can be traced to the
+// call that made it.
 #pragma once
 
 #include "foundation/ql_time.h"

@@ -1,4 +1,4 @@
-// The help text, and the name and version that stand in it and in the run header.
+// The help text, and the name and version that are in it and in the run header.
 #pragma once
 
 #include <string>

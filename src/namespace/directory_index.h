@@ -1,6 +1,6 @@
 // The children of a directory, from its $I30 index.
 //
-// The index stands in the directory's file record ($INDEX_ROOT, $INDEX_ALLOCATION), or, when the record is
+// The index is stored in the directory's file record ($INDEX_ROOT, $INDEX_ALLOCATION), or, when the record is
 // full, in extension records that its $ATTRIBUTE_LIST names. All nodes are read and flattened into one set of
 // entry numbers; the names in the index are not looked at. A child is found only if an index entry for it
 // exists.
@@ -14,13 +14,13 @@
 namespace quarry {
 
 // Adds the entry numbers of the children of directory `entry` to the collection. `entry` may also be one of
-// the directory's extension records. `keep_going` also takes what lies behind the last entry of each index
+// the directory's extension records. `keep_going` also takes what lies after the last entry of each index
 // block. False if a record cannot be read, there is no usable index, or memory ran out; the collection keeps
 // what was found until then. An index that is damaged in part, or that `reads`, the bytes which reading
 // indexes may cost, does not suffice for, is a shorter list and not a failure.
 [[nodiscard]] bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
                                           bool keep_going, budget& reads);
-// The same for one directory alone.
+// The same for a single directory.
 [[nodiscard]] bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
                                           bool keep_going);
 

@@ -1,8 +1,8 @@
 // The names of a file, from the $FILE_NAME attributes of its record.
 //
 // A file has one name for each of its hard links, and often a short 8.3 name beside a long one. Names that do
-// not fit the file's record stand in extension records, which its $ATTRIBUTE_LIST names. Each name says in
-// which directory it stands; the sequence number of that reference is not looked at.
+// not fit the file's record are stored in extension records, which its $ATTRIBUTE_LIST names. Each name says
+// which directory it is in; the sequence number of that reference is not looked at.
 #pragma once
 
 #include "foundation/budget.h"
@@ -26,11 +26,11 @@ using file_name_list = std::vector<file_name>;
 // As a parent filter: names under any parent count.
 inline constexpr std::uint64_t any_parent = ~std::uint64_t{0};
 
-// Collects the names of file `entry`, whose record (sector ends put back) is `record`. Without
-// `all_namespaces`, names that are short names only are left out. With a parent filter, only names in that
-// directory count. A part of the attribute list that cannot be read is passed over, and so is what
-// `listed_reads`, the bytes that lists and the records that they name may cost, has nothing left for. False
-// if no name was found; `names` is then empty.
+// Collects the names of file `entry`, whose record (fixups restored) is `record`. Without `all_namespaces`,
+// names that are short names only are left out. With a parent filter, only names in that directory count. A
+// part of the attribute list that cannot be read is passed over, and so is what `listed_reads`, the bytes
+// that lists and the records that they name may cost, has nothing left for. False if no name was found;
+// `names` is then empty.
 [[nodiscard]] bool get_file_names(file_name_list& names, CNtfs& ntfs, std::uint64_t entry, byte_view record,
                                   bool all_namespaces, std::uint64_t parent_filter, budget& listed_reads);
 

@@ -19,16 +19,16 @@
 namespace quarry {
 
 // Adds the children that a node names to the collection. False, with nothing added, if the node's total size
-// is 0 or above 4,096 bytes. A damaged entry ends the walk, and what was found before it stands. With
-// `keep_going` the walk goes on behind the last entry, into the slack of the node.
+// is 0 or above 4,096 bytes. A damaged entry ends the walk, and what was found before it counts. With
+// `keep_going` the walk goes on after the last entry, into the slack of the node.
 [[nodiscard]] bool parse_index_node(_inode_collection& collection, const node_header& header,
                                     bool keep_going);
 
 // The same for the value of an $INDEX_ROOT, which must index $FILE_NAME and name a block size other than 0.
 [[nodiscard]] bool parse_index_root(_inode_collection& collection, const index_root& root);
 
-// The same for an index block whose sector ends have been put back. The signature is the caller's to test.
-// False for a null block.
+// The same for an index block whose fixups are restored. The signature is the caller's to test. False for a
+// null block.
 [[nodiscard]] bool parse_index_block(_inode_collection& collection, const index_block& block,
                                      bool keep_going);
 

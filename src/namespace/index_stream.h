@@ -19,11 +19,11 @@ namespace quarry {
 inline constexpr std::uint32_t all_index_blocks = 0xFFFFFFFF;
 
 // Reserved: lookups visit the blocks one after the other, without keeping them.
-// Reads blocks of an index stream, sector ends put back, into `blocks`, from block `first_block` on. `count`
-// is how many are wanted, and afterwards how many `blocks` holds. Sparse runs do not count for the size of
-// the stream, but they take their place in `blocks`, as zeros; so do clusters that cannot be read. False,
-// with `blocks` empty and `count` 0, if no run is stored or `first_block` is at or beyond the end. A stream
-// too short for a single block is true with no blocks. Never holds more bytes than the source.
+// Reads blocks of an index stream, with their fixups restored, into `blocks`, from block `first_block` on.
+// `count` is how many are wanted, and afterwards how many `blocks` holds. Sparse runs do not count for the
+// size of the stream, but they take their place in `blocks`, as zeros; so do clusters that cannot be read.
+// False, with `blocks` empty and `count` 0, if no run is stored or `first_block` is at or beyond the end. A
+// stream too short for a single block is true with no blocks. Never holds more bytes than the source.
 [[nodiscard]] bool read_index_blocks(CNtfs& ntfs, std::vector<std::uint8_t>& blocks, std::uint32_t& count,
                                      const cluster_run_list& runs, std::uint64_t first_block);
 

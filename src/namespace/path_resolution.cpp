@@ -51,7 +51,7 @@ class path_walk {
                 }
                 // Deliberate: a link to the root itself does not lead there. With no segment left to walk
                 // the entry stays the link's own.
-                m_path.names = segments_behind_link(m_path.names, index, target);
+                m_path.names = segments_after_link(m_path.names, index, target);
                 m_parent = root_directory;
                 index = first_walked_segment(m_path.names);
                 m_log.log("info: restart segments [link]");

@@ -5,7 +5,7 @@
 // child is looked at, so a deleted file that an index still names is found. A junction or symbolic link is
 // followed from the root of this volume, whatever volume it names.
 //
-// Every step is told to the status log; nothing is ever printed.
+// Every step is written to the status log; nothing is ever printed.
 #pragma once
 
 #include "foundation/status_log.h"

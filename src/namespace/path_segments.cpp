@@ -71,8 +71,8 @@ std::wstring canonical_text(const path_segments& segments) {
     return text;
 }
 
-std::vector<std::wstring> segments_behind_link(const std::vector<std::wstring>& names, std::size_t link,
-                                               const std::wstring& target) {
+std::vector<std::wstring> segments_after_link(const std::vector<std::wstring>& names, std::size_t link,
+                                              const std::wstring& target) {
     std::wstring text = target;
     for (std::size_t i = link + 1; i < names.size(); ++i) {
         text += L'\\' + names[i];

@@ -1,7 +1,7 @@
 // The text of a path on the volume: its prefix, its separators, its segments.
 //
-// Users name files as they stand on a running system, in a shadow copy, or with slashes. All of these become
-// a list of segments that is walked from the root directory of the volume.
+// Users name files as they are named on a running system, in a shadow copy, or with slashes. All of these
+// become a list of segments that is walked from the root directory of the volume.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace quarry {
 
-// A path taken apart. Segments are as they were typed, drive letter and stream suffixes included; none is
+// A path in its parts. Segments are as they were typed, drive letter and stream suffixes included; none is
 // empty.
 struct path_segments {
     std::vector<std::wstring> names;
@@ -19,7 +19,7 @@ struct path_segments {
 
 // Takes the device of a shadow copy off the front of a path, so that what is left is a path on the volume.
 // The two forms are "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy<n>\..." and "\\.\SNAPID_<id>\...", in any
-// case. A path of another kind, or with nothing behind the device, stays as it is.
+// case. A path of another kind, or with nothing after the device, stays as it is.
 void strip_snapshot_prefix(std::wstring& path);
 
 // Takes a path apart at "/" if it holds one, otherwise at "\". So a path with both has backslashes in its
@@ -36,8 +36,8 @@ void strip_snapshot_prefix(std::wstring& path);
 // are.
 [[nodiscard]] std::wstring canonical_text(const path_segments& segments);
 
-// The segments of a link's target, followed by those that stood behind segment `link` in the path.
-[[nodiscard]] std::vector<std::wstring> segments_behind_link(const std::vector<std::wstring>& names,
-                                                             std::size_t link, const std::wstring& target);
+// The segments of a link's target, followed by those after segment `link` of the path.
+[[nodiscard]] std::vector<std::wstring> segments_after_link(const std::vector<std::wstring>& names,
+                                                            std::size_t link, const std::wstring& target);
 
 }  // namespace quarry

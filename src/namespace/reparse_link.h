@@ -11,9 +11,9 @@
 
 namespace quarry {
 
-// The target of the link whose record (sector ends put back) is given. False, with `target` empty, if the
-// record is no link: it has no reparse point, or a value without data or without a substitute name. The tag
-// is not looked at, so junctions and symbolic links are alike. A target may be empty. `record_size` in bytes.
+// The target of the link whose record (fixups restored) is given. False, with `target` empty, if the record
+// is no link: it has no reparse point, or a value without data or without a substitute name. The tag is not
+// looked at, so junctions and symbolic links are alike. A target may be empty. `record_size` in bytes.
 [[nodiscard]] bool link_target(std::wstring& target, byte_view record, std::uint32_t record_size);
 
 }  // namespace quarry

@@ -1,9 +1,9 @@
 // The shared security descriptors of a volume: $Secure's $SDS stream, read into the volume's cache.
 //
-// A file's standard information names its descriptor by a security id. All descriptors stand one behind the
-// other in $SDS, each at a multiple of 16 bytes behind a head of 20: a hash, the security id, the record's
+// A file's standard information names its descriptor by a security id. All descriptors are stored one after
+// the other in $SDS, each at a multiple of 16 bytes after a head of 20: a hash, the security id, the record's
 // own position in the stream, and its size with the head. NTFS writes them in blocks of 256 KiB, and each
-// block twice; a record of the second copy bears the position of the first, by which it is told.
+// block twice; a record of the second copy has the position of the first, by which it is recognised.
 //
 // Reserved: no flow of the program loads this cache, and no report prints what it holds.
 #pragma once
@@ -37,10 +37,10 @@ class sds_record_view {
     byte_view m_bytes;
 };
 
-// Fills an entry from a record and the bytes that are left behind its start, all of which `record` holds.
-// Deliberate: one would expect a SID to end with its record. It may run on into the bytes left behind that.
-// True if the descriptor names an owner or a group, whether they can be read or not. False, with the entry
-// cleared, for no record and for one that is longer than the bytes left.
+// Fills an entry from a record and the bytes from its start to the end, all of which `record` holds.
+// Deliberate: a SID may run on into the bytes after its record, not only to its end. The user sees nothing of
+// it. True if the descriptor names an owner or a group, whether they can be read or not. False, with the
+// entry cleared, for no record and for one that is longer than the bytes left.
 [[nodiscard]] bool parse_security_record(security_entry& entry, byte_view record);
 
 // The lines of an entry's ACLs in the form of the report, without prefix.

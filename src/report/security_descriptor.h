@@ -1,13 +1,13 @@
 // Self-relative security descriptors and their text: who owns a file, and who may do what with it.
 //
-// A descriptor is one block of bytes. Its head tells where in the block the owner's and the group's SID and
-// two access control lists stand: the SACL (what is audited) and the DACL (what is allowed and denied). An
-// ACL is a head with a count and a row of entries (ACEs), each with a type, its own size, an access mask and
-// the SID it is about.
+// A descriptor is one block of bytes. Its head says where in the block the owner's and the group's SID and
+// two access control lists are: the SACL (what is audited) and the DACL (what is allowed and denied). An ACL
+// is a head with a count and a row of entries (ACEs), each with a type, its own size, an access mask and the
+// SID it is about.
 //
-// Counts, sizes and offsets are what whoever wrote the disk put there, so each is bounded by the bytes at
-// hand: an offset outside is a part that is not there, an ACL ends where the bytes do, at the latest, and a
-// SID ends with its ACE.
+// Counts, sizes and offsets may be anything that somebody wrote to the disk, so each is bounded by the bytes
+// at hand: an offset outside is a part that is not there, an ACL ends where the bytes do, at the latest, and
+// a SID ends with its ACE.
 #pragma once
 
 #include "foundation/byte_view.h"
@@ -48,8 +48,8 @@ struct ace_line {
     std::string mask;
     std::string name;
 };
-// By SID text and type word. Deliberate: one would expect the ACL's own order, which decides who gets access.
-// Reports compare permissions, so the lines are sorted and ACEs of one key are joined.
+// By SID text and type word. Deliberate: the lines are sorted and ACEs of one key are joined, not in the
+// ACL's own order, which decides who gets access. The user sees permissions that can be compared.
 using ace_map = std::map<std::string, ace_line>;
 
 // Gathers the ACEs of the ACL at an offset of a descriptor into `map`. Ends at the ACL's count, at an ACE of
@@ -58,8 +58,8 @@ void acl_to_map(ace_map& map, byte_view descriptor, std::uint32_t acl_offset);
 // The same as lines without prefix and line feed; none for an offset of 0.
 [[nodiscard]] std::vector<std::string> acl_lines(byte_view descriptor, std::uint32_t acl_offset);
 
-// Prints a descriptor with `prefix` in front of each line: a heading, the owner, the group and both ACLs, as
-// far as it has them. A SID that cannot be read leaves its brackets empty.
+// Prints a descriptor with `prefix` before each line: a heading, the owner, the group and both ACLs, as far
+// as it has them. A SID that cannot be read leaves its brackets empty.
 void print_security_descriptor(std::ostream& out, byte_view descriptor, std::string_view prefix);
 
 }  // namespace quarry

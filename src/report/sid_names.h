@@ -2,8 +2,8 @@
 //
 // A SID names a user, a group or a role. It begins with a revision, a count of sub-authorities and a six-byte
 // identifier authority, big-endian; the sub-authorities follow, four bytes each, little-endian. The last one,
-// the relative id, tells who is meant inside of the domain that the others name: S-1-5-21-1-2-3-513 is group
-// 513 of the domain 21-1-2-3.
+// the relative id, says who is meant within the domain that the others name: S-1-5-21-1-2-3-513 is group 513
+// of the domain 21-1-2-3.
 #pragma once
 
 #include "foundation/byte_view.h"
@@ -19,7 +19,7 @@ namespace quarry {
 // what is not there.
 class sid_view {
   public:
-    // Bytes of a SID with all the sub-authorities that a count of one byte can tell of.
+    // Bytes of a SID with as many sub-authorities as a count of one byte can say.
     static constexpr std::uint32_t longest = 8 + 4 * 255;
     explicit sid_view(byte_view bytes) : m_bytes(bytes) {}
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
@@ -42,7 +42,8 @@ class sid_view {
 [[nodiscard]] bool sid_to_text(std::string& out, byte_view sid, std::uint64_t available_bytes);
 
 // The name of a well-known SID, "unk" for any other. With one sub-authority the authority chooses the name;
-// with more, the relative id alone does, so that the administrators of all domains read alike.
+// with more, the relative id does, whatever the authority, so that the administrators of all domains read
+// alike.
 [[nodiscard]] std::string_view sid_name(byte_view sid);
 
 }  // namespace quarry

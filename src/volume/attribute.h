@@ -1,9 +1,9 @@
 // Attributes of a file record: their headers, attribute lists, and the searches.
 //
-// Behind its header a file record holds a chain of attributes, each beginning with its type and its length; a
-// type of all ones ends the chain. A resident attribute carries its value with it, a non-resident one the
-// mapping pairs that tell where on the volume the value lies. A file whose attributes do not fit one record
-// has an attribute list, which names for each attribute the record that holds it.
+// After its header a file record holds a chain of attributes, each beginning with its type and its length; a
+// type of all ones ends the chain. A resident attribute holds its value, a non-resident one the mapping pairs
+// that say where on the volume the value lies. A file whose attributes do not fit one record has an attribute
+// list, which names for each attribute the record that holds it.
 //
 // Lengths, offsets and names are as the disk has them, so nothing that an accessor returns is true of the
 // bytes until it is tested. The walks and searches of this system differ in what they test. A walk ends, at
@@ -22,7 +22,7 @@ namespace quarry {
 [[nodiscard]] attribute first_attribute(byte_view record);
 
 // Finds the next attribute of a type from `at` on (itself included). False at the end of the bytes, at the
-// end marker, and at an attribute of another type whose length is 0 or above `limit` bytes; `at` then stands
+// end marker, and at an attribute of another type whose length is 0 or above `limit` bytes; `at` is then
 // there.
 [[nodiscard]] bool next_attribute_of_type(attribute& at, std::uint32_t type, std::uint32_t limit);
 // The same from the first attribute of a record on.
@@ -31,7 +31,7 @@ namespace quarry {
 
 // Finds by type and name (UTF-16LE bytes) from `at` on. An empty name finds an unnamed attribute, and is
 // sought as far as next_attribute_of_type goes. Any other name finds an attribute whose name begins with it,
-// and attributes longer than `limit` do not end that search. After false `at` stands where the search ended.
+// and attributes longer than `limit` do not end that search. After false `at` is where the search ended.
 [[nodiscard]] bool find_attribute_by_name(attribute& at, std::uint32_t type, byte_view name,
                                           std::uint32_t limit);
 

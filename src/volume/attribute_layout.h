@@ -68,15 +68,15 @@ class attribute {
     // Non-resident form. Sizes in bytes.
     [[nodiscard]] std::uint64_t lowest_vcn() const { return m_bytes.u64_or_zero(16); }
     [[nodiscard]] std::uint64_t highest_vcn() const { return m_bytes.u64_or_zero(24); }
-    // Behind every attribute if the header is cut ahead of it.
+    // Past every attribute if the header is cut off before this field.
     [[nodiscard]] std::uint16_t mapping_pairs_offset() const { return m_bytes.u16(32).value_or(0xFFFF); }
     // As a power of two of clusters; 0 when not compressed.
     [[nodiscard]] std::uint8_t compression_unit() const { return m_bytes.u8_or_zero(34); }
     [[nodiscard]] std::uint64_t allocated_size() const { return m_bytes.u64_or_zero(40); }
     [[nodiscard]] std::uint64_t real_size() const { return m_bytes.u64_or_zero(48); }
     [[nodiscard]] std::uint64_t initialized_size() const { return m_bytes.u64_or_zero(56); }
-    // Deliberate: one would expect this field only of a compressed attribute, which alone has it. It is read
-    // of every one; elsewhere the user sees the attribute's name or its mapping pairs as a number.
+    // Deliberate: read of every attribute, not only of a compressed one, which has this field. The user sees
+    // the name or the mapping pairs of another attribute as a number.
     [[nodiscard]] std::uint64_t compressed_size() const { return m_bytes.u64_or_zero(64); }
 
     // The next attribute in the same bytes; null if there is none left there. The same one if its length is

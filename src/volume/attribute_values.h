@@ -102,16 +102,16 @@ class volume_information_value {
     byte_view m_bytes;
 };
 
-// $REPARSE_POINT (0xC0): a junction or a symbolic link. The tag tells what it is, then a path buffer holds
-// two names: the substitute name, for the system, and the print name, for people. A symbolic link has four
-// bytes of flags ahead of its path buffer that a junction does not have. Offsets and lengths are bytes;
-// offsets count from the buffer.
+// $REPARSE_POINT (0xC0): a junction or a symbolic link. The tag says what it is, then a path buffer holds two
+// names: the substitute name, for the system, and the print name, for people. A symbolic link has four bytes
+// of flags ahead of its path buffer that a junction does not have. Offsets and lengths are bytes; offsets
+// count from the buffer.
 class reparse_value {
   public:
     explicit reparse_value(byte_view value) : m_bytes(value) {}
     [[nodiscard]] byte_view bytes() const { return m_bytes; }
     [[nodiscard]] std::uint32_t tag() const { return m_bytes.u32_or_zero(0); }
-    // Bytes behind the first eight.
+    // Bytes after the first eight.
     [[nodiscard]] std::uint16_t data_length() const { return m_bytes.u16_or_zero(4); }
     [[nodiscard]] std::uint16_t substitute_name_offset() const { return m_bytes.u16_or_zero(8); }
     [[nodiscard]] std::uint16_t substitute_name_length() const { return m_bytes.u16_or_zero(10); }

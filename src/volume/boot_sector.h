@@ -1,6 +1,6 @@
 // The NTFS boot sector, the first 512 bytes of a volume.
 //
-// It is written when a volume is made and tells the geometry (bytes per sector, sectors per cluster) and
+// It is written when a volume is made and holds the geometry (bytes per sector, sectors per cluster) and
 // where $MFT begins. Only the eight bytes of the signature make a sector one: the checksum and the end marker
 // are not looked at, and no number in it is true of the volume until it is tested.
 #pragma once

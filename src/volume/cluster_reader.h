@@ -45,13 +45,12 @@ class cluster_reader {
     // also after a failed read.
     [[nodiscard]] bool read_cluster_alloc(std::uint64_t lcn, std::vector<std::uint8_t>& buffer,
                                           std::uint64_t& length, std::uint64_t& position) const;
-    // Clusters that lie side by side, as if each was read on its own, up to the first that cannot be read.
-    // Returns how many were read; the rest of the buffer, which has room for `count` clusters, holds nothing
-    // of use.
+    // Contiguous clusters, as if each was read on its own, up to the first that cannot be read. Returns how
+    // many were read; the rest of the buffer, which has room for `count` clusters, holds nothing of use.
     [[nodiscard]] std::uint64_t read_leading_clusters(std::uint64_t lcn, std::uint64_t count,
                                                       std::uint8_t* buffer) const;
-    // Clusters that lie side by side, all of them with one read of the source. False if that brings less; the
-    // buffer, which has room for `count` clusters, then holds nothing of use.
+    // Contiguous clusters, all of them with one read of the source. False if that brings less; the buffer,
+    // which has room for `count` clusters, then holds nothing of use.
     [[nodiscard]] bool read_neighbours(std::uint64_t lcn, std::uint64_t count, std::uint8_t* buffer) const;
     // All clusters of the runs of an attribute list, in run order, into one buffer. A cluster that cannot be
     // read ends its run, the next run goes on at the same place, and zeros make up the rest. The buffer is

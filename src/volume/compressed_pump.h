@@ -9,10 +9,10 @@
 
 namespace quarry {
 
-// Writes the plain bytes of a compressed stream to `sink`. `offset` is where in the stream to begin, a whole
-// number of units; `limit` ends the stream; `allocated` is what its clusters hold, sparse ones included; all
-// in bytes. True if at least one unit was delivered. A unit that cannot be read or made out ends the stream
-// there.
+// Writes the decompressed bytes of a compressed stream to `sink`. `offset` is where in the stream to begin, a
+// whole number of units; `limit` ends the stream; `allocated` is what its clusters hold, sparse ones
+// included; all in bytes. True if at least one unit was delivered. A unit that cannot be read or decompressed
+// ends the stream there.
 [[nodiscard]] bool pump_compressed(CNtfs& ntfs, const cluster_run_list& runs, stream_sink& sink,
                                    std::uint64_t offset, std::uint64_t limit, std::uint64_t allocated);
 

@@ -1,12 +1,13 @@
-// One unit of a compressed stream, turned into plain bytes.
+// One unit of a compressed stream, decompressed.
 //
-// A unit is 16 clusters of a stream. The file system stores it in one of three ways: all clusters on disk and
-// plain; a row of LZNT1 chunks in fewer clusters, the rest of the 16 sparse; or wholly sparse, for zeros.
-// Nothing on disk says which: the sparse clusters tell. Each chunk begins with a header of 16 bits:
+// A unit is 16 clusters of a stream. The file system stores it in one of three ways: uncompressed, with all
+// clusters on disk; as a row of LZNT1 chunks in fewer clusters, the rest of the 16 sparse; or wholly sparse,
+// for zeros. Nothing on disk says which; it follows from the sparse clusters. Each chunk begins with a header
+// of 16 bits:
 //
 //     bits 0 to 11    bytes of the chunk, the header included, less 3
 //     bits 12 to 14   signature, 3 as a rule; not looked at
-//     bit 15          set if the chunk is compressed, clear if its 4096 bytes stand as they are
+// bit 15 set if the chunk is compressed, clear if its 4096 bytes are stored as they are
 //
 // A header of zero ends the chunks of its 4096-byte block.
 #pragma once
@@ -17,7 +18,7 @@
 
 namespace quarry {
 
-// Takes the plain bytes of a unit, piece after piece.
+// Takes the decompressed bytes of a unit, piece after piece.
 class unit_output {
   public:
     unit_output() = default;
@@ -43,11 +44,11 @@ class unit_bytes {
 // What is known of a unit; the first and the last are bits of stream_reader's flags word.
 inline constexpr std::uint32_t unit_met_sparse = 0x2;  // some of its clusters are sparse
 inline constexpr std::uint32_t unit_judge_by_tail =
-    0x4;  // look at its last 4096 bytes to tell whether it is plain
+    0x4;  // its last 4096 bytes decide whether it is compressed
 inline constexpr std::uint32_t unit_judge_by_sparse = 0x8;  // it is plain unless it met sparse clusters
 
-// Turns `unit` into plain bytes, at most `limit` of them. `written` is the number of bytes given to `output`.
-// True if the unit could be made out, which a wholly sparse one can with nothing written. False for an empty
+// Decompresses `unit`, at most `limit` bytes of it. `written` is the number of bytes given to `output`. True
+// if the unit could be decompressed; so can a wholly sparse one, with nothing written. False for an empty
 // unit, a limit of 0, and a unit whose chunks are damaged and whose last 4096 bytes are zeros; what was given
 // to `output` is of no use then.
 [[nodiscard]] bool decompress_unit(unit_output& output, std::uint64_t& written, unit_bytes& unit,

@@ -14,7 +14,7 @@ namespace quarry {
 // `record`.
 [[nodiscard]] attr_item_list flatten_entry(entry_record& record, std::uint32_t record_size);
 
-// The items of $INDEX_ROOT and $INDEX_ALLOCATION alone.
+// Only the items of $INDEX_ROOT and $INDEX_ALLOCATION.
 [[nodiscard]] attr_item_list flatten_index_attributes(entry_record& record, std::uint32_t record_size);
 
 }  // namespace quarry

@@ -1,8 +1,8 @@
 // What categorising finds of one MFT entry: its record, and its attributes sorted by kind.
 //
-// Attributes of the same kind are told apart by their attribute id, which is unique within a record; file
-// names by a text. The maps decide the order in which copies and reports meet the attributes. An attribute in
-// an extension record stands here as if the base record held it.
+// Attributes of the same kind differ by their attribute id, which is unique within a record; file names by a
+// text. The maps decide the order in which copies and reports meet the attributes. An attribute in an
+// extension record is kept here as if the base record held it.
 #pragma once
 
 #include "foundation/budget.h"
@@ -56,7 +56,7 @@ struct entry_record {
     std::uint64_t entry = 0;
     std::uint32_t sequence = 0;
     std::array<std::uint8_t, record_header_size> header{};
-    std::vector<std::uint8_t> record;  // sector ends put back
+    std::vector<std::uint8_t> record;  // fixups restored
     bool has_base = false;
     std::uint64_t base = 0;  // reference to the base record as it is stored
 
@@ -89,10 +89,10 @@ struct entry_record {
                                         std::uint64_t entry);
 
 // Sorts one attribute into `record`. `at` begins at the attribute and ends with the record that holds it;
-// `entry` is the entry that all is told of, whichever record that is. `is_list` tells that the attribute is
-// an attribute list, which is left to the caller. False, and nothing sorted, for an attribute that is null,
-// of length 0 or not wholly inside its record; an attribute that is passed over, such as a file name without
-// a value, gives true.
+// `entry` is the entry that all of it is about, whichever record that is. `is_list` says that the attribute
+// is an attribute list, which is left to the caller. False, and nothing sorted, for an attribute that is
+// null, of length 0 or not wholly inside its record; an attribute that is passed over, such as a file name
+// without a value, gives true.
 [[nodiscard]] bool categorize_attribute(entry_record& record, std::uint64_t entry, const attribute& at,
                                         bool& is_list);
 

@@ -3,8 +3,8 @@
 // Every file, directory and system structure of an NTFS volume has a record in $MFT, a block of one fixed
 // size (1024 bytes as a rule): a header, then a chain of attributes. When the file system writes a record it
 // saves the last two bytes of each sector in an array in the header and puts one number, the same for all, in
-// their place; whoever reads the record puts the saved words back. Index blocks carry the same first eight
-// bytes and the same protection, and the same readers take them.
+// their place; a reader puts the saved words back. Index blocks carry the same first eight bytes and the same
+// protection, and the same readers take them.
 //
 // The numbers at the sector ends are not compared with the one in the header: a record that was torn by a
 // crash is read like any other. Only its signature and the header test can refuse a record.
@@ -37,11 +37,11 @@ void restore_sector_ends(std::span<std::uint8_t> record, std::uint32_t sector_si
 // of them.
 [[nodiscard]] std::uint64_t sector_end_limit(std::uint64_t size, std::uint32_t sector_size);
 
-// Restores the sector ends of a record or index block of at least 1024 bytes. `kind` tells what it is, also
-// after false: `unknown` for a block that is too small or is none of the kinds (a "FILE" that fails the
-// header test among them), otherwise the kind of a block whose array is longer than the block, or in a "BAAD"
-// one than 10 words. After false the record is as it was. A "BAAD" record that gives true is restored like
-// any other; the caller decides by its kind.
+// Restores the fixups of a record or index block of at least 1024 bytes. `kind` says what it is, also after
+// false: `unknown` for a block that is too small or is none of the kinds (a "FILE" that fails the header test
+// among them), otherwise the kind of a block whose array is longer than the block, or in a "BAAD" one than 10
+// words. After false the record is as it was. A "BAAD" record that gives true is restored like any other; the
+// caller decides by its kind.
 [[nodiscard]] bool apply_fixups_checked(record_kind& kind, std::span<std::uint8_t> record,
                                         std::uint32_t sector_size);
 

@@ -32,7 +32,7 @@ class _inode_collection {
     [[nodiscard]] const std::vector<std::uint64_t>& in_order() const;
     void put_in_order() const;
 
-    // Ascending and without doubles up to `m_ordered`, and behind it as they came.
+    // Ascending and without doubles up to `m_ordered`, after that in the order in which they came.
     mutable std::vector<std::uint64_t> m_entries;
     mutable std::size_t m_ordered = 0;
 };

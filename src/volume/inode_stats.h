@@ -24,7 +24,7 @@ struct INODE_STATS {
     std::wstring name_wide;
     // The first bytes of the last $FILE_NAME value.
     std::array<std::uint8_t, 68> file_name_value{};
-    // Bytes of the file: from the last $FILE_NAME, or from $DATA where that says 0 or stands ahead of it.
+    // Bytes of the file: from the last $FILE_NAME, or from $DATA if that says 0 or comes first.
     std::uint64_t size = 0;
     data_run_list bitmap_runs;
     data_run_list data_runs;
@@ -37,7 +37,7 @@ struct INODE_STATS {
     std::vector<std::string> index_names;
 };
 
-// Gives the runs of `data_runs` their VCNs and enters each in `vcn_index`. A further call goes on behind the
+// Gives the runs of `data_runs` their VCNs and enters each in `vcn_index`. A further call goes on after the
 // runs that are numbered already; an index of more runs than there are is begun anew.
 void number_runs(INODE_STATS& stats);
 

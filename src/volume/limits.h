@@ -43,15 +43,15 @@ inline constexpr std::uint64_t followed_reads = 4096;
 // Of attributes found there: all that 8,000 records of 4 KiB hold.
 inline constexpr std::uint64_t followed_attribute_bytes = 32 * mebibyte;
 
-// Memory for the attributes of one entry. All attributes of a sound file lie on the source, each run stands
-// for a cluster there, and extension records that lie over each other are none. The absolute limit is that of
-// four million runs: NTFS gives up at one and a half million for a file.
+// Memory for the attributes of one entry. All attributes of a sound file lie on the source, each run is at
+// least a cluster there, and extension records do not overlap. The absolute limit is that of four million
+// runs: NTFS gives up at one and a half million for a file.
 [[nodiscard]] constexpr std::uint64_t entry_memory(std::uint64_t source) {
     return following(source, 2, 2, 128 * mebibyte);
 }
 
-// Zeros that the values of one entry may take in the place of bytes that are not there. Records of a usual
-// size never come near: only large ones have room for thousands of headers.
+// Zeros that the values of one entry may have in place of bytes that are not there. Records of a usual size
+// never come near: only large ones have room for thousands of headers.
 inline constexpr std::uint64_t value_padding = 4 * mebibyte;
 
 // Attributes of $MFT and $Bitmap that extension records hold. A list that names the same attributes again and
@@ -71,7 +71,7 @@ inline constexpr std::uint64_t smallest_counted_attribute = 64;
 // The part of it for the runs of system files: 400,000 of them. A $MFT in a thousand pieces is a rarity.
 inline constexpr std::uint64_t system_run_memory = 96 * mebibyte;
 // The part of it for security descriptors. Those of a volume in use cost far less; made-up ones, whose SIDs
-// all take in the records behind them, a hundred times their size.
+// all reach into the records after them, a hundred times their size.
 [[nodiscard]] constexpr std::uint64_t descriptor_memory(std::uint64_t source) {
     return std::min(32 * mebibyte + source / 2, 160 * mebibyte);
 }
@@ -106,7 +106,7 @@ inline constexpr std::uint64_t name_memory = 192 * mebibyte;
 [[nodiscard]] constexpr std::uint64_t lookup_bytes(std::uint64_t source) {
     return following(source, 64 * mebibyte, 32, ~std::uint64_t{0});
 }
-// One lookup alone may cost this much. A record counts as a page at least, because so much is what a read of
+// A single lookup may cost this much. A record counts as a page at least, because so much is what a read of
 // less costs: the first is enough for the records of four million children.
 inline constexpr std::uint64_t smallest_read = 4 * kibibyte;
 inline constexpr std::uint64_t one_lookup_record_bytes = 16 * gibibyte;

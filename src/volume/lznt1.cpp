@@ -15,7 +15,7 @@ constexpr std::size_t items_per_group = 8;
 // Most tokens of a text repeat no more bytes than a stride has, from no nearer than a stride back. They and
 // the literals ahead of them are copied in one piece each; what is too much is overwritten by what follows.
 constexpr std::size_t stride = 16;
-static_assert(plain_chunk::room_behind >= stride, "a stride may begin at the last byte of a chunk");
+static_assert(plain_chunk::room_after >= stride, "a stride may begin at the last byte of a chunk");
 
 void copy_stride(std::uint8_t* to, const std::uint8_t* from) {
     std::memcpy(to, from, stride);

@@ -1,10 +1,10 @@
 // LZNT1, the compression of NTFS: one chunk at a time.
 //
-// A chunk stands for 4096 plain bytes. Its payload is a row of groups: a flag byte, then up to eight items,
-// of which the flag byte tells the kind, low bit first. A clear bit is a literal byte, a set bit a 16-bit
+// A chunk holds 4096 decompressed bytes. Its payload is a row of groups: a flag byte, then up to eight items,
+// whose kinds are the bits of the flag byte, low bit first. A clear bit is a literal byte, a set bit a 16-bit
 // token that repeats bytes of the same chunk. A token splits into the distance to go back and the number of
-// bytes to repeat, and where it splits depends on how many bytes stand in the chunk already: there is no use
-// for a distance that leads ahead of the chunk, so an early token spends more bits on the length.
+// bytes to repeat. Where it splits depends on how many bytes of the chunk are decompressed already: a
+// distance that leads ahead of the chunk is of no use, so an early token spends more bits on the length.
 //
 //     bytes so far    bits of distance    bits of length    longest distance    longest repeat
 //     1 to 16               4                  12                  16                4098
@@ -23,13 +23,13 @@
 
 namespace quarry {
 
-inline constexpr std::size_t lznt1_chunk_size = 4096;  // plain bytes of a chunk
+inline constexpr std::size_t lznt1_chunk_size = 4096;  // decompressed bytes of a chunk
 
-// The plain bytes of one chunk. The decoder works in strides and needs room behind the end; what stands there
-// means nothing.
+// The decompressed bytes of one chunk. The decoder works in strides and needs room after the end; what is
+// there means nothing.
 struct plain_chunk {
-    static constexpr std::size_t room_behind = 64;
-    std::array<std::uint8_t, lznt1_chunk_size + room_behind> storage{};
+    static constexpr std::size_t room_after = 64;
+    std::array<std::uint8_t, lznt1_chunk_size + room_after> storage{};
 
     [[nodiscard]] byte_view bytes() const { return {storage.data(), lznt1_chunk_size}; }
 };
@@ -55,8 +55,8 @@ class token_split {
     unsigned m_length_mask = 0xFFF;
 };
 
-// Splits a token that stands behind `position` plain bytes of its chunk. False if it leads ahead of the
-// chunk; both outputs are set all the same.
+// Splits a token that follows `position` decompressed bytes of its chunk. False if it leads ahead of the
+// chunk; both outputs are set even then.
 [[nodiscard]] bool split_token(std::uint16_t token, std::uint64_t position, std::uint32_t& offset_back,
                                std::uint32_t& length);
 

@@ -2,7 +2,7 @@
 //
 // The record of the entry is read, each of its attributes is sorted by kind (entry_record), and an attribute
 // list is followed into the extension records that hold what the first record had no room for. What was found
-// becomes a flat list (entry_flattening). Damage ends the walk it stands in, and what was read before it
+// becomes a flat list (entry_flattening). Damage ends the walk that meets it, and what was read before it
 // counts.
 #pragma once
 
@@ -30,9 +30,9 @@ class mft_entries_ctx {
   public:
     mft_entries_ctx(CNtfs& ntfs, status_log& log);
 
-    // Reads the record of an entry and puts its sector ends back. The vector keeps its size from call to
-    // call. False for a volume that is not valid, a failed read, and anything that is neither a file record
-    // nor an index block. A record marked "BAAD" gives true with `bad` set, and a line in the log.
+    // Reads the record of an entry and restores its fixups. The vector keeps its size from call to call.
+    // False for a volume that is not valid, a failed read, and anything that is neither a file record nor an
+    // index block. A record marked "BAAD" gives true with `bad` set, and a line in the log.
     [[nodiscard]] bool fixup_mft(std::vector<std::uint8_t>& record, bool& bad, std::uint64_t entry);
 
     // The whole of an entry, extension records included.

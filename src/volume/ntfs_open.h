@@ -2,9 +2,9 @@
 //
 // A volume lies on a physical drive, in a partition's device, in an image, or on a virtual disk made of VMDK
 // files. Opening it opens the source, validates the volume and hands the object out. Each way sets `out` to
-// null first and leaves it null on false, without a message; what went wrong is not told apart.
-// `load_security` reads the volume's security descriptors when they are first needed, which is while it is
-// opened; null where nobody wants them.
+// null first and leaves it null on false, without a message; no reason is given. `load_security` reads the
+// volume's security descriptors when they are first needed, which is while it is opened; null where nobody
+// wants them.
 #pragma once
 
 #include "disk/source.h"

@@ -27,7 +27,7 @@ class file_record {
     // The mark of a record that the file system itself found damaged.
     [[nodiscard]] bool is_baad() const { return m_bytes.text_at(0, "BAAD"); }
     [[nodiscard]] std::uint16_t update_sequence_offset() const { return m_bytes.u16_or_zero(4); }
-    // Words of the array: the number that stands at the sector ends, then one saved word for each sector.
+    // Words of the array: the number that is stored at the sector ends, then one saved word for each sector.
     [[nodiscard]] std::uint16_t update_sequence_count() const { return m_bytes.u16_or_zero(6); }
     [[nodiscard]] std::uint64_t logfile_sequence_number() const { return m_bytes.u64_or_zero(8); }
     [[nodiscard]] std::uint16_t sequence_number() const { return m_bytes.u16_or_zero(16); }

@@ -2,8 +2,8 @@
 //
 // find_run searches a list from its front for each question. That is right for one question and far too slow
 // for a stream that is read from end to end: a file of a million runs would cost a million times half a
-// million steps. A cursor stands beside the list, remembers where the last answer was, and goes on from
-// there. Its answers are those of find_run on every list, also on one that damage has put out of order.
+// million steps. A cursor accompanies the list, remembers where the last answer was, and goes on from there.
+// Its answers are those of find_run on every list, also on one that damage has put out of order.
 #pragma once
 
 #include "volume/runs.h"

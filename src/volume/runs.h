@@ -1,12 +1,11 @@
 // Cluster runs: where on the volume the clusters of a stream lie.
 //
-// A non-resident attribute ends in mapping pairs, one for each run of clusters that lie side by side. The
-// first byte of a pair is its header: the low nibble tells in how many bytes the run's length follows, the
-// high nibble in how many bytes behind that the LCN stands, as a signed difference to the LCN of the run
-// before that had one. A pair without an LCN is a sparse run: clusters that read as zeros and take no room. A
-// header of 0 ends the pairs. Nothing on disk says how many there are, and nothing here compares them with
-// the size of the volume or with the VCNs that the attribute claims: an LCN beyond the volume shows when a
-// read fails.
+// A non-resident attribute ends in mapping pairs, one for each run of contiguous clusters. The first byte of
+// a pair is its header: the low nibble is the number of bytes of the run's length, which follows, the high
+// nibble that of the LCN after it, a signed difference to the LCN of the last run that had one. A pair
+// without an LCN is a sparse run: clusters that read as zeros and take no room. A header of 0 ends the pairs.
+// Nothing on disk says how many there are, and nothing here compares them with the size of the volume or with
+// the VCNs that the attribute claims: an LCN beyond the volume shows when a read fails.
 //
 // Two decoders differ on purpose. decode_mapping_pairs serves the volume's own system files, decode_runs the
 // streams that a user asks for, attribute lists and directories. Run lengths are 32 bits wide here, whatever
@@ -63,7 +62,7 @@ struct data_run {
     std::uint64_t offset = 0;
     // The pair as it is stored.
     inline_bytes<longest_mapping_pair> pair;
-    // From decode_runs only: the three bytes behind the pair, if that many lie inside the attribute.
+    // From decode_runs only: the three bytes after the pair, if that many lie inside the attribute.
     inline_bytes<3> following;
 };
 using data_run_list = std::vector<data_run>;
@@ -88,9 +87,9 @@ inline constexpr std::uint64_t sparse_lcn = ~std::uint64_t{0};
                                         bool clear);
 
 // Decodes the runs of a non-resident attribute into `list`, which is emptied first. `attribute_bytes` begins
-// at the attribute's header; what lies behind the attribute's own length is not looked at. Ends at a header
-// of 0, or at a pair that does not fit the attribute. False, with an empty list, only for no attribute at all
-// or one of length 0; an attribute whose pairs hold nothing gives true and an empty list.
+// at the attribute's header; what lies past the attribute's own length is not looked at. Ends at a header of
+// 0, or at a pair that does not fit the attribute. False, with an empty list, only for no attribute at all or
+// one of length 0; an attribute whose pairs hold nothing gives true and an empty list.
 [[nodiscard]] bool decode_runs(byte_view attribute_bytes, data_run_list& list);
 
 // Appends what decode_runs gave in the compact form. Always true.

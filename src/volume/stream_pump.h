@@ -1,8 +1,8 @@
 // The pump: the content of one attribute, moved to a stream.
 //
 // A resident value is written in one piece. A stream in clusters goes transfer by transfer, zeros for its
-// holes; one that NTFS has compressed is made plain on the way. A cluster that cannot be read ends the copy
-// where it stands, and the copy counts as done: the examiner gets what the disk still gives.
+// holes; one that NTFS has compressed is decompressed on the way. A cluster that cannot be read ends the copy
+// there, and the copy counts as done: the examiner gets what the disk still gives.
 #pragma once
 
 #include "foundation/status_log.h"
@@ -23,7 +23,7 @@ struct pump_context {
 struct pump_rules {
     bool raw = false;            // clusters as they are stored, up to the allocated size
     bool skip_sparse = false;    // holes are left out
-    bool include_slack = false;  // behind the data, what the last clusters hold up to the allocated size
+    bool include_slack = false;  // after the data, what the last clusters hold up to the allocated size
     bool want_md5 = false;
 };
 

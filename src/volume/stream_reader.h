@@ -1,12 +1,12 @@
 // A byte range of a stream, read through its cluster runs.
 //
-// The clusters of a stream lie anywhere on the volume, and some of them nowhere: a sparse run stands for
-// zeros. A range is read cluster after cluster; what it needs of the first and the last cluster is cut out of
-// a whole cluster, since whole clusters are what can be read or not. Clusters that are neighbours on the
-// volume as in the stream come with one read. If that read fails or gives less, they are read again one by
-// one, so that a damaged disk yields every cluster ahead of the damage, the same as if none had been joined.
-// So do runs that lie close behind each other: what stands between them is read and thrown away, which costs
-// less than another read.
+// The clusters of a stream lie anywhere on the volume, and some of them nowhere: a sparse run reads as zeros.
+// A range is read cluster after cluster; what it needs of the first and the last cluster is cut out of a
+// whole cluster, since whole clusters are what can be read or not. Clusters that are neighbours on the volume
+// as in the stream come with one read. If that read fails or gives less, they are read again one by one, so
+// that a damaged disk yields every cluster before the damage, the same as if none had been joined. Runs that
+// are close to each other also come with one read: what lies between them is read and thrown away, which
+// costs less than another read.
 #pragma once
 
 #include "volume/ntfs.h"
@@ -25,7 +25,7 @@ inline constexpr std::uint32_t stream_met_sparse = 0x02;   // zeros of a sparse 
 inline constexpr std::uint32_t stream_was_read = 0x08;     // always set
 inline constexpr std::uint32_t stream_vcn_is_even = 0x10;  // the low 16 bits of the first VCN are zero
 inline constexpr std::uint32_t stream_is_one_unit =
-    0x20;  // the same, and the range ends 16 clusters behind it
+    0x20;  // the same, and the range ends 16 clusters after it
 
 // Reads many ranges of one stream: it remembers its place in the run list and keeps its buffers.
 class stream_reader {
@@ -42,7 +42,7 @@ class stream_reader {
                             std::uint32_t& flags);
 
     // The same read in parts, for a range that is longer than a buffer may be. `begin` takes the range and
-    // tells whether there is anything to read. `read_part` then gives the bytes from byte `from` of what
+    // says whether there is anything to read. `read_part` then gives the bytes from byte `from` of what
     // `read` would deliver: up to `length` of them, fewer where the read ends. Returns how many; the buffer
     // holds nothing of use after them. Sets stream_met_sparse in `flags` if it met a hole.
     [[nodiscard]] bool begin(std::uint64_t offset, std::uint64_t length, std::uint32_t& flags);
@@ -85,8 +85,8 @@ class stream_reader {
     std::uint64_t m_range_bytes = 0;               // ... and its length
     std::vector<std::uint8_t> m_scratch;           // one cluster ...
     std::optional<std::uint64_t> m_scratch_lcn;    // ... which is this one
-    // Clusters of the volume that were read together, from this LCN on; and the first stretch behind those
-    // for which that was tried.
+    // Clusters of the volume that were read together, from this LCN on; and the first stretch after those for
+    // which that was tried.
     std::vector<std::uint8_t> m_close;
     std::uint64_t m_close_lcn = 0;
     std::uint64_t m_close_count = 0;

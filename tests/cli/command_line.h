@@ -32,7 +32,7 @@ class command_line_test : public testing::Test {
         return {content.begin(), content.end()};
     }
     [[nodiscard]] std::vector<std::string> files() const;
-    // Standard output behind the header.
+    // Standard output after the header.
     [[nodiscard]] static std::string behind_header(const std::string& out);
 
     temp_dir m_dir;

@@ -1,9 +1,9 @@
 // Command lines as rows of a table: what is typed, and what it prints on both streams, logs, makes and
 // returns.
 //
-// A row runs in a directory of its own, which "@" stands for in its words and expectations. The sources of
-// scene.h that its words name are in there, and an empty directory "@/out". Each row is run with a status
-// log, as root and as an ordinary user, or as the one that it asks for.
+// A row runs in a directory of its own, written as "@" in its words and expectations. The sources of scene.h
+// that its words name are in there, and an empty directory "@/out". Each row is run with a status log, as
+// root and as an ordinary user, or as the one that it asks for.
 #pragma once
 
 #include "support/temp_dir.h"
@@ -27,7 +27,7 @@ enum class stage {
     ran       // a copy was tried
 };
 
-// What a file holds: as it stands, or how it is made, so that large contents are not made for every row by
+// What a file holds: the bytes, or how they are made, so that large contents are not made for every row by
 // every process that runs one.
 class content {
   public:
@@ -47,9 +47,9 @@ struct row {
     who user = who::anyone;
     stage reached = stage::ran;
     int status = 0;
-    std::string out = {};  // behind the header
+    std::string out = {};  // after the header
     std::string err = {};  // without the emptying of the status line at the end
-    // Lines of the log behind the header, without those of path lookups and of the exit status.
+    // Lines of the log after the header, without those of path lookups and of the exit status.
     std::vector<std::string> log = {};
     // All of "@/out" afterwards, by name: files to the byte, and texts in which "@" has its meaning.
     std::map<std::string, content> files = {};

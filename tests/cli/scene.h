@@ -30,7 +30,7 @@ bool make_source(const std::string& name, const std::filesystem::path& path);
 [[nodiscard]] std::string head_of_disk(std::size_t size);
 // What the file table of the volume holds.
 [[nodiscard]] std::string file_table();
-// The content of /holes.bin: with the hole as zeros, and the stored clusters alone.
+// The content of /holes.bin: with the hole as zeros, and only the stored clusters.
 [[nodiscard]] std::string holes_content();
 [[nodiscard]] std::string holes_without_hole();
 // The first of those stored clusters, which is number 200 of the volume.

@@ -28,8 +28,8 @@ class damaged_source {
 
     [[nodiscard]] source_kind kind() const { return m_shape.kind; }
     [[nodiscard]] std::wstring path() const { return m_file.path(); }
-    // Cases that are told one by one: every cut, and every word with every value. Any higher number is a case
-    // of random bits, told by its number.
+    // Cases that are listed one by one: every cut, and every word with every value. Any higher number is a
+    // case of random bits, made from its number.
     [[nodiscard]] std::uint64_t listed_cases() const;
     // What a case does, for people.
     [[nodiscard]] std::string describe(std::uint64_t number) const;

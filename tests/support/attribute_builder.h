@@ -14,7 +14,7 @@ class attribute_builder {
     [[nodiscard]] static attribute_builder resident(std::uint32_t type, bytes value);
     // Sizes follow from the runs and the cluster size unless they are given.
     [[nodiscard]] static attribute_builder non_resident(std::uint32_t type, const run_list& runs);
-    // The same with mapping pairs as they shall stand in the attribute (no zero is appended).
+    // The same with mapping pairs as they are to be in the attribute (no zero is appended).
     [[nodiscard]] static attribute_builder with_pairs(std::uint32_t type, bytes pairs);
 
     attribute_builder& named(ntfs_name name);
@@ -32,9 +32,9 @@ class attribute_builder {
     attribute_builder& initialized(std::uint64_t value);
     attribute_builder& compressed(std::uint64_t value);
 
-    // Any number over the finished attribute, last of all; may lie behind its end, which then grows.
+    // Any number over the finished attribute, last of all; may lie past its end, which then grows.
     attribute_builder& force(std::size_t offset, unsigned width, std::uint64_t value);
-    // The length field alone (attribute offset 4), whatever the bytes are.
+    // Only the length field (attribute offset 4), whatever the bytes are.
     attribute_builder& length(std::uint32_t value) { return force(4, 4, value); }
 
     [[nodiscard]] std::uint32_t type() const { return m_type; }

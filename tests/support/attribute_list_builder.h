@@ -15,7 +15,7 @@ struct list_item {
     std::uint16_t id = 0;
     ntfs_name name = {};
     std::uint64_t lowest_vcn = 0;
-    // Numbers over the finished entry: its length stands at 4, its name length at 6.
+    // Numbers over the finished entry: its length is at 4, its name length at 6.
     std::vector<forced_number> forced = {};
 };
 

@@ -43,8 +43,8 @@ struct file_name {
     [[nodiscard]] bytes build() const;
 };
 
-// Junction or symbolic link. Both names stand in the path buffer one behind the other, each with a zero unit
-// behind it, as the system writes them.
+// Junction or symbolic link. Both names are in the path buffer, one after the other, each followed by a zero
+// unit, as the system writes them.
 struct reparse_point {
     std::uint32_t tag = 0xA0000003;
     ntfs_name substitute_name = {};

@@ -55,7 +55,7 @@ void apply(bytes& target, const std::vector<forced_number>& changes);
 [[nodiscard]] bytes pattern(std::size_t size, std::uint32_t seed = 1);
 [[nodiscard]] bytes concat(const std::vector<bytes>& pieces);
 
-// A name as it stands on disk: UTF-16 units. Made from UTF-8 text, or from units for what is no text.
+// A name as it is on disk: UTF-16 units. Made from UTF-8 text, or from units for what is no text.
 struct ntfs_name {
     ntfs_name() = default;
     ntfs_name(const char* utf8) : ntfs_name(std::string_view(utf8)) {}

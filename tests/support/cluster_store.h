@@ -16,7 +16,7 @@ class cluster_store {
     [[nodiscard]] std::size_t cluster_size() const { return m_cluster_size; }
     // Clusters that `size` bytes need.
     [[nodiscard]] std::uint64_t clusters_for(std::uint64_t size) const;
-    // Marks clusters as taken, so that `allocate` leaves them alone. Holes and runs far outside are ignored.
+    // Marks clusters as taken, so that `allocate` does not use them. Holes and runs far outside are ignored.
     void take(const run_list& where);
     // The first `count` free clusters that lie side by side.
     [[nodiscard]] run allocate(std::uint64_t count);
@@ -24,7 +24,7 @@ class cluster_store {
     // runs are done is an error of the test (std::length_error).
     void write(const run_list& where, const bytes& content);
     void write_at(std::uint64_t position, const bytes& content);
-    // One cluster behind the last that was taken or written.
+    // One cluster past the last that was taken or written.
     [[nodiscard]] std::uint64_t end_cluster() const;
     [[nodiscard]] bool taken(std::uint64_t lcn) const;
     [[nodiscard]] bytes content(std::uint64_t total_clusters) const;

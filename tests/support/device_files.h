@@ -1,4 +1,4 @@
-// Plain files that stand in for physical drives: in its scope, drive 0 is the file "sda" of a scratch
+// Plain files that are used as physical drives: in its scope, drive 0 is the file "sda" of a scratch
 // directory, drive 1 is "sdb", and so on.
 #pragma once
 

@@ -38,7 +38,7 @@ class file_builder {
     // of their own otherwise.
     file_builder& data(bytes content);
     file_builder& data(std::string_view text) { return data(to_bytes(text)); }
-    // Runs alone: the clusters keep whatever is written to them by other means.
+    // Only runs: the clusters keep whatever is written to them by other means.
     file_builder& data(run_list where, stream_settings settings = {});
     // Content written through the runs; the real size is that of the content.
     file_builder& data(const bytes& content, run_list where, stream_settings settings = {});
@@ -55,12 +55,11 @@ class file_builder {
     // Any attribute, in the base record (place 0) or in an extension record.
     file_builder& attribute(attribute_builder attribute, std::size_t place = 0);
     file_builder& reparse(const reparse_point& value);
-    // Bytes behind the last attribute of a record, ahead of the end marker: whatever a test wants in the
-    // chain.
+    // Bytes after the last attribute of a record, before the end marker: whatever a test wants in the chain.
     file_builder& chain_bytes(bytes raw, std::size_t place = 0);
 
-    // A new extension record; the answer is its place. With one, an $ATTRIBUTE_LIST is made unless told
-    // otherwise.
+    // A new extension record; the answer is its place. With one, an $ATTRIBUTE_LIST is made unless a test
+    // forbids it.
     [[nodiscard]] std::size_t add_extension(std::optional<std::uint64_t> entry = {});
     [[nodiscard]] std::uint64_t extension_entry(std::size_t place) const;
     file_builder& list_in_clusters();
@@ -82,7 +81,7 @@ class file_builder {
     file_builder& security_id(std::uint32_t value);
     file_builder& sequence(std::uint16_t value);
     file_builder& without_standard_information();
-    // The attributes stand in the record as they were added, not by type.
+    // The attributes are in the record as they were added, not by type.
     file_builder& unsorted();
     // The record's in-use bit is clear and no index names it...
     file_builder& deleted();
@@ -92,15 +91,15 @@ class file_builder {
     // Directories.
     file_builder& index_in_blocks();
     file_builder& extra_entry(index_entry entry);
-    // These bytes as a further block of the index, behind those that hold the children.
+    // These bytes as a further block of the index, after those that hold the children.
     file_builder& extra_index_block(bytes block);
     file_builder& index_root(bytes value);
     file_builder& index_allocation_in(std::size_t place);
     file_builder& index_root_in(std::size_t place);
     file_builder& without_index();
 
-    // The base record and the extension records, for forcing: what is added to their chains here stands ahead
-    // of all else.
+    // The base record and the extension records, for forcing: what is added to their chains here comes before
+    // all else.
     [[nodiscard]] record_builder& record(std::size_t place = 0) { return m_records.at(place); }
 
   private:

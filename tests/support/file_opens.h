@@ -1,4 +1,4 @@
-// Tells how a file is opened, whoever opens it: this program or one that it starts.
+// How a file is opened, whoever opens it: this program or one that it starts.
 #pragma once
 
 #include <cstdint>

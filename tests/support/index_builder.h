@@ -19,10 +19,10 @@ struct index_entry {
     bytes key = {};
     std::uint16_t flags = 0;  // 1 has a sub-node, 2 last entry
     std::optional<std::uint64_t> sub_node = {};
-    // In a view index ($SII, $SDH, $O ...): what the key leads to, behind the key. Its place and length then
-    // take the room of the file reference.
+    // In a view index ($SII, $SDH, $O ...): what the key leads to, after the key. Its place and length then
+    // replace the file reference.
     bytes view_data = {};
-    // Numbers over the finished entry: its length stands at 8, the key's at 10, the flags at 12.
+    // Numbers over the finished entry: its length is at 8, the key's at 10, the flags at 12.
     std::vector<forced_number> forced = {};
     [[nodiscard]] bytes build() const;
 };
@@ -36,7 +36,7 @@ struct index_entry {
 [[nodiscard]] bytes build_index_node(const std::vector<index_entry>& entries, std::size_t first_entry = 16,
                                      std::size_t allocated = 0, bool has_sub_nodes = false);
 
-// The value of an $INDEX_ROOT for names. Its node header stands at 16.
+// The value of an $INDEX_ROOT for names. Its node header is at 16.
 [[nodiscard]] bytes build_index_root(const std::vector<index_entry>& entries, bool has_blocks = false,
                                      std::uint32_t block_size = index_block_size,
                                      std::uint32_t cluster_size = 4096);
@@ -53,8 +53,8 @@ class index_block_builder {
     index_block_builder& signature(std::string_view four_characters);
     index_block_builder& vcn(std::uint64_t value);
     index_block_builder& add(index_entry entry);
-    // Over the block ahead of the fixups: the node header stands at 24, the first entry's offset from it
-    // there, the total size of the entries at 28.
+    // Over the block before the fixups are applied: the node header is at 24, the first entry's offset from
+    // it there, the total size of the entries at 28.
     index_block_builder& force(std::size_t offset, unsigned width, std::uint64_t value);
     index_block_builder& force_on_disk(std::size_t offset, unsigned width, std::uint64_t value);
     [[nodiscard]] std::size_t first_entry_position() const;

@@ -8,7 +8,7 @@
 
 namespace quarry::test {
 
-inline constexpr std::size_t lznt1_block = 4096;  // plain bytes of a chunk
+inline constexpr std::size_t lznt1_block = 4096;  // decompressed bytes of a chunk
 
 // The payload of a chunk, item by item, for chunks that no encoder would make.
 class lznt1_payload {
@@ -18,10 +18,10 @@ class lznt1_payload {
     // A repeat of `length` bytes (3 and up) from `back` bytes ahead. Throws std::out_of_range if a token at
     // this place cannot say that.
     lznt1_payload& repeat(std::size_t back, std::size_t length);
-    // A token as it stands, whatever it means.
+    // A token as it is, whatever it means.
     lznt1_payload& token(std::uint16_t bits);
 
-    // Plain bytes so far, by the items given.
+    // Decompressed bytes so far, by the items given.
     [[nodiscard]] std::size_t position() const { return m_position; }
     [[nodiscard]] bytes build() const { return m_bytes; }
 
@@ -33,7 +33,7 @@ class lznt1_payload {
     std::size_t m_position = 0;
 };
 
-// Bits of the distance in a token behind `position` plain bytes (at least 1): 4 to 12.
+// Bits of the distance in a token after `position` decompressed bytes (at least 1): 4 to 12.
 [[nodiscard]] unsigned lznt1_distance_bits(std::size_t position);
 
 // At most 4096 bytes as a payload, each item the longest repeat there is.
@@ -41,10 +41,10 @@ class lznt1_payload {
 
 // A chunk with its header. The payload has at most 4096 bytes.
 [[nodiscard]] bytes lznt1_chunk(const bytes& payload);
-// A block that stands as it is behind a chunk header; zeros fill it up to 4096 bytes.
+// A block that is stored as it is after a chunk header; zeros fill it up to 4096 bytes.
 [[nodiscard]] bytes lznt1_stored_chunk(const bytes& plain);
 
-// The chunks of a unit's plain bytes, one for each 4096 of them, stored where a payload would be no shorter.
+// The chunks of a unit, one for each 4096 of its bytes, stored where a payload would be no shorter.
 [[nodiscard]] bytes lznt1_chunks(const bytes& plain);
 
 }  // namespace quarry::test

@@ -21,7 +21,7 @@ struct lzx_codes {
 
 class lzx_builder {
   public:
-    // Type and size alone. A size of 32,768 is one bit.
+    // Only type and size. A size of 32,768 is one bit.
     lzx_builder& header(unsigned type, std::size_t size);
     // A block of symbols with its codes; the items follow.
     lzx_builder& verbatim(std::size_t size, const lzx_codes& codes = {});

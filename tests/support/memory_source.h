@@ -34,11 +34,11 @@ class memory_source final : public byte_source {
         std::uint64_t end = std::min<std::uint64_t>(m_content.size(), offset + buffer.size());
         int error = 0;
         std::uint64_t end_of_loss = 0;
-        for (const auto& [begin, behind] : m_unreadable) {
-            if (offset < behind && begin < end) {
+        for (const auto& [begin, after] : m_unreadable) {
+            if (offset < after && begin < end) {
                 end = std::max(begin, offset);
                 error = EIO;
-                end_of_loss = behind;
+                end_of_loss = after;
             }
         }
         const std::uint64_t lost = error != 0 && m_knows_losses ? end_of_loss - std::max(end, offset) : 0;

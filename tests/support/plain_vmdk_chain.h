@@ -13,7 +13,7 @@ namespace quarry::test {
 
 class plain_vmdk_file {
   public:
-    // The metadata of a file must be readable; damage may be anywhere behind its header.
+    // The metadata of a file must be readable; damage may be anywhere after its header.
     explicit plain_vmdk_file(bytes content);
 
     [[nodiscard]] std::optional<std::uint64_t> position_of(std::uint64_t offset) const;

@@ -29,12 +29,12 @@ class record_builder {
     record_builder& update_sequence_count(std::uint16_t value);
     record_builder& update_sequence_number(std::uint16_t value);
 
-    // Attributes stand in the order in which they are added. One without an id gets the next free one.
+    // Attributes are in the order in which they are added. One without an id gets the next free one.
     record_builder& add(attribute_builder attribute);
-    // Bytes that stand in the chain as they are.
+    // Bytes that go into the chain as they are.
     record_builder& add_bytes(bytes raw);
     record_builder& without_end_marker();
-    // Over the record ahead of the fixups, and over the bytes as they stand on disk.
+    // Over the record before the fixups are applied, and over the bytes as they are on disk.
     record_builder& force(std::size_t offset, unsigned width, std::uint64_t value);
     record_builder& force_on_disk(std::size_t offset, unsigned width, std::uint64_t value);
 
@@ -43,7 +43,7 @@ class record_builder {
     // Offset of an attribute (or raw bytes) in the record, by its place in the chain from 0.
     [[nodiscard]] std::size_t attribute_offset(std::size_t index) const;
 
-    // As it stands on disk. Throws std::length_error if the attributes do not fit the record.
+    // As it is on disk. Throws std::length_error if the attributes do not fit the record.
     [[nodiscard]] bytes build() const;
     // As a reader holds it once the sector ends are put back.
     [[nodiscard]] bytes build_restored() const;

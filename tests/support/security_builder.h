@@ -15,11 +15,11 @@ namespace quarry::test {
 // One entry of an access control list; its size field is that of its bytes unless it is given.
 [[nodiscard]] bytes ace(std::uint8_t type, std::uint32_t mask, const bytes& sid,
                         std::optional<std::uint16_t> size = {});
-// Entries one behind the other; the count is theirs unless it is given.
+// Entries one after the other; the count is theirs unless it is given.
 [[nodiscard]] bytes acl(const std::vector<bytes>& entries, std::optional<std::uint16_t> count = {});
 
-// A self-relative descriptor. Empty parts are left out and have the offset 0; the others stand one behind the
-// other behind the head, owner and group first.
+// A self-relative descriptor. Empty parts are left out and have the offset 0; the others follow the head one
+// after the other, owner and group first.
 struct security_descriptor {
     bytes owner = {};
     bytes group = {};
@@ -32,7 +32,7 @@ struct security_descriptor {
 [[nodiscard]] bytes sds_record(std::uint32_t security_id, std::uint64_t stream_offset,
                                const bytes& descriptor);
 
-// $SDS records one behind the other, each at a multiple of 16 bytes, ids from 0x100 on.
+// $SDS records one after the other, each at a multiple of 16 bytes, ids from 0x100 on.
 [[nodiscard]] bytes sds_stream(const std::vector<bytes>& descriptors);
 
 }  // namespace quarry::test

@@ -9,7 +9,7 @@
 
 namespace quarry::test {
 
-// The `plain_size` bytes that a chunk stands for, or nothing if it breaks a rule.
+// The `plain_size` bytes that a chunk decodes to, or nothing if it breaks a rule.
 [[nodiscard]] std::optional<bytes> slow_xpress_chunk(const bytes& stored, std::size_t plain_size);
 [[nodiscard]] std::optional<bytes> slow_lzx_chunk(const bytes& stored, std::size_t plain_size);
 

@@ -1,4 +1,4 @@
-// Files with holes: a length that nothing on the disk stands for.
+// Files with holes: a length for which the disk stores nothing.
 #pragma once
 
 #include "support/byte_writer.h"

@@ -22,7 +22,7 @@ class temp_dir {
     }
     temp_dir(const temp_dir&) = delete;
     temp_dir& operator=(const temp_dir&) = delete;
-    // What a test made read-only stays behind rather than ending the program.
+    // What a test made read-only is left over; it does not end the program.
     ~temp_dir() {
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);

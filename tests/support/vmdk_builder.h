@@ -27,7 +27,7 @@ class vmdk_builder {
     static constexpr std::size_t at_directory_offset = 56;
     static constexpr std::size_t at_overhead = 64;
 
-    // The descriptor. An empty text leaves its line out; values stand as they are, quotes included.
+    // The descriptor. An empty text leaves its line out; values are written as they are, quotes included.
     std::string cid = "c0000000";
     std::string parent_cid = "ffffffff";
     std::string parent_hint;
@@ -41,7 +41,7 @@ class vmdk_builder {
     std::uint32_t entries_per_table = 16;
     std::uint64_t grains = 64;
 
-    // Holds a grain with these bytes, zeros behind them. Grains lie in the file in the order in which they
+    // Holds a grain with these bytes, zeros after them. Grains lie in the file in the order in which they
     // were put.
     vmdk_builder& put(std::uint64_t grain, bytes content);
     // The bytes of consecutive grains, cut to their size.

@@ -6,7 +6,7 @@
 //
 // The places are known: the boot sector at byte 0, $MFT from `mft_lcn()` on (entry 0 $MFT, 5 the root
 // directory, 6 $Bitmap, 9 $Secure when asked for), files and directories from entry 24 on in the order in
-// which they are added, content that is given as bytes in the first free clusters behind $MFT. Slots of $MFT
+// which they are added, content that is given as bytes in the first free clusters after $MFT. Slots of $MFT
 // that nothing uses are zero. `image()` may be called again after further changes.
 #pragma once
 
@@ -32,9 +32,8 @@ struct geometry {
     std::uint32_t mft_entries = 64;
     // Distance of the sector ends that update sequences protect.
     std::uint32_t stride = 512;
-    // Where $MFT lies; empty for one run behind the boot area. The first `mft_runs_in_record_0` of them stand
-    // in record 0 (0 means all), the others in an extension record at entry 15, each in an attribute of its
-    // own.
+    // Where $MFT lies; empty for one run after the boot area. The first `mft_runs_in_record_0` of them are in
+    // record 0 (0 means all), the others in an extension record at entry 15, each in an attribute of its own.
     run_list mft_runs = {};
     std::size_t mft_runs_in_record_0 = 0;
     // The volume has at least this many clusters.
@@ -71,10 +70,10 @@ class volume_builder {
     // Takes the clusters and writes the content from this LCN on.
     void write_clusters(std::uint64_t lcn, const bytes& content);
 
-    // Numbers over the finished volume: the boot sector, the record of an entry as it stands on disk.
+    // Numbers over the finished volume: the boot sector, the record of an entry as it is on disk.
     void force_boot(std::size_t offset, unsigned width, std::uint64_t value);
     void force_record(std::uint64_t entry, std::size_t offset, unsigned width, std::uint64_t value);
-    // These bytes in the slot of an entry, zeros behind them. No bytes: an unused slot.
+    // These bytes in the slot of an entry, zeros after them. No bytes: an unused slot.
     void replace_record(std::uint64_t entry, bytes content);
 
     // An empty record of this volume's size, for what is built by hand and put in place by replace_record.

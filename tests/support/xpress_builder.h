@@ -17,7 +17,7 @@ class xpress_builder {
     xpress_builder& symbol(unsigned symbol);
     xpress_builder& literal(unsigned byte) { return symbol(byte); }
     xpress_builder& literals(const bytes& content);
-    // A length below 3 or above 65,538 cannot be told.
+    // A length below 3 or above 65,538 cannot be encoded.
     xpress_builder& match(std::size_t distance, std::size_t length);
     // Symbol, bytes and bits of a match as the caller wants them.
     xpress_builder& match_with(unsigned distance_bits, unsigned distance, const bytes& length_bytes);

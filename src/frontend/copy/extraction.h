@@ -1,7 +1,7 @@
 // The driver of one extraction: from a request to the bytes of one stream in a file.
 //
 // It opens the volume if no earlier request has, finds the MFT entry, lists its attributes, writes the
-// report, picks the stream and hands it to the pump. Reasons for a failure go to the status log alone.
+// report, picks the stream and hands it to the pump. Reasons for a failure go only to the status log.
 #pragma once
 
 #include "foundation/status_log.h"

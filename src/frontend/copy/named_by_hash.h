@@ -1,4 +1,5 @@
-// Copies whose name proves them: the modification time in front, the MD5 digest of the bytes behind.
+// Copies whose name proves them: it begins with the modification time and ends with the MD5 digest of the
+// bytes.
 #pragma once
 
 #include "frontend/copy/copy_request.h"

@@ -12,7 +12,7 @@
 
 namespace quarry {
 
-// The text behind the first ":" of a path's last component; empty without one.
+// The text after the first ":" of a path's last component; empty without one.
 [[nodiscard]] std::string requested_stream_name(const std::wstring& path);
 
 struct stream_choice {

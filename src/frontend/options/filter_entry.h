@@ -12,7 +12,7 @@ struct filter_entry {
     std::wstring path;              // from -filter_path; kept, and not consulted
     std::wstring text;              // the alternative as given, in lower case
     std::wstring name;              // the pattern for the file name, stars removed
-    std::wstring stream;            // the pattern behind a ":", stars removed
+    std::wstring stream;            // the pattern after a ":", stars removed
     std::vector<std::uint8_t> signature;
     std::uint64_t sig_offset = 0;  // bytes from the start of the file
     bool anchored = false;         // `name` begins with "/": a directory pattern

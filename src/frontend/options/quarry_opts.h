@@ -2,8 +2,8 @@
 //
 // Parsing ends in one of two ways: true, with a source that was looked at and a volume offset that is known,
 // or false after one message on standard error. After true, m_source says where the volume is, and without a
-// source m_src alone names the volume. What is copied is told by m_src (a path), m_entry (an MFT entry, with
-// or without a path), or m_cluster_text and m_clusters. Nothing of it changes after parsing; a list gives its
+// source m_src names the volume as well. What is copied is in m_src (a path), m_entry (an MFT entry, with or
+// without a path), or m_cluster_text and m_clusters. Nothing of it changes after parsing; a list gives its
 // paths to each copy.
 #pragma once
 
@@ -17,7 +17,7 @@
 
 namespace quarry {
 
-// An MFT entry number that stands for none.
+// The MFT entry number that means none.
 inline constexpr std::uint64_t no_entry = ~std::uint64_t{0};
 
 // Clusters side by side on a volume.

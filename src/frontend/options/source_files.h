@@ -10,8 +10,8 @@
 namespace quarry {
 
 // The files that source options of these arguments name, each as it is typed and as it is opened; also of
-// options that another one hides, or that a slip leaves where nobody takes them, and what stands beside a
-// word that looks like a source option. A word that an option in front of it keeps away counts as well.
+// options that another one hides, or that a slip leaves where nothing takes them, and what is beside a word
+// that looks like a source option. A word that an option before it keeps away counts as well.
 [[nodiscard]] std::vector<std::string> files_of_source_options(const arg_list& args);
 
 // The same and the volumes that paths among these arguments name. Outputs that are opened before the paths

@@ -20,7 +20,7 @@ enum class source_option { vmdk, partition, image, drive };
 // of it.
 [[nodiscard]] bool begins_with_dash(std::string_view word);
 
-// How a word stands to the source options. `exact` is the one that it is; `alike` is true if it is none but
+// How a word relates to the source options. `exact` is the one that it is; `alike` is true if it is none but
 // would be one after at most two edits (a letter added, left out or replaced), whatever dashes it begins with
 // and whatever follows a "=". Other options of the program are not alike.
 struct source_likeness {

@@ -27,7 +27,7 @@ struct time_range {
     std::uint64_t m_range_stop = 0;
     std::uint32_t m_range_stop_unix = 0;
 
-    // "2020/03/07" or "2020-03-07", with an optional time of day behind the first blank. A start without a
+    // "2020/03/07" or "2020-03-07", with an optional time of day after the first blank. A start without a
     // stop reaches up to the latest time there is. A start given again begins a new range.
     [[nodiscard]] range_result set_start(std::string_view value);
     // The same; a day without a time of day ends with its last second.

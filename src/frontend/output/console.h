@@ -10,7 +10,7 @@ namespace quarry {
 void flush_output();
 
 // Text that belongs to the user whatever becomes of the rest: messages about the command line. Written to
-// standard error as it stands, after all text of standard output.
+// standard error as it is, after all text of standard output.
 void print_error(const std::string& text);
 
 // Shows a message on the status line of standard error, without a new line: at most 60 characters of what a

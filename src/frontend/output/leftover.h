@@ -1,4 +1,4 @@
-// The file that must not be left behind if a signal ends the run: a copy that has no name of its own yet.
+// The file that must not be left over if a signal ends the run: a copy that has no name of its own yet.
 #pragma once
 
 #include <csignal>

@@ -16,7 +16,7 @@ class output_file : public uni::ofstream {
     // report at a FIFO or a socket is refused too, whose other end is not waited for: a name that leads to
     // one must not hold up the rest of a run. A log may be one.
     [[nodiscard]] bool open(output_guard& guard, const std::wstring& path, output_kind kind);
-    // Opens the status log once more, behind what it holds.
+    // Opens the status log once more, after what it holds.
     [[nodiscard]] bool open_log_again(output_guard& guard, const std::string& path);
 };
 

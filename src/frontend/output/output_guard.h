@@ -2,8 +2,8 @@
 //
 // The source is evidence, and so are the copies and reports that the run has made already. The guard knows
 // them: each file and device that is read as the source or was named as one, with everything that these are
-// made of; the status log; the files behind standard input, output and error; and which file took a report
-// and which a copy. No file can be opened for output without asking it.
+// made of; the status log; the files that standard input, output and error lead to; and which file took a
+// report and which a copy. No file can be opened for output without asking it.
 #pragma once
 
 #include "frontend/output/same_storage.h"
@@ -33,7 +33,7 @@ enum class output_verdict {
 
 class output_guard {
   public:
-    // Protects the files behind descriptors 0, 1 and 2. Devices and pipes there lose nothing by a write.
+    // Protects the files of descriptors 0, 1 and 2. Devices and pipes there lose nothing by a write.
     output_guard();
 
     // A file or device that is read, or may have been meant. One that does not exist is passed over.

@@ -1,7 +1,7 @@
 // Which storage a path of the host leads to.
 //
 // The same bytes can have many names: links, the nodes of a drive and of its partitions, a loop device and
-// the file behind it (which may be a loop device again, or a file whose name is gone), a device-mapper volume
+// its backing file (which may be a loop device again, or a file whose name is gone), a device-mapper volume
 // over any of these, and the files of a file system that is mounted from one. Who writes to one name writes
 // to all.
 //
@@ -53,7 +53,7 @@ struct file_likeness {
     }
 };
 
-// Where the kernel tells about devices and mounts.
+// Where the kernel describes devices and mounts.
 struct kernel_places {
     std::string block_devices = "/sys/dev/block";
     std::string mounts = "/proc/self/mountinfo";
@@ -85,8 +85,8 @@ struct found_file {
 // even the directory exists, all but the path is empty.
 [[nodiscard]] found_file look_up(const std::string& path);
 
-// Adds what exists under a path, and what that is made of: the drive of a partition, the file behind a loop
-// device, the devices below a device-mapper volume, and so on down.
+// Adds what exists under a path, and what that is made of: the drive of a partition, the backing file of a
+// loop device, the devices below a device-mapper volume, and so on down.
 void add_storage(storage_set& set, const found_file& file, const kernel_places& places = {});
 
 // Adds the devices that take the bytes of a file system, with what they are made of and, for each file among

@@ -127,15 +127,15 @@ TEST(path_segments, a_canonical_text_keeps_case_stream_and_drive_letter) {
 }
 
 TEST(path_segments, after_a_link_are_those_of_its_target_and_the_remaining_ones) {
-    EXPECT_EQ(segments_behind_link({L"a", L"link", L"b", L"c:s"}, 1, LR"(C:\Target\x)"),
+    EXPECT_EQ(segments_after_link({L"a", L"link", L"b", L"c:s"}, 1, LR"(C:\Target\x)"),
               (names{L"C:", L"Target", L"x", L"b", L"c:s"}));
-    EXPECT_EQ(segments_behind_link({L"link"}, 0, LR"(C:\)"), (names{L"C:"}));
-    EXPECT_EQ(segments_behind_link({L"link", L"b"}, 0, L""), (names{L"b"}));
-    EXPECT_EQ(segments_behind_link({L"link"}, 0, L""), names());
+    EXPECT_EQ(segments_after_link({L"link"}, 0, LR"(C:\)"), (names{L"C:"}));
+    EXPECT_EQ(segments_after_link({L"link", L"b"}, 0, L""), (names{L"b"}));
+    EXPECT_EQ(segments_after_link({L"link"}, 0, L""), names());
 }
 
 TEST(path_segments, after_a_link_split_at_backslashes_whatever_the_path_had) {
-    EXPECT_EQ(segments_behind_link({L"link", LR"(b\c)"}, 0, L"x/y"), (names{L"x/y", L"b", L"c"}));
+    EXPECT_EQ(segments_after_link({L"link", LR"(b\c)"}, 0, L"x/y"), (names{L"x/y", L"b", L"c"}));
 }
 
 }  // namespace
