@@ -1,4 +1,4 @@
-// An EWF image ("Expert Witness" format, E01) as a source that tells its losses.
+// An EWF image ("Expert Witness" format, E01) as a source that reports its losses.
 //
 // An image is a set of segment files, disk.E01, disk.E02 and so on. They hold the disk in chunks of some tens
 // of kilobytes, each compressed or not and each with a checksum, and the digests that were computed when the

@@ -1,6 +1,6 @@
 // All attributes of one file, from its base record and, through its attribute list, from its extensions.
 //
-// Without a list they are those of the base record. With one, the list alone says which there are:
+// Without a list they are those of the base record. With one, only the list says which there are:
 //
 //     base record 40            list                         record 61, base 40
 //     | $STANDARD_INFORMATION | $STANDARD_INFORMATION in 40   | $DATA VCN 100 id 0 |
@@ -31,7 +31,8 @@ namespace quarry::exact {
 class attribute_set {
   public:
     // Reads the list and the records that it names. Warns (unlisted) of attributes that it does not name.
-    // Fails with list, as the records of the list do, and as the list's own stream does.
+    // Fails with list, with memory if its records take more than 64 MiB, as the records of the list do, and
+    // as the list's own stream does.
     [[nodiscard]] static result<attribute_set> of(const mft& table, record base, notices& told);
 
     struct member {

@@ -53,8 +53,9 @@ struct geometry {
                                                  std::uint64_t sector_offset);
 
 // The geometry of the volume at `volume_offset`, which may reach over `length_available` bytes: from its boot
-// sector, or else from the backup at the end of that room, with the warning boot-backup. A backup counts only
-// if record 0 of $MFT is where it says. Fails with what is wrong with the boot sector if neither is sound.
+// sector, or else from the backup at the end of these bytes, with the warning boot-backup. A backup counts
+// only if record 0 of $MFT is where it says. Fails with what is wrong with the boot sector if neither is
+// sound.
 [[nodiscard]] result<geometry> read_geometry(const exact_source& source, std::uint64_t volume_offset,
                                              std::uint64_t length_available, notices& told);
 

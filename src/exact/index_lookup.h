@@ -55,7 +55,7 @@ class directory_index {
     byte_view m_root;  // the value of $INDEX_ROOT
     block_place m_root_place;
     std::uint32_t m_block_size = 0;  // bytes
-    std::uint32_t m_vcn_unit = 0;    // bytes that one step of a child pointer stands for
+    std::uint32_t m_vcn_unit = 0;    // bytes in one step of a child pointer
     std::optional<stored_stream> m_blocks;
     std::optional<stored_stream> m_bitmap;
 };

@@ -6,9 +6,9 @@
 //     held:    root        [ d | k | q ]        next: the child left of "k" was walked, now "k" itself
 //              '- child           [ l | m | o ]
 //
-// Damage does not end it. A block that cannot be read is told and passed over with the names in it and below;
-// of a node with a broken entry the entries before it are taken; keys out of order are told and taken. No
-// block is read twice, so a tree that leads back into itself ends.
+// Damage does not end it. A block that cannot be read is reported and passed over with the names in it and
+// below; of a node with a broken entry the entries before it are taken; keys out of order are reported and
+// taken. No block is read twice, so a tree that leads back into itself ends.
 //
 // A walk that has to wait for a long time, because a directory below its own is listed, can rest: it keeps
 // its place and gives up what it holds.
@@ -44,7 +44,7 @@ class index_walk {
     void for_each_at_hand(const std::function<void(const index_key&)>& take) const;
 
     // Gives up the directory and the nodes. Afterwards only wake() may be called, which reads them again and
-    // fails as begin() does; damage was told when it was first seen.
+    // fails as begin() does; damage was reported when it was first seen.
     void rest();
     [[nodiscard]] result<void> wake(notices& told);
     [[nodiscard]] bool rests() const { return !m_held; }

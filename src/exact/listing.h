@@ -7,9 +7,9 @@
 //     26-1  d  0  ...  /docs
 //     27-1  f  2  ...  /docs/b.txt
 //
-// Damage is told and the listing goes on. It ends on any disk: each directory is entered once, and none whose
-// path is longer than any that the system knows. The memory it takes depends neither on how many names there
-// are nor, beyond a few bytes for each level, on how deep the tree is.
+// Damage is reported and the listing goes on. It ends on any disk: each directory is entered once, and none
+// whose path is longer than any that the system knows. The memory it takes depends neither on how many names
+// there are nor, beyond a few bytes for each level, on how deep the tree is.
 #pragma once
 
 #include "exact/exact_volume.h"

@@ -27,7 +27,7 @@ namespace quarry::exact {
 struct listing_outputs {
     // Takes one line, without its end. A failure ends the listing.
     std::function<result<void>(std::string_view line)> line;
-    // Is told of each record and block that cannot be read, and of what is wrong in one. The listing goes on.
+    // Hears of each record and block that cannot be read, and of what is wrong in one. The listing goes on.
     std::function<void(const failure&)> damage;
 };
 
@@ -47,14 +47,14 @@ struct listed_file {
     bool has_children = false;
 };
 
-// Reads what the lines say. What is wrong is told as damage.
+// Reads what the lines say. What is wrong is reported as damage.
 [[nodiscard]] listed_file read_listed_file(const exact_volume& volume, const attribute_set& file,
                                            const listing_outputs& outputs);
 
 // The line of the file under a path in canonical form, then one for each of its named streams.
 [[nodiscard]] result<void> write_file_lines(const listed_file& file, const std::string& path,
                                             const listing_outputs& outputs);
-// The lines of the named streams alone.
+// Only the lines of the named streams.
 [[nodiscard]] result<void> write_stream_lines(const listed_file& file, const std::string& path,
                                               const listing_outputs& outputs);
 

@@ -43,7 +43,7 @@ void repeat(std::uint8_t* to, std::size_t back, std::size_t length) {
     }
 }
 
-// A place in a payload and in the chunk that it stands for.
+// A place in a payload and in the chunk that it decodes to.
 struct place_in_chunk {
     const std::uint8_t* in;
     std::size_t out = 0;

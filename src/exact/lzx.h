@@ -13,7 +13,7 @@
 //                  256 to 495: a match, 256 + | slot: 5 bits | length: 3 bits |
 //
 // A match repeats bytes from a distance. The last three distances are R0, R1, R2; slots 0 to 2 take one of
-// them, the others stand for a range of distances in which extra bits choose:
+// them, each other slot is a range of distances in which extra bits choose:
 //
 //     slot       3   4   5   6   7   8  ...  28     29
 //     distance   1   2   4   6  10  14       16382  24574   and more, by
@@ -41,9 +41,9 @@ class lzx_decoder {
     static constexpr std::size_t largest_chunk = 32768;
 
     // Decodes chunk number `number` of the stream `where` into `plain`, which has as many bytes as the chunk
-    // stands for, at most largest_chunk. What follows in the chunk is not looked at. Fails with wof, at the
-    // chunk, if a rule is broken: a type or size of a block that cannot be, a code that is not complete, a
-    // match that leads ahead of the chunk or reaches past the end of its block, a chunk that ends early. Then
+    // decodes to, at most largest_chunk. What follows in the chunk is not looked at. Fails with wof, at the
+    // chunk, if a rule is broken: an impossible type or size of a block, a code that is not complete, a match
+    // that leads ahead of the chunk or reaches past the end of its block, a chunk that ends early. Then
     // `plain` holds anything.
     [[nodiscard]] result<void> decode(byte_view stored, std::span<std::uint8_t> plain,
                                       const std::string& where, std::uint64_t number);

@@ -46,8 +46,7 @@ class mft {
     // reference. Fails with unused, sequence, extension or not-directory.
     [[nodiscard]] result<record> read_parent(reference wanted, bool of_deleted, notices& told) const;
     // A record that an attribute list of `base` names. It must be in use as the base is, and belong to it.
-    // The references of a deleted file may be one sequence number behind. Fails with unused, sequence or
-    // base.
+    // The references of a deleted file may be one sequence number lower. Fails with unused, sequence or base.
     [[nodiscard]] result<record> read_extension(reference wanted, const record& base, notices& told) const;
     // The same tests for a record that was read already: whether it is the one that an attribute list of
     // `base` refers to. `holder` may be the base itself.

@@ -195,7 +195,7 @@ class walk {
         }
         auto key = look_up(**index, name, {}, told);
         if (!key) {
-            // The lookup was not told the path.
+            // The lookup does not know the path.
             if (key.error().where == where::path({})) {
                 key.error().where = where::path(shown(name));
             }

@@ -46,7 +46,8 @@ class record {
     [[nodiscard]] static result<record> verify(std::vector<std::uint8_t> bytes, std::uint64_t entry,
                                                block_place place, notices& told);
 
-    // The views into a record stay good when it is moved. A copy would leave them behind.
+    // The views into a record stay good when it is moved. The views of a copy would still lead into the
+    // original.
     record(record&&) = default;
     record& operator=(record&&) = default;
     record(const record&) = delete;

@@ -1,4 +1,4 @@
-// Reparse points: files that stand for something else.
+// Reparse points: files that lead to something else.
 //
 // The value of $REPARSE_POINT begins with a tag that says what it is, and the length of the data after the
 // first eight bytes. Tags of other makers than the system's have a GUID before their data.
@@ -26,7 +26,7 @@ namespace quarry::exact {
 inline constexpr std::uint32_t tag_mount_point = 0xA0000003;  // a junction
 inline constexpr std::uint32_t tag_symlink = 0xA000000C;
 inline constexpr std::uint32_t tag_wof = 0x80000017;
-// The file stands for another name, which a path through it would have to follow.
+// The file leads to another name, which a path through it would have to follow.
 inline constexpr std::uint32_t tag_bit_name_surrogate = 0x20000000;
 // A directory that may hold children of its own.
 inline constexpr std::uint32_t tag_bit_directory = 0x10000000;
@@ -36,7 +36,7 @@ struct reparse_point {
     byte_view data;  // after the header, and after the GUID where there is one
 
     [[nodiscard]] bool is_link() const { return tag == tag_mount_point || tag == tag_symlink; }
-    // The file stands for another name.
+    // The file leads to another name.
     [[nodiscard]] bool is_surrogate() const { return is_link() || (tag & tag_bit_name_surrogate) != 0; }
     // Of a directory: the names below it are in its own index.
     [[nodiscard]] bool has_children_of_its_own() const {
@@ -48,7 +48,7 @@ struct reparse_point {
 // agree. `where` names the entry.
 [[nodiscard]] result<reparse_point> read_reparse_point(byte_view value, std::string_view where);
 
-// "0x80000013 (DEDUP)", or the number alone for a tag that has no name.
+// "0x80000013 (DEDUP)", or only the number for a tag that has no name.
 [[nodiscard]] std::string tag_text(std::uint32_t tag);
 
 struct link_target {

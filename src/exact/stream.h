@@ -5,9 +5,9 @@
 //     | data | hole | data  | data  ................       |       raw: the clusters as they lie
 //
 // A compressed stream is delivered decoded, an encrypted one only raw. The data of a file that the system
-// compressed is decoded from another stream of the file, see system_compression.h. The receiver is told apart
-// what was read and what is zeros because nothing is stored for it, so that it can leave holes. What cannot
-// be read fails the copy, or is zeros where the user has asked for that; then the ranges are told.
+// compressed is decoded from another stream of the file, see system_compression.h. The receiver gets bytes
+// that were read and zeros for which nothing is stored by two calls, so that it can leave holes. What cannot
+// be read fails the copy, or is zeros where the user has asked for that; then the ranges are reported.
 #pragma once
 
 #include "exact/attribute_set.h"

@@ -9,7 +9,7 @@
 //       each 4 bytes, or 8 if the file has 2^32 bytes or more: where the chunk begins, counted from the
 //       end of the table
 //
-// A chunk that takes as many bytes as it stands for is stored as it is. Value of the reparse point, after its
+// A chunk that takes as many bytes as it decodes to is stored as it is. Value of the reparse point, after its
 // header; WOF is the filter that decodes such files, and has other ways to keep them:
 //
 //     | version: 1 | provider: 2 | version: 1 | format |      32 bits each
@@ -37,7 +37,7 @@ enum class wof_format : std::uint8_t { xpress_4k = 0, lzx_32k = 1, xpress_8k = 2
 // "xpress4k", "lzx", "xpress8k", "xpress16k".
 [[nodiscard]] std::string_view format_name(wof_format format);
 
-// The format that a reparse point with the tag WOF tells. `where` names the file. Fails with wof if the data
+// The format that a reparse point with the tag WOF names. `where` names the file. Fails with wof if the data
 // is in a WIM file, or if a number is not one of those above.
 [[nodiscard]] result<wof_format> read_wof_format(const reparse_point& point, std::string_view where);
 

@@ -1,8 +1,8 @@
 // $UpCase, the volume's own table of upper-case letters.
 //
 // Names on NTFS are compared without regard to case, by a table that was written when the volume was made
-// (entry 10): for each of the 65,536 units of UTF-16 the unit that stands for it in upper case. No other
-// notion of case decides which file a name means.
+// (entry 10): for each of the 65,536 units of UTF-16 its unit in upper case. No other notion of case decides
+// which file a name means.
 //
 //     | 0000 | 0001 | ... | 0041 (at "A") | ... | 0041 (at "a") | ... | FFFF |       131,072 bytes
 #pragma once

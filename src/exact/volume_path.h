@@ -5,7 +5,7 @@
 // escaped.
 //
 //     /Documents/letter.txt:draft:$DATA          C:\Documents\letter.txt:draft
-//      names_____________  stream type           passed over, and told in the log
+//      names_____________  stream type           passed over, and logged
 //
 // Paths begin at the root of the volume. In the last name the first colon that is not escaped begins the
 // stream. Text is UTF-8, taken unit by unit and not normalised.
@@ -39,7 +39,7 @@ struct volume_path {
 // none, text that is not UTF-8, an unknown type.
 [[nodiscard]] result<volume_path> parse_volume_path(std::string_view text);
 
-// The same for the stream alone, ":draft" or "::$INDEX_ROOT", in canonical form.
+// The same for a stream without a path, ":draft" or "::$INDEX_ROOT", in canonical form.
 [[nodiscard]] result<stream_name> parse_stream_name(std::string_view text);
 
 // Names from the root in canonical form; "/" for the root.

@@ -3,7 +3,7 @@
 // Record 3 has the version and the dirty flag in $VOLUME_INFORMATION. The journal, entry 2, begins with two
 // restart pages, of which the one with the higher number counts. Its restart area says whether the journal
 // was closed when the volume was last released. If it was not, the system would change the volume before it
-// used it; nothing of that is done here, so it must be told.
+// used it; nothing of that is done here, so it must be reported.
 //
 //     | RSTR page | RSTR page | log records ...
 //       |

@@ -26,7 +26,7 @@ namespace quarry::exact {
 class xpress_decoder {
   public:
     // Decodes chunk number `number` of the stream `where` into `plain`, which has as many bytes as the chunk
-    // stands for. What follows in the chunk is not looked at. Fails with wof, at the chunk, if a rule is
+    // decodes to. What follows in the chunk is not looked at. Fails with wof, at the chunk, if a rule is
     // broken: the code is not complete, a match leads ahead of the chunk or reaches past its end, a length of
     // two bytes is below 15, the chunk ends early. Then `plain` holds anything.
     [[nodiscard]] result<void> decode(byte_view stored, std::span<std::uint8_t> plain,

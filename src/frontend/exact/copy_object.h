@@ -31,10 +31,10 @@ struct found_object {
 [[nodiscard]] result<void> check_object(const copy_object& asked);
 
 // What a copy in a directory is called as far as the command line says: the last name of a path as typed,
-// with its stream. Nothing where the volume alone knows, for the root and for an entry, and for clusters.
+// with its stream. Nothing where only the volume knows, for the root and for an entry, and for clusters.
 [[nodiscard]] std::optional<std::string> name_as_asked(const copy_object& asked);
 
-// Finds and opens the stream. What is passed on the way is told in the log. Fails as paths, records and
+// Finds and opens the stream. What is passed on the way is logged. Fails as paths, records and
 // streams do, with outside for clusters that the volume has not, and with tag, link or wof for a file
 // whose data is elsewhere. What becomes known on the way is noted in `known`, unless that is null.
 [[nodiscard]] result<found_object> find_object(exact_volume& volume, warm_directories& directories,

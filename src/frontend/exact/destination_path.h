@@ -45,7 +45,7 @@ struct destination {
 // Refuses a directory that is missing or would write to the source, and what the name must not lead to: what
 // the guard keeps (the source, the log, the files of standard streams), a file that is there already unless
 // `overwrite`, and then everything but a regular file; links are not followed. Fails with create or exists.
-// Without a name the directory alone is looked at.
+// Without a name only the directory is looked at.
 [[nodiscard]] result<void> check_destination(const destination& target, bool overwrite,
                                              const output_guard& guard);
 

@@ -9,8 +9,8 @@
 
 namespace quarry::exact {
 
-// The files of the source for reading, and for writing the directory of the destination alone. The log is
-// open already.
+// The files of the source for reading, and for writing only the directory of the destination. The log is open
+// already.
 [[nodiscard]] needed_files files_needed_by(const exact_options& options,
                                            const std::vector<std::string>& source_files);
 

@@ -1,7 +1,7 @@
 // A list of orders, carried out one after another.
 //
-// A line that fails is told, and the next one begins. At the end one line says what became of all of them,
-// and the exit status says it too:
+// A line that fails is reported, and the next one begins. At the end one line says what became of all of
+// them, and the exit status says it too:
 //
 //     list: 138 asked, 136 complete, 1 in doubt, 1 failed, 0 kept
 #pragma once

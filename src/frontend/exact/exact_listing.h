@@ -1,7 +1,7 @@
 // A run that lists instead of copying: lines on standard output, all else on standard error.
 //
 // Standard output has the lines and nothing more, no header either, so that it can be sorted, searched and
-// given to a copying run. What is damaged is told beside it.
+// given to a copying run. What is damaged is reported beside it.
 #pragma once
 
 #include "exact/exact_volume.h"

@@ -1,7 +1,7 @@
 // What a run says: to the user on standard error, and to the log.
 //
 // Each message is one line. Those that begin with "ok:", "doubt:", "warning:" and "err:" are for people and
-// scripts; "info:" lines are for the log alone. The log has all of them, each after "->", written at once.
+// scripts; "info:" lines are only for the log. The log has all of them, each after "->", written at once.
 #pragma once
 
 #include "exact/failure.h"
@@ -31,7 +31,7 @@ class exact_messages {
     void done(std::string_view outcome, const std::string& text);
     // A line that is neither praise nor blame, such as the last one of a list.
     void tell(const std::string& line) { say(line, false); }
-    // Text of several lines for standard error alone, unless the run is quiet.
+    // Text of several lines, only for standard error, unless the run is quiet.
     void show(const std::string& text);
     void info(const std::string& text) { log("info: " + text); }
     void log(const std::string& line);

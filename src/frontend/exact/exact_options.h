@@ -1,6 +1,6 @@
 // The command line of the exact mode, read strictly.
 //
-// Every word is an option of the table or the value of one. An option that stands twice, a value that is
+// Every word is an option of the table or the value of one. An option that is given twice, a value that is
 // missing or is itself an option, a number with anything after it, two sources or two objects: each of them
 // is refused, in words that say what to do, before anything is opened. What comes out is one constant value;
 // the rest of the mode reads it and nothing else of the command line.

@@ -4,7 +4,7 @@
 //
 // It is shown when the run has lasted a second, and anew a few times in a second. It is the last line of the
 // terminal and none of the messages: each of these takes its place. The rate is that of the whole run, the
-// time left that of the copy alone.
+// time left only that of the copy.
 #pragma once
 
 #include <chrono>
@@ -53,7 +53,7 @@ class progress {
     std::uint64_t m_run = 0;   // bytes of all copies so far
 };
 
-// The terminal behind standard error, or nothing that could be shown on if it is none.
+// The terminal that is standard error, or nothing that could be shown on if it is none.
 [[nodiscard]] progress::terminal terminal_of_messages();
 
 // "999 bytes", "540 KiB", "12.5 GiB": rounded down.

@@ -6,7 +6,7 @@
 //
 //     _3fa07  <- bytes, holes      fsync      renamed to  letter.txt      fsync of the directory
 //
-// The temporary file is gone when its owner is, or when a signal ends the run. SIGKILL alone leaves it.
+// The temporary file is gone when its owner is, or when a signal ends the run. Only SIGKILL leaves it.
 #pragma once
 
 #include "exact/failure.h"
@@ -31,7 +31,7 @@ class sealed_file {
     // The blocks that `sparse` looks at, in bytes.
     static constexpr std::uint64_t hole_block = 65536;
 
-    // `directory` is where the copy will be. With `sparse`, holes and aligned blocks of zeros take no room.
+    // `directory` is where the copy will be. With `sparse`, holes and aligned blocks of zeros take no space.
     sealed_file(std::string directory, bool sparse);
     // The same in a directory that is open already.
     sealed_file(open_directory directory, bool sparse);
@@ -40,7 +40,7 @@ class sealed_file {
     // Removes the temporary file unless it got its name.
     ~sealed_file();
 
-    // Makes the temporary file. `size` is what the copy will have in bytes; a file system with less room
+    // Makes the temporary file. `size` is what the copy will have in bytes; a file system with less space
     // fails with no-room, unless the copy is sparse. A file that cannot be made fails with create. A sparse
     // one has its size from the start, so that one too large for the file system fails at once, with write.
     [[nodiscard]] result<void> create(std::uint64_t size);

@@ -37,7 +37,7 @@ inline lookup resolve(CNtfs* ntfs, const wchar_t* path, bool follow_links = true
 
 inline constexpr std::uint64_t none = ~std::uint64_t{0};
 
-// Lets the cache know of the root directory that it has these children alone.
+// Lets the cache know of the root directory that it has only these children.
 inline void know(CNtfs& ntfs, const std::vector<child_name_table::named_child>& children) {
     auto content = std::make_unique<directory_content>();
     for (const auto& [name, child] : children) {
@@ -52,7 +52,7 @@ inline void know(CNtfs& ntfs, const std::vector<child_name_table::named_child>& 
 // The root directory lists itself (5), $MFT (0) and $Bitmap (6) beside what a test adds from entry 24 on.
 class path_resolution_test : public ::testing::Test {
   protected:
-    // The volume as it stands at the first lookup of a test.
+    // The volume as it is at the first lookup of a test.
     [[nodiscard]] CNtfs& ntfs() {
         if (!m_opened) {
             m_opened = std::make_unique<opened_volume>(m_volume);
