@@ -29,6 +29,25 @@ def test_a_page_says_after_and_says_rather_than_behind_and_tells(page):
     assert re.findall(r"(?i)\b(?:behind|tells?|told|stands|stood|made out)\b", prose) == []
 
 
+def comments_of(path):
+    """The text of its // comments, line breaks undone."""
+    return re.sub(r"\n\s*// ?", " ", "\n".join(re.findall(r"//.*", text_of(path))))
+
+
+@pytest.mark.parametrize("folder", ["src", "tests", "fuzz", "bench"])
+def test_comments_use_the_words_of_the_field(folder):
+    sources = [path for path in glob.glob(os.path.join(ROOT, folder, "**", "*.*"), recursive=True)
+               if path.endswith((".h", ".cpp"))]
+    assert sources
+    found = [(os.path.relpath(path, ROOT), word) for path in sources for word in
+             re.findall(r"\b(?:behind(?!-mft)|one would expect|taken apart|made out|in front)\b", comments_of(path))]
+    assert found == []
+
+
+def test_the_readme_is_a_page_for_the_first_minutes():
+    assert text_of("README.md").count("\n") <= 150
+
+
 def test_the_readme_leads_to_every_page():
     linked = set(re.findall(r"\]\((docs/[^)#]+\.md)", text_of("README.md")))
     assert linked == {page for page in PAGES if page.startswith("docs/") and page.endswith(".md")}

@@ -54,7 +54,7 @@ struct exact_options {
     std::string destination;                   // a file, or a directory with "/" at its end
     std::string log_path;                      // empty: no log
     std::string manifest_path;                 // empty: no manifest
-    std::string source_sha256;  // 64 small hexadecimal digits that the user knows; empty if not told
+    std::string source_sha256;  // 64 small hexadecimal digits that the user knows; empty if not given
     bool help = false;
     bool volumes = false;        // print them; no copy
     bool verify_source = false;  // hold the source against its digests; no copy

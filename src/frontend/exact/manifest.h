@@ -1,7 +1,7 @@
 // The manifest of a run: a line for each copy, and for each that failed.
 //
 // It is opened before the source is, so that no copy is made that cannot be recorded. What all copies share,
-// the run, the source and the volume, is told once; then each copy is recorded when it has its name. A run
+// the run, the source and the volume, is noted once; then each copy is recorded when it has its name. A run
 // that ends before its first copy, because the source or the volume cannot be opened, is recorded too.
 #pragma once
 
