@@ -125,8 +125,9 @@ void read_options(input_bytes& input) {
     }
     words.push_back(std::move(word));
     const auto options = parse_exact_options(words);
-    expect(options ? options->help || options->volumes || options->object.has_value()
-                   : !options.error().text.empty());
+    const bool has_task = options && (options->help || options->volumes || options->verify_source ||
+                                      options->list || options->pipe || options->object);
+    expect(options ? has_task : !options.error().text.empty());
 }
 
 // Makes the checksums of a GPT in sector 1 right, so that what is after them is reached.

@@ -30,6 +30,9 @@ bool find_all(void* loaded, ewf_library& library) {
            find(loaded, "libewf_handle_get_number_of_checksum_errors",
                 library.handle_get_number_of_checksum_errors) &&
            find(loaded, "libewf_handle_get_checksum_error", library.handle_get_checksum_error) &&
+           find(loaded, "libewf_handle_get_number_of_acquiry_errors",
+                library.handle_get_number_of_acquiry_errors) &&
+           find(loaded, "libewf_handle_get_acquiry_error", library.handle_get_acquiry_error) &&
            find(loaded, "libewf_handle_get_utf8_hash_value", library.handle_get_utf8_hash_value);
 }
 

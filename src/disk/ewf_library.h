@@ -29,6 +29,8 @@ struct ewf_library {
     decltype(&::libewf_handle_get_media_size) handle_get_media_size = nullptr;
     decltype(&::libewf_handle_get_number_of_checksum_errors) handle_get_number_of_checksum_errors = nullptr;
     decltype(&::libewf_handle_get_checksum_error) handle_get_checksum_error = nullptr;
+    decltype(&::libewf_handle_get_number_of_acquiry_errors) handle_get_number_of_acquiry_errors = nullptr;
+    decltype(&::libewf_handle_get_acquiry_error) handle_get_acquiry_error = nullptr;
     decltype(&::libewf_handle_get_utf8_hash_value) handle_get_utf8_hash_value = nullptr;
 
     // Loads the library; it stays for the rest of the run. Null if there is none or it lacks a function.

@@ -126,7 +126,7 @@ std::unique_ptr<ewf_source> ewf_source::open(const std::vector<std::string>& seg
         return nullptr;
     }
     if (!source->read_facts(segments)) {
-        why = "cannot be opened: it does not say its size";
+        why = "cannot be opened: it does not say its size, or what could not be acquired";
         return nullptr;
     }
     return source;
@@ -147,6 +147,24 @@ bool ewf_source::read_facts(const std::vector<std::string>& segments) {
     m_size = size;
     const std::uint64_t stored = bytes_of_files(segments);
     m_content_size = stored > m_size / largest_growth ? m_size : stored * largest_growth;
+    return take_acquisition_errors();
+}
+
+// What could not be read when the disk was acquired is filled with something that never was on it.
+bool ewf_source::take_acquisition_errors() {
+    const ewf_library* const library = ewf_library::load();
+    std::uint32_t count = 0;
+    if (library->handle_get_number_of_acquiry_errors(handle_of(m_handle), &count, nullptr) != 1) {
+        return false;
+    }
+    for (std::uint32_t index = 0; index < count; ++index) {
+        std::uint64_t first = 0;
+        std::uint64_t sectors = 0;
+        if (library->handle_get_acquiry_error(handle_of(m_handle), index, &first, &sectors, nullptr) != 1) {
+            return false;
+        }
+        m_damage.add(first * m_unit_of_damage, (first + sectors) * m_unit_of_damage);
+    }
     return true;
 }
 

@@ -4,8 +4,9 @@
 // of kilobytes, each compressed or not and each with a checksum, and the digests that were computed when the
 // disk was acquired. The library libewf reads them; see ewf_library.h.
 //
-// libewf hands out a chunk whose checksum differs like any other, and counts it in a list. So each read is
-// held against that list: bytes of such a chunk are an error here, never bytes of the disk.
+// libewf hands out a chunk whose checksum differs like any other, and counts it in a list. A set also lists
+// the sectors that could not be read when the disk was acquired; what it holds of them never was on the disk.
+// So each read is held against both lists: such bytes are an error here, never bytes of the disk.
 #pragma once
 
 #include "disk/byte_source.h"
@@ -38,7 +39,8 @@ class ewf_source final : public byte_source {
                                                           std::string& why);
     ~ewf_source() override;
 
-    // A chunk whose checksum differs, and what the library cannot read, is an error, EIO.
+    // A chunk whose checksum differs, what could not be acquired, and what the library cannot read, is an
+    // error, EIO.
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
     [[nodiscard]] std::uint64_t size() const override { return m_size; }
     [[nodiscard]] std::uint64_t content_size() const override { return m_content_size; }
@@ -52,6 +54,7 @@ class ewf_source final : public byte_source {
 
   private:
     [[nodiscard]] bool read_facts(const std::vector<std::string>& segments);
+    [[nodiscard]] bool take_acquisition_errors();
     void take_new_damage();
     [[nodiscard]] read_outcome up_to_damage(read_outcome came, std::uint64_t offset,
                                             std::uint64_t asked) const;
@@ -62,7 +65,7 @@ class ewf_source final : public byte_source {
     std::uint32_t m_sector_size = 512;
     std::uint32_t m_unit_of_damage = 512;  // bytes; the container's own number, whatever it is
     std::uint32_t m_damage_count = 0;      // of the library's list
-    damaged_ranges m_damage;               // chunks whose checksum differs
+    damaged_ranges m_damage;               // as the library knows it by now
 };
 
 }  // namespace quarry

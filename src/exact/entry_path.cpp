@@ -10,8 +10,8 @@ namespace quarry::exact {
 
 namespace {
 
-// 32,767 units with a separator after each name.
-constexpr std::size_t most_names = 16384;
+// A path of the system has room for so many UTF-16 units, with a separator before each name.
+constexpr std::size_t most_units = 32767;
 
 // The name of a directory in the next one above.
 result<file_name> name_of_directory(const mft& table, reference directory, bool of_deleted, notices& told) {
@@ -41,8 +41,9 @@ entry_path path_upwards(const mft& table, const file_name& name, bool deleted, n
     path.names.push_back(name.name);
     std::set<std::uint64_t> met;
     reference directory = name.parent;
+    std::size_t units = name.name.size() + 1;
     while (directory.entry != root_directory) {
-        if (path.names.size() == most_names || !met.insert(directory.entry).second) {
+        if (units > most_units || !met.insert(directory.entry).second) {
             path.lost = failure{failure_code::name, where::record(directory.entry),
                                 "its directories lead in a circle or on without an end", std::nullopt};
             break;
@@ -52,6 +53,7 @@ entry_path path_upwards(const mft& table, const file_name& name, bool deleted, n
             path.lost = std::move(above.error());
             break;
         }
+        units += above->name.size() + 1;
         path.names.push_back(std::move(above->name));
         directory = above->parent;
     }

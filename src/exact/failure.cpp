@@ -83,10 +83,13 @@ std::string failure::text() const {
 }
 
 void notices::add(notice added) {
-    if (!m_known.insert(added.code + '\0' + added.where + '\0' + added.why).second) {
+    // What is no longer listed is not remembered either.
+    std::size_t& count = m_of_code[added.code];
+    if (count > most_of_one_code ||
+        !m_known.insert(added.code + '\0' + added.where + '\0' + added.why).second) {
         return;
     }
-    const std::size_t count = ++m_of_code[added.code];
+    ++count;
     if (count == most_of_one_code + 1) {
         added.why = "there are more of this kind, which are not listed";
     }

@@ -164,6 +164,23 @@ TEST_F(exact_list, never_replaces_a_copy_of_the_same_run) {
     EXPECT_EQ(text("out/a.txt"), "other\n");
 }
 
+TEST_F(exact_list, never_replaces_a_copy_that_it_kept) {
+    ASSERT_EQ(copy("/a.txt\n", {"-manifest", "m.jsonl"}).status, 0);
+    const program_result result =
+        copy("/a.txt\n/docs/a.txt\n", {"-manifest", "m.jsonl", "-resume", "-overwrite"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(told(result, "kept: "), words{"kept: /a.txt"});
+    EXPECT_EQ(told(result, "err: "), words{"err: destination out/a.txt: was made by line 1 of this list"});
+    EXPECT_EQ(text("out/a.txt"), "hello\n");
+}
+
+TEST_F(exact_list, with_a_tree_is_not_held_up_by_a_file_beside_it) {
+    write_file(m_dir / "out/a.txt", to_bytes("mine"));
+    EXPECT_EQ(run({"-exact", "-image", "volume", "-src", "/docs/a.txt", "-dst", "out/", "-tree"}).status, 0);
+    EXPECT_EQ(text("out/docs/a.txt"), "other\n");
+    EXPECT_EQ(text("out/a.txt"), "mine");
+}
+
 TEST_F(exact_list, quiet_says_errors_only_and_logs_all) {
     const program_result result = copy("/a.txt\n/none\n", {"-quiet", "-diags", "log"});
     EXPECT_EQ(result.status, 3);

@@ -113,6 +113,68 @@ def test_a_damaged_chunk_is_never_taken_for_bytes_of_the_disk(disk, contents, ex
     assert any(line.endswith(f": {CHUNK} bytes at {hex_of(begin)} are zeros") for line in result.lines), result.lines
 
 
+def sections(content):
+    """Kind and place of each section: a header of 76 bytes, in which the next one's place and the size are, then its data."""
+    at = 13
+    while True:
+        following, size = struct.unpack_from("<QQ", content, at + 16)
+        yield content[at:at + 16].rstrip(b"\0").decode(), at, size
+        if following <= at:
+            return
+        at = following
+
+
+def section_header(kind, following, size):
+    header = kind.encode().ljust(16, b"\0") + struct.pack("<QQ", following, size) + bytes(40)
+    return header + struct.pack("<I", zlib.adler32(header))
+
+
+def add_acquisition_error(segment, first, count):
+    """Puts a section before that of the digest which says that these sectors could not be read."""
+    content = segment.read_bytes()
+    head = struct.pack("<I", 1) + bytes(512)
+    entry = struct.pack("<II", first, count)
+    data = head + struct.pack("<I", zlib.adler32(head)) + entry + struct.pack("<I", zlib.adler32(entry))
+    known = list(sections(content))
+    place = next(at for kind, at, _ in known if kind in ("digest", "hash"))
+    size = 76 + len(data)
+    made = content[:place] + section_header("error2", place + size, size) + data
+    for kind, at, length in known:
+        if at >= place:
+            moved = at + size
+            made += section_header(kind, moved if kind == "done" else moved + length, length)
+            made += content[at + 76:at + length] if length else b""
+    segment.write_bytes(made)
+
+
+def test_what_could_not_be_acquired_is_never_taken_for_bytes_of_the_disk(disk, contents, exact, scratch):
+    segments = acquire(disk, scratch / "image", segment="2MiB")
+    noise = disk.read_bytes().find(contents["/noise.bin"])
+    assert noise > 0 and noise % 512 == 0
+    add_acquisition_error(segments[-1], noise // 512 + 20, 3)
+    place = 20 * 512
+    result = exact.run(segments[0], "-src", "/noise.bin")
+    assert result.status == 1
+    assert result.lines[-1].endswith(f"at stream byte {hex_of(place)} (source byte {hex_of(noise + place)})"), result.lines
+    assert exact.whole(segments[0], "-src", "/text.txt") == contents["/text.txt"]
+    result = exact.run(segments[0], "-src", "/noise.bin", "-zero_unreadable")
+    assert result.status == 4
+    content = contents["/noise.bin"]
+    assert result.content == content[:place] + bytes(1536) + content[place + 1536:]
+    status, words = verify(segments[0])
+    assert status == 1 and "cannot be read" in words
+
+
+def test_a_segment_that_is_a_fifo_is_refused_at_once(disk, scratch):
+    segments = acquire(disk, scratch / "image", segment="2MiB")
+    segments[1].unlink()
+    os.mkfifo(segments[1])
+    done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", segments[0], "-volumes"], capture_output=True,
+                          timeout=60, check=False)
+    assert done.returncode == 5
+    assert done.stderr.decode() == f"err: source {segments[1]}: cannot be opened: Illegal seek\n"
+
+
 def hex_of(number):
     return f"0x{number:X}"
 

@@ -114,3 +114,17 @@ def test_the_volume_is_taken_from_a_partition_device(volume, contents):
         status, _, err = quarry("-partition", device, "-src", "/two.txt", "-dst", volume.image.parent / "copy")
         assert status == 0, err
         assert (volume.image.parent / "copy").read_bytes() == contents["two.txt"]
+
+
+@pytest.mark.parametrize("stream", ["stdout", "stderr"])
+def test_no_word_goes_into_a_source_that_a_shell_opened_for_output(volume, stream):
+    before = volume.image.read_bytes()
+    for task in (("-src", "/two.txt", "-dst", volume.image.parent / "copy"), ("-list", "/"), ("-volumes",)):
+        with open(volume.image, "r+b") as source:
+            streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, stream: source}
+            done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", volume.image, *task],
+                                  stdin=subprocess.DEVNULL, timeout=120, check=False, **streams)
+        assert done.returncode == 2
+        assert stream == "stderr" or done.stderr == b"err: standard output is the source\n"
+        assert volume.image.read_bytes() == before
+        assert not (volume.image.parent / "copy").exists()

@@ -315,6 +315,33 @@ def test_only_the_same_object_of_the_same_source_at_the_same_place_is_kept(made,
     assert line["result"] == "in doubt"
 
 
+def test_the_last_line_of_a_path_says_what_it_holds(made, exact):
+    first = ("-image", made.volume.image, "-cluster", "0", "-dst", "a")
+    second = ("-image", made.volume.image, "-cluster", "1", "-dst", "a")
+    exact(*first, status=0)
+    exact(*second, "-overwrite", status=0)
+    line, = exact(*first, "-resume", status=1)
+    assert line["error"]["code"] == "exists"
+    assert exact(*second, "-resume", status=0) == []
+    # A copy in doubt took the place of the complete one.
+    exact("-image", made.volume.image, "-mft", str(made.deleted), "-dst", "a", "-overwrite", status=4)
+    line, = exact(*second, "-resume", status=1)
+    assert line["error"]["code"] == "exists"
+
+
+def test_relative_paths_are_those_of_the_directory_of_the_run(made, exact):
+    shutil.copyfile(made.volume.image, exact.folder / "v.img")
+    exact("-image", "v.img", "-src", "/last", "-dst", "a", status=0)
+    assert exact("-image", "./v.img", "-src", "/last", "-dst", str(exact.folder / "a"), "-resume", status=0) == []
+    elsewhere = exact.folder / "elsewhere"
+    elsewhere.mkdir()
+    shutil.copyfile(made.volume.image, elsewhere / "v.img")
+    (elsewhere / "a").write_bytes(bytes(len((exact.folder / "a").read_bytes())))
+    done = subprocess.run([exact.program, "-exact", "-image", "v.img", "-src", "/last", "-dst", "a", "-manifest", "../m.jsonl",
+                           "-resume"], cwd=elsewhere, capture_output=True, timeout=TIME_LIMIT, check=False)
+    assert done.returncode == 1 and b"exists" in done.stderr, done.stderr
+
+
 @pytest.mark.parametrize("broken", [b"no json\n", b"[1]\n", b"{\n", b"\n", b"\xff\xfe\n", b"[" * 100000 + b"\n"])
 def test_a_damaged_manifest_proves_nothing(made, exact, broken):
     one = ("-image", made.volume.image, "-src", "/last", "-dst", "a")

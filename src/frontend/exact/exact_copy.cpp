@@ -246,6 +246,10 @@ result<finished_copy> copy_to_destination(copy_means& means, const copy_order& o
         kept.source = object->shown;
         kept.destination = place->target.path();
         kept.kept = true;
+        // Another line of this run must not replace it.
+        if (const auto file = file_at(kept.destination)) {
+            means.made.add(*file, order.line);
+        }
         return kept;
     }
     auto finished = write_copy(means, *object, order.line, std::move(*place), told, known);

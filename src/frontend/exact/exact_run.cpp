@@ -23,7 +23,9 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -106,14 +108,14 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options, const out
                         {failure_code::create, where::destination(shown_typed(target.directory)),
                          "clusters have no name; name the file", std::nullopt});
     }
-    // With -md5 the name is not known yet. In a directory the volume may spell the name in another way; that
-    // is looked at again when it has said so.
+    // With -md5 the name is not known yet, and with -tree not the directory. In a directory the volume may
+    // spell the name in another way; that is looked at again when it has said so.
     const destination known = options.md5 ? destination{target.directory, {}} : target;
     auto checked = check_destination(known, may_exist, guard)
                        .and_then([&] { return check_object(*options.object); })
                        .and_then([&]() -> result<void> {
                            const auto name = name_as_asked(*options.object);
-                           return known.name.empty() && !options.md5 && name
+                           return known.name.empty() && !options.md5 && !options.tree && name
                                       ? check_destination({target.directory, *name}, may_exist, guard)
                                       : result<void>();
                        });
@@ -331,6 +333,19 @@ tl::expected<void, ended> look_at_source_files(const result<std::vector<std::str
                         : end_with(exit_status::not_opened, source_files.error());
 }
 
+// The descriptor of standard output or standard error that leads into the source, standard error first.
+std::optional<int> stream_on_source(const exact_options& options) {
+    output_guard guard;
+    guard.add_sources(options.source.paths);
+    for (const int stream : {STDERR_FILENO, STDOUT_FILENO}) {
+        const std::string path = "/proc/self/fd/" + std::to_string(stream);
+        if (guard.look_at(path, output_kind::report) == output_verdict::source) {
+            return stream;
+        }
+    }
+    return std::nullopt;
+}
+
 // Everything after the command line was understood.
 exit_status carry_out(const exact_options& options, const arg_list& arguments, const std::string& header,
                       exact_messages& messages, kernel_calls* kernel) {
@@ -368,6 +383,15 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
     if (options && options->help) {
         print_exact_help();
         return exit_status::complete;
+    }
+    if (options) {
+        if (const auto written = stream_on_source(*options)) {
+            // Where the words would go into the source there are none.
+            if (*written != STDERR_FILENO) {
+                std::fputs("err: standard output is the source\n", stderr);
+            }
+            return exit_status::refused;
+        }
     }
     const std::string header = run_header(arguments, started);
     // The lines of a listing have standard output for themselves; the log has the header.

@@ -86,8 +86,8 @@ void manifest::add_warnings(const notices& told) {
 }
 
 bool manifest::is_kept(const object_facts& object, const std::string& path) const {
-    const auto key = key_of_copy(m_source, m_volume, object, path);
-    const auto size = key ? m_earlier.size_of(*key) : std::nullopt;
+    const auto key = key_of_copy(m_source, m_volume, object, m_run.directory, path);
+    const auto size = key ? m_earlier.size_of(*key, m_run.directory, path) : std::nullopt;
     struct ::stat status {};
     return size && ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            static_cast<std::uint64_t>(status.st_size) == *size;

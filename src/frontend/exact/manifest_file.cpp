@@ -120,6 +120,10 @@ result<void> manifest_file::append(std::string_view line) {
     }
     struct ::stat before {};
     int error = ::fstat(m_descriptor, &before) == 0 ? 0 : errno;
+    // A file without a name is gone when the run ends.
+    if (error == 0 && before.st_nlink == 0) {
+        error = ENOENT;
+    }
     if (error == 0) {
         const ::ssize_t written =
             uninterrupted([&] { return ::write(m_descriptor, line.data(), line.size()); });

@@ -73,10 +73,33 @@ std::optional<std::string> path_of(const json& object) {
     return path.is_string() ? std::optional(path.get<std::string>()) : std::nullopt;
 }
 
+// A path from the root on, without "." and doubled separators, so that one file typed in two ways is one.
+// ".." stays: a link may be before it.
+std::string whole_path(const std::string& directory, const std::string& path) {
+    const std::string typed = path.starts_with('/') ? path : directory + "/" + path;
+    std::string whole;
+    for (std::size_t begin = 0; begin < typed.size();) {
+        const std::size_t end = std::min(typed.find('/', begin), typed.size());
+        const std::string_view name = std::string_view(typed).substr(begin, end - begin);
+        if (!name.empty() && name != ".") {
+            whole.append("/").append(name);
+        }
+        begin = end + 1;
+    }
+    return whole;
+}
+
+copy_key key_of_path(const std::string& directory, const std::string& path) {
+    key_maker maker;
+    maker.add(whole_path(directory, path));
+    return maker.key();
+}
+
 // Adds numbers and texts of the line in the order in which key_of_copy has them; false if one is missing.
 class line_parts {
   public:
-    line_parts(key_maker& maker, const json& line) : m_maker(maker), m_line(line) {}
+    line_parts(key_maker& maker, const json& line, const std::string& directory)
+        : m_maker(maker), m_line(line), m_directory(directory) {}
 
     [[nodiscard]] bool add_source() {
         const json& files = member(member(m_line, "source"), "files");
@@ -84,8 +107,11 @@ class line_parts {
             return false;
         }
         m_maker.add(files.size());
+        for (const char* const digest : {"acquired_md5", "acquired_sha1", "sha256_told"}) {
+            m_maker.add(files.empty() ? std::string() : text_of(member(files.front(), digest)).value_or(""));
+        }
         return std::all_of(files.begin(), files.end(), [this](const json& file) {
-            return add_text(path_of(file)) && add_number(member(file, "size"));
+            return add_path(path_of(file)) && add_number(member(file, "size"));
         });
     }
     [[nodiscard]] bool add_volume() {
@@ -106,14 +132,17 @@ class line_parts {
         return add_number(member(object, "entry")) && add_number(member(object, "sequence")) &&
                add_text(text_of(member(object, "type"))) && add_text(text_of(member(object, "stream")));
     }
+    [[nodiscard]] bool add_path(const std::optional<std::string>& path) {
+        return add_text(path ? std::optional(whole_path(m_directory, *path)) : std::nullopt);
+    }
+
+  private:
     [[nodiscard]] bool add_text(const std::optional<std::string>& text) {
         if (text) {
             m_maker.add(*text);
         }
         return text.has_value();
     }
-
-  private:
     [[nodiscard]] static std::optional<std::string> text_of(const json& value) {
         return value.is_string() ? std::optional(value.get<std::string>()) : std::nullopt;
     }
@@ -126,6 +155,7 @@ class line_parts {
 
     key_maker& m_maker;
     const json& m_line;
+    const std::string& m_directory;
 };
 
 tl::unexpected<failure> broken(const std::string& where, std::uint64_t number, const char* why) {
@@ -135,18 +165,22 @@ tl::unexpected<failure> broken(const std::string& where, std::uint64_t number, c
 }  // namespace
 
 std::optional<copy_key> key_of_copy(const source_facts& source, const exact_volume* volume,
-                                    const object_facts& object, const std::string& path) {
+                                    const object_facts& object, const std::string& directory,
+                                    const std::string& path) {
     const bool is_known = object.lcn ? object.clusters.has_value() : object.entry && object.stream;
     if (volume == nullptr || !is_known) {
         return std::nullopt;
     }
     key_maker maker;
     maker.add(source.files.size());
+    for (const std::string& digest : {source.acquired_md5, source.acquired_sha1, source.sha256_told}) {
+        maker.add(digest);
+    }
     for (const source_file& file : source.files) {
         if (!file.size) {
             return std::nullopt;
         }
-        maker.add(file.path);
+        maker.add(whole_path(directory, file.path));
         maker.add(*file.size);
     }
     maker.add(volume->shape().volume_offset);
@@ -163,7 +197,7 @@ std::optional<copy_key> key_of_copy(const source_facts& source, const exact_volu
         maker.add(type_name(object.stream->type));
         maker.add(shown_name(object.stream->name));
     }
-    maker.add(path);
+    maker.add(whole_path(directory, path));
     return maker.key();
 }
 
@@ -173,21 +207,29 @@ bool complete_copies::add_line(std::string_view text) {
         return false;
     }
     const json& copy = member(line, "copy");
-    if (member(line, "schema") != manifest_schema || member(line, "result") != "complete" ||
-        !member(copy, "size").is_number_unsigned()) {
+    const std::optional<std::string> path = path_of(copy);
+    if (member(line, "schema") != manifest_schema || !path) {
         return true;
     }
+    const json& directory_member = member(member(line, "run"), "directory");
+    const std::string directory =
+        directory_member.is_string() ? directory_member.get<std::string>() : std::string();
+    const copy_key place = key_of_path(directory, *path);
+    m_held.erase(place);
     key_maker maker;
-    line_parts parts(maker, line);
-    if (parts.add_source() && parts.add_volume() && parts.add_object() && parts.add_text(path_of(copy))) {
-        m_sizes[maker.key()] = member(copy, "size").get<std::uint64_t>();
+    line_parts parts(maker, line, directory);
+    if (member(line, "result") == "complete" && member(copy, "size").is_number_unsigned() &&
+        parts.add_source() && parts.add_volume() && parts.add_object() && parts.add_path(path)) {
+        m_held[place] = {maker.key(), member(copy, "size").get<std::uint64_t>()};
     }
     return true;
 }
 
-std::optional<std::uint64_t> complete_copies::size_of(const copy_key& key) const {
-    const auto found = m_sizes.find(key);
-    return found == m_sizes.end() ? std::nullopt : std::optional(found->second);
+std::optional<std::uint64_t> complete_copies::size_of(const copy_key& key, const std::string& directory,
+                                                      const std::string& path) const {
+    const auto found = m_held.find(key_of_path(directory, path));
+    return found == m_held.end() || found->second.key != key ? std::nullopt
+                                                             : std::optional(found->second.size);
 }
 
 result<complete_copies> complete_copies::read(int descriptor, const std::string& where) {

@@ -93,17 +93,21 @@ void ask_for_more_files() {
 
 result<opened_source> open_ewf(const std::vector<std::string>& segments) {
     ask_for_more_files();
+    opened_source source{nullptr, shown_typed(segments.front()), {}};
+    // First, because the library would wait for the writer of a FIFO.
+    if (auto opened = watch(source, segments); !opened) {
+        return passed_on(opened);
+    }
     std::string why;
     auto image = ewf_source::open(segments, why);
     if (image == nullptr) {
         return cannot_open(segments.front(), shown_typed(why));
     }
-    opened_source source{nullptr, shown_typed(segments.front()), {}};
     source.is_ewf = true;
     source.acquired_md5 = image->stored_digest("MD5");
     source.acquired_sha1 = image->stored_digest("SHA1");
     source.bytes = std::move(image);
-    return watch(source, segments).map([&] { return std::move(source); });
+    return source;
 }
 
 result<opened_source> open_chain(const std::vector<std::string>& paths) {
