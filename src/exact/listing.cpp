@@ -31,11 +31,12 @@ class tree_listing {
 
     [[nodiscard]] result<void> run(walked_path start) {
         const listed_file file = read_listed_file(m_volume, start.file, m_outputs);
+        const std::vector<std::u16string> names = long_names_of(start);
         if (!file.has_children) {
-            return write_file_lines(file, shown_path(long_names_of(start)), m_outputs);
+            return write_file_lines(file, shown_path(names), m_outputs);
         }
-        m_path = start.names.empty() ? "" : shown_path(start.names);
-        for (const std::u16string& name : start.names) {
+        m_path = names.empty() ? "" : shown_path(names);
+        for (const std::u16string& name : names) {
             m_units += 1 + name.size();
         }
         if (auto written = write_stream_lines(file, m_path.empty() ? "/" : m_path, m_outputs); !written) {
@@ -62,14 +63,16 @@ class tree_listing {
         std::size_t path_units;
     };
 
-    [[nodiscard]] static std::vector<std::u16string> long_names_of(const walked_path& path) {
-        std::vector<std::u16string> shown = path.names;
-        const std::vector<file_name> names = names_of_file(path.file);
-        const file_name* const name = shown.empty() ? nullptr : name_to_show(names, shown.back());
-        if (name != nullptr) {
-            shown.back() = name->name;
+    // The path with the long names of all directories, however it was typed. As it was typed where the way up
+    // is lost.
+    [[nodiscard]] std::vector<std::u16string> long_names_of(const walked_path& typed) {
+        const std::vector<file_name> names = names_of_file(typed.file);
+        const file_name* const name = typed.names.empty() ? nullptr : name_to_show(names, typed.names.back());
+        if (name == nullptr) {
+            return typed.names;
         }
-        return shown;
+        const entry_path path = path_upwards(m_volume.table(), *name, false, m_told);
+        return path.lost ? typed.names : path.names;
     }
 
     [[nodiscard]] result<void> list_key(const index_key& key) {
@@ -255,7 +258,7 @@ class deleted_listing {
         const auto stored = m_records.stored(entry);
         const file_record head(stored.value_or(byte_view()));
         // A record in use is no deleted one, and what was never written is no damaged one.
-        if (stored && (head.is_file() ? head.in_use() : !head.is_baad())) {
+        if (stored && (head.is_file() ? head.in_use() : stored->u32_or_zero(0) == 0)) {
             return {};
         }
         auto base = m_records.read(entry, m_told);

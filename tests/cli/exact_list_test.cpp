@@ -19,12 +19,17 @@ class exact_list : public command_line_test {
     //     entry 24  /a.txt   "hello\n", with a stream "Note" of "note\n"
     //     entry 25  /docs    entry 26  /docs/a.txt  "other\n"
     //     entry 27  /gone    of a deleted file: one cluster of "x"
+    //     entry 28  /other   entry 29  /other/sub   entry 30  /other/sub/b.txt  with a stream "Note" of
+    //     "deep\n"
     void SetUp() override {
         volume_builder volume({.system_files = true});
         volume.add_file("a.txt").stored_data(to_bytes("hello\n")).stored_stream("Note", to_bytes("note\n"));
         volume.add_directory("docs");
         volume.add_file("a.txt", 25).stored_data(to_bytes("other\n"));
         volume.add_file("gone").data(to_bytes(std::string(4096, 'x'))).deleted();
+        volume.add_directory("other");
+        volume.add_directory("sub", 28);
+        volume.add_file("b.txt", 29).stored_data({}).stored_stream("Note", to_bytes("deep\n"));
         write_file(m_dir / "volume", volume.image());
         fs::create_directory(m_dir / "out");
     }
@@ -143,8 +148,22 @@ TEST_F(exact_list, does_not_copy_a_listing_of_another_volume) {
     const program_result result = copy("24-1\tf\t6\t2026-11-22T00:35:43.6281234Z\t/docs/b.txt\n");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(told(result, "err: "),
-              words{"err: record 24: has no name \"b.txt\"; the list may be of another volume"});
+              words{"err: record 24: is not at \"/docs/b.txt\"; the list may be of another volume"});
     EXPECT_EQ(made(), words{});
+}
+
+TEST_F(exact_list, believes_no_directory_that_a_listing_gives_a_file) {
+    const std::string head = "24-1\tf\t6\t-\t";
+    for (const std::string path : {"/docs/a.txt", "/Users/victim/a.txt", "/?/a.txt", "/", "/?/24-1"}) {
+        const program_result result = copy(head + path + "\n", {"-tree"});
+        EXPECT_EQ(result.status, 1) << path;
+        EXPECT_EQ(told(result, "err: "),
+                  words{"err: record 24: is not at \"" + path + "\"; the list may be of another volume"});
+    }
+    EXPECT_EQ(made(), words{});
+    const program_result result = copy("26-1\tf\t6\t-\t/docs/a.txt\n", {"-tree", "-diags", "log"});
+    EXPECT_EQ(told(result, "ok: "), words{"ok: /docs/a.txt -> out/docs/a.txt (6 bytes)"});
+    EXPECT_NE(text("log").find("->info: path /docs/a.txt\n"), std::string::npos);
 }
 
 TEST_F(exact_list, never_replaces_a_copy_of_the_same_run) {
@@ -226,12 +245,12 @@ TEST_F(exact_list, with_tree_makes_the_directories_of_each_path) {
         "/a.txt\n"
         "/docs/a.txt\n"
         "26-1::$FILE_NAME\n"
-        "24-1\ts\t5\t2026-11-22T00:35:43.6281234Z\t/other/sub/a.txt:Note\n"
+        "30-1\ts\t5\t2026-11-22T00:35:43.6281234Z\t/other/sub/b.txt:Note\n"
         "27\n";
     const program_result result = copy(list, {"-tree"});
     EXPECT_EQ(result.status, 4) << result.err;
     EXPECT_EQ(made(), (words{"a.txt", "docs", "docs/a.txt", "docs/a.txt_$FILE_NAME", "gone", "other",
-                             "other/sub", "other/sub/a.txt_Note"}));
+                             "other/sub", "other/sub/b.txt_Note"}));
     EXPECT_EQ(text("out/docs/a.txt"), "other\n");
     EXPECT_EQ(told(result, "ok: /docs"), words{"ok: /docs/a.txt -> out/docs/a.txt (6 bytes)"});
 }

@@ -10,7 +10,9 @@
 #include "exact/volume_path.h"
 #include "frontend/exact/destination_path.h"
 #include "volume/attribute_values.h"
+#include "volume/well_known.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -29,6 +31,9 @@ overloaded(Cases...) -> overloaded<Cases...>;
 result<stream_name> stream_of(const object_by_entry& asked) {
     return asked.stream.empty() ? result<stream_name>(stream_name{}) : parse_stream_name(asked.stream);
 }
+
+// The name that a path of a listing has in place of directories that are not known any more.
+const std::u16string lost_directories = u"?";
 
 // The name of the file as messages and copies have it; empty if it has none.
 std::u16string name_of_file(const attribute_set& set, std::u16string_view looked_up) {
@@ -161,8 +166,73 @@ result<found_object> find_path(exact_volume& volume, warm_directories& directori
                        where::path(shown_path(walked->names)), told);
 }
 
+// The path of a file under one of its names as a listing has it.
+std::vector<std::u16string> path_in_listing(const exact_volume& volume, const attribute_set& file,
+                                            const file_name& name) {
+    // What is odd about the directories was said of the listing.
+    notices of_directories;
+    entry_path path = path_upwards(volume.table(), name, !file.base().in_use(), of_directories);
+    if (path.lost) {
+        path.names.insert(path.names.begin(), lost_directories);
+    }
+    return std::move(path.names);
+}
+
+// The name that a file has at the path of a listing. Nothing if no name of the file is there: the line is of
+// another volume, or somebody else has written it.
+std::optional<std::u16string> name_at(const exact_volume& volume, const attribute_set& file,
+                                      const std::vector<std::u16string>& listed) {
+    if (listed.empty() || file.base().entry() == root_directory) {
+        const bool is_root = listed.empty() && file.base().entry() == root_directory;
+        return is_root ? std::optional<std::u16string>(u".") : std::nullopt;
+    }
+    const std::vector<file_name> names = names_of_file(file);
+    if (names.empty()) {
+        // A listing calls a file without a name by its entry.
+        const std::u16string number = units_of_utf8(file.base().self().text()).value_or(std::u16string());
+        return listed == std::vector<std::u16string>{lost_directories, number} ? std::optional(number)
+                                                                               : std::nullopt;
+    }
+    const bool is_there = std::any_of(names.begin(), names.end(), [&](const file_name& each) {
+        return each.name == listed.back() && path_in_listing(volume, file, each) == listed;
+    });
+    return is_there ? std::optional(listed.back()) : std::nullopt;
+}
+
+// A file that a listing names is found by its number and goes by its path.
+result<void> go_by_listed_path(const exact_volume& volume, const std::vector<std::u16string>& listed,
+                               const stream_name& wanted, found_object& found, exact_messages& messages,
+                               object_facts* known) {
+    found.shown = shown_path({listed, wanted, {}});
+    messages.info("path " + found.shown);
+    auto name = name_at(volume, *found.set, listed);
+    if (!name) {
+        return fail(failure_code::name, where::record(found.set->base().entry()),
+                    "is not at \"" + shown_path(listed) + "\"; the list may be of another volume");
+    }
+    found.directories = above(listed);
+    found.file_name = std::move(*name);
+    if (known != nullptr) {
+        known->path =
+            listed.empty() || listed.front() != lost_directories ? std::optional(listed) : std::nullopt;
+        known->entry = facts_of(volume, *found.set, found.file_name);
+    }
+    return {};
+}
+
+void go_by_own_path(const exact_volume& volume, const object_by_entry& asked, found_object& found,
+                    object_facts* known) {
+    found.shown = found.set->base().self().text() + shown_typed(asked.stream);
+    found.file_name = name_of_file(*found.set, {});
+    if (known != nullptr) {
+        known->path = verified_path(volume, *found.set);
+        known->entry = facts_of(volume, *found.set);
+    }
+}
+
 result<found_object> find_entry(exact_volume& volume, const exact_options& options,
-                                const object_by_entry& asked, notices& told, object_facts* known) {
+                                const object_by_entry& asked, exact_messages& messages, notices& told,
+                                object_facts* known) {
     auto wanted = stream_of(asked);
     if (!wanted) {
         return passed_on(wanted);
@@ -177,23 +247,10 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     }
     found_object found;
     found.set = std::make_unique<attribute_set>(std::move(*set));
-    if (known != nullptr) {
-        known->path = verified_path(volume, *found.set);
-        known->entry = facts_of(volume, *found.set);
-    }
-    found.shown = found.set->base().self().text() + shown_typed(asked.stream);
-    if (!asked.listed.empty()) {
-        found.directories = above(asked.listed);
-    }
-    const std::u16string listed = asked.listed.empty() ? std::u16string() : asked.listed.back();
-    found.file_name = name_of_file(*found.set, listed);
-    if (found.file_name.empty()) {
-        // A listing calls a file without a name by its entry.
-        found.file_name = listed;
-    }
-    if (found.file_name != listed && !listed.empty()) {
-        return fail(failure_code::name, where::record(asked.entry),
-                    "has no name \"" + shown_name(listed) + "\"; the list may be of another volume");
+    if (!asked.listed) {
+        go_by_own_path(volume, asked, found, known);
+    } else if (auto gone = go_by_listed_path(volume, *asked.listed, *wanted, found, messages, known); !gone) {
+        return passed_on(gone);
     }
     return open_stream(volume, options, std::move(found), *wanted, where::record(asked.entry), told);
 }
@@ -252,7 +309,9 @@ result<found_object> find_object(exact_volume& volume, warm_directories& directo
             [&](const object_by_path& path) {
                 return find_path(volume, directories, options, path, messages, told, known);
             },
-            [&](const object_by_entry& entry) { return find_entry(volume, options, entry, told, known); },
+            [&](const object_by_entry& entry) {
+                return find_entry(volume, options, entry, messages, told, known);
+            },
             [&](const object_by_clusters& clusters) { return find_clusters(volume, clusters, known); },
         },
         asked);
@@ -273,7 +332,7 @@ std::vector<std::u16string> directories_of(const exact_volume& volume, const fou
     const entry_path path = path_upwards(volume.table(), *found.set, told);
     std::vector<std::u16string> names = above(path.names);
     if (path.lost) {
-        names.insert(names.begin(), u"?");
+        names.insert(names.begin(), lost_directories);
     }
     return names;
 }

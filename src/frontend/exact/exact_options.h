@@ -31,9 +31,9 @@ struct object_by_entry {
     std::uint64_t entry = 0;
     std::optional<std::uint16_t> sequence;
     std::string stream;  // ":name" or ":name:$TYPE" as typed; empty for the unnamed data
-    // The names of the path that a listing gave the entry, from the root down, in units. None unless the
-    // entry comes out of a listing.
-    std::vector<std::u16string> listed = {};
+    // Of an entry that comes out of a listing the names of the path that it has there, from the root down, in
+    // units; "?" first where the way is lost.
+    std::optional<std::vector<std::u16string>> listed = {};
 };
 
 struct object_by_clusters {

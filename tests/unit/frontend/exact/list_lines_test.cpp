@@ -66,7 +66,8 @@ std::string order_of(std::string_view text) {
     std::string shown = "entry " + std::to_string(entry.entry);
     shown += entry.sequence ? " sequence " + std::to_string(*entry.sequence) : "";
     shown += entry.stream.empty() ? "" : " stream " + entry.stream;
-    for (const std::u16string& name : entry.listed) {
+    const std::vector<std::u16string> listed = entry.listed.value_or(std::vector<std::u16string>());
+    for (const std::u16string& name : listed) {
         shown += " /" + std::string(name.begin(), name.end());
     }
     return shown;
