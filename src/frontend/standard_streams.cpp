@@ -9,6 +9,7 @@ namespace quarry {
 
 namespace {
 
+bool input_was_closed = false;
 bool output_was_closed = false;
 
 }  // namespace
@@ -16,6 +17,7 @@ bool output_was_closed = false;
 void secure_standard_streams() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(fd, F_GETFD) < 0) {
+            input_was_closed = input_was_closed || fd == STDIN_FILENO;
             output_was_closed = output_was_closed || fd == STDOUT_FILENO;
             // The lowest free descriptor is the missing one.
             static_cast<void>(::open("/dev/null", O_RDWR));
@@ -23,6 +25,10 @@ void secure_standard_streams() {
     }
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool standard_input_was_closed() {
+    return input_was_closed;
 }
 
 bool standard_output_was_closed() {

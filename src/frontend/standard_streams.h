@@ -8,6 +8,9 @@ namespace quarry {
 // limit on the size of files, show as failed writes instead of ending the program beside a temporary file.
 void secure_standard_streams();
 
+// Whether the caller closed standard input: what is read there is not what the caller meant.
+[[nodiscard]] bool standard_input_was_closed();
+
 // Whether the caller closed standard output: what is written there is lost.
 [[nodiscard]] bool standard_output_was_closed();
 

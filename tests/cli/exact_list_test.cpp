@@ -233,13 +233,6 @@ TEST_F(exact_list, of_hostile_names_reaches_no_terminal_and_no_other_directory) 
               words{"err: destination \"..\": is no name for a file; name the file with -dst"});
 }
 
-TEST_F(exact_list, of_no_standard_input_is_empty) {
-    const program_result result =
-        run({"-exact", "-image", "volume", "-pipe", "-dst", "out/"}, {.close_standard_input = true});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(last_line(result.err), "list: 0 asked, 0 complete, 0 in doubt, 0 failed, 0 kept\n");
-}
-
 TEST_F(exact_list, with_tree_makes_the_directories_of_each_path) {
     const std::string list =
         "/a.txt\n"

@@ -4,47 +4,16 @@
 #include "exact/name_text.h"
 #include "exact/path_walk.h"
 #include "exact/volume_path.h"
-#include "foundation/descriptor_io.h"
-#include "frontend/standard_streams.h"
+#include "frontend/exact/line_writer.h"
 
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <utility>
 
 namespace quarry::exact {
 
 namespace {
-
-constexpr std::size_t bytes_of_a_write = 65536;
-
-// Lines on their way to standard output.
-class line_writer {
-  public:
-    [[nodiscard]] result<void> write(std::string_view line) {
-        m_text.append(line).push_back('\n');
-        ++m_lines;
-        return m_text.size() < bytes_of_a_write ? result<void>() : flush();
-    }
-    [[nodiscard]] result<void> flush() {
-        const int error = m_text.empty() ? 0 : write_whole(STDOUT_FILENO, m_text.data(), m_text.size());
-        m_text.clear();
-        return error == 0 ? result<void>() : cannot_be_written(error);
-    }
-    [[nodiscard]] std::uint64_t lines() const { return m_lines; }
-
-    [[nodiscard]] static tl::unexpected<failure> cannot_be_written(int error) {
-        return fail(failure_code::write, "standard output",
-                    std::string("cannot be written: ") + std::strerror(error));
-    }
-
-  private:
-    std::string m_text;
-    std::uint64_t m_lines = 0;
-};
 
 result<void> list(exact_volume& volume, const exact_options& options, const listing_outputs& outputs,
                   exact_messages& messages, notices& told) {
@@ -93,8 +62,8 @@ exit_status print_listing(exact_volume& volume, const exact_options& options, ex
                                       messages.err(each.text());
                                   }};
     notices told;
-    auto listed = standard_output_was_closed() ? result<void>(line_writer::cannot_be_written(EBADF))
-                                               : list(volume, options, outputs, messages, told);
+    auto listed =
+        line_writer::begin().and_then([&] { return list(volume, options, outputs, messages, told); });
     if (auto flushed = lines.flush(); listed && !flushed) {
         listed = std::move(flushed);
     }

@@ -9,6 +9,7 @@
 #include "frontend/exact/progress.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,9 +21,13 @@ class exact_messages {
     void set_quiet(bool quiet) { m_quiet = quiet; }
     // The status line, which gives way to each message.
     [[nodiscard]] progress& status_line() { return m_status_line; }
-    // Opens the log, whose earlier content is lost, and writes the head of it. False if it cannot be opened.
-    [[nodiscard]] bool open_log(const std::string& path, const std::string& command_line,
-                                const std::string& header);
+    // Opens the log, whose earlier content is lost, and writes the head of it. Fails with create if it cannot
+    // be opened, and with write if it does not take its head.
+    [[nodiscard]] result<void> open_log(const std::string& path, const std::string& command_line,
+                                        const std::string& header);
+    // True once a line could not be written to the log. The user was told then, and the log has no more
+    // lines.
+    [[nodiscard]] bool log_is_cut_off() const { return m_log_failure.has_value(); }
 
     void err(const std::string& text) { say("err: " + text, true); }
     // The notices of one list as warnings.
@@ -37,10 +42,13 @@ class exact_messages {
     void log(const std::string& line);
 
   private:
+    void write_to_log(const std::string& line);
     void say(const std::string& line, bool even_if_quiet);
 
     bool m_quiet = false;
     bool m_log_is_open = false;
+    std::string m_log_place;  // "log P"
+    std::optional<failure> m_log_failure;
     progress m_status_line;
     uni::ofstream m_log;
 };

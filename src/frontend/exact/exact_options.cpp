@@ -486,6 +486,19 @@ bool asks_for(const std::vector<std::string>& arguments, option wanted) {
     });
 }
 
+// Help is asked for by a word of its own. As the value of an option the word is refused as any option is.
+bool asks_for_help(std::span<const std::string> words) {
+    while (!words.empty()) {
+        const option_row* const row = find_option(words.front());
+        if (row != nullptr && row->id == option::help) {
+            return true;
+        }
+        const std::size_t values = row == nullptr ? 0 : row->values;
+        words = words.subspan(std::min(1 + values, words.size()));
+    }
+    return false;
+}
+
 }  // namespace
 
 bool asks_for_exact_mode(const std::vector<std::string>& arguments) {
@@ -537,7 +550,7 @@ std::optional<object_by_entry> parse_entry(std::string_view text) {
 
 tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::string>& arguments) {
     exact_options options;
-    options.help = asks_for(arguments, option::help);
+    options.help = asks_for_help(std::span(arguments).subspan(1));
     if (options.help) {
         return options;
     }

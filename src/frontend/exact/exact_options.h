@@ -86,7 +86,7 @@ struct refusal {
 
 // Reads the arguments, of which the first is the program's name. Fails with the first rule that is broken,
 // in the order of the words, then in the order of the rules. A request for help is granted whatever else
-// there is.
+// there is, but not where the value of another option is missing.
 [[nodiscard]] tl::expected<exact_options, refusal> parse_exact_options(
     const std::vector<std::string>& arguments);
 

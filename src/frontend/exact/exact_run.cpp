@@ -12,6 +12,7 @@
 #include "frontend/exact/exact_listing.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
+#include "frontend/exact/line_writer.h"
 #include "frontend/exact/log_path.h"
 #include "frontend/exact/manifest.h"
 #include "frontend/exact/source_check.h"
@@ -19,6 +20,7 @@
 #include "frontend/output/console.h"
 #include "frontend/output/output_guard.h"
 #include "frontend/run_header.h"
+#include "frontend/standard_streams.h"
 
 #include <array>
 #include <cstdio>
@@ -66,9 +68,9 @@ tl::expected<void, ended> open_log(const exact_options& options, const arg_list&
     if (auto checked = check_log(options.log_path, guard, options.destination); !checked) {
         return end_with(exit_status::refused, std::move(checked.error()));
     }
-    if (!messages.open_log(options.log_path, joined_arguments(arguments, '"'), header)) {
-        return end_with(exit_status::refused, {failure_code::create, "log " + shown_typed(options.log_path),
-                                               "cannot be opened", std::nullopt});
+    if (auto opened = messages.open_log(options.log_path, joined_arguments(arguments, '"'), header);
+        !opened) {
+        return end_with(exit_status::refused, std::move(opened.error()));
     }
     guard.protect_log(options.log_path);
     return {};
@@ -174,10 +176,13 @@ tl::expected<exit_status, ended> print_volumes(const exact_source& source, const
     if (!table) {
         return end_with(exit_status::not_opened, std::move(table.error()));
     }
-    const std::string listing = table->listing();
-    const bool printed =
-        std::fwrite(listing.data(), 1, listing.size(), stdout) == listing.size() && std::fflush(stdout) == 0;
-    return printed ? exit_status::complete : exit_status::failed;
+    line_writer lines;
+    auto printed =
+        line_writer::begin().and_then([&] { return lines.write_lines(table->listing()); }).and_then([&] {
+            return lines.flush();
+        });
+    return printed ? tl::expected<exit_status, ended>(exit_status::complete)
+                   : end_with(exit_status::failed, std::move(printed.error()));
 }
 
 tl::expected<exit_status, ended> verify_source(const opened_source& source, exact_messages& messages) {
@@ -269,6 +274,11 @@ exit_status list_volume(const opened_source& source, exact_volume& volume, const
 tl::expected<void, ended> begin_list(const exact_options& options, list_lines& lines) {
     if (!options.pipe) {
         return {};
+    }
+    // A list that was forgotten must not look like one without a line.
+    if (standard_input_was_closed()) {
+        return end_with(exit_status::refused,
+                        {failure_code::name, "list", "standard input is closed", std::nullopt});
     }
     auto begun = lines.begin();
     return begun ? tl::expected<void, ended>() : end_with(exit_status::refused, std::move(begun.error()));
@@ -409,7 +419,8 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
     }
     const exit_status status = carry_out(*options, arguments, header, messages, kernel);
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
-    return status;
+    const bool all_is_well = status == exit_status::complete || status == exit_status::in_doubt;
+    return all_is_well && messages.log_is_cut_off() ? exit_status::failed : status;
 }
 
 }  // namespace quarry::exact

@@ -396,9 +396,11 @@ TEST(exact_options, a_digest_of_the_source_has_64_hexadecimal_digits) {
 
 TEST(exact_options, help_is_given_whatever_else_there_is) {
     for (const std::string line :
-         {"-exact -h", "-exact -HELP", "--help -exact -nonsense", "-exact -dst -h"}) {
+         {"-exact -h", "-exact -HELP", "--help -exact -nonsense", "-exact -dst out -h"}) {
         EXPECT_TRUE(options_of(line).help) << line;
     }
+    // In the place of a value it is an option like any other.
+    EXPECT_EQ(refusal_of("-exact -image disk.dd -dst -h"), "-dst needs a value; \"-h\" is an option");
 }
 
 }  // namespace quarry::test
