@@ -42,6 +42,8 @@ class attribute_set {
     };
 
     [[nodiscard]] const record& base() const { return *m_records.front(); }
+    // Records that it holds, the base among them.
+    [[nodiscard]] std::size_t records() const { return m_records.size(); }
     // All attributes, in the order of the list or of the record; pieces of a stream are members of their own.
     // The list itself is none.
     [[nodiscard]] const std::vector<member>& members() const { return m_members; }

@@ -38,6 +38,8 @@ class directory_index {
     [[nodiscard]] result<index_node> damaged_block(std::uint64_t vcn, notices& told) const;
 
     [[nodiscard]] std::uint64_t entry() const { return m_entry; }
+    // Bytes of an index block.
+    [[nodiscard]] std::uint32_t block_size() const { return m_block_size; }
     [[nodiscard]] const upcase& letters() const { return *m_letters; }
     // Names that differ only in case are different names here.
     [[nodiscard]] bool case_sensitive() const { return m_case_sensitive; }

@@ -15,9 +15,9 @@ failure broken(const std::string& where, std::string why) {
 
 }  // namespace
 
-result<index_walk> index_walk::begin(exact_volume& volume, attribute_set directory,
-                                     const damage_teller& damage, notices& told) {
-    index_walk walk(volume, directory.base().self());
+result<index_walk> index_walk::begin(exact_volume& volume, attribute_set directory, index_budget& budget,
+                                     const damage_teller& damage, notices& told, std::size_t most_pages) {
+    index_walk walk(volume, directory.base().self(), budget, most_pages);
     if (auto held = walk.hold(std::move(directory), told); !held) {
         return passed_on(held);
     }
@@ -56,6 +56,10 @@ void index_walk::enter(std::optional<std::uint64_t> block, const damage_teller& 
             case number_set::answer::full:
                 damage({failure_code::memory, where, "the index has too many blocks", std::nullopt});
                 return;
+        }
+        if (!m_budget->take_block(m_held->index.block_size(), where)) {
+            m_levels.clear();
+            return;
         }
     }
     auto node = read(block, told);
@@ -123,6 +127,9 @@ void index_walk::for_each_at_hand(const std::function<void(const index_key&)>& t
 }
 
 void index_walk::rest() {
+    // The records of the directory, and the blocks on the way down to the next name.
+    m_cost_of_waking = m_held->attributes.records() * std::uint64_t{m_volume->shape().record_size} +
+                       m_levels.size() * std::uint64_t{m_held->index.block_size()};
     m_held.reset();
     for (level& each : m_levels) {
         each.node = {};
@@ -130,6 +137,10 @@ void index_walk::rest() {
 }
 
 result<void> index_walk::wake(notices& told) {
+    if (!m_budget->take_again(m_cost_of_waking, where::record(m_directory.entry))) {
+        m_levels.clear();
+        return tl::make_unexpected(*m_budget->spent());
+    }
     auto held = m_volume->table()
                     .read_in_use(m_directory, told)
                     .and_then([&](record found) {

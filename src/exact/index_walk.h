@@ -17,6 +17,7 @@
 #include "exact/attribute_set.h"
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
+#include "exact/index_budget.h"
 #include "exact/index_lookup.h"
 #include "exact/index_node.h"
 #include "exact/number_set.h"
@@ -34,17 +35,25 @@ class index_walk {
   public:
     using damage_teller = std::function<void(const failure&)>;
 
-    // Begins before the first name. Fails as directory_index::open does. `volume` must outlive the walk.
+    // Begins before the first name. Fails as directory_index::open does. `volume` and `budget` must outlive
+    // the walk; once the budget is spent the walk has no further names. Of its blocks it notes as many as
+    // `most_pages` of a number_set have room for.
     [[nodiscard]] static result<index_walk> begin(exact_volume& volume, attribute_set directory,
-                                                  const damage_teller& damage, notices& told);
+                                                  index_budget& budget, const damage_teller& damage,
+                                                  notices& told,
+                                                  std::size_t most_pages = number_set::default_pages);
 
     // The next key, short names included; null after the last one. It is good until the walk is used again.
     [[nodiscard]] const index_key* next(const damage_teller& damage, notices& told);
     // Calls `take` for the key that next() gave and those that follow it in its node, up to the next child.
     void for_each_at_hand(const std::function<void(const index_key&)>& take) const;
 
+    // Pages of the set of its blocks.
+    [[nodiscard]] std::size_t met_pages() const { return m_met.pages(); }
+
     // Gives up the directory and the nodes. Afterwards only wake() may be called, which reads them again and
-    // fails as begin() does; damage was reported when it was first seen.
+    // fails as begin() does, and with index if that would leave the budget; damage was reported when it was
+    // first seen.
     void rest();
     [[nodiscard]] result<void> wake(notices& told);
     [[nodiscard]] bool rests() const { return !m_held; }
@@ -64,7 +73,8 @@ class index_walk {
         directory_index index;
     };
 
-    index_walk(exact_volume& volume, reference directory) : m_volume(&volume), m_directory(directory) {}
+    index_walk(exact_volume& volume, reference directory, index_budget& budget, std::size_t most_pages)
+        : m_volume(&volume), m_directory(directory), m_budget(&budget), m_met(most_pages) {}
     [[nodiscard]] result<void> hold(attribute_set directory, notices& told);
     [[nodiscard]] result<index_node> read(std::optional<std::uint64_t> block, notices& told) const;
     void enter(std::optional<std::uint64_t> block, const damage_teller& damage, notices& told);
@@ -72,6 +82,8 @@ class index_walk {
 
     exact_volume* m_volume;
     reference m_directory;
+    index_budget* m_budget;
+    std::uint64_t m_cost_of_waking = 0;  // bytes
     std::optional<held_directory> m_held;
     std::vector<level> m_levels;  // the root first
     number_set m_met;             // blocks, by VCN

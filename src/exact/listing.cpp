@@ -2,6 +2,7 @@
 
 #include "exact/entry_path.h"
 #include "exact/file_names.h"
+#include "exact/index_budget.h"
 #include "exact/index_walk.h"
 #include "exact/name_text.h"
 #include "exact/number_set.h"
@@ -19,6 +20,8 @@ namespace {
 constexpr std::uint8_t dos_name_space = 2;
 // Directories above the one that is listed that are kept open, so that most need not be read twice.
 constexpr std::size_t most_kept_open = 16;
+// Records of a directory that is kept open; one with more, in thousands of fragments, is read again.
+constexpr std::size_t most_records_kept = 256;
 // Units of the longest path that the system knows.
 constexpr std::size_t longest_path = 32767;
 // Records that are read ahead of the one that is needed.
@@ -27,7 +30,12 @@ constexpr std::size_t most_read_ahead = 64;
 class tree_listing {
   public:
     tree_listing(exact_volume& volume, bool recurse, const listing_outputs& outputs, notices& told)
-        : m_volume(volume), m_recurse(recurse), m_outputs(outputs), m_told(told), m_records(volume.table()) {}
+        : m_volume(volume),
+          m_recurse(recurse),
+          m_outputs(outputs),
+          m_told(told),
+          m_records(volume.table()),
+          m_budget(volume.source().bytes().content_size()) {}
 
     [[nodiscard]] result<void> run(walked_path start) {
         const listed_file file = read_listed_file(m_volume, start.file, m_outputs);
@@ -46,6 +54,9 @@ class tree_listing {
         // Ends because each turn takes a name of a directory, or leaves one for good.
         while (!m_open.empty()) {
             const index_key* const key = m_open.back().names.next(m_outputs.damage, m_told);
+            if (m_budget.spent()) {
+                return tl::make_unexpected(*m_budget.spent());
+            }
             if (key == nullptr) {
                 leave();
             } else if (auto listed = list_key(*key); !listed) {
@@ -61,6 +72,8 @@ class tree_listing {
         // Of the path of the directory above: what to go back to.
         std::size_t path_bytes;
         std::size_t path_units;
+        // Of the sets in which the walks above note their blocks.
+        std::size_t pages_above;
     };
 
     // The path with the long names of all directories, however it was typed. As it was typed where the way up
@@ -95,12 +108,14 @@ class tree_listing {
         if (!file) {
             tell_lost(file.error());
         } else {
-            if (auto agrees = expect_name(*file, directory.base().self(), key.name, m_told); !agrees) {
+            const auto agrees = expect_name(*file, directory.base().self(), key.name, m_told);
+            if (!agrees) {
                 m_outputs.damage(agrees.error());
             }
             const listed_file listed = read_listed_file(m_volume, *file, m_outputs);
             written = write_file_lines(listed, m_path, m_outputs);
-            entered = written && m_recurse && listed.has_children &&
+            // A directory that is no child of this one is listed where it belongs.
+            entered = written && m_recurse && listed.has_children && agrees &&
                       enter(std::move(*file), path_bytes, path_units);
         }
         if (!entered) {
@@ -151,29 +166,27 @@ class tree_listing {
                 return refused(failure_code::memory,
                                "too many directories; what is in this one is not listed");
         }
-        auto names = index_walk::begin(m_volume, std::move(directory), m_outputs.damage, m_told);
+        const std::size_t pages_above =
+            m_open.empty() ? 0 : m_open.back().pages_above + m_open.back().names.met_pages();
+        auto names = index_walk::begin(m_volume, std::move(directory), m_budget, m_outputs.damage, m_told,
+                                       number_set::default_pages - pages_above);
         if (!names) {
             tell_lost(names.error());
             return false;
         }
         let_rest();
-        m_open.push_back({std::move(*names), path_bytes, path_units});
+        m_open.push_back({std::move(*names), path_bytes, path_units, pages_above});
         return true;
     }
 
-    // A directory with extension records may be large, and many open directories are.
+    // A directory with many extension records is large, and many open directories are.
     void let_rest() {
-        if (!m_open.empty() && has_extensions(m_open.back().names.directory())) {
+        if (!m_open.empty() && m_open.back().names.directory().records() > most_records_kept) {
             m_open.back().names.rest();
         }
         if (m_open.size() >= most_kept_open) {
             m_open[m_open.size() - most_kept_open].names.rest();
         }
-    }
-
-    [[nodiscard]] static bool has_extensions(const attribute_set& file) {
-        return std::any_of(file.members().begin(), file.members().end(),
-                           [&](const auto& member) { return member.stored.holder != &file.base(); });
     }
 
     void leave() {
@@ -183,7 +196,7 @@ class tree_listing {
         if (m_open.empty() || !m_open.back().names.rests()) {
             return;
         }
-        if (auto awake = m_open.back().names.wake(m_told); !awake) {
+        if (auto awake = m_open.back().names.wake(m_told); !awake && !m_budget.spent()) {
             tell_lost(awake.error());
         }
     }
@@ -193,6 +206,7 @@ class tree_listing {
     const listing_outputs& m_outputs;
     notices& m_told;
     record_ahead m_records;
+    index_budget m_budget;
     number_set m_entered;                // directories, by entry
     std::vector<open_directory> m_open;  // from the one where the listing began
     std::string m_path;                  // of the last of them; empty for the root

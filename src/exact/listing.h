@@ -7,9 +7,11 @@
 //     26-1  d  0  ...  /docs
 //     27-1  f  2  ...  /docs/b.txt
 //
-// Damage is reported and the listing goes on. It ends on any disk: each directory is entered once, and none
-// whose path is longer than any that the system knows. The memory it takes depends neither on how many names
-// there are nor, beyond a few bytes for each level, on how deep the tree is.
+// Damage is reported and the listing goes on. It ends on any disk, and soon: each directory is entered once,
+// where its own name says that it belongs, and none whose path is longer than any that the system knows; and
+// what is read of indexes in all has a bound (index_budget.h), beyond which the listing fails. The memory it
+// takes depends neither on how many names there are nor, beyond a few bytes for each level, on how deep the
+// tree is.
 #pragma once
 
 #include "exact/exact_volume.h"
@@ -20,7 +22,8 @@
 namespace quarry::exact {
 
 // The names in the directory that a path led to, with `recurse` all names below it; its own named streams
-// first. Of anything else its own lines. Fails only if a line cannot be written.
+// first. Of anything else its own lines. Fails if a line cannot be written, and with index if the directories
+// have more blocks than the source has room for.
 [[nodiscard]] result<void> list_path(exact_volume& volume, walked_path start, bool recurse,
                                      const listing_outputs& outputs, notices& told);
 

@@ -16,8 +16,9 @@ class number_set {
   public:
     enum class answer : std::uint8_t { added, known, full };
 
-    // Pages of 512 numbers; the default takes about 32 MiB at most, and has room for 2^27 numbers in a row.
-    explicit number_set(std::size_t most_pages = 262144) : m_most_pages(most_pages) {}
+    // Pages of 512 numbers; these take about 32 MiB at most, and have room for 2^27 numbers in a row.
+    static constexpr std::size_t default_pages = 262144;
+    explicit number_set(std::size_t most_pages = default_pages) : m_most_pages(most_pages) {}
 
     // Adds a number. `full`: it is not known, and there is no room for it.
     [[nodiscard]] answer add(std::uint64_t number) {
@@ -35,6 +36,8 @@ class number_set {
         word |= bit;
         return known ? answer::known : answer::added;
     }
+    // Pages that are in use.
+    [[nodiscard]] std::size_t pages() const { return m_pages.size(); }
 
   private:
     static constexpr std::uint64_t bits_of_word = 64;

@@ -46,7 +46,7 @@ class walked_directory {
     [[nodiscard]] walked walk(std::size_t rest_after = 0) {
         walked out;
         const auto tell = [&](const failure& each) { out.damage += each.text() + "\n"; };
-        auto begun = index_walk::begin(m_opened.volume(), attributes(), tell, m_told);
+        auto begun = index_walk::begin(m_opened.volume(), attributes(), m_budget, tell, m_told);
         if (!begun) {
             out.damage = text_of(begun.error());
             return out;
@@ -83,6 +83,7 @@ class walked_directory {
 
   private:
     opened_exact_volume m_opened;
+    index_budget m_budget = index_budget(0x1000000);
     notices m_told;
 };
 
@@ -233,7 +234,9 @@ TEST(index_walk, ends_in_an_index_that_leads_back_into_itself_or_down_without_en
 TEST(index_walk, knows_the_keys_that_come_next_in_a_node) {
     walked_directory directory(image_of_names(3));
     const auto tell = [](const failure&) {};
-    auto walk = index_walk::begin(directory.volume(), directory.attributes(), tell, directory.told()).value();
+    index_budget budget(0x1000000);
+    auto walk =
+        index_walk::begin(directory.volume(), directory.attributes(), budget, tell, directory.told()).value();
     const auto at_hand = [&] {
         std::vector<std::u16string> names;
         walk.for_each_at_hand([&](const index_key& key) { names.push_back(key.name); });

@@ -298,6 +298,21 @@ TEST(listing, tells_of_names_whose_file_has_another_sequence_number_or_another_n
     EXPECT_NE(damage.find("\nrecord 25: has no $FILE_NAME \"z.txt\" in directory 5-5\n"), std::string::npos);
 }
 
+TEST(listing, enters_no_directory_that_denies_its_name) {
+    // The index of "a" calls "docs" "b": its names under "/a/b" would have paths that do not exist.
+    volume_builder volume(with_system_files());
+    file_builder& a = volume.add_directory("a");                      // 24
+    const std::uint64_t docs = volume.add_directory("docs").entry();  // 25
+    volume.add_file("a.txt", docs);                                   // 26
+    a.extra_entry(name_entry(test::reference(docs, 1), {.name = "b"}));
+    listed_volume listed(volume);
+    EXPECT_EQ(listed.user_lines("/", true), "24-1\td\t0" + at + "/a\n" +         //
+                                                "25-1\td\t0" + at + "/a/b\n" +   //
+                                                "25-1\td\t0" + at + "/docs\n" +  //
+                                                "26-1\tf\t0" + at + "/docs/a.txt\n");
+    EXPECT_EQ(listed.list("/", true).damage, "record 25: has no $FILE_NAME \"b\" in directory 24-1\n");
+}
+
 TEST(listing, enters_each_directory_once) {
     // "a" holds itself under the name "again", and the root under "up".
     volume_builder volume(with_system_files());
@@ -376,6 +391,80 @@ TEST(listing, goes_on_after_a_torn_block) {
     EXPECT_NE(rest.lines.find("\t/z\n"), std::string::npos);
     EXPECT_LT(rest.lines.size(), whole.size());
     EXPECT_GT(rest.lines.size(), whole.size() / 2);
+}
+
+// A directory whose index is in these clusters: a root with one child, the first of them.
+void add_directory_on(volume_builder& volume, const std::string& name, std::uint64_t lcn,
+                      std::uint64_t clusters) {
+    volume.add_directory(name)
+        .without_index()
+        .attribute(attribute_builder::resident(0x90, build_index_root({{.flags = 3, .sub_node = 0}}, true))
+                       .named("$I30"))
+        .attribute(
+            attribute_builder::non_resident(0xA0, {{static_cast<std::int64_t>(lcn), clusters}}).named("$I30"))
+        .attribute(attribute_builder::resident(0xB0, bytes(8, 0xFF)).named("$I30"));
+}
+
+// An index of a block with so many short names, which have no line, and a child ahead of each: empty nodes.
+bytes blocks_of_short_names(std::uint64_t count) {
+    index_block_builder top;
+    bytes leaves;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        index_entry name = name_entry(
+            reference(10, 10),
+            {.name = std::u16string(1, static_cast<char16_t>(u'A' + i)), .name_space = dos_namespace});
+        name.flags = 1;
+        name.sub_node = i + 1;
+        top.add(name);
+        const bytes leaf = index_block_builder().vcn(i + 1).build();
+        leaves.insert(leaves.end(), leaf.begin(), leaf.end());
+    }
+    // The node header's flag: there are children.
+    bytes blocks = top.force(36, 1, 1).build();
+    blocks.insert(blocks.end(), leaves.begin(), leaves.end());
+    return blocks;
+}
+
+// 200 directories with the same 17 blocks are 3,400. A source of 4 MiB, and 1 MiB beside it, have room for
+// 1,280: for those of the root and of 74 directories or so.
+TEST(listing, ends_where_directories_share_more_index_blocks_than_the_source_has_room_for) {
+    volume_builder volume({.mft_entries = 512, .total_clusters = 1024, .system_files = true});
+    volume.write_clusters(900, blocks_of_short_names(16));
+    for (int i = 0; i < 200; ++i) {
+        add_directory_on(volume, "d" + std::to_string(1000 + i), 900, 17);
+    }
+    const bytes image = volume.image();
+    ASSERT_EQ(image.size(), 4u << 20);
+    listed_volume listed(image);
+    const listing all = listed.list("/", true);
+    EXPECT_EQ(all.damage, "");
+    EXPECT_EQ(all.failed.rfind("index index block ", 0), 0u) << all.failed;
+    EXPECT_NE(all.failed.find(
+                  ": the directories have more index blocks than the source has room for, so they share "
+                  "some; the listing ends here"),
+              std::string::npos)
+        << all.failed;
+    EXPECT_NE(all.lines.find("\t/d1069\n"), std::string::npos);
+    EXPECT_EQ(all.lines.find("\t/d1080\n"), std::string::npos);
+    // Without the tree below there is nothing to share.
+    EXPECT_EQ(listed.list("/").failed, "");
+}
+
+TEST(listing, of_a_volume_that_is_nearly_all_index_is_whole) {
+    volume_builder volume({.mft_entries = 512, .system_files = true});
+    for (int i = 0; i < 200; ++i) {
+        const auto own = static_cast<std::uint64_t>(volume.clusters().allocate(17).lcn);
+        volume.write_clusters(own, blocks_of_short_names(16));
+        add_directory_on(volume, "d" + std::to_string(1000 + i), own, 17);
+    }
+    const bytes image = volume.image();
+    // 200 times 17 blocks of 4 KiB, and less than 2 MiB of all else.
+    ASSERT_GT(image.size(), 13'926'400u);
+    ASSERT_LT(image.size(), 16'023'552u);
+    const listing all = listed_volume(image).list("/", true);
+    EXPECT_EQ(all.failed, "");
+    EXPECT_EQ(all.damage, "");
+    EXPECT_NE(all.lines.find("\t/d1199\n"), std::string::npos);
 }
 
 TEST(listing, ends_when_its_lines_cannot_be_written) {
