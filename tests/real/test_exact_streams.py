@@ -239,12 +239,10 @@ def write_links(root, put, reparse):
     reparse.update(("/junction", "/relative", "/link to a file", "/above the root", "/elsewhere"))
 
 
-@pytest.fixture(scope="module", params=SHAPES, ids=lambda shape: f"sectors of {shape[0]}, clusters of {shape[1]}")
-def filled(request, tmp_path_factory):
+def fill_volume(folder, sector, cluster, large):
+    """A volume with hard cases of all kinds, in a folder of the caller."""
     need_mounting()
     need_tools("ntfscat", "ntfsfallocate")
-    sector, cluster, large = request.param
-    folder = tmp_path_factory.mktemp("exact")
     image = folder / "volume.img"
     with open(image, "wb") as out:
         out.truncate(512 * MIB if cluster > 65536 else 48 * MIB)
@@ -290,7 +288,13 @@ def filled(request, tmp_path_factory):
     written["/allocated ahead", ""] += bytes(3 * cluster + 15000)
     with volume.mounted("ro", "show_sys_files") as root:
         nodes = list_nodes(root)
-    yield Filled(volume, written, reparse, many, deleted, nodes)
+    return Filled(volume, written, reparse, many, deleted, nodes)
+
+
+@pytest.fixture(scope="module", params=SHAPES, ids=lambda shape: f"sectors of {shape[0]}, clusters of {shape[1]}")
+def filled(request, tmp_path_factory):
+    folder = tmp_path_factory.mktemp("exact")
+    yield fill_volume(folder, *request.param)
     shutil.rmtree(folder)
 
 

@@ -99,10 +99,9 @@ class Packed(typing.NamedTuple):
     entries: dict  # path: entry
 
 
-@pytest.fixture(scope="module")
-def packed(libwim, tmp_path_factory):
+def pack_volume(libwim, folder):
+    """A volume of files that the system compressed, in all forms, in a folder of the caller."""
     need_mounting()
-    folder = tmp_path_factory.mktemp("packed")
     image = folder / "volume.img"
     with open(image, "wb") as out:
         out.truncate(96 * MIB)
@@ -120,7 +119,13 @@ def packed(libwim, tmp_path_factory):
                     made.written[path], made.stored[path] = content, stored
         put(root, "in a wim", 5000, b"", 0, PROVIDER_WIM)
         put(root, "empty", 0, b"", 0)
-    yield made
+    return made
+
+
+@pytest.fixture(scope="module")
+def packed(libwim, tmp_path_factory):
+    folder = tmp_path_factory.mktemp("packed")
+    yield pack_volume(libwim, folder)
     shutil.rmtree(folder)
 
 
