@@ -9,11 +9,14 @@ namespace {
 constexpr std::size_t not_found = static_cast<std::size_t>(-1);
 
 std::size_t index_of(std::string_view name, const arg_list& args, std::size_t skip) {
-    std::string wanted(name);
     for (std::size_t index = skip; index < args.size(); ++index) {
-        std::string candidate = args[index];
-        if (equal_ignore_case(candidate, wanted)) {
-            return index;
+        // Copies only of words that may be it: each option is looked for among all words.
+        if (args[index].size() == name.size()) {
+            std::string wanted(name);
+            std::string candidate = args[index];
+            if (equal_ignore_case(candidate, wanted)) {
+                return index;
+            }
         }
     }
     return not_found;

@@ -1,6 +1,5 @@
 #include "frontend/confinement.h"
 
-#include "disk/drive_source.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 
@@ -15,12 +14,13 @@
 #include <linux/filter.h>
 #include <linux/landlock.h>
 #include <linux/seccomp.h>
+#include <map>
 #include <memory>
-#include <span>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace quarry {
 
@@ -74,16 +74,6 @@ std::string directory_of(const std::string& path) {
     return separator == 0 ? "/" : path.substr(0, separator);
 }
 
-// The directory of a file that may not exist yet, or the nearest above it that does.
-std::string existing_directory_of(const std::string& path) {
-    std::string directory = directory_of(path);
-    // Ends at "/" or ".", which are their own directories or exist.
-    while (::access(directory.c_str(), F_OK) != 0 && directory != "/" && directory != ".") {
-        directory = directory_of(directory);
-    }
-    return directory;
-}
-
 // Where a link leads that leads to nothing, so that a file is made there; empty for any other path.
 std::string end_of_dangling_link(std::string path) {
     constexpr int most_links = 40;
@@ -105,32 +95,38 @@ class ruleset {
   public:
     ruleset(kernel_calls& kernel, int fd, std::uint64_t known) : m_kernel(kernel), m_fd(fd), m_known(known) {}
 
-    // A path that leads nowhere needs no rule: what is made there is under its directory's. A file that is in
-    // no directory, such as a pipe that /dev/stdout leads to, cannot have one: EBADFD. The kernel lets it be
-    // opened.
+    // A path that leads nowhere needs no rule: what is made there is under its directory's.
     void allow(const std::string& path, std::uint64_t rights) {
-        const descriptor place(::open(path.c_str(), O_PATH | O_CLOEXEC));
-        struct ::stat status {};
-        if (place.get() < 0 || ::fstat(place.get(), &status) != 0) {
+        if (!is_new(path, rights)) {
             return;
         }
-        landlock_path_beneath_attr rule{};
-        rule.parent_fd = place.get();
-        rule.allowed_access = rights & m_known & (S_ISDIR(status.st_mode) ? m_known : rights_on_a_file);
-        if (rule.allowed_access != 0 && m_kernel.add_rule(m_fd, rule) != 0 && errno != EBADFD) {
-            m_complete = false;
+        const descriptor place(::open(path.c_str(), O_PATH | O_CLOEXEC));
+        struct ::stat status {};
+        if (place.get() >= 0 && ::fstat(place.get(), &status) == 0) {
+            add(place, rights & (S_ISDIR(status.st_mode) ? m_known : rights_on_a_file));
         }
     }
 
+    // False if there is no such directory.
+    bool allow_directory(const std::string& path, std::uint64_t rights) {
+        if (!is_new(path, rights)) {
+            return true;
+        }
+        const descriptor place(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (place.get() >= 0) {
+            add(place, rights);
+        }
+        return place.get() >= 0;
+    }
+
+    // The directory of an output, which is enough for one that is no link.
     void allow_output(const std::string& path) {
         struct ::stat status {};
-        if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-            return;
-        }
-        allow(existing_directory_of(path), writing_in_a_directory);
-        allow(path, writing_a_file);
-        if (const std::string end = end_of_dangling_link(path); !end.empty()) {
-            allow(existing_directory_of(end), writing_in_a_directory);
+        const bool exists = ::lstat(path.c_str(), &status) == 0;
+        if (exists && S_ISLNK(status.st_mode)) {
+            allow_output_link(path);
+        } else if (!exists || !S_ISDIR(status.st_mode)) {
+            allow_directory_of(path);
         }
     }
 
@@ -152,9 +148,48 @@ class ruleset {
     [[nodiscard]] bool is_complete() const { return m_complete; }
 
   private:
+    void allow_output_link(const std::string& path) {
+        struct ::stat status {};
+        if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            return;
+        }
+        allow_directory_of(path);
+        allow(path, writing_a_file);
+        if (const std::string end = end_of_dangling_link(path); !end.empty()) {
+            allow_directory_of(end);
+        }
+    }
+
+    // The directory of a file that may not exist yet, or the nearest above it that does.
+    void allow_directory_of(const std::string& path) {
+        std::string directory = directory_of(path);
+        // Ends at "/" or ".", which are their own directories or exist.
+        while (!allow_directory(directory, writing_in_a_directory) && directory != "/" && directory != ".") {
+            directory = directory_of(directory);
+        }
+    }
+
+    // False for what has a rule already.
+    bool is_new(const std::string& path, std::uint64_t rights) {
+        std::uint64_t& given = m_given[path];
+        return std::exchange(given, given | rights) != (given | rights);
+    }
+
+    // A file that is in no directory, such as a pipe that /dev/stdout leads to, cannot have a rule: EBADFD.
+    // The kernel lets it be opened.
+    void add(const descriptor& place, std::uint64_t rights) {
+        landlock_path_beneath_attr rule{};
+        rule.parent_fd = place.get();
+        rule.allowed_access = rights & m_known;
+        if (rule.allowed_access != 0 && m_kernel.add_rule(m_fd, rule) != 0 && errno != EBADFD) {
+            m_complete = false;
+        }
+    }
+
     kernel_calls& m_kernel;
     int m_fd;
     std::uint64_t m_known;
+    std::map<std::string, std::uint64_t> m_given;
     bool m_complete = true;
 };
 
@@ -205,45 +240,94 @@ constexpr std::array<long, 30> denied_calls = {
     SYS_reboot,
 };
 
-// Statements that look for a number in `sorted`, by halves: the kernel runs a filter for each call that it
-// has when it takes the filter, so a long way through it is time that every run pays. After them come `after`
-// statements, then the one that allows a call, then the one that denies it.
-std::vector<sock_filter> search(std::span<const std::uint32_t> sorted, std::size_t after) {
-    const auto skip = [](std::size_t count) { return static_cast<std::uint8_t>(count); };
-    if (sorted.size() == 1) {
-        return {BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sorted.front(), skip(after + 1), skip(after))};
-    }
-    const std::size_t half = sorted.size() / 2;
-    const std::vector<sock_filter> upper = search(sorted.subspan(half), after);
-    const std::vector<sock_filter> lower = search(sorted.first(half), upper.size() + after);
-    std::vector<sock_filter> all = {BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, sorted[half], skip(lower.size()), 0)};
-    all.insert(all.end(), lower.begin(), lower.end());
-    all.insert(all.end(), upper.begin(), upper.end());
-    return all;
-}
+// Calls of the 32-bit twin that x86-64 has are denied: their numbers begin here.
+constexpr std::uint32_t first_twin_call = 0x40000000;
+// A bound above the numbers of today's calls.
+constexpr std::uint32_t usual_calls = 512;
 
-// Denies `denied_calls`. Calls of another architecture, and of the 32-bit twin that x86-64 has, have other
-// numbers: all are denied.
-std::vector<sock_filter> call_filter() {
-    constexpr std::uint32_t first_twin_call = 0x40000000;
+// The numbers from which on calls are denied, allowed, denied and so on, in rising order.
+struct call_borders {
+    std::array<std::uint32_t, 2 * denied_calls.size() + 1> numbers{};
+    std::size_t count = 0;
+};
+
+constexpr call_borders find_borders() {
     std::array<std::uint32_t, denied_calls.size()> sorted{};
     std::transform(denied_calls.begin(), denied_calls.end(), sorted.begin(),
                    [](long call) { return static_cast<std::uint32_t>(call); });
     std::sort(sorted.begin(), sorted.end());
-    const std::vector<sock_filter> numbers = search(sorted, 0);
-    const auto to_denial = [&](std::size_t statements) {
-        return static_cast<std::uint8_t>(numbers.size() + statements + 1);
+    call_borders borders;
+    for (const std::uint32_t call : sorted) {
+        if (borders.count == 0 || borders.numbers[borders.count - 1] != call) {
+            borders.numbers[borders.count++] = call;
+        } else {
+            --borders.count;
+        }
+        borders.numbers[borders.count++] = call + 1;
+    }
+    borders.numbers[borders.count++] = first_twin_call;
+    return borders;
+}
+
+constexpr call_borders borders = find_borders();
+constexpr std::size_t statements_before_search = 3;
+constexpr std::size_t allowing_statement = statements_before_search + borders.count;
+constexpr std::size_t denying_statement = allowing_statement + 1;
+using call_filter = std::array<sock_filter, denying_statement + 1>;
+
+constexpr sock_filter statement(unsigned code, std::uint32_t value) {
+    return {static_cast<std::uint16_t>(code), 0, 0, value};
+}
+
+// A jump of the statement at `from`, taken if the value loaded meets the condition, or else not.
+constexpr sock_filter jump(unsigned condition, std::uint32_t value, std::size_t from, std::size_t taken,
+                           std::size_t not_taken) {
+    return {static_cast<std::uint16_t>(BPF_JMP | BPF_K | condition),
+            static_cast<std::uint8_t>(taken - from - 1), static_cast<std::uint8_t>(not_taken - from - 1),
+            value};
+}
+
+// Writes, from statement `at` on, the search among borders [first, last) for a number in [low, high): one
+// statement for each border. Each looks first at the border nearest to the middle of the numbers, so that
+// most are found soon. What is answered between two borders alternates, denied after the first.
+constexpr void write_search(call_filter& filter, std::size_t at, std::size_t first, std::size_t last,
+                            std::uint32_t low, std::uint32_t high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    const auto distance = [middle](std::uint32_t number) {
+        return number < middle ? middle - number : number - middle;
     };
-    std::vector<sock_filter> program = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, this_architecture, 0, to_denial(2)),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, first_twin_call, to_denial(0), 0),
+    std::size_t nearest = first;
+    for (std::size_t index = first; index < last; ++index) {
+        nearest = distance(borders.numbers[index]) < distance(borders.numbers[nearest]) ? index : nearest;
+    }
+    const std::uint32_t number = borders.numbers[nearest];
+    const auto answer_after = [](std::size_t borders_passed) {
+        return borders_passed % 2 == 0 ? allowing_statement : denying_statement;
     };
-    program.insert(program.end(), numbers.begin(), numbers.end());
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM));
-    return program;
+    const std::size_t lower = nearest > first ? at + 1 : answer_after(nearest);
+    const std::size_t upper = nearest + 1 < last ? at + 1 + (nearest - first) : answer_after(nearest + 1);
+    filter[at] = jump(BPF_JGE, number, at, upper, lower);
+    if (nearest > first) {
+        write_search(filter, lower, first, nearest, low, number);
+    }
+    if (nearest + 1 < last) {
+        write_search(filter, upper, nearest + 1, last, number, std::max(number, high));
+    }
+}
+
+// Denies `denied_calls`. Calls of another architecture have other numbers: all are denied.
+//
+// Made by the compiler, and short on the way: when the kernel takes the filter it runs it for each call that
+// there is, and every run of the program pays for that.
+constexpr call_filter make_filter() {
+    call_filter filter{};
+    filter[0] = statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch));
+    filter[1] = jump(BPF_JEQ, this_architecture, 1, 2, denying_statement);
+    filter[2] = statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr));
+    write_search(filter, statements_before_search, 0, borders.count, 0, usual_calls);
+    filter[allowing_statement] = statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
+    filter[denying_statement] = statement(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM);
+    return filter;
 }
 
 }  // namespace
@@ -266,7 +350,10 @@ int kernel_calls::restrict_self(int ruleset) {
 }
 
 int kernel_calls::give_up_new_rights() {
-    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    if (!m_gave_up_new_rights) {
+        m_gave_up_new_rights = ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
+    }
+    return m_gave_up_new_rights ? 0 : -1;
 }
 
 int kernel_calls::filter_calls(const sock_fprog& program) {
@@ -276,7 +363,7 @@ int kernel_calls::filter_calls(const sock_fprog& program) {
 }
 
 std::vector<std::string> host_descriptions() {
-    return {"/dev", "/proc", "/sys", "/etc/localtime", "/usr/share/zoneinfo"};
+    return {"/dev", "/proc", "/sys"};
 }
 
 needed_files files_needed_by(const quarry_opts& opts) {
@@ -286,10 +373,8 @@ needed_files files_needed_by(const quarry_opts& opts) {
     files.sources = opts.m_run.m_source_files;
     const std::vector<std::string> chosen = opts.m_source.files();
     files.sources.insert(files.sources.end(), chosen.begin(), chosen.end());
-    // Clusters of an image that cannot be opened are read from the first drive.
-    files.sources.push_back(drive_device(0));
-    const std::vector<std::string> host = host_descriptions();
-    files.sources.insert(files.sources.end(), host.begin(), host.end());
+    // Among the devices is the first drive: clusters of an image that cannot be opened are read from there.
+    files.read_dirs = host_descriptions();
     const std::string destination = narrow(opts.m_dst);
     if (!destination.empty()) {
         files.outputs = {destination, destination + std::string(report_ending)};
@@ -321,6 +406,9 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     for (const std::string& source : files.sources) {
         rules.allow(source, reading);
     }
+    for (const std::string& directory : files.read_dirs) {
+        rules.allow_directory(directory, reading);
+    }
     for (const std::string& output : files.outputs) {
         rules.allow_output(output);
     }
@@ -340,9 +428,10 @@ bool deny_calls(kernel_calls& kernel) {
     if (this_architecture == 0) {
         return false;
     }
-    std::vector<sock_filter> program = call_filter();
-    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-    return kernel.give_up_new_rights() == 0 && kernel.filter_calls(filter) == 0;
+    static constexpr call_filter made = make_filter();
+    call_filter filter = made;
+    const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
+    return kernel.give_up_new_rights() == 0 && kernel.filter_calls(program) == 0;
 }
 
 }  // namespace quarry

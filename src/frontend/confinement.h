@@ -26,6 +26,7 @@ namespace quarry {
 struct needed_files {
     bool reads_any_file = false;                // a path, a filter or a walk may name whatever the host has
     std::vector<std::string> sources = {};      // read; what does not exist is passed over
+    std::vector<std::string> read_dirs = {};    // directories, read with all that is below them
     std::vector<std::string> outputs = {};      // written, replaced or removed, each with its neighbours
     std::vector<std::string> output_dirs = {};  // directories in which a list makes its outputs
     // Directories in which outputs are made under another name, renamed and brought to the disk. No link in
@@ -34,7 +35,8 @@ struct needed_files {
     bool makes_dirs = false;  // below those, directories too
 };
 
-// Read by every run: where devices, mounts and the local time are described.
+// Directories that every run reads: where devices and mounts are described. The local time zone is known
+// before.
 [[nodiscard]] std::vector<std::string> host_descriptions();
 
 // What a run needs whose options were parsed.
@@ -58,6 +60,9 @@ class kernel_calls {
     // From here on no program that is started gains rights. The other two calls want this first.
     [[nodiscard]] virtual int give_up_new_rights();
     [[nodiscard]] virtual int filter_calls(const sock_fprog& program);
+
+  private:
+    bool m_gave_up_new_rights = false;
 };
 
 // Leaves the process the files that a run needs. False, with nothing given up, where the kernel has no

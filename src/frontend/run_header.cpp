@@ -7,8 +7,6 @@
 
 #include <array>
 #include <climits>
-#include <cstdlib>
-#include <memory>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/utsname.h>
@@ -23,33 +21,17 @@ constexpr std::string_view default_date_pattern = "mm/dd/yyyy";
 constexpr std::string_view time_pattern = "hh:mm:ss";
 constexpr std::string_view network_mark = "<~>";
 constexpr std::string_view usb_mark = ":=";
-constexpr std::size_t host_name_buffer_bytes = 4096;
 constexpr std::size_t program_path_buffer_bytes = 2048;
 
 constexpr std::array<std::uint32_t, 4> network_file_systems = {0x6969, 0x517B, 0x65735546, 0xFF534D42};
 
-kernel_facts kernel_of_this_host() {
-    struct ::utsname name {};
-    if (::uname(&name) != 0) {
-        return {};
-    }
-    return {name.sysname, name.version, name.release, name.machine};
-}
-
-std::string name_of_this_host() {
-    std::string name(host_name_buffer_bytes, '\0');
-    if (::gethostname(name.data(), name.size()) != 0) {
-        return "<unk>";
-    }
-    name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));
-    return name;
-}
-
+// Where sysfs keeps the device of a file, from its own directory of devices on.
 std::string device_path_of(const struct ::stat& status) {
     const std::string link = "/sys/dev/block/" + std::to_string(::major(status.st_dev)) + ":" +
                              std::to_string(::minor(status.st_dev));
-    std::array<char, PATH_MAX> real_path{};
-    return ::realpath(link.c_str(), real_path.data()) != nullptr ? real_path.data() : "";
+    std::array<char, PATH_MAX> target{};
+    const ::ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
+    return length <= 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
 program_place place_of_this_program() {
@@ -83,8 +65,8 @@ bool is_network_file_system(std::uint64_t file_system_type) {
     return false;
 }
 
-bool is_usb_device_path(std::string_view real_path) {
-    return real_path.find("usb") != std::string_view::npos;
+bool is_usb_device_path(std::string_view device_path) {
+    return device_path.find("usb") != std::string_view::npos;
 }
 
 std::string platform_text(const kernel_facts& kernel, const program_place& place) {
@@ -126,8 +108,13 @@ std::string run_header(const arg_list& args, const ql::time& now) {
     // Deliberate: the header takes its date pattern as typed, also one that parsing refuses, not only a valid
     // one. The user sees the date in that pattern, and the complaint about it below.
     peek_value("-dateformat", date_pattern, args, 1);
-    return run_header(args, now, date_pattern, name_of_this_host(),
-                      platform_text(kernel_of_this_host(), place_of_this_program()));
+    const program_place place = place_of_this_program();
+    struct ::utsname name {};
+    if (::uname(&name) != 0) {
+        return run_header(args, now, date_pattern, "<unk>", platform_text({}, place));
+    }
+    return run_header(args, now, date_pattern, name.nodename,
+                      platform_text({name.sysname, name.version, name.release, name.machine}, place));
 }
 
 }  // namespace quarry

@@ -34,8 +34,8 @@ struct program_place {
 
 // True for the types of NFS, SMB, FUSE and CIFS in statfs(2).
 [[nodiscard]] bool is_network_file_system(std::uint64_t file_system_type);
-// True if the real path of a device under /sys/dev/block leads over USB.
-[[nodiscard]] bool is_usb_device_path(std::string_view real_path);
+// True if the path of a device in sysfs, to which a link in /sys/dev/block leads, goes over USB.
+[[nodiscard]] bool is_usb_device_path(std::string_view device_path);
 
 // "Linux;<version>;<release>;64", with the marks of the program's place if there are any.
 [[nodiscard]] std::string platform_text(const kernel_facts& kernel, const program_place& place);

@@ -199,8 +199,10 @@ void visit_blocks(CNtfs& ntfs, const cluster_run_list& runs, const block_range& 
                   const block_visitor& visit) {
     const block_layout layout(ntfs);
     block_assembler assembler(ntfs, layout, range.in_front + range.count, visit);
-    std::vector<std::uint8_t> buffer(static_cast<std::size_t>(
-        std::max(buffer_size / layout.cluster_size, std::uint64_t{1}) * layout.cluster_size));
+    // Most indexes are shorter than a buffer.
+    const std::uint64_t clusters = std::min(buffer_size / layout.cluster_size, assembler.clusters_left());
+    std::vector<std::uint8_t> buffer(
+        static_cast<std::size_t>(std::max(clusters, std::uint64_t{1}) * layout.cluster_size));
     std::uint64_t place = range.place;
     // Ends with the list or with the blocks, whichever comes first.
     for (std::size_t index = range.run; index < runs.size() && !assembler.done(); ++index, place = 0) {

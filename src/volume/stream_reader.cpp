@@ -210,7 +210,7 @@ void stream_reader::read_close_runs(std::size_t index) {
     if (m_close_end - index < 2) {
         return;
     }
-    m_close.resize(most * m_cluster_size);
+    m_close.resize(std::max<std::uint64_t>(count * m_cluster_size, m_close.size()));
     if (m_clusters.read_neighbours(first, count, m_close.data())) {
         m_close_lcn = first;
         m_close_count = count;

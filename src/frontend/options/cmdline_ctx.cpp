@@ -43,9 +43,9 @@ void cmdline_ctx::report_elapsed_time() {
     if (m_profile) {
         print_error(text.str());
     }
-    if (!m_log_path.empty()) {
+    if (m_guard) {
         output_file log;
-        if (log.open_log_again(m_guard, m_log_path)) {
+        if (log.open_log_again(*m_guard, m_log_path)) {
             log << text.str();
         }
     }

@@ -4,6 +4,7 @@
 #include "foundation/ql_time_parse.h"
 #include "frontend/options/cmd_params.h"
 
+#include <optional>
 #include <string>
 
 namespace quarry {
@@ -26,7 +27,7 @@ class cmdline_ctx {
     ql::ntp_time m_start;  // zero when nobody needs it
     bool m_profile = false;
     std::string m_log_path;
-    output_guard m_guard;
+    std::optional<output_guard> m_guard;  // of the log, where there is one
     std::string m_signal;
     callback m_callback = nullptr;
 

@@ -88,8 +88,11 @@ std::size_t words_taken_early(const std::string& word) {
 // a "=".
 bool is_like_a_name(std::string_view word) {
     const std::string_view name = word.substr(0, word.find('='));
-    return std::any_of(source_names.begin(), source_names.end(),
-                       [name](const auto& known) { return edit_distance(name, known.first) <= most_edits; });
+    return std::any_of(source_names.begin(), source_names.end(), [name](const auto& known) {
+        const std::size_t longer = std::max(name.size(), known.first.size());
+        return longer - std::min(name.size(), known.first.size()) <= most_edits &&
+               edit_distance(name, known.first) <= most_edits;
+    });
 }
 
 // The index of the word that the option at an index gets as its value once the early options are gone; that

@@ -99,7 +99,11 @@ output_verdict output_guard::look_at(const std::string& path, output_kind kind) 
 
 // The answer is kept, since a list of paths writes to few file systems.
 bool output_guard::lies_on_source(const file_system_id& file_system) const {
-    if (m_sources.empty()) {
+    // A file system is not made of files that are in it. That spares most runs to ask what it is made of.
+    const auto is_in_it = [&file_system](const storage_id& id) {
+        return !id.is_device && id.device == file_system.device;
+    };
+    if (std::all_of(m_sources.begin(), m_sources.end(), is_in_it)) {
         return false;
     }
     const auto known = m_known_file_systems.find(file_system);

@@ -2,6 +2,7 @@
 
 #include "foundation/uni_fileio.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <climits>
@@ -11,7 +12,7 @@
 #include <linux/loop.h>
 #include <memory>
 #include <optional>
-#include <sstream>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -61,14 +62,18 @@ std::string without_links(std::string path) {
     return path;
 }
 
-std::optional<file_system_id> file_system_of(const std::string& path) {
+// What stat(2) says, and the mount.
+std::optional<struct ::statx> status_with_mount(const std::string& path) {
     struct ::statx status {};
     if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_MNT_ID, &status) != 0) {
         return std::nullopt;
     }
+    return status;
+}
+
+file_system_id file_system_of(const struct ::statx& status) {
     const bool mount_is_known = (status.stx_mask & STATX_MNT_ID) != 0;
-    return file_system_id{::makedev(status.stx_dev_major, status.stx_dev_minor),
-                          mount_is_known ? status.stx_mnt_id : 0};
+    return {::makedev(status.stx_dev_major, status.stx_dev_minor), mount_is_known ? status.stx_mnt_id : 0};
 }
 
 std::string number_text(::dev_t device) {
@@ -131,14 +136,21 @@ std::string without_escapes(const std::string& text) {
 }
 
 mount_line parse_mount(const std::string& line) {
+    std::string_view rest = line;
+    const auto next_word = [&rest] {
+        const std::string_view word = rest.substr(0, rest.find(' '));
+        rest.remove_prefix(std::min(word.size() + 1, rest.size()));
+        return word;
+    };
     mount_line mount;
-    std::istringstream words(line);
-    std::string word;
-    words >> mount.mount >> word >> mount.device;
-    while (words >> word && word != "-") {
+    const std::string_view number = next_word();
+    static_cast<void>(std::from_chars(number.data(), number.data() + number.size(), mount.mount));
+    next_word();
+    mount.device = next_word();
+    while (!rest.empty() && next_word() != "-") {
     }
-    words >> word >> mount.source;
-    mount.source = without_escapes(mount.source);
+    next_word();
+    mount.source = without_escapes(std::string(next_word()));
     return mount;
 }
 
@@ -269,17 +281,20 @@ class storage_walk {
 found_file look_up(const std::string& path) {
     found_file found;
     found.path = without_links(path);
-    const auto status = status_of(path);
-    if (status) {
-        found.exists = true;
-        found.mode = status->st_mode;
-        found.id =
-            S_ISBLK(status->st_mode) ? device_id(status->st_rdev) : file_id(status->st_dev, status->st_ino);
-        found.likeness = {status->st_ino,          status->st_size,        status->st_mtim.tv_sec,
-                          status->st_mtim.tv_nsec, status->st_ctim.tv_sec, status->st_ctim.tv_nsec};
+    const auto status = status_with_mount(path);
+    if (!status) {
+        const auto directory = status_with_mount(directory_of(found.path));
+        found.file_system = directory ? file_system_of(*directory) : file_system_id();
+        return found;
     }
-    const auto file_system = file_system_of(status ? path : directory_of(found.path));
-    found.file_system = file_system.value_or(file_system_id());
+    found.exists = true;
+    found.mode = status->stx_mode;
+    found.file_system = file_system_of(*status);
+    found.id = S_ISBLK(found.mode) ? device_id(::makedev(status->stx_rdev_major, status->stx_rdev_minor))
+                                   : file_id(found.file_system.device, status->stx_ino);
+    found.likeness = {status->stx_ino,          static_cast<::off_t>(status->stx_size),
+                      status->stx_mtime.tv_sec, status->stx_mtime.tv_nsec,
+                      status->stx_ctime.tv_sec, status->stx_ctime.tv_nsec};
     return found;
 }
 
