@@ -86,6 +86,22 @@ def test_the_page_has_every_option_of_the_exact_mode_and_no_other():
     assert options_in(pages_of_both_modes()[1]) == set(re.findall(r'row\("(-[a-z][a-z0-9_]*)"', table))
 
 
+def codes_of_the_manifest():
+    """What scripts find in a manifest, of failures and of warnings."""
+    table = re.search(r"code_texts = .*?\}\);", text_of("src", "exact", "failure.cpp"), re.S).group()
+    failures = re.findall(r'"([a-z-]+)"', table)
+    # A few failures become warnings under their own code.
+    warnings = re.findall(r'\b(?:warn|doubt)\(\s*"([a-z-]+)"', sources("src/**/*.cpp"))
+    assert len(failures) > 40 and len(set(warnings)) > 15
+    return failures + warnings
+
+
+def test_the_page_has_every_code_of_a_manifest():
+    part = text_of("docs", "quarry.1").split(".Ss Codes in a manifest\n")[1].split("\n.Sh ")[0]
+    listed = [code for row in re.findall(r"^\.It Sy (.*)$", part, re.M) for code in row.split(" , ")]
+    assert sorted(listed) == sorted(set(codes_of_the_manifest()))
+
+
 @pytest.mark.parametrize("completion, pattern", [
     ("quarry.bash", r"(?<![\w-])(-[a-z][a-z0-9_]*)"),
     ("_quarry", r"'[*!]?(-[a-z][a-z0-9_]*)[\[:]"),
