@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -486,6 +487,15 @@ TEST_F(exact_mode, help_is_printed_without_a_header) {
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.err.find("-zero_unreadable"), std::string::npos);
     EXPECT_NE(result.err.find("-vmdk"), std::string::npos);
+}
+
+TEST_F(exact_mode, help_fits_on_a_terminal_of_80_columns) {
+    std::istringstream help(exact({"-h"}).err);
+    std::size_t lines = 0;
+    for (std::string line; std::getline(help, line); ++lines) {
+        EXPECT_LE(line.size(), 80u) << line;
+    }
+    EXPECT_GT(lines, 40u);
 }
 
 TEST_F(exact_mode, a_full_disk_or_a_limit_leaves_what_was_there) {

@@ -225,7 +225,7 @@ def test_a_source_with_a_damaged_chunk_is_not_verified(disk, contents, scratch):
 
 
 def test_a_source_without_a_digest_cannot_be_verified(disk):
-    assert verify(disk) == (2, f"err: source {disk}: holds no digest of what was acquired\n")
+    assert verify(disk) == (2, f"err: source {disk}: holds no digest of what was acquired; sha256sum computes one\n")
 
 
 def test_sectors_of_4096_bytes_are_those_of_the_container(make_volume, exact, scratch):

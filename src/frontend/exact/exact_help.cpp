@@ -27,7 +27,7 @@ constexpr std::string_view help_body =
    -offset <bytes>              = where it begins; no partition table is asked
    -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol is the first
    -volumes                     = print the volumes; no copy
-   -verify_source               = hold an EWF image against the digests that it holds; no copy
+   -verify_source               = compare an EWF image with its digests; no copy
    -sector_size <bytes>         = of the partition table: 512, 1024, 2048, 4096
  object, one of
    -src <path>[:<stream>]       = "/dir/file", or with \ in place of each /

@@ -186,6 +186,10 @@ status check_object(const given_options& given) {
     if (given.has(option::src) && !given.has(option::mft) && given.value(option::src).starts_with(':')) {
         return refuse(named("-src", given.value(option::src)) + " is a stream; say -mft to name its entry");
     }
+    if (given.has(option::mft) && given.has(option::src) && !src_is_a_stream(given)) {
+        return refuse(two_of(given.among({option::src, option::mft})) +
+                      "; a stream of an entry is -src :NAME");
+    }
     return src_is_a_stream(given)
                ? at_most_one_of(given, {option::mft, option::cluster, option::pipe, option::list})
                : at_most_one_of(given,

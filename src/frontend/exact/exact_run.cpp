@@ -187,8 +187,9 @@ tl::expected<exit_status, ended> print_volumes(const exact_source& source, const
 
 tl::expected<exit_status, ended> verify_source(const opened_source& source, exact_messages& messages) {
     if (!has_stored_digest(source)) {
-        return end_with(exit_status::refused, {failure_code::source_open, where::source(source.shown_path),
-                                               "holds no digest of what was acquired", std::nullopt});
+        return end_with(exit_status::refused,
+                        {failure_code::source_open, where::source(source.shown_path),
+                         "holds no digest of what was acquired; sha256sum computes one", std::nullopt});
     }
     auto checked = check_source(source, messages);
     return checked ? tl::expected<exit_status, ended>(exit_status::complete)

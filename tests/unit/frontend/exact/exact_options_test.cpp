@@ -321,7 +321,8 @@ TEST(exact_options, what_excludes_each_other_is_refused) {
     EXPECT_EQ(refusal_of(whole + "-partition p"), "-image and -partition exclude each other");
     EXPECT_EQ(refusal_of(whole + "-vmdk v"), "-image and -vmdk exclude each other");
     EXPECT_EQ(refusal_of(whole + "-cluster 5"), "-src and -cluster exclude each other");
-    EXPECT_EQ(refusal_of(whole + "-mft 5"), "-src and -mft exclude each other");
+    EXPECT_EQ(refusal_of(whole + "-mft 5"),
+              "-src and -mft exclude each other; a stream of an entry is -src :NAME");
     EXPECT_EQ(refusal_of(whole + "-pipe"), "-src and -pipe exclude each other");
     EXPECT_EQ(refusal_of("-exact -image d -dst b -mft 5 -cluster 5"), "-mft and -cluster exclude each other");
     EXPECT_EQ(refusal_of(whole + "-offset 1 -ntfsvol 1"), "-offset and -ntfsvol exclude each other");
