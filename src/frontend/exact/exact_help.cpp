@@ -25,16 +25,16 @@ constexpr std::string_view help_body =
    -vmdk "<file> | <file> ..."  = a chain of sparse VMDK files
  volume
    -offset <bytes>              = where it begins; no partition table is asked
-   -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol is the first
+   -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol: the first
    -volumes                     = print the volumes; no copy
    -verify_source               = compare an EWF image with its digests; no copy
    -sector_size <bytes>         = of the partition table: 512, 1024, 2048, 4096
  object, one of
    -src <path>[:<stream>]       = "/dir/file", or with \ in place of each /
-   -mft <n>[-<sequence>]        = an entry, with -src :<stream> for a stream of it
+   -mft <n>[-<sequence>]        = an entry; -src :<stream> for a stream of it
    -cluster <lcn> [<count>]     = clusters of the volume
    -pipe                        = one object a line of standard input: a path,
-                                  <n>[-<sequence>][:<stream>], a line of a listing
+                                  an entry[:<stream>], or a line of a listing
    -letter <C|Volume{GUID}>     = links to this name lead to this volume
  listing, in place of a copy
    -list <path>                 = what a directory holds, to standard output
@@ -51,9 +51,9 @@ constexpr std::string_view help_body =
  evidence
    -manifest <file>             = a line of JSON for each copy, with SHA-256
    -resume                      = keep the complete copies that the manifest has
-   -source_sha256 <digest>      = of the source, as you know it; for the manifest
+   -source_sha256 <digest>      = of the source, as you know it, for -manifest
  reading
-   -raw                         = allocated clusters as they lie, slack included
+   -raw                         = allocated clusters as stored, slack included
    -zero_unreadable             = zeros for what cannot be read; in doubt then
  messages
    -diags <file>                = log
