@@ -166,6 +166,9 @@ result<volume_path> parse_volume_path(std::string_view text) {
         }
         std::u16string name = plain(at, name_end);
         const bool root_stream = name.empty() && path.names.empty() && name_end != end;
+        if (at == typed.cend() && !path.names.empty()) {
+            return no_path(text, "has an empty name; leave the separator at its end out");
+        }
         if (name == u"." || name == u".." || (name.empty() && !root_stream)) {
             return no_path(text,
                            name.empty() ? "has an empty name" : "has a name \"" + shown_name(name) + "\"");

@@ -59,7 +59,10 @@ def directory(tmp_path_factory):
     (made / "encrypted").write_bytes(changed(disk, STREAM_69 + 12, b"\x00\x40"))
     (made / "cut").write_bytes(disk[:3000000])
     (made / "none").write_bytes(bytes(1 << 20))
+    assert disk[0x100003:0x10000B] == b"NTFS    "
+    (made / "enciphered").write_bytes(changed(disk, 0x100003, b"-FVE-FS-"))
     (made / "earlier").write_bytes(b"")
+    os.symlink("nothing", made / "link")
     os.mkdir(made / "folder")
     return made
 
@@ -73,6 +76,26 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
     (("-image", "disk", "-meta", *COPY), 2, "... is not taken with -exact: ..."),
     (("-image", "disk", "-threads", "2", *COPY), 2, "... is not there yet (not-yet)"),
     (("-image", "disk", "-image", "disk", *COPY), 2, "... is given twice"),
+    (("disk", "-src", "/readme.txt", "-dst", "copy"), 2, "... stands alone; a source is named with -src"),
+    (("-image", "disk", "-mft", "x", "-dst", "copy"), 2, "... is no entry; say N or N-SEQUENCE"),
+    (("-image", "disk", "-sector_size", "5", *COPY), 2, "... is not 512, 1024, 2048 or 4096"),
+    (("-image", "disk", "-letter", "CC", *COPY), 2, "... is neither a letter nor Volume{GUID}"),
+    (("-image", "disk", "-source_sha256", "abc", "-manifest", "m", *COPY), 2,
+     "... is no SHA-256; it has 64 hexadecimal digits"),
+    (("-image", "disk", "-ntfsvol", "0", *COPY), 2, "...: volumes are counted from 1"),
+    (("-image", "disk", "-cluster", "0", "0", "-dst", "copy"), 2, "...: no cluster is asked for"),
+    (("-image", "disk", "-src", ":notes", "-dst", "copy"), 2, "... is a stream; say -mft to name its entry"),
+    (("-image", "disk", "-pipe", "-dst", "copy"), 2, "... needs a directory; say -dst DIR/"),
+    (("-image", "disk", "-resume", *COPY), 2, "... needs -manifest"),
+    (("-image", "disk", "-src", "/readme.txt", "-dst", "nowhere/copy"), 2, "destination ...: No such file or directory"),
+    (("-image", "disk", "-manifest", "link", *COPY), 2, "manifest ...: is a link"),
+    (("-image", "enciphered", *COPY), 5, "source ...: is enciphered (BitLocker)"),
+    (("-image", "disk", "-src", "/read/me\\txt", "-dst", "copy"), 2,
+     "path ...: after a backslash comes \\, : or uXXXX; write \\\\ for a backslash"),
+    (("-image", "disk", "-src", "/readme.txt:", "-dst", "copy"), 2,
+     "path ...: the stream has no name; ::$DATA is the unnamed one"),
+    (("-image", "disk", "-src", "/Documents/", "-dst", "copy"), 2, "path ...: has an empty name"),
+    (("-image", "disk", "-mft", "5000", "-dst", "copy"), 1, "record ...: $MFT has 93 entries"),
     (("-image", "disk", "-src", "/readme.txt", "-dst", "earlier"), 2, "destination ...: exists; say -overwrite"),
     (("-image", "disk", "-src", "/readme.txt", "-dst", "/dev/null"), 2, "destination ...: is no regular file"),
     (("-image", "disk", "-src", "/readme.txt", "-dst", "disk", "-overwrite"), 2,
@@ -108,4 +131,21 @@ def test_a_message_is_given_and_explained(quarry, page, directory, words, status
     if not message.startswith(("warning: ", "doubt: ", "ok: ")):
         pattern = "err: " + pattern
     assert (found, re.findall(f"^{pattern}", said, re.M) != []) == (status, True), said
+    assert message in page
+
+
+# The lines of a list, its message about the last of them, and the status.
+@pytest.mark.parametrize("lines, status, message", [
+    (b"\xff\xfe/\0", 2, "list: is UTF-16; it must be UTF-8"),
+    (b"a\tb\n", 1, "list, line 1: ...: has tabs and is no line of a listing"),
+    (b"/readme.txt\n/README.TXT\n", 3, "destination ...: was made by line 1 of this list"),
+    (b"69-1\tf\t8026\t-\t/readme.txt\n", 1, "record ...: is not at ...; the list may be of another volume"),
+])
+def test_a_message_about_a_list_is_given_and_explained(page, directory, tmp_path, lines, status, message):
+    program = os.environ.get("QUARRY_PROGRAM") or is_missing("QUARRY_PROGRAM does not name the program")
+    found = subprocess.run([program, "-exact", "-image", directory / "disk", "-pipe", "-overwrite", "-dst", f"{tmp_path}/"],
+                           check=False, capture_output=True, input=lines)
+    pattern = "err: " + ".*".join(re.escape(part) for part in message.split("..."))
+    said = found.stderr.decode()
+    assert (found.returncode, re.findall(f"^{pattern}", said, re.M) != []) == (status, True), said
     assert message in page

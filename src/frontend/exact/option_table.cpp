@@ -12,7 +12,7 @@ namespace {
 constexpr option_state taken = option_state::taken;
 constexpr option_state not_yet = option_state::not_yet;
 constexpr std::string_view no_effect = "it has no effect";
-constexpr std::string_view choose_lines = "choose the lines ahead of -pipe";
+constexpr std::string_view choose_lines = "choose the lines before -pipe, with grep";
 
 constexpr option_row row(std::string_view name, option id, unsigned values, option_state state,
                          bool repeatable = false) {

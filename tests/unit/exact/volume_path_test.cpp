@@ -90,7 +90,10 @@ TEST(volume_path, may_name_a_stream_of_the_root) {
 
 TEST(volume_path, has_no_empty_name_and_no_dots) {
     EXPECT_EQ(refusal("/a//b"), "path \"/a//b\": has an empty name");
-    EXPECT_EQ(refusal("/a/"), "path \"/a/\": has an empty name");
+    EXPECT_EQ(refusal("/a/"), "path \"/a/\": has an empty name; leave the separator at its end out");
+    EXPECT_EQ(refusal("\\a\\b\\"),
+              "path \"\\a\\b\\\": has an empty name; leave the separator at its end out");
+    EXPECT_EQ(refusal("//"), "path \"//\": has an empty name");
     EXPECT_EQ(refusal(""), "path \"\": has an empty name");
     EXPECT_EQ(refusal("/a/:s"), "path \"/a/:s\": has an empty name");
     EXPECT_EQ(refusal("/a/./b"), "path \"/a/./b\": has a name \".\"");

@@ -299,7 +299,7 @@ TEST(exact_options, an_empty_path_is_refused) {
 TEST(exact_options, every_option_of_the_default_mode_alone_is_refused_with_a_hint) {
     EXPECT_EQ(refusal_of(whole + "-meta"), "-meta is not taken with -exact: say -manifest");
     EXPECT_EQ(refusal_of(whole + "-filter *.txt"),
-              "-filter is not taken with -exact: choose the lines ahead of -pipe");
+              "-filter is not taken with -exact: choose the lines before -pipe, with grep");
     EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
               "-skip_sparse_clusters is not taken with -exact: say -sparse");
     EXPECT_EQ(refusal_of(whole + "-skip_sparse_clusters"),
