@@ -19,7 +19,7 @@ quarry_packages() {
             dosfstools e2fsprogs qemu-utils sleuthkit python3-libfsntfs libwim-dev ewf-tools xz-utils attr strace \
             util-linux mount coreutils binutils ;;
         docs) echo mandoc jq zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
-            libvhdi-utils sleuthkit ;;
+            libvhdi-utils sleuthkit procps ;;
         # Servers: not for a machine that somebody works on.
         cluster) echo slurm-wlm munge dropbear-bin ;;
         devices) echo dmsetup ;;
