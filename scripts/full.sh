@@ -5,6 +5,7 @@
 #             which somebody works on should not have; a container is a good place.
 #   devices   a device with a sector that cannot be read. It wants root and a kernel with a device mapper.
 #   damage    scripts/damage.sh with all its cases, some 15 minutes on two cores
+#   oracle    a million damaged volumes, each copy of the exact mode judged by the second reader, some 30 minutes
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
 #   package   scripts/package.sh --compile: the source tarball compiled too, some 5 minutes
 #   tidy      scripts/lint.sh deep: the static analyzer without the bound that it has there otherwise, 10 minutes
@@ -19,7 +20,7 @@ if [ "${1:-}" = --install ]; then
     shift
 fi
 parts=("$@")
-[ $# -gt 0 ] || parts=(servers devices package damage fuzz tidy)
+[ $# -gt 0 ] || parts=(servers devices package damage oracle fuzz tidy)
 cd "$QUARRY_ROOT"
 
 servers() {
@@ -34,6 +35,12 @@ devices() {
     CI=true QUARRY_PROGRAM="$QUARRY" /usr/bin/python3 -B -m pytest -q -p no:cacheprovider tests/real/on_device_mapper.py
 }
 
+oracle() {
+    quarry_need build test && quarry_build release exact_damage || return 1
+    quarry_say "a million damaged volumes"
+    /usr/bin/python3 -B tests/oracle/damage.py --program build/release/tests/exact_damage --cases 1000000
+}
+
 failed=()
 for part in "${parts[@]}"; do
     case $part in
@@ -41,9 +48,10 @@ for part in "${parts[@]}"; do
         devices) devices || failed+=("$part") ;;
         package) scripts/package.sh --compile || failed+=("$part") ;;
         damage) scripts/damage.sh 200000 || failed+=("$part") ;;
+        oracle) oracle || failed+=("$part") ;;
         fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
         tidy) scripts/lint.sh deep || failed+=("$part") ;;
-        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [fuzz] [tidy]" >&2; exit 2 ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [oracle] [fuzz] [tidy]" >&2; exit 2 ;;
     esac
 done
 if [ ${#failed[@]} -gt 0 ]; then
