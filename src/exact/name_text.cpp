@@ -14,10 +14,12 @@ constexpr bool is_low_surrogate(std::uint32_t unit) {
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Characters that act instead of being seen: C0, DEL, C1 and those that turn the direction of writing.
+// Characters that act instead of being seen: C0, DEL, C1, those that end a line or turn the direction of
+// writing, and those that have no width, with which two names look like one.
 constexpr bool acts(std::uint32_t unit) {
-    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x061C || unit == 0x200E ||
-           unit == 0x200F || (unit >= 0x202A && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
+    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x061C ||
+           (unit >= 0x200B && unit <= 0x200F) || (unit >= 0x2028 && unit <= 0x202E) ||
+           (unit >= 0x2066 && unit <= 0x2069) || unit == 0xFEFF;
 }
 
 void append_utf8(std::string& out, std::uint32_t point) {

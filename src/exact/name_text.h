@@ -21,8 +21,8 @@ namespace quarry::exact {
 // The little-endian units of a name on the disk; a last odd byte is left out.
 [[nodiscard]] std::u16string units_of_bytes(byte_view bytes);
 
-// A name in canonical form. Control characters, DEL, bidirectional controls, unpaired surrogates and "/" are
-// written as \uXXXX.
+// A name in canonical form. Control characters, DEL, separators of lines and paragraphs, bidirectional
+// controls, characters without a width, unpaired surrogates and "/" are written as \uXXXX.
 [[nodiscard]] std::string shown_name(std::u16string_view units);
 
 // Text that somebody typed, for a message: as it is, but for characters that would act on a terminal, which

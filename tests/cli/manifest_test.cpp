@@ -71,6 +71,7 @@ TEST_F(manifests, have_a_line_for_each_copy_and_for_each_that_failed) {
     expect_in(all[1], R"("copy":null,)");
     expect_in(all[2], R"("error":{"code":"source-open","where":"source nothing",)");
     expect_in(all[2], R"("line":null)");
+    expect_in(all[2], R"("object":{"asked":"/a","path":null,)");
     expect_in(all[2], R"("volume":{"serial":null,"label":null,)");
 }
 
@@ -179,10 +180,11 @@ TEST_F(manifests, end_the_run_where_there_is_no_room_for_a_line) {
               {.standard_input = "/a.txt\n/b.txt\n", .file_size_limit = before.size() + 100});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err,
-              "ok: /a.txt -> out/a.txt (6 bytes, sha256 " + hello_sha256 +
+              "err: manifest m.jsonl: the copy stands, its line is missing: No space left on device\n"
+              "doubt: /a.txt -> out/a.txt (6 bytes, sha256 " +
+                  hello_sha256 +
                   ")\n"
-                  "err: manifest m.jsonl: the copy stands, its line is missing: No space left on device\n"
-                  "list: 1 asked, 1 complete, 0 in doubt, 0 failed, 0 kept\n");
+                  "list: 1 asked, 0 complete, 1 in doubt, 0 failed, 0 kept\n");
     // What was written of the line is gone again, and the copy is there.
     EXPECT_EQ(text("m.jsonl"), before);
     EXPECT_EQ(text("out/a.txt"), "hello\n");

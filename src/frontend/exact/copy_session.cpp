@@ -38,7 +38,7 @@ copy_end copy_outcome::end() const {
     if (copied->kept) {
         return copy_end::kept;
     }
-    return told.in_doubt() ? copy_end::in_doubt : copy_end::complete;
+    return told.in_doubt() || !is_recorded ? copy_end::in_doubt : copy_end::complete;
 }
 
 copy_outcome copy_session::carry_out(const copy_order& order) {
@@ -69,9 +69,14 @@ void copy_session::end_with(copy_outcome& outcome, object_facts known) {
     if (outcome.copied) {
         outcome.copied->until_recorded.reset();
     }
+    outcome.is_recorded = recorded.has_value();
+    m_must_end = m_must_end || !recorded;
+    // What is missing of a copy is said before the copy is; of a failure the failure comes first.
+    if (!recorded && outcome.copied) {
+        m_means.messages.err(recorded.error().text());
+    }
     say(outcome);
-    if (!recorded) {
-        m_must_end = true;
+    if (!recorded && !outcome.copied) {
         m_means.messages.err(recorded.error().text());
     }
 }

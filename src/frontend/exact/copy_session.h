@@ -36,6 +36,8 @@ struct copy_outcome {
     std::uint64_t line = 1;
     result<finished_copy> copied;
     notices told;  // warnings and doubts
+    // False if its line of the manifest could not be written: a copy that is not on record is in doubt.
+    bool is_recorded = true;
 
     [[nodiscard]] copy_end end() const;
 };

@@ -321,9 +321,10 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
 
 // A run that ended before its first copy has its line in the manifest as a copy has. Gives the failure of
 // that line in place of `why` if it cannot be written.
-ended recorded(ended why, manifest* evidence, exact_messages& messages) {
+ended recorded(ended why, const exact_options& options, manifest* evidence, exact_messages& messages) {
     if (evidence != nullptr) {
-        if (auto added = evidence->add_ended_run(why.why); !added) {
+        const auto asked = options.object ? std::optional(text_of(*options.object)) : std::nullopt;
+        if (auto added = evidence->add_ended_run(why.why, asked); !added) {
             messages.err(why.why.text());
             return {exit_status::failed, std::move(added.error())};
         }
@@ -379,7 +380,9 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
                     .and_then([&] {
                         return read_and_copy(options, *source_files, lines, guard, messages, evidence.get());
                     })
-                    .map_error([&](ended why) { return recorded(std::move(why), evidence.get(), messages); });
+                    .map_error([&](ended why) {
+                        return recorded(std::move(why), options, evidence.get(), messages);
+                    });
             });
     if (!status) {
         messages.err(status.error().why.text());

@@ -119,12 +119,13 @@ result<void> manifest::add(record added) {
     return append(entry);
 }
 
-result<void> manifest::add_ended_run(const failure& why) {
+result<void> manifest::add_ended_run(const failure& why, std::optional<std::string> asked) {
     manifest_entry entry{m_run, m_source};
     entry.finished = now();
     entry.outcome = "failed";
     entry.error = &why;
     entry.warnings = m_warnings;
+    entry.object.asked = std::move(asked);
     entry.object.raw = m_options.raw;
     return append(entry);
 }

@@ -17,6 +17,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarry::exact {
@@ -50,8 +53,9 @@ class manifest {
     };
     // Fails with manifest; the reason says whether there is a copy whose line is missing.
     [[nodiscard]] result<void> add(record added);
-    // The same for a run that ends before its first copy.
-    [[nodiscard]] result<void> add_ended_run(const failure& why);
+    // The same for a run that ends before its first copy. `asked` is the object of the command line; nothing
+    // for a list.
+    [[nodiscard]] result<void> add_ended_run(const failure& why, std::optional<std::string> asked);
 
   private:
     struct only_by_open {};

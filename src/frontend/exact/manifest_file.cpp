@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -18,6 +19,7 @@ namespace quarry::exact {
 namespace {
 
 constexpr ::mode_t new_file_mode = 0666;
+constexpr std::chrono::milliseconds between_attempts{20};
 
 tl::unexpected<failure> refused(const std::string& where, std::string_view why) {
     return fail(failure_code::manifest, where, std::string(why));
@@ -80,7 +82,8 @@ void sync_directory_of(const std::string& path) {
 
 }  // namespace
 
-result<std::unique_ptr<manifest_file>> manifest_file::open(const std::string& path, output_guard& guard) {
+result<std::unique_ptr<manifest_file>> manifest_file::open(const std::string& path, output_guard& guard,
+                                                           std::chrono::milliseconds patience) {
     const std::string where = "manifest " + shown_typed(path);
     if (auto checked = check_path(path, where, guard); !checked) {
         return passed_on(checked);
@@ -90,7 +93,7 @@ result<std::unique_ptr<manifest_file>> manifest_file::open(const std::string& pa
     if (descriptor < 0) {
         return refused(where, std::strerror(errno));
     }
-    auto file = std::make_unique<manifest_file>(descriptor, where, only_by_open{});
+    auto file = std::make_unique<manifest_file>(descriptor, where, patience, only_by_open{});
     struct ::stat status {};
     if (::fstat(descriptor, &status) != 0) {
         return refused(where, std::strerror(errno));
@@ -105,6 +108,11 @@ result<std::unique_ptr<manifest_file>> manifest_file::open(const std::string& pa
     if (size == 0) {
         sync_directory_of(path);
     }
+    // Who keeps it locked would keep the first line out, too.
+    if (auto locked = file->lock(); !locked) {
+        return passed_on(locked);
+    }
+    ::flock(descriptor, LOCK_UN);
     guard.protect_file(path);
     return file;
 }
@@ -113,10 +121,28 @@ manifest_file::~manifest_file() {
     ::close(m_descriptor);
 }
 
+// Another run may append to the same file; none takes away what the other has just written.
+result<void> manifest_file::lock() const {
+    const auto end = std::chrono::steady_clock::now() + m_patience;
+    while (uninterrupted([&] { return ::flock(m_descriptor, LOCK_EX | LOCK_NB); }) != 0) {
+        if (errno != EWOULDBLOCK) {
+            return refused(m_where, std::strerror(errno));
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return refused(m_where, "another program keeps it locked");
+        }
+        std::this_thread::sleep_for(between_attempts);
+    }
+    return {};
+}
+
 result<void> manifest_file::append(std::string_view line) {
-    // Another run may append to the same file; none takes away what the other has just written.
-    if (uninterrupted([&] { return ::flock(m_descriptor, LOCK_EX); }) != 0) {
-        return refused(m_where, std::strerror(errno));
+    if (line.size() > longest_manifest_line + 1) {
+        return refused(m_where, "it has " + std::to_string(line.size() - 1) + " bytes, " +
+                                    std::to_string(longest_manifest_line) + " are possible");
+    }
+    if (auto locked = lock(); !locked) {
+        return locked;
     }
     struct ::stat before {};
     int error = ::fstat(m_descriptor, &before) == 0 ? 0 : errno;

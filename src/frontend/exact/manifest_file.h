@@ -8,6 +8,7 @@
 #include "exact/failure.h"
 #include "frontend/output/output_guard.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -16,17 +17,22 @@ namespace quarry::exact {
 
 class manifest_file {
   public:
+    // How long another program may keep the file locked. Signals wait as long: the copy whose line is to be
+    // written has its name already. Another run needs the lock for one line.
+    static constexpr std::chrono::milliseconds lock_patience{10000};
+
     // Opens the file or makes it, and protects it from the run's own copies. Fails with manifest for a path
     // that leads to the source, the log or a standard stream, for a link, for what is no regular file, for a
     // file that does not begin as a manifest does or does not end with a line feed, and if the system refuses
-    // it.
-    [[nodiscard]] static result<std::unique_ptr<manifest_file>> open(const std::string& path,
-                                                                     output_guard& guard);
+    // it. Fails also if another program keeps the file locked for longer than `patience`.
+    [[nodiscard]] static result<std::unique_ptr<manifest_file>> open(
+        const std::string& path, output_guard& guard, std::chrono::milliseconds patience = lock_patience);
     manifest_file(const manifest_file&) = delete;
     manifest_file& operator=(const manifest_file&) = delete;
     ~manifest_file();
 
-    // Appends one line, with its line feed, and brings it to the disk. Fails with manifest, whose reason is
+    // Appends one line, with its line feed, and brings it to the disk. Fails with manifest, for a line that
+    // is longer than any that is read again, while another program keeps the file locked, and otherwise with
     // the system's word; the file then ends as it did before.
     [[nodiscard]] result<void> append(std::string_view line);
 
@@ -39,12 +45,15 @@ class manifest_file {
     struct only_by_open {};
 
   public:
-    manifest_file(int descriptor, std::string where, only_by_open)
-        : m_descriptor(descriptor), m_where(std::move(where)) {}
+    manifest_file(int descriptor, std::string where, std::chrono::milliseconds patience, only_by_open)
+        : m_descriptor(descriptor), m_where(std::move(where)), m_patience(patience) {}
 
   private:
+    [[nodiscard]] result<void> lock() const;
+
     int m_descriptor;
     std::string m_where;
+    std::chrono::milliseconds m_patience;
 };
 
 }  // namespace quarry::exact

@@ -7,6 +7,7 @@
 #include "foundation/rfc3339.h"
 #include "frontend/usage.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -27,14 +28,30 @@ json text_or_null(const std::string& text) {
     return text.empty() ? json(nullptr) : json(text);
 }
 
-// A path of the host is bytes. Where they are no UTF-8, U+FFFD takes their place when the line is written,
-// and the bytes are added as hexadecimal digits.
-void add_path(json& object, const std::string& path) {
-    object["path"] = path;
-    if (!units_of_utf8(path)) {
-        std::string digits;
-        hex_text(digits, path.data(), path.size(), false);
-        object["path_bytes"] = digits;
+std::string digits_of(const std::string& bytes) {
+    std::string digits;
+    hex_text(digits, bytes.data(), bytes.size(), false);
+    return digits;
+}
+
+// A path of the host, and whatever else the user types, is bytes. Where they are no UTF-8, U+FFFD takes their
+// place when the line is written, and a member "NAME_bytes" has them as hexadecimal digits.
+void add_typed(json& object, const std::string& name, const std::string& typed) {
+    object[name] = typed;
+    if (!units_of_utf8(typed)) {
+        object[name + "_bytes"] = digits_of(typed);
+    }
+}
+
+void add_arguments(json& object, const std::vector<std::string>& arguments) {
+    object["arguments"] = arguments;
+    if (!std::all_of(arguments.begin(), arguments.end(),
+                     [](const std::string& each) { return units_of_utf8(each).has_value(); })) {
+        json all = json::array();
+        for (const std::string& each : arguments) {
+            all.push_back(digits_of(each));
+        }
+        object["arguments_bytes"] = std::move(all);
     }
 }
 
@@ -69,11 +86,15 @@ json tool() {
 }
 
 json run_of(const manifest_entry& entry) {
-    return {{"started", time_of_host(entry.run.started)},
-            {"host", entry.run.host},
-            {"directory", text_or_null(entry.run.directory)},
-            {"arguments", entry.run.arguments},
-            {"line", or_null(entry.line)}};
+    json members = {{"started", time_of_host(entry.run.started)}, {"host", entry.run.host}};
+    if (entry.run.directory.empty()) {
+        members["directory"] = nullptr;
+    } else {
+        add_typed(members, "directory", entry.run.directory);
+    }
+    add_arguments(members, entry.run.arguments);
+    members["line"] = or_null(entry.line);
+    return members;
 }
 
 json error_of(const failure* error) {
@@ -98,7 +119,7 @@ json source_of(const manifest_entry& entry) {
     json files = json::array();
     for (const source_file& file : source.files) {
         json added = json::object();
-        add_path(added, file.path);
+        add_typed(added, "path", file.path);
         added["size"] = or_null(file.size);
         const bool is_first = files.empty();
         added["acquired_md5"] = is_first ? text_or_null(source.acquired_md5) : nullptr;
@@ -169,7 +190,11 @@ json compression_of(const stream_facts& stream) {
 
 json object_of(const object_facts& object) {
     json members;
-    members["asked"] = or_null(object.asked);
+    if (object.asked) {
+        add_typed(members, "asked", *object.asked);
+    } else {
+        members["asked"] = nullptr;
+    }
     members["path"] = object.path ? json(shown_path(*object.path)) : json(nullptr);
     members["links"] = object.links;
     members["entry"] = object.entry ? json(object.entry->self.entry) : json(nullptr);
@@ -209,7 +234,7 @@ json copy_of(const std::optional<copy_facts>& copy) {
         return nullptr;
     }
     json members;
-    add_path(members, copy->path);
+    add_typed(members, "path", copy->path);
     members["size"] = copy->size;
     members["md5"] = text_or_null(copy->md5);
     members["sha256"] = text_or_null(copy->sha256);

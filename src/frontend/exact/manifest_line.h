@@ -10,6 +10,7 @@
 #include "exact/failure.h"
 #include "frontend/exact/object_facts.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ namespace quarry::exact {
 // What every line of a manifest begins with, whatever its version.
 inline constexpr std::string_view manifest_start = "{\"schema\":\"quarry-manifest/";
 inline constexpr std::string_view manifest_schema = "quarry-manifest/1";
+
+// The longest line that is written and read, in bytes without its line feed.
+inline constexpr std::size_t longest_manifest_line = 0x1000000;
 
 // The same for all copies of a run.
 struct run_facts {

@@ -63,14 +63,18 @@ std::optional<std::string> bytes_of_digits(const std::string& digits) {
     return bytes;
 }
 
-// The path of a file of the host, to the byte.
-std::optional<std::string> path_of(const json& object) {
-    const json& bytes = member(object, "path_bytes");
+// What a user typed or the host calls a file, to the byte.
+std::optional<std::string> typed_of(const json& object, const std::string& name) {
+    const json& bytes = member(object, (name + "_bytes").c_str());
     if (bytes.is_string()) {
         return bytes_of_digits(bytes.get<std::string>());
     }
-    const json& path = member(object, "path");
-    return path.is_string() ? std::optional(path.get<std::string>()) : std::nullopt;
+    const json& text = member(object, name.c_str());
+    return text.is_string() ? std::optional(text.get<std::string>()) : std::nullopt;
+}
+
+std::optional<std::string> path_of(const json& object) {
+    return typed_of(object, "path");
 }
 
 // A path from the root on, without "." and doubled separators, so that one file typed in two ways is one.
@@ -211,9 +215,7 @@ bool complete_copies::add_line(std::string_view text) {
     if (member(line, "schema") != manifest_schema || !path) {
         return true;
     }
-    const json& directory_member = member(member(line, "run"), "directory");
-    const std::string directory =
-        directory_member.is_string() ? directory_member.get<std::string>() : std::string();
+    const std::string directory = typed_of(member(line, "run"), "directory").value_or(std::string());
     const copy_key place = key_of_path(directory, *path);
     m_held.erase(place);
     key_maker maker;

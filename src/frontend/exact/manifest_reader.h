@@ -17,9 +17,6 @@
 
 namespace quarry::exact {
 
-// The longest line that is read, in bytes.
-inline constexpr std::size_t longest_manifest_line = 0x1000000;
-
 // What was copied: one object of one source to one path. Or a path alone.
 using copy_key = std::array<std::uint8_t, 16>;
 

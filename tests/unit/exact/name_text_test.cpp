@@ -24,6 +24,15 @@ TEST(name_text, escapes_what_acts_on_a_terminal) {
     EXPECT_EQ(shown_name(u"\x202E"), "\\u202E");
 }
 
+TEST(name_text, escapes_what_ends_a_line_turns_it_or_has_no_width) {
+    EXPECT_EQ(shown_name(u"a\x2028z\x2029"), "a\\u2028z\\u2029");
+    EXPECT_EQ(shown_name(u"\x200B\x200C\x200D\x200E\x200F"), "\\u200B\\u200C\\u200D\\u200E\\u200F");
+    EXPECT_EQ(shown_name(u"\x202A\x202E\x2066\x2069\xFEFF"), "\\u202A\\u202E\\u2066\\u2069\\uFEFF");
+    // Their neighbours are characters like any other.
+    EXPECT_EQ(shown_name(u"\x200A\x2010\x2027\x202F\xFF01"), "\u200A\u2010\u2027\u202F\uFF01");
+    EXPECT_EQ(shown_typed("a\u2028\u200B\uFEFF"), "a\\u2028\\u200B\\uFEFF");
+}
+
 TEST(name_text, escapes_surrogates_without_a_partner) {
     EXPECT_EQ(shown_name(u"\xD800"), "\\uD800");
     EXPECT_EQ(shown_name(u"\xDC00\xD800"), "\\uDC00\\uD800");

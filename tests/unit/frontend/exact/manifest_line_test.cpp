@@ -50,4 +50,16 @@ TEST(manifest_line, keeps_the_bytes_of_a_path_that_is_no_utf_8) {
     EXPECT_FALSE(has(manifest_line(manifest_entry{run, source}), "path_bytes"));
 }
 
+TEST(manifest_line, keeps_the_bytes_of_whatever_was_typed_in_no_utf_8) {
+    // The first is a surrogate without a partner.
+    const run_facts odd = {0, "lab1", "/c\xED\xA0\x80", {"quarry", "-src", "/\xFF"}};
+    manifest_entry entry{odd, source};
+    entry.object.asked = "/\xFF";
+    const std::string line = manifest_line(entry);
+    EXPECT_TRUE(has(line, R"("directory_bytes":"2f63eda080",)"));
+    EXPECT_TRUE(has(line, R"("arguments_bytes":["717561727279","2d737263","2fff"],)"));
+    EXPECT_TRUE(has(line, R"("asked_bytes":"2fff",)"));
+    EXPECT_FALSE(has(manifest_line(manifest_entry{run, source}), "_bytes"));
+}
+
 }  // namespace quarry::test
