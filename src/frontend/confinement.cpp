@@ -35,6 +35,7 @@ constexpr std::uint64_t reading = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS
 constexpr std::uint64_t writing_a_file = LANDLOCK_ACCESS_FS_WRITE_FILE | access_truncate;
 constexpr std::uint64_t writing_in_a_directory =
     writing_a_file | LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_REMOVE_FILE;
+constexpr std::uint64_t making_directories = LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_REMOVE_DIR;
 // What a rule for anything but a directory may hold.
 constexpr std::uint64_t rights_on_a_file = LANDLOCK_ACCESS_FS_READ_FILE | writing_a_file;
 
@@ -418,7 +419,8 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     for (const std::string& directory : files.sealed_dirs) {
         // It is opened itself, to be synced.
         rules.allow(directory, writing_in_a_directory | LANDLOCK_ACCESS_FS_READ_DIR |
-                                   (files.makes_dirs ? std::uint64_t{LANDLOCK_ACCESS_FS_MAKE_DIR} : 0));
+                                   (files.reads_sealed ? std::uint64_t{LANDLOCK_ACCESS_FS_READ_FILE} : 0) |
+                                   (files.makes_dirs ? making_directories : 0));
     }
     return rules.is_complete() && kernel.give_up_new_rights() == 0 &&
            kernel.restrict_self(rules_descriptor.get()) == 0;

@@ -32,7 +32,8 @@ struct needed_files {
     // Directories in which outputs are made under another name, renamed and brought to the disk. No link in
     // them is followed.
     std::vector<std::string> sealed_dirs = {};
-    bool makes_dirs = false;  // below those, directories too
+    bool reads_sealed = false;  // files in those
+    bool makes_dirs = false;    // below those, directories too, which may be removed again
 };
 
 // Directories that every run reads: where devices and mounts are described. The local time zone is known

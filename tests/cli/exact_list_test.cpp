@@ -85,9 +85,11 @@ TEST_F(exact_list, tells_a_line_that_fails_and_goes_on) {
     const program_result result = copy("/none\n/a.txt\n/\xFF\n24-2\n25\n/a//b\n24-1:Note\n");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(told(result, "err: "),
-              (words{"err: path \"/none\": no such name", "err: list, line 3: \"/\\xFF\": is not UTF-8",
-                     "err: record 24: has sequence number 1, the reference says 2 (source byte 0xA010)",
-                     "err: record 25: is a directory; name a stream",
+              (words{"err: list, line 1: path \"/none\": no such name",
+                     "err: list, line 3: \"/\\xFF\": is not UTF-8",
+                     "err: list, line 4: record 24: has sequence number 1, the reference says 2 (source byte "
+                     "0xA010)",
+                     "err: list, line 5: record 25: is a directory; name a stream",
                      "err: list, line 6: path \"/a//b\": has an empty name"}));
     EXPECT_EQ(told(result, "ok: "),
               (words{"ok: /a.txt -> out/a.txt (6 bytes)", "ok: 24-1:Note -> out/a.txt_Note (5 bytes)"}));
@@ -147,8 +149,9 @@ TEST_F(exact_list, needs_a_directory) {
 TEST_F(exact_list, does_not_copy_a_listing_of_another_volume) {
     const program_result result = copy("24-1\tf\t6\t2026-11-22T00:35:43.6281234Z\t/docs/b.txt\n");
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(told(result, "err: "),
-              words{"err: record 24: is not at \"/docs/b.txt\"; the list may be of another volume"});
+    EXPECT_EQ(
+        told(result, "err: "),
+        words{"err: list, line 1: record 24: is not at \"/docs/b.txt\"; the list may be of another volume"});
     EXPECT_EQ(made(), words{});
 }
 
@@ -157,8 +160,8 @@ TEST_F(exact_list, believes_no_directory_that_a_listing_gives_a_file) {
     for (const std::string path : {"/docs/a.txt", "/Users/victim/a.txt", "/?/a.txt", "/", "/?/24-1"}) {
         const program_result result = copy(head + path + "\n", {"-tree"});
         EXPECT_EQ(result.status, 1) << path;
-        EXPECT_EQ(told(result, "err: "),
-                  words{"err: record 24: is not at \"" + path + "\"; the list may be of another volume"});
+        EXPECT_EQ(told(result, "err: "), words{"err: list, line 1: record 24: is not at \"" + path +
+                                               "\"; the list may be of another volume"});
     }
     EXPECT_EQ(made(), words{});
     const program_result result = copy("26-1\tf\t6\t-\t/docs/a.txt\n", {"-tree", "-diags", "log"});
@@ -168,7 +171,7 @@ TEST_F(exact_list, believes_no_directory_that_a_listing_gives_a_file) {
 
 TEST_F(exact_list, never_replaces_a_copy_of_the_same_run) {
     const std::string list = "/a.txt\n/docs/a.txt\n";
-    const words refused = {"err: destination out/a.txt: was made by line 1 of this list"};
+    const words refused = {"err: list, line 2: destination out/a.txt: was made by line 1 of this list"};
     for (const words& more : {words{}, words{"-overwrite"}}) {
         fs::remove(m_dir / "out/a.txt");
         const program_result result = copy(list, more);
@@ -178,7 +181,7 @@ TEST_F(exact_list, never_replaces_a_copy_of_the_same_run) {
     }
     // A copy of an earlier run is another matter.
     EXPECT_EQ(told(copy("/docs/a.txt\n"), "err: "),
-              words{"err: destination out/a.txt: exists; say -overwrite"});
+              words{"err: list, line 1: destination out/a.txt: exists; say -overwrite"});
     EXPECT_EQ(copy("/docs/a.txt\n", {"-overwrite"}).status, 0);
     EXPECT_EQ(text("out/a.txt"), "other\n");
 }
@@ -189,7 +192,8 @@ TEST_F(exact_list, never_replaces_a_copy_that_it_kept) {
         copy("/a.txt\n/docs/a.txt\n", {"-manifest", "m.jsonl", "-resume", "-overwrite"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(told(result, "kept: "), words{"kept: /a.txt"});
-    EXPECT_EQ(told(result, "err: "), words{"err: destination out/a.txt: was made by line 1 of this list"});
+    EXPECT_EQ(told(result, "err: "),
+              words{"err: list, line 2: destination out/a.txt: was made by line 1 of this list"});
     EXPECT_EQ(text("out/a.txt"), "hello\n");
 }
 
@@ -203,7 +207,7 @@ TEST_F(exact_list, with_a_tree_is_not_held_up_by_a_file_beside_it) {
 TEST_F(exact_list, quiet_says_errors_only_and_logs_all) {
     const program_result result = copy("/a.txt\n/none\n", {"-quiet", "-diags", "log"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err, "err: path \"/none\": no such name\n");
+    EXPECT_EQ(result.err, "err: list, line 2: path \"/none\": no such name\n");
     const std::string log = text("log");
     EXPECT_EQ(log.substr(log.find("->info: path /a.txt")),
               "->info: path /a.txt\n"
@@ -213,7 +217,7 @@ TEST_F(exact_list, quiet_says_errors_only_and_logs_all) {
               "->ok: /a.txt -> out/a.txt (6 bytes)\n"
               "->info: result complete\n"
               "->info: path /none\n"
-              "->err: path \"/none\": no such name\n"
+              "->err: list, line 2: path \"/none\": no such name\n"
               "->info: result failed\n"
               "->list: 2 asked, 1 complete, 0 in doubt, 1 failed, 0 kept\n"
               "->exit: 3\n");
@@ -229,8 +233,8 @@ TEST_F(exact_list, of_hostile_names_reaches_no_terminal_and_no_other_directory) 
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(made(), (words{"\\u001B[2J", "a\\u002Fb"}));
     EXPECT_EQ(result.err.find('\x1B'), std::string::npos);
-    EXPECT_EQ(told(result, "err: destination"),
-              words{"err: destination \"..\": is no name for a file; name the file with -dst"});
+    EXPECT_EQ(told(result, "err: list, line 3: "),
+              words{"err: list, line 3: destination \"..\": is no name for a file; name the file with -dst"});
 }
 
 TEST_F(exact_list, with_tree_makes_the_directories_of_each_path) {
@@ -253,10 +257,46 @@ TEST_F(exact_list, with_tree_makes_no_directory_for_what_is_not_there_and_follow
     fs::create_symlink("../elsewhere", m_dir / "out/docs");
     const program_result result = copy("/docs/none\n/docs/a.txt\n/a.txt\n", {"-tree"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(told(result, "err: "),
-              (words{"err: path \"/docs/none\": no such name", "err: destination out/docs: is a link"}));
+    EXPECT_EQ(told(result, "err: "), (words{"err: list, line 1: path \"/docs/none\": no such name",
+                                            "err: list, line 2: destination out/docs: is a link"}));
     EXPECT_EQ(made(), (words{"a.txt", "docs"}));
     EXPECT_TRUE(fs::is_empty(m_dir / "elsewhere"));
+}
+
+TEST_F(exact_list, with_tree_removes_the_directories_that_it_made_for_a_copy_that_failed) {
+    fs::create_directory(m_dir / "out/docs");
+    const auto copy_with_room = [this](const std::string& room) {
+        return run({"-exact", "-image", "volume", "-pipe", "-dst", "out/", "-tree"},
+                   {.standard_input = "/docs/a.txt\n/other/sub/b.txt:Note\n",
+                    .environment = {{"LD_PRELOAD", QUARRY_FAILING_HOST}, {"ROOM", room}}});
+    };
+    // Of 6 and 5 bytes neither has room; "docs" was there before.
+    const program_result result = copy_with_room("3");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(told(result, "err: "),
+              (words{"err: list, line 1: destination out/docs/: No space left on device",
+                     "err: list, line 2: destination out/other/sub/: No space left on device"}));
+    EXPECT_EQ(made(), words{"docs"});
+    EXPECT_EQ(copy_with_room("5").status, 3);
+    EXPECT_EQ(made(), (words{"docs", "other", "other/sub", "other/sub/b.txt_Note"}));
+}
+
+TEST_F(exact_list, with_tree_makes_no_directory_of_a_path_that_is_too_long_for_the_host) {
+    volume_builder volume({.system_files = true});
+    std::uint64_t parent = 5;
+    for (int level = 0; level < 17; ++level) {
+        parent = volume.add_directory(std::string(240, 'd'), parent).entry();
+    }
+    volume.add_file("a.txt", parent).stored_data(to_bytes("hello\n"));
+    write_file(m_dir / "volume", volume.image());
+    const program_result result = copy(std::to_string(parent + 1) + "\n", {"-tree"});
+    EXPECT_EQ(result.status, 1);
+    // 4 bytes of "out/", 17 times 241, and the temporary name of 6.
+    EXPECT_EQ(told(result, "err: "),
+              words{"err: list, line 1: destination out/: with the directories of the path the name has 4107 "
+                    "bytes, 4095 are possible; leave -tree out"});
+    EXPECT_EQ(made(), words{});
+    EXPECT_EQ(copy(std::to_string(parent + 1) + "\n").status, 0);
 }
 
 TEST_F(exact_list, with_tree_puts_what_has_lost_its_way_below_a_question_mark) {

@@ -554,18 +554,40 @@ TEST_F(exact_mode, a_sync_or_a_rename_that_fails_leaves_what_was_there) {
         return run_program(line, {.directory = m_dir.path(), .leaks_allowed = true});
     };
     std::ofstream(m_dir / "copy") << "earlier";
-    for (const std::string call : {"fsync", "renameat"}) {
-        const program_result result = copy(call + ":error=EIO:when=1", {"-dst", "copy", "-overwrite"});
+    // The second sync is that of the directory.
+    for (const std::string call :
+         {"fsync:error=EIO:when=1", "fsync:error=EIO:when=2", "renameat2:error=EIO:when=1"}) {
+        const program_result result = copy(call, {"-dst", "copy", "-overwrite"});
         EXPECT_EQ(result.status, 1) << call;
         EXPECT_NE(result.err.find("Input/output error\n"), std::string::npos) << result.err;
         EXPECT_EQ(text("copy"), "earlier") << call;
         EXPECT_EQ(made(), words{"copy"}) << call;
     }
-    // The second sync is that of the directory.
     EXPECT_EQ(copy("fsync:error=EIO:when=2", {"-dst", "out/"}).status, 1);
     EXPECT_EQ(made(), words{"copy"});
     EXPECT_EQ(copy("fsync:error=EINVAL:when=2", {"-dst", "out/"}).status, 0);
     EXPECT_EQ(text("out/a.txt"), "hello\n");
+}
+
+TEST_F(exact_mode, an_old_kernel_that_cannot_bring_a_name_to_the_disk_says_that_the_copy_has_it) {
+    QUARRY_NEEDS_PROGRAM("strace");
+    const auto overwrite = [this](const words& injected) {
+        words line = {"strace", "-o", "/dev/null", "-e", "inject=renameat2:error=EINVAL"};
+        line.insert(line.end(), injected.begin(), injected.end());
+        line.insert(line.end(), {QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst",
+                                 "copy", "-overwrite"});
+        return run_program(line, {.directory = m_dir.path(), .leaks_allowed = true});
+    };
+    std::ofstream(m_dir / "copy") << "earlier";
+    EXPECT_EQ(overwrite({}).status, 0);
+    EXPECT_EQ(text("copy"), "hello\n");
+    const program_result result = overwrite({"-e", "inject=fsync:error=EIO:when=2"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("err: destination ./: Input/output error; the copy has its name, but that may "
+                              "not be on the disk\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(made(), words{"copy"});
 }
 
 TEST_F(exact_mode, an_old_kernel_gives_the_name_by_a_link) {

@@ -191,6 +191,49 @@ TEST_F(manifests, end_the_run_where_there_is_no_room_for_a_line) {
     EXPECT_FALSE(fs::exists(m_dir / "out/b.txt"));
 }
 
+TEST_F(manifests, whose_line_a_kill_kept_back_get_it_from_the_run_that_goes_on) {
+    const words resume = {"-manifest", "m.jsonl", "-resume"};
+    ASSERT_EQ(copy("/a.txt", resume).status, 0);
+    // As a kill leaves it after the copy got its name and before its line was written.
+    fs::resize_file(m_dir / "m.jsonl", 0);
+    const program_result result = copy("/a.txt", resume);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "warning: destination out/a.txt: was there already, with the same bytes, and has its "
+              "line now\n"
+              "ok: /a.txt -> out/a.txt (6 bytes, sha256 " +
+                  hello_sha256 + ")\n");
+    ASSERT_EQ(lines().size(), 1u);
+    expect_in(lines()[0], R"("result":"complete")");
+    expect_in(lines()[0], R"("copy":{"path":"out/a.txt","size":6,)");
+    EXPECT_EQ(files(), (words{"m.jsonl", "out", "volume"}));
+    EXPECT_EQ(copy("/a.txt", resume).err, "kept: /a.txt\n");
+    EXPECT_EQ(lines().size(), 1u);
+}
+
+TEST_F(manifests, that_go_on_keep_a_file_with_other_bytes) {
+    const words resume = {"-manifest", "m.jsonl", "-resume"};
+    write_file(m_dir / "out/a.txt", to_bytes("jello\n"));
+    write_file(m_dir / "out/b.txt", to_bytes("longer\n"));
+    const program_result same_size = copy("/a.txt", resume);
+    EXPECT_EQ(same_size.status, 1);
+    EXPECT_EQ(same_size.err, "err: destination out/a.txt: exists with other bytes; say -overwrite\n");
+    EXPECT_EQ(text("out/a.txt"), "jello\n");
+    const program_result other_size = copy("/b.txt", resume);
+    EXPECT_EQ(other_size.status, 1);
+    EXPECT_EQ(other_size.err,
+              "err: destination out/b.txt: exists with 7 bytes, the copy has 2; say -overwrite\n");
+    // A file that a line knows is the copy of that line and of no other.
+    ASSERT_EQ(copy("/a.txt", {"-manifest", "m.jsonl", "-overwrite"}).status, 0);
+    fs::copy_file(m_dir / "volume", m_dir / "other");
+    const program_result known =
+        exact({"-image", "other", "-src", "/a.txt", "-dst", "out/", "-manifest", "m.jsonl", "-resume"});
+    EXPECT_EQ(known.err, "err: destination out/a.txt: exists; say -overwrite\n");
+    // Without -resume it is refused as ever.
+    EXPECT_EQ(copy("/a.txt", {"-manifest", "m.jsonl"}).status, 2);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_dir / "out"), fs::directory_iterator()), 2);
+}
+
 TEST_F(manifests, end_a_run_of_one_copy_that_failed_where_there_is_no_room) {
     const program_result result =
         exact({"-image", "volume", "-src", "/none", "-dst", "out/", "-manifest", "m.jsonl"},

@@ -54,7 +54,8 @@ def test_each_name_is_found_and_no_other(make_volume, memory):
               (f"/many/{name_of(number)}0x", "/many/" + name_of(number)[:5], "/many/" + name_of(number).replace(" ", "_", 1))]
     status, lines, target = copies(volume.image, paths + others, memory)
     assert status == 3, lines[-5:]
-    assert [line for line in lines if line.startswith("err: ")] == [f'err: path "{path}": no such name' for path in others]
+    assert [line for line in lines if line.startswith("err: ")] == [
+        f'err: list, line {number}: path "{path}": no such name' for number, path in enumerate(others, len(paths) + 1)]
     found = {entry.name: pathlib.Path(entry.path).read_bytes() for entry in os.scandir(target)}
     assert len(found) == len(numbers)
     assert found == {name_of(number): b"%d" % number for number in numbers}

@@ -1,6 +1,7 @@
 #include "frontend/exact/copy_session.h"
 
 #include "exact/name_text.h"
+#include "frontend/exact/list_lines.h"
 
 #include <utility>
 
@@ -47,6 +48,10 @@ copy_outcome copy_session::carry_out(const copy_order& order) {
     known.asked = order.asked;
     known.raw = m_means.options.raw;
     auto copied = copy_to_destination(m_means, order, told, m_evidence == nullptr ? nullptr : &known);
+    // The record or the directory that a failure names may belong to any of the lines.
+    if (!copied && m_means.options.pipe) {
+        copied.error().where.insert(0, where_line(order.line) + ": ");
+    }
     if (m_source.has_changed()) {
         told.doubt("source-changed", where::source(m_source.shown_path), "changed while it was read");
     }

@@ -53,6 +53,7 @@ class copy_session {
             m_means.is_kept = [evidence](const object_facts& object, const std::string& path) {
                 return evidence->is_kept(object, path);
             };
+            m_means.has_line = [evidence](const std::string& path) { return evidence->has_line_of(path); };
         }
     }
 

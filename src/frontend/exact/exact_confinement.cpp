@@ -10,6 +10,7 @@ needed_files files_needed_by(const exact_options& options, const std::vector<std
     files.read_dirs = host_descriptions();
     if (!options.destination.empty()) {
         files.sealed_dirs = {split_destination(options.destination).directory};
+        files.reads_sealed = options.resume;
         files.makes_dirs = options.tree;
     }
     return files;

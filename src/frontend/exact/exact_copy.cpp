@@ -5,6 +5,8 @@
 #include "foundation/md5.h"
 #include "foundation/sha256.h"
 #include "frontend/exact/copy_object.h"
+#include "frontend/exact/destination_tree.h"
+#include "frontend/exact/earlier_file.h"
 #include "frontend/exact/sealed_file.h"
 
 #include <algorithm>
@@ -127,7 +129,8 @@ result<void> check_target(const copy_means& means, const destination& target) {
         return fail(failure_code::exists, where::destination(shown_typed(target.path())),
                     "was made by line " + std::to_string(*line) + " of this list");
     }
-    return check_destination(target, means.options.overwrite, means.guard);
+    // What is there when a run goes on may be the copy itself.
+    return check_destination(target, means.options.overwrite || means.options.resume, means.guard);
 }
 
 // The name that proves time and digest of the copy, in place of the one in `target`.
@@ -143,8 +146,24 @@ result<void> add_digest(const copy_means& means, destination& target,
 struct copy_place {
     destination target;
     open_directory directory;
-    bool kept = false;  // an earlier run has made the copy
+    made_directories made;      // of the copy's path; gone again unless there is a copy
+    bool kept = false;          // an earlier run has made the copy
+    bool may_be_there = false;  // a file of that size has the name, and no line of the manifest knows it
 };
+
+// The copy of a run that was killed before it could write its line: the same bytes have the name already.
+result<finished_copy> take_earlier_copy(copy_means& means, const destination& target, std::uint64_t line,
+                                        finished_copy finished, notices& told) {
+    finished.destination = target.path();
+    return expect_same_bytes(finished.destination, finished.sha256).map([&] {
+        told.warn("there-already", where::destination(shown_typed(finished.destination)),
+                  "was there already, with the same bytes, and has its line now");
+        if (const auto file = file_at(finished.destination)) {
+            means.made.add(*file, line);
+        }
+        return std::move(finished);
+    });
+}
 
 // The bytes, written to a temporary file and given the name of the target.
 result<finished_copy> write_copy(copy_means& means, found_object& object, std::uint64_t line,
@@ -178,6 +197,9 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
             return passed_on(named);
         }
     }
+    if (place.may_be_there) {
+        return take_earlier_copy(means, target, line, std::move(finished), told);
+    }
     if (options.keep_times) {
         set_times(file, *times, told);
     }
@@ -187,16 +209,42 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
         return passed_on(sealed);
     }
+    place.made.keep();
     means.made.add(file.identity(), line);
     finished.destination = target.path();
     return finished;
 }
 
+// Whether the file at the target may be the copy of a run that was killed. One that a line of the manifest
+// knows, or of another size, is not.
+result<bool> look_at_earlier_copy(const copy_means& means, const destination& target, std::uint64_t size) {
+    const std::string path = target.path();
+    if (!means.has_line || means.options.overwrite || !file_at(path)) {
+        return false;
+    }
+    const auto refused = [&](const std::string& why) {
+        return fail(failure_code::exists, where::destination(shown_typed(path)), why + "; say -overwrite");
+    };
+    if (means.has_line(path)) {
+        return refused("exists");
+    }
+    return size_of_earlier_file(path).and_then([&](std::uint64_t found) -> result<bool> {
+        if (found != size) {
+            return refused("exists with " + std::to_string(found) + " bytes, the copy has " +
+                           std::to_string(size));
+        }
+        return true;
+    });
+}
+
 // The directory of the copy: that of the command line, or the object's own below it.
 result<open_directory> directory_of(const copy_means& means, const found_object& object,
-                                    const std::string& base, notices& told) {
-    return means.options.tree ? open_tree(base, directories_of(means.volume, object, told), means.guard)
-                              : open_directory::at(base);
+                                    const destination& target, notices& told) {
+    // With -md5 the name gets longer.
+    const std::size_t name_bytes = means.options.md5 ? longest_name : target.name.size();
+    return means.options.tree ? open_tree(target.directory, directories_of(means.volume, object, told),
+                                          means.guard, name_bytes)
+                              : open_directory::at(target.directory);
 }
 
 // Where the copy goes: what the command line says, completed with the object's own name.
@@ -211,13 +259,14 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
         }
         target.name = std::move(*name);
     }
-    auto directory = directory_of(means, object, target.directory, told);
+    auto directory = directory_of(means, object, target, told);
     if (!directory) {
         return passed_on(directory);
     }
+    made_directories made(*directory);
     target.directory = directory->path();
     if (means.is_kept && known != nullptr && means.is_kept(*known, target.path())) {
-        return copy_place{std::move(target), std::move(*directory), true};
+        return copy_place{std::move(target), std::move(*directory), std::move(made), true};
     }
     // With -md5 this is not the whole name yet.
     if (!is_named && !means.options.md5) {
@@ -225,7 +274,12 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
             return passed_on(checked);
         }
     }
-    return copy_place{std::move(target), std::move(*directory)};
+    auto may_be_there =
+        look_at_earlier_copy(means, target, object.content->delivered_size(means.options.raw));
+    if (!may_be_there) {
+        return passed_on(may_be_there);
+    }
+    return copy_place{std::move(target), std::move(*directory), std::move(made), false, *may_be_there};
 }
 
 }  // namespace

@@ -48,6 +48,8 @@ struct copy_means {
     warm_directories& directories;
     // With -resume: whether an earlier run has copied the object to a path. Null otherwise.
     std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
+    // The same: whether a line of the manifest has any copy of a path.
+    std::function<bool(const std::string& path)> has_line = nullptr;
 };
 
 // Copies the object of an order to the destination of the options, where the guard lets it, but never over a

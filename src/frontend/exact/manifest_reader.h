@@ -1,6 +1,6 @@
 // What a manifest says of copies that are complete, for a run that goes on where another ended.
 //
-// A manifest is read line by line, and of each complete copy no more than 40 bytes are kept: a digest of the
+// A manifest is read line by line, and of each copy no more than 48 bytes are kept: a digest of the
 // path, one of what was copied and from which source, and the size. A line that is no JSON object ends the
 // reading: a manifest that is damaged proves nothing.
 #pragma once
@@ -37,10 +37,12 @@ class complete_copies {
     // The size in bytes of the copy that `path` holds, if it is that of `key`.
     [[nodiscard]] std::optional<std::uint64_t> size_of(const copy_key& key, const std::string& directory,
                                                        const std::string& path) const;
+    // Whether any line has a copy of that path, complete or in doubt.
+    [[nodiscard]] bool has_line_of(const std::string& directory, const std::string& path) const;
 
   private:
     struct held_copy {
-        copy_key key{};
+        std::optional<copy_key> key;  // nothing if the copy is not complete
         std::uint64_t size = 0;
     };
     std::map<copy_key, held_copy> m_held;  // by the key of the path

@@ -243,15 +243,38 @@ result<void> sealed_file::set_times(const file_times& times) {
     return {};
 }
 
+// Gives the copy a name that another file may have: 0, or the error number.
+int sealed_file::exchange_or_rename(const std::string& name) {
+    const auto exchange = [&] {
+        return ::renameat2(m_directory_fd, m_temporary.c_str(), m_directory_fd, name.c_str(),
+                           RENAME_EXCHANGE) == 0;
+    };
+    if (exchange()) {
+        m_earlier = earlier_file::has_temporary_name;
+        struct ::stat status {};
+        // A directory that came meanwhile is no file to replace.
+        const bool is_directory =
+            ::fstatat(m_directory_fd, m_temporary.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(status.st_mode);
+        return is_directory && exchange() ? EISDIR : 0;
+    }
+    if (errno == ENOENT) {
+        const int error = rename_without_replacing(m_directory_fd, m_temporary.c_str(), name.c_str());
+        if (error != EEXIST) {
+            return error;
+        }
+    } else if (errno != ENOSYS && errno != EINVAL) {
+        return errno;
+    }
+    // A kernel or a file system that does not know the flag.
+    m_earlier = earlier_file::lost;
+    return ::renameat(m_directory_fd, m_temporary.c_str(), m_directory_fd, name.c_str()) == 0 ? 0 : errno;
+}
+
 result<void> sealed_file::give_name(const std::string& name, bool overwrite) {
     const signals_held_back quiet;
-    int error = 0;
-    if (overwrite) {
-        error =
-            ::renameat(m_directory_fd, m_temporary.c_str(), m_directory_fd, name.c_str()) == 0 ? 0 : errno;
-    } else {
-        error = rename_without_replacing(m_directory_fd, m_temporary.c_str(), name.c_str());
-    }
+    const int error = overwrite ? exchange_or_rename(name)
+                                : rename_without_replacing(m_directory_fd, m_temporary.c_str(), name.c_str());
     const std::string place = where::destination(shown_typed(m_directory + name));
     if (error == EEXIST) {
         return fail(failure_code::exists, place, "exists; say -overwrite");
@@ -259,19 +282,37 @@ result<void> sealed_file::give_name(const std::string& name, bool overwrite) {
     if (error != 0) {
         return fail(failure_code::rename, place, std::strerror(error));
     }
-    m_temporary.clear();
-    forget_leftover();
+    if (m_earlier != earlier_file::has_temporary_name) {
+        m_temporary.clear();
+        forget_leftover();
+    }
     return {};
 }
 
-// The name itself must reach the disk. If that fails, a copy that replaced nothing is taken away again.
-result<void> sealed_file::sync_directory(const std::string& name, bool overwrite) {
+// The names themselves must reach the disk. If that fails, what was there before is put back.
+result<void> sealed_file::sync_directory(const std::string& name) {
     if (uninterrupted([&] { return ::fsync(m_directory_fd); }) == 0 || errno == EINVAL) {
+        remove_temporary();
         return {};
     }
     auto told = failed(failure_code::sync, errno);
-    if (!overwrite) {
-        ::unlinkat(m_directory_fd, name.c_str(), 0);
+    const signals_held_back quiet;
+    switch (m_earlier) {
+        case earlier_file::none:
+            ::unlinkat(m_directory_fd, name.c_str(), 0);
+            break;
+        case earlier_file::has_temporary_name:
+            if (::renameat2(m_directory_fd, m_temporary.c_str(), m_directory_fd, name.c_str(),
+                            RENAME_EXCHANGE) != 0) {
+                told.value().why += "; the copy has its name, and the file that it replaced is now " +
+                                    shown_typed(m_directory + m_temporary);
+                m_temporary.clear();
+                forget_leftover();
+            }
+            break;
+        case earlier_file::lost:
+            told.value().why += "; the copy has its name, but that may not be on the disk";
+            break;
     }
     return told;
 }
@@ -286,7 +327,7 @@ result<void> sealed_file::seal(const std::string& name, bool overwrite) {
     if (::close(std::exchange(m_fd, -1)) != 0) {
         return failed(failure_code::write, errno);
     }
-    return give_name(name, overwrite).and_then([&] { return sync_directory(name, overwrite); });
+    return give_name(name, overwrite).and_then([&] { return sync_directory(name); });
 }
 
 }  // namespace quarry::exact

@@ -6,6 +6,9 @@
 //
 //     _3fa07  <- bytes, holes      fsync      renamed to  letter.txt      fsync of the directory
 //
+// A file that is replaced has the temporary name until the directory is on the disk, so that it can be put
+// back.
+//
 // The temporary file is gone when its owner is, or when a signal ends the run. Only SIGKILL leaves it.
 #pragma once
 
@@ -56,7 +59,9 @@ class sealed_file {
     // Gives the file these times; to be called after the last byte. Fails with write.
     [[nodiscard]] result<void> set_times(const file_times& times);
     // Brings everything to the disk and gives the file its name in the directory. A file of that name is
-    // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise.
+    // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise; what
+    // was there before is there again then. Only where the file system cannot exchange two names the copy
+    // keeps the name if the directory cannot be brought to the disk, and the failure says so.
     [[nodiscard]] result<void> seal(const std::string& name, bool overwrite);
 
   private:
@@ -67,7 +72,11 @@ class sealed_file {
     [[nodiscard]] result<void> append_sparsely(std::span<const std::uint8_t> bytes);
     [[nodiscard]] result<void> reach_size(std::uint64_t size);
     [[nodiscard]] result<void> give_name(const std::string& name, bool overwrite);
-    [[nodiscard]] result<void> sync_directory(const std::string& name, bool overwrite);
+    [[nodiscard]] int exchange_or_rename(const std::string& name);
+    [[nodiscard]] result<void> sync_directory(const std::string& name);
+    // What give_name() did to the file that had the name.
+    enum class earlier_file : std::uint8_t { none, has_temporary_name, lost };
+
     [[nodiscard]] tl::unexpected<failure> failed(failure_code code, int error) const;
     void remove_temporary();
 
@@ -76,6 +85,7 @@ class sealed_file {
     int m_directory_fd = -1;
     int m_fd = -1;
     std::string m_temporary;  // the name in the directory; empty: there is nothing to remove
+    earlier_file m_earlier = earlier_file::none;
     host_file m_identity;
     std::uint64_t m_size = 0;        // of the copy so far
     std::uint64_t m_reached = 0;     // the size that a sparse file was given

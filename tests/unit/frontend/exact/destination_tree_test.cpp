@@ -90,10 +90,57 @@ TEST_F(destination_tree, has_names_of_255_bytes_at_most) {
     EXPECT_FALSE(exact::open_tree(base(), {longest + u"x"}, m_guard));
 }
 
-TEST_F(destination_tree, may_be_deeper_than_a_path_of_the_host) {
-    const auto directory = exact::open_tree(base(), names(30, std::u16string(200, u'x')), m_guard);
-    ASSERT_TRUE(directory);
-    EXPECT_GT(directory->path().size(), 6000u);
+// A path of the host has 4,095 bytes at most, in front of the zero byte.
+TEST_F(destination_tree, is_not_begun_where_the_whole_path_is_too_long_for_the_host) {
+    const std::size_t room = 4095 - base().size();
+    // Each with its separator.
+    names deep(room / 201, std::u16string(200, u'x'));
+    const std::size_t rest = room - deep.size() * 201;
+    ASSERT_TRUE(exact::open_tree(base(), deep, m_guard, rest));
+    fs::remove_all(m_dir / "out");
+    fs::create_directory(m_dir / "out");
+    const auto longer = exact::open_tree(base(), deep, m_guard, rest + 1);
+    ASSERT_FALSE(longer);
+    EXPECT_EQ(longer.error().code, exact::failure_code::create);
+    EXPECT_EQ(longer.error().why,
+              "with the directories of the path the name has 4096 bytes, 4095 are possible; "
+              "leave -tree out");
+    EXPECT_TRUE(fs::is_empty(m_dir / "out"));
+}
+
+TEST_F(destination_tree, makes_nothing_where_one_of_the_names_is_impossible) {
+    EXPECT_EQ(opened({u"docs", u".."}), "destination \"..\": is no name for a file; name the file with -dst");
+    EXPECT_TRUE(fs::is_empty(m_dir / "out"));
+}
+
+TEST_F(destination_tree, that_is_made_for_nothing_is_removed_down_to_what_was_there) {
+    fs::create_directory(m_dir / "out/Users");
+    {
+        const auto directory = exact::open_tree(base(), {u"Users", u"anna", u"Desktop"}, m_guard);
+        ASSERT_TRUE(directory);
+        EXPECT_EQ(directory->made(), (std::vector<std::string>{"anna", "Desktop"}));
+        const exact::made_directories made(*directory);
+        EXPECT_TRUE(fs::exists(m_dir / "out/Users/anna/Desktop"));
+    }
+    EXPECT_TRUE(fs::is_empty(m_dir / "out/Users"));
+    // What somebody has put there stays, with all that is above it.
+    {
+        const auto directory = exact::open_tree(base(), {u"Users", u"anna", u"Desktop"}, m_guard);
+        ASSERT_TRUE(directory);
+        const exact::made_directories made(*directory);
+        write_file(m_dir / "out/Users/anna/note", to_bytes("x"));
+    }
+    EXPECT_FALSE(fs::exists(m_dir / "out/Users/anna/Desktop"));
+    EXPECT_TRUE(fs::exists(m_dir / "out/Users/anna/note"));
+    {
+        const auto directory = exact::open_tree(base(), {u"kept", u"too"}, m_guard);
+        ASSERT_TRUE(directory);
+        exact::made_directories made(*directory);
+        made.keep();
+    }
+    EXPECT_TRUE(fs::exists(m_dir / "out/kept/too"));
+    ASSERT_TRUE(exact::open_tree(base(), {u"kept", u"too"}, m_guard));
+    EXPECT_TRUE(exact::open_tree(base(), {u"kept", u"too"}, m_guard)->made().empty());
 }
 
 TEST_F(destination_tree, below_a_directory_that_is_missing_is_not_made) {

@@ -54,6 +54,9 @@ TEST_F(exact_confinement, needs_the_files_of_the_source_and_the_directory_of_the
     EXPECT_THAT(files.read_dirs, ElementsAre("/dev", "/proc", "/sys"));
     EXPECT_THAT(files.sealed_dirs, ElementsAre(at("out/")));
     EXPECT_FALSE(files.makes_dirs);
+    EXPECT_FALSE(files.reads_sealed);
+    m_options.resume = true;
+    EXPECT_TRUE(exact::files_needed_by(m_options, m_options.source.paths).reads_sealed);
     EXPECT_THAT(files.outputs, IsEmpty());
     EXPECT_THAT(files.output_dirs, IsEmpty());
 }
@@ -75,6 +78,10 @@ TEST_F(exact_confinement, with_directories_of_the_path_makes_some_below_the_dest
         const auto made = exact::open_tree(at("out/"), {u"docs", u"old"}, output_guard());
         answer |= made ? 2 : 0;
         answer |= ::mkdir(at("elsewhere").c_str(), 0700) == 0 ? 4 : 0;
+        {
+            const auto for_nothing = exact::open_tree(at("out/"), {u"docs", u"new"}, output_guard());
+            const exact::made_directories removed(*for_nothing);
+        }
         ::_exit(answer);
     }
     int status = 0;
@@ -83,6 +90,7 @@ TEST_F(exact_confinement, with_directories_of_the_path_makes_some_below_the_dest
     kernel_calls kernel;
     EXPECT_EQ(WEXITSTATUS(status), kernel.landlock_version() >= 1 ? 3 : 6);
     EXPECT_TRUE(std::filesystem::is_directory(m_dir / "out/docs/old"));
+    EXPECT_FALSE(std::filesystem::exists(m_dir / "out/docs/new"));
 }
 
 // In a process of its own, since none of it can be taken back. Each attempt is a bit of the answer.
