@@ -90,7 +90,7 @@ TEST_F(destination_tree, has_names_of_255_bytes_at_most) {
     EXPECT_FALSE(exact::open_tree(base(), {longest + u"x"}, m_guard));
 }
 
-// A path of the host has 4,095 bytes at most, in front of the zero byte.
+// A path of the host has 4,095 bytes at most, before the zero byte.
 TEST_F(destination_tree, is_not_begun_where_the_whole_path_is_too_long_for_the_host) {
     const std::size_t room = 4095 - base().size();
     // Each with its separator.
