@@ -16,8 +16,8 @@ quarry_packages() {
     case $1 in
         build) echo g++ cmake ninja-build libexpected-dev libewf-dev nlohmann-json3-dev ;;
         test) echo libgtest-dev libgmock-dev python3 python3-pytest python3-jsonschema ntfs-3g fuse3 fdisk gdisk \
-            dosfstools e2fsprogs qemu-utils sleuthkit python3-libfsntfs libwim-dev ewf-tools xz-utils attr strace \
-            util-linux mount coreutils binutils ;;
+            dosfstools e2fsprogs qemu-utils sleuthkit python3-libfsntfs libnbd-bin nbdkit libwim-dev ewf-tools xz-utils \
+            attr strace util-linux mount coreutils binutils ;;
         docs) echo mandoc jq zsh fish parallel openssh-client ewf-tools libnbd-bin nbdkit qemu-system-common qemu-utils \
             libvhdi-utils sleuthkit procps ;;
         # Servers: not for a machine that somebody works on.
