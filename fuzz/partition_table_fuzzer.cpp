@@ -106,11 +106,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const quarry::fuzz::lone_bytes bytes(input.rest());
     image.hold(bytes.view());
 
-    quarry::RAW_DISK_IO as_image(image.path(), false, quarry::source_kind_path);
+    quarry::RAW_DISK_IO as_image(image.path(), false, quarry::raw_kind_path);
     read_tables(as_image, offset);
     locate_volume(as_image, 0);
     locate_volume(as_image, offset);
-    quarry::RAW_DISK_IO as_drive(0, false, false, quarry::source_kind_drive);
+    quarry::RAW_DISK_IO as_drive(0, false, false, quarry::raw_kind_drive);
     read_tables(as_drive, offset);
     locate_volume(as_drive, offset);
     std::vector<std::uint64_t> offsets;

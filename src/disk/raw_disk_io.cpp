@@ -1,14 +1,8 @@
 #include "disk/raw_disk_io.h"
 
-#include "disk/drive_source.h"
-#include "disk/file_source.h"
 #include "disk/limits.h"
-#include "disk/vmdk_disk.h"
-#include "foundation/ql_string.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <limits>
 #include <new>
 #include <span>
@@ -20,12 +14,6 @@ namespace quarry {
 namespace {
 
 constexpr std::uint32_t default_bytes_per_sector = 512;
-constexpr std::uint32_t highest_path_kind = 3;
-// Drive numbers above this one are no numbers of drives at all ...
-constexpr std::int32_t highest_drive_number = 24;
-// ... and those from this one on are not opened: the last is /dev/sdt.
-constexpr std::int32_t drives_that_open = 20;
-constexpr std::uint32_t kind_not_opened = 5;
 constexpr std::uint32_t origin_word_mask = 0x0FFFFFFF;
 
 // `stored` is at most 2^63.
@@ -33,70 +21,27 @@ std::uint64_t with_left_out_zeros(std::uint64_t stored, std::uint64_t size) {
     return std::min(size, stored + limits::left_out_zeros);
 }
 
-// Whether a read of which nothing came is a failed one.
-//
-// Deliberate: an error of a drive reads as zeros, not as a failed read; only a drive that gives nothing
-// without an error fails it. The user sees zeros in place of a bad sector, and the work on the drive goes on.
-// With a path it is the reverse: an error fails the read, and a file that has shrunk reads as zeros where it
-// was.
-bool is_failure(const read_outcome& outcome, std::uint32_t kind) {
-    if (outcome.bytes != 0 || kind == source_kind_virtual_disk) {
-        return false;
-    }
-    return kind == source_kind_drive ? outcome.error == 0 : outcome.error != 0;
+// Whether a read is a failed one.
+bool is_failure(const read_outcome& outcome, const read_rules& rules) {
+    return outcome.bytes == 0 && (outcome.error == 0 ? rules.silence_fails : rules.error_fails);
 }
 
 }  // namespace
 
-RAW_DISK_IO::RAW_DISK_IO(const std::wstring& path, bool writable, std::uint32_t requested_kind) {
-    if (path.empty() || requested_kind > highest_path_kind) {
+RAW_DISK_IO::RAW_DISK_IO(opened_bytes opened)
+    : m_bytes(std::move(opened.bytes)),
+      m_drive_number(opened.drive_number),
+      m_writable(opened.writable),
+      m_fd(opened.descriptor),
+      m_path_utf8(std::move(opened.path_utf8)),
+      m_path(std::move(opened.path)),
+      m_kind(opened.kind),
+      m_ok(opened.is_usable),
+      m_rules(opened.rules),
+      m_virtual_disk_offset(opened.first_partition) {
+    if (m_bytes == nullptr) {
         return;
     }
-    m_kind = source_kind_path;
-    m_path = path;
-    m_path_utf8 = narrow(path);
-    m_writable = writable;
-    if (std::unique_ptr<file_source> file = file_source::open_any(m_path_utf8, writable)) {
-        const int descriptor = file->descriptor();
-        take(std::move(file), descriptor);
-    }
-    // Deliberate: a path that cannot be opened counts as an empty source, not as an unusable one. The user
-    // sees the words for a disk without partitions where the image is missing.
-    m_ok = true;
-}
-
-RAW_DISK_IO::RAW_DISK_IO(std::int32_t drive_number, bool writable, bool suppress_open, std::uint32_t kind) {
-    if (drive_number < 0 || drive_number > highest_drive_number) {
-        return;
-    }
-    m_kind = kind;
-    m_writable = writable;
-    if (suppress_open || kind == kind_not_opened) {
-        return;
-    }
-    m_ok = kind != source_kind_drive || open_drive(drive_number);
-}
-
-RAW_DISK_IO::RAW_DISK_IO(const std::vector<std::wstring>& vmdk_files, bool writable, bool check_only)
-    : m_writable(writable), m_kind(source_kind_virtual_disk) {
-    if (check_only) {
-        return;
-    }
-    auto disk = std::make_unique<vmdk_disk>(writable);
-    if (!disk->add_files(vmdk_files) || !disk->link()) {
-        return;
-    }
-    m_vmdk = disk.get();
-    m_path_utf8 = m_vmdk->m_base->m_path_utf8;
-    take(std::move(disk), m_vmdk->m_base->m_fd);
-    m_ok = true;
-}
-
-RAW_DISK_IO::~RAW_DISK_IO() = default;
-
-void RAW_DISK_IO::take(std::unique_ptr<byte_source> bytes, int descriptor) {
-    m_bytes = std::move(bytes);
-    m_fd = descriptor;
     m_size = m_bytes->size();
     m_content_size = with_left_out_zeros(m_bytes->content_size(), m_size);
     // Deliberate: 512 for every source, not the sector size of the drive. Tables of disks with larger sectors
@@ -104,27 +49,11 @@ void RAW_DISK_IO::take(std::unique_ptr<byte_source> bytes, int descriptor) {
     m_bytes_per_sector = default_bytes_per_sector;
 }
 
-bool RAW_DISK_IO::open_drive(std::int32_t drive_number) {
-    if (drive_number >= drives_that_open) {
-        return false;
-    }
-    m_path_utf8 = drive_device(drive_number);
-    errno = 0;
-    std::unique_ptr<file_source> device = file_source::open_any(m_path_utf8, m_writable);
-    if (device == nullptr) {
-        std::fprintf(stderr, "prob opening %s, error %d\n", m_path_utf8.c_str(), errno);
-        return false;
-    }
-    m_drive_number = drive_number;
-    const bool has_end = device->has_end();
-    const int descriptor = device->descriptor();
-    take(std::make_unique<drive_source>(std::move(device)), descriptor);
-    return has_end;
-}
+RAW_DISK_IO::~RAW_DISK_IO() = default;
 
 bool RAW_DISK_IO::may_read(const void* buffer, std::uint64_t length, std::uint64_t offset) const {
     constexpr std::uint64_t highest_offset = std::numeric_limits<std::uint64_t>::max();
-    const bool is_locked = m_kind == source_kind_drive && m_locked;
+    const bool is_locked = m_rules.heeds_lock && m_locked;
     return buffer != nullptr && m_ok && m_bytes != nullptr && !is_locked && offset < m_size && length != 0 &&
            length - 1 <= highest_offset - offset;
 }
@@ -137,12 +66,12 @@ bool RAW_DISK_IO::read(void* buffer, std::uint64_t& length, std::uint64_t offset
     // Deliberate: the length says how much of the source was asked for (of a path what lies before its end,
     // of any other source all of it), not how much was read. The user sees zeros for what did not come, and
     // no short read.
-    if (m_kind == source_kind_path) {
+    if (m_rules.ends_with_source) {
         length = std::min(length, m_size - offset);
     }
     const std::span<std::uint8_t> covered = whole.first(length);
     try {
-        if (is_failure(read_with_zeros(*m_bytes, covered, offset), m_kind)) {
+        if (is_failure(read_with_zeros(*m_bytes, covered, offset), m_rules)) {
             return false;
         }
     } catch (const std::bad_alloc&) {
@@ -158,11 +87,8 @@ bool RAW_DISK_IO::read_whole(void* buffer, std::uint64_t length, std::uint64_t o
     if (!may_read(buffer, length, offset) || length > m_size - offset) {
         return false;
     }
-    if (m_vmdk != nullptr) {
-        return m_vmdk->read_whole(buffer, offset, length);
-    }
-    if (m_kind == source_kind_drive &&
-        (offset % m_bytes_per_sector != 0 || length % m_bytes_per_sector != 0)) {
+    const std::uint64_t unit = m_rules.joined_unit;
+    if (unit == 0 || offset % unit != 0 || length % unit != 0) {
         return false;
     }
     return m_bytes->read({static_cast<std::uint8_t*>(buffer), length}, offset).bytes == length;
@@ -186,10 +112,6 @@ void RAW_DISK_IO::set_origin(std::int32_t sectors, std::uint32_t offset_low, std
 
 std::uint64_t RAW_DISK_IO::origin() const {
     return (static_cast<std::uint64_t>(m_origin_offset_high) << 32) | m_origin_offset_low;
-}
-
-std::uint64_t RAW_DISK_IO::virtual_disk_offset() const {
-    return m_vmdk != nullptr ? m_vmdk->disk_offset() : 0;
 }
 
 }  // namespace quarry

@@ -21,27 +21,29 @@ bool begins_as_device_name(const std::wstring& path) {
 
 std::uint8_t type_of_image(const std::wstring& path) {
     if (begins_as_device_name(path)) {
-        return source_device_name;
+        return source_type_device_name;
     }
     const bool letter_and_root = path.size() == 3 && path.compare(1, 2, L":\\") == 0;
     const bool letter_alone = path.size() == 2 && path[1] == L':';
-    return letter_and_root || letter_alone ? source_letter : source_path;
+    return letter_and_root || letter_alone ? source_type_letter : source_type_path;
 }
 
 std::uint8_t type_of_partition(const std::wstring& path) {
     if (begins_as_letter(path)) {
-        return source_letter;
+        return source_type_letter;
     }
-    return begins_as_device_name(path) ? source_device_name : source_path;
+    return begins_as_device_name(path) ? source_type_device_name : source_type_path;
 }
 
-std::unique_ptr<RAW_DISK_IO> open_path(const std::wstring& path, std::uint8_t type, bool writable) {
-    const bool opens = type == source_letter || type == source_path || type == source_device_name;
+// Nothing for a path that cannot be opened by its type.
+std::unique_ptr<RAW_DISK_IO> open_by_type(const std::wstring& path, std::uint8_t type, bool writable) {
+    const bool opens =
+        type == source_type_letter || type == source_type_path || type == source_type_device_name;
     if (!opens || path.empty()) {
         return nullptr;
     }
-    const std::wstring opened = type == source_letter ? path.substr(0, 1) + L":" : path;
-    return std::make_unique<RAW_DISK_IO>(opened, writable, source_kind_path);
+    const std::wstring opened = type == source_type_letter ? path.substr(0, 1) + L":" : path;
+    return std::make_unique<RAW_DISK_IO>(open_path(opened, writable, raw_kind_path));
 }
 
 std::string names_of(const std::vector<std::wstring>& paths) {
@@ -67,7 +69,7 @@ source source::of_path(const std::wstring& path, std::uint8_t type, std::uint64_
 }
 
 source source::of_drive(std::int32_t drive, std::uint64_t offset) {
-    return {source_kind::drive, {}, drive, offset, source_drive};
+    return {source_kind::drive, {}, drive, offset, source_type_drive};
 }
 
 source source::of_virtual_disk(const std::vector<std::wstring>& files, std::uint64_t offset) {
@@ -92,29 +94,24 @@ std::wstring source::partition() const {
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open(bool writable) const {
-    std::unique_ptr<RAW_DISK_IO> opened;
     switch (kind) {
         case source_kind::none:
             break;
         case source_kind::image:
         case source_kind::partition:
-            opened = open_path(paths.front(), type, writable);
-            break;
+            return open_by_type(paths.front(), type, writable);
         case source_kind::drive:
-            opened = std::make_unique<RAW_DISK_IO>(drive, writable, false, source_kind_drive);
-            break;
+            return std::make_unique<RAW_DISK_IO>(open_drive(drive, writable, false, raw_kind_drive));
         case source_kind::virtual_disk:
-            if (!paths.empty()) {
-                opened = std::make_unique<RAW_DISK_IO>(paths, writable, false);
-            }
-            break;
+            return paths.empty() ? nullptr
+                                 : std::make_unique<RAW_DISK_IO>(open_chain(paths, writable, false));
     }
-    return opened;
+    return nullptr;
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open_as_named() const {
     source named = *this;
-    named.type = source_path;
+    named.type = source_type_path;
     return named.open();
 }
 

@@ -17,12 +17,12 @@
 namespace quarry {
 
 // What CNtfs::m_source_type says of a source. A virtual disk has 0.
-inline constexpr std::uint8_t source_letter = 32;       // "c:" or "c:\", opened as its letter and a colon
-inline constexpr std::uint8_t source_path = 33;         // an image or a device
-inline constexpr std::uint8_t source_drive = 34;        // a physical drive by number
-inline constexpr std::uint8_t source_device_name = 35;  // a path that begins with two backslashes
+inline constexpr std::uint8_t source_type_letter = 32;  // "c:" or "c:\", opened as its letter and a colon
+inline constexpr std::uint8_t source_type_path = 33;    // an image or a device
+inline constexpr std::uint8_t source_type_drive = 34;   // a physical drive by number
+inline constexpr std::uint8_t source_type_device_name = 35;  // a path that begins with two backslashes
 inline constexpr std::uint8_t last_source_type = 36;
-inline constexpr std::uint8_t source_refused = 255;
+inline constexpr std::uint8_t source_type_refused = 255;
 
 enum class source_kind { none, image, partition, drive, virtual_disk };
 
@@ -31,7 +31,7 @@ struct source {
     std::vector<std::wstring> paths;  // as the user named them: one, or the files of a virtual disk
     std::int32_t drive = -1;          // number of a drive, 0 for the first
     std::uint64_t offset = 0;         // bytes from the start of the source to the volume
-    std::uint8_t type = 0;            // see source_letter
+    std::uint8_t type = 0;            // see source_type_letter
 
     // An image. "c:" and "c:\" are letter forms.
     [[nodiscard]] static source of_image(const std::wstring& path, std::uint64_t offset);

@@ -176,11 +176,6 @@ bool vmdk_disk::read(void* buffer, std::uint64_t offset, std::uint64_t& length) 
     return true;
 }
 
-bool vmdk_disk::read_whole(void* buffer, std::uint64_t offset, std::uint64_t length) {
-    return m_reads_join && buffer != nullptr && length != 0 &&
-           read({static_cast<std::uint8_t*>(buffer), length}, offset).bytes == length;
-}
-
 std::uint64_t vmdk_disk::stored_bytes() const {
     constexpr std::uint64_t most = largest_number / 2;
     std::uint64_t sum = 0;

@@ -51,10 +51,13 @@ class vmdk_disk final : public byte_source {
     // the buffer are then as before. Otherwise every byte of the buffer is filled.
     [[nodiscard]] bool read(void* buffer, std::uint64_t offset, std::uint64_t& length);
 
-    // The same for readers that join several small reads into one: true only if each small read within the
-    // range would have given the same bytes, and no file failed to give what it holds. After false the buffer
-    // holds anything.
-    [[nodiscard]] bool read_whole(void* buffer, std::uint64_t offset, std::uint64_t length);
+    // True if a byte of the disk is the same wherever the read that brings it begins, so that several reads
+    // may be joined into one.
+    //
+    // Deliberate: where grains of different sizes meet, a read goes on to the end of the grain it found; the
+    // newest file is not asked for each of its grains. The user sees the older bytes over a newer file's
+    // smaller grain.
+    [[nodiscard]] bool reads_join() const { return m_reads_join; }
 
     // Byte offset of the first partition that the base file's first sector names, of whatever type; 0 if it
     // names none or the chain is not ready.
@@ -84,15 +87,10 @@ class vmdk_disk final : public byte_source {
     [[nodiscard]] read_outcome read_row(std::span<std::uint8_t> out, std::uint64_t offset,
                                         const place& first);
 
-    // The last place that was looked up, and the offsets around it for which every file of the chain answers
-    // alike. The place is that of the first of them.
-    place m_known_place;
+    // What the last lookup found: a range of offsets within one grain of every file, and the place where the
+    // first of them is stored. Later lookups within the range need not ask the files.
     grain_span m_known;
-    // A byte of the disk is the same wherever the read that brings it begins.
-    //
-    // Deliberate: where grains of different sizes meet, a read goes on to the end of the grain it found; the
-    // newest file is not asked for each of its grains. The user sees the older bytes over a newer file's
-    // smaller grain.
+    place m_known_place;
     bool m_reads_join = false;
 };
 

@@ -9,7 +9,7 @@ namespace {
 
 // Gives an object its source. A letter form is stored as a path.
 bool attach(CNtfs& volume, const source& from, bool writable) {
-    volume.m_source_type = from.type == source_letter ? source_path : from.type;
+    volume.m_source_type = from.type == source_type_letter ? source_type_path : from.type;
     volume.m_disk = from.open(writable);
     if (volume.get_disk() == nullptr) {
         volume.m_disk.reset();
@@ -41,14 +41,14 @@ bool open_volume(const source& from, std::unique_ptr<CNtfs>& out, security_loade
 bool CNtfs::open_source(std::uint8_t source_type, const std::wstring& path, std::int32_t drive,
                         std::uint64_t volume_offset, bool writable) {
     *this = CNtfs();
-    if (source_type < source_letter || source_type > last_source_type) {
-        m_source_type = source_refused;
+    if (source_type < source_type_letter || source_type > last_source_type) {
+        m_source_type = source_type_refused;
         return false;
     }
-    const std::uint8_t type = source_type == source_letter ? source_path : source_type;
+    const std::uint8_t type = source_type == source_type_letter ? source_type_path : source_type;
     return attach(*this,
-                  type == source_drive ? source::of_drive(drive, volume_offset)
-                                       : source::of_path(path, type, volume_offset),
+                  type == source_type_drive ? source::of_drive(drive, volume_offset)
+                                            : source::of_path(path, type, volume_offset),
                   writable);
 }
 

@@ -44,7 +44,7 @@ std::vector<std::string> listed(const partition_list& list) {
 class partition_reader_test : public ::testing::Test {
   protected:
     reading read_image(bool scan, bool with_gaps = false) {
-        RAW_DISK_IO disk(m_image.wstring(), false, source_kind_path);
+        RAW_DISK_IO disk(m_image.wstring(), false, raw_kind_path);
         reading made;
         made.list.emplace_back();  // something that has to go
         made.result = read_partitions(&disk, made.list, scan, with_gaps);
@@ -405,12 +405,12 @@ TEST_F(partition_reader_test, reads_drives_as_it_reads_images) {
     disk_builder disk(5000);
     disk.table(0, {{0x07, 100, 900}, {0x05, 1000, 4000}}).table(1000, {{0x83, 63, 400}});
     disk.put(100, ntfs_boot_sector(899)).write_to(devices.drive(1));
-    RAW_DISK_IO drive(1, false, false, source_kind_drive);
+    RAW_DISK_IO drive(1, false, false, raw_kind_drive);
     partition_list list;
     EXPECT_TRUE(read_partitions(&drive, list, false, false));
     EXPECT_THAT(listed(list), ElementsAre("07 100+900 ntfs", "05 1000+4000", "83 1063+400"));
     disk_builder(2048).gpt({{100, 199, "a"}, {300, 399, "b"}}).write_to(devices.drive(2));
-    RAW_DISK_IO gpt_drive(2, false, false, source_kind_drive);
+    RAW_DISK_IO gpt_drive(2, false, false, raw_kind_drive);
     EXPECT_TRUE(read_gpt(&gpt_drive, list, false));
     EXPECT_THAT(listed(list), ElementsAre("ee 100+100", "ee 300+100"));
 }

@@ -39,7 +39,7 @@ class partition_tools : public ::testing::Test {
     }
 
     partition_list read(bool with_gaps) {
-        RAW_DISK_IO disk(m_image.wstring(), false, source_kind_path);
+        RAW_DISK_IO disk(m_image.wstring(), false, raw_kind_path);
         partition_list list;
         EXPECT_TRUE(read_partitions(&disk, list, false, with_gaps));
         return list;

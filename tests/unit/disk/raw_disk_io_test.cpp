@@ -37,11 +37,11 @@ answer read(RAW_DISK_IO& disk, std::uint64_t length, std::uint64_t offset) {
 }
 
 RAW_DISK_IO open_image(const std::filesystem::path& path) {
-    return RAW_DISK_IO(path.wstring(), false, source_kind_path);
+    return RAW_DISK_IO(path.wstring(), false, raw_kind_path);
 }
 
 RAW_DISK_IO open_drive(int number) {
-    return RAW_DISK_IO(number, false, false, source_kind_drive);
+    return RAW_DISK_IO(number, false, false, raw_kind_drive);
 }
 
 // Puts a descriptor whose reads all fail in place of the one that is open.
@@ -277,10 +277,10 @@ TEST(raw_disk_io_drive, drives_0_to_19_are_sda_to_sdt) {
 TEST(raw_disk_io_drive, a_drive_is_opened_for_reading_unless_writing_is_asked_for) {
     const device_files devices;
     write_file(devices.drive(0), bytes(1024));
-    const RAW_DISK_IO reader(0, false, false, source_kind_drive);
+    const RAW_DISK_IO reader(0, false, false, raw_kind_drive);
     EXPECT_FALSE(reader.m_writable);
     EXPECT_EQ(::fcntl(reader.m_fd, F_GETFL) & O_ACCMODE, O_RDONLY);
-    const RAW_DISK_IO writer(0, true, false, source_kind_drive);
+    const RAW_DISK_IO writer(0, true, false, raw_kind_drive);
     EXPECT_TRUE(writer.m_writable);
     EXPECT_EQ(::fcntl(writer.m_fd, F_GETFL) & O_ACCMODE, O_RDWR);
 }

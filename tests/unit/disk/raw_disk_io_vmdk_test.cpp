@@ -38,9 +38,9 @@ class virtual_disk_io : public ::testing::Test {
 TEST_F(virtual_disk_io, a_chain_is_a_source_of_the_bases_name_and_size) {
     RAW_DISK_IO disk(grown_chain(), false, false);
     ASSERT_TRUE(disk.is_ok());
-    EXPECT_EQ(disk.m_kind, source_kind_virtual_disk);
+    EXPECT_EQ(disk.m_kind, raw_kind_virtual_disk);
     EXPECT_EQ(disk.m_path_utf8, (m_dir / "base").string());
-    EXPECT_EQ(disk.m_fd, disk.m_vmdk->m_base->m_fd);
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(disk.m_fd)), m_dir / "base");
     EXPECT_EQ(disk.size(), 64u * 4096u) << "a snapshot that grew the disk is cut to the size of the base";
     EXPECT_EQ(disk.bytes_per_sector(), 512u);
     EXPECT_FALSE(disk.m_writable);
@@ -115,7 +115,7 @@ TEST_F(virtual_disk_io, files_that_make_no_chain_leave_the_object_unusable) {
          {std::vector<std::wstring>{}, {chain[0]}, {chain[1], (m_dir / "absent").wstring()}}) {
         RAW_DISK_IO disk(list, false, false);
         EXPECT_FALSE(disk.is_ok());
-        EXPECT_EQ(disk.m_kind, source_kind_virtual_disk);
+        EXPECT_EQ(disk.m_kind, raw_kind_virtual_disk);
         EXPECT_EQ(disk.size(), 0u);
         EXPECT_EQ(disk.virtual_disk_offset(), 0u);
         std::uint8_t byte = 0;
@@ -129,9 +129,9 @@ TEST_F(virtual_disk_io, a_check_only_opens_nothing_and_keeps_the_write_flag) {
     RAW_DISK_IO disk(grown_chain(), true, true);
     EXPECT_FALSE(disk.is_ok());
     EXPECT_EQ(disk.m_fd, -1);
-    EXPECT_EQ(disk.m_vmdk, nullptr);
+    EXPECT_EQ(disk.m_bytes, nullptr);
     EXPECT_TRUE(disk.m_writable);
-    EXPECT_EQ(disk.m_kind, source_kind_virtual_disk);
+    EXPECT_EQ(disk.m_kind, raw_kind_virtual_disk);
 }
 
 // A virtual disk of 64 MiB with a table in its first sector and what else is put.

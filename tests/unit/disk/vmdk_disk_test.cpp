@@ -31,6 +31,11 @@ vmdk_builder link_of_chain(std::size_t number) {
     return file;
 }
 
+// One read in place of several small ones: true if they may be joined and it brought all bytes.
+bool read_joined(vmdk_disk& disk, std::uint8_t* buffer, std::uint64_t offset, std::uint64_t length) {
+    return disk.reads_join() && disk.read({buffer, length}, offset).bytes == length;
+}
+
 class vmdk_disk_test : public ::testing::Test {
   protected:
     // Writes files under their numbers.
@@ -181,7 +186,7 @@ TEST_F(vmdk_disk_test, reads_are_refused_before_the_chain_is_ready_and_without_a
     std::array<std::uint8_t, 16> buffer{};
     std::uint64_t length = 16;
     EXPECT_FALSE(disk.read(buffer.data(), 0, length));
-    EXPECT_FALSE(disk.read_whole(buffer.data(), 0, 16));
+    EXPECT_FALSE(read_joined(disk, buffer.data(), 0, 16));
     EXPECT_EQ(disk.disk_offset(), 0u);
     ASSERT_TRUE(disk.link());
     EXPECT_TRUE(disk.read(buffer.data(), 0, length));
@@ -190,8 +195,6 @@ TEST_F(vmdk_disk_test, reads_are_refused_before_the_chain_is_ready_and_without_a
     EXPECT_TRUE(disk.read(buffer.data(), far_away - 15, length));
     length = 0;
     EXPECT_FALSE(disk.read(buffer.data(), 0, length));
-    EXPECT_FALSE(disk.read_whole(buffer.data(), 0, 0));
-    EXPECT_FALSE(disk.read_whole(nullptr, 0, 16));
 }
 
 TEST_F(vmdk_disk_test, that_is_linked_again_with_a_file_whose_parent_is_missing_is_no_longer_ready) {
@@ -306,10 +309,10 @@ TEST_F(vmdk_disk_test, a_joined_read_is_whole_only_where_the_files_give_all_that
     base.cut(size - 10);
     ASSERT_TRUE(write_and_open({base, link_of_chain(1)}));
     bytes buffer(5 * 4096);
-    EXPECT_TRUE(m_disk->read_whole(buffer.data(), 4096, 4 * 4096 + 4086));
+    EXPECT_TRUE(read_joined(*m_disk, buffer.data(), 4096, 4 * 4096 + 4086));
     EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 10, content.begin()));
-    EXPECT_FALSE(m_disk->read_whole(buffer.data(), 4096, 5 * 4096));
-    EXPECT_TRUE(m_disk->read_whole(buffer.data(), 6 * 4096, 4096)) << "zeros of no file are whole";
+    EXPECT_FALSE(read_joined(*m_disk, buffer.data(), 4096, 5 * 4096));
+    EXPECT_TRUE(read_joined(*m_disk, buffer.data(), 6 * 4096, 4096)) << "zeros of no file are whole";
 }
 
 TEST_F(vmdk_disk_test, a_grain_that_its_file_does_not_hold_is_a_loss_as_far_as_it_reaches) {
@@ -357,7 +360,7 @@ TEST_F(vmdk_disk_test, a_read_goes_on_to_the_end_of_the_grain_it_found_over_a_ne
     EXPECT_EQ(read(0, 8192), pattern(8192, 1));
     EXPECT_EQ(read(4096, 4096), pattern(4096, 2));
     bytes buffer(8192);
-    EXPECT_FALSE(m_disk->read_whole(buffer.data(), 0, 8192)) << "small reads give other bytes";
+    EXPECT_FALSE(read_joined(*m_disk, buffer.data(), 0, 8192)) << "small reads give other bytes";
 }
 
 TEST_F(vmdk_disk_test, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_for_each_read) {
@@ -369,7 +372,7 @@ TEST_F(vmdk_disk_test, places_in_a_grain_of_more_than_four_gibibytes_begin_anew_
     EXPECT_EQ(read(0xFFFFFFFF, 4096), bytes(4096));
     const bytes grain = pattern(4096, 1);
     EXPECT_EQ(read(0x100000001, 10), bytes(grain.begin() + 1, grain.begin() + 11));
-    EXPECT_FALSE(m_disk->read_whole(m_buffer.data(), 0x100000000, m_buffer.size()));
+    EXPECT_FALSE(read_joined(*m_disk, m_buffer.data(), 0x100000000, m_buffer.size()));
 }
 
 TEST_F(vmdk_disk_test, reads_join_in_grains_of_four_gibibytes_and_in_none_larger) {
@@ -377,7 +380,7 @@ TEST_F(vmdk_disk_test, reads_join_in_grains_of_four_gibibytes_and_in_none_larger
         vmdk_builder base = link_of_chain(0);
         base.put(0, pattern(4096, 1)).force(vmdk_builder::at_grain_size, 8, grain_sectors);
         ASSERT_TRUE(write_and_open({base}));
-        EXPECT_EQ(m_disk->read_whole(m_buffer.data(), 0, m_buffer.size()), joins);
+        EXPECT_EQ(read_joined(*m_disk, m_buffer.data(), 0, m_buffer.size()), joins);
         EXPECT_EQ(read(0, 4096), pattern(4096, 1));
     }
 }
@@ -451,7 +454,7 @@ TEST_F(random_chains, whole_and_damaged_they_read_as_grain_by_grain) {
             const bytes expected = read_plainly(plain, offset, size);
             ASSERT_EQ(read(offset, size), expected) << "round " << round << ", " << offset << ", " << size;
             bytes whole(size);
-            if (m_disk->read_whole(whole.data(), offset, size)) {
+            if (read_joined(*m_disk, whole.data(), offset, size)) {
                 ASSERT_TRUE(has_one_grain_size(files));
                 ASSERT_EQ(whole, expected);
             }
@@ -470,7 +473,7 @@ TEST_F(random_chains, joined_reads_give_what_reads_of_any_size_give) {
     ASSERT_TRUE(write_and_open(files));
     const std::uint64_t size = 64 * 1024;
     bytes whole(size);
-    ASSERT_TRUE(m_disk->read_whole(whole.data(), 0, size));
+    ASSERT_TRUE(read_joined(*m_disk, whole.data(), 0, size));
     for (const std::uint64_t step : {1u, 511u, 512u, 1000u, 4096u, 65536u}) {
         bytes pieces;
         for (std::uint64_t offset = 0; offset < size; offset += step) {

@@ -122,7 +122,7 @@ TEST(categorize_entry, learns_the_sizes_of_a_volume_that_it_validates_itself) {
     const temp_dir dir;
     builder.write_to(dir / "image");
     CNtfs volume;
-    ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+    ASSERT_TRUE(volume.open_source(source_type_path, (dir / "image").wstring(), -1, 0, false));
     const categorized got = categorize(volume, 24);
     ASSERT_TRUE(got.ok);
     EXPECT_EQ(of_type(got.items, 0x80).at(0)->value, pattern(1900));

@@ -46,7 +46,7 @@ TEST(open_by_image, an_image_opens_at_its_offset) {
     EXPECT_EQ(volume->m_source_type, 33);
     EXPECT_EQ(volume->m_volume_offset, 512u);
     EXPECT_EQ(volume->m_load_security, &load_nothing);
-    EXPECT_EQ(volume->m_disk->m_kind, source_kind_path);
+    EXPECT_EQ(volume->m_disk->m_kind, raw_kind_path);
     EXPECT_FALSE(volume->m_disk->m_writable);
     EXPECT_FALSE(open_by_image((dir / "image").wstring(), 0, volume, false, nullptr));
     EXPECT_EQ(volume, nullptr);
@@ -142,7 +142,7 @@ TEST(open_by_drive, a_drive_opens_by_its_number) {
     ASSERT_TRUE(open_by_drive(1, 1536, volume, false, load_nothing));
     EXPECT_EQ(volume->m_source_type, 34);
     EXPECT_EQ(volume->m_volume_offset, 1536u);
-    EXPECT_EQ(volume->m_disk->m_kind, source_kind_drive);
+    EXPECT_EQ(volume->m_disk->m_kind, raw_kind_drive);
     EXPECT_EQ(volume->m_disk->m_drive_number, 1);
     EXPECT_EQ(volume->m_load_security, &load_nothing);
     EXPECT_FALSE(open_by_drive(1, 1535, volume, false, nullptr)) << "no boot sector there";
@@ -191,7 +191,7 @@ TEST(open_by_vmdk, without_an_offset_the_first_volume_of_the_disk_is_taken) {
         EXPECT_EQ(volume->disk_origin(), 63u * 512);
         EXPECT_EQ(volume->m_disk->m_origin_sectors, 0);
         EXPECT_EQ(volume->m_source_type, 0);
-        EXPECT_EQ(volume->m_disk->m_kind, source_kind_virtual_disk);
+        EXPECT_EQ(volume->m_disk->m_kind, raw_kind_virtual_disk);
         EXPECT_EQ(volume->m_load_security, &load_nothing);
         EXPECT_FALSE(volume->m_bitmap_runs.empty()) << "entry 6 was read through the virtual disk";
     }
@@ -258,7 +258,7 @@ TEST_F(open_virtual_disk, a_bare_volume_that_lies_in_two_files_opens_at_the_star
     EXPECT_TRUE(m_volume->is_valid());
     EXPECT_EQ(m_volume->m_volume_offset, 0u);
     EXPECT_EQ(m_volume->m_source_type, 0);
-    EXPECT_EQ(m_volume->m_disk->m_kind, source_kind_virtual_disk);
+    EXPECT_EQ(m_volume->m_disk->m_kind, raw_kind_virtual_disk);
 }
 
 TEST_F(open_virtual_disk, without_an_offset_the_first_partition_is_tried_ntfs_or_not) {

@@ -144,7 +144,7 @@ TEST(validate, a_refused_volume_leaves_the_object_as_it_was_opened) {
     const temp_dir dir;
     write_file(dir / "image", image_with_boot(3, 1, 'n'));
     CNtfs volume;
-    ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+    ASSERT_TRUE(volume.open_source(source_type_path, (dir / "image").wstring(), -1, 0, false));
     std::int64_t position = 77;
     EXPECT_FALSE(volume.validate(position));
     EXPECT_EQ(position, 0);
@@ -265,7 +265,7 @@ TEST(validate, the_place_of_mft_is_known_though_record_0_is_refused) {
     builder.force_record(0, 0, 4, 0);
     builder.write_to(dir / "image");
     CNtfs volume;
-    ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+    ASSERT_TRUE(volume.open_source(source_type_path, (dir / "image").wstring(), -1, 0, false));
     std::int64_t position = 77;
     EXPECT_FALSE(volume.validate(position));
     EXPECT_EQ(position, 16384);
@@ -503,7 +503,7 @@ TEST(validate, a_volume_for_which_there_is_no_memory_is_refused_and_may_be_opene
     // Ends where so many pieces are not asked for.
     for (std::size_t count = 0;; ++count) {
         CNtfs volume;
-        ASSERT_TRUE(volume.open_source(source_path, (dir / "image").wstring(), -1, 0, false));
+        ASSERT_TRUE(volume.open_source(source_type_path, (dir / "image").wstring(), -1, 0, false));
         std::int64_t position = 77;
         bool valid = false;
         {
