@@ -94,6 +94,9 @@ std::wstring source::partition() const {
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open(bool writable) const {
+    if (kept_open != nullptr && !writable) {
+        return std::make_unique<RAW_DISK_IO>(*kept_open);
+    }
     switch (kind) {
         case source_kind::none:
             break;

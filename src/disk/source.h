@@ -1,9 +1,10 @@
 // What a run reads: an image, a partition, a physical drive or a virtual disk, and where on it the volume
 // begins.
 //
-// A source is a value. It says what the user named; nothing is opened before it is asked to. How each kind is
-// opened, which files of the host belong to it and how it is named in the log and in reports is decided here.
-// One other place looks at the kind: a copy from a drive follows a table of rules of its own, see copy.cpp.
+// A source is a value. It says what the user named. Nothing is opened before it is asked to, and what was
+// opened to check it stays open as long as a copy of the value holds it. How each kind is opened, which files
+// of the host belong to it and how it is named in the log and in reports is decided here. One other place
+// looks at the kind: a copy from a drive follows a table of rules of its own, see copy.cpp.
 #pragma once
 
 #include "disk/raw_disk_io.h"
@@ -32,6 +33,8 @@ struct source {
     std::int32_t drive = -1;          // number of a drive, 0 for the first
     std::uint64_t offset = 0;         // bytes from the start of the source to the volume
     std::uint8_t type = 0;            // see source_type_letter
+    // What was opened while the source was checked: read on, not opened again. Null where nothing was kept.
+    std::shared_ptr<const opened_bytes> kept_open = {};
 
     // An image. "c:" and "c:\" are letter forms.
     [[nodiscard]] static source of_image(const std::wstring& path, std::uint64_t offset);

@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <unistd.h>
+#include <utility>
 
 namespace quarry {
 
@@ -58,6 +60,9 @@ class chain_check {
         return suggest_parent(*orphan);
     }
 
+    // The suggested files, added and not yet linked.
+    [[nodiscard]] const std::shared_ptr<vmdk_disk>& disk() const { return m_disk; }
+
   private:
     // Opens the files that no earlier pass has opened.
     bool open_files() {
@@ -69,7 +74,7 @@ class chain_check {
             }
             try {
                 const bool may_be_opened = m_opened < m_listed || uni::may_be_opened_unasked(path);
-                if (!may_be_opened || !m_disk.add_file(path)) {
+                if (!may_be_opened || !m_disk->add_file(path)) {
                     m_stream << visible_text(narrow(path)) << " can't be opened\n";
                     return false;
                 }
@@ -85,10 +90,10 @@ class chain_check {
     // none. False if a file before it names itself. Notes the bases on the way.
     bool find_orphan(const vmdk_file*& orphan) {
         m_base_in_front = nullptr;
-        for (const auto& [cid, file] : m_disk.m_files) {
+        for (const auto& [cid, file] : m_disk->m_files) {
             if (file->m_parent_cid == cid_of_no_parent) {
                 m_base_in_front = file.get();
-            } else if (!m_disk.m_files.contains(file->m_parent_cid)) {
+            } else if (!m_disk->m_files.contains(file->m_parent_cid)) {
                 orphan = file.get();
                 return true;
             } else if (file->m_cid == file->m_parent_cid) {
@@ -100,7 +105,7 @@ class chain_check {
     }
 
     bool has_base() const {
-        return std::any_of(m_disk.m_files.begin(), m_disk.m_files.end(),
+        return std::any_of(m_disk->m_files.begin(), m_disk->m_files.end(),
                            [](const auto& entry) { return entry.second->m_parent_cid == cid_of_no_parent; });
     }
 
@@ -113,7 +118,7 @@ class chain_check {
             return contains(m_base_in_front->m_path, hint);
         }
         return m_suggested.size() >= 2 &&
-               std::any_of(m_disk.m_files.begin(), m_disk.m_files.end(),
+               std::any_of(m_disk->m_files.begin(), m_disk->m_files.end(),
                            [&hint](const auto& entry) { return contains(entry.second->m_path, hint); });
     }
 
@@ -161,14 +166,13 @@ class chain_check {
     std::size_t m_listed;
     std::size_t m_opened = 0;  // of the suggested files, from the first on
     std::wstring m_directory;  // of the first listed path that has one, with the "/" at its end
-    vmdk_disk m_disk{false};
+    std::shared_ptr<vmdk_disk> m_disk = std::make_shared<vmdk_disk>(false);
     const vmdk_file* m_base_in_front = nullptr;  // the last base before the orphan
 };
 
-}  // namespace
-
-bool check_list(const std::vector<std::wstring>& list, std::ostringstream& stream,
-                std::vector<std::wstring>& suggested) {
+// The files of a list that passes, as the check opened them; null for one that does not.
+std::shared_ptr<vmdk_disk> checked_chain(const std::vector<std::wstring>& list, std::ostringstream& stream,
+                                         std::vector<std::wstring>& suggested) {
     suggested = list;
     chain_check check(stream, suggested);
     verdict result = check.pass();
@@ -177,7 +181,26 @@ bool check_list(const std::vector<std::wstring>& list, std::ostringstream& strea
     while (result == verdict::look_again) {
         result = check.pass();
     }
-    return complete && result == verdict::pass;
+    return complete && result == verdict::pass ? check.disk() : nullptr;
+}
+
+}  // namespace
+
+bool check_list(const std::vector<std::wstring>& list, std::ostringstream& stream,
+                std::vector<std::wstring>& suggested) {
+    return checked_chain(list, stream, suggested) != nullptr;
+}
+
+bool check_virtual_disk(source& disk, std::ostringstream& stream, std::vector<std::wstring>& suggested) {
+    std::shared_ptr<vmdk_disk> chain = checked_chain(disk.paths, stream, suggested);
+    if (chain == nullptr) {
+        return false;
+    }
+    // What does not make a chain is no use to anybody; opening the source says so.
+    if (opened_bytes opened = link_chain(std::move(chain)); opened.is_usable) {
+        disk.kept_open = std::make_shared<const opened_bytes>(std::move(opened));
+    }
+    return true;
 }
 
 bool as_shell_word(std::string& out, const std::vector<std::wstring>& list) {

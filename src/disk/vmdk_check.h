@@ -4,8 +4,11 @@
 // the path where the parent was when the snapshot was taken, on whatever machine that was. When a parent is
 // not in the list, the hint says where to look, there or beside the listed files. What is found is suggested
 // and looked at in turn, so that one run names all that is missing. Such a list never passes: the user is to
-// name every file of the chain. Each file is opened once, and on behalf of a hint only regular files are.
+// name every file of the chain. Each file is opened once in a run, and on behalf of a hint only regular files
+// are.
 #pragma once
+
+#include "disk/source.h"
 
 #include <sstream>
 #include <string>
@@ -19,6 +22,11 @@ namespace quarry {
 // give way to later ones.
 [[nodiscard]] bool check_list(const std::vector<std::wstring>& list, std::ostringstream& stream,
                               std::vector<std::wstring>& suggested);
+
+// The same on the files of a virtual disk. Those that make a chain stay open in it, so that the volume is
+// looked for and read without opening and parsing each file again.
+[[nodiscard]] bool check_virtual_disk(source& disk, std::ostringstream& stream,
+                                      std::vector<std::wstring>& suggested);
 
 // A list of files as one word in double quotes, as the option takes it and a shell passes it on: " | "
 // between the paths, and a backslash before each `"`, `$`, "`" and `\`, which a shell would act on. The paths

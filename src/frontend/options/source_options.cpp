@@ -137,7 +137,7 @@ bool parse_vmdk_option(cmd_params& opts, source& disk, arg_list& args, const vmd
     parse_offset(disk.offset, args);
     std::ostringstream stream;
     std::vector<std::wstring> suggested;
-    if (!chain_check(disk.paths, stream, suggested)) {
+    if (!chain_check(disk, stream, suggested)) {
         print_error(stream.str() + "\n");
         print_suggestion(option_name, suggested);
         return false;
@@ -162,7 +162,8 @@ bool parse_source(quarry_opts& opts, arg_list& args) {
     // run go on without a source.
     if (peek_flag("-vmdk", args, 0)) {
         opts.m_source = source::of_virtual_disk({}, 0);
-        return parse_vmdk_option(opts.m_run, opts.m_source, args, check_list, locate_volume, true, "-vmdk");
+        return parse_vmdk_option(opts.m_run, opts.m_source, args, check_virtual_disk, locate_volume, true,
+                                 "-vmdk");
     }
     std::string value;
     if (find_value("-partition", value, args)) {

@@ -18,9 +18,9 @@
 
 namespace quarry {
 
-// Checks a list of virtual disk files; see check_list.
-using vmdk_chain_check = std::function<bool(const std::vector<std::wstring>& list, std::ostringstream& stream,
-                                            std::vector<std::wstring>& suggested)>;
+// Checks the files of a virtual disk; see check_virtual_disk.
+using vmdk_chain_check =
+    std::function<bool(source& disk, std::ostringstream& stream, std::vector<std::wstring>& suggested)>;
 // Finds the volume on a virtual disk; see locate_volume.
 using vmdk_volume_check =
     std::function<bool(std::ostream& stream, source& disk, bool& found, bool ignore_image_size)>;

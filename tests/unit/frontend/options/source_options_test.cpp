@@ -19,9 +19,8 @@ class vmdk_option_test : public testing::Test {
     bool parse(arg_list words, bool in_place = true) {
         args = std::move(words);
         args.insert(args.begin(), "quarry");
-        const vmdk_chain_check chain = [this](const files& list, std::ostringstream& stream,
-                                              files& suggested) {
-            checked = list;
+        const vmdk_chain_check chain = [this](source& on, std::ostringstream& stream, files& suggested) {
+            checked = on.paths;
             stream << chain_words;
             suggested = suggestion;
             return chain_is_good;
