@@ -31,7 +31,8 @@ namespace quarry {
 // open is false without a word; one that cannot be opened gets a message.
 [[nodiscard]] bool locate_volume(std::ostream& stream, source& on, bool& found, bool ignore_image_size);
 
-// The same on an image, on the files of a virtual disk, and on a physical drive. An empty path or list is
+// Reserved: the program asks with a `source`. The same on an image, on the files of a virtual disk, and on a
+// physical drive. An empty path or list is
 // false without a word; a source that cannot be opened gets a message.
 [[nodiscard]] bool locate_in_image(std::ostream& stream, const std::wstring& path, std::uint64_t& offset,
                                    bool& found, bool ignore_image_size);
@@ -46,8 +47,9 @@ namespace quarry {
 [[nodiscard]] bool ntfs_offsets(const source& on, std::size_t most_partitions,
                                 std::vector<std::uint64_t>& offsets);
 
-// The same of an image, which may have up to 768 partitions, and of a drive.
+// Reserved: the program asks with a `source`. The same of an image, which may have up to 768 partitions.
 [[nodiscard]] bool ntfs_offsets_in_image(const std::wstring& path, std::vector<std::uint64_t>& offsets);
+// The same of a drive by its number.
 [[nodiscard]] bool ntfs_offsets_on_drive(std::int32_t drive, std::vector<std::uint64_t>& offsets);
 
 }  // namespace quarry

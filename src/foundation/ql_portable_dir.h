@@ -1,10 +1,10 @@
 // Paths and directories of the host.
 //
-// Users come with either slash, so both "/" and "\" separate, and which one is looked for first is part of
-// each routine's contract. Here are the text work on such paths and the small operations on the host's file
-// system. Paths inside a volume are another matter, see src/namespace.
+// Users type either slash, so both "/" and "\" separate the parts of a path; each routine says which of them
+// it looks for first. Some routines only work on the text of a path, the others look into the file system of
+// the host. For paths within a volume see src/namespace.
 //
-// Nothing here prints. Failure is a false or an empty result, with the outputs cleared.
+// No routine prints anything. A failure is a false or an empty result, with the outputs cleared.
 #pragma once
 
 #include <cstddef>

@@ -14,10 +14,10 @@
 namespace quarry {
 
 // Adds the entry numbers of the children of directory `entry` to the collection. `entry` may also be one of
-// the directory's extension records. `keep_going` also takes what lies after the last entry of each index
-// block. False if a record cannot be read, there is no usable index, or memory ran out; the collection keeps
-// what was found until then. An index that is damaged in part, or that `reads`, the bytes which reading
-// indexes may cost, does not suffice for, is a shorter list and not a failure.
+// the directory's extension records. With `keep_going`, what lies after the last entry of each index block is
+// taken too. `reads` holds how many bytes reading indexes may still cost. False if a record cannot be read,
+// there is no usable index, or memory ran out; the collection keeps what was found until then. True with
+// fewer children if part of the index is damaged, or if `reads` runs out.
 [[nodiscard]] bool get_directory_children(CNtfs& ntfs, std::uint64_t entry, _inode_collection& collection,
                                           bool keep_going, budget& reads);
 // The same for a single directory.

@@ -180,8 +180,8 @@ void tell_again(const directory_content& content, status_log& log) {
 
 }  // namespace
 
-const child_name_table* directory_tables(CNtfs& ntfs, std::uint64_t directory, lookup_reads& reads,
-                                         status_log& log) {
+const child_name_table* child_names_of(CNtfs& ntfs, std::uint64_t directory, lookup_reads& reads,
+                                       status_log& log) {
     const directory_content* const content = content_of(ntfs, directory, reads, log);
     return content == nullptr || content->m_child_names.empty() ? nullptr : &content->m_child_names;
 }

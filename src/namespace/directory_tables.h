@@ -28,7 +28,7 @@ struct lookup_reads {
 
 // The table of names of a directory, read if the cache does not have it; null if it has no children, or none
 // that has a name. Each step is logged. The table belongs to the cache and is good until the next call.
-[[nodiscard]] const child_name_table* directory_tables(CNtfs& ntfs, std::uint64_t directory,
-                                                       lookup_reads& reads, status_log& log);
+[[nodiscard]] const child_name_table* child_names_of(CNtfs& ntfs, std::uint64_t directory,
+                                                     lookup_reads& reads, status_log& log);
 
 }  // namespace quarry

@@ -73,7 +73,7 @@ class path_walk {
 
   private:
     [[nodiscard]] bool find_child(const std::string& name) {
-        const child_name_table* const names = directory_tables(m_ntfs, m_parent, m_reads, m_log);
+        const child_name_table* const names = child_names_of(m_ntfs, m_parent, m_reads, m_log);
         if (names == nullptr) {
             return false;
         }

@@ -82,9 +82,10 @@ class CNtfs {
 
     // Opening and geometry (ntfs_open, ntfs_validate).
 
-    // Clears the object and opens a source: 33 and 35 the path, 34 the drive number, 32 is stored and treated
-    // as 33. False for a type that is none of them, an empty path of type 33 and a source that cannot be
-    // used; m_disk is null then, and m_source_type 255 if the type was below 32 or above 36.
+    // Reserved: the program opens volumes with open_volume. Clears the object and opens a source: 33 and 35
+    // the path, 34 the drive number, 32 is stored and treated as 33. False for a type that is none of them,
+    // an empty path of type 33 and a source that cannot be used; m_disk is null then, and m_source_type 255
+    // if the type was below 32 or above 36.
     [[nodiscard]] bool open_source(std::uint8_t source_type, const std::wstring& path, std::int32_t drive,
                                    std::uint64_t volume_offset, bool writable);
     // Reads the boot sector and record 0, once in the object's life unless it fails. `mft_position` is the

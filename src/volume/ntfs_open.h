@@ -1,10 +1,8 @@
 // The ways to a usable CNtfs.
 //
-// A volume lies on a physical drive, in a partition's device, in an image, or on a virtual disk made of VMDK
-// files. Opening it opens the source, validates the volume and hands the object out. Each way sets `out` to
-// null first and leaves it null on false, without a message; no reason is given. `load_security` reads the
-// volume's security descriptors when they are first needed, which is while it is opened; null where nobody
-// wants them.
+// Opening a volume opens its source, validates the volume and hands the object out. Each way sets `out` to
+// null first and leaves it null on false, without a message; no reason is given. `load_security` is asked
+// once, while the volume is opened, to read its security descriptors; null where nobody wants them.
 #pragma once
 
 #include "disk/source.h"
@@ -21,8 +19,9 @@ namespace quarry {
 [[nodiscard]] bool open_volume(const source& from, std::unique_ptr<CNtfs>& out, security_loader load_security,
                                bool writable = false);
 
-// The four kinds by their parts. `volume_offset` is the byte offset of the volume on the source. `writable`
-// is asked of the source and never used.
+// Reserved: the program opens volumes by a `source`, with the function above. The same for four kinds of
+// source by their parts. `volume_offset` is the byte offset of the volume on the source. `writable` asks for
+// a source that is open for writing too; nothing is ever written.
 
 // A physical drive by its number, 0 for the first.
 [[nodiscard]] bool open_by_drive(std::int32_t drive, std::uint64_t volume_offset, std::unique_ptr<CNtfs>& out,

@@ -88,11 +88,11 @@ struct dir_cache_entry {
     // The directory through which this one was first reached.
     std::uint64_t m_parent = 0;
     bool m_is_dir = true;
-    // The record's in-use bit was clear.
+    // The in-use bit of its record was clear.
     bool m_deleted = false;
-    // It was looked into before.
+    // Its content was read before, even if it is no longer kept.
     bool m_entered = false;
-    // Null until the directory is looked into, and again after its memory was wanted for another one.
+    // Null until the directory is looked into. Null again once the cache gave its memory to another one.
     std::unique_ptr<const directory_content> m_content;
 };
 

@@ -1,13 +1,13 @@
 // One copy after another from one open volume.
 //
-// A run has one order if the command line names the object, and one for each line of a list. Whatever orders
-// share is opened once: the source, the volume with its tables, the log. Each order is carried out by the
-// same few steps, and its outcome is said before the next one begins:
+// A run has one order if the command line names the object, otherwise one for each line of a list. All of
+// them share the source, the volume with its tables and the log, which are opened once. Each order takes the
+// same few steps, and its outcome is printed before the next one begins:
 //
 //     order --> find the stream --> write the copy --> warnings, then ok, doubt or err --> "info: result ..."
 //
-// The outcome holds all that became known, also of a copy that failed. The line of a manifest is written when
-// the copy has its name and before anything is said of it.
+// The outcome holds whatever was found out, even if the copy failed. The line of the manifest is written
+// after the copy has its final name and before the result is printed.
 #pragma once
 
 #include "exact/exact_volume.h"

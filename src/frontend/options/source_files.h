@@ -9,13 +9,14 @@
 
 namespace quarry {
 
-// The files that source options of these arguments name, each as it is typed and as it is opened; also of
-// options that another one hides, or that a slip leaves where nothing takes them, and what is beside a word
-// that looks like a source option. A word that an option before it keeps away counts as well.
+// The files that the source options among these arguments name, each as it is typed and as it is opened. All
+// of them count: also those of an option that has no effect because another one comes first, those after a
+// word that is nearly a source option ("-imgae"), and both words where it is not clear which of them an
+// option will take as its value.
 [[nodiscard]] std::vector<std::string> files_of_source_options(const arg_list& args);
 
-// The same and the volumes that paths among these arguments name. Outputs that are opened before the paths
-// are parsed look ahead with it.
+// The same and the volumes that paths among these arguments name. For outputs that are opened before the
+// paths are parsed.
 [[nodiscard]] std::vector<std::string> source_files_ahead(const arg_list& args);
 
 }  // namespace quarry
