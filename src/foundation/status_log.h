@@ -17,18 +17,11 @@ class status_log {
     status_log& operator=(const status_log&) = delete;
     virtual ~status_log() = default;
 
-    // One line from a printf format. The conversions of printf are known with their flags, widths, precisions
-    // and length modifiers; "%S" and "%ls" take a pointer to wide text and write its UTF-8 form, whatever the
-    // locale. A null pointer to text writes "(null)". "%n" and unknown conversions end the line there. Text
-    // may be a name from a disk: it is written as `visible_text` gives it, so that none can begin a line of
-    // its own. The line is cut at the format's length plus 254 bytes. Does nothing while the log is off.
-    //
-    // Only clang checks the arguments against the format: GCC calls "%S" an error under -Wpedantic.
-#ifdef __clang__
-    [[gnu::format(printf, 2, 3)]]
-#endif
-    void
-    log(const char* format, ...);
+    // One line from a printf format, without "%n" and without conversions of wide text, which depend on the
+    // locale. Text may be a name from a disk: the line is written as `visible_text` gives it, so that none
+    // can begin a line of its own. It is then cut at the format's length plus 254 bytes. Does nothing while
+    // the log is off.
+    [[gnu::format(printf, 2, 3)]] void log(const char* format, ...);
 
     // One line of ready text, of any length and with whatever line feeds are in it. Does nothing while the
     // log is off.

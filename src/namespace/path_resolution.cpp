@@ -1,5 +1,6 @@
 #include "namespace/path_resolution.h"
 
+#include "foundation/ql_string.h"
 #include "namespace/directory_tables.h"
 #include "namespace/path_segments.h"
 #include "namespace/reparse_link.h"
@@ -114,7 +115,7 @@ bool resolve_path(std::uint64_t& entry, std::uint64_t& parent_entry, std::wstrin
         return false;
     }
     strip_snapshot_prefix(path);
-    log.log("anal: %S", path.c_str());
+    log.log("anal: %s", narrow(path).c_str());
     path_segments segments = split_volume_path(path);
     if (segments.rooted) {
         log.log("root dir");
@@ -131,7 +132,7 @@ bool resolve_path(std::uint64_t& entry, std::uint64_t& parent_entry, std::wstrin
     entry = walk.entry();
     parent_entry = walk.parent();
     if (!found) {
-        log.log("inode not found for %S", path.c_str());
+        log.log("inode not found for %s", narrow(path).c_str());
         return false;
     }
     canonical_path = canonical_text(segments);

@@ -136,7 +136,7 @@ bool copy(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, const std::wstring& p
         return false;
     }
     if (rules.logs_partition) {
-        opts.m_run.m_log.log("partition letter %S", opts.m_source.partition().c_str());
+        opts.m_run.m_log.log("partition letter %s", narrow(opts.m_source.partition()).c_str());
     }
     const bool asks_for_clusters = !opts.m_cluster_text.empty();
     const bool takes_clusters =
