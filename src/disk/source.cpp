@@ -56,12 +56,19 @@ std::string names_of(const std::vector<std::wstring>& paths) {
 
 }  // namespace
 
+source source::of_one_path(source_kind kind, const std::wstring& path) {
+    return {
+        kind, {path}, -1, 0, kind == source_kind::partition ? type_of_partition(path) : type_of_image(path)};
+}
+
 source source::of_image(const std::wstring& path, std::uint64_t offset) {
-    return {source_kind::image, {path}, -1, offset, type_of_image(path)};
+    source image = of_one_path(source_kind::image, path);
+    image.offset = offset;
+    return image;
 }
 
 source source::of_partition(const std::wstring& path) {
-    return {source_kind::partition, {path}, -1, 0, type_of_partition(path)};
+    return of_one_path(source_kind::partition, path);
 }
 
 source source::of_path(const std::wstring& path, std::uint8_t type, std::uint64_t offset) {

@@ -36,12 +36,14 @@ struct source {
     // What was opened while the source was checked: read on, not opened again. Null where nothing was kept.
     std::shared_ptr<const opened_bytes> kept_open = {};
 
-    // An image. "c:" and "c:\" are letter forms.
+    // A source of any kind that has one path. "c:" and "c:\" are letter forms.
+    //
+    // Deliberate: for a partition a colon after any first character makes a letter form of a text of any
+    // length. So the path "a:b" is opened as the file "a:".
+    [[nodiscard]] static source of_one_path(source_kind kind, const std::wstring& path);
+    // An image.
     [[nodiscard]] static source of_image(const std::wstring& path, std::uint64_t offset);
     // A partition by its device; the volume begins where the device does.
-    //
-    // Deliberate: a colon after any first character makes a letter form of a text of any length. So the path
-    // "a:b" is opened as the file "a:".
     [[nodiscard]] static source of_partition(const std::wstring& path);
     // A path of a given type, of which 32, 33 and 35 can be opened.
     [[nodiscard]] static source of_path(const std::wstring& path, std::uint8_t type, std::uint64_t offset);

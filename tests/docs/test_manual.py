@@ -10,6 +10,7 @@ import pytest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 MANUAL = os.path.join(ROOT, "docs", "quarry.1")
+SOURCE_TABLE = ("src", "frontend", "options", "source_table.h")
 
 
 def text_of(*path):
@@ -22,7 +23,14 @@ def sources(pattern):
 
 
 def sources_of_frontend():
-    return sources("src/frontend/*.cpp") + sources("src/frontend/options/*.cpp")
+    return sources("src/frontend/*.cpp") + sources("src/frontend/options/*.cpp") + text_of(*SOURCE_TABLE)
+
+
+def options_of_exact_mode(state=""):
+    """Those of its own table, and the rows of the sources that have no hint to something else."""
+    table = text_of("src", "frontend", "exact", "option_table.cpp")
+    return (set(re.findall(r'row\("(-[a-z][a-z0-9_]*)", option::\w+, \d, ' + state, table)) |
+            set(re.findall(r'\{"(-[a-z]+)", source_kind::\w+, source_value::\w+\}', text_of(*SOURCE_TABLE))))
 
 
 def options_of_program():
@@ -81,9 +89,8 @@ def test_the_page_has_every_option_of_the_program_and_no_other():
 
 
 def test_the_page_has_every_option_of_the_exact_mode_and_no_other():
-    table = text_of("src", "frontend", "exact", "option_table.cpp")
     # The page writes "--help" as a flag of "-help", which the pattern above reads as one.
-    assert options_in(pages_of_both_modes()[1]) == set(re.findall(r'row\("(-[a-z][a-z0-9_]*)"', table))
+    assert options_in(pages_of_both_modes()[1]) == options_of_exact_mode()
 
 
 def codes_of_the_manifest():
@@ -129,9 +136,7 @@ def test_completions_name_the_options_of_the_exact_mode(completion, start, patte
     text = text_of("completions", completion)
     part = text[text.index(start):]
     named = {"-" + name.lstrip("-") for name in re.findall(pattern, part.split("\n}\n")[0] if start else part, re.M)}
-    rows = re.findall(r'row\("(-[a-z][a-z0-9_]*)", option::\w+, \d, taken', text_of("src", "frontend", "exact",
-                                                                                     "option_table.cpp"))
-    assert named - {"-exact"} == set(rows) - {"-exact", "-help"}
+    assert named - {"-exact"} == options_of_exact_mode("taken") - {"-exact", "-help"}
 
 
 # Named only in the page: other names of an option, and what changes nothing that a copy shows.

@@ -89,7 +89,7 @@ class given_options {
             if (row->state == option_state::refused) {
                 return refuse(std::string(row->name) + " is not taken with -exact: " + hint_of(*row));
             }
-            if (!row->repeatable && has(row->id)) {
+            if (!row->repeatable && has(*row)) {
                 return refuse(std::string(row->name) + " is given twice");
             }
             auto values = values_of(*row, words);
@@ -133,7 +133,7 @@ class given_options {
             const bool listed = std::find(ids.begin(), ids.end(), given.row->id) != ids.end();
             const bool repeated =
                 std::any_of(found.begin(), found.end(),
-                            [&given](const given_option* other) { return other->row->id == given.row->id; });
+                            [&given](const given_option* other) { return other->row == given.row; });
             if (listed && !repeated) {
                 found.push_back(&given);
             }
@@ -149,6 +149,11 @@ class given_options {
     }
 
   private:
+    [[nodiscard]] bool has(const option_row& row) const {
+        return std::any_of(m_given.begin(), m_given.end(),
+                           [&row](const given_option& given) { return given.row == &row; });
+    }
+
     std::vector<given_option> m_given;
 };
 
@@ -223,16 +228,16 @@ status check_listing(const given_options& given) {
 
 // What is missing, and what cannot go together.
 status check_combination(const given_options& given) {
-    return at_most_one_of(given, {option::image, option::partition, option::vmdk})
+    return at_most_one_of(given, {option::disk_source, option::volume_source})
         .and_then([&] {
-            return needs_one_of(given, {option::image, option::partition, option::vmdk},
+            return needs_one_of(given, {option::disk_source, option::volume_source},
                                 "no source; say -image, -partition or -vmdk");
         })
         .and_then([&] {
             return at_most_one_of(given, {option::offset, option::ntfsvol, option::first_ntfsvol});
         })
         .and_then([&] {
-            return nothing_beside(given, option::partition,
+            return nothing_beside(given, option::volume_source,
                                   {option::offset, option::ntfsvol, option::first_ntfsvol, option::volumes,
                                    option::sector_size});
         })
@@ -243,10 +248,11 @@ status check_combination(const given_options& given) {
                  option::cluster, option::pipe, option::list, option::dst, option::tree});
         })
         .and_then([&] {
-            return nothing_beside(given, option::verify_source,
-                                  {option::partition, option::offset, option::ntfsvol, option::first_ntfsvol,
-                                   option::sector_size, option::volumes, option::src, option::mft,
-                                   option::cluster, option::pipe, option::list, option::dst, option::tree});
+            return nothing_beside(
+                given, option::verify_source,
+                {option::volume_source, option::offset, option::ntfsvol, option::first_ntfsvol,
+                 option::sector_size, option::volumes, option::src, option::mft, option::cluster,
+                 option::pipe, option::list, option::dst, option::tree});
         })
         .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
         .and_then([&] { return check_object(given); })
@@ -355,20 +361,20 @@ status take_letters(exact_options& options, const given_options& given) {
 
 // The files of a chain may be named in one value, with "|", "," or ";" between them.
 status take_source(exact_options& options, const given_options& given) {
-    if (given.has(option::image)) {
-        options.source = {source_choice::kind::image, given.all_values(option::image)};
-    } else if (given.has(option::partition)) {
-        options.source = {source_choice::kind::partition, given.all_values(option::partition)};
-    } else {
-        options.source.kind = source_choice::kind::vmdk;
-        for (std::string list : given.all_values(option::vmdk)) {
-            replace_char(list, ',', '|', false);
-            replace_char(list, ';', '|', false);
-            split(options.source.paths, list, '|', {.trim_each = true, .append = true});
-        }
-        if (options.source.paths.empty()) {
-            return refuse("-vmdk needs a value; this one names no file");
-        }
+    const option id = given.has(option::volume_source) ? option::volume_source : option::disk_source;
+    const source_option& named = *given.find(id)->row->source;
+    options.source.kind = named.kind;
+    if (named.value != source_value::files) {
+        options.source.paths = given.all_values(id);
+        return {};
+    }
+    for (std::string list : given.all_values(id)) {
+        replace_char(list, ',', '|', false);
+        replace_char(list, ';', '|', false);
+        split(options.source.paths, list, '|', {.trim_each = true, .append = true});
+    }
+    if (options.source.paths.empty()) {
+        return refuse(std::string(named.word) + " needs a value; this one names no file");
     }
     return {};
 }
@@ -467,8 +473,8 @@ status check_manifest(const given_options& given) {
 }
 
 status check_paths(const given_options& given) {
-    for (const given_option* const option : given.among({option::image, option::partition, option::vmdk,
-                                                         option::dst, option::manifest, option::diags})) {
+    for (const given_option* const option : given.among(
+             {option::disk_source, option::volume_source, option::dst, option::manifest, option::diags})) {
         if (option->values.front().empty()) {
             return refuse(std::string(option->row->name) + " needs a value; this one is empty");
         }

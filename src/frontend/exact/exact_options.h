@@ -6,6 +6,8 @@
 // the rest of the mode reads it and nothing else of the command line.
 #pragma once
 
+#include "disk/source.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,10 +18,9 @@
 
 namespace quarry::exact {
 
-// What is read: the paths as typed. A chain of virtual disk files has several.
+// What is read: the paths as typed, in whatever encoding. A chain of virtual disk files has several.
 struct source_choice {
-    enum class kind : std::uint8_t { image, partition, vmdk };
-    kind kind = kind::image;
+    source_kind kind = source_kind::image;
     std::vector<std::string> paths;
 };
 

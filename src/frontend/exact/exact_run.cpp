@@ -149,7 +149,7 @@ void log_volume(const exact_volume& volume, exact_messages& messages) {
 // are shown.
 result<partition> find_volume(const exact_source& source, const exact_options& options,
                               exact_messages& messages, notices& told) {
-    if (options.offset || options.source.kind == source_choice::kind::partition) {
+    if (options.offset || options.source.kind == source_kind::partition) {
         const std::uint64_t offset = options.offset.value_or(0);
         const partition rest = {offset, offset < source.size() ? source.size() - offset : 0};
         if (look_at_volume(source, rest).kind == volume_kind::bitlocker) {

@@ -1,5 +1,7 @@
 #include "frontend/exact/manifest.h"
 
+#include "frontend/options/source_table.h"
+
 #include <array>
 #include <climits>
 #include <ctime>
@@ -25,24 +27,12 @@ std::string working_directory() {
     return ::getcwd(path.data(), path.size()) == nullptr ? "" : path.data();
 }
 
-std::string kind_text(enum source_choice::kind kind) {
-    switch (kind) {
-        case source_choice::kind::image:
-            return "image";
-        case source_choice::kind::partition:
-            return "partition";
-        case source_choice::kind::vmdk:
-            break;
-    }
-    return "vmdk";
-}
-
 }  // namespace
 
 manifest::manifest(const exact_options& options, const arg_list& arguments,
                    std::unique_ptr<manifest_file> file, only_by_open)
     : m_file(std::move(file)), m_options(options), m_run{now(), host_name(), working_directory(), arguments} {
-    m_source.kind = kind_text(options.source.kind);
+    m_source.kind = option_of(options.source.kind).word_without_dash();
     for (const std::string& path : options.source.paths) {
         m_source.files.push_back({path});
     }

@@ -23,14 +23,23 @@ constexpr option_row foreign(std::string_view name, std::string_view hint) {
     return {.name = name, .hint = hint};
 }
 
-constexpr auto rows = std::to_array<option_row>({
+constexpr option_row row_of_source(const source_option& source) {
+    if (!source.exact_hint.empty()) {
+        return foreign(source.word, source.exact_hint);
+    }
+    return {.name = source.word,
+            .id = source.kind == source_kind::partition ? option::volume_source : option::disk_source,
+            .values = 1,
+            .state = taken,
+            .repeatable = source.value == source_value::files,
+            .source = &source};
+}
+
+constexpr auto other_rows = std::to_array<option_row>({
     row("-exact", option::exact, 0, taken),
     row("-h", option::help, 0, taken),
     row("-help", option::help, 0, taken),
     row("--help", option::help, 0, taken),
-    row("-image", option::image, 1, taken),
-    row("-partition", option::partition, 1, taken),
-    row("-vmdk", option::vmdk, 1, taken, true),
     row("-offset", option::offset, 1, taken),
     row("-ntfsvol", option::ntfsvol, 1, taken),
     row("-first_ntfsvol", option::first_ntfsvol, 0, taken),
@@ -63,7 +72,6 @@ constexpr auto rows = std::to_array<option_row>({
 
     foreign("-meta", "say -manifest"),
     foreign("-skip_sparse_clusters", "say -sparse"),
-    foreign("-drivenum", "give the device to -image"),
     foreign("-ignore_image_size", "it is not needed"),
     foreign("-enumdir", choose_lines),
     foreign("-num_subdirs", choose_lines),
@@ -110,6 +118,14 @@ constexpr auto rows = std::to_array<option_row>({
     foreign("-separate_files", no_effect),
     foreign("-outdir", no_effect),
 });
+
+constexpr auto rows = [] {
+    std::array<option_row, source_options.size() + other_rows.size()> all{};
+    auto* const end =
+        std::transform(source_options.begin(), source_options.end(), all.begin(), row_of_source);
+    std::copy(other_rows.begin(), other_rows.end(), end);
+    return all;
+}();
 
 constexpr std::size_t most_edits = 2;
 

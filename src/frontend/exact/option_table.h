@@ -5,6 +5,8 @@
 // what to do instead.
 #pragma once
 
+#include "frontend/options/source_table.h"
+
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -14,9 +16,8 @@ namespace quarry::exact {
 enum class option : std::uint8_t {
     exact,
     help,
-    image,
-    partition,
-    vmdk,
+    disk_source,    // names what is read: a disk, or a volume without a partition table
+    volume_source,  // names a partition
     offset,
     ntfsvol,
     first_ntfsvol,
@@ -65,9 +66,11 @@ struct option_row {
     bool repeatable = false;
     // For a refused option: what to do instead.
     std::string_view hint = {};
+    // Of an option that names the source; otherwise null.
+    const source_option* source = nullptr;
 };
 
-// All rows, those of this mode first.
+// All rows: those of sources, then those of this mode, then the refused ones.
 [[nodiscard]] std::span<const option_row> option_rows();
 
 // The row of a word in any letter case. Null for a word that is no option.

@@ -150,7 +150,7 @@ bool opened_source::has_changed() const {
 }
 
 result<std::vector<std::string>> files_of_source(const source_choice& choice) {
-    if (choice.kind != source_choice::kind::image || !is_ewf(choice.paths.front())) {
+    if (choice.kind != source_kind::image || !is_ewf(choice.paths.front())) {
         return choice.paths;
     }
     std::string why;
@@ -163,10 +163,10 @@ result<std::vector<std::string>> files_of_source(const source_choice& choice) {
 
 result<opened_source> open_source(const source_choice& choice, const std::vector<std::string>& files,
                                   notices& told) {
-    if (choice.kind == source_choice::kind::vmdk) {
+    if (choice.kind == source_kind::virtual_disk) {
         return open_chain(files);
     }
-    const bool is_image = choice.kind == source_choice::kind::image;
+    const bool is_image = choice.kind == source_kind::image;
     return is_image && is_ewf(files.front()) ? open_ewf(files) : open_raw(files.front(), told);
 }
 

@@ -18,7 +18,7 @@ void add_path(std::vector<std::string>& files, const std::string& path) {
     files.push_back(canonical_path(path, '/'));
 }
 
-void add_virtual_disk(std::vector<std::string>& files, std::string list) {
+void add_listed(std::vector<std::string>& files, std::string list) {
     files.push_back(list);
     replace_char(list, ',', '|', false);
     replace_char(list, ';', '|', false);
@@ -31,18 +31,18 @@ void add_drive(std::vector<std::string>& files, std::string number) {
     files.push_back(drive_device(static_cast<std::int32_t>(drive)));
 }
 
-void add_value(std::vector<std::string>& files, source_option option, const std::string& value) {
-    switch (option) {
-        case source_option::vmdk:
-            add_virtual_disk(files, value);
+void add_value(std::vector<std::string>& files, source_value kind, const std::string& value) {
+    switch (kind) {
+        case source_value::files:
+            add_listed(files, value);
             break;
-        case source_option::partition:
+        case source_value::device:
             add_path(files, value.size() == 1 ? value + ":" : value);
             break;
-        case source_option::image:
+        case source_value::file:
             add_path(files, value);
             break;
-        case source_option::drive:
+        case source_value::number:
             add_drive(files, value);
             break;
     }
@@ -53,9 +53,9 @@ void add_any_value(std::vector<std::string>& files, const std::string& value) {
     if (value.empty()) {
         return;
     }
-    add_value(files, source_option::vmdk, value);
-    add_value(files, source_option::partition, value);
-    add_value(files, source_option::image, value);
+    add_value(files, source_value::files, value);
+    add_value(files, source_value::device, value);
+    add_value(files, source_value::file, value);
     if (value.find_first_not_of("0123456789") == std::string::npos) {
         add_drive(files, value);
     }
@@ -68,12 +68,12 @@ std::vector<std::string> files_of_source_options(const arg_list& args) {
     for (std::size_t index = 0; index < args.size(); ++index) {
         const std::string& word = args[index];
         const source_likeness likeness = likeness_of(word);
-        if (!likeness.exact && !likeness.alike) {
+        if (likeness.exact == nullptr && !likeness.alike) {
             continue;
         }
         for (const std::string& value : possible_values(args, index)) {
-            if (likeness.exact) {
-                add_value(files, *likeness.exact, value);
+            if (likeness.exact != nullptr) {
+                add_value(files, likeness.exact->value, value);
             } else {
                 add_any_value(files, value);
             }

@@ -7,9 +7,11 @@
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "foundation/ql_text.h"
+#include "frontend/options/source_table.h"
 #include "frontend/output/console.h"
 
 #include <iostream>
+#include <optional>
 
 namespace quarry {
 
@@ -69,10 +71,10 @@ bool find_volume_in_image(source& image) {
     return false;
 }
 
-bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
+bool parse_image(quarry_opts& opts, source_kind kind, const std::string& path, arg_list& args) {
     const std::wstring absolute = canonical_path(std::wstring_view(widen(path)), L'/');
     source& image = opts.m_source;
-    image = source::of_image(absolute, 0);
+    image = source::of_one_path(kind, absolute);
     if (absolute.empty()) {
         // Deliberate: the message ends in a comma after its line end, not before it. The user sees the comma
         // at the start of the next line.
@@ -100,6 +102,11 @@ bool parse_image(quarry_opts& opts, const std::string& path, arg_list& args) {
     return true;
 }
 
+bool parse_device(quarry_opts& opts, source_kind kind, const std::string& path) {
+    opts.m_source = source::of_one_path(kind, widen(path.size() == 1 ? path + ":" : path));
+    return opts.pass_gate();
+}
+
 bool parse_drive(quarry_opts& opts, std::string number, arg_list& args) {
     if (!opts.pass_gate()) {
         return false;
@@ -119,6 +126,35 @@ bool parse_drive(quarry_opts& opts, std::string number, arg_list& args) {
     const bool ignore_size = ignores_image_size(chosen.offset, args);
     bool found = false;
     return locate_volume(std::cerr, chosen, found, ignore_size);
+}
+
+// What an option names. Nothing if it is not there.
+//
+// Deliberate: an option for several files that has no list hides the sources after it; it does not count as
+// absent. The user sees the run go on without a source. Any other option without a value counts as absent.
+std::optional<bool> parse_source_option(quarry_opts& opts, const source_option& option, arg_list& args) {
+    if (option.value == source_value::files) {
+        if (!peek_flag(option.word, args, 0)) {
+            return std::nullopt;
+        }
+        opts.m_source = source::of_virtual_disk({}, 0);
+        return parse_vmdk_option(opts.m_run, opts.m_source, args, check_virtual_disk, locate_volume, true,
+                                 option.word);
+    }
+    std::string value;
+    if (!find_value(option.word, value, args)) {
+        return std::nullopt;
+    }
+    switch (option.value) {
+        case source_value::device:
+            return parse_device(opts, option.kind, value);
+        case source_value::number:
+            return parse_drive(opts, value, args);
+        case source_value::file:
+        case source_value::files:
+            break;
+    }
+    return parse_image(opts, option.kind, value, args);
 }
 
 }  // namespace
@@ -158,23 +194,10 @@ bool parse_vmdk_option(cmd_params& opts, source& disk, arg_list& args, const vmd
 
 bool parse_source(quarry_opts& opts, arg_list& args) {
     opts.m_source = {};
-    // Deliberate: the option without a list hides the image; it does not count as absent. The user sees the
-    // run go on without a source.
-    if (peek_flag("-vmdk", args, 0)) {
-        opts.m_source = source::of_virtual_disk({}, 0);
-        return parse_vmdk_option(opts.m_run, opts.m_source, args, check_virtual_disk, locate_volume, true,
-                                 "-vmdk");
-    }
-    std::string value;
-    if (find_value("-partition", value, args)) {
-        opts.m_source = source::of_partition(widen(value.size() == 1 ? value + ":" : value));
-        return opts.pass_gate();
-    }
-    if (find_value("-image", value, args)) {
-        return parse_image(opts, value, args);
-    }
-    if (find_value("-drivenum", value, args)) {
-        return parse_drive(opts, value, args);
+    for (const source_option& option : source_options) {
+        if (const std::optional<bool> parsed = parse_source_option(opts, option, args)) {
+            return *parsed;
+        }
     }
     return true;
 }

@@ -1,7 +1,7 @@
 // The options that name the source, and where on it the volume lies.
 //
-// -vmdk, -partition, -image and -drivenum exclude each other: the first of them that is there, in that order,
-// decides, and the others are not looked at.
+// They exclude each other: the first of source_table.h that is there decides, and the others are not looked
+// at.
 #pragma once
 
 #include "disk/source.h"

@@ -14,13 +14,6 @@ namespace {
 
 constexpr std::size_t most_edits = 2;
 
-constexpr std::array<std::pair<std::string_view, source_option>, 4> source_names = {{
-    {"vmdk", source_option::vmdk},
-    {"partition", source_option::partition},
-    {"image", source_option::image},
-    {"drivenum", source_option::drive},
-}};
-
 // "-", and in UTF-8 the hyphens and dashes U+2010 to U+2015 and the minus sign.
 constexpr std::array<std::string_view, 8> dashes = {"-",
                                                     "\xE2\x80\x90",
@@ -88,10 +81,11 @@ std::size_t words_taken_early(const std::string& word) {
 // a "=".
 bool is_like_a_name(std::string_view word) {
     const std::string_view name = word.substr(0, word.find('='));
-    return std::any_of(source_names.begin(), source_names.end(), [name](const auto& known) {
-        const std::size_t longer = std::max(name.size(), known.first.size());
-        return longer - std::min(name.size(), known.first.size()) <= most_edits &&
-               edit_distance(name, known.first) <= most_edits;
+    return std::any_of(source_options.begin(), source_options.end(), [name](const source_option& known) {
+        const std::string_view source = known.word_without_dash();
+        const std::size_t longer = std::max(name.size(), source.size());
+        return longer - std::min(name.size(), source.size()) <= most_edits &&
+               edit_distance(name, source) <= most_edits;
     });
 }
 
@@ -139,9 +133,9 @@ source_likeness likeness_of(std::string_view word) {
     while (const std::size_t length = dash_length(name)) {
         name.remove_prefix(length);
     }
-    for (const auto& [known, source] : source_names) {
-        if (option.size() == known.size() + 1 && option.ends_with(known) && option.front() == '-') {
-            return {source, false};
+    for (const source_option& known : source_options) {
+        if (option == known.word) {
+            return {&known, false};
         }
     }
     likeness.alike = is_like_a_name(name);
@@ -168,8 +162,8 @@ std::vector<std::string> possible_values(const arg_list& args, std::size_t index
 std::vector<std::string> words_after_source_files(const arg_list& args) {
     std::vector<std::string> words;
     for (std::size_t index = 0; index < args.size(); ++index) {
-        const std::optional<source_option> source = likeness_of(args[index]).exact;
-        if (source && *source != source_option::drive) {
+        const source_option* const source = likeness_of(args[index]).exact;
+        if (source != nullptr && source->value != source_value::number) {
             if (const std::size_t next = value_index(args, index) + 1; next < args.size()) {
                 words.push_back(args[next]);
             }

@@ -6,25 +6,23 @@
 #pragma once
 
 #include "frontend/arg_list.h"
+#include "frontend/options/source_table.h"
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace quarry {
 
-enum class source_option { vmdk, partition, image, drive };
-
 // True for a word that begins like an option: with "-", or with one of the dashes that a text program makes
 // of it.
 [[nodiscard]] bool begins_with_dash(std::string_view word);
 
-// How a word relates to the source options. `exact` is the one that it is; `alike` is true if it is none but
-// would be one after at most two edits (a letter added, left out or replaced), whatever dashes it begins with
-// and whatever follows a "=". Other options of the program are not alike.
+// How a word relates to the source options. `exact` is the one that it is, or null; `alike` is true if it is
+// none but would be one after at most two edits (a letter added, left out or replaced), whatever dashes it
+// begins with and whatever follows a "=". Other options of the program are not alike.
 struct source_likeness {
-    std::optional<source_option> exact;
+    const source_option* exact = nullptr;
     bool alike = false;
 };
 [[nodiscard]] source_likeness likeness_of(std::string_view word);
@@ -40,7 +38,7 @@ struct source_likeness {
 // that is taken off the command line before the source options are looked at.
 [[nodiscard]] std::vector<std::string> possible_values(const arg_list& args, std::size_t index);
 
-// The words that come directly after the value of -image, -vmdk or -partition. A shell that expands
+// The words that come directly after the value of an option that names files. A shell that expands
 // "disk.00*" puts the second piece of an image there.
 [[nodiscard]] std::vector<std::string> words_after_source_files(const arg_list& args);
 

@@ -259,6 +259,37 @@ TEST_F(vmdk_check_test,
     }
 }
 
+TEST_F(vmdk_check_test, the_files_of_a_chain_that_passes_stay_open_and_are_not_opened_again) {
+    vmdk_builder base = file_of("1", "ffffffff");
+    base.put(0, pattern(4096, 1));
+    source disk = source::of_virtual_disk({write("snap", file_of("5", "1")), write("base", base)}, 0);
+    std::ostringstream stream;
+    ASSERT_TRUE(check_virtual_disk(disk, stream, m_suggested));
+    std::filesystem::remove(m_dir / "base");
+    std::filesystem::remove(m_dir / "snap");
+    for (int turn = 0; turn < 2; ++turn) {
+        const source copied = disk;
+        const auto opened = copied.open();
+        ASSERT_NE(opened, nullptr);
+        ASSERT_TRUE(opened->is_ok());
+        bytes read(4096);
+        std::uint64_t length = 4096;
+        EXPECT_TRUE(opened->read(read.data(), length, 0));
+        EXPECT_EQ(read, pattern(4096, 1));
+    }
+    EXPECT_FALSE(disk.open(true)->is_ok()) << "for writing it is opened anew";
+}
+
+TEST_F(vmdk_check_test, files_that_pass_and_make_no_chain_are_not_kept_open) {
+    source disk = source::of_virtual_disk({write("base.vmdk", file_of("1", "ffffffff")),
+                                           write("snap.vmdk", file_of("5", "4", "\"base.vmdk\""))},
+                                          0);
+    std::ostringstream stream;
+    EXPECT_TRUE(check_virtual_disk(disk, stream, m_suggested));
+    EXPECT_EQ(disk.kept_open, nullptr);
+    EXPECT_FALSE(disk.open()->is_ok());
+}
+
 TEST_F(vmdk_check_test, a_child_without_a_hint_passes_after_a_base) {
     EXPECT_TRUE(check({write("base.vmdk", file_of("1", "ffffffff")), write("snap.vmdk", file_of("5", "4"))}));
 }

@@ -28,7 +28,7 @@ class exact_confinement : public testing::Test {
         write_file(m_dir / "other", to_bytes("z"));
         std::filesystem::create_directories(m_dir / "out");
         write_file(m_dir / "out/earlier", to_bytes("earlier"));
-        m_options.source = {exact::source_choice::kind::vmdk, {at("base"), at("snapshot")}};
+        m_options.source = {source_kind::virtual_disk, {at("base"), at("snapshot")}};
         m_options.destination = at("out/");
     }
     [[nodiscard]] std::string at(const char* name) const { return (m_dir / name).string(); }

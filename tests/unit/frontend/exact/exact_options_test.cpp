@@ -61,7 +61,7 @@ TEST(exact_options, one_word_in_any_letter_case_asks_for_the_mode) {
 
 TEST(exact_options, a_path_is_copied_from_an_image) {
     const exact_options options = options_of("-exact -image disk.dd -src /a.txt -dst out/");
-    EXPECT_EQ(options.source.kind, source_choice::kind::image);
+    EXPECT_EQ(options.source.kind, source_kind::image);
     EXPECT_EQ(options.source.paths, words{"disk.dd"});
     ASSERT_TRUE(options.object);
     EXPECT_EQ(std::get<object_by_path>(*options.object).text, "/a.txt");
@@ -183,7 +183,7 @@ TEST(exact_options, letters_may_be_repeated_and_are_a_letter_or_a_volume) {
 TEST(exact_options, disk_files_are_a_list_and_may_be_repeated) {
     const words list = {"quarry", "-exact", "-vmdk", "a.vmdk | b.vmdk", "-vmdk", "c.vmdk", "-src",
                         "/a",     "-dst",   "b"};
-    EXPECT_EQ(options_of(list).source.kind, source_choice::kind::vmdk);
+    EXPECT_EQ(options_of(list).source.kind, source_kind::virtual_disk);
     EXPECT_EQ(options_of(list).source.paths, (words{"a.vmdk", "b.vmdk", "c.vmdk"}));
 }
 

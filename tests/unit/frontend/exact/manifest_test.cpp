@@ -16,7 +16,7 @@ class manifest_test : public testing::Test {
   protected:
     manifest_test() {
         m_options.manifest_path = (m_dir / "m.jsonl").string();
-        m_options.source = {source_choice::kind::image, {"disk.dd"}};
+        m_options.source = {source_kind::image, {"disk.dd"}};
     }
     [[nodiscard]] result<std::unique_ptr<manifest>> open() {
         output_guard guard;

@@ -22,7 +22,7 @@ TEST(option_table, an_option_is_found_in_any_letter_case) {
     for (const std::string_view word : {"-image", "-IMAGE", "-iMaGe"}) {
         const option_row* const row = find_option(word);
         ASSERT_NE(row, nullptr) << word;
-        EXPECT_EQ(row->id, option::image);
+        EXPECT_EQ(row->id, option::disk_source);
     }
 }
 

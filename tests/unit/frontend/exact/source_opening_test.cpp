@@ -19,7 +19,7 @@ bool is_listed(const std::string& text, unsigned major_number, unsigned minor_nu
 }
 
 exact::source_choice image(const temp_dir& directory) {
-    return {exact::source_choice::kind::image, {(directory / "image").string()}};
+    return {source_kind::image, {(directory / "image").string()}};
 }
 
 }  // namespace

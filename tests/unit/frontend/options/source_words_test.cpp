@@ -18,10 +18,10 @@ TEST(source_words, edits_are_letters_added_left_out_and_replaced) {
 }
 
 TEST(source_words, a_source_option_is_exact_in_any_case_of_its_letters) {
-    EXPECT_EQ(likeness_of("-image").exact, source_option::image);
-    EXPECT_EQ(likeness_of("-VMDK").exact, source_option::vmdk);
-    EXPECT_EQ(likeness_of("-Partition").exact, source_option::partition);
-    EXPECT_EQ(likeness_of("-drivenum").exact, source_option::drive);
+    EXPECT_EQ(likeness_of("-image").exact, &option_of(source_kind::image));
+    EXPECT_EQ(likeness_of("-VMDK").exact, &option_of(source_kind::virtual_disk));
+    EXPECT_EQ(likeness_of("-Partition").exact, &option_of(source_kind::partition));
+    EXPECT_EQ(likeness_of("-drivenum").exact, &option_of(source_kind::drive));
     EXPECT_FALSE(likeness_of("-image").alike);
 }
 
@@ -29,7 +29,7 @@ TEST(source_words, two_edits_are_alike_and_three_are_not) {
     for (const char* word : {"--image", "-img", "-imgae", "-image=x", "-vmd", "-partitions", "-drivenumber",
                              "\u2014image", "---vmdk", "-diskimage", "-drivenu"}) {
         const bool three_edits = word == std::string("-drivenumber") || word == std::string("-diskimage");
-        EXPECT_FALSE(likeness_of(word).exact) << word;
+        EXPECT_EQ(likeness_of(word).exact, nullptr) << word;
         EXPECT_EQ(likeness_of(word).alike, !three_edits) << word;
     }
 }
