@@ -2,6 +2,7 @@
 
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
+#include "frontend/copy/copy_outputs.h"
 
 #include <algorithm>
 #include <array>
@@ -25,8 +26,6 @@
 namespace quarry {
 
 namespace {
-
-constexpr std::string_view report_ending = ".meta.txt";
 
 // Of a version that headers of Debian 12 do not know yet.
 constexpr std::uint64_t access_truncate = std::uint64_t{1} << 14;
@@ -378,7 +377,7 @@ needed_files files_needed_by(const quarry_opts& opts) {
     files.read_dirs = host_descriptions();
     const std::string destination = narrow(opts.m_dst);
     if (!destination.empty()) {
-        files.outputs = {destination, destination + std::string(report_ending)};
+        files.outputs = files_of_copy(destination);
         if (destination.ends_with('/') || destination.ends_with('\\')) {
             files.output_dirs = {destination.ends_with('/') ? destination : directory_of(destination)};
         }

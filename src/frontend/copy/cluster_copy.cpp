@@ -64,7 +64,7 @@ void copy_range(CNtfs& ntfs, const cluster_range& range, output_file& out, outpu
 bool open_first_drive(std::unique_ptr<CNtfs>& ntfs, const copy_request& request, const std::wstring& report,
                       output_guard& guard) {
     guard.add_source(drive_device(0));
-    return guard.look_at(narrow(request.destination), output_kind::copy) == output_verdict::free &&
+    return guard.look_at(narrow(request.outputs.copy), output_kind::copy) == output_verdict::free &&
            (report.empty() || guard.look_at(narrow(report), output_kind::report) == output_verdict::free) &&
            open_volume(source::of_drive(0, request.from.offset), ntfs, nullptr);
 }
@@ -73,7 +73,7 @@ bool open_first_drive(std::unique_ptr<CNtfs>& ntfs, const copy_request& request,
 
 bool copy_clusters(const copy_request& request, bool with_report, output_guard& guard) {
     const source from = request.from.for_clusters();
-    const std::wstring report_path = with_report ? request.report : std::wstring();
+    const std::wstring report_path = with_report ? request.outputs.report_path(text_report) : std::wstring();
     std::unique_ptr<CNtfs> ntfs;
     const bool gives_way = from.gives_way_to_first_drive();
     if (from.is_left_to_the_path() || (!open_volume(from, ntfs, nullptr) &&
@@ -81,7 +81,7 @@ bool copy_clusters(const copy_request& request, bool with_report, output_guard& 
         return false;
     }
     output_file out;
-    if (!out.open(guard, request.destination, output_kind::copy)) {
+    if (!out.open(guard, request.outputs.copy, output_kind::copy)) {
         // Deliberate: a copy of clusters whose file cannot be opened counts as a success.
         return true;
     }

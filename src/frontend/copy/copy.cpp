@@ -120,8 +120,7 @@ std::optional<copy_request> settled_request(quarry_opts& opts, const std::wstrin
     if (!settle_destination(target, opts, request.path, how)) {
         return std::nullopt;
     }
-    request.destination = target.path;
-    request.report = target.meta;
+    request.outputs = target.outputs;
     return request;
 }
 
@@ -150,7 +149,7 @@ bool copy(std::unique_ptr<CNtfs>& ntfs, quarry_opts& opts, const std::wstring& p
     }
     if (!copied && (takes_clusters || rules.says_that_driver_failed)) {
         print_copy_failed(opts.m_run, request->path,
-                          rules.keeps_absolute_destination ? target.named : target.path);
+                          rules.keeps_absolute_destination ? target.named : target.outputs.copy);
     }
     return copied;
 }

@@ -5,11 +5,13 @@
 
 #include "disk/source.h"
 #include "foundation/uni_streams.h"
+#include "frontend/copy/copy_outputs.h"
 #include "frontend/options/quarry_opts.h"
 
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace quarry {
 
@@ -23,8 +25,7 @@ struct copy_request {
     cluster_range clusters = {};
 
     // The target.
-    std::wstring destination = {};
-    std::wstring report = {};            // path of the report; empty for none
+    copy_outputs outputs = {};
     std::ostream* out_stream = nullptr;  // Reserved: no flow sets it
 
     // The modes.
@@ -36,8 +37,8 @@ struct copy_request {
 // What the copy of a file found.
 struct copy_findings {
     std::uint64_t entry = no_entry;
-    std::wstring path = {};    // as it is on the volume
-    std::wstring report = {};  // path of the report that was written; empty for none
+    std::wstring path = {};                   // as it is on the volume
+    std::vector<report_output> reports = {};  // those that were written
     uni::fileio_stats stats = {};
     // Byte position on the volume of the first run of the chosen stream.
     std::uint64_t data_position = 0;

@@ -13,8 +13,6 @@ namespace quarry {
 
 namespace {
 
-constexpr std::wstring_view report_ending = L".meta.txt";
-
 bool ends_in_separator(const std::wstring& path) {
     return path.ends_with(L'\\') || path.ends_with(L'/');
 }
@@ -90,20 +88,19 @@ bool is_free(const std::wstring& path, quarry_opts& opts) {
     return true;
 }
 
-std::wstring report_path(const std::wstring& path, const quarry_opts& opts) {
+// The outputs of a copy to a path, without the reports that cannot be made.
+copy_outputs possible_outputs(const std::wstring& path, const quarry_opts& opts) {
     if (!opts.m_meta) {
-        return {};
+        return {path};
     }
-    std::wstring meta = path;
-    meta += report_ending;
-    if (canonical_path(std::wstring_view(meta), L'/').empty()) {
+    copy_outputs outputs = outputs_with_reports(path);
+    std::erase_if(outputs.reports, [&opts](const report_output& report) {
         // Deliberate: below a current directory of 512 bytes or more a relative report is left out, while the
         // copy is made. The user finds the copy without its report.
-        return {};
-    }
-    const bool is_free =
-        opts.m_run.m_guard.look_at(narrow(meta), output_kind::report) == output_verdict::free;
-    return is_free ? meta : std::wstring();
+        return canonical_path(std::wstring_view(report.path), L'/').empty() ||
+               opts.m_run.m_guard.look_at(narrow(report.path), output_kind::report) != output_verdict::free;
+    });
+    return outputs;
 }
 
 // True for a path of nothing but quotes and blanks.
@@ -131,19 +128,19 @@ bool settle_destination(destination& out, quarry_opts& opts, const std::wstring&
     // Deliberate: a relative destination stays relative unless the caller keeps its absolute form, which is
     // otherwise only looked at. So messages and the log show what was typed.
     out.named = rules.keeps_absolute ? absolute : opts.m_dst;
-    out.path = out.named;
-    if (ends_in_separator(out.path) && !add_name(out.path, opts, object_path, absolute)) {
+    std::wstring path = out.named;
+    if (ends_in_separator(path) && !add_name(path, opts, object_path, absolute)) {
         return false;
     }
-    if (!is_free(out.path, opts)) {
+    if (!is_free(path, opts)) {
         return false;
     }
-    opts.m_run.m_log.log_text(visible_text("dst: " + narrow(out.path)));
-    if (needs_creation_check(out.path, rules) &&
-        !can_be_created(opts.m_run.m_guard, narrow(out.path), output_kind::copy, false)) {
-        return refuse_creation(opts, out.path);
+    opts.m_run.m_log.log_text(visible_text("dst: " + narrow(path)));
+    if (needs_creation_check(path, rules) &&
+        !can_be_created(opts.m_run.m_guard, narrow(path), output_kind::copy, false)) {
+        return refuse_creation(opts, path);
     }
-    out.meta = report_path(out.path, opts);
+    out.outputs = possible_outputs(path, opts);
     return true;
 }
 

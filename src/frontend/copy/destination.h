@@ -6,6 +6,7 @@
 // work. A destination that the guard of the options does not leave free is refused before anything is opened.
 #pragma once
 
+#include "frontend/copy/copy_outputs.h"
 #include "frontend/options/quarry_opts.h"
 
 #include <string>
@@ -20,8 +21,7 @@ struct destination_rules {
 
 struct destination {
     std::wstring named;  // as the user named it, absolute if the rules keep that form
-    std::wstring path;
-    std::wstring meta;  // path of the report, empty for none
+    copy_outputs outputs;
 };
 
 // Settles the destination from the options, for a copy of `object_path`. False after a message.

@@ -6,7 +6,6 @@
 #include "frontend/copy/stream_choice.h"
 #include "frontend/output/output_file.h"
 #include "namespace/path_resolution.h"
-#include "report/attribute_report.h"
 #include "volume/mft_entries.h"
 #include "volume/ntfs_open.h"
 #include "volume/stream_pump.h"
@@ -78,16 +77,19 @@ bool list_attributes(attr_item_list& items, CNtfs& ntfs, copy_findings& found, s
     return true;
 }
 
-// Gives the path of the report, empty for none. A report that cannot be opened is no failure; the request
-// goes on as one without a report.
-std::wstring write_report(const copy_request& request, const copy_findings& found, CNtfs& ntfs,
-                          const attr_item_list& items, output_guard& guard) {
-    output_file report;
-    if (request.report.empty() || items.empty() || !report.open(guard, request.report, output_kind::report)) {
-        return {};
+// Gives the reports that were written. One that cannot be opened is no failure; the request goes on as if it
+// had not been asked for.
+std::vector<report_output> write_reports(const copy_request& request, const copy_findings& found, CNtfs& ntfs,
+                                         const attr_item_list& items, output_guard& guard) {
+    std::vector<report_output> written;
+    for (const report_output& report : request.outputs.reports) {
+        output_file file;
+        if (!items.empty() && file.open(guard, report.path, output_kind::report)) {
+            report.form->write(file, ntfs, found.entry, found.path, items);
+            written.push_back(report);
+        }
     }
-    write_attribute_report(report, ntfs, found.entry, found.path, items);
-    return request.report;
+    return written;
 }
 
 std::uint64_t first_run_position(const attr_item& item, const CNtfs& ntfs) {
@@ -116,7 +118,7 @@ std::size_t item_to_copy(copy_findings& found, const CNtfs& ntfs, const attr_ite
 bool copy_to_file(const copy_request& request, CNtfs* ntfs, attr_item& item, pump_context& context,
                   output_guard& guard) {
     output_file out;
-    if (!out.open(guard, request.destination, output_kind::copy)) {
+    if (!out.open(guard, request.outputs.copy, output_kind::copy)) {
         return false;
     }
     // Deliberate: what the pump says is the result, also when the file could not take all of the bytes.
@@ -140,7 +142,7 @@ bool extract_stream(std::unique_ptr<CNtfs>& ntfs, const copy_request& request, c
     if (!list_attributes(items, *ntfs, found, log)) {
         return false;
     }
-    found.report = write_report(request, found, *ntfs, items, guard);
+    found.reports = write_reports(request, found, *ntfs, items, guard);
     const stream_choice choice = choose_stream(items, stream_name, found.stats);
     if (choice.mod_time == 0 || !choice.chosen) {
         // Deliberate: a stream that is not there is no failure. No file is made, and the run succeeds.
@@ -149,7 +151,7 @@ bool extract_stream(std::unique_ptr<CNtfs>& ntfs, const copy_request& request, c
     attr_item& item = items[item_to_copy(found, *ntfs, items, choice, !stream_name.empty())];
     pump_context context{log};
     return request.md5
-               ? copy_named_by_hash(request, found.report, ntfs.get(), item, choice.mod_time, context, guard)
+               ? copy_named_by_hash(request, found.reports, ntfs.get(), item, choice.mod_time, context, guard)
                : copy_to_file(request, ntfs.get(), item, context, guard);
 }
 

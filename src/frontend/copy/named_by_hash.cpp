@@ -5,27 +5,13 @@
 #include "frontend/output/exclusive_file.h"
 #include "frontend/output/output_file.h"
 
-#include <array>
-#include <cinttypes>
-#include <cstdio>
-
 namespace quarry {
 
-namespace {
-
-std::string time_text(std::uint64_t mod_time) {
-    std::array<char, 17> digits{};
-    std::snprintf(digits.data(), digits.size(), "%016" PRIx64, mod_time);
-    return digits.data();
-}
-
-}  // namespace
-
-bool copy_named_by_hash(const copy_request& request, const std::wstring& report, CNtfs* ntfs, attr_item& item,
-                        std::uint64_t mod_time, pump_context& context, output_guard& guard) {
+bool copy_named_by_hash(const copy_request& request, const std::vector<report_output>& reports, CNtfs* ntfs,
+                        attr_item& item, std::uint64_t mod_time, pump_context& context, output_guard& guard) {
     std::wstring directory;
     std::wstring name;
-    if (!split_path(directory, name, request.destination) || name.empty()) {
+    if (!split_path(directory, name, request.outputs.copy) || name.empty()) {
         return false;
     }
     exclusive_file file;
@@ -40,15 +26,15 @@ bool copy_named_by_hash(const copy_request& request, const std::wstring& report,
     if (!pumped || !written || digest.empty()) {
         return false;
     }
-    const std::string final_path =
-        narrow(directory) + "/" + time_text(mod_time) + "_" + narrow(name) + "_" + digest;
+    const std::string final_path = path_with_digest(narrow(directory), mod_time, narrow(name), digest);
     if (!file.rename_to(guard, final_path)) {
         return false;
     }
-    if (!report.empty()) {
+    for (const report_output& report : reports) {
         // A report that cannot follow stays where it is; the copy is kept.
-        static_cast<void>(
-            rename_output(guard, narrow(report), final_path + "_meta.txt", output_kind::report));
+        static_cast<void>(rename_output(guard, narrow(report.path),
+                                        final_path + std::string(report.form->ending_after_digest),
+                                        output_kind::report));
     }
     return true;
 }

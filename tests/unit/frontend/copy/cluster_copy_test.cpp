@@ -24,16 +24,16 @@ class cluster_copy_test : public testing::Test {
     void SetUp() override {
         test::write_file(dir / "image", test::copied_volume());
         request.from = source::of_image((dir / "image").wstring(), 0);
-        request.destination = (dir / "o").wstring();
-        request.report = (dir / "report").wstring();
+        request.outputs.copy = (dir / "o").wstring();
+        request.outputs.reports = {{&text_report, (dir / "report").wstring()}};
     }
     bool copy(std::uint64_t start, std::uint64_t count, bool with_report = true) {
         request.clusters = {start, count};
         return copy_clusters(request, with_report, guard);
     }
     bool copy_to(const fs::path& destination, const fs::path& report) {
-        request.destination = destination.wstring();
-        request.report = report.wstring();
+        request.outputs.copy = destination.wstring();
+        request.outputs.reports = {{&text_report, report.wstring()}};
         return copy(120, 1);
     }
     // The report after its head.

@@ -58,8 +58,8 @@ class destination_test : public testing::Test {
 
 TEST_F(destination_test, a_file_is_taken_as_it_is_and_logged) {
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/a").wstring());
-    EXPECT_EQ(target.meta, L"");
+    EXPECT_EQ(target.outputs.copy, (dir / "out/a").wstring());
+    EXPECT_TRUE(target.outputs.reports.empty());
     EXPECT_EQ(said, "");
     EXPECT_EQ(logged, "->dst: " + path("out/a") + "\n");
     EXPECT_TRUE(fs::is_empty(dir / "out"));
@@ -88,16 +88,16 @@ TEST_F(destination_test, a_relative_one_stays_relative_unless_its_absolute_form_
     fs::current_path(dir.path());
     opts.m_dst = L"out/a";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, L"out/a");
+    EXPECT_EQ(target.outputs.copy, L"out/a");
     EXPECT_EQ(target.named, L"out/a");
     rules.keeps_absolute = true;
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (fs::current_path() / "out/a").wstring());
-    EXPECT_EQ(target.named, target.path);
+    EXPECT_EQ(target.outputs.copy, (fs::current_path() / "out/a").wstring());
+    EXPECT_EQ(target.named, target.outputs.copy);
     opts.m_dst = L"out/";
     opts.m_src = L"/x/name";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (fs::current_path() / "out/name").wstring());
+    EXPECT_EQ(target.outputs.copy, (fs::current_path() / "out/name").wstring());
     fs::current_path(before);
 }
 
@@ -105,14 +105,14 @@ TEST_F(destination_test, a_directory_takes_the_name_of_the_source_with_its_strea
     directory_dst();
     opts.m_src = L"a/b:c?d";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/b_c_d").wstring());
+    EXPECT_EQ(target.outputs.copy, (dir / "out/b_c_d").wstring());
 }
 
 TEST_F(destination_test, a_name_is_parted_at_the_last_backslash_if_there_is_one) {
     directory_dst();
     opts.m_src = L"\\dir\\name.txt";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/name.txt").wstring());
+    EXPECT_EQ(target.outputs.copy, (dir / "out/name.txt").wstring());
 }
 
 TEST_F(destination_test, a_name_never_leads_out_of_the_directory) {
@@ -124,7 +124,7 @@ TEST_F(destination_test, a_name_never_leads_out_of_the_directory) {
     fs::create_directory(dir / "out/b");
     opts.m_src = L"x\\b/..c";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/b/..c").wstring());
+    EXPECT_EQ(target.outputs.copy, (dir / "out/b/..c").wstring());
 }
 
 TEST_F(destination_test, a_name_of_two_dots_is_refused_also_after_the_first_success_of_a_list) {
@@ -141,7 +141,7 @@ TEST_F(destination_test, without_a_source_path_a_directory_takes_the_cluster_tex
     directory_dst();
     opts.m_cluster_text = "100";
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/100").wstring());
+    EXPECT_EQ(target.outputs.copy, (dir / "out/100").wstring());
 }
 
 TEST_F(destination_test,
@@ -175,7 +175,7 @@ TEST_F(destination_test, only_a_backslash_is_put_after_the_sources_directory_for
     directory_dst();
     opts.m_src = (dir / "out/name").wstring();
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.path, (dir / "out/name").wstring());
+    EXPECT_EQ(target.outputs.copy, (dir / "out/name").wstring());
 }
 
 TEST_F(destination_test, an_earlier_file_is_gone_after_the_check_and_stays_without_it) {
@@ -231,7 +231,7 @@ TEST_F(destination_test, the_status_log_is_no_destination) {
 TEST_F(destination_test, a_report_lies_beside_the_copy) {
     opts.m_meta = true;
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.meta, (dir / "out/a.meta.txt").wstring());
+    EXPECT_EQ(target.outputs.report_path(text_report), (dir / "out/a.meta.txt").wstring());
 }
 
 TEST_F(destination_test, a_report_that_would_be_a_source_or_the_log_is_none) {
@@ -239,11 +239,11 @@ TEST_F(destination_test, a_report_that_would_be_a_source_or_the_log_is_none) {
     write_file(dir / "out/a.meta.txt", to_bytes("evidence"));
     opts.m_run.m_guard.add_sources({path("out/a.meta.txt")});
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.meta, L"");
+    EXPECT_TRUE(target.outputs.reports.empty());
     fs::remove(dir / "out/a.meta.txt");
     fs::create_symlink(dir / "log", dir / "out/a.meta.txt");
     EXPECT_TRUE(settle());
-    EXPECT_EQ(target.meta, L"");
+    EXPECT_TRUE(target.outputs.reports.empty());
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ class extraction_test : public testing::Test {
     void SetUp() override {
         arg_list args = {"quarry", "-diags", dir / "log"};
         ASSERT_TRUE(opts.parse(args));
-        request.destination = (dir / "o").wstring();
+        request.outputs.copy = (dir / "o").wstring();
     }
     // Writes the volume out as the image of the request.
     void use(test::volume_builder& volume) {
@@ -70,7 +70,7 @@ TEST_F(extraction_test, opens_the_volume_once_for_all_jobs) {
     EXPECT_TRUE(copy());
     const CNtfs* const opened = ntfs.get();
     request.from = source::of_image(L"/no/such/image", 0);
-    request.destination = (dir / "p").wstring();
+    request.outputs.copy = (dir / "p").wstring();
     EXPECT_TRUE(copy());
     EXPECT_EQ(ntfs.get(), opened);
     EXPECT_EQ(text("p"), "text");
@@ -162,7 +162,7 @@ TEST_F(extraction_test, the_index_of_a_directory_is_a_stream) {
 TEST_F(extraction_test, a_report_is_written_for_any_entry_that_has_attributes) {
     use_a_text();
     request.path = L"/a.txt:nosuch";
-    request.report = (dir / "report").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report").wstring()}};
     EXPECT_TRUE(copy());
     EXPECT_FALSE(fs::exists(dir / "o"));
     EXPECT_EQ(text("report").substr(0, 15), "\\a.txt:nosuch\n\n");
@@ -176,7 +176,7 @@ TEST_F(extraction_test, a_report_reads_no_descriptors_since_it_prints_none) {
     volume.file(6).security_id(0x100);
     use(volume);
     request.path = L"/a.txt";
-    request.report = (dir / "report").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report").wstring()}};
     QUARRY_NEEDS(test::bytes_read() != 0, "the system does not count what is read");
     const std::uint64_t before = test::bytes_read();
     EXPECT_TRUE(copy());
@@ -186,24 +186,24 @@ TEST_F(extraction_test, a_report_reads_no_descriptors_since_it_prints_none) {
 
 TEST_F(extraction_test, a_report_that_cannot_be_opened_stops_nothing) {
     use_a_text();
-    request.report = (dir / "missing/report").wstring();
+    request.outputs.reports = {{&text_report, (dir / "missing/report").wstring()}};
     EXPECT_TRUE(copy());
     EXPECT_EQ(text("o"), "text");
-    EXPECT_EQ(found.report, L"");
+    EXPECT_TRUE(found.reports.empty());
 }
 
 TEST_F(extraction_test, an_older_report_that_cannot_be_replaced_is_not_passed_off_as_the_new_one) {
     use_a_text();
     request.md5 = true;
     fs::create_directory(dir / "report");
-    request.report = (dir / "report").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report").wstring()}};
     EXPECT_TRUE(copy());
     EXPECT_TRUE(fs::is_directory(dir / "report"));
 }
 
 TEST_F(extraction_test, a_destination_that_cannot_be_opened_fails) {
     use_a_text();
-    request.destination = (dir / "missing/o").wstring();
+    request.outputs.copy = (dir / "missing/o").wstring();
     EXPECT_FALSE(copy());
 }
 

@@ -26,12 +26,12 @@ class named_by_hash_test : public testing::Test {
         item.type = 0x80;
         item.value = to_bytes("abc");
         item.value_size = 3;
-        request.destination = (dir / "report.doc").wstring();
+        request.outputs.copy = (dir / "report.doc").wstring();
     }
     bool copy() {
         pump_context context{no_log()};
         CNtfs volume;
-        return copy_named_by_hash(request, request.report, &volume, item, mod_time, context, guard);
+        return copy_named_by_hash(request, request.outputs.reports, &volume, item, mod_time, context, guard);
     }
     [[nodiscard]] std::set<std::string> names() const {
         std::set<std::string> found;
@@ -62,7 +62,7 @@ TEST_F(named_by_hash_test, an_earlier_file_of_the_final_name_is_replaced) {
 TEST_F(named_by_hash_test, without_a_directory_part_the_file_is_made_in_the_current_directory) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
-    request.destination = L"report.doc";
+    request.outputs.copy = L"report.doc";
     EXPECT_TRUE(copy());
     fs::current_path(before);
     EXPECT_EQ(names(), name_set{final_name});
@@ -72,21 +72,21 @@ TEST_F(named_by_hash_test, without_a_directory_part_the_file_is_made_in_the_curr
 TEST_F(named_by_hash_test, a_destination_in_the_root_directory_fails_and_leaves_no_file) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
-    request.destination = L"/report.doc";
+    request.outputs.copy = L"/report.doc";
     EXPECT_FALSE(copy());
     fs::current_path(before);
     EXPECT_TRUE(names().empty());
 }
 
 TEST_F(named_by_hash_test, a_report_follows_the_copy) {
-    request.report = (dir / "report.doc.meta.txt").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report.doc.meta.txt").wstring()}};
     write_file(dir / "report.doc.meta.txt", to_bytes("report"));
     EXPECT_TRUE(copy());
     EXPECT_EQ(names(), (name_set{final_name, std::string(final_name) + "_meta.txt"}));
 }
 
 TEST_F(named_by_hash_test, a_pump_that_failed_leaves_no_file_and_the_report_where_it_is) {
-    request.report = (dir / "report.doc.meta.txt").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report.doc.meta.txt").wstring()}};
     write_file(dir / "report.doc.meta.txt", to_bytes("report"));
     item.value.clear();
     item.value_size = 0;
@@ -95,15 +95,15 @@ TEST_F(named_by_hash_test, a_pump_that_failed_leaves_no_file_and_the_report_wher
 }
 
 TEST_F(named_by_hash_test, a_destination_without_a_name_is_refused) {
-    request.destination = dir.path().wstring() + L"/";
+    request.outputs.copy = dir.path().wstring() + L"/";
     EXPECT_FALSE(copy());
-    request.destination = L"";
+    request.outputs.copy = L"";
     EXPECT_FALSE(copy());
     EXPECT_TRUE(names().empty());
 }
 
 TEST_F(named_by_hash_test, a_directory_that_is_missing_is_refused) {
-    request.destination = (dir / "missing/report.doc").wstring();
+    request.outputs.copy = (dir / "missing/report.doc").wstring();
     EXPECT_FALSE(copy());
     EXPECT_TRUE(names().empty());
 }
@@ -127,7 +127,7 @@ TEST_F(named_by_hash_test, a_source_of_the_reports_final_name_is_not_replaced) {
     const std::string report = std::string(final_name) + "_meta.txt";
     write_file(dir / report, to_bytes("evidence"));
     write_file(dir / "report.doc.meta.txt", to_bytes("report"));
-    request.report = (dir / "report.doc.meta.txt").wstring();
+    request.outputs.reports = {{&text_report, (dir / "report.doc.meta.txt").wstring()}};
     guard.add_source(dir / report);
     EXPECT_TRUE(copy());
     EXPECT_EQ(test::read_file(dir / report), to_bytes("evidence"));
