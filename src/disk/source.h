@@ -4,7 +4,7 @@
 // A source is a value. It says what the user named. Nothing is opened before it is asked to, and what was
 // opened to check it stays open as long as a copy of the value holds it. How each kind is opened, which files
 // of the host belong to it and how it is named in the log and in reports is decided here. One other place
-// looks at the kind: a copy from a drive follows a table of rules of its own, see copy.cpp.
+// looks at the kind: a copy from a drive follows a table of rules of its own, see copy_rules.cpp.
 #pragma once
 
 #include "disk/raw_disk_io.h"
