@@ -2,12 +2,15 @@
 // runs out, times that cannot be set.
 #include "cli/command_line.h"
 #include "exact/failure.h"
+#include "support/opened_exact_volume.h"
 #include "support/requirements.h"
 #include "support/system_files.h"
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <ctime>
+#include <filesystem>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -46,6 +49,23 @@ class exact_source_of_a_host : public command_line_test {
                               {"FAIL_READS_TO", std::to_string(place + 512)}};
         return copy(std::move(line), {.environment = bad});
     }
+    // A copy that is stopped once a file of the destination has `stop_at` bytes; then `change` is run and the
+    // copy goes on. Standard input is the file "list". What is said is in the file "said".
+    [[nodiscard]] program_result changed_in_between(std::size_t stop_at, const std::string& change,
+                                                    words line) const {
+        const std::string script =
+            R"(program=$0 library=$1 change=$3; export SIGNAL_AT="$2" SIGNAL=19; shift 3
+               LD_PRELOAD="$library" "$program" -exact -image volume "$@" <list 2>said >/dev/null &
+               run=$!
+               while [ -e /proc/$run ] && ! grep -q '^State:.T' /proc/$run/status; do :; done
+               eval "$change"
+               while [ -e /proc/$run ] && ! grep -q '^State:.Z' /proc/$run/status; do kill -CONT $run; done
+               wait $run; echo $?)";
+        static_assert(SIGSTOP == 19);
+        line.insert(line.begin(), {"/bin/sh", "-c", script, QUARRY_PROGRAM, QUARRY_FAILING_HOST,
+                                   std::to_string(stop_at), change});
+        return run_program(line, {.directory = m_dir.path()});
+    }
     // The last line of what was said.
     [[nodiscard]] static std::string last_line(const std::string& text) {
         const std::size_t end = text.empty() ? 0 : text.size() - 1;
@@ -79,23 +99,59 @@ TEST_F(exact_source_of_a_host, that_is_a_pipe_or_a_socket_fails_at_once) {
     EXPECT_EQ(files(), (words{"fifo", "socket", "volume"}));
 }
 
-// The copy is stopped at its first write, and goes on when the source is another.
+TEST_F(exact_source_of_a_host, that_is_a_container_is_refused_with_what_to_do) {
+    const std::string raw = "; give a raw view of it, as docs/limits.md shows\n";
+    const auto refused = [&](const bytes& content, const std::string& option) {
+        write_file(m_dir / "disk", content);
+        const program_result result = copy({option, "disk", "-src", "/a.txt", "-dst", "copy"});
+        EXPECT_EQ(result.status, 5) << result.err;
+        return result.err;
+    };
+    const auto beginning_with = [](std::string_view head) { return byte_writer(4096).text(0, head).take(); };
+    const bytes aff4 = byte_writer(4096).text(0, "PK\x03\x04").u16(26, 11).text(30, "version.txt").take();
+    const bytes vhd = byte_writer(4096).text(4096 - 512, "conectix").take();
+    const bytes ewf = beginning_with(std::string_view("EVF\x09\x0d\x0a\xff\0", 8));
+    for (const std::string option : {"-image", "-partition"}) {
+        EXPECT_EQ(refused(beginning_with("QFI\xfb"), option), "err: source disk: is a QCOW image" + raw);
+        EXPECT_EQ(refused(beginning_with("vhdxfile"), option), "err: source disk: is a VHDX image" + raw);
+        EXPECT_EQ(refused(beginning_with("KDMV"), option), "err: source disk: is a VMDK; say -vmdk\n");
+        EXPECT_EQ(refused(beginning_with("# Disk DescriptorFile"), option),
+                  "err: source disk: is the description of a VMDK; say -vmdk\n");
+        EXPECT_EQ(refused(aff4, option), "err: source disk: is an AFF4 image" + raw);
+        EXPECT_EQ(refused(vhd, option), "err: source disk: is a VHD image" + raw);
+    }
+    EXPECT_EQ(refused(ewf, "-partition"), "err: source disk: is an EWF image; say -image\n");
+    EXPECT_EQ(files(), (words{"disk", "volume"}));
+}
+
 TEST_F(exact_source_of_a_host, that_changes_during_the_copy_puts_it_in_doubt) {
-    const std::string script =
-        R"(LD_PRELOAD="$1" SIGNAL_AT=0 SIGNAL=19 "$0" -exact -image volume -src /long.bin -dst copy 2>said >/dev/null &
-           run=$!
-           while [ -e /proc/$run ] && ! grep -q '^State:.T' /proc/$run/status; do :; done
-           printf x >> volume
-           while [ -e /proc/$run ] && ! grep -q '^State:.Z' /proc/$run/status; do kill -CONT $run; done
-           wait $run; echo $?)";
-    static_assert(SIGSTOP == 19);
-    const program_result result = run_program({"/bin/sh", "-c", script, QUARRY_PROGRAM, QUARRY_FAILING_HOST},
-                                              {.directory = m_dir.path()});
+    write_file(m_dir / "list", {});
+    // By its size, and by the time of its last change alone.
+    for (const std::string change : {"printf x >> volume", "touch -m -d 2001-02-03 volume"}) {
+        const program_result result =
+            changed_in_between(0, change, {"-src", "/long.bin", "-dst", "copy", "-overwrite"});
+        EXPECT_EQ(result.out, "4\n") << change << result.err;
+        const std::string said = text("said");
+        EXPECT_NE(said.find("warning: source volume: changed while it was read\n"), std::string::npos)
+            << change << said;
+        EXPECT_NE(said.find("doubt: /long.bin -> copy (300000 bytes)\n"), std::string::npos) << said;
+        EXPECT_TRUE(text("copy") == text_of(m_content));
+    }
+}
+
+TEST_F(exact_source_of_a_host, that_changes_puts_the_lines_of_a_list_from_then_on_in_doubt) {
+    std::filesystem::create_directory(m_dir / "out");
+    write_file(m_dir / "list", to_bytes("/a.txt\n/long.bin\n/a.txt::$FILE_NAME\n"));
+    const program_result result =
+        changed_in_between(100000, "touch -m -d 2001-02-03 volume", {"-pipe", "-dst", "out/"});
     EXPECT_EQ(result.out, "4\n") << result.err;
-    const std::string said = text("said");
-    EXPECT_NE(said.find("warning: source volume: changed while it was read\n"), std::string::npos) << said;
-    EXPECT_NE(said.find("doubt: /long.bin -> copy (300000 bytes)\n"), std::string::npos) << said;
-    EXPECT_TRUE(text("copy") == text_of(m_content));
+    EXPECT_EQ(text("said"),
+              "ok: /a.txt -> out/a.txt (6 bytes)\n"
+              "warning: source volume: changed while it was read\n"
+              "doubt: /long.bin -> out/long.bin (300000 bytes)\n"
+              "warning: source volume: changed while it was read\n"
+              "doubt: /a.txt::$FILE_NAME -> out/a.txt_$FILE_NAME (76 bytes)\n"
+              "list: 3 asked, 1 complete, 2 in doubt, 0 failed, 0 kept\n");
 }
 
 // With so much memory that the program starts and no more it ends with 255; with a little more it copies.
@@ -136,6 +192,37 @@ TEST_F(exact_source_of_a_host, that_refuses_the_times_has_a_copy_and_a_warning) 
     EXPECT_EQ(text("copy"), "hello\n");
 }
 
+// Times on the volume are counted in units of 100 ns from 1601 on.
+TEST_F(exact_source_of_a_host, that_keeps_times_gives_the_copy_those_of_the_file) {
+    constexpr std::uint64_t modified = 128790414901234567;     // 2009-02-13 23:31:30.1234567 UTC
+    constexpr std::uint64_t accessed = 126444736007654321;     // 2001-09-09 01:46:40.7654321 UTC
+    constexpr std::uint64_t before_1970 = 116444735995000000;  // 1969-12-31 23:59:59.5 UTC
+    const auto times_of_copy = [this](const file_times& stored) {
+        volume_builder volume({.system_files = true});
+        volume.add_file("a.txt").stored_data(to_bytes("hello\n")).times(stored);
+        volume.write_to(m_dir / "volume");
+        const program_result result =
+            copy({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-overwrite", "-keep_times"});
+        EXPECT_EQ(result.status, 0) << result.err;
+        struct ::stat facts {};
+        EXPECT_EQ(::stat((m_dir / "copy").c_str(), &facts), 0);
+        return facts;
+    };
+    const std::time_t begun = std::time(nullptr) - 2;
+    auto facts = times_of_copy({.created = 1, .modified = modified, .mft_changed = 2, .accessed = accessed});
+    EXPECT_EQ(facts.st_mtim.tv_sec, 1234567890);
+    EXPECT_EQ(facts.st_mtim.tv_nsec, 123456700);
+    EXPECT_EQ(facts.st_atim.tv_sec, 1000000000);
+    EXPECT_EQ(facts.st_atim.tv_nsec, 765432100);
+    facts = times_of_copy({.modified = before_1970, .accessed = 0});
+    EXPECT_EQ(facts.st_mtim.tv_sec, -1);
+    EXPECT_EQ(facts.st_mtim.tv_nsec, 500000000);
+    EXPECT_GE(facts.st_atim.tv_sec, begun);
+    facts = times_of_copy({.modified = 0, .accessed = accessed});
+    EXPECT_GE(facts.st_mtim.tv_sec, begun);
+    EXPECT_EQ(facts.st_atim.tv_sec, 1000000000);
+}
+
 TEST_F(exact_source_of_a_host, that_cannot_read_a_sector_has_zeros_in_clusters_if_asked) {
     const std::size_t place = m_image.find(text_of(m_content).substr(0, cluster));
     ASSERT_NE(place, std::string::npos);
@@ -174,6 +261,58 @@ TEST_F(exact_source_of_a_host, that_cannot_read_a_structure_fails_whatever_is_as
               "err: record 10, $DATA \"\": VCN 0: 131072 bytes cannot be read: Input/output error, at stream "
               "byte 0x0 (source byte " +
                   exact::hex(upper_case) + ")\n");
+    EXPECT_EQ(files(), words{"volume"});
+}
+
+TEST_F(exact_source_of_a_host, that_cannot_read_a_list_an_index_or_the_bitmap_fails_whatever_is_asked) {
+    volume_builder volume({.system_files = true});
+    volume.add_directory("many").index_in_blocks();
+    volume.add_file("long.bin", 24).stored_data(m_content);
+    file_builder& listed = volume.add_file("listed").list_in_clusters();
+    listed.attribute(attribute_builder::resident(0x80, to_bytes("hello\n")), listed.add_extension());
+    volume.write_to(m_dir / "volume");
+    opened_exact_volume opened(volume);
+    const auto place_of = [&](std::uint64_t entry, std::uint32_t type, std::u16string_view name) {
+        exact::notices told;
+        auto base = opened.volume().table().read(entry, told);
+        const auto set = exact::attribute_set::of(opened.volume().table(), std::move(*base), told);
+        return set->stored(opened.volume().shape(), type, name)
+            ->place_of(opened.volume().bytes(), 0, 1, "")
+            .source_byte(0)
+            .value();
+    };
+    // The list begins with $STANDARD_INFORMATION, which is in record 26.
+    const bytes first_item =
+        from_hex("10 00 00 00  20 00 00 1A  00 00 00 00  00 00 00 00  1A 00 00 00  00 00 01 00");
+    const std::size_t list = text("volume").find(text_of(first_item));
+    ASSERT_NE(list, std::string::npos);
+    ASSERT_EQ(list % cluster, 0u);
+    const auto expect_failure = [this](std::uint64_t place, const std::string& path, const std::string& where,
+                                       std::uint64_t needed_from = 0) {
+        const program_result result = with_bad_sector(
+            place, {"-partition", "volume", "-src", path, "-dst", "copy", "-zero_unreadable"});
+        EXPECT_EQ(result.status, 1) << result.err;
+        const std::string said = last_line(result.err);
+        EXPECT_TRUE(said.starts_with("err: " + where + ": VCN 0: ")) << said;
+        EXPECT_TRUE(said.ends_with(" bytes cannot be read: Input/output error, at stream byte " +
+                                   exact::hex(needed_from) + " (source byte " +
+                                   exact::hex(place + needed_from) + ")\n"))
+            << said;
+        EXPECT_EQ(files(), words{"volume"});
+    };
+    expect_failure(place_of(24, attr_index_allocation, u"$I30"), "/many/long.bin",
+                   "record 24, $INDEX_ALLOCATION \"$I30\"");
+    expect_failure(list, "/listed", "record 26, $ATTRIBUTE_LIST \"\"");
+    // Of the bitmap the bits of the stream's own clusters are read.
+    const std::size_t content = text("volume").find(text_of(m_content).substr(0, cluster));
+    expect_failure(place_of(6, attr_data, {}), "/many/long.bin", "record 6, $DATA \"\"",
+                   content / cluster / 8);
+    // The builder writes no backup of the boot sector.
+    const program_result result =
+        with_bad_sector(0, {"-partition", "volume", "-src", "/listed", "-dst", "copy", "-zero_unreadable"});
+    EXPECT_EQ(result.status, 5) << result.err;
+    EXPECT_EQ(last_line(result.err),
+              "err: source volume: 512 bytes cannot be read: Input/output error (source byte 0x0)\n");
     EXPECT_EQ(files(), words{"volume"});
 }
 

@@ -147,6 +147,40 @@ TEST_F(exact_mode, copies_what_the_system_compressed_and_refuses_what_is_elsewhe
     EXPECT_NE(text("log").find("->info: decoded from \"WofCompressedData\" as xpress4k"), std::string::npos);
 }
 
+TEST_F(exact_mode, copies_the_keys_of_an_encrypted_file_and_refuses_its_data) {
+    const bytes keys = pattern(400, 3);
+    volume_builder volume({.system_files = true});
+    volume.add_file("secret.txt")
+        .stored_data(pattern(5000), {.flags = 0x4000})
+        .attribute(attribute_builder::resident(0x100, keys).named("$EFS"));
+    write_file(m_dir / "volume", volume.image());
+    const program_result result =
+        exact({"-image", "volume", "-src", "/secret.txt:$EFS:$LOGGED_UTILITY_STREAM", "-dst", "out/"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(text("out/secret.txt_$EFS_$LOGGED_UTILITY_STREAM"), std::string(keys.begin(), keys.end()));
+    const program_result data = exact({"-image", "volume", "-src", "/secret.txt", "-dst", "out/"});
+    EXPECT_EQ(data.status, 1);
+    EXPECT_EQ(
+        data.err,
+        "err: record 24, $DATA \"\": encrypted (EFS); -raw copies the stored bytes, of which 5000 count\n");
+    EXPECT_EQ(made(), words{"out/secret.txt_$EFS_$LOGGED_UTILITY_STREAM"});
+}
+
+TEST_F(exact_mode, says_what_to_do_with_a_link_that_is_asked_for_by_its_entry) {
+    volume_builder volume({.system_files = true});
+    reparse_point target;
+    target.substitute_name = u"\\??\\C:\\Users";
+    volume.add_directory("link").reparse(target).stored_stream("Note", to_bytes("note\n"));
+    write_file(m_dir / "volume", volume.image());
+    const std::string refused =
+        "err: record 24: leads to C:\\Users; give its path to follow it, or -raw to copy its own data\n";
+    EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-dst", "a"}).err, refused);
+    const program_result list = exact({"-image", "volume", "-pipe", "-dst", "out/", "-quiet"},
+                                      {.standard_input = "24-1\tl\t0\t-\t/link\n"});
+    EXPECT_EQ(list.err, refused);
+    EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-src", ":Note", "-dst", "a"}).status, 0);
+}
+
 TEST_F(exact_mode, copies_from_a_chain_of_virtual_disk_files_and_refuses_one_that_is_not_sound) {
     const std::string disk = text("disk");
     vmdk_builder base;

@@ -22,7 +22,8 @@ COMPRESSIONS = ("deflate:none", "deflate:best", "deflate:empty-block")
 
 @pytest.fixture
 def contents():
-    return {"/noise.bin": pattern(300000, "noise"), "/zeros.bin": bytes(200000), "/text.txt": b"a short text\n"}
+    return {"/noise.bin": pattern(300000, "noise"), "/zeros.bin": bytes(200000), "/text.txt": b"a short text\n",
+            "/lines.txt": b"".join(b"line %d\n" % number for number in range(30000))}
 
 
 @pytest.fixture
@@ -111,6 +112,41 @@ def test_a_damaged_chunk_is_never_taken_for_bytes_of_the_disk(disk, contents, ex
     begin = chunk - noise
     assert result.content == content[:begin] + bytes(CHUNK) + content[begin + CHUNK:]
     assert any(line.endswith(f": {CHUNK} bytes at {hex_of(begin)} are zeros") for line in result.lines), result.lines
+
+
+def compressed_chunk(segment, number):
+    """The place in a segment, of the only table in it, at which this chunk is stored; its end is the next one's place."""
+    content = segment.read_bytes()
+    table = next(at for kind, at, _ in sections(content) if kind == "table") + 76
+    count, base = struct.unpack_from("<I4xQ", content, table)
+    places = struct.unpack_from(f"<{count}I", content, table + 24)
+    assert places[number] >> 31 == 1, "the chunk is stored as it is"
+    return base + (places[number] & 0x7FFFFFFF), base + (places[number + 1] & 0x7FFFFFFF)
+
+
+def test_a_damaged_chunk_of_a_compressed_image_is_never_taken_for_bytes_of_the_disk(disk, contents, exact, scratch):
+    segment = acquire(disk, scratch / "image", compression="deflate:best")[0]
+    content = contents["/lines.txt"]
+    lines = disk.read_bytes().find(content)
+    assert lines > 0
+    chunk = (lines + 100000) // CHUNK * CHUNK
+    at, end = compressed_chunk(segment, chunk // CHUNK)
+    stored = bytearray(segment.read_bytes())
+    assert zlib.decompress(stored[at:end]) == disk.read_bytes()[chunk:chunk + CHUNK]
+    assert exact.whole(segment, "-src", "/lines.txt") == content
+    begin = chunk - lines
+    for place in (at, (at + end) // 2, end - 1):
+        damaged = bytearray(stored)
+        damaged[place] ^= 0x55
+        segment.write_bytes(damaged)
+        result = exact.run(segment, "-src", "/lines.txt")
+        assert result.status == 1
+        assert f"cannot be read: Input/output error, at stream byte {hex_of(begin)}" in result.lines[-1]
+        assert result.lines[-1].endswith(f"(source byte {hex_of(chunk)})")
+        assert exact.whole(segment, "-src", "/text.txt") == contents["/text.txt"]
+        result = exact.run(segment, "-src", "/lines.txt", "-zero_unreadable")
+        assert result.status == 4
+        assert result.content == content[:begin] + bytes(CHUNK) + content[begin + CHUNK:]
 
 
 def sections(content):

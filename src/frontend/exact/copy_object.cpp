@@ -63,7 +63,9 @@ result<std::optional<wof_format>> compressed_by_system(const exact_volume& volum
         if (!target) {
             return tl::make_unexpected(target.error());
         }
-        return fail(failure_code::link, place, "leads to " + target->shown);
+        return fail(
+            failure_code::link, place,
+            "leads to " + target->shown + "; give its path to follow it, or -raw to copy its own data");
     }
     if (point->tag == tag_wof) {
         return read_wof_format(*point, place).map([](wof_format format) { return std::optional(format); });

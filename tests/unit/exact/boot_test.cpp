@@ -131,6 +131,20 @@ TEST(boot, is_replaced_by_its_backup) {
         testing::HasSubstr("boot-backup boot sector: signature is not \"NTFS    \"; the backup is used\n"));
 }
 
+TEST(boot, is_replaced_by_its_backup_in_a_last_sector_of_4096_bytes) {
+    volume_builder volume({.bytes_per_sector = 4096, .sectors_per_cluster = 1});
+    volume.add_file("a").data("hello");
+    bytes image = volume.image();
+    image.resize(image.size() + 4096);
+    std::copy_n(image.begin(), 512, image.end() - 4096);
+    std::fill_n(image.begin(), 4096, std::uint8_t{0});
+    opened_exact_volume opened(image);
+    ASSERT_EQ(opened.open(), "");
+    EXPECT_TRUE(opened.volume().shape().from_backup);
+    EXPECT_EQ(opened.volume().shape().bytes_per_sector, 4096u);
+    EXPECT_EQ(opened.copy(first_user_entry).content, to_bytes("hello"));
+}
+
 TEST(boot, is_replaced_by_its_backup_when_it_cannot_be_read) {
     const volume_builder volume;
     opened_exact_volume opened(with_backup(volume));

@@ -6,6 +6,8 @@
 #include "support/volume_builder.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -126,6 +128,25 @@ TEST(index_lookup, fails_at_a_torn_block_on_the_way_and_does_not_see_one_beside_
     EXPECT_TRUE(damaged.find(u"name 299").has_value());
 }
 
+TEST(index_lookup, fails_at_leaves_that_have_changed_places) {
+    bytes image = image_of_many_names();
+    opened_directory before(image);
+    const std::uint64_t first = before.leaf_of(u"name 000");
+    const std::uint64_t last = before.leaf_of(u"name 299");
+    const auto one = image.begin() + static_cast<std::ptrdiff_t>(before.block_position(first));
+    const auto other = image.begin() + static_cast<std::ptrdiff_t>(before.block_position(last));
+    std::swap_ranges(one, one + 4096, other);
+    std::swap_ranges(one + 16, one + 24, other + 16);  // each says that it is where it lies now
+    opened_directory exchanged(image);
+    for (const auto& [name, leaf] : {std::pair(u"name 000", first), std::pair(u"name 299", last)}) {
+        const auto found = exchanged.find(name);
+        ASSERT_FALSE(found.has_value());
+        EXPECT_EQ(found.error().code, failure_code::index_order);
+        EXPECT_EQ(found.error().text(), "index block " + std::to_string(leaf) +
+                                            " of record 24: keys do not fit between those of the node above");
+    }
+}
+
 TEST(index_lookup, fails_at_a_block_without_its_signature) {
     bytes image = image_of_many_names();
     opened_directory before(image);
@@ -199,6 +220,25 @@ TEST(index_lookup, wants_a_root_of_names_with_blocks_of_a_sound_size) {
         EXPECT_EQ(with(8, size),
                   "index root of record 24: index blocks of " + std::to_string(size) + " bytes" + end);
     }
+}
+
+TEST(index_lookup, wants_one_root_that_is_resident) {
+    const auto with = [](const std::vector<attribute_builder>& roots) {
+        volume_builder volume({.mft_entries = 64, .system_files = true});
+        file_builder& directory = volume.add_directory("many").without_index();
+        for (const attribute_builder& root : roots) {
+            directory.attribute(root);
+        }
+        return opened_directory(volume.image()).failure_of(u"a");
+    };
+    const attribute_builder sound =
+        attribute_builder::resident(0x90, build_index_root({{.flags = 2}}, false)).named("$I30");
+    const attribute_builder in_clusters = attribute_builder::non_resident(0x90, {{100, 1}}).named("$I30");
+    const std::string end = " $INDEX_ROOT \"$I30\", not one that is resident";
+    EXPECT_EQ(with({sound}), "path \"/many/x\": no such name");
+    EXPECT_EQ(with({sound, sound}), "index root of record 24: 2 attributes" + end);
+    EXPECT_EQ(with({in_clusters}), "index root of record 24: 1 attributes" + end);
+    EXPECT_EQ(with({}), "index root of record 24: 0 attributes" + end);
 }
 
 TEST(index_lookup, in_a_case_sensitive_directory_takes_the_same_units_alone) {

@@ -167,6 +167,26 @@ TEST(path_walk, follows_a_junction_if_the_volume_bears_its_name) {
     EXPECT_EQ(walked.entry("/documents and settings"), users);
 }
 
+TEST(path_walk, follows_a_junction_to_a_volume_that_is_named_by_its_number_in_any_letter_case) {
+    const std::u16string target = u"Volume{01234567-89ab-cdef-0123-456789abcdef}";
+    volume_builder volume(with_system_files());
+    const std::uint64_t users = volume.add_directory("Users").entry();
+    const std::uint64_t file = volume.add_file("a.txt", users).entry();
+    volume.add_directory("link").reparse(junction_to(u"\\??\\" + target + u"\\Users"));
+    walked_volume walked(volume.image());
+    walked.options().volume_names = {u"Volume{01234567-89ab-cdef-0123-456789abcdee}"};
+    EXPECT_EQ(
+        walked.failure_of("/link/a.txt"),
+        "link | path \"/link\": leads to Volume{01234567-89ab-cdef-0123-456789abcdef}\\Users; say -letter "
+        "Volume{01234567-89ab-cdef-0123-456789abcdef} if that is this volume");
+    for (const std::u16string& name :
+         {target, std::u16string(u"vOLUME{01234567-89AB-CDEF-0123-456789ABCDEF}")}) {
+        walked.options().volume_names = {name};
+        EXPECT_EQ(walked.entry("/link/a.txt"), file);
+        EXPECT_EQ(walked.entry("/link"), users);
+    }
+}
+
 TEST(path_walk, follows_a_relative_link_from_its_own_directory) {
     volume_builder volume(with_system_files());
     const std::uint64_t docs = volume.add_directory("docs").entry();

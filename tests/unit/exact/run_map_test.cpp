@@ -146,6 +146,14 @@ TEST(run_map, has_no_gap_and_no_overlap) {
               "gap it: piece at VCN 1, expected 0 (source byte 0x100)");
 }
 
+TEST(run_map, has_no_two_pieces_at_one_vcn) {
+    run_map map(volume_clusters, 4096);
+    ASSERT_EQ(add(map, attribute_builder::non_resident(0x80, {{100, 8}})), "");
+    ASSERT_EQ(add(map, attribute_builder::non_resident(0x80, {{50, 4}}).lowest_vcn(8)), "");
+    EXPECT_EQ(add(map, attribute_builder::non_resident(0x80, {{60, 4}}).lowest_vcn(8)),
+              "duplicate it: stands twice at VCN 8 (source byte 0x100)");
+}
+
 TEST(run_map, may_have_holes_larger_than_the_volume_up_to_63_bits) {
     EXPECT_EQ(fault(attribute_builder::non_resident(0x80, {{hole, std::uint64_t{1} << 40}})), "");
     // 2^51 clusters of 2^12 bytes leave 63 bits; one less does not.

@@ -332,6 +332,37 @@ TEST(stream, of_a_deleted_file_is_in_doubt_and_reports_reused_clusters) {
     EXPECT_EQ(copy_of(resident).told.reused_clusters, std::nullopt);
 }
 
+namespace {
+
+// Where the image has the bits of cluster 96 and of the seven after it in $Bitmap.
+std::size_t byte_of_cluster_96(opened_exact_volume& opened) {
+    exact::notices told;
+    auto bitmap_record = opened.volume().table().read_system(6, told);
+    auto bitmap_set = exact::attribute_set::of(opened.volume().table(), std::move(*bitmap_record), told);
+    auto bitmap = exact::stream::open(opened.volume(), *bitmap_set, 0x80, u"", told);
+    return static_cast<std::size_t>(bitmap->place_of(12, 1, "it").source_byte(0).value());
+}
+
+}  // namespace
+
+TEST(stream, of_a_deleted_file_reports_how_many_of_its_clusters_are_used_again) {
+    volume_builder volume;
+    volume.add_file("a").data(pattern(40 * cluster), runs({{116, 20}, {96, 20}})).deleted();
+    bytes image = volume.image();
+    opened_exact_volume before(image);
+    const std::size_t bits = byte_of_cluster_96(before);
+    // Clusters 97 to 99, 104 and 126 to 133 stay in use: 12 of those from 96 to 135.
+    const bytes partly_used = {0x0E, 0x01, 0x00, 0xC0, 0x3F};
+    std::copy(partly_used.begin(), partly_used.end(), image.begin() + static_cast<std::ptrdiff_t>(bits));
+    opened_exact_volume opened(image);
+    const exact_copy copy = opened.copy(first_user_entry);
+    EXPECT_EQ(copy.told.reused_clusters, 12u);
+    EXPECT_THAT(
+        text_of(copy.said),
+        HasSubstr(
+            "reused-clusters record 24, $DATA \"\": deleted; 12 of 40 clusters belong to other files now\n"));
+}
+
 TEST(stream, whose_clusters_are_free_is_in_doubt) {
     volume_builder volume;
     volume.add_file("a").data(pattern(4 * cluster), runs({{100, 4}}));
@@ -339,14 +370,9 @@ TEST(stream, whose_clusters_are_free_is_in_doubt) {
     opened_exact_volume sound(image);
     EXPECT_FALSE(sound.copy(first_user_entry).said.in_doubt());
     // Clusters 101 and 102 become free.
-    exact::notices told;
-    auto bitmap_record = sound.volume().table().read_system(6, told);
-    auto bitmap_set = exact::attribute_set::of(sound.volume().table(), std::move(*bitmap_record), told);
-    auto bitmap = exact::stream::open(sound.volume(), *bitmap_set, 0x80, u"", told);
-    const std::size_t byte_of_cluster_96 =
-        static_cast<std::size_t>(bitmap->place_of(12, 1, "it").source_byte(0).value());
-    ASSERT_EQ(image[byte_of_cluster_96] & 0xF0, 0xF0);
-    image[byte_of_cluster_96] &= 0x9F;
+    const std::size_t bits = byte_of_cluster_96(sound);
+    ASSERT_EQ(image[bits] & 0xF0, 0xF0);
+    image[bits] &= 0x9F;
     opened_exact_volume opened(image);
     EXPECT_EQ(text_of(opened.copy(first_user_entry).said),
               "free-clusters record 24, $DATA \"\": 2 of 4 clusters are free in $Bitmap\n");
@@ -457,6 +483,35 @@ TEST(stream, that_is_compressed_may_have_units_of_any_size) {
     volume_builder no_unit;
     no_unit.add_file("a").data(runs({{100, 16}}), {.compressed = 0, .unit = 0, .flags = 1});
     EXPECT_THAT(copy_of(no_unit).failed, HasSubstr("compressed in units of 2^0 clusters"));
+}
+
+TEST(stream, that_is_compressed_has_units_of_4096_bytes_to_2_MiB) {
+    const bytes text = text_like(4096, 1);
+    const bytes chunks = byte_writer(lznt1_chunks(text)).pad_to_multiple(512).take();
+    const std::uint64_t count = chunks.size() / 512;
+    const auto in_units_of = [&](std::uint8_t power, std::uint64_t clusters) {
+        volume_builder volume({.sectors_per_cluster = 1, .total_clusters = 2000});
+        volume.write_clusters(1000, chunks);
+        volume.add_file("a").data(runs({{1000, count}, {hole, clusters - count}}),
+                                  {.real = 4096, .compressed = 0, .unit = power, .flags = 1});
+        return copy_of(volume);
+    };
+    ASSERT_LT(count, 8u);
+    EXPECT_THAT(in_units_of(2, 8).failed,
+                HasSubstr("flags record 24, $DATA \"\": compressed in units of 2^2 clusters"));
+    expect_copy(in_units_of(3, 8), text);
+    expect_copy(in_units_of(12, 4096), text);
+    EXPECT_THAT(in_units_of(13, 8192).failed,
+                HasSubstr("flags record 24, $DATA \"\": compressed in units of 2^13 clusters"));
+}
+
+TEST(stream, that_is_compressed_in_one_unit_of_2_MiB_is_decoded) {
+    const bytes text = text_like(std::size_t{2} << 20, 1);
+    const bytes chunks = clusters_with(lznt1_chunks(text));
+    const std::uint64_t count = chunks.size() / cluster;
+    ASSERT_LT(count, 512u);
+    const compressed_volume file(chunks, runs({{100, count}, {hole, 512 - count}}), text.size(), {.unit = 9});
+    expect_copy(copy_of(file.volume), text);
 }
 
 namespace {
