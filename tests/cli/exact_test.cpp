@@ -173,11 +173,11 @@ TEST_F(exact_mode, says_what_to_do_with_a_link_that_is_asked_for_by_its_entry) {
     volume.add_directory("link").reparse(target).stored_stream("Note", to_bytes("note\n"));
     write_file(m_dir / "volume", volume.image());
     const std::string refused =
-        "err: record 24: leads to C:\\Users; give its path to follow it, or -raw to copy its own data\n";
-    EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-dst", "a"}).err, refused);
+        "record 24: leads to C:\\Users; give its path to follow it, or -raw to copy its own data\n";
+    EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-dst", "a"}).err, "err: " + refused);
     const program_result list = exact({"-image", "volume", "-pipe", "-dst", "out/", "-quiet"},
                                       {.standard_input = "24-1\tl\t0\t-\t/link\n"});
-    EXPECT_EQ(list.err, refused);
+    EXPECT_EQ(list.err, "err: list, line 1: " + refused);
     EXPECT_EQ(exact({"-image", "volume", "-mft", "24", "-src", ":Note", "-dst", "a"}).status, 0);
 }
 
