@@ -149,6 +149,7 @@ zcat "$root/usr/share/man/man1/quarry.1.gz" | cmp - docs/quarry.1
 same "the licence" LICENSE "$root/usr/share/doc/quarry/copyright"
 # The binary needs the C library and nothing else.
 [ "$(dpkg-deb --field "$deb" Depends | sed 's/ (.*//')" = libc6 ] || fail "depends on more than the C library"
+[ "$(dpkg-deb --field "$deb" Suggests)" = "libewf2, jq" ] || fail "does not suggest what reads EWF images and manifests"
 
 xz -dc samples/disk.img.xz | "${as_root[@]}" tee "$root/var/log/disk.img" >/dev/null
 # By path as an ordinary user, by entry as root.
