@@ -8,6 +8,7 @@
 #include "exact/number_set.h"
 #include "exact/record_ahead.h"
 #include "exact/volume_path.h"
+#include "volume/attribute_values.h"
 #include "volume/well_known.h"
 
 #include <algorithm>
@@ -39,7 +40,7 @@ class tree_listing {
 
     [[nodiscard]] result<void> run(walked_path start) {
         const listed_file file = read_listed_file(m_volume, start.file, m_outputs);
-        const std::vector<std::u16string> names = long_names_of(start);
+        const std::vector<std::u16string>& names = start.names;
         if (!file.has_children) {
             return write_file_lines(file, shown_path(names), m_outputs);
         }
@@ -76,26 +77,42 @@ class tree_listing {
         std::size_t pages_above;
     };
 
-    // The path with the long names of all directories, however it was typed. As it was typed where the way up
-    // is lost.
-    [[nodiscard]] std::vector<std::u16string> long_names_of(const walked_path& typed) {
-        const std::vector<file_name> names = names_of_file(typed.file);
-        const file_name* const name = typed.names.empty() ? nullptr : name_to_show(names, typed.names.back());
-        if (name == nullptr) {
-            return typed.names;
+    // A short name has no line of its own, unless the file has no other.
+    [[nodiscard]] bool is_passed_over(const index_key& key) {
+        if (key.name_space != dos_name_space) {
+            return false;
         }
-        const entry_path path = path_upwards(m_volume.table(), *name, false, m_told);
-        return path.lost ? typed.names : path.names;
+        // What is wrong with the record is said where its long name is, which has a key of its own.
+        notices of_record;
+        auto found = m_records.read_in_use(key.file, of_record);
+        if (!found || has_long_name(found->attributes())) {
+            return true;
+        }
+        const auto file = attribute_set::of(m_volume.table(), std::move(*found), of_record);
+        const std::vector<file_name> names = file ? names_of_file(*file) : std::vector<file_name>();
+        return names.empty() || !std::all_of(names.begin(), names.end(),
+                                             [](const file_name& each) { return each.is_short(); });
+    }
+
+    // Most files have their names in the base record.
+    [[nodiscard]] static bool has_long_name(const std::vector<attribute>& attributes) {
+        return std::any_of(attributes.begin(), attributes.end(), [](const attribute& each) {
+            return each.type() == attr_file_name && !each.non_resident() &&
+                   file_name_value(each.value()).name_space() != dos_name_space;
+        });
     }
 
     [[nodiscard]] result<void> list_key(const index_key& key) {
         const attribute_set& directory = m_open.back().names.directory();
         const bool is_root_itself = key.file.entry == root_directory &&
                                     directory.base().entry() == root_directory && key.name == u".";
-        if (key.name_space == dos_name_space || is_root_itself) {
+        if (is_root_itself) {
             return {};
         }
         read_ahead(key.file.entry);
+        if (is_passed_over(key)) {
+            return {};
+        }
         const std::size_t path_bytes = m_path.size();
         const std::size_t path_units = m_units;
         m_path += "/" + shown_name(key.name);

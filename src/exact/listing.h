@@ -2,7 +2,7 @@
 //
 // A directory is listed in the order of its index, a tree depth first: after the line of a directory come
 // those of what it holds. Links have a line and are not followed. Of each file there is a line for every long
-// name; a short name has none.
+// name; a short name has none, unless it is the only one.
 //
 //     26-1  d  0  ...  /docs
 //     27-1  f  2  ...  /docs/b.txt

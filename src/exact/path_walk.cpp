@@ -1,5 +1,6 @@
 #include "exact/path_walk.h"
 
+#include "exact/file_names.h"
 #include "exact/index_lookup.h"
 #include "exact/name_text.h"
 #include "exact/reparse.h"
@@ -17,6 +18,7 @@ namespace quarry::exact {
 
 namespace {
 
+constexpr std::uint8_t dos_name_space = 2;
 constexpr unsigned most_links = 64;
 // More names than a path of the system has room for. The targets of links that follow each other could ask
 // for hundreds of thousands.
@@ -36,6 +38,18 @@ result<attribute_set> attributes_of(const exact_volume& volume, reference file, 
     return volume.table().read_in_use(file, told).and_then([&](record found) {
         return attribute_set::of(volume.table(), std::move(found), told);
     });
+}
+
+// The name that belongs to a key: a short one belongs to a long one in the same directory.
+std::u16string long_name_of(const attribute_set& file, const index_key& key) {
+    if (key.name_space != dos_name_space) {
+        return key.name;
+    }
+    const std::vector<file_name> names = names_of_file(file);
+    const auto found = std::find_if(names.begin(), names.end(), [&](const file_name& each) {
+        return !each.is_short() && each.parent.entry == key.parent.entry;
+    });
+    return found == names.end() ? key.name : found->name;
 }
 
 class walk {
@@ -67,14 +81,14 @@ class walk {
             }
         }
         return walked_path{std::move(m_reached->attributes), names_of_way(), std::move(m_links),
-                           m_way.empty() ? std::nullopt : std::optional(m_way.back())};
+                           m_way.empty() ? std::nullopt : std::optional(m_way.back().key)};
     }
 
   private:
     [[nodiscard]] std::vector<std::u16string> names_of_way() const {
         std::vector<std::u16string> names;
         std::transform(m_way.begin(), m_way.end(), std::back_inserter(names),
-                       [](const index_key& walked) { return walked.name; });
+                       [](const passed_name& passed) { return passed.name; });
         return names;
     }
 
@@ -112,7 +126,7 @@ class walk {
                              ? m_volume.table().read_system(root_directory, told).and_then([&](record found) {
                                    return attribute_set::of(m_volume.table(), std::move(found), told);
                                })
-                             : attributes_of(m_volume, m_way.back().file, told);
+                             : attributes_of(m_volume, m_way.back().key.file, told);
         if (!directory) {
             return passed_on(directory);
         }
@@ -141,8 +155,8 @@ class walk {
         const warm_directories::step* const known = m_left.empty() ? nullptr : m_kept.find(from, name);
         if (known != nullptr) {
             tell_again(known->told);
-            m_options.tell(step_text(known->key));
-            m_way.push_back(known->key);
+            m_options.tell(step_text(known->passed.key));
+            m_way.push_back(known->passed);
             m_reached = known->directory;
             return {};
         }
@@ -218,7 +232,8 @@ class walk {
                 return false;
             }
         }
-        m_way.push_back(std::move(*key));
+        std::u16string long_name = long_name_of(*file, *key);
+        m_way.push_back({std::move(*key), std::move(long_name)});
         m_reached = std::make_shared<reached_directory>(std::move(*file));
         return true;
     }
@@ -298,7 +313,7 @@ class walk {
     std::deque<std::u16string> m_left;
     std::size_t m_names_asked;  // by the path and by the links on it
     // The names from the root to where the walk is, and the file there.
-    std::vector<index_key> m_way;
+    std::vector<passed_name> m_way;
     std::shared_ptr<reached_directory> m_reached;
     std::vector<std::string> m_links;
     std::string m_last_link;  // its path, in the words of a message

@@ -40,7 +40,7 @@ struct walk_options {
 
 struct walked_path {
     attribute_set file;
-    std::vector<std::u16string> names;  // as the volume has them, after all links
+    std::vector<std::u16string> names;  // as the volume has them, after all links; the long ones
     std::vector<std::string> links;     // the targets that were followed, such as C:\Users
     std::optional<index_key> last_key;  // the key of the last name; none for the root
 };

@@ -37,6 +37,12 @@ struct reached_directory {
     std::optional<directory_index> index;  // opened when a name is first looked up in it
 };
 
+// A name that a walk has passed.
+struct passed_name {
+    index_key key;        // by which it was found
+    std::u16string name;  // the long one, if that is a short one
+};
+
 class warm_directories {
   public:
     static constexpr std::size_t most_kept = 64;
@@ -44,7 +50,7 @@ class warm_directories {
 
     // A name in a directory that leads to another directory.
     struct step {
-        index_key key;
+        passed_name passed;
         std::shared_ptr<reached_directory> directory;
         notices told;  // on the way
     };

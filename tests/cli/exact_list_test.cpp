@@ -252,6 +252,20 @@ TEST_F(exact_list, with_tree_makes_the_directories_of_each_path) {
     EXPECT_EQ(told(result, "ok: /docs"), words{"ok: /docs/a.txt -> out/docs/a.txt (6 bytes)"});
 }
 
+TEST_F(exact_list, with_tree_goes_by_long_names_however_a_path_was_typed) {
+    volume_builder volume({.system_files = true});
+    const std::uint64_t directory = volume.add_directory("Long directory").short_name("LONGDI~1").entry();
+    volume.add_file("long name.txt", directory).short_name("LONGNA~1.TXT").stored_data(to_bytes("hello\n"));
+    write_file(m_dir / "volume", volume.image());
+    const program_result result = copy("/LONGDI~1/LONGNA~1.TXT\n", {"-tree", "-manifest", "m.jsonl"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(made(), (words{"Long directory", "Long directory/long name.txt"}));
+    EXPECT_NE(
+        text("m.jsonl").find(R"("asked":"/LONGDI~1/LONGNA~1.TXT","path":"/Long directory/long name.txt")"),
+        std::string::npos)
+        << text("m.jsonl");
+}
+
 TEST_F(exact_list, with_tree_makes_no_directory_for_what_is_not_there_and_follows_no_link) {
     fs::create_directory(m_dir / "elsewhere");
     fs::create_symlink("../elsewhere", m_dir / "out/docs");

@@ -127,6 +127,25 @@ TEST(listing, has_a_line_for_every_long_name_and_every_named_stream_in_the_order
     EXPECT_NE(listed.list("/").lines.find("\t/$MFT\n"), std::string::npos);
 }
 
+TEST(listing, has_a_line_for_a_short_name_only_where_the_file_has_no_other) {
+    volume_builder volume(with_system_files());
+    volume.add_file("ONLY~1.TXT").data("1").name_space(dos_namespace);
+    const std::uint64_t directory = volume.add_directory("ONLYDI~1").name_space(dos_namespace).entry();
+    volume.add_file("Long name.txt", directory).short_name("LONGNA~1.TXT");
+    // Its long name is in another directory.
+    volume.add_file("LINKED~1.TXT", directory).name_space(dos_namespace).hard_link("Linked.txt", 5);
+    listed_volume listed(volume);
+    EXPECT_EQ(listed.user_lines("/"), "27-1\tf\t0" + at +
+                                          "/Linked.txt\n"
+                                          "25-1\td\t0" +
+                                          at +
+                                          "/ONLYDI~1\n"
+                                          "24-1\tf\t1" +
+                                          at + "/ONLY~1.TXT\n");
+    EXPECT_EQ(listed.user_lines("/ONLYDI~1"), "26-1\tf\t0" + at + "/ONLYDI~1/Long name.txt\n");
+    EXPECT_EQ(listed.list("/").damage, "");
+}
+
 TEST(listing, of_a_tree_goes_depth_first_and_of_a_file_is_the_file) {
     volume_builder volume(with_system_files());
     const std::uint64_t b = volume.add_directory("b").stream("own", "1").entry();  // 24

@@ -1,6 +1,7 @@
 #include "exact/path_walk.h"
 
 #include "exact/volume_path.h"
+#include "exact/warm_directories.h"
 #include "support/memory_source.h"
 #include "support/opened_exact_volume.h"
 #include "support/run_program.h"
@@ -137,6 +138,27 @@ TEST(path_walk, takes_a_short_name_for_the_long_one) {
     walked_volume walked(volume.image());
     EXPECT_EQ(walked.entry("/longna~1.txt"), file);
     EXPECT_EQ(walked.entry("/Long Name.txt"), file);
+}
+
+TEST(path_walk, gives_the_long_names_of_all_that_were_named_by_short_ones) {
+    volume_builder volume(with_system_files());
+    const std::uint64_t directory = volume.add_directory("Long directory").short_name("LONGDI~1").entry();
+    const std::uint64_t other = volume.add_directory("other").entry();
+    // A name in another directory is none of this path.
+    volume.add_file("first link.txt", other)
+        .hard_link("long name.txt", directory)
+        .hard_link("LONGNA~1.TXT", directory, dos_namespace);
+    volume.add_file("ONLY~1.TXT", directory).name_space(dos_namespace);
+    walked_volume walked(volume.image());
+    warm_directories kept;
+    walked.options().directories = &kept;
+    // The second time the directory is known.
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(walked.walk("/LONGDI~1/LONGNA~1.TXT").value().names,
+                  (std::vector<std::u16string>{u"Long directory", u"long name.txt"}));
+    }
+    EXPECT_EQ(walked.walk("/LONGDI~1/only~1.txt").value().names,
+              (std::vector<std::u16string>{u"Long directory", u"ONLY~1.TXT"}));
 }
 
 TEST(path_walk, prefers_the_same_units_among_names_that_differ_in_case) {

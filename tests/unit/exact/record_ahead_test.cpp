@@ -71,4 +71,17 @@ TEST(record_ahead, reads_adjacent_records_at_once_and_none_twice) {
     EXPECT_FALSE(ahead.holds(48));
 }
 
+TEST(record_ahead, holds_no_more_than_2_mebibytes) {
+    // Records of 1,024 bytes: 2,048 of them.
+    opened_exact_volume opened(volume_builder({.mft_entries = 2304, .system_files = true}));
+    record_ahead ahead(opened.volume().table());
+    EXPECT_EQ(ahead.room(), 2048u);
+    ahead.fetch({100, 101});
+    EXPECT_TRUE(ahead.holds(100));
+    ahead.fetch({2148});
+    EXPECT_TRUE(ahead.holds(2148));
+    EXPECT_FALSE(ahead.holds(100));
+    EXPECT_TRUE(ahead.holds(101));
+}
+
 }  // namespace quarry::test
