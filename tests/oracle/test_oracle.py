@@ -85,7 +85,9 @@ def test_names_that_no_spelling_but_their_own_finds_have_a_reason(program, tmp_p
         for name in ("Pair", "pAIR"):
             (root / name).mkdir()
             (root / name / "inside").write_bytes(name.encode())
+        os.symlink("Pair", root / "link")
     tally = check(program, image, 20, 15)
+    assert tally.explained["ntfs-3g mount", "interix-link"] == 1
     # Both names and what is in both directories, in upper and in lower case.
     assert tally.explained["names", "twins"] == 8
 
