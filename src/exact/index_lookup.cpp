@@ -150,8 +150,8 @@ result<void> directory_index::read_root(const attribute_set& directory) {
     };
     const std::vector<piece> roots = directory.pieces(attr_index_root, index_of_names);
     if (roots.size() != 1 || roots.front().bytes.non_resident()) {
-        return broken(std::to_string(roots.size()) +
-                      " attributes $INDEX_ROOT \"$I30\", not one that is resident");
+        return broken(std::to_string(roots.size()) + (roots.size() == 1 ? " attribute" : " attributes") +
+                      " $INDEX_ROOT \"$I30\", not one that is resident");
     }
     const piece& only = roots.front();
     m_root = only.bytes.value();

@@ -237,7 +237,7 @@ TEST(index_lookup, wants_one_root_that_is_resident) {
     const std::string end = " $INDEX_ROOT \"$I30\", not one that is resident";
     EXPECT_EQ(with({sound}), "path \"/many/x\": no such name");
     EXPECT_EQ(with({sound, sound}), "index root of record 24: 2 attributes" + end);
-    EXPECT_EQ(with({in_clusters}), "index root of record 24: 1 attributes" + end);
+    EXPECT_EQ(with({in_clusters}), "index root of record 24: 1 attribute" + end);
     EXPECT_EQ(with({}), "index root of record 24: 0 attributes" + end);
 }
 
