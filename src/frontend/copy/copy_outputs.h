@@ -8,6 +8,7 @@
 // report is one more row of `report_forms`.
 #pragma once
 
+#include "frontend/options/quarry_opts.h"
 #include "report/attribute_report.h"
 #include "volume/attr_item.h"
 #include "volume/ntfs.h"
@@ -25,12 +26,13 @@ namespace quarry {
 struct report_form {
     std::string_view ending;               // after the path of the copy
     std::string_view ending_after_digest;  // the same once the name of the copy ends with its digest
+    bool quarry_opts::*asked_for;          // the switch that asks for it
     void (*write)(std::ostream& out, CNtfs& ntfs, std::uint64_t entry, const std::wstring& path,
                   const attr_item_list& items);
 };
 
 inline constexpr std::array<report_form, 1> report_forms = {{
-    {".meta.txt", "_meta.txt", write_attribute_report},
+    {".meta.txt", "_meta.txt", &quarry_opts::m_meta, write_attribute_report},
 }};
 // The one that a copy of clusters makes too, with a content of its own.
 inline constexpr const report_form& text_report = report_forms[0];

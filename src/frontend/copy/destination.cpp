@@ -88,13 +88,13 @@ bool is_free(const std::wstring& path, quarry_opts& opts) {
     return true;
 }
 
-// The outputs of a copy to a path, without the reports that cannot be made.
+// The outputs of a copy to a path, without the reports that nobody asked for or that cannot be made.
 copy_outputs possible_outputs(const std::wstring& path, const quarry_opts& opts) {
-    if (!opts.m_meta) {
-        return {path};
-    }
     copy_outputs outputs = outputs_with_reports(path);
     std::erase_if(outputs.reports, [&opts](const report_output& report) {
+        if (!(opts.*report.form->asked_for)) {
+            return true;
+        }
         // Deliberate: below a current directory of 512 bytes or more a relative report is left out, while the
         // copy is made. The user finds the copy without its report.
         return canonical_path(std::wstring_view(report.path), L'/').empty() ||

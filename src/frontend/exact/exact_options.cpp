@@ -226,12 +226,29 @@ status check_listing(const given_options& given) {
     });
 }
 
+// "-image, -partition or -vmdk"
+std::string source_words() {
+    std::vector<std::string_view> words;
+    for (const source_option& option : source_options) {
+        if (option.exact_hint.empty()) {
+            words.insert(words.begin(), option.word);
+        }
+    }
+    std::string text;
+    for (const std::string_view& word : words) {
+        const bool is_last = &word == &words.back();
+        text += text.empty() ? "" : (is_last ? " or " : ", ");
+        text += word;
+    }
+    return text;
+}
+
 // What is missing, and what cannot go together.
 status check_combination(const given_options& given) {
     return at_most_one_of(given, {option::disk_source, option::volume_source})
         .and_then([&] {
             return needs_one_of(given, {option::disk_source, option::volume_source},
-                                "no source; say -image, -partition or -vmdk");
+                                "no source; say " + source_words());
         })
         .and_then([&] {
             return at_most_one_of(given, {option::offset, option::ntfsvol, option::first_ntfsvol});

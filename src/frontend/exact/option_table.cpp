@@ -1,5 +1,7 @@
 #include "frontend/exact/option_table.h"
 
+#include "frontend/options/early_words.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -11,8 +13,7 @@ namespace {
 
 constexpr option_state taken = option_state::taken;
 constexpr option_state not_yet = option_state::not_yet;
-constexpr std::string_view no_effect = "it has no effect";
-constexpr std::string_view choose_lines = "choose the lines before -pipe, with grep";
+constexpr std::string_view no_effect = no_effect_in_exact_mode;
 
 constexpr option_row row(std::string_view name, option id, unsigned values, option_state state,
                          bool repeatable = false) {
@@ -70,31 +71,7 @@ constexpr auto other_rows = std::to_array<option_row>({
     row("-diags", option::diags, 1, taken),
     row("-quiet", option::quiet, 0, taken),
 
-    foreign("-meta", "say -manifest"),
-    foreign("-skip_sparse_clusters", "say -sparse"),
     foreign("-ignore_image_size", "it is not needed"),
-    foreign("-enumdir", choose_lines),
-    foreign("-num_subdirs", choose_lines),
-    foreign("-filter", choose_lines),
-    foreign("-filter_skip", choose_lines),
-    foreign("-filter_path", choose_lines),
-    foreign("-filter_sig", choose_lines),
-    foreign("-cmd_start_time", choose_lines),
-    foreign("-cmd_stop_time", choose_lines),
-    foreign("-out", "say -dst"),
-    foreign("-outfile", "say -dst"),
-    foreign("-append", "a copy is a file of its own"),
-    foreign("-profile", no_effect),
-    foreign("-signal", no_effect),
-    foreign("-base10", no_effect),
-    foreign("-base16", no_effect),
-    foreign("-dateformat", no_effect),
-    foreign("-timeformat", no_effect),
-    foreign("-pair_datetime", no_effect),
-    foreign("-verbose", no_effect),
-    foreign("-v", no_effect),
-    foreign("-l2", no_effect),
-    foreign("-l3", no_effect),
     foreign("-csv", no_effect),
     foreign("-csvgen", no_effect),
     foreign("-csvl2t", no_effect),
@@ -119,11 +96,19 @@ constexpr auto other_rows = std::to_array<option_row>({
     foreign("-outdir", no_effect),
 });
 
+constexpr std::size_t refused_early_words =
+    std::count_if(early_words.begin(), early_words.end(),
+                  [](const early_word& option) { return !option.exact_hint.empty(); });
+
 constexpr auto rows = [] {
-    std::array<option_row, source_options.size() + other_rows.size()> all{};
-    auto* const end =
-        std::transform(source_options.begin(), source_options.end(), all.begin(), row_of_source);
-    std::copy(other_rows.begin(), other_rows.end(), end);
+    std::array<option_row, source_options.size() + other_rows.size() + refused_early_words> all{};
+    auto* end = std::transform(source_options.begin(), source_options.end(), all.begin(), row_of_source);
+    end = std::copy(other_rows.begin(), other_rows.end(), end);
+    for (const early_word& option : early_words) {
+        if (!option.exact_hint.empty()) {
+            *end++ = foreign(option.word, option.exact_hint);
+        }
+    }
     return all;
 }();
 

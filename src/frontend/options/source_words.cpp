@@ -1,6 +1,7 @@
 #include "frontend/options/source_words.h"
 
 #include "foundation/ql_string.h"
+#include "frontend/options/early_words.h"
 #include "frontend/options/ignored_options.h"
 
 #include <algorithm>
@@ -27,27 +28,6 @@ constexpr std::array<std::string_view, 8> dashes = {"-",
 // The one option that is like a source option and is none.
 constexpr std::string_view digest_option = "-md5";
 
-// What is looked up before the source options and takes no value or one.
-constexpr std::array<std::string_view, 15> early_switches = {"-pair_datetime",
-                                                             "-append",
-                                                             "-l2",
-                                                             "-l3",
-                                                             "-profile",
-                                                             "-pipe",
-                                                             "-base10",
-                                                             "-base16",
-                                                             "-verbose",
-                                                             "-v",
-                                                             "-quiet",
-                                                             "-first_ntfsvol",
-                                                             "-meta",
-                                                             "-skip_sparse_clusters",
-                                                             "-raw"};
-constexpr std::array<std::string_view, 14> early_values = {
-    "-diags",         "-out",        "-outfile",     "-enumdir",    "-num_subdirs",
-    "-filter_skip",   "-filter",     "-filter_path", "-filter_sig", "-cmd_start_time",
-    "-cmd_stop_time", "-dateformat", "-timeformat",  "-signal"};
-
 std::size_t dash_length(std::string_view word) {
     for (const std::string_view dash : dashes) {
         if (word.starts_with(dash)) {
@@ -67,12 +47,11 @@ std::string lowered(std::string_view word) {
 // itself included; 0 for any other word.
 std::size_t words_taken_early(const std::string& word) {
     const std::string option = lowered(word);
-    if (std::find(early_values.begin(), early_values.end(), option) != early_values.end()) {
-        return 2;
-    }
-    if (option == digest_option ||
-        std::find(early_switches.begin(), early_switches.end(), option) != early_switches.end()) {
-        return 1;
+    const auto* const found =
+        std::find_if(early_words.begin(), early_words.end(),
+                     [&option](const early_word& known) { return known.word == option; });
+    if (found != early_words.end()) {
+        return 1 + found->values;
     }
     return words_of_ignored_option(option);
 }
