@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <numeric>
 
 namespace quarry {
 
@@ -31,6 +32,12 @@ std::optional<damaged_range> damaged_ranges::first_between(std::uint64_t first, 
         return std::nullopt;
     }
     return damaged_range{std::max(range->first, first), range->second};
+}
+
+std::uint64_t damaged_ranges::bytes() const {
+    return std::accumulate(
+        m_ends.begin(), m_ends.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const auto& range) { return sum + (range.second - range.first); });
 }
 
 }  // namespace quarry

@@ -25,6 +25,9 @@ class damaged_ranges {
     // be past `end`. Nothing if there are none.
     [[nodiscard]] std::optional<damaged_range> first_between(std::uint64_t first, std::uint64_t end) const;
 
+    // How many bytes are damaged.
+    [[nodiscard]] std::uint64_t bytes() const;
+
   private:
     std::map<std::uint64_t, std::uint64_t> m_ends;  // by first byte
 };

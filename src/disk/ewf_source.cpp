@@ -63,6 +63,17 @@ std::uint64_t bytes_of_files(const std::vector<std::string>& paths) {
     return sum;
 }
 
+// What came of `asked` bytes from byte `offset` on, as far as it is not damaged.
+read_outcome up_to_damage(read_outcome came, const damaged_ranges& damage, std::uint64_t offset,
+                          std::uint64_t asked) {
+    if (const auto range = damage.first_between(offset, offset + came.bytes)) {
+        came.bytes = static_cast<std::size_t>(range->first - offset);
+        came.error = EIO;
+        came.lost = static_cast<std::size_t>(std::min(range->end, offset + asked) - range->first);
+    }
+    return came;
+}
+
 bool is_sector_size(std::uint32_t size) {
     return size >= 512 && size <= 4096 && std::has_single_bit(size);
 }
@@ -163,12 +174,16 @@ bool ewf_source::take_acquisition_errors() {
         if (library->handle_get_acquiry_error(handle_of(m_handle), index, &first, &sectors, nullptr) != 1) {
             return false;
         }
-        m_damage.add(first * m_unit_of_damage, (first + sectors) * m_unit_of_damage);
+        m_not_acquired.add(first * m_unit_of_damage, (first + sectors) * m_unit_of_damage);
     }
     return true;
 }
 
 read_outcome ewf_source::read(std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    return up_to_damage(read_as_stored(buffer, offset), m_not_acquired, offset, buffer.size());
+}
+
+read_outcome ewf_source::read_as_stored(std::span<std::uint8_t> buffer, std::uint64_t offset) {
     if (offset >= m_size) {
         return {};
     }
@@ -187,7 +202,7 @@ read_outcome ewf_source::read(std::span<std::uint8_t> buffer, std::uint64_t offs
         came.bytes += std::min(static_cast<std::size_t>(count), asked - came.bytes);
     }
     take_new_damage();
-    return up_to_damage(came, offset, asked);
+    return up_to_damage(came, m_damage, offset, asked);
 }
 
 // The library counts a chunk once and keeps no count of what it hands out later, so the ranges are kept here.
@@ -207,15 +222,6 @@ void ewf_source::take_new_damage() {
             m_damage.add(first * m_unit_of_damage, (first + sectors) * m_unit_of_damage);
         }
     }
-}
-
-read_outcome ewf_source::up_to_damage(read_outcome came, std::uint64_t offset, std::uint64_t asked) const {
-    if (const auto range = m_damage.first_between(offset, offset + came.bytes)) {
-        came.bytes = static_cast<std::size_t>(range->first - offset);
-        came.error = EIO;
-        came.lost = static_cast<std::size_t>(std::min(range->end, offset + asked) - range->first);
-    }
-    return came;
 }
 
 std::string ewf_source::stored_digest(std::string_view kind) const {
@@ -250,6 +256,10 @@ std::unique_ptr<ewf_source> ewf_source::open(const std::vector<std::string>&, st
 }
 
 read_outcome ewf_source::read(std::span<std::uint8_t>, std::uint64_t) {
+    return {.bytes = 0, .error = EIO};
+}
+
+read_outcome ewf_source::read_as_stored(std::span<std::uint8_t>, std::uint64_t) {
     return {.bytes = 0, .error = EIO};
 }
 

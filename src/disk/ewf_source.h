@@ -46,6 +46,12 @@ class ewf_source final : public byte_source {
     [[nodiscard]] std::uint64_t content_size() const override { return m_content_size; }
     [[nodiscard]] std::uint32_t sector_size() const override { return m_sector_size; }
 
+    // The bytes as the set holds them, with what was put in the place of sectors that could not be acquired:
+    // the digests are of these. A chunk whose checksum differs is an error here too.
+    [[nodiscard]] read_outcome read_as_stored(std::span<std::uint8_t> buffer, std::uint64_t offset);
+    // Bytes that could not be read when the disk was acquired.
+    [[nodiscard]] std::uint64_t not_acquired() const { return m_not_acquired.bytes(); }
+
     // A digest that was stored when the disk was acquired, in hexadecimal, small letters; empty if there is
     // none. `kind` is "MD5" or "SHA1".
     [[nodiscard]] std::string stored_digest(std::string_view kind) const;
@@ -56,8 +62,6 @@ class ewf_source final : public byte_source {
     [[nodiscard]] bool read_facts(const std::vector<std::string>& segments);
     [[nodiscard]] bool take_acquisition_errors();
     void take_new_damage();
-    [[nodiscard]] read_outcome up_to_damage(read_outcome came, std::uint64_t offset,
-                                            std::uint64_t asked) const;
 
     void* m_handle;
     std::uint64_t m_size = 0;
@@ -66,6 +70,7 @@ class ewf_source final : public byte_source {
     std::uint32_t m_unit_of_damage = 512;  // bytes; the container's own number, whatever it is
     std::uint32_t m_damage_count = 0;      // of the library's list
     damaged_ranges m_damage;               // as the library knows it by now
+    damaged_ranges m_not_acquired;
 };
 
 }  // namespace quarry

@@ -99,6 +99,10 @@ class node_reader {
         if (has_child && !m_header.has_children()) {
             return broken_entry(offset, "has a child in a node without children");
         }
+        // Names below it would be gone without a word.
+        if (!has_child && m_header.has_children()) {
+            return broken_entry(offset, "has no child in a node with children");
+        }
         index_node_entry entry;
         if (has_child) {
             entry.child = m_bytes.u64_or_zero(offset + m_length - 8);

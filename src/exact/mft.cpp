@@ -321,7 +321,11 @@ result<void> mft::expect_listed(const record& holder, reference wanted, const re
     const reference owner = holder.base().value_or(reference{});
     const bool owner_one_behind =
         deleted && owner.entry == base.entry() && next_sequence(owner.sequence) == base.self().sequence;
-    if (owner != base.self() && !owner_one_behind) {
+    const bool owner_without_sequence = holder.base() && owner.entry == base.entry() && owner.sequence == 0;
+    if (owner_without_sequence) {
+        told.warn("no-sequence", holder.place().where, "its reference to its base has no sequence number");
+    }
+    if (owner != base.self() && !owner_one_behind && !owner_without_sequence) {
         return fail(failure_code::base, holder.place().where,
                     "belongs to record " + owner.text() + ", not to " + base.self().text(),
                     holder.place().source_byte(base_offset));

@@ -62,6 +62,9 @@ class mbr_walk {
         return std::move(m_found);
     }
 
+    // The first extended table that lies past the end of the source, whose partitions are not known.
+    [[nodiscard]] std::optional<failure> past_end() const { return m_past_end; }
+
   private:
     // Entries count from the sector of their table.
     void take_partitions(const partition_table& table, std::uint64_t table_sector) {
@@ -91,6 +94,10 @@ class mbr_walk {
                              place);
             }
             auto bytes = read_table(*m_source, place);
+            if (!bytes && bytes.error().code == failure_code::source_end) {
+                m_past_end = m_past_end ? m_past_end : std::optional(bytes.error());
+                continue;
+            }
             if (!bytes) {
                 return passed_on(bytes);
             }
@@ -117,6 +124,7 @@ class mbr_walk {
     std::uint32_t m_sector_size;
     std::vector<typed_partition> m_found;
     std::set<std::uint64_t> m_visited;
+    std::optional<failure> m_past_end;
 };
 
 bool begins_with_ntfs(const exact_source& source, std::uint64_t offset) {
@@ -135,13 +143,20 @@ bool has_ntfs_where_it_says(const exact_source& source,
 // An MBR does not say how large its sectors are. They have 512 bytes, unless that leads to no NTFS volume
 // where one should be and 4,096 do.
 result<std::vector<partition>> read_mbr(const exact_source& source, byte_view mbr,
-                                        std::optional<std::uint32_t> sector_size) {
-    auto partitions = mbr_walk(source, sector_size.value_or(usual_sector_size)).all(mbr);
+                                        std::optional<std::uint32_t> sector_size, notices& told) {
+    mbr_walk walk(source, sector_size.value_or(usual_sector_size));
+    auto partitions = walk.all(mbr);
     if (!sector_size && !has_ntfs_where_it_says(source, partitions)) {
-        auto in_large_sectors = mbr_walk(source, large_sector_size).all(mbr);
-        if (has_ntfs_where_it_says(source, in_large_sectors)) {
-            partitions = std::move(in_large_sectors);
+        mbr_walk in_large_sectors(source, large_sector_size);
+        auto others = in_large_sectors.all(mbr);
+        if (has_ntfs_where_it_says(source, others)) {
+            partitions = std::move(others);
+            walk = std::move(in_large_sectors);
         }
+    }
+    if (const auto lost = walk.past_end()) {
+        told.warn("source-short", where::partition_table,
+                  "an extended table is not known: the source " + lost->why);
     }
     return partitions.map([](const std::vector<typed_partition>& typed) {
         std::vector<partition> found(typed.size());
@@ -248,7 +263,7 @@ result<std::optional<std::vector<partition>>> read_partitions(const exact_source
         found = std::move(*gpt);
     }
     if (!found && table.has_mark()) {
-        auto mbr = read_mbr(source, byte_view(*bytes), sector_size);
+        auto mbr = read_mbr(source, byte_view(*bytes), sector_size, told);
         if (!mbr) {
             return passed_on(mbr);
         }

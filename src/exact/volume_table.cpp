@@ -114,7 +114,9 @@ result<volume_table> volume_table::read(const exact_source& source, std::optiona
         return tl::make_unexpected(*whole.unread);
     }
     std::vector<listed_volume> volumes = {whole};
-    if (!whole.is_sound && whole.kind != volume_kind::unreadable) {
+    // A backup in the last sector may be what is left of a volume that was there before the partitions.
+    const bool is_bare = whole.is_sound && !whole.boot_sector_is_backup;
+    if (!is_bare && whole.kind != volume_kind::unreadable) {
         notices told_of_table;
         const auto partitions = read_partitions(source, sector_size, told_of_table);
         if (!partitions && !is_named(whole.kind)) {

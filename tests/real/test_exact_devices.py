@@ -91,18 +91,19 @@ def test_its_backup_is_found_in_the_last_sector_of_4096_bytes(large_sectors, con
     assert any(line.startswith("warning: partition table: ") for line in result.lines), result.lines
 
 
-def test_a_device_that_is_mounted_is_told(volume, contents, exact, scratch):
+@pytest.mark.parametrize("mounted", ["itself", "a device that lies on it"])
+def test_a_device_that_is_mounted_is_told(volume, contents, exact, scratch, mounted):
     need(os.path.exists("/dev/fuse"), "there is no /dev/fuse")
     need_tools("ntfs-3g", "unshare", "mount")
-    with loop_device(volume.image) as device:
+    with loop_device(volume.image) as device, loop_device(device) as upper:
         warning = f"warning: source {device}: is mounted; it may change while it is read"
         assert exact.whole(device, "-src", "/one.bin") == contents["one.bin"]
         # In a namespace of its own, so that the mount ends with the program.
         folder = scratch / "mount"
         folder.mkdir()
-        script = 'ntfs-3g -o ro "$1" "$2" && "$3" -exact -image "$1" -src /one.bin -dst "$4"; status=$?; umount "$2"; exit $status'
+        script = 'ntfs-3g -o ro "$5" "$2" && "$3" -exact -image "$1" -src /one.bin -dst "$4"; status=$?; umount "$2"; exit $status'
         done = subprocess.run(["unshare", "-m", "sh", "-c", script, "sh", device, folder, os.environ["QUARRY_PROGRAM"],
-                               scratch / "copy"], capture_output=True, timeout=120, check=False,
+                               scratch / "copy", device if mounted == "itself" else upper], capture_output=True, timeout=120, check=False,
                               env=dict(os.environ, PATH=SYSTEM_PATH))
         assert done.returncode == 0, done.stderr
         assert warning in done.stderr.decode().splitlines(), done.stderr

@@ -27,6 +27,7 @@ result<void> list(exact_volume& volume, const exact_options& options, const list
     messages.info("path " + shown_path(*path) +
                   (path->prefix.empty() ? "" : ", " + path->prefix + " is passed over"));
     walk_options walking;
+    walking.follow_last = false;
     walking.tell = [&messages](const std::string& line) { messages.info(line); };
     for (const std::string& letter : options.letters) {
         walking.volume_names.push_back(units_of_utf8(letter).value_or(std::u16string()));

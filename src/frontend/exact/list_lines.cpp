@@ -21,8 +21,6 @@ constexpr std::string_view utf8_mark = "\xEF\xBB\xBF";
 constexpr std::string_view utf16_little_endian_mark = "\xFF\xFE";
 constexpr std::string_view utf16_big_endian_mark = "\xFE\xFF";
 constexpr std::size_t read_bytes = 65536;
-constexpr std::size_t fields_of_a_listing = 5;
-constexpr std::string_view kinds_of_a_listing = "fdlsFDLS";
 
 result<copy_object> no_line(std::string_view text, std::string why) {
     return fail(failure_code::name, "\"" + shown_typed(text) + "\"", std::move(why));
@@ -72,10 +70,7 @@ std::vector<std::string_view> fields_of(std::string_view text) {
 
 result<copy_object> parse_listing_line(std::string_view text) {
     const std::vector<std::string_view> fields = fields_of(text);
-    const bool has_form = fields.size() == fields_of_a_listing && fields[1].size() == 1 &&
-                          kinds_of_a_listing.find(fields[1]) != std::string_view::npos &&
-                          fields.back().starts_with('/');
-    auto object = has_form ? parse_entry(fields.front()) : std::nullopt;
+    auto object = fields.back().starts_with('/') ? parse_entry(fields.front()) : std::nullopt;
     if (!object || !object->sequence) {
         return no_line(text, "has tabs and is no line of a listing");
     }

@@ -6,8 +6,9 @@
 //     365   365-1   365-1:Note                                       an entry, its sequence, its stream
 //     365-1<TAB>s<TAB>26<TAB>2026-...Z<TAB>/docs/a.txt:Note          entry and sequence, ..., path
 //
-// Of a line of a listing the first field says which entry is copied, and the path which of its names and
-// streams. A path that looks like an entry is written with its separator ahead: "/365".
+// Of a line of a listing the first field says which entry is copied, and the last one which of its names and
+// streams; "cut -f1,5" leaves all that is needed. A path that looks like an entry is written with its
+// separator ahead: "/365".
 //
 // Lines end in LF or CR LF; the last one may have no end. Empty lines are passed over but counted. The text
 // is UTF-8, with or without a byte order mark.

@@ -59,7 +59,7 @@ result<std::unique_ptr<manifest>> manifest::open(const exact_options& options, c
 }
 
 void manifest::set_source(const opened_source& source, const std::vector<std::string>& files) {
-    m_source.kind = source.is_ewf ? "ewf" : m_source.kind;
+    m_source.kind = source.ewf != nullptr ? "ewf" : m_source.kind;
     m_source.files.clear();
     for (std::size_t i = 0; i < files.size(); ++i) {
         const bool is_open = i < source.files.size();

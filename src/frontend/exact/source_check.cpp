@@ -15,6 +15,21 @@ namespace {
 
 constexpr std::size_t piece_size = std::size_t{4} << 20;
 
+// The bytes of an EWF image as it holds them.
+class bytes_as_stored final : public byte_source {
+  public:
+    explicit bytes_as_stored(ewf_source& image) : m_image(image) {}
+    [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override {
+        return m_image.read_as_stored(buffer, offset);
+    }
+    [[nodiscard]] std::uint64_t size() const override { return m_image.size(); }
+    [[nodiscard]] std::uint64_t content_size() const override { return m_image.content_size(); }
+    [[nodiscard]] std::uint32_t sector_size() const override { return m_image.sector_size(); }
+
+  private:
+    ewf_source& m_image;
+};
+
 struct digests {
     std::string md5;
     std::string sha1;
@@ -50,11 +65,19 @@ result<digests> digests_of(const exact_source& bytes, progress& status_line) {
 }  // namespace
 
 bool has_stored_digest(const opened_source& source) {
-    return !source.acquired_md5.empty() || !source.acquired_sha1.empty();
+    return source.ewf != nullptr && (!source.acquired_md5.empty() || !source.acquired_sha1.empty());
 }
 
 result<void> check_source(const opened_source& source, exact_messages& messages) {
-    auto found = digests_of(exact_source(*source.bytes, source.shown_path), messages.status_line());
+    if (const std::uint64_t missing = source.ewf->not_acquired(); missing != 0) {
+        notices told;
+        told.warn("unreadable", where::source(source.shown_path),
+                  std::to_string(missing) + " bytes could not be read when it was acquired; what the image " +
+                      "holds in their place is compared");
+        messages.warn(told);
+    }
+    bytes_as_stored bytes(*source.ewf);
+    auto found = digests_of(exact_source(bytes, source.shown_path), messages.status_line());
     if (!found) {
         return passed_on(found);
     }

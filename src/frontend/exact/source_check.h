@@ -1,7 +1,8 @@
 // Whether a source is still what was acquired.
 //
 // An EWF image carries the digests of the disk that were computed when it was acquired. The whole disk is
-// read again, digested, and held against them.
+// read again, digested, and held against them. They are of the bytes as the image holds them: where a sector
+// could not be read then, of what was put in its place.
 #pragma once
 
 #include "exact/failure.h"
@@ -13,8 +14,9 @@ namespace quarry::exact {
 // True if the source carries a digest.
 [[nodiscard]] bool has_stored_digest(const opened_source& source);
 
-// Reads all of a source with stored digests and says "ok: ..." if all of them fit. Fails with source-read for
-// bytes that cannot be read and for a digest that differs.
+// Reads all of a source with stored digests and says "ok: ..." if all of them fit. Warns
+// (unreadable) if sectors could not be read when it was acquired. Fails with source-read for bytes that
+// cannot be read and for a digest that differs.
 [[nodiscard]] result<void> check_source(const opened_source& source, exact_messages& messages);
 
 }  // namespace quarry::exact

@@ -1,11 +1,11 @@
 #include "frontend/exact/source_opening.h"
 
-#include "disk/ewf_source.h"
 #include "disk/vmdk_source.h"
 #include "exact/container.h"
 #include "exact/name_text.h"
 #include "foundation/byte_view.h"
 #include "foundation/ql_string.h"
+#include "frontend/output/same_storage.h"
 
 #include <algorithm>
 #include <array>
@@ -20,14 +20,19 @@ namespace quarry::exact {
 
 namespace {
 
-// True if a block device is listed among the mounts of this system.
+// True if a file system that this system has mounted lies on a block device, or on a part of it.
 bool is_mounted(const std::string& path) {
-    struct ::stat status {};
-    if (::stat(path.c_str(), &status) != 0 || !S_ISBLK(status.st_mode)) {
+    const found_file source = look_up(path);
+    if (!source.id.is_device) {
         return false;
     }
-    std::ifstream mounts("/proc/self/mountinfo");
-    return is_listed_mount(mounts, ::major(status.st_rdev), ::minor(status.st_rdev));
+    std::ifstream mounts(kernel_places{}.mounts);
+    const std::set<::dev_t> devices = mounted_devices(mounts);
+    return std::any_of(devices.begin(), devices.end(), [&source](::dev_t device) {
+        storage_set storage;
+        add_storage_of_file_system(storage, {device});
+        return storage.contains(source.id);
+    });
 }
 
 tl::unexpected<failure> cannot_open(const std::string& path, const std::string& why) {
@@ -103,7 +108,7 @@ result<opened_source> open_ewf(const std::vector<std::string>& segments) {
     if (image == nullptr) {
         return cannot_open(segments.front(), shown_typed(why));
     }
-    source.is_ewf = true;
+    source.ewf = image.get();
     source.acquired_md5 = image->stored_digest("MD5");
     source.acquired_sha1 = image->stored_digest("SHA1");
     source.bytes = std::move(image);
@@ -131,18 +136,20 @@ result<opened_source> open_chain(const std::vector<std::string>& paths) {
 
 }  // namespace
 
-bool is_listed_mount(std::istream& mounts, unsigned major_number, unsigned minor_number) {
-    const std::string wanted = std::to_string(major_number) + ":" + std::to_string(minor_number);
+std::set<::dev_t> mounted_devices(std::istream& mounts) {
+    std::set<::dev_t> devices;
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);
         std::string mount;
         std::string parent;
-        std::string device;
-        if (fields >> mount >> parent >> device && device == wanted) {
-            return true;
+        unsigned major_number = 0;
+        unsigned minor_number = 0;
+        char colon = 0;
+        if (fields >> mount >> parent >> major_number >> colon >> minor_number && colon == ':') {
+            devices.insert(::makedev(major_number, minor_number));
         }
     }
-    return false;
+    return devices;
 }
 
 bool opened_source::has_changed() const {

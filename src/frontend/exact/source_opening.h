@@ -2,28 +2,30 @@
 #pragma once
 
 #include "disk/byte_source.h"
+#include "disk/ewf_source.h"
 #include "disk/file_source.h"
 #include "exact/failure.h"
 #include "frontend/exact/exact_options.h"
 
 #include <istream>
 #include <memory>
+#include <set>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace quarry::exact {
 
-// True if the mounts, as /proc/self/mountinfo lists them ("36 35 98:0 /root /mnt ..."), have a device of
-// these numbers.
-[[nodiscard]] bool is_listed_mount(std::istream& mounts, unsigned major_number, unsigned minor_number);
+// The devices of the mounts, as /proc/self/mountinfo lists them: "36 35 98:0 /root /mnt ...".
+[[nodiscard]] std::set<::dev_t> mounted_devices(std::istream& mounts);
 
 struct opened_source {
     std::unique_ptr<byte_source> bytes;
     std::string shown_path;
     // The files that the bytes come from, opened to see whether they change.
     std::vector<std::unique_ptr<file_source>> files;
-    bool mounted = false;  // a block device that this system has mounted
-    bool is_ewf = false;
+    bool mounted = false;       // a block device that this system has mounted
+    ewf_source* ewf = nullptr;  // the bytes, if they are those of an EWF image
 
     // Digests of an EWF image that were stored when the disk was acquired, in hexadecimal; empty if there are
     // none.
@@ -40,8 +42,8 @@ struct opened_source {
 [[nodiscard]] result<std::vector<std::string>> files_of_source(const source_choice& choice);
 
 // Opens what the user named, given the files that it is read from. Warns (source-mounted) of a block device
-// that is mounted. Fails with source-open for what cannot be opened and for containers, with vmdk for files
-// that are no whole, sound chain.
+// that is mounted, or has a partition that is. Fails with source-open for what cannot be opened and for
+// containers, with vmdk for files that are no whole, sound chain.
 [[nodiscard]] result<opened_source> open_source(const source_choice& choice,
                                                 const std::vector<std::string>& files, notices& told);
 

@@ -201,6 +201,13 @@ TEST(attribute_set, fails_if_an_extension_is_not_its_own) {
     listed_volume no_base;
     no_base.file.record(1).base(0);
     EXPECT_THAT(no_base.fault(), HasSubstr("base record 25: belongs to record 0-0, not to 24-1"));
+    listed_volume no_sequence;
+    no_sequence.file.record(1).base(reference(24, 0));
+    EXPECT_EQ(no_sequence.fault(), "");
+    listed_volume another_without_sequence;
+    another_without_sequence.file.record(1).base(reference(30, 0));
+    EXPECT_THAT(another_without_sequence.fault(),
+                HasSubstr("base record 25: belongs to record 30-0, not to 24-1"));
 }
 
 TEST(attribute_set, of_a_deleted_file_may_have_references_one_after) {

@@ -82,6 +82,12 @@ TEST(index_node, may_have_children) {
     EXPECT_EQ(
         refusal(build_index_node({with_child, last}, 16, 0, false)),
         "index root of record 5: entry at 0x10: has a child in a node without children (source byte 0x1010)");
+    EXPECT_EQ(
+        refusal(build_index_node({two_names[0], last}, 16, 0, true)),
+        "index root of record 5: entry at 0x10: has no child in a node with children (source byte 0x1010)");
+    EXPECT_EQ(refusal(build_index_node({with_child, end_entry()}, 16, 0, true)).find("has no child") !=
+                  std::string::npos,
+              true);
 }
 
 TEST(index_node, cut_at_any_length_is_refused) {

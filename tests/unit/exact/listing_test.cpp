@@ -424,17 +424,18 @@ void add_directory_on(volume_builder& volume, const std::string& name, std::uint
         .attribute(attribute_builder::resident(0xB0, bytes(8, 0xFF)).named("$I30"));
 }
 
-// An index of a block with so many short names, which have no line, and a child ahead of each: empty nodes.
-bytes blocks_of_short_names(std::uint64_t count) {
+// An index of a block with so many children less one short names, which have no line, between them. The
+// children are empty nodes.
+bytes blocks_of_short_names(std::uint64_t children) {
     index_block_builder top;
     bytes leaves;
-    for (std::uint64_t i = 0; i < count; ++i) {
+    for (std::uint64_t i = 0; i < children; ++i) {
         index_entry name = name_entry(
             reference(10, 10),
             {.name = std::u16string(1, static_cast<char16_t>(u'A' + i)), .name_space = dos_namespace});
         name.flags = 1;
         name.sub_node = i + 1;
-        top.add(name);
+        top.add(i + 1 < children ? name : index_entry{.flags = 3, .sub_node = i + 1});
         const bytes leaf = index_block_builder().vcn(i + 1).build();
         leaves.insert(leaves.end(), leaf.begin(), leaf.end());
     }

@@ -119,15 +119,20 @@ TEST(partition_table, a_chain_may_have_1024_tables_and_no_more) {
     }
 }
 
-TEST(partition_table, an_extended_table_without_its_mark_or_past_the_end_fails) {
+TEST(partition_table, an_extended_table_without_its_mark_fails) {
     disk_builder disk(2000);
     disk.table(0, {{0x05, 1000, 100}});
     EXPECT_EQ(table_of(disk).failed,
               "table: partition table: the extended table in sector 1000 has no mark 55 AA "
               "(source byte 0x7D000)");
-    disk.table(0, {{0x05, 2000, 100}});
-    EXPECT_EQ(table_of(disk).failed,
-              "source-end: source disk.dd: ends at byte 0xFA000, byte 0xFA000 is needed");
+}
+
+TEST(partition_table, an_extended_table_past_the_end_of_the_source_hides_no_other_partition) {
+    disk_builder disk(2000);
+    disk.table(0, {{0x05, 2000, 100}, {0x07, 100, 50}});
+    const answer found = table_of(disk);
+    EXPECT_EQ(found.found, (places{{100 * 512, 50 * 512}}));
+    EXPECT_EQ(found.warnings, std::vector<std::string>{"source-short"});
 }
 
 TEST(partition_table, the_mark_is_at_byte_510_whatever_the_size_of_a_sector) {

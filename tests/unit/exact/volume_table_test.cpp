@@ -5,6 +5,8 @@
 #include "support/memory_source.h"
 #include "support/volume_builder.h"
 
+#include <array>
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -161,6 +163,27 @@ TEST(volume_table, a_bare_volume_whose_first_sector_is_lost_is_found_by_its_back
     memory_source unreadable(volume_with_backup());
     unreadable.unreadable(0, 512);
     EXPECT_EQ(without_size(listing_of(unreadable)), line);
+}
+
+TEST(volume_table, a_backup_of_the_whole_source_gives_way_to_a_volume_that_the_table_leads_to) {
+    // What is left of a volume that filled the source, a volume after it, and the backup of the first.
+    const bytes left = volume_with_backup();
+    const bytes volume = volume_with_backup();
+    const auto sectors = static_cast<std::uint32_t>(volume.size() / 512);
+    const auto listed = [&](const bytes& second) {
+        disk_builder disk(2 * sectors + 1);
+        disk.put(1, bytes(left.begin() + 512, left.end())).table(0, {{0x07, sectors, sectors}});
+        disk.put(sectors, second);
+        const bytes boot(left.begin(), left.begin() + 512);
+        disk.put(2 * sectors, byte_writer(boot).u64(40, std::uint64_t{2} * sectors).take());
+        const std::string listing = listing_of(disk);
+        return listing.substr(0, 31) + listing.substr(listing.find("  serial"));
+    };
+    std::array<char, 17> offset{};
+    std::snprintf(offset.data(), offset.size(), "%016llX", 512ull * sectors);
+    EXPECT_EQ(listed(volume), "   1  offset 0x" + std::string(offset.data()) + "  serial 6F462FC17DF91EB8\n");
+    EXPECT_EQ(listed(bytes(512)),
+              "   1  offset 0x0000000000000000  serial 6F462FC17DF91EB8  (boot sector from its backup)\n");
 }
 
 TEST(volume_table, a_partition_whose_first_sector_is_lost_is_found_by_its_backup) {
