@@ -101,22 +101,28 @@ std::wstring source::partition() const {
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open(bool writable) const {
+    std::unique_ptr<RAW_DISK_IO> opened;
     if (kept_open != nullptr && !writable) {
-        return std::make_unique<RAW_DISK_IO>(*kept_open);
+        opened = std::make_unique<RAW_DISK_IO>(*kept_open);
+        return opened;
     }
     switch (kind) {
         case source_kind::none:
             break;
         case source_kind::image:
         case source_kind::partition:
-            return open_by_type(paths.front(), type, writable);
+            opened = open_by_type(paths.front(), type, writable);
+            break;
         case source_kind::drive:
-            return std::make_unique<RAW_DISK_IO>(open_drive(drive, writable, false, raw_kind_drive));
+            opened = std::make_unique<RAW_DISK_IO>(open_drive(drive, writable, false, raw_kind_drive));
+            break;
         case source_kind::virtual_disk:
-            return paths.empty() ? nullptr
-                                 : std::make_unique<RAW_DISK_IO>(open_chain(paths, writable, false));
+            if (!paths.empty()) {
+                opened = std::make_unique<RAW_DISK_IO>(open_chain(paths, writable, false));
+            }
+            break;
     }
-    return nullptr;
+    return opened;
 }
 
 std::unique_ptr<RAW_DISK_IO> source::open_as_named() const {
