@@ -106,6 +106,7 @@ _quarry_options() {
 # The same for the exact mode, whose command line has rules of its own.
 _quarry_exact_options() {
     fits='-diags -quiet'
+    has -list -volumes || fits+=' -threads'
     (( COMP_CWORD > 2 )) || fits+=' -h'
     has -image -partition -vmdk || fits+=' -image -partition'
     has -image -partition || fits+=' -vmdk'
@@ -123,7 +124,7 @@ _quarry_exact_options() {
         has -recurse -deleted || fits+=' -recurse -deleted'
         return
     fi
-    has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -sha256 -manifest || fits+=' -list'
+    has -src -mft -cluster -pipe -dst -tree -raw -zero_unreadable -sparse -overwrite -keep_times -md5 -sha256 -manifest -threads || fits+=' -list'
     fits+=' -dst -zero_unreadable -sparse -overwrite -sha256 -manifest'
     has -manifest && fits+=' -source_sha256'
     has -manifest && ! has -md5 && fits+=' -resume'

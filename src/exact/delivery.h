@@ -4,6 +4,7 @@
 #include "exact/failure.h"
 #include "exact/stored_stream.h"
 #include "exact/volume_bytes.h"
+#include "foundation/worker_pool.h"
 
 #include <cstdint>
 #include <span>
@@ -31,8 +32,9 @@ class stream_sink {
 };
 
 struct delivery_options {
-    bool raw = false;              // the clusters as they lie
-    bool zero_unreadable = false;  // zeros for what cannot be read
+    bool raw = false;                // the clusters as they lie
+    bool zero_unreadable = false;    // zeros for what cannot be read
+    worker_pool* workers = nullptr;  // decode; without them the caller does
 };
 
 // Bytes of the delivered stream.

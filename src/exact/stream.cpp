@@ -134,10 +134,10 @@ result<delivery> stream::deliver(stream_sink& sink, const delivery_options& opti
     done.reused_clusters = *reused;
     done.bytes = delivered_size(options.raw);
     careful_reader reader(m_volume->bytes(), stored, options.zero_unreadable);
-    result<void> delivered =
-        decoded_from_other
-            ? deliver_system_compressed(m_volume->bytes(), stored, m_packed->format, done.bytes, reader, sink)
-            : deliver_valid(reader, sink, options.raw, told);
+    result<void> delivered = decoded_from_other
+                                 ? deliver_system_compressed(m_volume->bytes(), stored, m_packed->format,
+                                                             done.bytes, reader, sink, options.workers)
+                                 : deliver_valid(reader, sink, options, told);
     if (!delivered) {
         return passed_on(delivered);
     }
@@ -147,12 +147,14 @@ result<delivery> stream::deliver(stream_sink& sink, const delivery_options& opti
 }
 
 // The bytes up to the valid length, or all that are allocated, and the zeros after them.
-result<void> stream::deliver_valid(careful_reader& reader, stream_sink& sink, bool raw, notices& told) const {
-    const std::uint64_t end = delivered_size(raw);
-    const std::uint64_t stored_end = raw ? end : m_stored.valid_size();
-    result<void> delivered = m_stored.compressed() && !raw
-                                 ? deliver_decoded(m_volume->bytes(), m_stored, reader, sink, told)
-                                 : deliver_stored(m_volume->bytes(), m_stored, stored_end, reader, sink);
+result<void> stream::deliver_valid(careful_reader& reader, stream_sink& sink, const delivery_options& options,
+                                   notices& told) const {
+    const std::uint64_t end = delivered_size(options.raw);
+    const std::uint64_t stored_end = options.raw ? end : m_stored.valid_size();
+    result<void> delivered =
+        m_stored.compressed() && !options.raw
+            ? deliver_decoded(m_volume->bytes(), m_stored, reader, sink, told, options.workers)
+            : deliver_stored(m_volume->bytes(), m_stored, stored_end, reader, sink);
     return delivered && stored_end < end ? sink.zeros(end - stored_end) : delivered;
 }
 

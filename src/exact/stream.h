@@ -97,8 +97,8 @@ class stream {
           m_owner(owned_by) {}
     [[nodiscard]] result<std::optional<std::uint64_t>> compare_with_bitmap(const stored_stream& stored,
                                                                            notices& told) const;
-    [[nodiscard]] result<void> deliver_valid(careful_reader& reader, stream_sink& sink, bool raw,
-                                             notices& told) const;
+    [[nodiscard]] result<void> deliver_valid(careful_reader& reader, stream_sink& sink,
+                                             const delivery_options& options, notices& told) const;
 
     exact_volume* m_volume;
     stored_stream m_stored;

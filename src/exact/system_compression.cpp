@@ -1,12 +1,14 @@
 #include "exact/system_compression.h"
 
 #include "exact/lzx.h"
+#include "exact/ordered_windows.h"
 #include "exact/xpress.h"
 
 #include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quarry::exact {
@@ -154,69 +156,104 @@ class chunk_decoder {
     std::unique_ptr<xpress_decoder> m_xpress;
 };
 
+struct held_chunk : chunk_place {
+    bool lost = false;  // could not be read
+};
+
 // Chunks that are read together and decoded one after the other.
 class chunk_window {
   public:
-    chunk_window(const volume_bytes& volume, const stored_stream& stored, wof_format format,
-                 careful_reader& reader, stream_sink& sink)
+    chunk_window(const stored_stream& from, wof_format format, stream_sink& to)
+        : m_stream(&from), m_sink(&to), m_decoder(format) {}
+
+    std::vector<held_chunk> chunks;
+    std::uint64_t stored_bytes = 0;
+    std::uint64_t plain_bytes = 0;
+    std::vector<std::uint8_t> stored;
+    std::vector<std::uint8_t> plain;
+
+    void decode() {
+        byte_view bytes(stored);
+        std::span<std::uint8_t> room(plain);
+        // Ends with the last chunk of the window.
+        for (auto chunk = chunks.begin(); m_decoded && chunk != chunks.end(); ++chunk) {
+            const std::span<std::uint8_t> wanted = room.first(static_cast<std::size_t>(chunk->plain_bytes));
+            if (chunk->lost) {
+                std::fill(wanted.begin(), wanted.end(), std::uint8_t{0});
+            } else {
+                m_decoded = m_decoder.decode(bytes.clipped(0, chunk->stored_bytes), wanted, m_stream->where(),
+                                             chunk->number);
+            }
+            bytes = bytes.from(chunk->stored_bytes);
+            room = room.subspan(wanted.size());
+        }
+    }
+
+    [[nodiscard]] result<void> hand_on() {
+        chunks.clear();
+        stored_bytes = 0;
+        plain_bytes = 0;
+        return m_decoded ? m_sink->data(byte_view(plain)) : m_decoded;
+    }
+
+  private:
+    const stored_stream* m_stream;
+    stream_sink* m_sink;
+    chunk_decoder m_decoder;
+    result<void> m_decoded;
+};
+
+// Collects chunks into windows, and reads their stored bytes.
+class chunk_collector {
+  public:
+    chunk_collector(const volume_bytes& volume, const stored_stream& stored, wof_format format,
+                    careful_reader& reader, stream_sink& sink, worker_pool* workers)
         : m_volume(&volume),
           m_stored_stream(&stored),
           m_chunk_size(chunk_size(format)),
           m_reader(&reader),
-          m_sink(&sink),
-          m_decoder(format) {}
+          m_windows(workers, [&stored, format, &sink] { return chunk_window(stored, format, sink); }) {}
 
     [[nodiscard]] result<void> add(const chunk_place& place) {
-        m_chunks.push_back({place});
-        m_stored_bytes += place.stored_bytes;
-        m_plain_bytes += place.plain_bytes;
-        return m_plain_bytes >= window_bytes ? hand_on() : result<void>();
+        chunk_window& window = m_windows.current();
+        window.chunks.push_back({place});
+        window.stored_bytes += place.stored_bytes;
+        window.plain_bytes += place.plain_bytes;
+        return window.plain_bytes >= window_bytes ? begin_window() : result<void>();
     }
 
-    [[nodiscard]] result<void> hand_on() {
-        if (m_chunks.empty()) {
-            return {};
-        }
-        m_stored.resize(static_cast<std::size_t>(m_stored_bytes));
-        m_plain.resize(static_cast<std::size_t>(m_plain_bytes));
-        if (auto came = read_chunks(); !came) {
-            return came;
-        }
-        byte_view stored(m_stored);
-        std::span<std::uint8_t> room(m_plain);
-        for (const held_chunk& chunk : m_chunks) {
-            const std::span<std::uint8_t> plain = room.first(static_cast<std::size_t>(chunk.plain_bytes));
-            if (chunk.lost) {
-                std::fill(plain.begin(), plain.end(), std::uint8_t{0});
-            } else if (auto decoded = m_decoder.decode(stored.clipped(0, chunk.stored_bytes), plain,
-                                                       m_stored_stream->where(), chunk.number);
-                       !decoded) {
-                return decoded;
-            }
-            stored = stored.from(chunk.stored_bytes);
-            room = room.subspan(plain.size());
-        }
-        m_chunks.clear();
-        m_stored_bytes = 0;
-        m_plain_bytes = 0;
-        return m_sink->data(byte_view(m_plain));
+    [[nodiscard]] result<void> finish() {
+        result<void> begun = begin_window();
+        return begun ? m_windows.finish() : begun;
     }
+
+    // What comes after the windows so far has failed.
+    [[nodiscard]] result<void> finish_with(failure why) { return m_windows.finish_with(std::move(why)); }
 
   private:
-    struct held_chunk : chunk_place {
-        bool lost = false;  // could not be read
-    };
+    [[nodiscard]] result<void> begin_window() {
+        chunk_window& window = m_windows.current();
+        if (window.chunks.empty()) {
+            return {};
+        }
+        window.stored.resize(static_cast<std::size_t>(window.stored_bytes));
+        if (result<void> came = read_chunks(window); !came) {
+            return finish_with(std::move(came.error()));
+        }
+        window.plain.resize(static_cast<std::size_t>(window.plain_bytes));
+        return m_windows.begin_current();
+    }
 
     // Chunks follow each other without a gap, so that one read gets them all.
-    [[nodiscard]] result<void> read_chunks() {
-        auto came = m_stored_stream->read(*m_volume, m_stored, m_chunks.front().offset);
-        return came || !m_reader->zero_unreadable() ? came : read_chunk_by_chunk();
+    [[nodiscard]] result<void> read_chunks(chunk_window& window) {
+        auto came = m_stored_stream->read(*m_volume, window.stored, window.chunks.front().offset);
+        return came || !m_reader->zero_unreadable() ? came : read_chunk_by_chunk(window);
     }
 
     // Finds out what cannot be read.
-    [[nodiscard]] result<void> read_chunk_by_chunk() {
-        std::span<std::uint8_t> room(m_stored);
-        for (held_chunk& chunk : m_chunks) {
+    [[nodiscard]] result<void> read_chunk_by_chunk(chunk_window& window) {
+        std::span<std::uint8_t> room(window.stored);
+        for (held_chunk& chunk : window.chunks) {
             const std::span<std::uint8_t> bytes = room.first(static_cast<std::size_t>(chunk.stored_bytes));
             room = room.subspan(bytes.size());
             auto came = m_stored_stream->read(*m_volume, bytes, chunk.offset);
@@ -237,13 +274,7 @@ class chunk_window {
     const stored_stream* m_stored_stream;
     std::uint64_t m_chunk_size;
     careful_reader* m_reader;
-    stream_sink* m_sink;
-    chunk_decoder m_decoder;
-    std::vector<held_chunk> m_chunks;
-    std::uint64_t m_stored_bytes = 0;
-    std::uint64_t m_plain_bytes = 0;
-    std::vector<std::uint8_t> m_stored;
-    std::vector<std::uint8_t> m_plain;
+    ordered_windows<chunk_window> m_windows;
 };
 
 }  // namespace
@@ -279,23 +310,23 @@ result<wof_format> read_wof_format(const reparse_point& point, std::string_view 
 
 result<void> deliver_system_compressed(const volume_bytes& volume, const stored_stream& stored,
                                        wof_format format, std::uint64_t size, careful_reader& reader,
-                                       stream_sink& sink) {
+                                       stream_sink& sink, worker_pool* workers) {
     chunk_table table(volume, stored, format, size);
     if (auto checked = table.check(); !checked) {
         return checked;
     }
-    chunk_window window(volume, stored, format, reader, sink);
+    chunk_collector collector(volume, stored, format, reader, sink, workers);
     // Ends with the last chunk: each has a stored byte at least.
     while (!table.at_end()) {
-        const result<chunk_place> place = table.next();
+        result<chunk_place> place = table.next();
         if (!place) {
-            return passed_on(place);
+            return collector.finish_with(std::move(place.error()));
         }
-        if (auto taken = window.add(*place); !taken) {
+        if (auto taken = collector.add(*place); !taken) {
             return taken;
         }
     }
-    return window.hand_on();
+    return collector.finish();
 }
 
 }  // namespace quarry::exact

@@ -43,9 +43,11 @@ enum class wof_format : std::uint8_t { xpress_4k = 0, lzx_32k = 1, xpress_8k = 2
 
 // Hands the `size` bytes that are decoded from `stored` to the sink. Fails with wof if the table or a chunk
 // breaks a rule, as the sink does, and if a byte cannot be read; a chunk with such a byte is zeros as a whole
-// if the reader gives zeros for what is lost, and its range is noted there.
+// if the reader gives zeros for what is lost, and its range is noted there. `workers` decode, unless they are
+// null.
 [[nodiscard]] result<void> deliver_system_compressed(const volume_bytes& volume, const stored_stream& stored,
                                                      wof_format format, std::uint64_t size,
-                                                     careful_reader& reader, stream_sink& sink);
+                                                     careful_reader& reader, stream_sink& sink,
+                                                     worker_pool* workers);
 
 }  // namespace quarry::exact

@@ -1,9 +1,12 @@
 #include "exact/unit_delivery.h"
 
 #include "exact/lznt1_unit.h"
+#include "exact/ordered_windows.h"
 
 #include <algorithm>
 #include <optional>
+#include <string>
+#include <utility>
 
 namespace quarry::exact {
 
@@ -126,62 +129,133 @@ class unit_planner {
     std::size_t m_run = 0;
 };
 
-// Units with stored bytes, read together and handed on together.
-class unit_window {
-  public:
-    unit_window(const volume_bytes& volume, const stored_stream& stream, careful_reader& reader,
-                stream_sink& sink, notices& told)
-        : m_volume(&volume), m_stream(&stream), m_reader(&reader), m_sink(&sink), m_told(&told) {}
+// Units with stored bytes, read together and handed on together; or a hole.
+struct unit_window {
+    const stored_stream* stream;
+    stream_sink* sink;
+    notices* told;
+    std::vector<unit_plan> units = {};
+    std::uint64_t plain_bytes = 0;
+    std::uint64_t hole = 0;  // bytes; there are no units then
+    std::vector<std::uint8_t> stored = {};
+    std::vector<std::uint8_t> plain = {};
+    result<void> decoded = {};
+    std::vector<std::string> short_chunks = {};  // where they are
 
-    [[nodiscard]] result<void> add(unit_plan plan) {
-        if (m_plain_bytes + plan.wanted > largest_block) {
-            if (result<void> taken = hand_on(); !taken) {
-                return taken;
-            }
+    void decode() {
+        std::span<std::uint8_t> room(plain);
+        byte_view bytes(stored);
+        // Ends with the last unit of the window.
+        for (auto unit = units.begin(); decoded && unit != units.end(); ++unit) {
+            const auto wanted = static_cast<std::size_t>(unit->wanted);
+            const std::uint64_t stored_bytes = unit->stored_bytes();
+            decoded = make_plain(*unit, bytes.clipped(0, stored_bytes), room.first(wanted));
+            bytes = bytes.from(stored_bytes);
+            room = room.subspan(wanted);
         }
-        m_plain_bytes += plan.wanted;
-        m_units.push_back(std::move(plan));
-        return m_plain_bytes >= window_bytes ? hand_on() : result<void>();
     }
 
     [[nodiscard]] result<void> hand_on() {
-        if (m_units.empty()) {
-            return {};
+        for (std::string& each : short_chunks) {
+            told->doubt("short-chunk", std::move(each), "ends before its 4,096th byte; zeros follow");
         }
-        if (result<void> came = read_units(); !came) {
-            return came;
+        short_chunks.clear();
+        units.clear();
+        plain_bytes = 0;
+        if (!decoded) {
+            return decoded;
         }
-        m_plain.resize(static_cast<std::size_t>(m_plain_bytes));
-        std::span<std::uint8_t> room(m_plain);
-        byte_view stored(m_stored);
-        for (const unit_plan& unit : m_units) {
-            const auto wanted = static_cast<std::size_t>(unit.wanted);
-            const std::uint64_t stored_bytes = unit.stored_bytes();
-            if (result<void> made = make_plain(unit, stored.clipped(0, stored_bytes), room.first(wanted));
-                !made) {
-                return made;
-            }
-            stored = stored.from(stored_bytes);
-            room = room.subspan(wanted);
-        }
-        m_units.clear();
-        m_plain_bytes = 0;
-        return m_sink->data(byte_view(m_plain));
+        const std::uint64_t zeros = std::exchange(hole, 0);
+        return zeros == 0 ? sink->data(byte_view(plain)) : sink->zeros(zeros);
     }
 
   private:
-    [[nodiscard]] result<void> read_units() {
+    [[nodiscard]] result<void> make_plain(const unit_plan& unit, byte_view bytes,
+                                          std::span<std::uint8_t> room) {
+        if (unit.lost) {
+            std::fill(room.begin(), room.end(), std::uint8_t{0});
+            return {};
+        }
+        if (!unit.has_chunks) {
+            std::copy_n(bytes.data(), room.size(), room.data());
+            return {};
+        }
+        const auto short_chunk = decode_lznt1_unit(bytes, room, stream->where(), unit.number);
+        if (!short_chunk) {
+            return passed_on(short_chunk);
+        }
+        if (*short_chunk) {
+            short_chunks.push_back(where::chunk(where::unit(stream->where(), unit.number), **short_chunk));
+        }
+        return {};
+    }
+};
+
+// Collects units and holes into windows, and reads their stored bytes.
+class unit_collector {
+  public:
+    unit_collector(const volume_bytes& volume, const stored_stream& stream, careful_reader& reader,
+                   stream_sink& sink, notices& told, worker_pool* workers)
+        : m_volume(&volume),
+          m_stream(&stream),
+          m_reader(&reader),
+          m_windows(workers, [&stream, &sink, &told] {
+              return unit_window{&stream, &sink, &told};
+          }) {}
+
+    [[nodiscard]] result<void> add(unit_plan plan) {
+        if (m_windows.current().plain_bytes + plan.wanted > largest_block) {
+            if (result<void> begun = begin_window(); !begun) {
+                return begun;
+            }
+        }
+        unit_window& window = m_windows.current();
+        window.plain_bytes += plan.wanted;
+        window.units.push_back(std::move(plan));
+        return window.plain_bytes >= window_bytes ? begin_window() : result<void>();
+    }
+
+    [[nodiscard]] result<void> add_hole(std::uint64_t length) {
+        if (result<void> begun = begin_window(); !begun) {
+            return begun;
+        }
+        m_windows.current().hole = length;
+        return m_windows.begin_current();
+    }
+
+    [[nodiscard]] result<void> finish() {
+        result<void> begun = begin_window();
+        return begun ? m_windows.finish() : begun;
+    }
+
+    // What comes after the windows so far has failed.
+    [[nodiscard]] result<void> finish_with(failure why) { return m_windows.finish_with(std::move(why)); }
+
+  private:
+    [[nodiscard]] result<void> begin_window() {
+        unit_window& window = m_windows.current();
+        if (window.units.empty()) {
+            return {};
+        }
+        if (result<void> came = read_units(window); !came) {
+            return finish_with(std::move(came.error()));
+        }
+        window.plain.resize(static_cast<std::size_t>(window.plain_bytes));
+        return m_windows.begin_current();
+    }
+
+    [[nodiscard]] result<void> read_units(unit_window& window) {
         std::uint64_t total = 0;
-        for (const unit_plan& unit : m_units) {
+        for (const unit_plan& unit : window.units) {
             total += unit.stored_bytes();
         }
-        m_stored.resize(static_cast<std::size_t>(total));
-        return read_joined() ? result<void>() : read_unit_by_unit();
+        window.stored.resize(static_cast<std::size_t>(total));
+        return read_joined(window) ? result<void>() : read_unit_by_unit(window);
     }
 
     // All stored bytes with as few reads as possible. False if one of them fails.
-    [[nodiscard]] bool read_joined() {
-        std::span<std::uint8_t> room(m_stored);
+    [[nodiscard]] bool read_joined(unit_window& window) {
+        std::span<std::uint8_t> room(window.stored);
         stored_part row{0, 0, 0};
         const auto read_row = [&] {
             const auto length = static_cast<std::size_t>(row.length);
@@ -189,7 +263,7 @@ class unit_window {
             room = room.subspan(length);
             return came;
         };
-        for (const unit_plan& unit : m_units) {
+        for (const unit_plan& unit : window.units) {
             for (const stored_part& part : unit.parts) {
                 if (part.source_byte != row.source_byte + row.length) {
                     if (!read_row()) {
@@ -204,9 +278,9 @@ class unit_window {
     }
 
     // Finds out what cannot be read.
-    [[nodiscard]] result<void> read_unit_by_unit() {
-        std::span<std::uint8_t> room(m_stored);
-        for (unit_plan& unit : m_units) {
+    [[nodiscard]] result<void> read_unit_by_unit(unit_window& window) {
+        std::span<std::uint8_t> room(window.stored);
+        for (unit_plan& unit : window.units) {
             for (const stored_part& part : unit.parts) {
                 const std::span<std::uint8_t> piece = room.first(static_cast<std::size_t>(part.length));
                 room = room.subspan(piece.size());
@@ -238,61 +312,29 @@ class unit_window {
         return {};
     }
 
-    [[nodiscard]] result<void> make_plain(const unit_plan& unit, byte_view stored,
-                                          std::span<std::uint8_t> plain) {
-        if (unit.lost) {
-            std::fill(plain.begin(), plain.end(), std::uint8_t{0});
-            return {};
-        }
-        if (!unit.has_chunks) {
-            std::copy_n(stored.data(), plain.size(), plain.data());
-            return {};
-        }
-        result<std::optional<std::uint64_t>> short_chunk =
-            decode_lznt1_unit(stored, plain, m_stream->where(), unit.number);
-        if (!short_chunk) {
-            return passed_on(short_chunk);
-        }
-        if (*short_chunk) {
-            m_told->doubt("short-chunk",
-                          where::chunk(where::unit(m_stream->where(), unit.number), **short_chunk),
-                          "ends before its 4,096th byte; zeros follow");
-        }
-        return {};
-    }
-
     const volume_bytes* m_volume;
     const stored_stream* m_stream;
     careful_reader* m_reader;
-    stream_sink* m_sink;
-    notices* m_told;
-    std::vector<unit_plan> m_units;
-    std::uint64_t m_plain_bytes = 0;
-    std::vector<std::uint8_t> m_stored;
-    std::vector<std::uint8_t> m_plain;
+    ordered_windows<unit_window> m_windows;
 };
 
 }  // namespace
 
 result<void> deliver_decoded(const volume_bytes& volume, const stored_stream& stream, careful_reader& reader,
-                             stream_sink& sink, notices& told) {
+                             stream_sink& sink, notices& told, worker_pool* workers) {
     unit_planner planner(volume, stream);
-    unit_window window(volume, stream, reader, sink, told);
+    unit_collector collector(volume, stream, reader, sink, told, workers);
     // Ends with the valid length: each turn takes a unit.
     for (;;) {
         result<std::optional<unit_plan>> unit = planner.next();
         if (!unit) {
-            return passed_on(unit);
+            return collector.finish_with(std::move(unit.error()));
         }
         if (!*unit) {
-            return window.hand_on();
+            return collector.finish();
         }
-        result<void> taken;
-        if (!(*unit)->parts.empty()) {
-            taken = window.add(std::move(**unit));
-        } else if (taken = window.hand_on(); taken) {
-            taken = sink.zeros((*unit)->wanted);
-        }
+        result<void> taken =
+            (*unit)->parts.empty() ? collector.add_hole((*unit)->wanted) : collector.add(std::move(**unit));
         if (!taken) {
             return taken;
         }

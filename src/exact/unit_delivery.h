@@ -13,8 +13,9 @@ namespace quarry::exact {
 
 // Delivers the bytes up to the valid length of a compressed stream. A unit with chunks of which a byte cannot
 // be read is zeros as a whole, if the user wants zeros. Doubts: short-chunk. Fails with unit if runs or
-// chunks break a rule.
+// chunks break a rule. `workers` decode, unless they are null.
 [[nodiscard]] result<void> deliver_decoded(const volume_bytes& volume, const stored_stream& stream,
-                                           careful_reader& reader, stream_sink& sink, notices& told);
+                                           careful_reader& reader, stream_sink& sink, notices& told,
+                                           worker_pool* workers);
 
 }  // namespace quarry::exact

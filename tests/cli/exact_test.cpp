@@ -236,8 +236,8 @@ TEST_F(exact_mode, refuses_what_is_not_understood_before_anything_is_read) {
                    "-offset \"0x1g\" is no number");
     expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-meta"},
                    "-meta is not taken with -exact: say -manifest");
-    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-threads", "2"},
-                   "-threads is not there yet (not-yet)");
+    expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-threads", "65"},
+                   "-threads \"65\" is not 1 to 64");
     expect_refused({"-image", "nothing", "-cluster", "1", "-dst", "out/"},
                    "destination out/: clusters have no name; name the file");
     EXPECT_EQ(exact({"-image", "nothing", "-src", "/a//b", "-dst", "copy"}).status, 2);

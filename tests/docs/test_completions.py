@@ -23,7 +23,7 @@ FILTERS = {"-filter", "-filter_sig", "-cmd_start_time", "-cmd_stop_time"}
 
 # The exact mode.
 LOGGED = {"-diags", "-quiet"}
-CLUSTERS_TOO = {"-dst", "-zero_unreadable", "-sparse", "-overwrite", "-sha256", "-manifest"} | LOGGED
+CLUSTERS_TOO = {"-threads", "-dst", "-zero_unreadable", "-sparse", "-overwrite", "-sha256", "-manifest"} | LOGGED
 COPIES = CLUSTERS_TOO | {"-tree", "-raw", "-keep_times", "-md5", "-letter"}
 EXACT_OBJECTS = {"-src", "-mft", "-cluster", "-pipe", "-list"}
 LISTINGS = LOGGED | {"-letter", "-recurse", "-deleted"}
@@ -36,7 +36,7 @@ CASES = {
     "quarry -exact -": {"-h", "-image", "-partition", "-vmdk"} | COPIES | EXACT_OBJECTS,
     "quarry -EXACT -image disk.img -": COPIES | EXACT_OBJECTS | CHOICES | {"-volumes", "-verify_source", "-sector_size"},
     "quarry -image disk.img -exact -": COPIES | EXACT_OBJECTS | CHOICES | {"-volumes", "-verify_source", "-sector_size"},
-    "quarry -exact -image disk.E01 -verify_source -": LOGGED,
+    "quarry -exact -image disk.E01 -verify_source -": LOGGED | {"-threads"},
     "quarry -exact -partition /dev/sdb1 -": COPIES | EXACT_OBJECTS,
     "quarry -exact -vmdk base.vmdk -": COPIES | EXACT_OBJECTS | CHOICES | {"-vmdk", "-volumes", "-sector_size"},
     "quarry -exact -image disk.img -offset 512 -": COPIES | EXACT_OBJECTS,
@@ -65,6 +65,8 @@ CASES = {
     "quarry -exact -image disk.img -sector_size ": {"512", "1024", "2048", "4096"},
     "quarry -exact -image disk.img -ntfsvol ": set(),
     "quarry -exact -letter ": set(),
+    "quarry -exact -threads ": set(),
+    "quarry -exact -threads 2 -l": {"-letter"},
     "quarry -im": {"-image"},
     "quarry -md5 -m": {"-meta", "-mft"},
     "quarry -image disk.img -": ANYTIME | OBJECTS | {"-offset", "-first_ntfsvol"},

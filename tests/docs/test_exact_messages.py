@@ -74,7 +74,7 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
 @pytest.mark.parametrize("words, status, message", [
     (("-imgae", "disk"), 2, '... is no option; did you mean ...?'),
     (("-image", "disk", "-meta", *COPY), 2, "... is not taken with -exact: ..."),
-    (("-image", "disk", "-threads", "2", *COPY), 2, "... is not there yet (not-yet)"),
+    (("-image", "disk", "-threads", "0", *COPY), 2, "... is not 1 to 64"),
     (("-image", "disk", "-image", "disk", *COPY), 2, "... is given twice"),
     (("disk", "-src", "/readme.txt", "-dst", "copy"), 2, "... stands alone; a source is named with -src"),
     (("-image", "disk", "-mft", "x", "-dst", "copy"), 2, "... is no entry; say N or N-SEQUENCE"),

@@ -12,6 +12,7 @@
 
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
+#include "foundation/worker_pool.h"
 #include "frontend/exact/exact_copy.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
@@ -47,8 +48,10 @@ class copy_session {
     // All must outlive the session. Without a manifest `evidence` is null.
     copy_session(const opened_source& source, exact_volume& volume, const exact_options& options,
                  const output_guard& guard, exact_messages& messages, manifest* evidence = nullptr)
-        : m_source(source), m_evidence(evidence), m_means{volume,   options, guard,
-                                                          messages, m_made,  m_directories} {
+        : m_source(source), m_evidence(evidence), m_workers(options.threads), m_means{volume,   options,
+                                                                                      guard,    messages,
+                                                                                      m_made,   m_directories,
+                                                                                      m_workers} {
         if (evidence != nullptr && options.resume) {
             m_means.is_kept = [evidence](const object_facts& object, const std::string& path) {
                 return evidence->is_kept(object, path);
@@ -77,6 +80,7 @@ class copy_session {
     bool m_must_end = false;
     made_copies m_made;
     warm_directories m_directories;
+    worker_pool m_workers;
     copy_means m_means;
 };
 

@@ -8,6 +8,7 @@
 #include "frontend/exact/destination_tree.h"
 #include "frontend/exact/earlier_file.h"
 #include "frontend/exact/sealed_file.h"
+#include "frontend/exact/side_digests.h"
 
 #include <algorithm>
 #include <array>
@@ -21,19 +22,34 @@ namespace {
 
 constexpr std::uint64_t filetime_ticks = 10000000;  // in a second
 constexpr std::int64_t seconds_from_1601_to_1970 = 11644473600;
-constexpr std::array<std::uint8_t, 65536> zero_bytes{};
+constexpr std::array<std::uint8_t, side_digests::block_bytes> zero_bytes{};
 
 // Where the bytes of a stream go: to the file, and to the digests of the copy that are wanted.
 class copy_sink final : public stream_sink {
   public:
-    copy_sink(sealed_file& file, const exact_options& options, progress& status_line)
-        : m_file(&file), m_status_line(&status_line), m_with_md5(options.md5), m_with_sha256(options.sha256) {
+    // `workers` may be null.
+    copy_sink(sealed_file& file, const exact_options& options, progress& status_line, worker_pool* workers)
+        : m_file(&file),
+          m_status_line(&status_line),
+          m_with_md5(options.md5),
+          m_with_sha256(options.sha256),
+          m_digests(workers) {
         md5_init(&m_md5);
         sha256_init(&m_sha256);
+        if (m_with_md5) {
+            m_digests.add([this](std::span<const std::uint8_t> bytes) {
+                md5_update(&m_md5, bytes.data(), bytes.size());
+            });
+        }
+        if (m_with_sha256) {
+            m_digests.add([this](std::span<const std::uint8_t> bytes) {
+                sha256_update(&m_sha256, bytes.data(), bytes.size());
+            });
+        }
     }
 
     [[nodiscard]] result<void> data(byte_view block) override {
-        digest(block.span());
+        m_digests.take(block.span());
         auto appended = m_file->append(block.span());
         m_status_line->advance(block.size());
         return appended;
@@ -42,12 +58,12 @@ class copy_sink final : public stream_sink {
     // In parts, so that the status line moves where zeros are written and digested. A hole of a sparse copy
     // takes no time, and may be longer than could be counted in parts.
     [[nodiscard]] result<void> zeros(std::uint64_t length) override {
-        const bool digests = m_with_md5 || m_with_sha256;
+        const bool digests = !m_digests.empty();
         const std::uint64_t most = digests || !m_file->is_sparse() ? zero_bytes.size() : length;
         while (length > 0) {
             const std::uint64_t count = std::min(length, most);
             if (digests) {
-                digest(std::span(zero_bytes).first(static_cast<std::size_t>(count)));
+                m_digests.take_lasting(std::span(zero_bytes).first(static_cast<std::size_t>(count)));
             }
             if (auto appended = m_file->append_hole(count); !appended) {
                 return appended;
@@ -58,7 +74,10 @@ class copy_sink final : public stream_sink {
         return {};
     }
 
-    // Hexadecimal digits; empty if the digest is not wanted. Each may be asked for once.
+    // Returns when the digests have all bytes.
+    void finish() { m_digests.finish(); }
+
+    // Hexadecimal digits; empty if the digest is not wanted. Each may be asked for once, after finish().
     [[nodiscard]] std::string md5_text() {
         md5_digest digest{};
         return m_with_md5 && md5_final(digest, &m_md5) ? text_of(digest) : std::string();
@@ -76,21 +95,13 @@ class copy_sink final : public stream_sink {
         return text;
     }
 
-    void digest(std::span<const std::uint8_t> bytes) {
-        if (m_with_md5) {
-            md5_update(&m_md5, bytes.data(), bytes.size());
-        }
-        if (m_with_sha256) {
-            sha256_update(&m_sha256, bytes.data(), bytes.size());
-        }
-    }
-
     sealed_file* m_file;
     progress* m_status_line;
     bool m_with_md5;
     bool m_with_sha256;
     md5_ctx m_md5;
     sha256_ctx m_sha256;
+    side_digests m_digests;
 };
 
 // A time of 0 means nothing: the file keeps the one that it has.
@@ -175,15 +186,18 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     }
     destination& target = place.target;
     sealed_file file(std::move(place.directory), options.sparse);
-    if (auto created = file.create(object.content->delivered_size(options.raw)); !created) {
+    const std::uint64_t size = object.content->delivered_size(options.raw);
+    if (auto created = file.create(size); !created) {
         return passed_on(created);
     }
-    means.messages.status_line().begin_copy(object.content->delivered_size(options.raw));
-    copy_sink sink(file, options, means.messages.status_line());
-    auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable}, told);
+    means.messages.status_line().begin_copy(size);
+    worker_pool* const workers = means.workers.for_bytes(size);
+    copy_sink sink(file, options, means.messages.status_line(), workers);
+    auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable, workers}, told);
     if (!delivered) {
         return passed_on(delivered);
     }
+    sink.finish();
     if (known != nullptr) {
         known->unread = std::move(delivered->unread);
         known->reused_clusters = delivered->reused_clusters;

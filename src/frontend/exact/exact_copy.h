@@ -4,6 +4,7 @@
 #include "exact/exact_volume.h"
 #include "exact/failure.h"
 #include "exact/warm_directories.h"
+#include "foundation/worker_pool.h"
 #include "frontend/exact/destination_path.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
@@ -46,6 +47,7 @@ struct copy_means {
     exact_messages& messages;
     made_copies& made;
     warm_directories& directories;
+    worker_pool& workers;
     // With -resume: whether an earlier run has copied the object to a path. Null otherwise.
     std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
     // The same: whether a line of the manifest has any copy of a path.

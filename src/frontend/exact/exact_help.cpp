@@ -55,6 +55,8 @@ constexpr std::string_view help_body =
  reading
    -raw                         = allocated clusters as stored, slack included
    -zero_unreadable             = zeros for what cannot be read; in doubt then
+   -threads <n>                 = workers for digests and decoding, 1 to 64;
+                                  the cores at hand, at most 4
  messages
    -diags <file>                = log
    -quiet                       = errors only

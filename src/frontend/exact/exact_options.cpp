@@ -2,6 +2,7 @@
 
 #include "exact/name_text.h"
 #include "foundation/ql_text.h"
+#include "foundation/worker_pool.h"
 #include "frontend/exact/option_table.h"
 
 #include <algorithm>
@@ -67,16 +68,6 @@ tl::expected<std::vector<std::string>, refusal> values_of(const option_row& row,
     return values;
 }
 
-// What to do in place of a refused option; honest about an option that is not there yet either.
-std::string hint_of(const option_row& refused) {
-    std::string hint(refused.hint);
-    const option_row* const other = find_option(hint.substr(hint.rfind(' ') + 1));
-    if (other != nullptr && other->state == option_state::not_yet) {
-        hint += ", which is not there yet (not-yet)";
-    }
-    return hint;
-}
-
 class given_options {
   public:
     [[nodiscard]] status take(std::span<const std::string> words) {
@@ -87,7 +78,8 @@ class given_options {
             }
             words = words.subspan(1);
             if (row->state == option_state::refused) {
-                return refuse(std::string(row->name) + " is not taken with -exact: " + hint_of(*row));
+                return refuse(std::string(row->name) +
+                              " is not taken with -exact: " + std::string(row->hint));
             }
             if (!row->repeatable && has(*row)) {
                 return refuse(std::string(row->name) + " is given twice");
@@ -139,13 +131,6 @@ class given_options {
             }
         }
         return found;
-    }
-
-    [[nodiscard]] const given_option* first_not_yet() const {
-        const auto found = std::find_if(m_given.begin(), m_given.end(), [](const given_option& given) {
-            return given.row->state == option_state::not_yet;
-        });
-        return found == m_given.end() ? nullptr : &*found;
     }
 
   private:
@@ -222,7 +207,7 @@ status check_listing(const given_options& given) {
             given, option::list,
             {option::verify_source, option::dst, option::tree, option::raw, option::zero_unreadable,
              option::sparse, option::overwrite, option::keep_times, option::md5, option::sha256,
-             option::source_sha256, option::manifest, option::resume});
+             option::source_sha256, option::manifest, option::resume, option::threads});
     });
 }
 
@@ -347,6 +332,20 @@ status take_sector_size(exact_options& options, const given_options& given) {
         }
         if (size) {
             options.sector_size = static_cast<std::uint32_t>(*size);
+        }
+        return {};
+    });
+}
+
+status take_threads(exact_options& options, const given_options& given) {
+    std::optional<std::uint64_t> workers;
+    return take_number(workers, given, option::threads).and_then([&]() -> status {
+        if (workers && (*workers < 1 || *workers > worker_pool::most_workers)) {
+            return refuse(named("-threads", given.value(option::threads)) + " is not 1 to " +
+                          std::to_string(worker_pool::most_workers));
+        }
+        if (workers) {
+            options.threads = static_cast<unsigned>(*workers);
         }
         return {};
     });
@@ -499,13 +498,6 @@ status check_paths(const given_options& given) {
     return {};
 }
 
-status refuse_what_is_not_yet(const given_options& given) {
-    if (const given_option* const option = given.first_not_yet()) {
-        return refuse(std::string(option->row->name) + " is not there yet (not-yet)");
-    }
-    return {};
-}
-
 bool asks_for(const std::vector<std::string>& arguments, option wanted) {
     return std::any_of(arguments.begin() + 1, arguments.end(), [wanted](const std::string& word) {
         const option_row* const row = find_option(word);
@@ -589,10 +581,10 @@ tl::expected<exact_options, refusal> parse_exact_options(const std::vector<std::
         .and_then([&] { return take_number(options.offset, given, option::offset); })
         .and_then([&] { return take_volume_number(options, given); })
         .and_then([&] { return take_sector_size(options, given); })
+        .and_then([&] { return take_threads(options, given); })
         .and_then([&] { return take_letters(options, given); })
         .and_then([&] { return take_object(options, given); })
         .and_then([&] { return take_source_digest(options, given); })
-        .and_then([&] { return refuse_what_is_not_yet(given); })
         .and_then([&] { return take_source(options, given); })
         .map([&] {
             take_switches(options, given);

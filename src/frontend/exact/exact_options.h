@@ -55,6 +55,7 @@ struct exact_options {
     std::string destination;                   // a file, or a directory with "/" at its end
     std::string log_path;                      // empty: no log
     std::string manifest_path;                 // empty: no manifest
+    std::optional<unsigned> threads;           // workers, 1 to 64; as many as there are cores, up to 4
     std::string source_sha256;  // 64 small hexadecimal digits that the user knows; empty if not given
     bool help = false;
     bool volumes = false;        // print them; no copy

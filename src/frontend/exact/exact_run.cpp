@@ -50,7 +50,6 @@ exit_status status_of(failure_code code, exit_status otherwise) {
     switch (code) {
         case failure_code::no_such_volume:
         case failure_code::several_volumes:
-        case failure_code::not_yet:
             return exit_status::refused;
         default:
             return otherwise;
@@ -185,13 +184,15 @@ tl::expected<exit_status, ended> print_volumes(const exact_source& source, const
                    : end_with(exit_status::failed, std::move(printed.error()));
 }
 
-tl::expected<exit_status, ended> verify_source(const opened_source& source, exact_messages& messages) {
+tl::expected<exit_status, ended> verify_source(const opened_source& source, const exact_options& options,
+                                               exact_messages& messages) {
     if (!has_stored_digest(source)) {
         return end_with(exit_status::refused,
                         {failure_code::source_open, where::source(source.shown_path),
                          "holds no digest of what was acquired; sha256sum computes one", std::nullopt});
     }
-    auto checked = check_source(source, messages);
+    worker_pool workers(options.threads);
+    auto checked = check_source(source, workers, messages);
     return checked ? tl::expected<exit_status, ended>(exit_status::complete)
                    : end_with(exit_status::failed, std::move(checked.error()));
 }
@@ -303,7 +304,7 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
         evidence->add_warnings(told);
     }
     if (options.verify_source) {
-        return verify_source(*source, messages);
+        return verify_source(*source, options, messages);
     }
     if (options.volumes) {
         return print_volumes(exact_source(*source->bytes, source->shown_path), options, messages);

@@ -12,7 +12,6 @@ namespace quarry::exact {
 namespace {
 
 constexpr option_state taken = option_state::taken;
-constexpr option_state not_yet = option_state::not_yet;
 constexpr std::string_view no_effect = no_effect_in_exact_mode;
 
 constexpr option_row row(std::string_view name, option id, unsigned values, option_state state,
@@ -67,7 +66,7 @@ constexpr auto other_rows = std::to_array<option_row>({
     row("-source_sha256", option::source_sha256, 1, taken),
     row("-manifest", option::manifest, 1, taken),
     row("-resume", option::resume, 0, taken),
-    row("-threads", option::threads, 1, not_yet),
+    row("-threads", option::threads, 1, taken),
     row("-diags", option::diags, 1, taken),
     row("-quiet", option::quiet, 0, taken),
 

@@ -53,7 +53,6 @@ enum class option : std::uint8_t {
 
 enum class option_state : std::uint8_t {
     taken,
-    not_yet,  // known, and answered with "not-yet"
     refused,  // the default mode's, or without effect there
 };
 

@@ -3,6 +3,7 @@
 #include "exact/exact_source.h"
 #include "foundation/md5.h"
 #include "foundation/sha1.h"
+#include "frontend/exact/side_digests.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -35,10 +36,13 @@ struct digests {
     std::string sha1;
 };
 
-result<digests> digests_of(const exact_source& bytes, progress& status_line) {
+result<digests> digests_of(const exact_source& bytes, worker_pool& workers, progress& status_line) {
     md5_ctx md5;
     md5_init(&md5);
     sha1_ctx sha1;
+    side_digests taking(workers.for_bytes(bytes.size()));
+    taking.add([&md5](std::span<const std::uint8_t> part) { md5_update(&md5, part.data(), part.size()); });
+    taking.add([&sha1](std::span<const std::uint8_t> part) { sha1.update(part.data(), part.size()); });
     std::vector<std::uint8_t> buffer(
         static_cast<std::size_t>(std::min<std::uint64_t>(piece_size, bytes.size())));
     status_line.begin_copy(bytes.size());
@@ -49,10 +53,10 @@ result<digests> digests_of(const exact_source& bytes, progress& status_line) {
         if (auto read = bytes.read(piece, offset); !read) {
             return passed_on(read);
         }
-        md5_update(&md5, piece.data(), piece.size());
-        sha1.update(piece.data(), piece.size());
+        taking.take(piece);
         status_line.advance(piece.size());
     }
+    taking.finish();
     digests found;
     md5_digest md5_bytes{};
     md5_final(md5_bytes, &md5);
@@ -68,7 +72,7 @@ bool has_stored_digest(const opened_source& source) {
     return source.ewf != nullptr && (!source.acquired_md5.empty() || !source.acquired_sha1.empty());
 }
 
-result<void> check_source(const opened_source& source, exact_messages& messages) {
+result<void> check_source(const opened_source& source, worker_pool& workers, exact_messages& messages) {
     if (const std::uint64_t missing = source.ewf->not_acquired(); missing != 0) {
         notices told;
         told.warn("unreadable", where::source(source.shown_path),
@@ -77,7 +81,7 @@ result<void> check_source(const opened_source& source, exact_messages& messages)
         messages.warn(told);
     }
     bytes_as_stored bytes(*source.ewf);
-    auto found = digests_of(exact_source(bytes, source.shown_path), messages.status_line());
+    auto found = digests_of(exact_source(bytes, source.shown_path), workers, messages.status_line());
     if (!found) {
         return passed_on(found);
     }

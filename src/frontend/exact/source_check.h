@@ -6,6 +6,7 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "foundation/worker_pool.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/source_opening.h"
 
@@ -16,7 +17,8 @@ namespace quarry::exact {
 
 // Reads all of a source with stored digests and says "ok: ..." if all of them fit. Warns
 // (unreadable) if sectors could not be read when it was acquired. Fails with source-read for bytes that
-// cannot be read and for a digest that differs.
-[[nodiscard]] result<void> check_source(const opened_source& source, exact_messages& messages);
+// cannot be read and for a digest that differs. `workers` digest beside the reading.
+[[nodiscard]] result<void> check_source(const opened_source& source, worker_pool& workers,
+                                        exact_messages& messages);
 
 }  // namespace quarry::exact

@@ -68,11 +68,11 @@ void install_handlers() {
 signals_held_back::signals_held_back() {
     ::sigset_t all;
     ::sigfillset(&all);
-    ::sigprocmask(SIG_BLOCK, &all, &m_before);
+    ::pthread_sigmask(SIG_BLOCK, &all, &m_before);
 }
 
 signals_held_back::~signals_held_back() {
-    ::sigprocmask(SIG_SETMASK, &m_before, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
 }
 
 void remove_if_interrupted(const std::string& path) {

@@ -20,7 +20,7 @@ TEST(failure, has_a_code_for_scripts) {
     EXPECT_EQ(code_text(failure_code::source_open), "source-open");
     EXPECT_EQ(code_text(failure_code::behind_mft), "behind-mft");
     EXPECT_EQ(code_text(failure_code::wof), "wof");
-    EXPECT_EQ(code_text(failure_code::not_yet), "not-yet");
+    EXPECT_EQ(code_text(failure_code::manifest), "manifest");
 }
 
 TEST(failure, names_each_kind_of_place) {

@@ -364,8 +364,21 @@ TEST(exact_options, what_is_missing_is_said) {
     EXPECT_EQ(refusal_of("-exact -image d -src /a"), "no destination; say -dst");
 }
 
-TEST(exact_options, an_option_that_is_not_built_says_so) {
-    EXPECT_EQ(refusal_of(whole + "-threads 2"), "-threads is not there yet (not-yet)");
+TEST(exact_options, workers_are_1_to_64) {
+    EXPECT_EQ(options_of(whole).threads, std::nullopt);
+    EXPECT_EQ(options_of(whole + "-threads 1").threads, 1u);
+    EXPECT_EQ(options_of(whole + "-THREADS 0x40").threads, 64u);
+    EXPECT_EQ(refusal_of(whole + "-threads 0"), "-threads \"0\" is not 1 to 64");
+    EXPECT_EQ(refusal_of(whole + "-threads 65"), "-threads \"65\" is not 1 to 64");
+    EXPECT_EQ(refusal_of(whole + "-threads 0x100000001"), "-threads \"0x100000001\" is not 1 to 64");
+    EXPECT_EQ(refusal_of(whole + "-threads 18446744073709551616"),
+              "-threads \"18446744073709551616\" is no number");
+    EXPECT_EQ(refusal_of(whole + "-threads two"), "-threads \"two\" is no number");
+    EXPECT_EQ(refusal_of(whole + "-threads -2"), "-threads \"-2\" is no number");
+    EXPECT_EQ(refusal_of(whole + "-threads"), "-threads needs a value");
+    EXPECT_EQ(refusal_of(whole + "-threads -quiet"), "-threads needs a value; \"-quiet\" is an option");
+    EXPECT_EQ(refusal_of(whole + "-threads 2 -threads 2"), "-threads is given twice");
+    EXPECT_EQ(refusal_of("-exact -image d -list / -threads 2"), "-list and -threads exclude each other");
 }
 
 TEST(exact_options, a_manifest_goes_with_digests_and_with_what_the_user_knows_of_the_source) {
