@@ -154,6 +154,12 @@ result<void> add_digest(const copy_means& means, destination& target,
     });
 }
 
+// True if a copy takes more than reading and writing.
+bool has_work_for_others(const found_object& object, const exact_options& options) {
+    const bool decodes = object.content->system_compressed() || object.content->stored().compressed();
+    return options.md5 || options.sha256 || (decodes && !options.raw);
+}
+
 struct copy_place {
     destination target;
     open_directory directory;
@@ -191,7 +197,8 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
         return passed_on(created);
     }
     means.messages.status_line().begin_copy(size);
-    worker_pool* const workers = means.workers.for_bytes(size);
+    worker_pool* const workers =
+        has_work_for_others(object, options) ? means.workers.for_bytes(size) : nullptr;
     copy_sink sink(file, options, means.messages.status_line(), workers);
     auto delivered = object.content->deliver(sink, {options.raw, options.zero_unreadable, workers}, told);
     if (!delivered) {
