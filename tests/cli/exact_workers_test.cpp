@@ -42,9 +42,9 @@ class workers : public command_line_test {
         std::map<std::string, std::string> copies;
         bool operator==(const everything&) const = default;
     };
-    [[nodiscard]] everything copy_all(const std::string& workers, const words& more) const {
+    [[nodiscard]] everything copy_all(const std::string& number, const words& more) const {
         words line = {"-pipe", "-dst",      "out/",    "-sha256", "-threads",
-                      workers, "-manifest", "m.jsonl", "-diags",  "log"};
+                      number,  "-manifest", "m.jsonl", "-diags",  "log"};
         line.insert(line.end(), more.begin(), more.end());
         const program_result result =
             exact(line, {.standard_input = "/plain\n/holes\n/lznt1\n/lznt1-broken\n/lznt1-short\n/xpress\n"
