@@ -51,7 +51,7 @@ class workers : public command_line_test {
                                            "/xpress-broken\n/lzx\n/lznt1-lost\n"});
         everything all{result.status, result.err, text("log"), text("m.jsonl"), {}};
         // What is of this run and no other: its command line and its times.
-        all.log.erase(0, all.log.find("->"));
+        all.log.erase(0, all.log.find("->info: exact source"));
         const std::regex of_this_run(R"re("(started|finished)":"[^"]*"|"arguments":\[[^\]]*\])re");
         all.manifest = std::regex_replace(all.manifest, of_this_run, "");
         for (const auto& entry : fs::directory_iterator(m_dir / "out")) {
