@@ -1,5 +1,6 @@
 #include "frontend/confinement.h"
 
+#include "foundation/descriptor_io.h"
 #include "foundation/ql_portable_dir.h"
 #include "foundation/ql_string.h"
 #include "frontend/copy/copy_outputs.h"
@@ -50,22 +51,6 @@ std::uint64_t known_rights(int version) {
     return governed & ~access_truncate & ~(version == 2 ? 0 : std::uint64_t{LANDLOCK_ACCESS_FS_REFER});
 }
 
-class descriptor {
-  public:
-    explicit descriptor(int fd) : m_fd(fd) {}
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    [[nodiscard]] int get() const { return m_fd; }
-
-  private:
-    int m_fd;
-};
-
 std::string directory_of(const std::string& path) {
     const std::size_t separator = path.rfind('/');
     if (separator == std::string::npos) {
@@ -100,7 +85,7 @@ class ruleset {
         if (!is_new(path, rights)) {
             return;
         }
-        const descriptor place(::open(path.c_str(), O_PATH | O_CLOEXEC));
+        const owned_descriptor place(::open(path.c_str(), O_PATH | O_CLOEXEC));
         struct ::stat status {};
         if (place.get() >= 0 && ::fstat(place.get(), &status) == 0) {
             add(place, rights & (S_ISDIR(status.st_mode) ? m_known : rights_on_a_file));
@@ -112,7 +97,7 @@ class ruleset {
         if (!is_new(path, rights)) {
             return true;
         }
-        const descriptor place(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        const owned_descriptor place(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (place.get() >= 0) {
             add(place, rights);
         }
@@ -177,7 +162,7 @@ class ruleset {
 
     // A file that is in no directory, such as a pipe that /dev/stdout leads to, cannot have a rule: EBADFD.
     // The kernel lets it be opened.
-    void add(const descriptor& place, std::uint64_t rights) {
+    void add(const owned_descriptor& place, std::uint64_t rights) {
         landlock_path_beneath_attr rule{};
         rule.parent_fd = place.get();
         rule.allowed_access = rights & m_known;
@@ -395,7 +380,7 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     }
     landlock_ruleset_attr attributes{};
     attributes.handled_access_fs = known_rights(version);
-    const descriptor rules_descriptor(kernel.create_ruleset(attributes));
+    const owned_descriptor rules_descriptor(kernel.create_ruleset(attributes));
     if (rules_descriptor.get() < 0) {
         return false;
     }

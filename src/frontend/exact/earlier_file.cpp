@@ -23,24 +23,8 @@ tl::unexpected<failure> refused(failure_code code, const std::string& path, std:
     return fail(code, where::destination(shown_typed(path)), std::move(why));
 }
 
-class descriptor {
-  public:
-    descriptor(const std::string& path, int flags) : m_fd(::open(path.c_str(), flags | O_CLOEXEC)) {}
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    [[nodiscard]] int get() const { return m_fd; }
-
-  private:
-    int m_fd;
-};
-
 // The digest as small hexadecimal digits, of what the descriptor reads from its position on.
-result<std::string> sha256_of(const descriptor& file, const std::string& path) {
+result<std::string> sha256_of(const owned_descriptor& file, const std::string& path) {
     sha256_ctx context;
     sha256_init(&context);
     std::vector<char> block(bytes_of_a_read);
@@ -63,7 +47,7 @@ result<std::string> sha256_of(const descriptor& file, const std::string& path) {
     return text;
 }
 
-result<void> bring_to_disk(const descriptor& file, const std::string& path) {
+result<void> bring_to_disk(const owned_descriptor& file, const std::string& path) {
     if (file.get() < 0) {
         return refused(failure_code::create, path, std::strerror(errno));
     }
@@ -87,7 +71,7 @@ result<std::uint64_t> size_of_earlier_file(const std::string& path) {
 }
 
 result<void> expect_same_bytes(const std::string& path, std::string_view sha256) {
-    const descriptor file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const owned_descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file.get() < 0) {
         return refused(failure_code::exists, path,
                        std::string("exists and cannot be read: ") + std::strerror(errno));
@@ -101,7 +85,8 @@ result<void> expect_same_bytes(const std::string& path, std::string_view sha256)
         .and_then([&] { return bring_to_disk(file, path); })
         .and_then([&] {
             const std::string directory = split_destination(path).directory;
-            return bring_to_disk(descriptor(directory, O_RDONLY | O_DIRECTORY), directory);
+            return bring_to_disk(
+                owned_descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), directory);
         });
 }
 
