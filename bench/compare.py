@@ -3,7 +3,8 @@
 
 Each case runs its commands in turn, several times over, and compares the medians of their wall times in that
 one run. A ratio of 2.00 says that the other tool needs twice the time of quarry. Everything lies on a memory
-file system and has been read before, so the disk plays no part. Needs root (ntfs-3g mounts, gated options).
+file system and has been read before, so the disk plays no part. Only the cold cases read an image on a disk, put out
+of memory before each run. Needs root (ntfs-3g mounts, gated options).
 
 Usage: compare.py --quarry PROGRAM --writer PROGRAM [--work DIR] [--runs N] [--small] [--results] [CASE...]
 """
@@ -28,6 +29,7 @@ class Cases:
         self.volumes = v.Volumes(options.work, options.writer)
         self.bench = measure.Bench(options.work, options.runs)
         self.scale = 16 if options.small else 1
+        self.disk = pathlib.Path(options.disk)
 
     def plain_copy(self, image, path):
         plain = self.volumes.directory / "plain"
@@ -157,6 +159,51 @@ class Cases:
         return {"quarry -exact": f"{self.quarry} -exact {copy}", "quarry": f"{self.quarry} {copy}",
                 "ntfscat": f"ntfscat {image} {path} > copy"}
 
+    def on_disk(self):
+        """Volumes on a disk file system; nothing, with a word, where there is none."""
+        self.disk.mkdir(parents=True, exist_ok=True)
+        kind = subprocess.run(["stat", "-f", "-c", "%T", str(self.disk)], check=True, capture_output=True,
+                              text=True).stdout.strip()
+        if kind in ("tmpfs", "ramfs", "overlayfs"):
+            print(f"skipped: {self.disk} is {kind}, which is no disk; name a directory on one with --disk")
+            return None
+        return v.Volumes(self.disk.resolve(), self.volumes.writer)
+
+    def cold(self, image, commands):
+        """Each command with the image put out of memory first; the first once more without announcements."""
+        silent = measure.without_announcements(self.disk)
+        own = next(iter(commands))
+        every = {own: commands[own], "silent": f"LD_PRELOAD={silent} {commands[own]}", **commands}
+        return {tool: measure.Command(command, lambda: measure.evict(image)) for tool, command in every.items()}
+
+    def cold_fragments(self):
+        """A file in fragments of one cluster on a disk, none of it in memory."""
+        volumes, count = self.on_disk(), 20000 // self.scale
+        if volumes is None:
+            return
+        image, entry = volumes.written("fragments", count)
+        commands = {"quarry -exact": f"{self.quarry} -exact -image {image} -mft {entry} -dst copy -quiet",
+                    "icat": f"icat {image} {entry} > copy", "ntfscat": f"ntfscat -i {entry} {image} > copy"}
+        self.bench.compare(f"cold: {count} fragments", self.cold(image, commands),
+                           {"silent": 3.0, "icat": 3.0, "ntfscat": 3.0}, most_memory=32)
+
+    def cold_list(self):
+        """One in twenty names of a large directory, in one run. The copies go to memory: on a disk two syncs for each would be most of the time."""
+        volumes, count = self.on_disk(), 2000 // self.scale
+        if volumes is None:
+            return
+        image, first = volumes.written("scattered", count)
+        paths, entries = self.volumes.directory / "cold-paths", self.volumes.directory / "cold-entries"
+        # In an order that has nothing to do with that on the disk.
+        order = [number * 7919 % count for number in range(count)]
+        paths.write_text("".join(f"/many/f{20 * number:06d}\n" for number in order), encoding="utf-8")
+        entries.write_text("".join(f"{first + 20 * number}\n" for number in order), encoding="utf-8")
+        commands = {"quarry -exact": f"{self.quarry} -exact -image {image} -pipe -dst ./ -quiet < {paths}",
+                    "icat": f"while read -r n; do icat {image} $n > copy; done < {entries}",
+                    "ntfscat": f"while read -r p; do ntfscat {image} $p > copy; done < {paths}"}
+        self.bench.compare(f"cold: {count} paths in one run", self.cold(image, commands),
+                           {"silent": 3.0, "icat": 3.0, "ntfscat": 3.0}, most_memory=32)
+
     def vmdk(self):
         size = 512 * MIB // self.scale
         image, _ = self.volumes.get("md5", size + 256 * MIB, 4096, v.fill_contiguous(size))
@@ -190,8 +237,8 @@ class Cases:
         }, {"dd of $SDS": 1 / 30}, most_memory=150)
 
 
-CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "exact", "vmdk", "vmdk_open",
-         "security")
+CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "exact", "cold_fragments",
+         "cold_list", "vmdk", "vmdk_open", "security")
 
 
 def main():
@@ -199,6 +246,7 @@ def main():
     parser.add_argument("--quarry", required=True)
     parser.add_argument("--writer", required=True, help="write_bench_volume")
     parser.add_argument("--work", default="/dev/shm/quarry-bench")
+    parser.add_argument("--disk", default="build/cold", help="where the images of the cold cases are; on a disk")
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--small", action="store_true", help="a sixteenth of every size, for trying the script")
     parser.add_argument("--results", action="store_true", help="write bench/RESULTS.md: the last figures of each case")

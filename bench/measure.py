@@ -1,11 +1,46 @@
 """Runs commands in alternation and compares the medians of their wall times."""
 
 import dataclasses
+import os
 import pathlib
 import statistics
 import subprocess
 import sys
 import time
+
+
+@dataclasses.dataclass
+class Command:
+    """A shell command, and what is done ahead of each of its runs."""
+    text: str
+    prepare: object
+
+
+def evict(path):
+    """Puts a file out of memory. The system keeps what was not written to the disk yet, so that is done first."""
+    descriptor = os.open(path, os.O_RDONLY)
+    try:
+        os.fsync(descriptor)
+        os.posix_fadvise(descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
+    finally:
+        os.close(descriptor)
+
+
+def without_announcements(directory):
+    """A library that, preloaded, swallows announcements, and says that nothing is in memory."""
+    library = (pathlib.Path(directory) / "silent.so").resolve()
+    if not library.exists():
+        source = library.with_suffix(".c")
+        source.write_text("#include <sys/types.h>\n#include <sys/uio.h>\n"
+                          "int posix_fadvise(int fd, off_t at, off_t length, int advice)\n"
+                          "{ (void)fd; (void)at; (void)length; (void)advice; return 0; }\n"
+                          "ssize_t preadv2(int fd, const struct iovec *to, int count, off_t at, int flags)\n"
+                          "{ (void)fd; (void)to; (void)count; (void)at; (void)flags; return -1; }\n"
+                          "int posix_fadvise64(int, off_t, off_t, int) __attribute__((alias(\"posix_fadvise\")));\n"
+                          "ssize_t preadv64v2(int, const struct iovec *, int, off_t, int)"
+                          " __attribute__((alias(\"preadv2\")));\n", encoding="utf-8")
+        subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", str(library), str(source)], check=True)
+    return library
 
 
 @dataclasses.dataclass
@@ -37,6 +72,9 @@ class Bench:
         """Wall seconds, peak MiB and exit status of one shell command."""
         subprocess.run(["rm", "-rf", str(self.out)], check=True)
         self.out.mkdir(parents=True)
+        if isinstance(command, Command):
+            command.prepare()
+            command = command.text
         note = self.work / "memory"
         begin = time.perf_counter()
         try:

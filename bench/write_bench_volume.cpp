@@ -1,6 +1,8 @@
 // Writes the sources of the benchmarks that no other tool can make in reasonable time.
 //
 //     write_bench_volume runs PATH COUNT        a volume with /runs.bin, a file of COUNT runs of one cluster
+//     write_bench_volume fragments PATH COUNT   the same with clusters of 4 KiB, far apart and in no order
+//     write_bench_volume scattered PATH COUNT   a volume with /many, where each 20th file, of COUNT, has data
 //     write_bench_volume security PATH COUNT    a volume whose $Secure holds COUNT descriptors
 //     write_bench_volume chain IMAGE DIR COUNT  the image as COUNT virtual disk files, each a snapshot of the
 //     one before
@@ -10,6 +12,7 @@
 #include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -71,6 +74,80 @@ void write_runs(const std::string& path, std::uint64_t count) {
     std::cout << file.entry() << '\n';
 }
 
+// Clusters of 4 KiB, far apart, in an order that looks like work over months.
+class places {
+  public:
+    places(std::uint64_t first_lcn, std::uint64_t count, std::uint64_t distance)
+        : m_first(first_lcn), m_count(count), m_distance(distance) {}
+    [[nodiscard]] std::uint64_t lcn_of(std::uint64_t number) const {
+        // The factor is a prime larger than any count, so that no two numbers have one place.
+        return m_first + number * 2'654'435'761U % m_count * m_distance;
+    }
+    [[nodiscard]] run run_of(std::uint64_t number) const {
+        return {static_cast<std::int64_t>(lcn_of(number)), 1};
+    }
+    [[nodiscard]] std::uint64_t end() const { return m_first + m_count * m_distance; }
+
+  private:
+    std::uint64_t m_first;
+    std::uint64_t m_count;
+    std::uint64_t m_distance;  // clusters
+};
+
+// A pair takes up to eight bytes here.
+constexpr std::size_t fragments_per_record = 90;
+constexpr std::size_t cluster_4k = 4096;
+
+void write_fragments(const std::string& path, std::uint64_t count) {
+    const auto records = static_cast<std::uint32_t>(count / fragments_per_record + 64);
+    const places where(1000 + records, count, 8);
+    volume_builder volume({.mft_entries = records, .total_clusters = where.end(), .system_files = true});
+    file_builder& file = volume.add_file("fragments.bin");
+    for (std::uint64_t at = 0; at < count; at += fragments_per_record) {
+        run_list piece;
+        for (std::uint64_t i = at; i < std::min(count, at + fragments_per_record); ++i) {
+            piece.push_back(where.run_of(i));
+        }
+        volume.clusters().take(piece);
+        const std::size_t place = file.add_extension();
+        const std::uint64_t size = at == 0 ? count * cluster_4k : 0;
+        file.attribute(attribute_builder::non_resident(0x80, piece)
+                           .lowest_vcn(at)
+                           .allocated(size)
+                           .real(size)
+                           .initialized(size),
+                       place);
+    }
+    file.list_in_clusters();
+    bytes image = volume.image();
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const bytes content = pattern(cluster_4k, static_cast<std::uint32_t>(i));
+        std::copy(content.begin(), content.end(),
+                  image.begin() + static_cast<std::ptrdiff_t>(where.lcn_of(i) * cluster_4k));
+    }
+    write_file(path, image);
+    std::cout << file.entry() << '\n';
+}
+
+// Of so many names in a directory one is wanted: each has a block of the index and a record to itself.
+constexpr std::uint64_t names_of_one = 20;
+
+void write_scattered(const std::string& path, std::uint64_t count) {
+    const auto records = static_cast<std::uint32_t>(count * names_of_one + 128);
+    const places where(1000 + records, count, 32);
+    volume_builder volume({.mft_entries = records, .total_clusters = where.end(), .system_files = true});
+    const std::uint64_t many = volume.add_directory("many").entry();
+    for (std::uint64_t i = 0; i < count * names_of_one; ++i) {
+        file_builder& file = volume.add_file("f" + std::to_string(1'000'000 + i).substr(1), many);
+        if (i % names_of_one == 0) {
+            const std::uint64_t wanted = i / names_of_one;
+            file.data(pattern(cluster_4k, static_cast<std::uint32_t>(wanted)), {where.run_of(wanted)});
+        }
+    }
+    volume.write_to(path);
+    std::cout << many + 1 << '\n';
+}
+
 void write_security(const std::string& path, std::uint32_t count) {
     std::vector<bytes> descriptors;
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -125,12 +202,17 @@ void write_chain(const std::string& image_path, const std::filesystem::path& dir
 int write(const std::vector<std::string>& words) {
     if (words.size() == 3 && words[0] == "runs") {
         write_runs(words[1], std::stoull(words[2]));
+    } else if (words.size() == 3 && words[0] == "fragments") {
+        write_fragments(words[1], std::stoull(words[2]));
+    } else if (words.size() == 3 && words[0] == "scattered") {
+        write_scattered(words[1], std::stoull(words[2]));
     } else if (words.size() == 3 && words[0] == "security") {
         write_security(words[1], static_cast<std::uint32_t>(std::stoul(words[2])));
     } else if (words.size() == 4 && words[0] == "chain") {
         write_chain(words[1], words[2], std::stoul(words[3]));
     } else {
-        std::cerr << "usage: write_bench_volume runs|security PATH COUNT, or chain IMAGE DIR COUNT\n";
+        std::cerr << "usage: write_bench_volume runs|fragments|scattered|security PATH COUNT, or chain IMAGE "
+                     "DIR COUNT\n";
         return 2;
     }
     return 0;

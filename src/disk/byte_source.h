@@ -35,6 +35,15 @@ class byte_source {
     // Reads from byte `offset` of the source on until the buffer is full, the source ends or an error stops
     // it. An offset at or beyond the end gives no bytes and no error.
     [[nodiscard]] virtual read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) = 0;
+    // Says that these bytes will be read soon, so that the system may begin to fetch them. Returns at once;
+    // what a read brings is the same with and without it. Does nothing where the source knows no way.
+    virtual void announce([[maybe_unused]] std::uint64_t offset, [[maybe_unused]] std::uint64_t length) {}
+    // Fills the whole buffer from byte `offset` of the source on if that needs no wait, because the bytes are
+    // in memory. False if they are not, or nobody knows; the buffer then holds nothing of use.
+    [[nodiscard]] virtual bool read_from_memory([[maybe_unused]] std::span<std::uint8_t> buffer,
+                                                [[maybe_unused]] std::uint64_t offset) {
+        return false;
+    }
     // Bytes of the source.
     [[nodiscard]] virtual std::uint64_t size() const = 0;
     // Bytes that the source can have content in: at most its size, less where it stores less, as a sparse

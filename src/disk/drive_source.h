@@ -25,6 +25,7 @@ class drive_source final : public byte_source {
 
     // Throws std::bad_alloc or std::length_error if there is no memory for the sectors of a request.
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
+    void announce(std::uint64_t offset, std::uint64_t length) override { m_device->announce(offset, length); }
     [[nodiscard]] std::uint64_t size() const override { return m_device->size(); }
     [[nodiscard]] std::uint64_t content_size() const override { return m_device->content_size(); }
     [[nodiscard]] std::uint32_t sector_size() const override { return m_device->sector_size(); }

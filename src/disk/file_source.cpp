@@ -10,6 +10,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace quarry {
@@ -101,6 +102,23 @@ read_outcome file_source::read(std::span<std::uint8_t> buffer, std::uint64_t off
     }
     const std::uint64_t inside = std::min<std::uint64_t>(buffer.size(), size() - offset);
     return read_from_descriptor(m_descriptor, buffer.first(static_cast<std::size_t>(inside)), offset);
+}
+
+void file_source::announce(std::uint64_t offset, std::uint64_t length) {
+    if (offset < size()) {
+        // No more than advice: nobody has to know where it is not taken.
+        ::posix_fadvise(m_descriptor, static_cast<off_t>(offset),
+                        static_cast<off_t>(std::min(length, size() - offset)), POSIX_FADV_WILLNEED);
+    }
+}
+
+bool file_source::read_from_memory(std::span<std::uint8_t> buffer, std::uint64_t offset) {
+    if (offset > size() || buffer.size() > size() - offset) {
+        return false;
+    }
+    iovec whole{buffer.data(), buffer.size()};
+    return ::preadv2(m_descriptor, &whole, 1, static_cast<off_t>(offset), RWF_NOWAIT) ==
+           static_cast<ssize_t>(buffer.size());
 }
 
 bool file_source::has_changed() const {

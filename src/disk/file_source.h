@@ -23,6 +23,8 @@ class file_source final : public byte_source {
     ~file_source() override;
 
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
+    void announce(std::uint64_t offset, std::uint64_t length) override;
+    [[nodiscard]] bool read_from_memory(std::span<std::uint8_t> buffer, std::uint64_t offset) override;
     [[nodiscard]] std::uint64_t size() const override { return m_told.size; }
     [[nodiscard]] std::uint64_t content_size() const override { return m_told.content_size; }
     [[nodiscard]] std::uint32_t sector_size() const override { return m_told.sector_size; }

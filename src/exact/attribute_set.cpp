@@ -14,6 +14,38 @@ namespace {
 // memory.
 constexpr std::uint64_t most_bytes_of_extensions = 0x4000000;
 
+// The records that an attribute list names, announced ahead of their reads. One that is alone is not: it is
+// read at once.
+class record_announcer {
+  public:
+    record_announcer(const mft& table, const std::vector<list_item>& items, std::uint64_t base)
+        : m_table(&table) {
+        std::set<std::uint64_t> met{base};
+        for (const list_item& each : items) {
+            if (met.insert(each.holder.entry).second) {
+                m_entries.push_back(each.holder.entry);
+            }
+        }
+    }
+    // The records are read in their order.
+    void reading(std::uint64_t entry) {
+        while (m_at < m_entries.size() && m_entries[m_at++] != entry) {
+        }
+        for (m_next = std::max(m_next, m_at); m_next < std::min(m_entries.size(), m_at + most_announced);
+             ++m_next) {
+            m_table->announce(m_entries[m_next]);
+        }
+    }
+
+  private:
+    static constexpr std::size_t most_announced = 64;
+
+    const mft* m_table;
+    std::vector<std::uint64_t> m_entries;
+    std::size_t m_at = 0;    // after the one that is read
+    std::size_t m_next = 0;  // the first that is not announced
+};
+
 }  // namespace
 
 result<attribute_set> attribute_set::of(const mft& table, record base, notices& told) {
@@ -41,6 +73,8 @@ result<void> attribute_set::take_listed(const mft& table, const attribute& list,
     if (!items) {
         return passed_on(items);
     }
+    // The records of a file in many fragments lie wherever there was room.
+    record_announcer announcer(table, *items, base().entry());
     std::map<std::uint64_t, const record*> holders{{base().entry(), &base()}};
     std::set<const std::uint8_t*> named;
     for (list_item& item : *items) {
@@ -53,6 +87,7 @@ result<void> attribute_set::take_listed(const mft& table, const attribute& list,
                                 " bytes for the records of its attribute list, " +
                                 std::to_string(most_bytes_of_extensions) + " are possible");
             }
+            announcer.reading(item.holder.entry);
             result<record> extension = table.read_extension(item.holder, base(), told);
             if (!extension) {
                 return passed_on(extension);

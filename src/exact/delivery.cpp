@@ -77,6 +77,7 @@ run joined_run(const std::vector<run>& runs, std::size_t& at) {
 
 result<void> careful_reader::read(std::span<std::uint8_t> buffer, std::uint64_t offset,
                                   std::uint64_t source_byte) {
+    announce_from(offset);
     result<void> came = m_volume->source().read(buffer, source_byte);
     if (came) {
         return came;

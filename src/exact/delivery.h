@@ -2,6 +2,7 @@
 #pragma once
 
 #include "exact/failure.h"
+#include "exact/run_announcer.h"
 #include "exact/stored_stream.h"
 #include "exact/volume_bytes.h"
 #include "foundation/worker_pool.h"
@@ -58,12 +59,17 @@ class careful_reader {
   public:
     // Both must outlive the reader.
     careful_reader(const volume_bytes& volume, const stored_stream& stream, bool zero_unreadable)
-        : m_volume(&volume), m_stream(&stream), m_zero_unreadable(zero_unreadable) {}
+        : m_volume(&volume),
+          m_stream(&stream),
+          m_zero_unreadable(zero_unreadable),
+          m_announcer(volume, stream) {}
 
     // Fills the buffer with byte `offset` of the stream and those after it, which are stored from
     // `source_byte` on in one row.
     [[nodiscard]] result<void> read(std::span<std::uint8_t> buffer, std::uint64_t offset,
                                     std::uint64_t source_byte);
+    // Announces what follows byte `offset` of the stream, which is going to be read in some other way.
+    void announce_from(std::uint64_t offset) { m_announcer.reading(offset); }
     [[nodiscard]] bool zero_unreadable() const { return m_zero_unreadable; }
     // Notes that so many bytes of the stream are zeros because they, or what they are decoded from, could not
     // be read. Ranges are noted in the order of the stream.
@@ -79,6 +85,7 @@ class careful_reader {
     const volume_bytes* m_volume;
     const stored_stream* m_stream;
     bool m_zero_unreadable;
+    run_announcer m_announcer;
     std::vector<byte_range> m_unread;
 };
 

@@ -241,6 +241,13 @@ result<index_node> directory_index::damaged_block(std::uint64_t vcn, notices& to
     return read_damaged_index_node(bytes, index_block::node_offset, true, *m_letters, place);
 }
 
+void directory_index::announce_block(std::uint64_t vcn) const {
+    // What lies outside is refused when it is read.
+    if (m_blocks && vcn < m_blocks->size() / m_vcn_unit) {
+        m_blocks->announce(m_volume->bytes(), vcn * m_vcn_unit, m_block_size);
+    }
+}
+
 result<bool> directory_index::is_in_use(std::uint64_t block_number) const {
     if (block_number / 8 >= m_bitmap->size()) {
         return false;

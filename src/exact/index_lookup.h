@@ -37,6 +37,9 @@ class directory_index {
     [[nodiscard]] result<index_node> damaged_root() const;
     [[nodiscard]] result<index_node> damaged_block(std::uint64_t vcn, notices& told) const;
 
+    // Says that the block at a VCN will be read soon.
+    void announce_block(std::uint64_t vcn) const;
+
     [[nodiscard]] std::uint64_t entry() const { return m_entry; }
     // Bytes of an index block.
     [[nodiscard]] std::uint32_t block_size() const { return m_block_size; }

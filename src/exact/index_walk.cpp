@@ -8,6 +8,8 @@ namespace quarry::exact {
 namespace {
 
 constexpr std::size_t deepest_tree = 32;
+// A node of 64 KiB may have hundreds of children.
+constexpr std::size_t most_announced = 64;
 
 failure broken(const std::string& where, std::string why) {
     return {failure_code::index, where, std::move(why), std::nullopt};
@@ -70,8 +72,19 @@ void index_walk::enter(std::optional<std::uint64_t> block, const damage_teller& 
     for (const failure& each : node->damage) {
         damage(each);
     }
+    announce_children(*node);
     m_levels.push_back({block, std::move(*node), 0, false});
     m_node_has_changed = true;
+}
+
+// The blocks to which the walk goes from a node. The first one is read at once.
+void index_walk::announce_children(const index_node& node) const {
+    std::size_t children = 0;
+    for (const index_node_entry& each : node.entries) {
+        if (each.child && ++children > 1 && children <= most_announced) {
+            m_held->index.announce_block(*each.child);
+        }
+    }
 }
 
 const index_key* index_walk::next(const damage_teller& damage, notices& told) {

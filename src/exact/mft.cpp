@@ -232,6 +232,13 @@ result<record> mft::read_stored(std::uint64_t entry, notices& told) const {
     return verify_stored(entry, std::move(bytes), told);
 }
 
+void mft::announce(std::uint64_t entry, std::uint64_t count) const {
+    const std::uint32_t size = volume().shape().record_size;
+    if (entry < entries()) {
+        m_table.announce(volume(), entry * size, std::min(count, entries() - entry) * size);
+    }
+}
+
 result<void> mft::read_stored_bytes(std::uint64_t entry, std::span<std::uint8_t> buffer) const {
     return m_table.read(volume(), buffer, entry * volume().shape().record_size);
 }

@@ -53,6 +53,9 @@ class mft {
     [[nodiscard]] static result<void> expect_listed(const record& holder, reference wanted,
                                                     const record& base, notices& told);
 
+    // Says that so many adjacent records, from `entry` on, will be read soon. Entries that the table has not
+    // are passed over.
+    void announce(std::uint64_t entry, std::uint64_t count = 1) const;
     // The bytes of adjacent records as they are stored, from `entry` on, in one go; the buffer holds whole
     // records. For a reader that goes through many. Fails if the table or the source ends before they do.
     [[nodiscard]] result<void> read_stored_bytes(std::uint64_t entry, std::span<std::uint8_t> buffer) const;

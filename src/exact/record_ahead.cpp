@@ -10,6 +10,12 @@ constexpr std::size_t bytes_held = 0x200000;
 // A gap of so many records is read with what lies on both sides of it: cheaper than a second read.
 constexpr std::uint64_t widest_gap = 4;
 
+// Adjacent entries that are read at once.
+struct stretch {
+    std::uint64_t first;
+    std::size_t count;
+};
+
 }  // namespace
 
 record_ahead::record_ahead(const mft& table)
@@ -28,14 +34,22 @@ void record_ahead::fetch(std::vector<std::uint64_t> entries) {
         return entry < mft::mirrored_entries || entry >= m_table->entries() || holds(entry);
     });
     std::sort(entries.begin(), entries.end());
+    std::vector<stretch> stretches;
     for (auto first = entries.begin(); first != entries.end();) {
         auto last = first;
         while (last + 1 != entries.end() && *(last + 1) - *last <= widest_gap + 1 &&
                *(last + 1) - *first < m_slots.size()) {
             ++last;
         }
-        fetch_adjacent(*first, static_cast<std::size_t>(*last - *first + 1));
+        stretches.push_back({*first, static_cast<std::size_t>(*last - *first + 1)});
         first = last + 1;
+    }
+    // The first is read at once. What comes after it is fetched meanwhile.
+    for (std::size_t later = 1; later < stretches.size(); ++later) {
+        m_table->announce(stretches[later].first, stretches[later].count);
+    }
+    for (const stretch& each : stretches) {
+        fetch_adjacent(each.first, each.count);
     }
 }
 

@@ -176,6 +176,23 @@ result<void> stored_stream::read_part(const volume_bytes& volume, std::span<std:
     return {};
 }
 
+void stored_stream::announce(const volume_bytes& volume, std::uint64_t offset, std::uint64_t length) const {
+    const std::uint64_t end = offset < m_valid ? offset + std::min(length, m_valid - offset) : offset;
+    // Each turn takes what a run holds of the range; a range has few.
+    while (offset < end) {
+        const run* const held = m_runs.find(offset / m_cluster_size);
+        if (held == nullptr) {
+            return;
+        }
+        const std::uint64_t into_run = offset - held->vcn * m_cluster_size;
+        const std::uint64_t part = std::min(held->length * m_cluster_size - into_run, end - offset);
+        if (!held->is_hole()) {
+            volume.announce(held->lcn, part, into_run);
+        }
+        offset += part;
+    }
+}
+
 result<std::vector<std::uint8_t>> stored_stream::read_all(const volume_bytes& volume,
                                                           std::uint64_t limit) const {
     if (m_size > limit) {

@@ -80,6 +80,8 @@ class stored_stream {
     // stored as it is, and if its bytes cannot be read.
     [[nodiscard]] result<void> read(const volume_bytes& volume, std::span<std::uint8_t> buffer,
                                     std::uint64_t offset) const;
+    // Says that these bytes of the stream will be read soon.
+    void announce(const volume_bytes& volume, std::uint64_t offset, std::uint64_t length) const;
     // The whole stream, of at most `limit` bytes; fails with sizes if it is larger.
     [[nodiscard]] result<std::vector<std::uint8_t>> read_all(const volume_bytes& volume,
                                                              std::uint64_t limit) const;

@@ -246,6 +246,7 @@ class chunk_collector {
 
     // Chunks follow each other without a gap, so that one read gets them all.
     [[nodiscard]] result<void> read_chunks(chunk_window& window) {
+        m_reader->announce_from(window.chunks.front().offset);
         auto came = m_stored_stream->read(*m_volume, window.stored, window.chunks.front().offset);
         return came || !m_reader->zero_unreadable() ? came : read_chunk_by_chunk(window);
     }

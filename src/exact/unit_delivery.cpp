@@ -250,6 +250,7 @@ class unit_collector {
             total += unit.stored_bytes();
         }
         window.stored.resize(static_cast<std::size_t>(total));
+        m_reader->announce_from(window.units.front().parts.front().offset);
         return read_joined(window) ? result<void>() : read_unit_by_unit(window);
     }
 

@@ -24,6 +24,11 @@ class volume_bytes {
         return m_source->read(buffer, m_shape.source_byte_of(lcn) + offset_in_cluster);
     }
 
+    // Says that so many bytes from cluster `lcn` on will be read soon.
+    void announce(std::uint64_t lcn, std::uint64_t length, std::uint64_t offset_in_cluster = 0) const {
+        m_source->bytes().announce(m_shape.source_byte_of(lcn) + offset_in_cluster, length);
+    }
+
   private:
     const exact_source* m_source;
     geometry m_shape;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -29,8 +30,35 @@ class memory_source final : public byte_source {
         return *this;
     }
 
+    // From here on read_from_memory() gives pages of 4,096 bytes only of which something was announced or
+    // read after this.
+    memory_source& evict() {
+        m_pages.clear();
+        m_is_cold = true;
+        return *this;
+    }
+
+    void announce(std::uint64_t offset, std::uint64_t length) override {
+        m_announced.emplace_back(offset, length);
+        touch(offset, length);
+    }
+    [[nodiscard]] bool read_from_memory(std::span<std::uint8_t> buffer, std::uint64_t offset) override {
+        if (offset + buffer.size() > m_content.size()) {
+            return false;
+        }
+        for (std::uint64_t page = offset / page_bytes;
+             m_is_cold && page * page_bytes < offset + buffer.size(); ++page) {
+            if (!m_pages.contains(page)) {
+                return false;
+            }
+        }
+        std::copy_n(m_content.begin() + static_cast<std::ptrdiff_t>(offset), buffer.size(), buffer.begin());
+        return true;
+    }
+
     [[nodiscard]] read_outcome read(std::span<std::uint8_t> buffer, std::uint64_t offset) override {
         ++m_reads;
+        touch(offset, buffer.size());
         std::uint64_t end = std::min<std::uint64_t>(m_content.size(), offset + buffer.size());
         int error = 0;
         std::uint64_t end_of_loss = 0;
@@ -56,13 +84,27 @@ class memory_source final : public byte_source {
     [[nodiscard]] bytes& content() { return m_content; }
     // Calls of read() so far.
     [[nodiscard]] std::size_t reads() const { return m_reads; }
+    // What was announced, in order: offset and length in bytes.
+    using announcements = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+    [[nodiscard]] announcements& announced() { return m_announced; }
 
   private:
+    static constexpr std::uint64_t page_bytes = 4096;
+    void touch(std::uint64_t offset, std::uint64_t length) {
+        for (std::uint64_t page = offset / page_bytes; m_is_cold && page * page_bytes < offset + length;
+             ++page) {
+            m_pages.insert(page);
+        }
+    }
+
     bytes m_content;
     std::uint32_t m_sector_size;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> m_unreadable;
     bool m_knows_losses = false;
     std::size_t m_reads = 0;
+    announcements m_announced;
+    bool m_is_cold = false;
+    std::set<std::uint64_t> m_pages;
 };
 
 }  // namespace quarry::test

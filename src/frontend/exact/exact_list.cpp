@@ -63,7 +63,7 @@ std::string list_count::text() const {
            std::to_string(kept) + " kept";
 }
 
-exit_status copy_list(copy_session& session, list_lines& lines, exact_messages& messages) {
+exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages) {
     list_count count;
     while (true) {
         auto line = lines.next();
@@ -74,6 +74,10 @@ exit_status copy_list(copy_session& session, list_lines& lines, exact_messages& 
         }
         if (!*line) {
             break;
+        }
+        // What the volume itself needs is in memory after the first copy.
+        if (count.asked > 0) {
+            scout.look_ahead((*line)->number, lines);
         }
         count.add(carry_out(session, std::move(**line)).end());
         if (session.must_end()) {

@@ -10,6 +10,7 @@
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_status.h"
 #include "frontend/exact/list_lines.h"
+#include "frontend/exact/list_scout.h"
 
 #include <cstdint>
 #include <string>
@@ -32,7 +33,9 @@ struct list_count {
     [[nodiscard]] std::string text() const;
 };
 
-// Carries out every line, in order, unless the session must end before. `lines` has begun.
-[[nodiscard]] exit_status copy_list(copy_session& session, list_lines& lines, exact_messages& messages);
+// Carries out every line, in order, unless the session must end before. `lines` has begun; `scout` goes
+// ahead.
+[[nodiscard]] exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout,
+                                    exact_messages& messages);
 
 }  // namespace quarry::exact

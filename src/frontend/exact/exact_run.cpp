@@ -315,7 +315,8 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
                 return tl::expected<exit_status, ended>(list_volume(*source, *volume, options, messages));
             }
             copy_session session(*source, *volume, options, guard, messages, evidence);
-            return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, messages)
+            list_scout scout(*source->bytes, *volume, options);
+            return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, scout, messages)
                                                                  : copy_one(session, *options.object));
         });
 }

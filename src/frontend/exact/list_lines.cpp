@@ -172,6 +172,27 @@ result<std::optional<list_lines::line>> list_lines::next() {
     }
 }
 
+std::vector<list_lines::line> list_lines::at_hand(std::uint64_t after, std::uint64_t last) const {
+    std::vector<line> lines;
+    std::size_t at = m_at;
+    // Ends with the last line that has come whole.
+    for (std::uint64_t number = m_number + 1; number <= last; ++number) {
+        const std::size_t end = m_buffer.find('\n', at);
+        if (end == std::string::npos) {
+            break;
+        }
+        std::string_view text = std::string_view(m_buffer).substr(at, end - at);
+        at = end + 1;
+        if (text.ends_with('\r')) {
+            text.remove_suffix(1);
+        }
+        if (number > after && !text.empty() && text.size() <= longest_list_line) {
+            lines.push_back({number, std::string(text), false});
+        }
+    }
+    return lines;
+}
+
 std::ptrdiff_t read_standard_input(std::span<char> buffer) {
     return uninterrupted([&] { return ::read(STDIN_FILENO, buffer.data(), buffer.size()); });
 }

@@ -24,6 +24,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quarry::exact {
 
@@ -53,6 +54,9 @@ class list_lines {
     [[nodiscard]] result<void> begin();
     // The next line that is not empty; nothing at the end. Fails with source-read.
     [[nodiscard]] result<std::optional<line>> next();
+    // The lines after line `after` and up to line `last` that were read already and not given out. Nothing is
+    // waited for; a line that is empty or too long is left out.
+    [[nodiscard]] std::vector<line> at_hand(std::uint64_t after, std::uint64_t last) const;
 
   private:
     [[nodiscard]] result<void> fill();

@@ -29,6 +29,25 @@ std::unique_ptr<file_source> opened(const std::filesystem::path& path) {
 
 }  // namespace
 
+TEST(file_source, takes_announcements_of_any_place_and_gives_from_memory_what_a_read_gives) {
+    const temp_dir dir;
+    write_file(dir / "image", to_bytes("0123456789"));
+    const auto source = opened(dir / "image");
+    ASSERT_TRUE(source);
+    source->announce(3, 4);
+    source->announce(9, 0xFFFFFFFFFFFFFFFF);
+    source->announce(10, 1);
+    source->announce(0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFFFFFF);
+    bytes buffer(4);
+    // Not every file system says what is in memory.
+    if (source->read_from_memory(buffer, 3)) {
+        EXPECT_EQ(buffer, to_bytes("3456"));
+    }
+    EXPECT_FALSE(source->read_from_memory(buffer, 7));
+    EXPECT_FALSE(source->read_from_memory(buffer, 0xFFFFFFFFFFFFFFFF));
+    EXPECT_EQ(source->read(buffer, 3).bytes, 4u);
+}
+
 TEST(file_source, reads_bytes_at_any_place) {
     const temp_dir dir;
     write_file(dir / "image", to_bytes("0123456789"));

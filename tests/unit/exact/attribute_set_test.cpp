@@ -106,6 +106,20 @@ TEST(attribute_set, joins_a_stream_from_200_records) {
     EXPECT_EQ(text_of(copy.said), "");
 }
 
+TEST(attribute_set, announces_the_records_of_a_list_but_the_first) {
+    // The base is entry 24, its extension records are 25 to 29.
+    const pieces_volume pieces(6);
+    opened_exact_volume opened(pieces.volume);
+    exact::notices told;
+    exact::record base = opened.volume().table().read(24, told).value();
+    opened.source().announced().clear();
+    ASSERT_TRUE(exact::attribute_set::of(opened.volume().table(), std::move(base), told).has_value());
+    const auto place = [&](std::uint64_t entry) { return pieces.volume.record_position(entry); };
+    EXPECT_EQ(opened.source().announced(),
+              (memory_source::announcements{
+                  {place(26), 1024}, {place(27), 1024}, {place(28), 1024}, {place(29), 1024}}));
+}
+
 TEST(attribute_set, takes_a_list_in_any_order) {
     listed_volume listed;
     std::swap(listed.items[2], listed.items[3]);

@@ -79,6 +79,7 @@ class walked_directory {
                4096;
     }
     [[nodiscard]] exact_volume& volume() { return m_opened.volume(); }
+    [[nodiscard]] memory_source& source() { return m_opened.source(); }
     [[nodiscard]] notices& told() { return m_told; }
 
   private:
@@ -122,6 +123,22 @@ TEST(index_walk, gives_every_name_once_in_order_from_trees_of_one_to_four_levels
         EXPECT_TRUE(all.names == names_up_to(each.names)) << each.names << ": " << all.names.size();
         EXPECT_EQ(all.damage, "");
     }
+}
+
+TEST(index_walk, announces_the_children_of_a_node_but_the_first) {
+    walked_directory directory(image_of_names(100));
+    ASSERT_EQ(levels_of(directory), 2u);
+    const attribute_set set = directory.attributes();
+    const auto index = directory_index::open(directory.volume(), set, directory.told()).value();
+    const std::vector<index_node_entry> children = index.root().value().entries;
+    ASSERT_GT(children.size(), 1u);
+    memory_source::announcements expected;
+    for (auto each = children.begin() + 1; each != children.end(); ++each) {
+        expected.emplace_back(directory.block_position(*each->child), 4096);
+    }
+    directory.source().announced().clear();
+    EXPECT_EQ(directory.walk().damage, "");
+    EXPECT_EQ(directory.source().announced(), expected);
 }
 
 TEST(index_walk, goes_on_where_it_rested) {

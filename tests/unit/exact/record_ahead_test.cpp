@@ -84,4 +84,19 @@ TEST(record_ahead, holds_no_more_than_2_mebibytes) {
     EXPECT_TRUE(ahead.holds(101));
 }
 
+TEST(record_ahead, announces_all_but_the_first_of_several_reads) {
+    opened_exact_volume opened(image_of_files());
+    const mft& table = opened.volume().table();
+    record_ahead ahead(table);
+    opened.source().announced().clear();
+    ahead.fetch({24, 25, 26});
+    EXPECT_TRUE(opened.source().announced().empty());
+    ahead.fetch({100, 40, 60, 61});
+    const auto place = [&](std::uint64_t entry) {
+        return table.table().place_of(opened.volume().bytes(), entry * 1024, 1024, "").source_byte(0).value();
+    };
+    EXPECT_EQ(opened.source().announced(),
+              (memory_source::announcements{{place(60), 2 * 1024}, {place(100), 1024}}));
+}
+
 }  // namespace quarry::test
