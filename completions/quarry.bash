@@ -48,7 +48,7 @@ _quarry() {
             ;;
         # A path on the volume, a number or a pattern: nothing on this machine tells what it may be.
         -src | -offset | -mft | -cluster | -num_subdirs | -filter | -filter_skip | -filter_path | -filter_sig | \
-            -cmd_start_time | -cmd_stop_time | -ntfsvol | -letter | -list)
+            -cmd_start_time | -cmd_stop_time | -ntfsvol | -letter | -list | -threads)
             return
             ;;
     esac

@@ -1,4 +1,4 @@
-// -threads from outside: nothing that is written or said depends on it, nothing is left behind, and the
+// -threads from outside: nothing that is written or said depends on it, no file is left over, and the
 // threads have no more rights than the process.
 #include "cli/command_line.h"
 #include "support/long_streams.h"
