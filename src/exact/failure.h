@@ -72,7 +72,6 @@ enum class failure_code : std::uint8_t {
     rename,
     memory,
     manifest,
-    fault,  // of the program
 };
 
 // The code as scripts see it, such as "source-read".

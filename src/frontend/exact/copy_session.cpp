@@ -1,12 +1,9 @@
 #include "frontend/exact/copy_session.h"
 
 #include "exact/name_text.h"
-#include "frontend/exact/broken_run.h"
 #include "frontend/exact/list_lines.h"
 
-#include <exception>
 #include <utility>
-#include <variant>
 
 namespace quarry::exact {
 
@@ -17,14 +14,6 @@ std::string text_of(const finished_copy& copy) {
            std::to_string(copy.bytes) + (copy.bytes == 1 ? " byte" : " bytes") +
            (copy.md5.empty() ? "" : ", md5 " + copy.md5) +
            (copy.sha256.empty() ? "" : ", sha256 " + copy.sha256) + ")";
-}
-
-std::string where_of(const copy_order& order) {
-    if (const auto* const entry = std::get_if<object_by_entry>(&order.object)) {
-        return where::record(entry->entry);
-    }
-    return std::holds_alternative<object_by_path>(order.object) ? where::path(shown_typed(order.asked))
-                                                                : std::string(where::volume);
 }
 
 }  // namespace
@@ -58,7 +47,7 @@ copy_outcome copy_session::carry_out(const copy_order& order) {
     object_facts known;
     known.asked = order.asked;
     known.raw = m_means.options.raw;
-    auto copied = copy(order, told, known);
+    auto copied = copy_to_destination(m_means, order, told, m_evidence == nullptr ? nullptr : &known);
     // The record or the directory that a failure names may belong to any of the lines.
     if (!copied && m_means.options.pipe) {
         copied.error().where.insert(0, where_line(order.line) + ": ");
@@ -71,17 +60,6 @@ copy_outcome copy_session::carry_out(const copy_order& order) {
     return outcome;
 }
 
-result<finished_copy> copy_session::copy(const copy_order& order, notices& told, object_facts& known) {
-    try {
-        return copy_to_destination(m_means, order, told, m_evidence == nullptr ? nullptr : &known);
-    } catch (const std::exception&) {
-        m_must_end = exit_status::broken_off;
-        failure why = failure_in_flight(where_of(order));
-        why.why += m_means.has_name ? "; the copy stands" : "";
-        return tl::make_unexpected(std::move(why));
-    }
-}
-
 copy_outcome copy_session::refuse(std::string asked, std::uint64_t line, failure why) {
     copy_outcome outcome{std::move(asked), line, tl::make_unexpected(std::move(why)), {}};
     object_facts known;
@@ -92,38 +70,19 @@ copy_outcome copy_session::refuse(std::string asked, std::uint64_t line, failure
 }
 
 void copy_session::end_with(copy_outcome& outcome, object_facts known) {
-    const auto recorded = record_unless_broken_off(outcome, std::move(known));
+    const auto recorded = record(outcome, std::move(known));
     if (outcome.copied) {
         outcome.copied->until_recorded.reset();
     }
     outcome.is_recorded = recorded.has_value();
-    if (!recorded) {
-        m_must_end = m_must_end.value_or(exit_status::failed);
-    }
+    m_must_end = m_must_end || !recorded;
     // What is missing of a copy is said before the copy is; of a failure the failure comes first.
     if (!recorded && outcome.copied) {
         m_means.messages.err(recorded.error().text());
     }
-    try {
-        say(outcome);
-    } catch (const std::exception&) {
-        m_must_end = exit_status::broken_off;
-        m_means.messages.err(failure_in_flight(where::path(shown_typed(outcome.asked))).text());
-    }
+    say(outcome);
     if (!recorded && !outcome.copied) {
         m_means.messages.err(recorded.error().text());
-    }
-}
-
-result<void> copy_session::record_unless_broken_off(const copy_outcome& outcome, object_facts known) {
-    try {
-        return record(outcome, std::move(known));
-    } catch (const std::exception&) {
-        m_must_end = exit_status::broken_off;
-        failure why = failure_in_flight("manifest " + shown_typed(m_means.options.manifest_path));
-        why.why.insert(0,
-                       outcome.copied ? "the copy stands, its line is missing: " : "its line is missing: ");
-        return tl::make_unexpected(std::move(why));
     }
 }
 

@@ -16,13 +16,11 @@
 #include "frontend/exact/exact_copy.h"
 #include "frontend/exact/exact_messages.h"
 #include "frontend/exact/exact_options.h"
-#include "frontend/exact/exact_status.h"
 #include "frontend/exact/manifest.h"
 #include "frontend/exact/source_opening.h"
 #include "frontend/output/output_guard.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -62,27 +60,24 @@ class copy_session {
         }
     }
 
-    // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does, and
-    // with memory or fault where that is broken off.
+    // Copies one object and says what became of it. Fails, in the outcome, as copy_to_destination does.
     [[nodiscard]] copy_outcome carry_out(const copy_order& order);
     // The same for what is no order: it has failed with `why` already.
     [[nodiscard]] copy_outcome refuse(std::string asked, std::uint64_t line, failure why);
 
-    // What the run must end with, once nothing more may be copied: failed after a line of the manifest that
-    // could not be written, broken_off after a copy that was.
-    [[nodiscard]] std::optional<exit_status> must_end() const { return m_must_end; }
+    // True once a line of the manifest could not be written: nothing more may be copied, and the run has
+    // failed.
+    [[nodiscard]] bool must_end() const { return m_must_end; }
 
   private:
-    [[nodiscard]] result<finished_copy> copy(const copy_order& order, notices& told, object_facts& known);
     void end_with(copy_outcome& outcome, object_facts known);
-    [[nodiscard]] result<void> record_unless_broken_off(const copy_outcome& outcome, object_facts known);
     [[nodiscard]] result<void> record(const copy_outcome& outcome, object_facts known);
     // Every outcome, whether complete or failed, passes here.
     void say(const copy_outcome& outcome);
 
     const opened_source& m_source;
     manifest* m_evidence;
-    std::optional<exit_status> m_must_end;
+    bool m_must_end = false;
     made_copies m_made;
     warm_directories m_directories;
     worker_pool m_workers;

@@ -227,15 +227,12 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     if (!options.manifest_path.empty()) {
         finished.until_recorded = std::make_unique<signals_held_back>();
     }
-    // Memory that runs out must not find a copy under its name that nothing knows.
-    finished.destination = target.path();
-    means.made.make_room(file.identity().device);
     if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
         return passed_on(sealed);
     }
-    means.has_name = true;
     place.made.keep();
     means.made.add(file.identity(), line);
+    finished.destination = target.path();
     return finished;
 }
 
@@ -310,7 +307,6 @@ result<copy_place> place_of(const copy_means& means, const found_object& object,
 
 result<finished_copy> copy_to_destination(copy_means& means, const copy_order& order, notices& told,
                                           object_facts* known) {
-    means.has_name = false;
     auto object = find_object(means.volume, means.directories, means.options, order.object, means.messages,
                               told, known);
     if (!object) {

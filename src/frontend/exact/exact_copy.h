@@ -52,7 +52,6 @@ struct copy_means {
     std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
     // The same: whether a line of the manifest has any copy of a path.
     std::function<bool(const std::string& path)> has_line = nullptr;
-    bool has_name = false;  // the copy of the present order has it, whatever happens now
 };
 
 // Copies the object of an order to the destination of the options, where the guard lets it, but never over a

@@ -2,7 +2,6 @@
 
 #include "exact/name_text.h"
 
-#include <exception>
 #include <utility>
 
 namespace quarry::exact {
@@ -64,20 +63,17 @@ std::string list_count::text() const {
            std::to_string(kept) + " kept";
 }
 
-namespace {
-
-// The lines up to the last one, or to what ends the run.
-void copy_lines(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages,
-                list_count& count) {
+exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages) {
+    list_count count;
     while (true) {
         auto line = lines.next();
         if (!line) {
             messages.err(line.error().text());
             count.cut_off = true;
-            return;
+            break;
         }
         if (!*line) {
-            return;
+            break;
         }
         // What the volume itself needs is in memory after the first copy.
         if (count.asked > 0) {
@@ -85,23 +81,11 @@ void copy_lines(copy_session& session, list_lines& lines, list_scout& scout, exa
         }
         count.add(carry_out(session, std::move(**line)).end());
         if (session.must_end()) {
-            return;
+            break;
         }
     }
-}
-
-}  // namespace
-
-exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages) {
-    list_count count;
-    try {
-        copy_lines(session, lines, scout, messages, count);
-    } catch (const std::exception&) {
-        messages.tell(count.text());
-        throw;
-    }
     messages.tell(count.text());
-    return session.must_end().value_or(count.status());
+    return session.must_end() ? exit_status::failed : count.status();
 }
 
 }  // namespace quarry::exact

@@ -3,7 +3,6 @@
 #include "exact/exact_volume.h"
 #include "exact/name_text.h"
 #include "exact/volume_table.h"
-#include "frontend/exact/broken_run.h"
 #include "frontend/exact/copy_object.h"
 #include "frontend/exact/copy_session.h"
 #include "frontend/exact/destination_path.h"
@@ -25,7 +24,6 @@
 
 #include <array>
 #include <cstdio>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -258,7 +256,7 @@ exit_status status_of(const copy_outcome& outcome, const copy_object& object) {
 
 exit_status copy_one(copy_session& session, const copy_object& object) {
     const exit_status status = status_of(session.carry_out({object, text_of(object)}), object);
-    return session.must_end().value_or(status);
+    return session.must_end() ? exit_status::failed : status;
 }
 
 // A listing of a source that changed meanwhile may be of neither state.
@@ -286,10 +284,6 @@ tl::expected<void, ended> begin_list(const exact_options& options, list_lines& l
     }
     auto begun = lines.begin();
     return begun ? tl::expected<void, ended>() : end_with(exit_status::refused, std::move(begun.error()));
-}
-
-std::string where_of_source(const exact_options& options) {
-    return where::source(options.source.paths.empty() ? "" : shown_typed(options.source.paths.front()));
 }
 
 tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
@@ -325,19 +319,6 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
             return tl::expected<exit_status, ended>(options.pipe ? copy_list(session, lines, scout, messages)
                                                                  : copy_one(session, *options.object));
         });
-}
-
-// The same where memory ran out, or the program has a fault, between copies.
-tl::expected<exit_status, ended> read_and_copy_unless_broken_off(const exact_options& options,
-                                                                 const std::vector<std::string>& source_files,
-                                                                 list_lines& lines, const output_guard& guard,
-                                                                 exact_messages& messages,
-                                                                 manifest* evidence) {
-    try {
-        return read_and_copy(options, source_files, lines, guard, messages, evidence);
-    } catch (const std::exception&) {
-        return end_with(exit_status::broken_off, failure_in_flight(where_of_source(options)));
-    }
 }
 
 // A run that ended before its first copy has its line in the manifest as a copy has. Gives the failure of
@@ -399,8 +380,7 @@ exit_status carry_out(const exact_options& options, const arg_list& arguments, c
                 return look_at_source_files(source_files)
                     .map([&] { give_up_rights(options, *source_files, kernel); })
                     .and_then([&] {
-                        return read_and_copy_unless_broken_off(options, *source_files, lines, guard, messages,
-                                                               evidence.get());
+                        return read_and_copy(options, *source_files, lines, guard, messages, evidence.get());
                     })
                     .map_error([&](ended why) {
                         return recorded(std::move(why), options, evidence.get(), messages);
@@ -443,12 +423,7 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
     if (!options->quiet) {
         messages.status_line().start(terminal_of_messages(), options->pipe);
     }
-    exit_status status = exit_status::broken_off;
-    try {
-        status = carry_out(*options, arguments, header, messages, kernel);
-    } catch (const std::exception&) {
-        messages.err(failure_in_flight(where_of_source(*options)).text());
-    }
+    const exit_status status = carry_out(*options, arguments, header, messages, kernel);
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
     const bool all_is_well = status == exit_status::complete || status == exit_status::in_doubt;
     return all_is_well && messages.log_is_cut_off() ? exit_status::failed : status;

@@ -275,16 +275,18 @@ result<void> sealed_file::give_name(const std::string& name, bool overwrite) {
     const signals_held_back quiet;
     const int error = overwrite ? exchange_or_rename(name)
                                 : rename_without_replacing(m_directory_fd, m_temporary.c_str(), name.c_str());
-    if (error == 0) {
-        if (m_earlier != earlier_file::has_temporary_name) {
-            m_temporary.clear();
-            forget_leftover();
-        }
-        return {};
+    const std::string place = where::destination(shown_typed(m_directory + name));
+    if (error == EEXIST) {
+        return fail(failure_code::exists, place, "exists; say -overwrite");
     }
-    std::string place = where::destination(shown_typed(m_directory + name));
-    return error == EEXIST ? fail(failure_code::exists, std::move(place), "exists; say -overwrite")
-                           : fail(failure_code::rename, std::move(place), std::strerror(error));
+    if (error != 0) {
+        return fail(failure_code::rename, place, std::strerror(error));
+    }
+    if (m_earlier != earlier_file::has_temporary_name) {
+        m_temporary.clear();
+        forget_leftover();
+    }
+    return {};
 }
 
 // The names themselves must reach the disk. If that fails, what was there before is put back.
