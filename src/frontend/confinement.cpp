@@ -12,10 +12,7 @@
 #include <cstddef>
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
 #include <linux/landlock.h>
-#include <linux/seccomp.h>
 #include <map>
 #include <memory>
 #include <sys/prctl.h>
@@ -40,15 +37,25 @@ constexpr std::uint64_t making_directories = LANDLOCK_ACCESS_FS_MAKE_DIR | LANDL
 constexpr std::uint64_t rights_on_a_file = LANDLOCK_ACCESS_FS_READ_FILE | writing_a_file;
 
 // Everything that changes the file system, starts a program, or reads.
-constexpr std::uint64_t governed =
+constexpr std::uint64_t governed_of_files =
     ((LANDLOCK_ACCESS_FS_MAKE_SYM << 1) - 1) | LANDLOCK_ACCESS_FS_REFER | access_truncate;
 
-// The rights that a version of Landlock knows.
-std::uint64_t known_rights(int version) {
-    if (version >= 3) {
-        return governed;
-    }
-    return governed & ~access_truncate & ~(version == 2 ? 0 : std::uint64_t{LANDLOCK_ACCESS_FS_REFER});
+// To bind a TCP socket and to connect one.
+constexpr std::uint64_t governed_of_tcp = 0x3;
+// To connect to an abstract socket of a process outside, and to send one a signal.
+constexpr std::uint64_t governed_of_processes = 0x3;
+
+// What each version of Landlock knows. Version 1 came with Linux 5.13, 2 with 5.19, 3 with 6.2, 4 with 6.7
+// and 6 with 6.12.
+governed_rights known_rights(int version) {
+    constexpr std::uint64_t since_version_2 = LANDLOCK_ACCESS_FS_REFER;
+    constexpr std::uint64_t since_version_3 = access_truncate;
+    governed_rights known;
+    known.files =
+        governed_of_files & ~(version < 2 ? since_version_2 : 0) & ~(version < 3 ? since_version_3 : 0);
+    known.tcp = version < 4 ? 0 : governed_of_tcp;
+    known.processes = version < 6 ? 0 : governed_of_processes;
+    return known;
 }
 
 std::string directory_of(const std::string& path) {
@@ -183,138 +190,6 @@ bool looks_into_files(const filter_list& filters) {
                        [](const filter_entry& entry) { return !entry.signature.empty(); });
 }
 
-#if defined(__x86_64__)
-constexpr std::uint32_t this_architecture = AUDIT_ARCH_X86_64;
-#elif defined(__aarch64__)
-constexpr std::uint32_t this_architecture = AUDIT_ARCH_AARCH64;
-#else
-constexpr std::uint32_t this_architecture = 0;
-#endif
-
-// Programs, other processes, the network, mounts, the kernel's modules and its own programs.
-constexpr std::array<long, 30> denied_calls = {
-    SYS_execve,
-    SYS_execveat,
-    SYS_ptrace,
-    SYS_process_vm_readv,
-    SYS_process_vm_writev,
-    SYS_socket,
-    SYS_socketpair,
-    SYS_connect,
-    SYS_bind,
-    SYS_mount,
-    SYS_umount2,
-    SYS_pivot_root,
-    SYS_move_mount,
-    SYS_fsopen,
-    SYS_open_tree,
-    SYS_fsmount,
-    SYS_fspick,
-    SYS_mount_setattr,
-    SYS_open_by_handle_at,
-    SYS_unshare,
-    SYS_setns,
-    SYS_init_module,
-    SYS_finit_module,
-    SYS_delete_module,
-    SYS_kexec_load,
-    SYS_kexec_file_load,
-    SYS_io_uring_setup,  // its rings open sockets and files without a call of their own
-    SYS_bpf,
-    SYS_perf_event_open,
-    SYS_reboot,
-};
-
-// Calls of the 32-bit twin that x86-64 has are denied: their numbers begin here.
-constexpr std::uint32_t first_twin_call = 0x40000000;
-// A bound above the numbers of today's calls.
-constexpr std::uint32_t usual_calls = 512;
-
-// The numbers from which on calls are denied, allowed, denied and so on, in rising order.
-struct call_borders {
-    std::array<std::uint32_t, 2 * denied_calls.size() + 1> numbers{};
-    std::size_t count = 0;
-};
-
-constexpr call_borders find_borders() {
-    std::array<std::uint32_t, denied_calls.size()> sorted{};
-    std::transform(denied_calls.begin(), denied_calls.end(), sorted.begin(),
-                   [](long call) { return static_cast<std::uint32_t>(call); });
-    std::sort(sorted.begin(), sorted.end());
-    call_borders borders;
-    for (const std::uint32_t call : sorted) {
-        if (borders.count == 0 || borders.numbers[borders.count - 1] != call) {
-            borders.numbers[borders.count++] = call;
-        } else {
-            --borders.count;
-        }
-        borders.numbers[borders.count++] = call + 1;
-    }
-    borders.numbers[borders.count++] = first_twin_call;
-    return borders;
-}
-
-constexpr call_borders borders = find_borders();
-constexpr std::size_t statements_before_search = 3;
-constexpr std::size_t allowing_statement = statements_before_search + borders.count;
-constexpr std::size_t denying_statement = allowing_statement + 1;
-using call_filter = std::array<sock_filter, denying_statement + 1>;
-
-constexpr sock_filter statement(unsigned code, std::uint32_t value) {
-    return {static_cast<std::uint16_t>(code), 0, 0, value};
-}
-
-// A jump of the statement at `from`, taken if the value loaded meets the condition, or else not.
-constexpr sock_filter jump(unsigned condition, std::uint32_t value, std::size_t from, std::size_t taken,
-                           std::size_t not_taken) {
-    return {static_cast<std::uint16_t>(BPF_JMP | BPF_K | condition),
-            static_cast<std::uint8_t>(taken - from - 1), static_cast<std::uint8_t>(not_taken - from - 1),
-            value};
-}
-
-// Writes, from statement `at` on, the search among borders [first, last) for a number in [low, high): one
-// statement for each border. Each looks first at the border nearest to the middle of the numbers, so that
-// most are found soon. What is answered between two borders alternates, denied after the first.
-constexpr void write_search(call_filter& filter, std::size_t at, std::size_t first, std::size_t last,
-                            std::uint32_t low, std::uint32_t high) {
-    const std::uint32_t middle = low + (high - low) / 2;
-    const auto distance = [middle](std::uint32_t number) {
-        return number < middle ? middle - number : number - middle;
-    };
-    std::size_t nearest = first;
-    for (std::size_t index = first; index < last; ++index) {
-        nearest = distance(borders.numbers[index]) < distance(borders.numbers[nearest]) ? index : nearest;
-    }
-    const std::uint32_t number = borders.numbers[nearest];
-    const auto answer_after = [](std::size_t borders_passed) {
-        return borders_passed % 2 == 0 ? allowing_statement : denying_statement;
-    };
-    const std::size_t lower = nearest > first ? at + 1 : answer_after(nearest);
-    const std::size_t upper = nearest + 1 < last ? at + 1 + (nearest - first) : answer_after(nearest + 1);
-    filter[at] = jump(BPF_JGE, number, at, upper, lower);
-    if (nearest > first) {
-        write_search(filter, lower, first, nearest, low, number);
-    }
-    if (nearest + 1 < last) {
-        write_search(filter, upper, nearest + 1, last, number, std::max(number, high));
-    }
-}
-
-// Denies `denied_calls`. Calls of another architecture have other numbers: all are denied.
-//
-// Made by the compiler, and short on the way: when the kernel takes the filter it runs it for each call that
-// there is, and every run of the program pays for that.
-constexpr call_filter make_filter() {
-    call_filter filter{};
-    filter[0] = statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch));
-    filter[1] = jump(BPF_JEQ, this_architecture, 1, 2, denying_statement);
-    filter[2] = statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr));
-    write_search(filter, statements_before_search, 0, borders.count, 0, usual_calls);
-    filter[allowing_statement] = statement(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
-    filter[denying_statement] = statement(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM);
-    return filter;
-}
-
 }  // namespace
 
 int kernel_calls::landlock_version() {
@@ -322,8 +197,8 @@ int kernel_calls::landlock_version() {
         ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION));
 }
 
-int kernel_calls::create_ruleset(const landlock_ruleset_attr& attributes) {
-    return static_cast<int>(::syscall(SYS_landlock_create_ruleset, &attributes, sizeof(attributes), 0));
+int kernel_calls::create_ruleset(const governed_rights& governed) {
+    return static_cast<int>(::syscall(SYS_landlock_create_ruleset, &governed, sizeof(governed), 0));
 }
 
 int kernel_calls::add_rule(int ruleset, const landlock_path_beneath_attr& rule) {
@@ -335,16 +210,7 @@ int kernel_calls::restrict_self(int ruleset) {
 }
 
 int kernel_calls::give_up_new_rights() {
-    if (!m_gave_up_new_rights) {
-        m_gave_up_new_rights = ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
-    }
-    return m_gave_up_new_rights ? 0 : -1;
-}
-
-int kernel_calls::filter_calls(const sock_fprog& program) {
-    // Without this flag some kernels slow the whole process down.
-    return static_cast<int>(
-        ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_SPEC_ALLOW, &program));
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 }
 
 std::vector<std::string> host_descriptions() {
@@ -378,13 +244,12 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     if (version < 1) {
         return false;
     }
-    landlock_ruleset_attr attributes{};
-    attributes.handled_access_fs = known_rights(version);
-    const owned_descriptor rules_descriptor(kernel.create_ruleset(attributes));
+    const governed_rights governed = known_rights(version);
+    const owned_descriptor rules_descriptor(kernel.create_ruleset(governed));
     if (rules_descriptor.get() < 0) {
         return false;
     }
-    ruleset rules(kernel, rules_descriptor.get(), attributes.handled_access_fs);
+    ruleset rules(kernel, rules_descriptor.get(), governed.files);
     if (files.reads_any_file) {
         rules.allow("/", reading);
     }
@@ -408,16 +273,6 @@ bool confine_files(const needed_files& files, kernel_calls& kernel) {
     }
     return rules.is_complete() && kernel.give_up_new_rights() == 0 &&
            kernel.restrict_self(rules_descriptor.get()) == 0;
-}
-
-bool deny_calls(kernel_calls& kernel) {
-    if (this_architecture == 0) {
-        return false;
-    }
-    static constexpr call_filter made = make_filter();
-    call_filter filter = made;
-    const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
-    return kernel.give_up_new_rights() == 0 && kernel.filter_calls(program) == 0;
 }
 
 }  // namespace quarry

@@ -67,7 +67,6 @@ bool parse_and_copy(quarry_opts& opts, arg_list& args, const std::string& header
     run_ctx.configure(opts.m_run, ignore_signal_text);
     if (kernel != nullptr) {
         confine_files(files_needed_by(opts), *kernel);
-        deny_calls(*kernel);
     }
     opts.m_run.m_log.log_text(header);
     if (opts.m_run.m_pipe || opts.m_run.m_enum) {

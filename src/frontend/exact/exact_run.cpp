@@ -338,7 +338,6 @@ void give_up_rights(const exact_options& options, const std::vector<std::string>
                     kernel_calls* kernel) {
     if (kernel != nullptr) {
         confine_files(files_needed_by(options, source_files), *kernel);
-        deny_calls(*kernel);
     }
 }
 

@@ -1,22 +1,30 @@
 #include "frontend/confinement.h"
 
+#include "foundation/descriptor_io.h"
 #include "support/byte_writer.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstddef>
+#include <csignal>
 #include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
-#include <linux/audit.h>
-#include <linux/filter.h>
+#include <functional>
 #include <linux/landlock.h>
-#include <linux/seccomp.h>
 #include <map>
-#include <sys/syscall.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,16 +46,15 @@ class noting_kernel : public kernel_calls {
   public:
     int m_version = 7;
     int m_rule_error = 0;
-    std::uint64_t m_governed = 0;
+    governed_rights m_governed;
     int m_rule_count = 0;
     std::map<std::string, std::uint64_t> m_rules;  // what a path was opened to, and the rights to it
     std::vector<std::string> m_order;
-    std::vector<sock_filter> m_filter;
 
     int landlock_version() override { return m_version; }
-    int create_ruleset(const landlock_ruleset_attr& attributes) override {
+    int create_ruleset(const governed_rights& governed) override {
         m_order.emplace_back("create");
-        m_governed = attributes.handled_access_fs;
+        m_governed = governed;
         return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
     int add_rule(int, const landlock_path_beneath_attr& rule) override {
@@ -63,11 +70,6 @@ class noting_kernel : public kernel_calls {
     }
     int give_up_new_rights() override {
         m_order.emplace_back("no new rights");
-        return 0;
-    }
-    int filter_calls(const sock_fprog& program) override {
-        m_order.emplace_back("filter");
-        m_filter.assign(program.filter, program.filter + program.len);
         return 0;
     }
 };
@@ -92,7 +94,7 @@ class confinement : public testing::Test {
 TEST_F(confinement, gives_sources_for_reading_and_the_directories_of_outputs_for_writing) {
     ASSERT_TRUE(confine_files(
         {.sources = {at("image"), at("missing")}, .outputs = {at("out/a"), at("out/b")}}, m_kernel));
-    EXPECT_EQ(m_kernel.m_governed, 0x7FFFU);
+    EXPECT_EQ(m_kernel.m_governed.files, 0x7FFFU);
     EXPECT_EQ(m_kernel.m_rules,
               (std::map<std::string, std::uint64_t>{{at("image"), read_a_file}, {at("out"), write_rights}}));
     EXPECT_THAT(m_kernel.m_order, ElementsAre("create", "no new rights", "restrict"));
@@ -130,11 +132,22 @@ TEST_F(confinement, gives_the_nearest_directory_for_an_output_whose_own_does_not
 TEST_F(confinement, asks_an_older_kernel_only_for_what_it_knows) {
     m_kernel.m_version = 1;
     ASSERT_TRUE(confine_files({.outputs = {at("out/a")}}, m_kernel));
-    EXPECT_EQ(m_kernel.m_governed, 0x1FFFU);
+    EXPECT_EQ(m_kernel.m_governed.files, 0x1FFFU);
     EXPECT_EQ(rights_to("out"), 0x0122U);
     m_kernel.m_version = 2;
     ASSERT_TRUE(confine_files({}, m_kernel));
-    EXPECT_EQ(m_kernel.m_governed, 0x3FFFU);
+    EXPECT_EQ(m_kernel.m_governed.files, 0x3FFFU);
+}
+
+TEST_F(confinement, asks_a_newer_kernel_for_tcp_and_other_processes_too) {
+    for (const auto& [version, tcp, processes] :
+         {std::array{3, 0, 0}, std::array{4, 3, 0}, std::array{5, 3, 0}, std::array{6, 3, 3},
+          std::array{7, 3, 3}}) {
+        m_kernel.m_version = version;
+        ASSERT_TRUE(confine_files({}, m_kernel));
+        EXPECT_EQ(m_kernel.m_governed.tcp, static_cast<std::uint64_t>(tcp)) << version;
+        EXPECT_EQ(m_kernel.m_governed.processes, static_cast<std::uint64_t>(processes)) << version;
+    }
 }
 
 // Each rule is time that every run pays.
@@ -265,82 +278,122 @@ TEST(files_needed, are_any_where_a_path_a_walk_or_a_signature_may_name_them) {
     EXPECT_FALSE(files_needed_by(name).reads_any_file);
 }
 
-// What a filter answers for one call, worked through as the kernel does.
-std::uint32_t answer_of(const std::vector<sock_filter>& filter, std::uint32_t architecture,
-                        std::uint32_t call) {
-    std::uint32_t value = 0;
-    for (std::size_t index = 0; index < filter.size(); ++index) {
-        const sock_filter& step = filter[index];
-        switch (step.code) {
-            case BPF_LD | BPF_W | BPF_ABS:
-                value = step.k == offsetof(seccomp_data, arch) ? architecture : call;
-                break;
-            case BPF_JMP | BPF_JEQ | BPF_K:
-                index += value == step.k ? step.jt : step.jf;
-                break;
-            case BPF_JMP | BPF_JGE | BPF_K:
-                index += value >= step.k ? step.jt : step.jf;
-                break;
-            case BPF_RET | BPF_K:
-                return step.k;
-            default:
-                ADD_FAILURE() << "a step of code " << step.code;
-                return 0;
-        }
-    }
-    ADD_FAILURE() << "a filter without an end";
-    return 0;
-}
+// Something that a process taken over might do.
+struct attempt {
+    const char* what;
+    int stopped_since;                 // the version of Landlock
+    std::function<void()> prepare;     // before rights are given up
+    std::function<bool()> has_effect;  // after
+};
 
-#if defined(__x86_64__)
-TEST(denied_calls, are_programs_sockets_mounts_modules_and_other_processes) {
-    noting_kernel kernel;
-    ASSERT_TRUE(deny_calls(kernel));
-    EXPECT_THAT(kernel.m_order, ElementsAre("no new rights", "filter"));
-    constexpr std::uint32_t denied = SECCOMP_RET_ERRNO | EPERM;
-    for (const int call : {SYS_execve, SYS_execveat, SYS_socket, SYS_ptrace, SYS_mount, SYS_init_module,
-                           SYS_finit_module, SYS_bpf, SYS_reboot, SYS_io_uring_setup, SYS_kexec_file_load,
-                           SYS_open_by_handle_at, SYS_mount_setattr, SYS_fspick, SYS_fsmount}) {
-        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, static_cast<std::uint32_t>(call)), denied)
-            << call;
-    }
-    for (const int call : {SYS_read, SYS_pread64, SYS_openat, SYS_write, SYS_rename, SYS_unlink, SYS_ioctl,
-                           SYS_exit_group, SYS_statx, SYS_getdents64, SYS_clone, SYS_futex}) {
-        EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, static_cast<std::uint32_t>(call)),
-                  SECCOMP_RET_ALLOW)
-            << call;
-    }
-    // Each number is found, and none beside it.
-    const auto is_denied = [&](std::uint32_t call) {
-        return answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, call) == denied;
-    };
-    std::size_t count = 0;
-    for (std::uint32_t call = 0; call < 1000; ++call) {
-        count += is_denied(call) ? 1U : 0U;
-    }
-    EXPECT_EQ(count, 30U);
-    // The same numbers mean other calls to the 32-bit kinds of the processor.
-    EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_I386, SYS_read), denied);
-    EXPECT_EQ(answer_of(kernel.m_filter, AUDIT_ARCH_X86_64, 0x40000000U + SYS_read), denied);
-}
-#endif
-
-TEST(denied_calls, fail_in_a_process_that_gave_them_up) {
+// In a process of its own, since none of it can be taken back.
+bool has_effect_in_a_child(const attempt& tried, bool confined) {
     const ::pid_t child = ::fork();
     if (child == 0) {
+        tried.prepare();
         kernel_calls kernel;
-        const bool denied = deny_calls(kernel);
-        char* const no_words[] = {nullptr};
-        errno = 0;
-        ::execve("/", no_words, no_words);
-        // Where nothing is denied a directory is no program: EACCES.
-        ::_exit(denied && errno == EPERM ? 0 : !denied && errno == EACCES ? 1 : 2);
+        if (confined && confine_files({.reads_any_file = true}, kernel) != (kernel.landlock_version() >= 1)) {
+            ::_exit(2);
+        }
+        ::_exit(tried.has_effect() ? 1 : 0);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << tried.what << status;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+}
+
+// A child that waits until its parent ends.
+::pid_t waiting_child() {
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) {
+        return -1;
+    }
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        ::close(ends[1]);
+        char nothing = 0;
+        ::_exit(::read(ends[0], &nothing, 1) == 0 ? 0 : 1);
+    }
+    return child;
+}
+
+bool starts_a_program() {
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        ::execl("/bin/true", "true", static_cast<char*>(nullptr));
+        ::_exit(1);
+    }
+    int status = 1;
+    ::waitpid(child, &status, 0);
+    return status == 0;
+}
+
+// Whether the kernel looks for the other end, which is nowhere, instead of refusing to.
+bool calls_a_tcp_port() {
+    ::sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    address.sin_port = ::htons(9);
+    const owned_descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return socket.get() >= 0 &&
+           (::connect(socket.get(), reinterpret_cast<const ::sockaddr*>(&address), sizeof(address)) == 0 ||
+            errno == ECONNREFUSED);
+}
+
+bool waits_at_a_tcp_port() {
+    ::sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    const owned_descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return socket.get() >= 0 &&
+           ::bind(socket.get(), reinterpret_cast<const ::sockaddr*>(&address), sizeof(address)) == 0;
+}
+
+// An abstract socket of this process.
+::sockaddr_un abstract_address() {
+    ::sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = "quarry-test-" + std::to_string(::getppid()) + "-" + std::to_string(::getpid());
+    std::copy(name.begin(), name.end(), address.sun_path + 1);
+    return address;
+}
+
+TEST(a_confined_process, does_not_what_landlock_governs_and_what_it_does_elsewhere) {
+    const temp_dir dir;
+    const ::sockaddr_un abstract = abstract_address();
+    const auto* const abstract_bytes = reinterpret_cast<const ::sockaddr*>(&abstract);
+    const owned_descriptor listening(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(::bind(listening.get(), abstract_bytes, sizeof(abstract)), 0);
+    ASSERT_EQ(::listen(listening.get(), 2), 0);
+    ::pid_t other = -1;
+    const auto nothing = [] {};
+    const auto start_other = [&other] { other = waiting_child(); };
+    const std::vector<attempt> attempts = {
+        {"start a program", 1, nothing, starts_a_program},
+        {"trace a process", 1, start_other,
+         [&] { return other > 0 && ::ptrace(PTRACE_SEIZE, other, nullptr, nullptr) == 0; }},
+        // In namespaces of its own, so that it is allowed to whoever runs the tests and seen by nobody.
+        {"mount", 1, [] { static_cast<void>(::unshare(CLONE_NEWUSER | CLONE_NEWNS)); },
+         [&] { return ::mount("none", dir.path().c_str(), "tmpfs", 0, nullptr) == 0; }},
+        {"connect by TCP", 4, nothing, calls_a_tcp_port},
+        {"bind a TCP port", 4, nothing, waits_at_a_tcp_port},
+        {"send a signal", 6, start_other, [&] { return other > 0 && ::kill(other, SIGURG) == 0; }},
+        {"connect to an abstract socket", 6, nothing,
+         [&] {
+             const owned_descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+             return ::connect(socket.get(), abstract_bytes, sizeof(abstract)) == 0;
+         }},
+    };
     kernel_calls kernel;
-    EXPECT_LE(WEXITSTATUS(status), 1) << "neither denied nor absent";
+    const int version = kernel.landlock_version();
+    for (const attempt& tried : attempts) {
+        // A host may have other reasons to refuse: no loopback, no namespaces for ordinary users.
+        const bool otherwise = has_effect_in_a_child(tried, false);
+        EXPECT_EQ(has_effect_in_a_child(tried, true), otherwise && version < tried.stopped_since)
+            << tried.what;
+    }
+    EXPECT_TRUE(has_effect_in_a_child(attempts.front(), false)) << "nothing can be shown here";
 }
 
 }  // namespace
