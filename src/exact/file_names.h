@@ -27,14 +27,19 @@ struct four_times {
     std::uint64_t accessed = 0;
 };
 
+inline constexpr std::uint8_t posix_name_space = 0;
+inline constexpr std::uint8_t win32_name_space = 1;
+inline constexpr std::uint8_t dos_name_space = 2;
+inline constexpr std::uint8_t win32_and_dos_name_space = 3;
+
 struct file_name {
     std::u16string name;
-    reference parent;             // the directory
-    std::uint8_t name_space = 0;  // 0 POSIX, 1 Win32, 2 DOS, 3 Win32 and DOS
+    reference parent;  // the directory
+    std::uint8_t name_space = posix_name_space;
     four_times times;
 
     // A name that was made for programs that know 8 letters and an extension of 3.
-    [[nodiscard]] bool is_short() const { return name_space == 2; }
+    [[nodiscard]] bool is_short() const { return name_space == dos_name_space; }
 };
 
 // "posix", "win32", "dos", "win32+dos"; the number for any other.

@@ -18,7 +18,6 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::uint8_t dos_name_space = 2;
 // Directories above the one that is listed that are kept open, so that most need not be read twice.
 constexpr std::size_t most_kept_open = 16;
 // Records of a directory that is kept open; one with more, in thousands of fragments, is read again.

@@ -18,7 +18,6 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::uint8_t dos_name_space = 2;
 constexpr unsigned most_links = 64;
 // More names than a path of the system has room for. The targets of links that follow each other could ask
 // for hundreds of thousands.
@@ -40,16 +39,24 @@ result<attribute_set> attributes_of(const exact_volume& volume, reference file, 
     });
 }
 
-// The name that belongs to a key: a short one belongs to a long one in the same directory.
+// The name that belongs to a key: a short one belongs to the Win32 name in the same directory, not to a hard
+// link there, which is a POSIX name. Where there is no Win32 name, any long one there serves.
 std::u16string long_name_of(const attribute_set& file, const index_key& key) {
     if (key.name_space != dos_name_space) {
         return key.name;
     }
     const std::vector<file_name> names = names_of_file(file);
-    const auto found = std::find_if(names.begin(), names.end(), [&](const file_name& each) {
-        return !each.is_short() && each.parent.entry == key.parent.entry;
-    });
-    return found == names.end() ? key.name : found->name;
+    const auto long_one_of = [&](std::uint8_t name_space) {
+        return std::find_if(names.begin(), names.end(), [&](const file_name& each) {
+            return each.name_space == name_space && each.parent.entry == key.parent.entry;
+        });
+    };
+    for (const std::uint8_t name_space : {win32_name_space, posix_name_space, win32_and_dos_name_space}) {
+        if (const auto found = long_one_of(name_space); found != names.end()) {
+            return found->name;
+        }
+    }
+    return key.name;
 }
 
 class walk {

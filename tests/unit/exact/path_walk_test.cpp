@@ -161,6 +161,16 @@ TEST(path_walk, gives_the_long_names_of_all_that_were_named_by_short_ones) {
               (std::vector<std::u16string>{u"Long directory", u"ONLY~1.TXT"}));
 }
 
+TEST(path_walk, gives_no_hard_link_of_the_same_directory_for_a_short_name) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a link.txt")
+        .name_space(posix_namespace)
+        .hard_link("long name.txt", 5)
+        .hard_link("LONGNA~1.TXT", 5, dos_namespace);
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.walk("/LONGNA~1.TXT").value().names, std::vector<std::u16string>{u"long name.txt"});
+}
+
 TEST(path_walk, prefers_the_same_units_among_names_that_differ_in_case) {
     volume_builder volume(with_system_files());
     const std::uint64_t large = volume.add_file("A.txt").name_space(0).entry();
