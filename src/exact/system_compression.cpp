@@ -227,8 +227,11 @@ class chunk_collector {
         return begun ? m_windows.finish() : begun;
     }
 
-    // What comes after the windows so far has failed.
-    [[nodiscard]] result<void> finish_with(failure why) { return m_windows.finish_with(std::move(why)); }
+    // What comes after the chunks so far has failed.
+    [[nodiscard]] result<void> finish_with(failure why) {
+        result<void> begun = begin_window();
+        return begun ? m_windows.finish_with(std::move(why)) : begun;
+    }
 
   private:
     [[nodiscard]] result<void> begin_window() {
@@ -238,7 +241,7 @@ class chunk_collector {
         }
         window.stored.resize(static_cast<std::size_t>(window.stored_bytes));
         if (result<void> came = read_chunks(window); !came) {
-            return finish_with(std::move(came.error()));
+            return m_windows.finish_with(std::move(came.error()));
         }
         window.plain.resize(static_cast<std::size_t>(window.plain_bytes));
         return m_windows.begin_current();

@@ -285,7 +285,8 @@ TEST(system_compression, fails_if_offsets_fall_or_lead_past_the_end) {
     EXPECT_EQ(failure_of(8193, offsets(size, 0xFFFFFFFF)),
               where + ": chunk 1: ends at byte 4294967295, begins at byte 265; all chunks have 531");
     EXPECT_EQ(failure_of(8193, offsets(size, 531)), where + ": chunk 2: has 0 bytes for 1");
-    EXPECT_EQ(failure_of(8193, offsets(size, 529)), where + ": chunk 2: has 2 bytes for 1");
+    EXPECT_EQ(failure_of(8193, concat({offsets(size, 2 * size), to_bytes("!")})),
+              where + ": chunk 2: has 2 bytes for 1");
 }
 
 TEST(system_compression, fails_if_a_chunk_is_longer_than_what_it_is_for) {
@@ -293,6 +294,12 @@ TEST(system_compression, fails_if_a_chunk_is_longer_than_what_it_is_for) {
     EXPECT_EQ(failure_of(4096, bytes(4097)), where + ": chunk 0: has 4097 bytes for 4096");
     EXPECT_EQ(failure_of(4097, concat({from_hex("01 10 00 00"), bytes(4098)})),
               where + ": chunk 0: has 4097 bytes for 4096");
+}
+
+TEST(system_compression, fails_at_the_first_of_two_damaged_chunks) {
+    // Chunk 0 is too short for its code, and chunk 1 ends before it begins.
+    const bytes stored = concat({byte_writer().u32(0, 10).u32(4, 9).take(), bytes(100)});
+    EXPECT_EQ(failure_of(8193, stored), where + ": chunk 0: it ends inside of its code lengths");
 }
 
 TEST(system_compression, fails_at_the_chunk_that_does_not_decode) {
