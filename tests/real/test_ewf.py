@@ -69,6 +69,16 @@ def test_many_segments_are_one_disk(disk, contents, exact, scratch):
     assert exact.whole(segments[0], "-cluster", 0, 1535) == disk.read_bytes()[START:START + 1535 * CLUSTER]
 
 
+def test_no_word_goes_into_a_segment_that_a_shell_opened_for_output(disk, scratch):
+    segments = acquire(disk, scratch / "image", segment="1MiB")
+    before = segments[1].read_bytes()
+    with open(segments[1], "ab") as output:
+        done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", segments[0], "-src", "/text.txt", "-dst", scratch / "copy"],
+                              stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.PIPE, timeout=120, check=False)
+    assert (done.returncode, done.stderr) == (2, b"err: standard output is the source\n")
+    assert segments[1].read_bytes() == before
+
+
 def test_a_missing_segment_is_told_when_the_image_is_opened(disk, exact, scratch):
     segments = acquire(disk, scratch / "image", segment="1MiB")
     for missing in segments[1:]:

@@ -118,14 +118,16 @@ def test_the_volume_is_taken_from_a_partition_device(volume, contents):
 
 
 @pytest.mark.parametrize("stream", ["stdout", "stderr"])
-def test_no_word_goes_into_a_source_that_a_shell_opened_for_output(volume, stream):
+@pytest.mark.parametrize("task", [("-src", "/two.txt", "-dst", "copy"), ("-list", "/"), ("-volumes",), ("-path", "/two.txt")],
+                         ids=lambda task: task[0])
+def test_no_word_goes_into_a_source_that_a_shell_opened_for_output(volume, stream, task):
     before = volume.image.read_bytes()
-    for task in (("-src", "/two.txt", "-dst", volume.image.parent / "copy"), ("-list", "/"), ("-volumes",)):
-        with open(volume.image, "r+b") as source:
-            streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, stream: source}
-            done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", volume.image, *task],
-                                  stdin=subprocess.DEVNULL, timeout=120, check=False, **streams)
-        assert done.returncode == 2
-        assert stream == "stderr" or done.stderr == b"err: standard output is the source\n"
-        assert volume.image.read_bytes() == before
-        assert not (volume.image.parent / "copy").exists()
+    why = b'"-path" is no option' if task[0] == "-path" else b"standard output is the source"
+    with open(volume.image, "r+b") as source:
+        streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, stream: source}
+        done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", volume.image, *task], cwd=volume.image.parent,
+                              stdin=subprocess.DEVNULL, timeout=120, check=False, **streams)
+    assert done.returncode == 2
+    assert stream == "stderr" or done.stderr == b"err: " + why + b"\n"
+    assert volume.image.read_bytes() == before
+    assert not (volume.image.parent / "copy").exists()

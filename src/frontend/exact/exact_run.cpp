@@ -346,10 +346,10 @@ tl::expected<void, ended> look_at_source_files(const result<std::vector<std::str
                         : end_with(exit_status::not_opened, source_files.error());
 }
 
-// The descriptor of standard output or standard error that leads into the source, standard error first.
-std::optional<int> stream_on_source(const exact_options& options) {
+// The descriptor of standard output or standard error that leads into one of the files, standard error first.
+std::optional<int> stream_into(const std::vector<std::string>& files) {
     output_guard guard;
-    guard.add_sources(options.source.paths);
+    guard.add_sources(files);
     for (const int stream : {STDERR_FILENO, STDOUT_FILENO}) {
         const std::string path = "/proc/self/fd/" + std::to_string(stream);
         if (guard.look_at(path, output_kind::report) == output_verdict::source) {
@@ -360,12 +360,12 @@ std::optional<int> stream_on_source(const exact_options& options) {
 }
 
 // Everything after the command line was understood.
-exit_status carry_out(const exact_options& options, const arg_list& arguments, const std::string& header,
-                      exact_messages& messages, kernel_calls* kernel) {
+exit_status carry_out(const exact_options& options, const result<std::vector<std::string>>& source_files,
+                      const arg_list& arguments, const std::string& header, exact_messages& messages,
+                      kernel_calls* kernel) {
     messages.set_quiet(options.quiet);
     output_guard guard;
     guard.add_sources(options.source.paths);
-    const auto source_files = files_of_source(options.source);
     guard.add_sources(source_files.value_or(options.source.paths));
     list_lines lines(read_standard_input);
     std::unique_ptr<manifest> evidence;
@@ -399,14 +399,16 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
         print_exact_help();
         return exit_status::complete;
     }
-    if (options) {
-        if (const auto written = stream_on_source(*options)) {
-            // Where the words would go into the source there are none.
-            if (*written != STDERR_FILENO) {
-                std::fputs("err: standard output is the source\n", stderr);
-            }
-            return exit_status::refused;
+    // A command line that was not understood may name its source in any word.
+    const auto source_files = options ? files_of_source(options->source) : arguments;
+    const std::vector<std::string>& named = options ? options->source.paths : arguments;
+    if (const auto written = stream_into(source_files.value_or(named))) {
+        // Where the words would go into the source there are none.
+        if (*written != STDERR_FILENO) {
+            const std::string why = options ? "standard output is the source" : options.error().text;
+            std::fputs(("err: " + why + "\n").c_str(), stderr);
         }
+        return exit_status::refused;
     }
     const std::string header = run_header(arguments, started);
     // The lines of a listing have standard output for themselves; the log has the header.
@@ -422,7 +424,7 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
     if (!options->quiet) {
         messages.status_line().start(terminal_of_messages(), options->pipe);
     }
-    const exit_status status = carry_out(*options, arguments, header, messages, kernel);
+    const exit_status status = carry_out(*options, source_files, arguments, header, messages, kernel);
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
     const bool all_is_well = status == exit_status::complete || status == exit_status::in_doubt;
     return all_is_well && messages.log_is_cut_off() ? exit_status::failed : status;
