@@ -11,7 +11,7 @@ endif()
 
 option(QUARRY_WERROR "Treat warnings as errors" ON)
 set(QUARRY_SANITIZE "" CACHE STRING "Sanitizers for all targets, such as address,undefined")
-option(QUARRY_COVERAGE "Instrument for gcov" OFF)
+option(QUARRY_COVERAGE "Count with clang which lines and conditions are reached" OFF)
 
 # Headers that most files of a target include are read once for all of them, which takes half of the time of many.
 # A build without this shows where an include is missing; with TESTS, those of src/ show still. ccache stores little of
@@ -42,8 +42,11 @@ if(QUARRY_SANITIZE)
   add_link_options(-fsanitize=${QUARRY_SANITIZE})
 endif()
 if(QUARRY_COVERAGE)
-  add_compile_options(--coverage)
-  add_link_options(--coverage)
+  # The counts are a file that is mapped from the start (%c), one for each program (%m): a run that a signal ends is
+  # counted too, and so is one that may write no other file any more.
+  add_compile_options("-fprofile-instr-generate=${CMAKE_BINARY_DIR}/counts/%m%c.profraw" -fcoverage-mapping
+    "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate)
 endif()
 
 # A build from a cache of compiled files is only a convenience: without ccache nothing changes.

@@ -16,7 +16,7 @@ option(QUARRY_CONFINE "Let the program give up rights that it does not need, in 
 
 # The program and the tests that look at what it may do are told.
 function(quarry_tell_confinement target)
-  if(QUARRY_CONFINE AND NOT QUARRY_SANITIZE AND NOT QUARRY_FUZZ AND NOT QUARRY_COVERAGE)
+  if(QUARRY_CONFINE AND NOT QUARRY_SANITIZE AND NOT QUARRY_FUZZ)
     target_compile_definitions(${target} PRIVATE QUARRY_CONFINE)
   endif()
 endfunction()

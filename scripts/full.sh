@@ -8,6 +8,7 @@
 #   oracle    a million damaged volumes, each copy of the exact mode judged by the second reader, some 30 minutes
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
 #   package   scripts/package.sh --compile: the source tarball compiled too, some 5 minutes
+#   coverage  scripts/coverage.sh: the lines and branches of the exact mode that the tests reach, a build of its own
 #   tidy      scripts/lint.sh deep: the static analyzer without the bound that it has there otherwise, 10 minutes
 #
 # Usage: scripts/full.sh [--install] [PART...]      all of them unless told otherwise; each runs, whatever the others found
@@ -20,7 +21,7 @@ if [ "${1:-}" = --install ]; then
     shift
 fi
 parts=("$@")
-[ $# -gt 0 ] || parts=(servers devices package damage oracle fuzz tidy)
+[ $# -gt 0 ] || parts=(servers devices package damage oracle fuzz coverage tidy)
 cd "$QUARRY_ROOT"
 
 servers() {
@@ -50,8 +51,9 @@ for part in "${parts[@]}"; do
         damage) scripts/damage.sh 200000 || failed+=("$part") ;;
         oracle) oracle || failed+=("$part") ;;
         fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
+        coverage) scripts/coverage.sh || failed+=("$part") ;;
         tidy) scripts/lint.sh deep || failed+=("$part") ;;
-        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [oracle] [fuzz] [tidy]" >&2; exit 2 ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [oracle] [fuzz] [coverage] [tidy]" >&2; exit 2 ;;
     esac
 done
 if [ ${#failed[@]} -gt 0 ]; then

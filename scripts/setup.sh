@@ -10,7 +10,7 @@ groups=("$@")
 [ $# -gt 0 ] || groups=(build test docs demo)
 case ${1:-} in
     ci) groups=(build test docs demo clang lint package valgrind) ;;
-    all) groups=(build test docs demo clang lint package valgrind cluster coverage bench) ;;
+    all) groups=(build test docs demo clang lint package valgrind cluster bench) ;;
 esac
 quarry_install "${groups[@]}"
 quarry_say "in place: ${groups[*]}"

@@ -15,7 +15,7 @@ preset=${1:-release}
 [ $# -eq 0 ] || shift
 groups=(build test)
 case $preset in
-    clang | sanitizers) groups+=(clang) ;;
+    clang | sanitizers | coverage) groups+=(clang) ;;
     # What the documents show is tried on these.
     release | debug) groups+=(docs) ;;
 esac

@@ -29,7 +29,6 @@ quarry_packages() {
         lint) echo clang-format clang-tidy git python3 shellcheck ;;
         valgrind) echo valgrind ntfs-3g xz-utils coreutils ;;
         bench) echo libbenchmark-dev time python3-matplotlib ;;
-        coverage) echo gcovr ;;
         *) echo "unknown package group: $1" >&2; return 1 ;;
     esac
 }
@@ -91,13 +90,10 @@ quarry_build() {
     cmake --build "$QUARRY_ROOT/build/$preset" --target "$target" -- --quiet
 }
 
-# Empty counts for an instrumented build, which every user may add to: some tests run the program as an ordinary one,
-# and it complains on standard error where it cannot leave its counts.
+# Empty counts for a coverage build, which every user may add to: some tests run the program as an ordinary one, and it
+# complains on standard error where it cannot map its counts. They are made by the first run of the program.
 quarry_reset_counts() {
-    find "$1" -name '*.gcda' -delete
-    find "$1" -name '*.gcno' -print0 | while IFS= read -r -d '' notes; do
-        install -m 666 /dev/null "${notes%.gcno}.gcda"
-    done
+    rm -rf "$1/counts" && mkdir -m 1777 "$1/counts" && (umask 0 && "$1/src/quarry" -help >/dev/null 2>&1)
 }
 
 quarry_test() {

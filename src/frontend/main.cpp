@@ -6,7 +6,7 @@
 
 namespace {
 
-// Sanitizers look at the process from outside of it, and counts of coverage are left in files of their own.
+// Sanitizers look at the process from outside of it.
 #ifdef QUARRY_CONFINE
 constexpr bool gives_up_rights = true;
 #else
