@@ -35,9 +35,22 @@ bool vmdk_disk::add_file(const std::wstring& path) {
     if (!file->open(path, m_writable)) {
         return false;
     }
+    keep(std::move(file));
+    return true;
+}
+
+bool vmdk_disk::add_open_file(const std::wstring& path, int descriptor) {
+    auto file = std::make_unique<vmdk_file>();
+    if (!file->open_duplicate(path, descriptor)) {
+        return false;
+    }
+    keep(std::move(file));
+    return true;
+}
+
+void vmdk_disk::keep(std::unique_ptr<vmdk_file> file) {
     std::string cid = file->m_cid;
     m_files.try_emplace(std::move(cid), std::move(file));
-    return true;
 }
 
 bool vmdk_disk::link() {

@@ -31,6 +31,8 @@ class vmdk_disk final : public byte_source {
     // that is no sparse file or cannot be opened.
     [[nodiscard]] bool add_files(const std::vector<std::wstring>& list);
     [[nodiscard]] bool add_file(const std::wstring& path);
+    // The same for a file that the caller has open; see vmdk_file::open_duplicate.
+    [[nodiscard]] bool add_open_file(const std::wstring& path, int descriptor);
 
     // Makes the chain out of the files. False if there is no base, or a parent that is not among them.
     [[nodiscard]] bool link();
@@ -74,6 +76,8 @@ class vmdk_disk final : public byte_source {
     std::vector<vmdk_file*> m_chain;  // the base first, then each child
 
   private:
+    void keep(std::unique_ptr<vmdk_file> file);
+
     // Where an offset of the disk is found.
     struct place {
         vmdk_file* m_holder = nullptr;  // null if no file holds it

@@ -33,6 +33,17 @@ bool vmdk_file::open(const std::wstring& path, bool writable) {
     m_path_utf8 = narrow(path);
     m_writable = writable;
     m_fd = writable ? uni::open_file(m_path_utf8, O_RDWR, 0606) : uni::open_file(m_path_utf8, O_RDONLY, 0404);
+    return take_metadata();
+}
+
+bool vmdk_file::open_duplicate(const std::wstring& path, int descriptor) {
+    m_path = path;
+    m_path_utf8 = narrow(path);
+    m_fd = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    return take_metadata();
+}
+
+bool vmdk_file::take_metadata() {
     try {
         m_ok = parse_metadata(m_fd);
     } catch (const std::bad_alloc&) {

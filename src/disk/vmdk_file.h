@@ -36,6 +36,9 @@ class vmdk_file : public vmdk_descriptor {
     // one that cannot be read, and one whose grains or tables have no size or a size beyond 64 bits. After
     // false the object is of no further use, but for its path.
     [[nodiscard]] bool open(const std::wstring& path, bool writable);
+    // The same for a file that is open for reading already; `path` only names it. The descriptor stays the
+    // caller's: the object works on a duplicate.
+    [[nodiscard]] bool open_duplicate(const std::wstring& path, int descriptor);
 
     // Size of the virtual disk in bytes; 0 unless `m_ok`. What leaves 64 bits is the largest number.
     [[nodiscard]] std::uint64_t capacity_bytes() const;
@@ -77,6 +80,7 @@ class vmdk_file : public vmdk_descriptor {
     std::wstring m_path;
 
   private:
+    [[nodiscard]] bool take_metadata();
     [[nodiscard]] bool parse_metadata(int descriptor);
     [[nodiscard]] bool read_header(const metadata_source& file);
     [[nodiscard]] bool read_descriptor(const metadata_source& file);

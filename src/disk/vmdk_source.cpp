@@ -58,11 +58,11 @@ bool is_one_chain(const std::vector<vmdk_file*>& chain, std::size_t files) {
 
 }  // namespace
 
-std::unique_ptr<vmdk_source> vmdk_source::open(const std::vector<std::wstring>& files, std::string& why) {
+std::unique_ptr<vmdk_source> vmdk_source::open(const std::vector<open_vmdk_file>& files, std::string& why) {
     auto source = std::make_unique<vmdk_source>();
-    for (const std::wstring& path : files) {
-        if (!source->m_disk.add_file(path)) {
-            why = narrow(path) + " is no sparse VMDK file that can be read";
+    for (const open_vmdk_file& file : files) {
+        if (!source->m_disk.add_open_file(file.path, file.descriptor)) {
+            why = narrow(file.path) + " is no sparse VMDK file that can be read";
             return nullptr;
         }
     }

@@ -17,11 +17,18 @@
 
 namespace quarry {
 
+// A file of a chain, which the caller has open for reading. The path only names it.
+struct open_vmdk_file {
+    std::wstring path;
+    int descriptor = -1;
+};
+
 class vmdk_source final : public byte_source {
   public:
-    // Opens the files, which may be in any order. Null if they are no whole, sound chain; `why` then says
-    // which file breaks which rule.
-    [[nodiscard]] static std::unique_ptr<vmdk_source> open(const std::vector<std::wstring>& files,
+    // Reads the files, which may be in any order, by duplicates of their descriptors: no path is opened, so
+    // that the files that the caller watches are those that are read. Null if they are no whole, sound chain;
+    // `why` then says which file breaks which rule.
+    [[nodiscard]] static std::unique_ptr<vmdk_source> open(const std::vector<open_vmdk_file>& files,
                                                            std::string& why);
 
     // A grain that no file holds is zeros. One that its file names and does not have is an error, EIO.

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -57,7 +58,7 @@ bool is_ewf(const std::string& path) {
     return file != nullptr && file->read(head, 0).bytes == head.size() && begins_as_ewf(byte_view(head));
 }
 
-// Opens the files themselves, so that it is seen if they change.
+// Opens the files themselves, so that it is seen if they change. Of a chain they are what is read too.
 result<void> watch(opened_source& source, const std::vector<std::string>& files) {
     for (const std::string& path : files) {
         auto file = open_file(path);
@@ -120,14 +121,16 @@ result<opened_source> open_chain(const std::vector<std::string>& paths) {
     if (auto opened = watch(source, paths); !opened) {
         return passed_on(opened);
     }
-    std::vector<std::wstring> wide;
-    for (const std::string& path : paths) {
-        if (!utf8_to_wide(wide.emplace_back(), path)) {
-            return cannot_open(path, "cannot be opened: the path is not UTF-8");
+    std::vector<open_vmdk_file> files;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        std::wstring wide;
+        if (!utf8_to_wide(wide, paths[i])) {
+            return cannot_open(paths[i], "cannot be opened: the path is not UTF-8");
         }
+        files.push_back({std::move(wide), source.files[i]->descriptor()});
     }
     std::string why;
-    source.bytes = vmdk_source::open(wide, why);
+    source.bytes = vmdk_source::open(files, why);
     if (source.bytes == nullptr) {
         return fail(failure_code::vmdk, where::source(source.shown_path), shown_typed(why));
     }

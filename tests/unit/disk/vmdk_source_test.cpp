@@ -1,5 +1,6 @@
 #include "disk/vmdk_source.h"
 
+#include "disk/file_source.h"
 #include "support/plain_vmdk_chain.h"
 #include "support/temp_dir.h"
 #include "support/vmdk_builder.h"
@@ -27,9 +28,27 @@ class chain {
         }
     }
     [[nodiscard]] std::string fault() {
+        open();
         std::string why;
-        m_source = vmdk_source::open(m_paths, why);
+        m_source = vmdk_source::open(m_open, why);
         return m_source ? "" : why;
+    }
+    void open() {
+        m_open.clear();
+        m_files.clear();
+        for (const std::wstring& path : m_paths) {
+            int error = 0;
+            m_files.push_back(file_source::open(std::filesystem::path(path), error));
+            ASSERT_EQ(error, 0);
+            m_open.push_back({path, m_files.back()->descriptor()});
+        }
+    }
+    // What the files that are open already hold.
+    [[nodiscard]] std::unique_ptr<vmdk_source> source_of_open_files() const {
+        std::string why;
+        auto source = vmdk_source::open(m_open, why);
+        EXPECT_EQ(why, "");
+        return source;
     }
     [[nodiscard]] vmdk_source& source() {
         EXPECT_EQ(fault(), "");
@@ -40,6 +59,8 @@ class chain {
   private:
     temp_dir m_dir;
     std::vector<std::wstring> m_paths;
+    std::vector<std::unique_ptr<file_source>> m_files;
+    std::vector<open_vmdk_file> m_open;
     std::unique_ptr<vmdk_source> m_source;
 };
 
@@ -74,6 +95,19 @@ TEST(vmdk_source, gives_the_grains_of_the_newest_file_that_has_them) {
     bytes part(5000, 0xEE);
     EXPECT_EQ(source.read(part, 4000).bytes, 5000u);
     EXPECT_TRUE(part == bytes(disk.begin() + 4000, disk.begin() + 9000));
+}
+
+TEST(vmdk_source, reads_the_files_that_are_open_whatever_their_paths_lead_to_now) {
+    chain files({base(), snapshot()});
+    files.open();
+    base().put(0, pattern(4096, 9)).write(files.dir() / "new.vmdk");
+    std::filesystem::rename(files.dir() / "new.vmdk", files.dir() / "0.vmdk");
+    std::filesystem::remove(files.dir() / "1.vmdk");
+    const auto source = files.source_of_open_files();
+    ASSERT_TRUE(source);
+    bytes disk(2 * 4096);
+    EXPECT_EQ(source->read(disk, 0).bytes, disk.size());
+    EXPECT_EQ(disk, concat({pattern(4096, 1), pattern(4096, 3)}));
 }
 
 TEST(vmdk_source, ends_with_its_capacity) {
