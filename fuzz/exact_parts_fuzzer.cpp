@@ -126,7 +126,7 @@ void read_options(input_bytes& input) {
     words.push_back(std::move(word));
     const auto options = parse_exact_options(words);
     const bool has_task = options && (options->help || options->volumes || options->verify_source ||
-                                      options->list || options->pipe || options->object);
+                                      options->listing || options->pipe || options->object);
     expect(options ? has_task : !options.error().text.empty());
 }
 

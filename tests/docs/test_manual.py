@@ -27,19 +27,20 @@ def sources_of_frontend():
 
 
 def options_of_exact_mode(state=""):
-    """Those of its own table, and the rows of the sources that have no hint to something else."""
+    """Those of its own table and of the listings, and the rows of the sources that have no hint to something else."""
     table = text_of("src", "frontend", "exact", "option_table.cpp")
     return (set(re.findall(r'row\("(-[a-z][a-z0-9_]*)", option::\w+, \d, ' + state, table)) |
-            set(re.findall(r'\{"(-[a-z]+)", source_kind::\w+, source_value::\w+\}', text_of(*SOURCE_TABLE))))
+            set(re.findall(r'\{"(-[a-z]+)", source_kind::\w+, source_value::\w+\}', text_of(*SOURCE_TABLE))) |
+            set(re.findall(r'\{"(-[a-z]+)", "', text_of("src", "frontend", "exact", "listing_table.h"))))
 
 
 def options_of_program():
-    return set(re.findall(r'"(-[a-z][a-z0-9_]*)"', sources_of_frontend()))
+    return set(re.findall(r'"(-[a-z][a-z0-9_]*)"', sources_of_frontend())) | options_without_effect()
 
 
 def options_without_effect():
-    table = text_of("src", "frontend", "options", "ignored_options.cpp")
-    return set(re.findall(r'\{"(-[a-z0-9_]+)", (?:true|false)\}', table))
+    table = text_of("src", "frontend", "options", "early_words.h").split("ignored_words", 1)[1]
+    return set(re.findall(r'\{"(-[a-z0-9_]+)", \d', table))
 
 
 def pages_of_both_modes():

@@ -1,8 +1,10 @@
 #include "frontend/exact/exact_help.h"
 
+#include "frontend/exact/listing_table.h"
 #include "frontend/output/console.h"
 #include "frontend/usage.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -10,7 +12,7 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::string_view help_body =
+constexpr std::string_view help_to_listings =
     R"(The exact mode: the whole stream, byte for byte, or a failure that says where.
 
  quarry -exact -image <file> -src <path> -dst <file>
@@ -37,8 +39,10 @@ constexpr std::string_view help_body =
                                   an entry[:<stream>], or a line of a listing
    -letter <C|Volume{GUID}>     = links to this name lead to this volume
  listing, in place of a copy
-   -list <path>                 = what a directory holds, to standard output
-   -recurse                     = and what its directories hold
+)";
+
+constexpr std::string_view help_from_listings =
+    R"(   -recurse                     = and what its directories hold
    -deleted                     = the deleted files of the volume, with -list /
  destination
    -dst <file>, -dst <dir>/     = never an earlier file, unless with -overwrite
@@ -69,7 +73,14 @@ constexpr std::string_view help_body =
 }  // namespace
 
 void print_exact_help() {
-    print_error(banner() + "\n\n" + std::string(help_body));
+    constexpr std::size_t column = 32;  // of the "="
+    std::string text = banner() + "\n\n" + std::string(help_to_listings);
+    for (const listing_option& option : listing_options) {
+        std::string line = "   " + std::string(option.word) + " <path>";
+        line.resize(column, ' ');
+        text += line + "= " + std::string(option.help) + "\n";
+    }
+    print_error(text + std::string(help_from_listings));
 }
 
 }  // namespace quarry::exact

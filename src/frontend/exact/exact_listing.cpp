@@ -1,10 +1,10 @@
 #include "frontend/exact/exact_listing.h"
 
-#include "exact/listing.h"
 #include "exact/name_text.h"
 #include "exact/path_walk.h"
 #include "exact/volume_path.h"
 #include "frontend/exact/line_writer.h"
+#include "frontend/exact/listing_table.h"
 
 #include <cstdint>
 #include <string>
@@ -18,9 +18,9 @@ namespace {
 result<void> list(exact_volume& volume, const exact_options& options, const listing_outputs& outputs,
                   exact_messages& messages, notices& told) {
     if (options.deleted) {
-        return list_deleted(volume, outputs, told);
+        return options.listing->kind->of_deleted(volume, outputs, told);
     }
-    auto path = parse_volume_path(*options.list);
+    auto path = parse_volume_path(options.listing->path);
     if (!path) {
         return passed_on(path);
     }
@@ -33,14 +33,14 @@ result<void> list(exact_volume& volume, const exact_options& options, const list
         walking.volume_names.push_back(units_of_utf8(letter).value_or(std::u16string()));
     }
     return walk_path(volume, path->names, walking, told).and_then([&](walked_path start) {
-        return list_path(volume, std::move(start), options.recurse, outputs, told);
+        return options.listing->kind->of_path(volume, std::move(start), options.recurse, outputs, told);
     });
 }
 
 }  // namespace
 
 result<void> check_listing(const exact_options& options) {
-    return parse_volume_path(*options.list).and_then([&](const volume_path& path) -> result<void> {
+    return parse_volume_path(options.listing->path).and_then([&](const volume_path& path) -> result<void> {
         if (path.stream != stream_name{}) {
             return fail(failure_code::name, where::path(shown_path(path)),
                         "is a stream; a listing is of a directory or a file");

@@ -181,9 +181,9 @@ status check_object(const given_options& given) {
                       "; a stream of an entry is -src :NAME");
     }
     return src_is_a_stream(given)
-               ? at_most_one_of(given, {option::mft, option::cluster, option::pipe, option::list})
+               ? at_most_one_of(given, {option::mft, option::cluster, option::pipe, option::listing})
                : at_most_one_of(given,
-                                {option::src, option::mft, option::cluster, option::pipe, option::list});
+                                {option::src, option::mft, option::cluster, option::pipe, option::listing});
 }
 
 // What makes several files, or names of its own, cannot go to one file.
@@ -195,30 +195,8 @@ status needs_a_directory(const given_options& given, option subject) {
     return refuse(std::string(option->row->name) + " needs a directory; say -dst DIR/");
 }
 
-// A listing makes no copy, and says more or less only of what it lists.
-status check_listing(const given_options& given) {
-    for (const option id : {option::recurse, option::deleted}) {
-        if (given.has(id) && !given.has(option::list)) {
-            return refuse(std::string(given.find(id)->row->name) + " needs -list");
-        }
-    }
-    return at_most_one_of(given, {option::recurse, option::deleted}).and_then([&] {
-        return nothing_beside(
-            given, option::list,
-            {option::verify_source, option::dst, option::tree, option::raw, option::zero_unreadable,
-             option::sparse, option::overwrite, option::keep_times, option::md5, option::sha256,
-             option::source_sha256, option::manifest, option::resume, option::threads});
-    });
-}
-
 // "-image, -partition or -vmdk"
-std::string source_words() {
-    std::vector<std::string_view> words;
-    for (const source_option& option : source_options) {
-        if (option.exact_hint.empty()) {
-            words.insert(words.begin(), option.word);
-        }
-    }
+std::string one_of(const std::vector<std::string_view>& words) {
     std::string text;
     for (const std::string_view& word : words) {
         const bool is_last = &word == &words.back();
@@ -226,6 +204,41 @@ std::string source_words() {
         text += word;
     }
     return text;
+}
+
+std::string source_words() {
+    std::vector<std::string_view> words;
+    for (const source_option& option : source_options) {
+        if (option.exact_hint.empty()) {
+            words.insert(words.begin(), option.word);
+        }
+    }
+    return one_of(words);
+}
+
+std::string listing_words() {
+    std::vector<std::string_view> words;
+    words.reserve(listing_options.size());
+    for (const listing_option& option : listing_options) {
+        words.push_back(option.word);
+    }
+    return one_of(words);
+}
+
+// A listing makes no copy, and says more or less only of what it lists.
+status check_listing(const given_options& given) {
+    for (const option id : {option::recurse, option::deleted}) {
+        if (given.has(id) && !given.has(option::listing)) {
+            return refuse(std::string(given.find(id)->row->name) + " needs " + listing_words());
+        }
+    }
+    return at_most_one_of(given, {option::recurse, option::deleted}).and_then([&] {
+        return nothing_beside(
+            given, option::listing,
+            {option::verify_source, option::dst, option::tree, option::raw, option::zero_unreadable,
+             option::sparse, option::overwrite, option::keep_times, option::md5, option::sha256,
+             option::source_sha256, option::manifest, option::resume, option::threads});
+    });
 }
 
 // What is missing, and what cannot go together.
@@ -247,14 +260,14 @@ status check_combination(const given_options& given) {
             return nothing_beside(
                 given, option::volumes,
                 {option::offset, option::ntfsvol, option::first_ntfsvol, option::src, option::mft,
-                 option::cluster, option::pipe, option::list, option::dst, option::tree});
+                 option::cluster, option::pipe, option::listing, option::dst, option::tree});
         })
         .and_then([&] {
             return nothing_beside(
                 given, option::verify_source,
                 {option::volume_source, option::offset, option::ntfsvol, option::first_ntfsvol,
                  option::sector_size, option::volumes, option::src, option::mft, option::cluster,
-                 option::pipe, option::list, option::dst, option::tree});
+                 option::pipe, option::listing, option::dst, option::tree});
         })
         .and_then([&] { return nothing_beside(given, option::offset, {option::sector_size}); })
         .and_then([&] { return check_object(given); })
@@ -267,11 +280,11 @@ status check_combination(const given_options& given) {
         .and_then([&] {
             return needs_one_of(given,
                                 {option::volumes, option::src, option::mft, option::cluster, option::pipe,
-                                 option::list, option::verify_source},
+                                 option::listing, option::verify_source},
                                 "nothing to copy; say -src, -mft, -cluster or -pipe");
         })
         .and_then([&] {
-            return needs_one_of(given, {option::volumes, option::list, option::verify_source, option::dst},
+            return needs_one_of(given, {option::volumes, option::listing, option::verify_source, option::dst},
                                 "no destination; say -dst");
         })
         .and_then([&] { return needs_a_directory(given, option::pipe); })
@@ -440,8 +453,8 @@ void take_switches(exact_options& options, const given_options& given) {
     options.verify_source = given.has(option::verify_source);
     options.pipe = given.has(option::pipe);
     options.tree = given.has(option::tree);
-    if (given.has(option::list)) {
-        options.list = given.value(option::list);
+    if (const given_option* const asked = given.find(option::listing)) {
+        options.listing = {asked->row->listing, asked->values.front()};
     }
     options.recurse = given.has(option::recurse);
     options.deleted = given.has(option::deleted);
@@ -525,7 +538,7 @@ bool asks_for_exact_mode(const std::vector<std::string>& arguments) {
 }
 
 bool asks_for_listing(const std::vector<std::string>& arguments) {
-    return arguments.size() > 1 && asks_for(arguments, option::list);
+    return arguments.size() > 1 && asks_for(arguments, option::listing);
 }
 
 std::optional<std::uint64_t> exact_number(std::string_view text) {

@@ -18,6 +18,8 @@
 
 namespace quarry::exact {
 
+struct listing_option;
+
 // What is read: the paths as typed, in whatever encoding. A chain of virtual disk files has several.
 struct source_choice {
     source_kind kind = source_kind::image;
@@ -42,6 +44,12 @@ struct object_by_clusters {
     std::uint64_t count = 1;  // clusters
 };
 
+// What is listed in place of a copy: a row of the table of listings, and the path as typed.
+struct asked_listing {
+    const listing_option* kind = nullptr;  // never null
+    std::string path;
+};
+
 using copy_object = std::variant<object_by_path, object_by_entry, object_by_clusters>;
 
 struct exact_options {
@@ -50,7 +58,7 @@ struct exact_options {
     std::optional<std::uint64_t> ntfsvol;      // counted from 1
     std::optional<std::uint32_t> sector_size;  // bytes, for the partition table
     std::optional<copy_object> object;         // empty only where nothing is copied, and with `pipe`
-    std::optional<std::string> list;           // print what this path holds; no copy
+    std::optional<asked_listing> listing;      // print it; no copy
     std::vector<std::string> letters;          // "C" or "Volume{GUID}"
     std::string destination;                   // a file, or a directory with "/" at its end
     std::string log_path;                      // empty: no log
@@ -60,8 +68,8 @@ struct exact_options {
     bool help = false;
     bool volumes = false;        // print them; no copy
     bool verify_source = false;  // hold the source against its digests; no copy
-    bool recurse = false;        // with `list`: all names below it too
-    bool deleted = false;        // with `list`: the deleted files of the volume instead
+    bool recurse = false;        // with `listing`: all names below it too
+    bool deleted = false;        // with `listing`: the deleted files of the volume instead
     bool pipe = false;           // the objects are the lines of standard input
     bool tree = false;           // below the destination, the directories of the path too
     bool raw = false;

@@ -92,7 +92,7 @@ tl::expected<void, ended> refuse_outputs(const exact_options& options, const out
     if (options.volumes || options.verify_source) {
         return {};
     }
-    if (options.list) {
+    if (options.listing) {
         const auto checked = check_listing(options);
         return checked ? tl::expected<void, ended>() : end_with(exit_status::refused, checked.error());
     }
@@ -311,7 +311,7 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
     }
     return open_volume(*source, options, messages, evidence)
         .and_then([&](std::unique_ptr<exact_volume> volume) {
-            if (options.list) {
+            if (options.listing) {
                 return tl::expected<exit_status, ended>(list_volume(*source, *volume, options, messages));
             }
             copy_session session(*source, *volume, options, guard, messages, evidence);

@@ -1,18 +1,19 @@
 #include "frontend/exact/option_table.h"
 
+#include "foundation/edit_distance.h"
+#include "foundation/ql_string.h"
 #include "frontend/options/early_words.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <vector>
+#include <string>
 
 namespace quarry::exact {
 
 namespace {
 
 constexpr option_state taken = option_state::taken;
-constexpr std::string_view no_effect = no_effect_in_exact_mode;
 
 constexpr option_row row(std::string_view name, option id, unsigned values, option_state state,
                          bool repeatable = false) {
@@ -35,6 +36,10 @@ constexpr option_row row_of_source(const source_option& source) {
             .source = &source};
 }
 
+constexpr option_row row_of_listing(const listing_option& listing) {
+    return {.name = listing.word, .id = option::listing, .values = 1, .state = taken, .listing = &listing};
+}
+
 constexpr auto other_rows = std::to_array<option_row>({
     row("-exact", option::exact, 0, taken),
     row("-h", option::help, 0, taken),
@@ -44,7 +49,6 @@ constexpr auto other_rows = std::to_array<option_row>({
     row("-ntfsvol", option::ntfsvol, 1, taken),
     row("-first_ntfsvol", option::first_ntfsvol, 0, taken),
     row("-volumes", option::volumes, 0, taken),
-    row("-list", option::list, 1, taken),
     row("-recurse", option::recurse, 0, taken),
     row("-deleted", option::deleted, 0, taken),
     row("-sector_size", option::sector_size, 1, taken),
@@ -71,43 +75,28 @@ constexpr auto other_rows = std::to_array<option_row>({
     row("-quiet", option::quiet, 0, taken),
 
     foreign("-ignore_image_size", "it is not needed"),
-    foreign("-csv", no_effect),
-    foreign("-csvgen", no_effect),
-    foreign("-csvl2t", no_effect),
-    foreign("-bodyfile", no_effect),
-    foreign("-xml", no_effect),
-    foreign("-multiline", no_effect),
-    foreign("-csv_separator", no_effect),
-    foreign("-enable_quoted_csv_fields", no_effect),
-    foreign("-no_whitespace", no_effect),
-    foreign("-alias", no_effect),
-    foreign("-aliaspath", no_effect),
-    foreign("-gzip", no_effect),
-    foreign("-zlib", no_effect),
-    foreign("-zlibex", no_effect),
-    foreign("-hostname", no_effect),
-    foreign("-username", no_effect),
-    foreign("-split_pathfile", no_effect),
-    foreign("-cpu", no_effect),
-    foreign("-cpuinst", no_effect),
-    foreign("-fragment_files", no_effect),
-    foreign("-separate_files", no_effect),
-    foreign("-outdir", no_effect),
 });
 
-constexpr std::size_t refused_early_words =
-    std::count_if(early_words.begin(), early_words.end(),
-                  [](const early_word& option) { return !option.exact_hint.empty(); });
+constexpr bool is_refused(const early_word& option) {
+    return !option.exact_hint.empty();
+}
+
+constexpr std::size_t refused_words = std::count_if(early_words.begin(), early_words.end(), is_refused) +
+                                      std::count_if(ignored_words.begin(), ignored_words.end(), is_refused);
 
 constexpr auto rows = [] {
-    std::array<option_row, source_options.size() + other_rows.size() + refused_early_words> all{};
+    std::array<option_row, source_options.size() + listing_options.size() + other_rows.size() + refused_words>
+        all{};
     auto* end = std::transform(source_options.begin(), source_options.end(), all.begin(), row_of_source);
+    end = std::transform(listing_options.begin(), listing_options.end(), end, row_of_listing);
     end = std::copy(other_rows.begin(), other_rows.end(), end);
-    for (const early_word& option : early_words) {
-        if (!option.exact_hint.empty()) {
+    const auto add_refused = [&end](const early_word& option) {
+        if (is_refused(option)) {
             *end++ = foreign(option.word, option.exact_hint);
         }
-    }
+    };
+    std::for_each(early_words.begin(), early_words.end(), add_refused);
+    std::for_each(ignored_words.begin(), ignored_words.end(), add_refused);
     return all;
 }();
 
@@ -120,25 +109,6 @@ constexpr char lowered(char letter) {
 bool equal_in_any_case(std::string_view left, std::string_view right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                       [](char a, char b) { return lowered(a) == lowered(b); });
-}
-
-// Levenshtein's distance, row by row: `costs[j]` is the distance of the letters of `left` so far to the first
-// `j` of `right`.
-std::size_t edits_between(std::string_view left, std::string_view right) {
-    std::vector<std::size_t> costs(right.size() + 1);
-    for (std::size_t j = 0; j < costs.size(); ++j) {
-        costs[j] = j;
-    }
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        std::size_t diagonal = costs[0];
-        costs[0] = i + 1;
-        for (std::size_t j = 0; j < right.size(); ++j) {
-            const std::size_t changed = diagonal + (lowered(left[i]) == lowered(right[j]) ? 0 : 1);
-            diagonal = costs[j + 1];
-            costs[j + 1] = std::min({changed, costs[j] + 1, costs[j + 1] + 1});
-        }
-    }
-    return costs.back();
 }
 
 bool lengths_are_near(std::string_view left, std::string_view right) {
@@ -159,13 +129,15 @@ const option_row* find_option(std::string_view word) {
 }
 
 const option_row* nearest_option(std::string_view word) {
+    std::string typed(word);
+    lower_narrow(typed);
     const option_row* nearest = nullptr;
     std::size_t least = most_edits + 1;
     for (const option_row& row : rows) {
         if (row.state == option_state::refused || !lengths_are_near(row.name, word)) {
             continue;
         }
-        const std::size_t edits = edits_between(word, row.name);
+        const std::size_t edits = edit_distance(typed, row.name);
         // An option of which no letter is left is no guess.
         if (edits < least && edits + 1 < row.name.size()) {
             least = edits;

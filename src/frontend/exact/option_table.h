@@ -5,6 +5,7 @@
 // what to do instead.
 #pragma once
 
+#include "frontend/exact/listing_table.h"
 #include "frontend/options/source_table.h"
 
 #include <cstdint>
@@ -22,7 +23,7 @@ enum class option : std::uint8_t {
     ntfsvol,
     first_ntfsvol,
     volumes,
-    list,
+    listing,  // names what is listed
     recurse,
     deleted,
     sector_size,
@@ -67,9 +68,11 @@ struct option_row {
     std::string_view hint = {};
     // Of an option that names the source; otherwise null.
     const source_option* source = nullptr;
+    // Of an option that asks for a listing; otherwise null.
+    const listing_option* listing = nullptr;
 };
 
-// All rows: those of sources, then those of this mode, then the refused ones.
+// All rows: those of sources and listings, then the others of this mode, then the refused ones.
 [[nodiscard]] std::span<const option_row> option_rows();
 
 // The row of a word in any letter case. Null for a word that is no option.

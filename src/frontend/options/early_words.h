@@ -1,7 +1,7 @@
-// The options of the default mode that are looked up before those of the source, except the ignored ones.
+// The options of the default mode that are looked up before those of the source.
 //
 // An option takes itself and its value off the command line, so which word a source option gets as its value
-// depends on all that were looked up before it. The look ahead for files to protect goes by this table, and
+// depends on all that were looked up before it. The look ahead for files to protect goes by these tables, and
 // the exact mode, which refuses most of these options, says what to do instead.
 #pragma once
 
@@ -52,6 +52,33 @@ inline constexpr auto early_words = std::to_array<early_word>({
     {"-dateformat", 1, no_effect_in_exact_mode},
     {"-timeformat", 1, no_effect_in_exact_mode},
     {"-signal", 1, no_effect_in_exact_mode},
+});
+
+// Those that are accepted and have no meaning here. Scripts pass them to a whole family of tools.
+inline constexpr auto ignored_words = std::to_array<early_word>({
+    {"-csv", 0, no_effect_in_exact_mode},
+    {"-csvgen", 0, no_effect_in_exact_mode},
+    {"-csvl2t", 0, no_effect_in_exact_mode},
+    {"-bodyfile", 0, no_effect_in_exact_mode},
+    {"-xml", 0, no_effect_in_exact_mode},
+    {"-multiline", 0, no_effect_in_exact_mode},
+    {"-csv_separator", 1, no_effect_in_exact_mode},
+    {"-enable_quoted_csv_fields", 0, no_effect_in_exact_mode},
+    {"-no_whitespace", 0, no_effect_in_exact_mode},
+    {"-alias", 1, no_effect_in_exact_mode},
+    {"-aliaspath", 1, no_effect_in_exact_mode},
+    {"-gzip", 0, no_effect_in_exact_mode},
+    {"-zlib", 0, no_effect_in_exact_mode},
+    {"-zlibex", 0, no_effect_in_exact_mode},
+    {"-threads", 1},
+    {"-hostname", 1, no_effect_in_exact_mode},
+    {"-username", 1, no_effect_in_exact_mode},
+    {"-split_pathfile", 0, no_effect_in_exact_mode},
+    {"-cpu", 0, no_effect_in_exact_mode},
+    {"-cpuinst", 0, no_effect_in_exact_mode},
+    {"-fragment_files", 0, no_effect_in_exact_mode},
+    {"-separate_files", 0, no_effect_in_exact_mode},
+    {"-outdir", 1, no_effect_in_exact_mode},
 });
 
 }  // namespace quarry

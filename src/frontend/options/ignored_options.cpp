@@ -1,62 +1,20 @@
 #include "frontend/options/ignored_options.h"
 
-#include <array>
+#include "frontend/options/early_words.h"
+
+#include <string>
 
 namespace quarry {
 
-namespace {
-
-struct ignored_option {
-    std::string_view name;
-    bool takes_value;
-};
-
-constexpr std::array<ignored_option, 23> ignored_options = {{
-    {"-csv", false},
-    {"-csvgen", false},
-    {"-csvl2t", false},
-    {"-bodyfile", false},
-    {"-xml", false},
-    {"-multiline", false},
-    {"-csv_separator", true},
-    {"-enable_quoted_csv_fields", false},
-    {"-no_whitespace", false},
-    {"-alias", true},
-    {"-aliaspath", true},
-    {"-gzip", false},
-    {"-zlib", false},
-    {"-zlibex", false},
-    {"-threads", true},
-    {"-hostname", true},
-    {"-username", true},
-    {"-split_pathfile", false},
-    {"-cpu", false},
-    {"-cpuinst", false},
-    {"-fragment_files", false},
-    {"-separate_files", false},
-    {"-outdir", true},
-}};
-
-}  // namespace
-
 void drop_ignored_options(arg_list& args) {
     std::string value;
-    for (const ignored_option& option : ignored_options) {
-        if (option.takes_value) {
-            find_value(option.name, value, args);
+    for (const early_word& option : ignored_words) {
+        if (option.values != 0) {
+            find_value(option.word, value, args);
         } else {
-            find_flag(option.name, args);
+            find_flag(option.word, args);
         }
     }
-}
-
-std::size_t words_of_ignored_option(std::string_view word) {
-    for (const ignored_option& option : ignored_options) {
-        if (option.name == word) {
-            return option.takes_value ? 2 : 1;
-        }
-    }
-    return 0;
 }
 
 }  // namespace quarry

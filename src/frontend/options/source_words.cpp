@@ -1,13 +1,12 @@
 #include "frontend/options/source_words.h"
 
+#include "foundation/edit_distance.h"
 #include "foundation/ql_string.h"
 #include "frontend/options/early_words.h"
-#include "frontend/options/ignored_options.h"
 
 #include <algorithm>
 #include <array>
-#include <numeric>
-#include <utility>
+#include <span>
 
 namespace quarry {
 
@@ -47,13 +46,15 @@ std::string lowered(std::string_view word) {
 // itself included; 0 for any other word.
 std::size_t words_taken_early(const std::string& word) {
     const std::string option = lowered(word);
-    const auto* const found =
-        std::find_if(early_words.begin(), early_words.end(),
-                     [&option](const early_word& known) { return known.word == option; });
-    if (found != early_words.end()) {
-        return 1 + found->values;
+    for (const std::span<const early_word> table :
+         {std::span<const early_word>(early_words), std::span<const early_word>(ignored_words)}) {
+        const auto found = std::find_if(table.begin(), table.end(),
+                                        [&option](const early_word& known) { return known.word == option; });
+        if (found != table.end()) {
+            return 1 + found->values;
+        }
     }
-    return words_of_ignored_option(option);
+    return 0;
 }
 
 // Whether a word, in small letters, is the name of a source option after at most two edits, whatever follows
@@ -85,21 +86,6 @@ std::size_t value_index(const arg_list& args, std::size_t index) {
 
 bool begins_with_dash(std::string_view word) {
     return dash_length(word) != 0;
-}
-
-std::size_t edit_distance(std::string_view left, std::string_view right) {
-    // For each length of what `right` begins with, the distance from it to what `left` begins with.
-    std::vector<std::size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
-        for (std::size_t j = 0; j < right.size(); ++j) {
-            const std::size_t replaced = diagonal + (left[i] == right[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
-        }
-    }
-    return row.back();
 }
 
 source_likeness likeness_of(std::string_view word) {

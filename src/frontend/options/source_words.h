@@ -31,9 +31,6 @@ struct source_likeness {
 // whatever follows a "=": what an option is that lost its dash.
 [[nodiscard]] bool is_like_a_source_name(std::string_view word);
 
-// The number of edits that make one text of another.
-[[nodiscard]] std::size_t edit_distance(std::string_view left, std::string_view right);
-
 // The words that the option at an index can get as its value: the next one, and the one after each option
 // that is taken off the command line before the source options are looked at.
 [[nodiscard]] std::vector<std::string> possible_values(const arg_list& args, std::size_t index);

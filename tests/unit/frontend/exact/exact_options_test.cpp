@@ -206,7 +206,9 @@ TEST(exact_options, the_listing_of_volumes_needs_neither_object_nor_destination)
 
 TEST(exact_options, a_listing_needs_no_destination_and_takes_nothing_that_makes_copies) {
     const exact_options options = options_of("-exact -image d -list /a -recurse");
-    EXPECT_EQ(options.list, "/a");
+    ASSERT_TRUE(options.listing);
+    EXPECT_EQ(options.listing->path, "/a");
+    EXPECT_EQ(options.listing->kind->word, "-list");
     EXPECT_TRUE(options.recurse);
     EXPECT_FALSE(options.deleted || options.object.has_value());
     EXPECT_TRUE(options_of("-exact -image d -list / -deleted -letter C -ntfsvol 2 -diags l -quiet").deleted);

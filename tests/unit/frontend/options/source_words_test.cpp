@@ -7,16 +7,6 @@ namespace {
 
 using words = std::vector<std::string>;
 
-TEST(source_words, edits_are_letters_added_left_out_and_replaced) {
-    EXPECT_EQ(edit_distance("image", "image"), 0U);
-    EXPECT_EQ(edit_distance("", "vmdk"), 4U);
-    EXPECT_EQ(edit_distance("vmdk", ""), 4U);
-    EXPECT_EQ(edit_distance("img", "image"), 2U);
-    EXPECT_EQ(edit_distance("imgae", "image"), 2U) << "two letters that changed places are two edits";
-    EXPECT_EQ(edit_distance("images", "image"), 1U);
-    EXPECT_EQ(edit_distance("drive", "drivenum"), 3U);
-}
-
 TEST(source_words, a_source_option_is_exact_in_any_case_of_its_letters) {
     EXPECT_EQ(likeness_of("-image").exact, &option_of(source_kind::image));
     EXPECT_EQ(likeness_of("-VMDK").exact, &option_of(source_kind::virtual_disk));
