@@ -34,14 +34,14 @@ class copy_sink final : public stream_sink {
           m_with_md5(options.md5),
           m_with_sha256(options.sha256),
           m_digests(workers) {
-        md5_init(&m_md5);
-        sha256_init(&m_sha256);
         if (m_with_md5) {
+            md5_init(&m_md5);
             m_digests.add([this](std::span<const std::uint8_t> bytes) {
                 md5_update(&m_md5, bytes.data(), bytes.size());
             });
         }
         if (m_with_sha256) {
+            sha256_init(&m_sha256);
             m_digests.add([this](std::span<const std::uint8_t> bytes) {
                 sha256_update(&m_sha256, bytes.data(), bytes.size());
             });
@@ -99,8 +99,8 @@ class copy_sink final : public stream_sink {
     progress* m_status_line;
     bool m_with_md5;
     bool m_with_sha256;
-    md5_ctx m_md5;
-    sha256_ctx m_sha256;
+    md5_ctx m_md5{};        // begun if it is wanted
+    sha256_ctx m_sha256{};  // likewise
     side_digests m_digests;
 };
 

@@ -50,12 +50,10 @@ result<std::unique_ptr<file_source>> open_file(const std::string& path) {
     return opened;
 }
 
-// True for a file that begins as an EWF image does. What cannot be opened or read is none.
-bool is_ewf(const std::string& path) {
-    int error = 0;
-    const auto file = file_source::open(path, error);
+// True for a file that begins as an EWF image does. What cannot be read is none.
+bool is_ewf(file_source& file) {
     std::array<std::uint8_t, 8> head{};
-    return file != nullptr && file->read(head, 0).bytes == head.size() && begins_as_ewf(byte_view(head));
+    return file.read(head, 0).bytes == head.size() && begins_as_ewf(byte_view(head));
 }
 
 // Opens the files themselves, so that it is seen if they change. Of a chain they are what is read too.
@@ -70,20 +68,16 @@ result<void> watch(opened_source& source, const std::vector<std::string>& files)
     return {};
 }
 
-result<opened_source> open_raw(const std::string& path, notices& told) {
-    auto bytes = open_file(path);
-    if (!bytes) {
-        return passed_on(bytes);
-    }
+result<opened_source> open_raw(const std::string& path, std::unique_ptr<file_source> bytes, notices& told) {
     const std::string shown = shown_typed(path);
-    if (auto refused = refuse_container(exact_source(**bytes, shown)); !refused) {
+    if (auto refused = refuse_container(exact_source(*bytes, shown)); !refused) {
         return passed_on(refused);
     }
     const bool mounted = is_mounted(path);
     if (mounted) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");
     }
-    opened_source source{std::move(*bytes), shown, {}};
+    opened_source source{std::move(bytes), shown, {}};
     source.mounted = mounted;
     return watch(source, {path}).map([&] { return std::move(source); });
 }
@@ -160,7 +154,11 @@ bool opened_source::has_changed() const {
 }
 
 result<std::vector<std::string>> files_of_source(const source_choice& choice) {
-    if (choice.kind != source_kind::image || !is_ewf(choice.paths.front())) {
+    if (choice.kind != source_kind::image) {
+        return choice.paths;
+    }
+    // What cannot be opened is refused with its reason when the source is.
+    if (const auto file = open_file(choice.paths.front()); !file || !is_ewf(**file)) {
         return choice.paths;
     }
     std::string why;
@@ -176,8 +174,13 @@ result<opened_source> open_source(const source_choice& choice, const std::vector
     if (choice.kind == source_kind::virtual_disk) {
         return open_chain(files);
     }
-    const bool is_image = choice.kind == source_kind::image;
-    return is_image && is_ewf(files.front()) ? open_ewf(files) : open_raw(files.front(), told);
+    auto file = open_file(files.front());
+    if (!file) {
+        return passed_on(file);
+    }
+    return choice.kind == source_kind::image && is_ewf(**file)
+               ? open_ewf(files)
+               : open_raw(files.front(), std::move(*file), told);
 }
 
 }  // namespace quarry::exact

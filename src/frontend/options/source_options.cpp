@@ -9,8 +9,9 @@
 #include "foundation/ql_text.h"
 #include "frontend/options/source_table.h"
 #include "frontend/output/console.h"
+#include "frontend/output/stdio_stream.h"
 
-#include <iostream>
+#include <cstdio>
 #include <optional>
 
 namespace quarry {
@@ -87,7 +88,8 @@ bool parse_image(quarry_opts& opts, source_kind kind, const std::string& path, a
         bool found = false;
         // Deliberate: with an offset the words about the image go to standard output, not to standard error
         // as without one. The user sees both on a terminal.
-        const bool located = locate_volume(std::cout, image, found, ignore_size);
+        stdio_stream output(stdout);
+        const bool located = locate_volume(output, image, found, ignore_size);
         flush_output();
         return located;
     }
@@ -125,7 +127,10 @@ bool parse_drive(quarry_opts& opts, std::string number, arg_list& args) {
     }
     const bool ignore_size = ignores_image_size(chosen.offset, args);
     bool found = false;
-    return locate_volume(std::cerr, chosen, found, ignore_size);
+    stdio_stream output(stdout);
+    stdio_stream messages(stderr);
+    messages.tie(&output);  // what was printed comes first
+    return locate_volume(messages, chosen, found, ignore_size);
 }
 
 // What an option names. Nothing if it is not there.

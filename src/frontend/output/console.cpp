@@ -7,7 +7,6 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
-#include <iostream>
 
 namespace quarry {
 
@@ -31,7 +30,6 @@ void write_at_once(const std::string& text) {
 }  // namespace
 
 void flush_output() {
-    std::cout.flush();
     std::fflush(stdout);
 }
 

@@ -19,7 +19,8 @@ class signals_held_back {
 };
 
 // From here on each signal that ends the program and can be caught removes this file first, unless it is
-// ignored or handled by somebody else. At most one file is remembered; a path too long for the system is not.
+// ignored or handled by somebody else. Signals must be held back meanwhile. At most one file is remembered; a
+// path too long for the system is not.
 void remove_if_interrupted(const std::string& path);
 // The file has its name, or is gone already.
 void forget_leftover();
