@@ -235,6 +235,21 @@ TEST(attribute_set, of_a_deleted_file_may_have_references_one_after) {
     EXPECT_THAT(given_away.fault(), HasSubstr("sequence record 25: has sequence number 3"));
 }
 
+TEST(attribute_set, of_a_deleted_file_may_have_references_from_before_its_numbers_began_anew) {
+    // 0 is no sequence number: 1 comes after 65,535.
+    listed_volume listed;
+    listed.file.deleted().sequence(1);
+    listed.file.record(1).flags(0).sequence(1).base(reference(24, 0xFFFF));
+    for (list_item& each : listed.items) {
+        each.sequence = 0xFFFF;
+    }
+    EXPECT_EQ(listed.fault(), "");
+    listed_volume in_use;
+    in_use.file.sequence(1);
+    in_use.items[3].sequence = 0xFFFF;
+    EXPECT_THAT(in_use.fault(), HasSubstr("sequence record 25: has sequence number 1"));
+}
+
 TEST(attribute_set, fails_at_a_broken_list) {
     const auto forced = [](std::size_t offset, unsigned width, std::uint64_t value) {
         listed_volume listed;

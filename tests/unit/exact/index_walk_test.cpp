@@ -151,6 +151,48 @@ TEST(index_walk, goes_on_where_it_rested) {
     }
 }
 
+TEST(index_walk, does_not_go_on_in_a_directory_that_is_another_than_before_its_rest) {
+    struct row {
+        std::uint64_t names_before;
+        std::uint64_t names_after;
+        std::string why;
+    };
+    for (const row& each :
+         {row{4, 1, "index root of record 24: is no longer what it was"},
+          row{5000, 3, " of record 24: lies outside of the 0 bytes of $INDEX_ALLOCATION"}}) {
+        walked_directory directory(image_of_names(each.names_before));
+        std::string damage;
+        const auto tell = [&](const failure& each_damage) { damage += each_damage.text() + "\n"; };
+        index_budget budget(0x1000000);
+        auto walk =
+            index_walk::begin(directory.volume(), directory.attributes(), budget, tell, directory.told());
+        ASSERT_TRUE(walk.has_value());
+        for (std::uint64_t i = 0; i < each.names_before; ++i) {
+            ASSERT_NE(walk->next(tell, directory.told()), nullptr);
+        }
+        walk->rest();
+        directory.source().content() = image_of_names(each.names_after);
+        const auto awake = walk->wake(directory.told());
+        ASSERT_FALSE(awake.has_value());
+        EXPECT_TRUE(awake.error().text().ends_with(each.why)) << awake.error().text();
+        EXPECT_EQ(walk->next(tell, directory.told()), nullptr);
+        EXPECT_EQ(damage, "");
+    }
+}
+
+TEST(index_walk, does_not_go_on_in_a_directory_that_is_gone_after_its_rest) {
+    walked_directory directory(image_of_names(100));
+    const auto tell = [](const failure&) {};
+    index_budget budget(0x1000000);
+    auto walk = index_walk::begin(directory.volume(), directory.attributes(), budget, tell, directory.told());
+    ASSERT_TRUE(walk.has_value());
+    ASSERT_NE(walk->next(tell, directory.told()), nullptr);
+    walk->rest();
+    directory.source().content() = volume_builder({.mft_entries = 64, .system_files = true}).image();
+    EXPECT_FALSE(walk->wake(directory.told()).has_value());
+    EXPECT_EQ(walk->next(tell, directory.told()), nullptr);
+}
+
 TEST(index_walk, passes_over_a_torn_block_and_tells_it_once) {
     bytes image = image_of_names(100);
     walked_directory before(image);

@@ -317,6 +317,42 @@ TEST(listing, tells_of_names_whose_file_has_another_sequence_number_or_another_n
     EXPECT_NE(damage.find("\nrecord 25: has no $FILE_NAME \"z.txt\" in directory 5-5\n"), std::string::npos);
 }
 
+TEST(listing, tells_of_what_is_wrong_with_the_facts_of_a_line) {
+    volume_builder volume(with_system_files());
+    // Of the stream only a later piece is there.
+    volume.add_file("gap").attribute(
+        attribute_builder::non_resident(0x80, {{100, 2}}).named("s").lowest_vcn(4));   // 24
+    volume.add_file("times").attribute(attribute_builder::resident(0x10, bytes(72)));  // 25
+    volume.add_file("link").attribute(attribute_builder::resident(0xC0, bytes(3)));    // 26
+    listed_volume listed(volume);
+    EXPECT_EQ(listed.user_lines("/"), "24-1\tf\t0" + at + "/gap\n" +  //
+                                          "24-1\ts\t0" + at +
+                                          "/gap:s\n"  //
+                                          "26-1\tf\t0" +
+                                          at + "/link\n25-1\tf\t0\t-\t/times\n");
+    const std::string damage = listed.list("/").damage;
+    EXPECT_NE(damage.find("record 24, $DATA \"s\": piece at VCN 4, expected 0 (source byte 0x"),
+              std::string::npos)
+        << damage;
+    EXPECT_NE(damage.find("record 25: has not one resident, unnamed $STANDARD_INFORMATION (source byte 0x"),
+              std::string::npos)
+        << damage;
+    EXPECT_NE(damage.find("record 26: "), std::string::npos) << damage;
+    EXPECT_EQ(std::count(damage.begin(), damage.end(), '\n'), 3) << damage;
+}
+
+TEST(listing, tells_of_a_directory_whose_index_cannot_be_opened_and_goes_on) {
+    volume_builder volume(with_system_files());
+    volume.add_directory("a").without_index();  // 24
+    volume.add_file("b");                       // 25
+    listed_volume listed(volume);
+    EXPECT_EQ(listed.user_lines("/", true), "24-1\td\t0" + at + "/a\n25-1\tf\t0" + at + "/b\n");
+    const std::string damage = listed.list("/", true).damage;
+    EXPECT_EQ(damage.rfind("path \"/a\": index root of record 24: 0 attributes $INDEX_ROOT", 0), 0u)
+        << damage;
+    EXPECT_EQ(std::count(damage.begin(), damage.end(), '\n'), 1) << damage;
+}
+
 TEST(listing, enters_no_directory_that_denies_its_name) {
     // The index of "a" calls "docs" "b": its names under "/a/b" would have paths that do not exist.
     volume_builder volume(with_system_files());
@@ -597,6 +633,53 @@ TEST(listing, of_deleted_files_tells_of_torn_records_and_passes_over_what_was_ne
     EXPECT_NE(damage.find("\nrecord 27: begins with \"BAAD\", not \"FILE\""), std::string::npos) << damage;
     EXPECT_NE(damage.find(" bytes cannot be read"), std::string::npos) << damage;
     EXPECT_EQ(std::count(damage.begin(), damage.end(), '\n'), 3) << damage;
+}
+
+TEST(listing, of_deleted_files_tells_of_one_whose_records_are_lost) {
+    volume_builder volume(with_system_files());
+    file_builder& file = volume.add_file("a").deleted();
+    const std::size_t place = file.add_extension(40);
+    file.attribute(attribute_builder::resident(0x80, to_bytes("12")).named("s"), place);
+    volume.add_file("b").deleted();
+    volume.replace_record(40, {});
+    listed_volume listed(volume);
+    const listing all = listed.deleted();
+    EXPECT_EQ(all.lines, "25-1\tF\t0" + at + "/b\n");
+    EXPECT_EQ(all.damage.rfind("record 40: ", 0), 0u) << all.damage;
+    EXPECT_EQ(std::count(all.damage.begin(), all.damage.end(), '\n'), 1) << all.damage;
+}
+
+TEST(listing, of_deleted_files_has_no_directories_on_a_path_longer_than_the_system_knows) {
+    // 127 directories of 255 units and the slashes before them are 32,512 units, 128 are 32,768.
+    volume_builder volume({.mft_entries = 256, .system_files = true});
+    std::uint64_t directory = root_entry;
+    for (int level = 0; level < 128; ++level) {
+        directory = volume.add_directory(std::string(255, 'd'), directory).entry();
+        if (level == 126) {
+            volume.add_file_at(200, "near", directory).deleted();
+        }
+    }
+    volume.add_file_at(201, "far", directory).deleted();
+    const std::string lines = listed_volume(volume).deleted().lines;
+    std::string path;
+    for (int level = 0; level < 127; ++level) {
+        path += "/" + std::string(255, 'd');
+    }
+    EXPECT_EQ(lines, "200-1\tF\t0" + at + path + "/near\n201-1\tF\t0" + at + "/?/far\n");
+}
+
+TEST(listing, of_deleted_files_ends_where_the_table_was_never_written) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a").deleted();             // 24
+    volume.add_file_at(40, "b").deleted();      // before the end of what is valid
+    volume.add_file_at(41, "after").deleted();  // after it
+    const bytes record = volume.record_on_disk(0);
+    std::uint64_t offset = byte_view(record).u16_or_zero(20);
+    while (byte_view(record).u32_or_zero(offset) != 0x80) {
+        offset += byte_view(record).u32_or_zero(offset + 4);
+    }
+    volume.force_record(0, static_cast<std::size_t>(offset) + 56, 8, 41 * 1024);
+    EXPECT_EQ(listed_volume(volume).deleted().lines, "24-1\tF\t0" + at + "/a\n40-1\tF\t0" + at + "/b\n");
 }
 
 TEST(listing, of_deleted_files_leaves_out_extension_records_and_entries_that_never_held_a_file) {

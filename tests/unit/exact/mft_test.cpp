@@ -213,6 +213,55 @@ TEST(mft, has_sizes_that_agree_with_its_runs) {
     EXPECT_THAT(copied(volume), HasSubstr("sizes record 0, $DATA \"\": allocated 69632, size 65536"));
 }
 
+TEST(mft, may_have_several_pieces_in_record_0) {
+    // 64 records of 1,024 bytes are 16 clusters, 8 of them in each piece.
+    volume_builder volume({.mft_runs = runs({{300, 8}, {100, 8}})});
+    volume.add_file("a.txt").data("hello");
+    const auto record_0 = [&](std::uint64_t second_vcn) {
+        record_builder record = volume.new_record(0);
+        record.add(attribute_builder::resident(0x10, standard_information{}.build()).id(0));
+        record.add(
+            attribute_builder::resident(
+                0x20, build_attribute_list({{.type = 0x10, .record = 0, .id = 0},
+                                            {.type = 0x80, .record = 0, .id = 2},
+                                            {.type = 0x80, .record = 0, .id = 3, .lowest_vcn = second_vcn}}))
+                .id(1));
+        record.add(attribute_builder::non_resident(0x80, {{300, 8}})
+                       .id(2)
+                       .allocated(65536)
+                       .real(65536)
+                       .initialized(65536));
+        record.add(attribute_builder::non_resident(0x80, {{100, 8}}).id(3).lowest_vcn(second_vcn));
+        return record.build();
+    };
+    volume.replace_record(0, record_0(8));
+    EXPECT_EQ(copied(volume), "hello");
+    volume.replace_record(0, record_0(9));
+    EXPECT_THAT(copied(volume), HasSubstr("piece at VCN 9, expected 8"));
+}
+
+TEST(mft, has_one_table_and_it_is_stored_in_clusters) {
+    volume_builder twice;
+    twice.file(0).attribute(attribute_builder::non_resident(0x80, {{50, 16}}));
+    EXPECT_EQ(copied(twice), "duplicate record 0, $DATA \"\": stands twice at VCN 0");
+    volume_builder resident;
+    record_builder record = resident.new_record(0);
+    record.add(attribute_builder::resident(0x80, to_bytes("table")));
+    resident.replace_record(0, record.build());
+    EXPECT_THAT(copied(resident), HasSubstr("mft record 0: has no stored $DATA"));
+}
+
+TEST(mft, is_not_encrypted) {
+    volume_builder volume;
+    const bytes record = volume.record_on_disk(0);
+    std::uint64_t offset = byte_view(record).u16_or_zero(20);
+    while (byte_view(record).u32_or_zero(offset) != 0x80) {
+        offset += byte_view(record).u32_or_zero(offset + 4);
+    }
+    volume.force_record(0, static_cast<std::size_t>(offset) + 12, 2, 0x4000);
+    EXPECT_THAT(copied(volume), HasSubstr("flags record 0, $DATA \"\": flags are 0x4000"));
+}
+
 TEST(mft, reads_what_a_reference_leads_to) {
     volume_builder volume;
     volume.add_file("a.txt").sequence(7);

@@ -251,6 +251,13 @@ TEST(partition_table, the_limits_of_a_gpt_hold) {
               head + "header has 513 bytes");
     EXPECT_EQ(wrong({.partitions = {{64, 99}}, .forced_header = {{24, 8, 7}}}),
               head + "header of sector 1 says that it is in sector 7");
+    EXPECT_EQ(wrong({.partitions = {{64, 99}}, .forced_header = {{72, 8, 0x8000000000000000}}}),
+              head + "entries begin in sector 9223372036854775808");
+    EXPECT_EQ(wrong({{{0x8000000000000000, 0x8000000000000001}}}),
+              head + "entry 0 reaches from sector 9223372036854775808 to 9223372036854775809");
+    // The last sector is in the range of the numbers, its end is not.
+    EXPECT_EQ(wrong({{{64, 0x7FFFFFFFFFFFFFFF}}}),
+              head + "entry 0 reaches from sector 64 to 9223372036854775807");
 }
 
 TEST(partition_table, a_source_cut_anywhere_never_gives_other_partitions) {
