@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The format check, clang-tidy over src/ and shellcheck over the scripts.
-# Usage: scripts/lint.sh [format|scripts]
+# The format check, the spelling check, clang-tidy over src/ and shellcheck over the scripts.
+# Usage: scripts/lint.sh [format|scripts|spelling]
 #        scripts/lint.sh tidy [FILE...]      those of src/ unless told otherwise
 #        scripts/lint.sh deep [FILE...]      the same; the static analyzer follows each function four times as far
 set -euo pipefail
@@ -34,11 +34,25 @@ check_scripts() {
     shellcheck --external-sources .ci/run scripts/*.sh scripts/lib/*.sh fuzz/oss-fuzz/build.sh
 }
 
+# Documents, manual page, comments and names. Words that are no mistakes are in scripts/lib/accepted_words.txt, in small
+# letters.
+check_spelling() {
+    quarry_say "codespell"
+    local check=(codespell --ignore-words scripts/lib/accepted_words.txt)
+    if printf 'rec%s\n' ieve | "${check[@]}" - >/dev/null; then
+        echo "codespell finds no mistake where there is one" >&2
+        return 1
+    fi
+    git ls-files -z -- ':!fuzz/corpus' ':!fuzz/found_before' ':!samples' ':!scripts/lib/accepted_words.txt' |
+        xargs -0 -r "${check[@]}"
+}
+
 case ${1:-all} in
     format) check_format ;;
     scripts) check_scripts ;;
+    spelling) check_spelling ;;
     tidy) check_tidy "${@:2}" ;;
     deep) check_tidy --deep "${@:2}" ;;
-    all) check_format; check_scripts; check_tidy ;;
-    *) echo "usage: scripts/lint.sh [format|scripts|tidy [FILE...]|deep [FILE...]]" >&2; exit 2 ;;
+    all) check_format; check_scripts; check_spelling; check_tidy ;;
+    *) echo "usage: scripts/lint.sh [format|scripts|spelling|tidy [FILE...]|deep [FILE...]]" >&2; exit 2 ;;
 esac

@@ -26,7 +26,7 @@ quarry_packages() {
         package) echo dpkg-dev fakeroot mmdebstrap xz-utils coreutils binutils git ;;
         demo) echo xz-utils coreutils ;;
         clang) echo clang libclang-rt-14-dev llvm ;;
-        lint) echo clang-format clang-tidy git python3 shellcheck ;;
+        lint) echo clang-format clang-tidy codespell git python3 shellcheck ;;
         valgrind) echo valgrind ntfs-3g xz-utils coreutils ;;
         bench) echo libbenchmark-dev time python3-matplotlib ;;
         *) echo "unknown package group: $1" >&2; return 1 ;;
