@@ -36,18 +36,19 @@ bool find_all(void* loaded, ewf_library& library) {
            find(loaded, "libewf_handle_get_utf8_hash_value", library.handle_get_utf8_hash_value);
 }
 
-// A program without a loader of its own would load a second C library beside the one that it holds.
-bool can_load() {
-    return ::getauxval(AT_BASE) != 0;
-}
-
 ewf_library loaded_library() {
     ewf_library library;
-    void* const loaded = can_load() ? ::dlopen("libewf.so.2", RTLD_NOW | RTLD_LOCAL) : nullptr;
+    void* const loaded =
+        ewf_library::can_be_loaded() ? ::dlopen("libewf.so.2", RTLD_NOW | RTLD_LOCAL) : nullptr;
     return loaded != nullptr && find_all(loaded, library) ? library : ewf_library{};
 }
 
 }  // namespace
+
+// The kernel has loaded a loader beside the program, or has not.
+bool ewf_library::can_be_loaded() {
+    return ::getauxval(AT_BASE) != 0;
+}
 
 const ewf_library* ewf_library::load() {
     static const ewf_library library = loaded_library();

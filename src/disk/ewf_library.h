@@ -33,6 +33,8 @@ struct ewf_library {
     decltype(&::libewf_handle_get_acquiry_error) handle_get_acquiry_error = nullptr;
     decltype(&::libewf_handle_get_utf8_hash_value) handle_get_utf8_hash_value = nullptr;
 
+    // False in a static program: it would load a second C library beside the one that it holds.
+    [[nodiscard]] static bool can_be_loaded();
     // Loads the library; it stays for the rest of the run. Null if there is none or it lacks a function.
     [[nodiscard]] static const ewf_library* load();
 };

@@ -78,12 +78,19 @@ bool is_sector_size(std::uint32_t size) {
     return size >= 512 && size <= 4096 && std::has_single_bit(size);
 }
 
+std::string library_is_missing() {
+    return std::string(ewf_needs_library) +
+           (ewf_library::can_be_loaded()
+                ? ""
+                : "; a static program cannot load it, the program of the package can");
+}
+
 }  // namespace
 
 std::vector<std::string> ewf_segments(const std::string& path, std::string& why) {
     const ewf_library* const library = ewf_library::load();
     if (library == nullptr) {
-        why = ewf_needs_library;
+        why = library_is_missing();
         return {};
     }
     ewf_error error(*library);
@@ -111,7 +118,7 @@ ewf_source::~ewf_source() {
 std::unique_ptr<ewf_source> ewf_source::open(const std::vector<std::string>& segments, std::string& why) {
     const ewf_library* const library = ewf_library::load();
     if (library == nullptr) {
-        why = ewf_needs_library;
+        why = library_is_missing();
         return nullptr;
     }
     ewf_error error(*library);
@@ -242,7 +249,7 @@ std::string ewf_source::stored_digest(std::string_view kind) const {
 #else
 
 std::vector<std::string> ewf_segments(const std::string&, std::string& why) {
-    why = ewf_needs_library;
+    why = std::string(ewf_needs_library) + "; this program was built without its header";
     return {};
 }
 
@@ -251,7 +258,7 @@ ewf_source::ewf_source(void* handle) : m_handle(handle) {}
 ewf_source::~ewf_source() = default;
 
 std::unique_ptr<ewf_source> ewf_source::open(const std::vector<std::string>&, std::string& why) {
-    why = ewf_needs_library;
+    why = std::string(ewf_needs_library) + "; this program was built without its header";
     return nullptr;
 }
 

@@ -19,7 +19,7 @@ constexpr std::uint64_t largest_grain = std::uint64_t{1} << 30;
 std::string fault_of(const vmdk_file& file, const vmdk_file& base) {
     const vmdk_header header{byte_view(file.m_header)};
     if ((header.flags() & ~harmless_flags) != 0) {
-        return "has compressed grains, grains of zeros or markers";
+        return "has compressed grains, grains of zeros or markers; " + std::string(read_by_raw_view);
     }
     if (file.m_grain_bytes != base.m_grain_bytes || file.m_grain_bytes > largest_grain) {
         return "has grains of another size";
@@ -62,7 +62,9 @@ std::unique_ptr<vmdk_source> vmdk_source::open(const std::vector<open_vmdk_file>
     auto source = std::make_unique<vmdk_source>();
     for (const open_vmdk_file& file : files) {
         if (!source->m_disk.add_open_file(file.path, file.descriptor)) {
-            why = narrow(file.path) + " is no sparse VMDK file that can be read";
+            why = narrow(file.path) +
+                  " is no sparse VMDK file that can be read; give its -flat.vmdk to -image, or " +
+                  std::string(read_by_raw_view);
             return nullptr;
         }
     }

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quarry {
@@ -22,6 +23,10 @@ struct open_vmdk_file {
     std::wstring path;
     int descriptor = -1;
 };
+
+// What to do with a disk in a form that is not read here.
+inline constexpr std::string_view read_by_raw_view =
+    "give a raw view of it, as share/doc/quarry/docs/limits.md shows";
 
 class vmdk_source final : public byte_source {
   public:

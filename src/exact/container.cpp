@@ -1,6 +1,7 @@
 #include "exact/container.h"
 
 #include "disk/ewf_source.h"
+#include "disk/vmdk_source.h"
 #include "foundation/byte_view.h"
 
 #include <algorithm>
@@ -14,7 +15,6 @@ namespace quarry::exact {
 namespace {
 
 constexpr std::size_t head_bytes = 512;
-constexpr std::string_view raw_view = "give a raw view of it, as docs/limits.md shows";
 
 struct container {
     std::string_view signature;
@@ -23,10 +23,26 @@ struct container {
 };
 
 constexpr auto containers = std::to_array<container>({
-    {"QFI\xfb", "a QCOW image", raw_view},
-    {"vhdxfile", "a VHDX image", raw_view},
+    {"QFI\xfb", "a QCOW image", read_by_raw_view},
+    {"vhdxfile", "a VHDX image", read_by_raw_view},
     {"KDMV", "a VMDK", "say -vmdk"},
     {"# Disk Descr", "the description of a VMDK", "say -vmdk"},
+});
+
+// First bytes that a compressed file has.
+struct compression {
+    std::string_view signature;
+    std::string_view program;
+};
+
+constexpr auto compressions = std::to_array<compression>({
+    {std::string_view("\xFD"
+                      "7zXZ\0",
+                      6),
+     "xz"},
+    {"\x1F\x8B\x08", "gzip"},
+    {"BZh", "bzip2"},
+    {"\x28\xB5\x2F\xFD", "zstd"},
 });
 
 constexpr std::string_view zip_signature = "PK\x03\x04";
@@ -75,12 +91,25 @@ result<void> refuse_container(const exact_source& source) {
         }
     }
     if (is_aff4(head)) {
-        return refused(source, "an AFF4 image", raw_view);
+        return refused(source, "an AFF4 image", read_by_raw_view);
     }
     if (ends_as_vhd(source)) {
-        return refused(source, "a VHD image", raw_view);
+        return refused(source, "a VHD image", read_by_raw_view);
     }
     return {};
+}
+
+void warn_of_compression(const exact_source& source, notices& told) {
+    std::array<std::uint8_t, 6> head{};
+    if (source.size() < head.size() || !source.read(head, 0)) {
+        return;
+    }
+    for (const compression& each : compressions) {
+        if (byte_view(head).text_at(0, each.signature)) {
+            told.warn("compressed", where::source(source.path()),
+                      "begins as a file of " + std::string(each.program) + " does; decompress it first");
+        }
+    }
 }
 
 }  // namespace quarry::exact

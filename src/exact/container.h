@@ -12,4 +12,8 @@ namespace quarry::exact {
 // Fails with source-open for a container; the words say which it is and what to do.
 [[nodiscard]] result<void> refuse_container(const exact_source& source);
 
+// Warns of a source that begins as a compressed file does. It is not refused: the first bytes of a disk may
+// be any.
+void warn_of_compression(const exact_source& source, notices& told);
+
 }  // namespace quarry::exact

@@ -259,6 +259,15 @@ result<bool> directory_index::is_in_use(std::uint64_t block_number) const {
     return ((bits.front() >> (block_number % 8)) & 1) != 0;
 }
 
+namespace {
+
+// A shell would take such a name for a pattern. "?" on its own is where the path of a deleted file is lost.
+bool looks_like_a_pattern(std::u16string_view name) {
+    return name.size() > 1 ? name.find_first_of(u"*?") != std::u16string_view::npos : name == u"*";
+}
+
+}  // namespace
+
 result<index_key> look_up(const directory_index& index, std::u16string_view name, std::string_view shown,
                           notices& told) {
     descent way(index, name, told);
@@ -272,7 +281,10 @@ result<index_key> look_up(const directory_index& index, std::u16string_view name
         return *same;
     }
     if (found.empty()) {
-        return fail(failure_code::name, where::path(shown), "no such name");
+        return fail(failure_code::name, where::path(shown),
+                    looks_like_a_pattern(name)
+                        ? "no such name; patterns are not read, choose lines of -list with grep"
+                        : "no such name");
     }
     if (index.case_sensitive()) {
         return fail(

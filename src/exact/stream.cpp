@@ -36,7 +36,8 @@ result<std::u16string> choose_name(exact_volume& volume, const attribute_set& se
         return std::u16string(name);
     }
     if (type == attr_data && name.empty() && set.base().is_directory()) {
-        return fail(failure_code::directory, set.base().place().where, "is a directory; name a stream");
+        return fail(failure_code::directory, set.base().place().where,
+                    "is a directory; name a stream, or list its files with -list");
     }
     result<std::vector<std::u16string>> names = names_equal_but_for_case(volume, set, type, name, told);
     if (!names) {

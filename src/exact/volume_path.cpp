@@ -57,7 +57,8 @@ result<typed_text> read_canonical(std::string_view text, std::u16string_view uni
             out.push_back({*unit, true});
             i += 5;
         } else {
-            return no_path(text, "after a backslash comes \\, : or uXXXX; write \\\\ for a backslash");
+            return no_path(
+                text, "after a backslash comes \\, : or uXXXX; write \\\\ for a backslash, / between names");
         }
     }
     return out;

@@ -54,6 +54,15 @@ void number_volumes(std::vector<listed_volume>& volumes) {
     }
 }
 
+// What -volumes would show of a source with so many NTFS volumes.
+std::string listed_by_volumes(std::size_t count) {
+    if (count == 0) {
+        return "; it has none, -volumes shows what it holds";
+    }
+    return count == 1 ? "; -volumes lists the one that it has"
+                      : "; -volumes lists the " + std::to_string(count) + " that it has";
+}
+
 bool is_sound(const listed_volume& volume) {
     return volume.is_sound;
 }
@@ -161,7 +170,7 @@ result<listed_volume> volume_table::choose(std::optional<std::uint64_t> number) 
     }
     if (number) {
         return fail(failure_code::no_such_volume, where::source(m_source),
-                    "has no NTFS volume " + std::to_string(*number));
+                    "has no NTFS volume " + std::to_string(*number) + listed_by_volumes(count));
     }
     const bool is_enciphered = std::any_of(m_volumes.begin(), m_volumes.end(), [](const listed_volume& each) {
         return each.kind == volume_kind::bitlocker;
@@ -174,7 +183,8 @@ result<listed_volume> volume_table::choose(std::optional<std::uint64_t> number) 
     if (unread != m_volumes.end()) {
         return tl::make_unexpected(*unread->unread);
     }
-    return fail(failure_code::no_volume, where::source(m_source), "holds no NTFS volume");
+    return fail(failure_code::no_volume, where::source(m_source),
+                "holds no NTFS volume; -volumes shows what it holds");
 }
 
 }  // namespace quarry::exact

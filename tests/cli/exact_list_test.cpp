@@ -84,13 +84,14 @@ TEST_F(exact_list, copies_paths_entries_and_lines_of_a_listing) {
 TEST_F(exact_list, tells_a_line_that_fails_and_goes_on) {
     const program_result result = copy("/none\n/a.txt\n/\xFF\n24-2\n25\n/a//b\n24-1:Note\n");
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(told(result, "err: "),
-              (words{"err: list, line 1: path \"/none\": no such name",
-                     "err: list, line 3: \"/\\xFF\": is not UTF-8",
-                     "err: list, line 4: record 24: has sequence number 1, the reference says 2 (source byte "
-                     "0xA010)",
-                     "err: list, line 5: record 25: is a directory; name a stream",
-                     "err: list, line 6: path \"/a//b\": has an empty name"}));
+    EXPECT_EQ(
+        told(result, "err: "),
+        (words{"err: list, line 1: path \"/none\": no such name",
+               "err: list, line 3: \"/\\xFF\": is not UTF-8",
+               "err: list, line 4: record 24: has sequence number 1, the reference says 2 (source byte "
+               "0xA010)",
+               "err: list, line 5: record 25: is a directory; name a stream, or list its files with -list",
+               "err: list, line 6: path \"/a//b\": has an empty name"}));
     EXPECT_EQ(told(result, "ok: "),
               (words{"ok: /a.txt -> out/a.txt (6 bytes)", "ok: 24-1:Note -> out/a.txt_Note (5 bytes)"}));
     EXPECT_EQ(last_line(result.err), "list: 7 asked, 2 complete, 0 in doubt, 5 failed, 0 kept\n");
@@ -142,7 +143,8 @@ TEST_F(exact_list, needs_a_directory) {
     };
     EXPECT_EQ(refusal({"-dst", "out"}), "err: -pipe needs a directory; say -dst DIR/\n");
     EXPECT_EQ(refusal({}), "err: no destination; say -dst\n");
-    EXPECT_EQ(refusal({"-dst", "none/"}), "err: destination none/: No such file or directory\n");
+    EXPECT_EQ(refusal({"-dst", "none/"}),
+              "err: destination none/: No such file or directory; make the directory first\n");
     EXPECT_EQ(refusal({"-dst", "out/", "-src", "/a.txt"}), "err: -pipe and -src exclude each other\n");
 }
 

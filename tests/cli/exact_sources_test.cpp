@@ -89,7 +89,10 @@ TEST_F(exact_source_of_a_host, that_is_a_pipe_or_a_socket_fails_at_once) {
     std::copy(path.begin(), path.end(), std::begin(address.sun_path));
     ASSERT_EQ(::bind(socket, reinterpret_cast<const ::sockaddr*>(&address), sizeof address), 0);
     for (const auto& [name, word] :
-         {std::pair("fifo", "Illegal seek"), std::pair("socket", "No such device or address")}) {
+         {std::pair("fifo",
+                    "Illegal seek; the source must be a file or a drive, copy what comes through a pipe to a "
+                    "file first"),
+          std::pair("socket", "No such device or address")}) {
         const program_result result = copy({"-image", name, "-src", "/a.txt", "-dst", "copy"},
                                            {.time_limit = std::chrono::seconds(10)});
         EXPECT_FALSE(result.timed_out) << name;
@@ -101,7 +104,7 @@ TEST_F(exact_source_of_a_host, that_is_a_pipe_or_a_socket_fails_at_once) {
 }
 
 TEST_F(exact_source_of_a_host, that_is_a_container_is_refused_with_what_to_do) {
-    const std::string raw = "; give a raw view of it, as docs/limits.md shows\n";
+    const std::string raw = "; give a raw view of it, as share/doc/quarry/docs/limits.md shows\n";
     const auto refused = [&](const bytes& content, const std::string& option) {
         write_file(m_dir / "disk", content);
         const program_result result = copy({option, "disk", "-src", "/a.txt", "-dst", "copy"});

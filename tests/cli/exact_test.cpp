@@ -231,7 +231,7 @@ TEST_F(exact_mode, refuses_what_is_not_understood_before_anything_is_read) {
     expect_refused({"-imgae", "nothing", "-src", "/a.txt", "-dst", "copy"},
                    "\"-imgae\" is no option; did you mean -image?");
     expect_refused({"-image", "nothing", "a.txt", "copy"},
-                   "\"a.txt\" stands alone; a source is named with -src");
+                   "\"a.txt\" stands alone; a source is named with -src, an image with -image");
     expect_refused({"-image", "nothing", "-offset", "0x1g", "-src", "/a.txt", "-dst", "copy"},
                    "-offset \"0x1g\" is no number");
     expect_refused({"-image", "nothing", "-src", "/a.txt", "-dst", "copy", "-meta"},
@@ -255,11 +255,12 @@ TEST_F(exact_mode, refuses_destinations_that_would_lose_something) {
         return line;
     };
     expect_refused(to("earlier", false), "destination earlier: exists; say -overwrite");
-    expect_refused(to("link", true), "destination link: is a link");
+    expect_refused(to("link", true), "destination link: is a link; links are not followed, name a file");
     expect_refused(
         to("volume", true),
         "destination volume: is a file of this run: a source, the log, the manifest or a standard stream");
-    expect_refused(to("missing/copy", false), "destination missing/: No such file or directory");
+    expect_refused(to("missing/copy", false),
+                   "destination missing/: No such file or directory; make the directory first");
     expect_refused(to("out", true), "destination out: is a directory; say out/");
     EXPECT_EQ(text("earlier"), "earlier");
     EXPECT_EQ(exact(to("earlier", true)).status, 0);
@@ -272,7 +273,7 @@ TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
                    "log volume: is the source");
     EXPECT_TRUE(text("volume") == before);
     expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "missing/log"},
-                   "log missing/log: cannot be opened");
+                   "log missing/log: cannot be opened: No such file or directory");
     expect_refused(
         {"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
         "destination log: is a file of this run: a source, the log, the manifest or a standard stream");
@@ -351,14 +352,15 @@ TEST_F(exact_mode, gives_up_its_rights_before_the_source_is_opened) {
 #endif
 
 TEST_F(exact_mode, a_name_that_is_not_there_is_told_as_it_was_asked_for) {
-    EXPECT_NE(exact({"-image", "volume", "-src", "/docs", "-dst", "copy"})
-                  .err.find("err: path \"/docs\": is a directory; name a stream\n"),
-              std::string::npos);
+    EXPECT_NE(
+        exact({"-image", "volume", "-src", "/docs", "-dst", "copy"})
+            .err.find("err: path \"/docs\": is a directory; name a stream, or list its files with -list\n"),
+        std::string::npos);
     EXPECT_NE(exact({"-image", "volume", "-src", "/A.TXT:other", "-dst", "copy"})
                   .err.find("err: path \"/a.txt\": no stream \"other\"; there are: \"\", \"Note\"\n"),
               std::string::npos);
     EXPECT_NE(exact({"-image", "volume", "-mft", "26", "-dst", "copy"})
-                  .err.find("err: record 26: is a directory; name a stream\n"),
+                  .err.find("err: record 26: is a directory; name a stream, or list its files with -list\n"),
               std::string::npos);
 }
 
@@ -399,7 +401,7 @@ TEST_F(exact_mode, ends_with_5_where_source_or_volume_cannot_be_opened) {
     write_file(m_dir / "zeros", bytes(100000));
     result = exact({"-image", "zeros", "-src", "/a.txt", "-dst", "copy"});
     EXPECT_EQ(result.status, 5);
-    EXPECT_EQ(result.err, "err: source zeros: holds no NTFS volume\n");
+    EXPECT_EQ(result.err, "err: source zeros: holds no NTFS volume; -volumes shows what it holds\n");
     EXPECT_EQ(exact({"-image", "disk", "-offset", "0", "-src", "/a.txt", "-dst", "copy"}).status, 5);
     EXPECT_EQ(exact({"-image", "disk", "-ntfsvol", "2", "-src", "/a.txt", "-dst", "copy"}).status, 2);
 }
@@ -421,7 +423,9 @@ TEST_F(exact_mode, ends_with_1_and_leaves_nothing_where_the_copy_fails) {
     EXPECT_NE(result.err.find("err: path \"/nothing\": no such name\n"), std::string::npos) << result.err;
     result = exact({"-image", "volume", "-src", "/docs", "-dst", "copy"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("is a directory; name a stream\n"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("is a directory; name a stream, or list its files with -list\n"),
+              std::string::npos)
+        << result.err;
     EXPECT_EQ(exact({"-image", "volume", "-cluster", "99999999", "-dst", "copy"}).status, 2);
     EXPECT_TRUE(made().empty());
 }

@@ -140,7 +140,7 @@ TEST_F(manifests, replace_and_extend_no_other_file) {
     expect_refused({"-manifest", "volume"}, "manifest volume: is the source or lies on it");
     EXPECT_EQ(text("volume"), source);
     fs::create_symlink("elsewhere", m_dir / "link");
-    expect_refused({"-manifest", "link"}, "manifest link: is a link");
+    expect_refused({"-manifest", "link"}, "manifest link: is a link; links are not followed, name a file");
     expect_refused({"-manifest", "out"}, "manifest out: is no regular file");
     expect_refused({"-manifest", "/dev/null"}, "manifest /dev/null: is no regular file");
     ASSERT_EQ(::mkfifo((m_dir / "pipe").c_str(), 0600), 0);

@@ -48,7 +48,7 @@ NAMES = (
 
 # What the exact mode may answer in place of a copy, by a short name.
 REASONS = {
-    "directory": r"is a directory; name a stream",
+    "directory": r"is a directory; name a stream, or list its files with -list",
     "no-stream": r'no stream ".*"; there are: .*',
     "link": r"leads to .*; say -letter .* if that is this volume",
     "ambiguous": r"several names differ only in case: .*",

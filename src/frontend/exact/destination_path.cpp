@@ -67,10 +67,21 @@ tl::unexpected<failure> refused(failure_code code, const std::string& path, std:
     return fail(code, where::destination(shown_typed(path)), std::move(why));
 }
 
+// What to do where a link was named. /dev/stdout is one, too.
+std::string_view instead_of_link(const std::string& path) {
+    struct ::stat status {};
+    const bool is_stream_or_device =
+        ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+    return is_stream_or_device ? "; a copy cannot go to standard output or a device, name a file"
+                               : "; links are not followed, name a file";
+}
+
 result<void> check_directory(const std::string& directory) {
     struct ::stat status {};
     if (::stat(directory.c_str(), &status) != 0) {
-        return refused(failure_code::create, directory, std::strerror(errno));
+        const std::string why = std::strerror(errno);
+        return refused(failure_code::create, directory,
+                       errno == ENOENT ? why + "; make the directory first" : why);
     }
     if (!S_ISDIR(status.st_mode)) {
         return refused(failure_code::create, directory, std::strerror(ENOTDIR));
@@ -136,7 +147,7 @@ result<void> check_destination(const destination& target, bool overwrite, const 
         return refused(failure_code::exists, path, "is a directory; say " + shown_typed(path) + "/");
     }
     if (S_ISLNK(status.st_mode)) {
-        return refused(failure_code::exists, path, "is a link");
+        return refused(failure_code::exists, path, "is a link" + std::string(instead_of_link(path)));
     }
     if (!S_ISREG(status.st_mode)) {
         return refused(failure_code::exists, path, "is no regular file");

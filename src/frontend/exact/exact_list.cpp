@@ -84,6 +84,10 @@ exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scou
             break;
         }
     }
+    // In a pipeline the status of what was to make the list is lost.
+    if (count.asked == 0 && !count.cut_off) {
+        messages.tell("warning: list: has no line; did the command that makes it fail?");
+    }
     messages.tell(count.text());
     return session.must_end() ? exit_status::failed : count.status();
 }

@@ -13,8 +13,10 @@ namespace quarry::exact {
 result<void> exact_messages::open_log(const std::string& path, const std::string& command_line,
                                       const std::string& header) {
     m_log_place = "log " + shown_typed(path);
+    errno = 0;
     if (!uni::open_output(m_log, widen(path))) {
-        return fail(failure_code::create, m_log_place, "cannot be opened");
+        return fail(failure_code::create, m_log_place,
+                    std::string("cannot be opened: ") + std::strerror(errno == 0 ? EIO : errno));
     }
     m_log_is_open = true;
     write_to_log(command_line);

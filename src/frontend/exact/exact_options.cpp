@@ -38,13 +38,27 @@ std::string named(std::string_view option_name, std::string_view value) {
 
 // ---- from words to options
 
+bool asks_for_version(std::string_view word) {
+    constexpr auto words = std::to_array<std::string_view>({"--version", "-version", "-ver"});
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
 refusal unknown_word(std::string_view word) {
     if (!word.starts_with('-')) {
-        return {quoted(word) + " stands alone; a source is named with -src"};
+        return {quoted(word) + " stands alone; a source is named with -src, an image with -image"};
     }
     const option_row* const near = nearest_option(word);
-    return {quoted(word) + " is no option" +
-            (near == nullptr ? "" : "; did you mean " + std::string(near->name) + "?")};
+    const std::string refused = quoted(word) + " is no option; ";
+    const std::size_t equals = word.find('=');
+    const option_row* const begun =
+        equals == std::string_view::npos ? nullptr : nearest_option(word.substr(0, equals));
+    if (begun != nullptr && begun->values > 0) {
+        return {refused + "did you mean " + std::string(begun->name) + " with its value as the next word?"};
+    }
+    if (near != nullptr) {
+        return {refused + "did you mean " + std::string(near->name) + "?"};
+    }
+    return {refused + (asks_for_version(word) ? "-exact -h shows the version" : "-exact -h lists them")};
 }
 
 // The words from `first` on that belong to an option as its values.
@@ -286,6 +300,12 @@ status check_combination(const given_options& given) {
         .and_then([&] {
             return needs_one_of(given, {option::volumes, option::listing, option::verify_source, option::dst},
                                 "no destination; say -dst");
+        })
+        .and_then([&]() -> status {
+            if (given.value(option::dst) == "-") {
+                return refuse("-dst \"-\": a copy never goes to standard output; a file of that name is ./-");
+            }
+            return {};
         })
         .and_then([&] { return needs_a_directory(given, option::pipe); })
         .and_then([&] { return needs_a_directory(given, option::tree); });

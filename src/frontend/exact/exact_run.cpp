@@ -197,6 +197,30 @@ tl::expected<exit_status, ended> verify_source(const opened_source& source, cons
                    : end_with(exit_status::failed, std::move(checked.error()));
 }
 
+// What to do where no volume is at the place that the command line names.
+std::string hint_for_place(const failure& why, const exact_options& options, const exact_source& source) {
+    const bool is_no_volume = why.code == failure_code::boot;
+    if (!options.offset) {
+        return is_no_volume && options.source.kind == source_kind::partition
+                   ? "; a disk with a partition table is named with -image"
+                   : "";
+    }
+    const bool ends_before = why.code == failure_code::source_end && *options.offset >= source.size();
+    if (!is_no_volume && !ends_before) {
+        return "";
+    }
+    constexpr std::uint64_t sector_bytes = 512;
+    if (*options.offset < source.size() / sector_bytes) {
+        const std::uint64_t from_sectors = *options.offset * sector_bytes;
+        const partition rest = {from_sectors, source.size() - from_sectors};
+        if (look_at_volume(source, rest).kind == volume_kind::ntfs) {
+            return "; -offset counts bytes, sector " + std::to_string(*options.offset) + " is -offset " +
+                   std::to_string(from_sectors);
+        }
+    }
+    return "; -volumes lists the offsets of the volumes";
+}
+
 tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& source,
                                                                const exact_options& options,
                                                                exact_messages& messages, manifest* evidence) {
@@ -213,6 +237,7 @@ tl::expected<std::unique_ptr<exact_volume>, ended> open_volume(opened_source& so
         evidence->add_warnings(told);
     }
     if (!opened) {
+        opened.error().why += hint_for_place(opened.error(), options, bytes);
         const exit_status status = status_of(opened.error().code, exit_status::not_opened);
         return end_with(status, std::move(opened.error()));
     }

@@ -36,7 +36,7 @@ result<void> check_path(const std::string& path, const std::string& where, const
         return errno == ENOENT ? result<void>() : refused(where, std::strerror(errno));
     }
     if (S_ISLNK(status.st_mode)) {
-        return refused(where, "is a link");
+        return refused(where, "is a link; links are not followed, name a file");
     }
     if (!S_ISREG(status.st_mode)) {
         return refused(where, "is no regular file");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
@@ -45,7 +46,11 @@ result<std::unique_ptr<file_source>> open_file(const std::string& path) {
     int error = 0;
     auto opened = file_source::open(path, error);
     if (opened == nullptr) {
-        return cannot_open(path, std::string("cannot be opened: ") + std::strerror(error));
+        std::string why = std::string("cannot be opened: ") + std::strerror(error);
+        if (error == ESPIPE) {
+            why += "; the source must be a file or a drive, copy what comes through a pipe to a file first";
+        }
+        return cannot_open(path, why);
     }
     return opened;
 }
@@ -70,9 +75,11 @@ result<void> watch(opened_source& source, const std::vector<std::string>& files)
 
 result<opened_source> open_raw(const std::string& path, std::unique_ptr<file_source> bytes, notices& told) {
     const std::string shown = shown_typed(path);
-    if (auto refused = refuse_container(exact_source(*bytes, shown)); !refused) {
+    const exact_source content(*bytes, shown);
+    if (auto refused = refuse_container(content); !refused) {
         return passed_on(refused);
     }
+    warn_of_compression(content, told);
     const bool mounted = is_mounted(path);
     if (mounted) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");

@@ -223,7 +223,8 @@ TEST(stream, is_chosen_by_its_units_before_case_counts) {
 TEST(stream, of_a_directory_is_named) {
     volume_builder volume;
     volume.add_directory("d").stream("notes", "text");
-    EXPECT_EQ(copy_of(volume).failed, "directory record 24: is a directory; name a stream");
+    EXPECT_EQ(copy_of(volume).failed,
+              "directory record 24: is a directory; name a stream, or list its files with -list");
     expect_copy(copy_of(volume, u"notes"), to_bytes("text"));
 }
 

@@ -56,9 +56,11 @@ TEST(volume_path, takes_escapes_in_canonical_form) {
     EXPECT_EQ(parsed("/a\\:b").names, names{u"a:b"});
     EXPECT_EQ(parsed("/\\u0041\\ud800\\u002F").names, names{u"A\xD800/"});
     EXPECT_EQ(refusal("/a\\b"),
-              "path \"/a\\b\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash");
-    EXPECT_EQ(refusal("/a\\"),
-              "path \"/a\\\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash");
+              "path \"/a\\b\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash, / between "
+              "names");
+    EXPECT_EQ(
+        refusal("/a\\"),
+        "path \"/a\\\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash, / between names");
     EXPECT_EQ(refusal("/\\u12"), "path \"/\\u12\": \\u is followed by four hexadecimal digits");
     EXPECT_EQ(refusal("/\\u12g4"), "path \"/\\u12g4\": \\u is followed by four hexadecimal digits");
 }

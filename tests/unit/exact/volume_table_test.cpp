@@ -117,21 +117,25 @@ TEST(volume_table, counts_a_volume_by_what_it_holds_and_not_by_its_type) {
 TEST(volume_table, one_volume_is_taken_several_must_be_chosen_from) {
     disk_builder disk(4096);
     disk.table(0, {{0x07, 1000, 10}, {0x07, 2000, 10}});
-    EXPECT_EQ(choice_of(disk), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_of(disk),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
     disk.put(1000, boot_with_serial(1));
     EXPECT_EQ(choice_of(disk), "0x7D000");
     disk.put(2000, boot_with_serial(2));
     EXPECT_EQ(choice_of(disk),
               "several-volumes: source disk.dd: holds 2 NTFS volumes; choose one with -ntfsvol");
     EXPECT_EQ(choice_of(disk, 2), "0xFA000");
-    EXPECT_EQ(choice_of(disk, 3), "no-such-volume: source disk.dd: has no NTFS volume 3");
+    EXPECT_EQ(choice_of(disk, 3),
+              "no-such-volume: source disk.dd: has no NTFS volume 3; -volumes lists the 2 that it has");
 }
 
 TEST(volume_table, an_enciphered_volume_is_named_as_one) {
     disk_builder disk(4096);
     disk.table(0, {{0x07, 1000, 10}}).put(1000, named_sector(3, "-FVE-FS-"));
     EXPECT_EQ(choice_of(disk), "enciphered: source disk.dd: is enciphered (BitLocker)");
-    EXPECT_EQ(choice_of(disk, 1), "no-such-volume: source disk.dd: has no NTFS volume 1");
+    EXPECT_EQ(
+        choice_of(disk, 1),
+        "no-such-volume: source disk.dd: has no NTFS volume 1; it has none, -volumes shows what it holds");
 }
 
 TEST(volume_table, a_source_that_begins_with_a_boot_sector_is_one_bare_volume) {
@@ -195,7 +199,8 @@ TEST(volume_table, a_partition_whose_first_sector_is_lost_is_found_by_its_backup
     EXPECT_EQ(choice_of(disk), "0xC800");
     // One sector less, and the backup is not where it must be.
     disk.table(0, {{0x07, 100, sectors - 1}});
-    EXPECT_EQ(choice_of(disk), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_of(disk),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
 }
 
 TEST(volume_table, a_first_sector_that_cannot_be_read_is_no_disk_without_volumes) {
@@ -242,7 +247,8 @@ TEST(volume_table, a_table_that_leads_to_a_sound_volume_counts_whatever_text_is_
     EXPECT_EQ(choice_beside(3, "NTFS    ", volume), "0xC800");
     // An entry that leads only to a name proves no table.
     const bytes name_alone = named_sector(3, "NTFS    ");
-    EXPECT_EQ(choice_beside(54, "FAT16   ", name_alone), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_beside(54, "FAT16   ", name_alone),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
     EXPECT_EQ(choice_beside(3, "-FVE-FS-", name_alone),
               "enciphered: source disk.dd: is enciphered (BitLocker)");
 }
@@ -250,11 +256,13 @@ TEST(volume_table, a_table_that_leads_to_a_sound_volume_counts_whatever_text_is_
 TEST(volume_table, a_source_without_anything_known_is_one_line) {
     disk_builder disk(4);
     EXPECT_EQ(listing_of(disk), "   -  offset 0x0000000000000000         2 KiB  unknown\n");
-    EXPECT_EQ(choice_of(disk), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_of(disk),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
 }
 
 TEST(volume_table, an_empty_source_holds_no_volume) {
-    EXPECT_EQ(choice_of(disk_builder(0)), "no-volume: source disk.dd: holds no NTFS volume");
+    EXPECT_EQ(choice_of(disk_builder(0)),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
 }
 
 }  // namespace quarry::test

@@ -117,8 +117,8 @@ TEST_F(destination_path, a_new_name_is_good) {
 }
 
 TEST_F(destination_path, a_directory_that_is_missing_is_refused) {
-    EXPECT_EQ(answer("sub/new"), "create: No such file or directory");
-    EXPECT_EQ(answer("sub/"), "create: No such file or directory");
+    EXPECT_EQ(answer("sub/new"), "create: No such file or directory; make the directory first");
+    EXPECT_EQ(answer("sub/"), "create: No such file or directory; make the directory first");
     make_file("file");
     EXPECT_EQ(answer("file/new"), "create: Not a directory");
 }
@@ -141,8 +141,8 @@ TEST_F(destination_path, a_link_is_never_replaced_nor_followed) {
     fs::create_symlink(in_dir("file"), in_dir("link"));
     fs::create_symlink(in_dir("nothing"), in_dir("dangling"));
     for (const bool overwrite : {false, true}) {
-        EXPECT_EQ(answer("link", overwrite), "exists: is a link");
-        EXPECT_EQ(answer("dangling", overwrite), "exists: is a link");
+        EXPECT_EQ(answer("link", overwrite), "exists: is a link; links are not followed, name a file");
+        EXPECT_EQ(answer("dangling", overwrite), "exists: is a link; links are not followed, name a file");
     }
 }
 
@@ -162,7 +162,7 @@ TEST_F(destination_path, a_file_of_the_run_is_refused_under_any_of_its_names) {
         EXPECT_EQ(
             answer(name, true, {}, in_dir("source")),
             name == "link"
-                ? "exists: is a link"
+                ? "exists: is a link; links are not followed, name a file"
                 : "exists: is a file of this run: a source, the log, the manifest or a standard stream");
     }
     make_file("other");

@@ -129,7 +129,7 @@ TEST(exact_options, clusters_are_one_unless_a_count_follows) {
     EXPECT_EQ(refusal_of("-exact -image d -cluster 100 0 -dst b"), "-cluster \"0\": no cluster is asked for");
     EXPECT_EQ(refusal_of("-exact -image d -cluster 100 7x -dst b"), "-cluster \"7x\" is no number");
     EXPECT_EQ(refusal_of("-exact -image d -cluster 100 b"),
-              "\"b\" stands alone; a source is named with -src");
+              "\"b\" stands alone; a source is named with -src, an image with -image");
 }
 
 TEST(exact_options, numbers_are_decimal_or_hexadecimal_of_64_bits) {
@@ -245,18 +245,21 @@ TEST(exact_options, verify_source_goes_with_an_image_and_nothing_that_chooses_or
 
 TEST(exact_options, a_misspelt_option_is_refused_with_a_guess) {
     EXPECT_EQ(refusal_of("-exact -imgae d -src /a -dst b"), "\"-imgae\" is no option; did you mean -image?");
-    EXPECT_EQ(refusal_of(whole + "-qwertz"), "\"-qwertz\" is no option");
+    EXPECT_EQ(refusal_of(whole + "-qwertz"), "\"-qwertz\" is no option; -exact -h lists them");
 }
 
 TEST(exact_options, a_word_without_an_option_is_refused) {
-    EXPECT_EQ(refusal_of("-exact -image d a.txt b"), "\"a.txt\" stands alone; a source is named with -src");
-    EXPECT_EQ(refusal_of(whole + "-raw yes"), "\"yes\" stands alone; a source is named with -src");
-    EXPECT_EQ(refusal_of({"quarry", "-exact", ""}), "\"\" stands alone; a source is named with -src");
+    EXPECT_EQ(refusal_of("-exact -image d a.txt b"),
+              "\"a.txt\" stands alone; a source is named with -src, an image with -image");
+    EXPECT_EQ(refusal_of(whole + "-raw yes"),
+              "\"yes\" stands alone; a source is named with -src, an image with -image");
+    EXPECT_EQ(refusal_of({"quarry", "-exact", ""}),
+              "\"\" stands alone; a source is named with -src, an image with -image");
 }
 
 TEST(exact_options, a_refused_word_cannot_act_on_a_terminal) {
     EXPECT_EQ(refusal_of({"quarry", "-exact", "a\x1b[2J"}),
-              "\"a\\u001B[2J\" stands alone; a source is named with -src");
+              "\"a\\u001B[2J\" stands alone; a source is named with -src, an image with -image");
 }
 
 TEST(exact_options, every_option_but_two_is_refused_when_it_is_given_twice) {

@@ -177,7 +177,8 @@ TEST(parse_list_line, refuses_what_is_no_path_or_not_utf_8) {
     EXPECT_EQ(order_of("/\xFF"), "\"/\\xFF\": is not UTF-8");
     EXPECT_EQ(order_of("\xED\xA0\x80"), "\"\\xED\\xA0\\x80\": is not UTF-8");
     EXPECT_EQ(order_of("/\x1B[2J\\"),
-              "path \"/\\u001B[2J\\\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash");
+              "path \"/\\u001B[2J\\\": after a backslash comes \\, : or uXXXX; write \\\\ for a backslash, / "
+              "between names");
 }
 
 }  // namespace

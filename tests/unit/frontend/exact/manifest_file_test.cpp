@@ -85,7 +85,7 @@ TEST_F(manifest_file_test, refuses_what_is_no_manifest_of_whole_lines) {
     EXPECT_EQ(refusal(), "does not end with a line feed: its last line is not whole");
     fs::remove(path());
     fs::create_symlink("elsewhere", path());
-    EXPECT_EQ(refusal(), "is a link");
+    EXPECT_EQ(refusal(), "is a link; links are not followed, name a file");
     fs::remove(path());
     fs::create_directory(path());
     EXPECT_EQ(refusal(), "is no regular file");
