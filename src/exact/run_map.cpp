@@ -118,6 +118,16 @@ result<void> run_map::add_run(std::optional<std::uint64_t> lcn, std::uint64_t le
                         " lie outside of the volume of " + std::to_string(m_volume_clusters),
                     source_byte);
     }
+    if (lcn) {
+        // Runs that lie over each other would make a stream of any length out of one cluster.
+        if (length > m_volume_clusters - m_stored_clusters) {
+            return fail(
+                failure_code::runs, std::string(where),
+                "stores more than the " + std::to_string(m_volume_clusters) + " clusters of the volume",
+                source_byte);
+        }
+        m_stored_clusters += length;
+    }
     m_runs.push_back({end_vcn(), lcn.value_or(run::no_lcn), length});
     return {};
 }
@@ -136,14 +146,6 @@ const run* run_map::find(std::uint64_t vcn) const {
     }
     const run& found = *(after - 1);
     return vcn < found.end_vcn() ? &found : nullptr;
-}
-
-std::uint64_t run_map::stored_clusters() const {
-    std::uint64_t clusters = 0;
-    for (const run& each : m_runs) {
-        clusters += each.is_hole() ? 0 : each.length;
-    }
-    return clusters;
 }
 
 std::optional<std::uint64_t> run_map::cluster_used_twice() const {

@@ -45,7 +45,8 @@ class run_map {
     // Adds a piece of the stream: a verified, non-resident attribute. `where` is the place for a failure;
     // `source_byte` is the byte of the source at which the attribute begins. Fails with gap if the piece does
     // not begin where the last one ended, with duplicate if it begins where a piece before it did, with runs
-    // or outside if its mapping pairs break a rule. The map is then of no use.
+    // or outside if its mapping pairs break a rule, and with runs if more clusters are stored than the volume
+    // has. The map is then of no use.
     [[nodiscard]] result<void> add(const attribute& piece, std::string_view where,
                                    std::optional<std::uint64_t> source_byte);
     // Adds one stored run at the end. Fails with outside.
@@ -58,8 +59,8 @@ class run_map {
     [[nodiscard]] const std::vector<run>& runs() const { return m_runs; }
     // Clusters of all pieces, holes included.
     [[nodiscard]] std::uint64_t end_vcn() const { return m_runs.empty() ? 0 : m_runs.back().end_vcn(); }
-    // Clusters that are stored.
-    [[nodiscard]] std::uint64_t stored_clusters() const;
+    // Clusters that are stored, at most those of the volume; one that is used twice counts twice.
+    [[nodiscard]] std::uint64_t stored_clusters() const { return m_stored_clusters; }
     // The lowest cluster of the volume that the stream uses twice, if there is one.
     [[nodiscard]] std::optional<std::uint64_t> cluster_used_twice() const;
 
@@ -73,6 +74,7 @@ class run_map {
     std::uint32_t m_cluster_size;
     std::uint64_t m_last_piece_vcn = 0;
     bool m_has_piece = false;
+    std::uint64_t m_stored_clusters = 0;
     std::vector<run> m_runs;
 };
 

@@ -162,6 +162,18 @@ TEST(run_map, may_have_holes_larger_than_the_volume_up_to_63_bits) {
               "runs it: mapping pairs at 0x40: the stream leaves 63 bits (source byte 0x140)");
 }
 
+TEST(run_map, stores_no_more_clusters_than_the_volume_has) {
+    // Each run is one cluster of the volume short of all of it.
+    EXPECT_EQ(fault(attribute_builder::non_resident(0x80, {{0, 999}, {hole, 5000}, {3, 1}})), "");
+    EXPECT_EQ(fault(attribute_builder::non_resident(0x80, {{0, 999}, {hole, 5000}, {3, 2}})),
+              "runs it: stores more than the 1000 clusters of the volume (source byte 0x147)");
+    // The pieces of a stream count together.
+    run_map map(volume_clusters, 4096);
+    ASSERT_EQ(add(map, attribute_builder::non_resident(0x80, {{0, 600}})), "");
+    EXPECT_EQ(add(map, attribute_builder::non_resident(0x80, {{0, 401}}).lowest_vcn(600)),
+              "runs it: stores more than the 1000 clusters of the volume (source byte 0x140)");
+}
+
 TEST(run_map, reports_a_cluster_that_is_used_twice) {
     run_map apart(volume_clusters, 4096);
     ASSERT_EQ(add(apart, attribute_builder::non_resident(0x80, {{100, 8}, {hole, 8}, {108, 2}, {98, 2}})),
