@@ -181,5 +181,9 @@ in_older -h 2>"$work/usage"
 same "the usage of the static program" "$work/usage.built" "$work/usage"
 in_older -image /opt/disk.img -offset 0x100000 -src /Pictures/terraces.png -dst /opt/terraces.png
 echo "$(manifest /Pictures/terraces.png 4)  $older/opt/terraces.png" | sha256sum --check
+printf 'EVF\x09\x0d\x0a\xff\x00\x01\x01\x00\x00\x00' | "${as_root[@]}" tee "$older/opt/case.E01" >/dev/null
+status=0
+in_older -exact -image /opt/case.E01 -volumes >/dev/null 2>"$work/refused" || status=$?
+{ [ "$status" = 5 ] && grep -q 'a static program cannot load it' "$work/refused"; } || fail "the static program on an EWF image"
 
 quarry_say "package and tarball are good"

@@ -170,6 +170,25 @@ def sections(content):
         at = following
 
 
+def claim_chunks(segment, chunks, sectors, sector_size):
+    """The sections that tell the shape of the disk say that it has so many chunks of so many sectors."""
+    content = bytearray(segment.read_bytes())
+    for kind, at, _ in list(sections(content)):
+        if kind in ("volume", "data"):
+            struct.pack_into("<III", content, at + 76 + 4, chunks, sectors, sector_size)
+            struct.pack_into("<Q", content, at + 76 + 16, chunks * sectors)
+            struct.pack_into("<I", content, at + 76 + 1048, zlib.adler32(content[at + 76:at + 76 + 1048]))
+    segment.write_bytes(content)
+
+
+def test_a_size_that_the_files_have_no_room_for_is_not_verified(disk, scratch):
+    segments = acquire(disk, scratch / "image")
+    # 2 PiB.
+    claim_chunks(segments[0], 1 << 20, 1 << 22, 512)
+    assert verify(segments[0]) == (
+        1, f"err: source {segments[0]}: says that it holds 2251799813685248 bytes, which its files have no room for\n")
+
+
 def section_header(kind, following, size):
     header = kind.encode().ljust(16, b"\0") + struct.pack("<QQ", following, size) + bytes(40)
     return header + struct.pack("<I", zlib.adler32(header))

@@ -15,6 +15,9 @@ namespace quarry::exact {
 namespace {
 
 constexpr std::size_t piece_size = std::size_t{4} << 20;
+// A form that keeps a chunk of one byte value as a word grows further than deflate does, which the size of
+// the content goes by.
+constexpr std::uint64_t growth_beyond_deflate = 64;
 
 // The bytes of an EWF image as it holds them.
 class bytes_as_stored final : public byte_source {
@@ -73,6 +76,11 @@ bool has_stored_digest(const opened_source& source) {
 }
 
 result<void> check_source(const opened_source& source, worker_pool& workers, exact_messages& messages) {
+    if (source.ewf->size() / growth_beyond_deflate > source.ewf->content_size()) {
+        return fail(failure_code::source_read, where::source(source.shown_path),
+                    "says that it holds " + std::to_string(source.ewf->size()) +
+                        " bytes, which its files have no room for");
+    }
     if (const std::uint64_t missing = source.ewf->not_acquired(); missing != 0) {
         notices told;
         told.warn("unreadable", where::source(source.shown_path),
