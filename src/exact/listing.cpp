@@ -4,6 +4,7 @@
 #include "exact/file_names.h"
 #include "exact/index_budget.h"
 #include "exact/index_walk.h"
+#include "exact/list_budget.h"
 #include "exact/name_text.h"
 #include "exact/number_set.h"
 #include "exact/record_ahead.h"
@@ -27,6 +28,28 @@ constexpr std::size_t longest_path = 32767;
 // Records that are read ahead of the one that is needed.
 constexpr std::size_t most_read_ahead = 64;
 
+// The attributes of a file, for what its attribute list may still cost. A listing ends when `budget` is
+// spent.
+result<attribute_set> read_attributes(const mft& table, record base, list_budget& budget, notices& told) {
+    const auto list = find_attribute_list(base);
+    if (!list || *list == nullptr) {
+        return attribute_set::of(table, std::move(base), told);
+    }
+    const std::string where = base.place().where;
+    const std::uint64_t list_bytes =
+        std::min(longest_attribute_list,
+                 (*list)->non_resident() ? (*list)->real_size() : std::uint64_t{(*list)->value().size()});
+    budget.take(list_bytes, where);
+    if (budget.spent()) {
+        return tl::make_unexpected(*budget.spent());
+    }
+    auto file = attribute_set::of(table, std::move(base), told);
+    // What was read of a file that failed is not known: as many records as its list has room to name.
+    const std::uint64_t records = file ? file->records() - 1 : list_bytes / smallest_list_entry;
+    budget.take(records * table.volume().shape().record_size, where);
+    return file;
+}
+
 class tree_listing {
   public:
     tree_listing(exact_volume& volume, bool recurse, const listing_outputs& outputs, notices& told)
@@ -35,7 +58,8 @@ class tree_listing {
           m_outputs(outputs),
           m_told(told),
           m_records(volume.table()),
-          m_budget(volume.source().bytes().content_size()) {}
+          m_budget(volume.source().bytes().content_size()),
+          m_lists(volume.source().bytes().content_size()) {}
 
     [[nodiscard]] result<void> run(walked_path start) {
         const listed_file file = read_listed_file(m_volume, start.file, m_outputs);
@@ -56,6 +80,9 @@ class tree_listing {
             const index_key* const key = m_open.back().names.next(m_outputs.damage, m_told);
             if (m_budget.spent()) {
                 return tl::make_unexpected(*m_budget.spent());
+            }
+            if (m_lists.spent()) {
+                return tl::make_unexpected(*m_lists.spent());
             }
             if (key == nullptr) {
                 leave();
@@ -87,7 +114,7 @@ class tree_listing {
         if (!found || has_long_name(found->attributes())) {
             return true;
         }
-        const auto file = attribute_set::of(m_volume.table(), std::move(*found), of_record);
+        const auto file = read_attributes(m_volume.table(), std::move(*found), m_lists, of_record);
         const std::vector<file_name> names = file ? names_of_file(*file) : std::vector<file_name>();
         return names.empty() || !std::all_of(names.begin(), names.end(),
                                              [](const file_name& each) { return each.is_short(); });
@@ -117,8 +144,11 @@ class tree_listing {
         m_path += "/" + shown_name(key.name);
         m_units += 1 + key.name.size();
         auto file = m_records.read_in_use(key.file, m_told).and_then([&](record found) {
-            return attribute_set::of(m_volume.table(), std::move(found), m_told);
+            return read_attributes(m_volume.table(), std::move(found), m_lists, m_told);
         });
+        if (m_lists.spent()) {
+            return tl::make_unexpected(*m_lists.spent());
+        }
         bool entered = false;
         result<void> written;
         if (!file) {
@@ -223,6 +253,7 @@ class tree_listing {
     notices& m_told;
     record_ahead m_records;
     index_budget m_budget;
+    list_budget m_lists;
     number_set m_entered;                // directories, by entry
     std::vector<open_directory> m_open;  // from the one where the listing began
     std::string m_path;                  // of the last of them; empty for the root
@@ -232,7 +263,11 @@ class tree_listing {
 class deleted_listing {
   public:
     deleted_listing(exact_volume& volume, const listing_outputs& outputs, notices& told)
-        : m_volume(volume), m_outputs(outputs), m_told(told), m_records(volume.table()) {}
+        : m_volume(volume),
+          m_outputs(outputs),
+          m_told(told),
+          m_records(volume.table()),
+          m_lists(volume.source().bytes().content_size()) {}
 
     [[nodiscard]] result<void> run() {
         // Ends with the table; what the table has no clusters for is passed over at once.
@@ -299,7 +334,10 @@ class deleted_listing {
         if (base->in_use() || base->base() || base->attributes().empty()) {
             return {};
         }
-        const auto file = attribute_set::of(m_volume.table(), std::move(*base), m_told);
+        const auto file = read_attributes(m_volume.table(), std::move(*base), m_lists, m_told);
+        if (m_lists.spent()) {
+            return tl::make_unexpected(*m_lists.spent());
+        }
         if (!file) {
             m_outputs.damage(file.error());
             return {};
@@ -348,6 +386,7 @@ class deleted_listing {
     const listing_outputs& m_outputs;
     notices& m_told;
     record_ahead m_records;
+    list_budget m_lists;
     std::uint64_t m_tried_to = 0;  // entries before this one were fetched, if they can be
     std::optional<reference> m_last_parent;
     std::string m_last_directory;

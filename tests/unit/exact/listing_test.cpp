@@ -523,6 +523,29 @@ TEST(listing, of_a_volume_that_is_nearly_all_index_is_whole) {
     EXPECT_NE(all.lines.find("\t/d1199\n"), std::string::npos);
 }
 
+// A file of 64 extension records of 64 KiB under 400 names, which is 1.7 GB to read. A source of 7 MiB or so
+// has room for 1.3 GB: for 300 names.
+TEST(listing, ends_where_files_have_more_extension_records_for_all_names_than_any_sound_volume) {
+    volume_builder volume({.record_size = 65536, .mft_entries = 96, .system_files = true});
+    file_builder& file = volume.add_file("f000").list_in_clusters();
+    for (int i = 0; i < 64; ++i) {
+        file.attribute(attribute_builder::resident(0x80, to_bytes("s")).named("s" + std::to_string(i)),
+                       file.add_extension());
+    }
+    for (int i = 1; i < 400; ++i) {
+        file.hard_link("f" + std::to_string(1000 + i).substr(1), root_entry);
+    }
+    const bytes image = volume.image();
+    ASSERT_LT(image.size(), 8u << 20);
+    const listing all = listed_volume(image).list("/");
+    EXPECT_EQ(all.damage, "");
+    EXPECT_EQ(all.failed,
+              "list record 24: the files have more extension records for all of their names than any sound "
+              "volume; the listing ends here");
+    EXPECT_NE(all.lines.find("\t/f250\n"), std::string::npos);
+    EXPECT_EQ(all.lines.find("\t/f320\n"), std::string::npos);
+}
+
 TEST(listing, ends_when_its_lines_cannot_be_written) {
     volume_builder volume(with_system_files());
     const std::uint64_t docs = volume.add_directory("docs").entry();
