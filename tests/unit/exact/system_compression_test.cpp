@@ -245,6 +245,25 @@ TEST(system_compression, copies_a_stream_in_fragments) {
     expect_copy(copy_of(file, wof_format::xpress_4k), plain);
 }
 
+// 150 chunks stored as they are after a table of 596 bytes: 151 clusters, each two after the one before.
+TEST(system_compression, announces_each_later_piece_of_its_stream_once) {
+    const std::vector<bytes> chunks(150, random_bytes(4096, 1));
+    run_list runs;
+    memory_source::announcements expected;
+    for (std::uint64_t i = 0; i < 151; ++i) {
+        runs.push_back({static_cast<std::int64_t>(200 + 2 * i), 1});
+        // The last piece has as much as the table took from the first.
+        expected.emplace_back((200 + 2 * i) * 4096, i < 150 ? 4096 : 596);
+    }
+    expected.erase(expected.begin());
+    const packed_file file(150 * 4096, with_table(chunks), runs);
+    opened_exact_volume opened(file.volume);
+    static_cast<void>(opened.volume());
+    opened.source().announced().clear();
+    expect_copy(copy_of(opened, wof_format::xpress_4k), concat(chunks));
+    EXPECT_EQ(opened.source().announced(), expected);
+}
+
 TEST(system_compression, of_an_empty_file_needs_no_stream) {
     expect_copy(copy_of(packed_file(0), wof_format::lzx_32k), {});
     expect_copy(copy_of(packed_file(0, to_bytes("anything")), wof_format::lzx_32k), {});
