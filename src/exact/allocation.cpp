@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <optional>
+#include <vector>
 
 namespace quarry::exact {
 
@@ -19,6 +21,50 @@ std::uint8_t mask_of(std::uint64_t begin, std::uint64_t end) {
     const unsigned up_to = end >= 8 ? 0xFFu : (1u << end) - 1;
     return static_cast<std::uint8_t>(from & up_to);
 }
+
+// The bits of [lcn, end) that are set; `bytes` begin with the one that has the first of them.
+std::uint64_t count_set(byte_view bytes, std::uint64_t lcn, std::uint64_t end) {
+    const std::uint64_t first_byte = lcn / 8;
+    std::uint64_t used = 0;
+    for (std::uint64_t i = 0; (first_byte + i) * 8 < end && i < bytes.size(); ++i) {
+        const std::uint64_t first_cluster = (first_byte + i) * 8;
+        const std::uint64_t begin = lcn > first_cluster ? lcn - first_cluster : 0;
+        used += static_cast<unsigned>(std::popcount(static_cast<std::uint8_t>(
+            bytes.data()[static_cast<std::size_t>(i)] & mask_of(begin, end - first_cluster))));
+    }
+    return used;
+}
+
+// Bytes of the bitmap around those that were asked for last. The runs of a file come in the order of their
+// clusters, so that the bits of thousands of fragments are in a few blocks.
+class held_block {
+  public:
+    static constexpr std::uint64_t longest_row = 0x1000;
+
+    held_block(const volume_bytes& volume, const stored_stream& bitmap)
+        : m_volume(&volume), m_bitmap(&bitmap) {}
+
+    // The bytes from `begin` up to `end`, of which there are at most longest_row. Nothing if a byte near them
+    // cannot be read.
+    [[nodiscard]] std::optional<byte_view> row(std::uint64_t begin, std::uint64_t end) {
+        if (begin < m_first || end > m_first + m_bytes.size()) {
+            m_first = begin / longest_row * longest_row;
+            const std::uint64_t all = (m_volume->shape().clusters + 7) / 8;
+            m_bytes.resize(static_cast<std::size_t>(std::min(2 * longest_row, all - m_first)));
+            if (!m_bitmap->read(*m_volume, m_bytes, m_first)) {
+                m_bytes.clear();
+                return std::nullopt;
+            }
+        }
+        return byte_view(m_bytes).clipped(begin - m_first, end - begin);
+    }
+
+  private:
+    const volume_bytes* m_volume;
+    const stored_stream* m_bitmap;
+    std::uint64_t m_first = 0;
+    std::vector<std::uint8_t> m_bytes;
+};
 
 }  // namespace
 
@@ -50,13 +96,17 @@ result<allocation::count> allocation::of(const run_map& runs) const {
         source_bytes > shape.volume_offset ? (source_bytes - shape.volume_offset) / shape.cluster_size : 0;
     count total;
     std::uint64_t done = 0;  // clusters before this one are counted
+    held_block block(m_volume, m_bitmap);
     for (const run& each : stored) {
         const std::uint64_t begin = std::max(each.lcn, done);
         const std::uint64_t end = std::min(each.lcn + each.length, held);
         if (begin >= end) {
             continue;
         }
-        result<std::uint64_t> used = used_in(begin, end - begin);
+        const bool is_short = (end - begin) / 8 + 2 <= held_block::longest_row;
+        const std::optional<byte_view> row = is_short ? block.row(begin / 8, (end + 7) / 8) : std::nullopt;
+        // What cannot be read may be bits that nobody asked for: the second way reads no others.
+        result<std::uint64_t> used = row ? count_set(*row, begin, end) : used_in(begin, end - begin);
         if (!used) {
             return passed_on(used);
         }
@@ -76,12 +126,7 @@ result<std::uint64_t> allocation::used_in(std::uint64_t lcn, std::uint64_t lengt
         if (result<void> came = m_bitmap.read(m_volume, block, byte); !came) {
             return passed_on(came);
         }
-        for (std::size_t i = 0; i < block.size(); ++i) {
-            const std::uint64_t first_cluster = (byte + i) * 8;
-            const std::uint64_t begin = lcn > first_cluster ? lcn - first_cluster : 0;
-            used += static_cast<unsigned>(
-                std::popcount(static_cast<std::uint8_t>(block[i] & mask_of(begin, end - first_cluster))));
-        }
+        used += count_set(byte_view(block), std::max(lcn, byte * 8), end);
     }
     return used;
 }

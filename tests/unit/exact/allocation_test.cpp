@@ -90,6 +90,55 @@ TEST(allocation, reads_no_bits_of_clusters_that_the_source_has_not) {
     EXPECT_EQ(count->free, 300u);
 }
 
+TEST(allocation, reads_the_bits_of_runs_near_each_other_at_once) {
+    // A volume of 100,000 clusters, whose bitmap has four blocks; bits of even clusters are set.
+    volume_builder volume({.total_clusters = 100'000});
+    volume.write_clusters(700, bytes(12'500, 0x55));
+    volume.replace_record(
+        6, volume.new_record(6).add(attribute_builder::non_resident(0x80, {{700, 4}}).real(12'500)).build());
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto open = exact::allocation::open(opened.volume().table(), told);
+    ASSERT_TRUE(open.has_value()) << text_of(open.error());
+    run_list where;
+    for (std::int64_t i = 0; i < 90; ++i) {
+        where.push_back({2 * i, 1});
+        where.push_back({90'000 - 2 * i + 1, 1});
+    }
+    const bytes stored = attribute_builder::non_resident(0x80, where).build();
+    exact::run_map map(100'000, 4096);
+    ASSERT_TRUE(map.add(attribute(byte_view(stored)), "it", std::nullopt));
+    const std::size_t before = opened.source().reads();
+    const auto count = open->of(map);
+    ASSERT_TRUE(count.has_value()) << text_of(count.error());
+    EXPECT_EQ(count->used, 90u);
+    EXPECT_EQ(count->free, 90u);
+    EXPECT_EQ(opened.source().reads() - before, 2u);
+}
+
+TEST(allocation, needs_only_the_bits_that_are_asked_for) {
+    volume_builder volume({.total_clusters = 100'000});
+    volume.write_clusters(700, bytes(12'500, 0xFF));
+    volume.replace_record(
+        6, volume.new_record(6).add(attribute_builder::non_resident(0x80, {{700, 4}}).real(12'500)).build());
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto open = exact::allocation::open(opened.volume().table(), told);
+    ASSERT_TRUE(open.has_value()) << text_of(open.error());
+    const auto count = [&](std::int64_t lcn, std::uint64_t length) {
+        const bytes stored = attribute_builder::non_resident(0x80, {{lcn, length}}).build();
+        exact::run_map map(100'000, 4096);
+        EXPECT_TRUE(map.add(attribute(byte_view(stored)), "it", std::nullopt));
+        const auto counted = open->of(map);
+        return counted ? std::to_string(counted->used) : text_of(counted.error());
+    };
+    // The bits of clusters 4,096 to 8,191.
+    opened.source().unreadable(700 * 4096 + 512, 512);
+    EXPECT_EQ(count(4000, 96), "96");
+    EXPECT_EQ(count(8192, 10), "10");
+    EXPECT_THAT(count(4000, 97), testing::StartsWith("source-read record 6, $DATA \"\": "));
+}
+
 TEST(allocation, has_a_bit_for_each_cluster) {
     volume_builder volume({.total_clusters = 1000});
     put_bitmap(volume, 124);
