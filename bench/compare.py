@@ -39,6 +39,7 @@ class Cases:
     def copy_commands(self, image, inode, path, plain=None):
         commands = {
             "quarry": f"{self.quarry} -image {image} -src {path} -dst copy -quiet",
+            "quarry -exact": f"{self.quarry} -exact -image {image} -src {path} -dst copy -quiet",
             "icat": f"icat {image} {inode} > copy",
             "ntfscat": f"ntfscat {image} {path} > copy",
         }
@@ -69,6 +70,7 @@ class Cases:
         quarry = f"{self.quarry} -image {image} -mft {entry} -dst copy -quiet"
         self.bench.compare("1 KiB by entry, 100 times", {
             "quarry": often(quarry),
+            "quarry -exact": often(f"{self.quarry} -exact -image {image} -mft {entry} -dst copy -overwrite -quiet"),
             "ntfscat": often(f"ntfscat -i {entry} {image} > copy"),
             "icat": often(f"icat {image} {entry} > copy"),
         }, {"ntfscat": 1.0}, most_memory=32)
@@ -93,8 +95,9 @@ class Cases:
         count = 1_000_000 // self.scale
         image, entry = self.volumes.written("runs", count)
         # The others refuse so many runs or stop in the middle: they are compared on a twentieth.
+        copy = f"-image {image} -src /runs.bin -dst copy -quiet"
         self.bench.compare(f"{count} runs of one cluster of 512", {
-            "quarry": f"{self.quarry} -image {image} -src /runs.bin -dst copy -quiet"})
+            "quarry": f"{self.quarry} {copy}", "quarry -exact": f"{self.quarry} -exact {copy}"})
         image, entry = self.volumes.written("runs", count // 20)
         self.bench.compare(f"{count // 20} runs of one cluster of 512",
                            self.copy_commands(image, entry, "/runs.bin"), {"ntfscat": 1.0, "icat": 1.5}, most_memory=32)
@@ -113,6 +116,7 @@ class Cases:
         copy = f"{self.quarry} -image {image} -src /big.bin -dst copy -quiet"
         self.bench.compare(f"{size // MIB} MiB with its MD5", {
             "quarry -md5": copy + " -md5",
+            "quarry -exact": f"{self.quarry} -exact -image {image} -src /big.bin -dst copy -quiet -md5",
             "copy, md5sum": f"{copy} && md5sum copy",
             "icat|tee|md5sum": f"icat {image} {inode} | tee copy | md5sum",
             "icat|md5sum": f"icat {image} {inode} | md5sum",
@@ -124,6 +128,7 @@ class Cases:
         path = f"/many/file{count - 1:06d}.txt"
         self.bench.compare(f"one path among {count}", {
             "quarry": f"{self.quarry} -image {image} -src {path} -dst copy -quiet",
+            "quarry -exact": f"{self.quarry} -exact -image {image} -src {path} -dst copy -quiet",
             "dd of records": f"dd if={image} of=copy bs=1024 count={count} status=none",
             "ntfscat": f"ntfscat {image} {path} > copy",
         }, {"dd of records": 1 / 6})
@@ -136,6 +141,7 @@ class Cases:
         paths.write_text("".join(f"/many/file{n:06d}.txt\n" for n in wanted), encoding="utf-8")
         self.bench.compare(f"{len(wanted)} paths in one run", {
             "quarry": f"{self.quarry} -image {image} -pipe -dst ./ -quiet < {paths}",
+            "quarry -exact": f"{self.quarry} -exact -image {image} -pipe -dst ./ -quiet < {paths}",
             "ntfscat": f"while read -r p; do ntfscat {image} $p > copy; done < {paths}",
         }, {"ntfscat": 20})
 
@@ -153,6 +159,46 @@ class Cases:
         image, _ = self.volumes.get("directory", 1 * GIB, 4096, v.fill_directory(count))
         commands = self.exact_commands(image, f"/many/file{count - 1:06d}.txt")
         self.bench.compare(f"one path among {count} with -exact", commands, {"ntfscat": 1.0}, most_memory=32)
+
+    def exact_digests(self):
+        """A digest runs beside the copy: both take no longer than the slower of the two."""
+        size = 512 * MIB // self.scale
+        image, facts = self.volumes.get("md5", size + 256 * MIB, 4096, v.fill_contiguous(size))
+        plain = self.plain_copy(image, "/big.bin")
+        copy = f"{self.quarry} -exact -image {image} -src /big.bin -dst copy -quiet"
+        self.bench.compare(f"{size // MIB} MiB with its MD5, -exact", {
+            "quarry -exact": copy + " -md5",
+            "icat|tee|md5sum": f"icat {image} {facts['big']} | tee copy | md5sum",
+            "md5sum": f"md5sum {plain}",
+            "no digest": copy,
+        }, {"icat|tee|md5sum": 1.3}, most_memory=32)
+        self.bench.compare(f"{size // MIB} MiB with its SHA-256, -exact", {
+            "quarry -exact": copy + " -sha256",
+            "slower of both": f"{copy} & sha256sum {plain}; wait",
+            "copy, sha256sum": f"{copy} && sha256sum copy",
+            "sha256sum": f"sha256sum {plain}",
+            "no digest": copy,
+        }, {"slower of both": 1 / 1.05}, most_memory=32)
+        plain.unlink()
+
+    def workers(self):
+        """Files that the system compressed: chunks are decoded by as many workers as -threads says."""
+        size = 256 // self.scale
+        for codec, least in (("xpress", 300), ("lzx", 150)):
+            image, entry = self.volumes.written(codec, size)
+            copy = f"{self.quarry} -exact -image {image} -mft {entry} -dst copy -quiet"
+            medians = self.bench.compare(f"{size} MiB of {codec}", {
+                "-threads 2": copy + " -threads 2",
+                "-threads 1": copy + " -threads 1",
+            }, {"-threads 1": 1.8}, most_memory=32)
+            print(f"{codec}: {size * MIB / medians['-threads 1'] / 1e6:.0f} MB/s on one core, at least {least}", flush=True)
+
+    def names(self):
+        """A listing takes the same memory for any number of names."""
+        for count in (100_000 // self.scale, 1_000_000 // self.scale):
+            image, _ = self.volumes.written("names", count)
+            self.bench.compare(f"{count} names listed", {
+                "quarry -exact": f"{self.quarry} -exact -image {image} -list / -recurse > copy"}, most_memory=10)
 
     def exact_commands(self, image, path):
         copy = f"-image {image} -src {path} -dst copy -quiet"
@@ -212,10 +258,12 @@ class Cases:
         listed = shlex.quote("|".join(map(str, chain)))
         self.bench.compare(f"{size // MIB} MiB through virtual disks", {
             "quarry -vmdk": f"{self.quarry} -vmdk {disk} -src /big.bin -dst copy -quiet",
+            "quarry -exact": f"{self.quarry} -exact -vmdk {disk} -src /big.bin -dst copy -quiet",
             "raw image": f"{self.quarry} -image {image} -src /big.bin -dst copy -quiet",
         }, {"raw image": 1 / 1.25})
         self.bench.compare(f"{size // MIB} MiB through a chain of 12", {
             "quarry -vmdk": f"{self.quarry} -vmdk {listed} -src /big.bin -dst copy -quiet",
+            "quarry -exact": f"{self.quarry} -exact -vmdk {listed} -src /big.bin -dst copy -quiet",
             "raw image": f"{self.quarry} -image {image} -src /big.bin -dst copy -quiet",
         }, {"raw image": 1 / 1.25})
 
@@ -237,8 +285,8 @@ class Cases:
         }, {"dd of $SDS": 1 / 30}, most_memory=150)
 
 
-CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "exact", "cold_fragments",
-         "cold_list", "vmdk", "vmdk_open", "security")
+CASES = ("contiguous", "small", "fragments", "runs", "compressed", "md5", "directory", "exact", "exact_digests",
+         "workers", "names", "cold_fragments", "cold_list", "vmdk", "vmdk_open", "security")
 
 
 def main():

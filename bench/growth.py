@@ -61,6 +61,16 @@ def over_pipe_lines(cases):
     return "paths in one run", points
 
 
+def over_names(cases):
+    """Listings of directories with -exact."""
+    points = []
+    for count in (1000, 10_000, 100_000, 250_000, 500_000, 1_000_000):
+        count = max(1, count // cases.scale)
+        image, _ = cases.volumes.written("names", count)
+        points.append((count, seconds(cases, f"{cases.quarry} -exact -image {image} -list / -recurse > copy")))
+    return "names in the directory", points
+
+
 def over_chain_length(cases):
     """The same 512 MiB through chains of virtual disks."""
     size = 512 * MIB // cases.scale
@@ -75,7 +85,7 @@ def over_chain_length(cases):
 
 
 GROWTHS = {"file_size": over_file_size, "fragments": over_fragments, "directory_size": over_directory_size,
-           "pipe_lines": over_pipe_lines, "chain_length": over_chain_length}
+           "pipe_lines": over_pipe_lines, "names": over_names, "chain_length": over_chain_length}
 
 
 def draw(cases):

@@ -3,11 +3,16 @@
 //     write_bench_volume runs PATH COUNT        a volume with /runs.bin, a file of COUNT runs of one cluster
 //     write_bench_volume fragments PATH COUNT   the same with clusters of 4 KiB, far apart and in no order
 //     write_bench_volume scattered PATH COUNT   a volume with /many, where each 20th file, of COUNT, has data
+//     write_bench_volume names PATH COUNT       a volume with /many, a directory of COUNT files
+//     write_bench_volume xpress PATH COUNT      a volume with a file of COUNT MiB that the system compressed
+//     write_bench_volume lzx PATH COUNT         the same with the other codec
 //     write_bench_volume security PATH COUNT    a volume whose $Secure holds COUNT descriptors
 //     write_bench_volume chain IMAGE DIR COUNT  the image as COUNT virtual disk files, each a snapshot of the
 //     one before
 //
 // The entry number of the file, and for `security` the size of its stream, go to standard output.
+#include "packed_chunks.h"
+#include "support/many_names.h"
 #include "support/security_builder.h"
 #include "support/vmdk_builder.h"
 #include "support/volume_builder.h"
@@ -148,6 +153,50 @@ void write_scattered(const std::string& path, std::uint64_t count) {
     std::cout << many + 1 << '\n';
 }
 
+void write_names(const std::string& path, std::uint64_t count) {
+    write_file(path, volume_of_many_names(count));
+    std::cout << first_of_many << '\n';
+}
+
+// 64 chunks made once, over and over, after the table of their offsets.
+void write_system_compressed(const std::string& path, bool is_lzx, std::uint64_t mebibytes) {
+    constexpr std::size_t different_chunks = 64;
+    constexpr std::size_t xpress_chunk_bytes = 16384;
+    const std::size_t chunk_bytes = is_lzx ? lzx_chunk_bytes : xpress_chunk_bytes;
+    std::mt19937 random(7);
+    std::vector<bytes> chunks;
+    for (std::size_t i = 0; i < different_chunks; ++i) {
+        chunks.push_back((is_lzx ? lzx_chunk(false, random) : xpress_chunk(chunk_bytes, random)).stored);
+    }
+    const std::uint64_t size = mebibytes << 20;
+    const std::uint64_t count = size / chunk_bytes;
+    byte_writer table;
+    bytes stored;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        if (i > 0) {
+            table.u32(static_cast<std::size_t>(4 * (i - 1)), static_cast<std::uint32_t>(stored.size()));
+        }
+        const bytes& chunk = chunks[i % different_chunks];
+        stored.insert(stored.end(), chunk.begin(), chunk.end());
+    }
+    // File provider, version 1; format 1 is LZX, 3 XPRESS with chunks of 16 KiB.
+    const bytes value = byte_writer()
+                            .u32(0, 0x80000017)
+                            .u16(4, 16)
+                            .u32(8, 1)
+                            .u32(12, 2)
+                            .u32(16, 1)
+                            .u32(20, is_lzx ? 1 : 3)
+                            .take();
+    volume_builder volume({.system_files = true});
+    file_builder& file =
+        volume.add_file("packed").data({{hole, size / cluster_4k}}, {.real = size, .flags = 0x8000});
+    file.attribute(attribute_builder::resident(0xC0, value));
+    file.stored_stream("WofCompressedData", concat({table.take(), stored}));
+    volume.write_to(path);
+    std::cout << file.entry() << '\n';
+}
+
 void write_security(const std::string& path, std::uint32_t count) {
     std::vector<bytes> descriptors;
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -206,13 +255,18 @@ int write(const std::vector<std::string>& words) {
         write_fragments(words[1], std::stoull(words[2]));
     } else if (words.size() == 3 && words[0] == "scattered") {
         write_scattered(words[1], std::stoull(words[2]));
+    } else if (words.size() == 3 && words[0] == "names") {
+        write_names(words[1], std::stoull(words[2]));
+    } else if (words.size() == 3 && (words[0] == "xpress" || words[0] == "lzx")) {
+        write_system_compressed(words[1], words[0] == "lzx", std::stoull(words[2]));
     } else if (words.size() == 3 && words[0] == "security") {
         write_security(words[1], static_cast<std::uint32_t>(std::stoul(words[2])));
     } else if (words.size() == 4 && words[0] == "chain") {
         write_chain(words[1], words[2], std::stoul(words[3]));
     } else {
-        std::cerr << "usage: write_bench_volume runs|fragments|scattered|security PATH COUNT, or chain IMAGE "
-                     "DIR COUNT\n";
+        std::cerr
+            << "usage: write_bench_volume runs|fragments|scattered|names|xpress|lzx|security PATH COUNT, or "
+               "chain IMAGE DIR COUNT\n";
         return 2;
     }
     return 0;

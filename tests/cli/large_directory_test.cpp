@@ -1,7 +1,11 @@
-// A directory of a hundred thousand files: read once in a run, and within the memory of any other copy.
+// A directory of a hundred thousand files: read once in a run, and within the memory of any other copy; and
+// listed in the memory that a small one takes.
 
 #include "cli/command_line.h"
 #include "support/index_tree.h"
+#include "support/many_names.h"
+
+#include <algorithm>
 
 namespace quarry::test {
 namespace {
@@ -69,6 +73,33 @@ TEST_F(large_directories, are_read_once_in_a_run_and_in_little_memory) {
         ++times_read;
     }
     EXPECT_EQ(times_read, 2U);
+}
+
+class many_names : public command_line_test {
+  protected:
+    [[nodiscard]] program_result listed(const std::string& image, std::uint64_t memory) const {
+        return run({"-exact", "-image", image, "-list", "/", "-recurse"},
+                   {.time_limit = std::chrono::seconds(120), .memory_limit = memory, .leaks_allowed = true});
+    }
+};
+
+TEST_F(many_names, are_listed_in_memory_that_does_not_grow) {
+    write_file(m_dir / "few", volume_of_many_names(500));
+    write_file(m_dir / "many", volume_of_many_names(100'000));
+    // Address space in which a few names can be listed, to the mebibyte. What each name kept would take more
+    // than 20 bytes, so that 100,000 of them need more than the two mebibytes that are added.
+    std::uint64_t memory = 4ULL << 20;
+    program_result result = listed("few", memory);
+    while (result.status != 0 && memory < most_memory) {
+        memory += 1ULL << 20;
+        result = listed("few", memory);
+    }
+    ASSERT_EQ(result.status, 0) << result.err;
+    result = listed("many", memory + (2ULL << 20));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("\t/many/file0099999.txt\n"), std::string::npos);
+    // The directory, its files, and what the volume has of its own.
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 100'014);
 }
 
 }  // namespace
