@@ -99,9 +99,6 @@ cp -r "$work"/static/bin "$work"/static/share "$portable"
 static=$packages/$(basename "$portable").tar.gz
 packed "$portable" "$static"
 ! readelf -lW "$portable/bin/quarry" | grep -q INTERP || fail "the static program wants a loader"
-printf 'EVF\t\r\n\377\0' >"$work/disk.E01"
-{ "$portable/bin/quarry" -exact -image "$work/disk.E01" -volumes 2>&1 || true; } | grep -q 'a static program cannot load it' ||
-    fail "the static program does not say why it reads no EWF image"
 ls -l "$deb" "$tarball" "$static"
 dpkg-deb --info "$deb"
 dpkg-deb --contents "$deb" | awk '{ print $1, $2, $6 }'
