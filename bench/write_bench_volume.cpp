@@ -62,6 +62,7 @@ void write_runs(const std::string& path, std::uint64_t count) {
         if (at == 0) {
             file.data(piece, {.real = count * cluster_bytes, .allocated = count * cluster_bytes});
         } else {
+            volume.clusters().take(piece);
             file.attribute(attribute_builder::non_resident(0x80, piece).lowest_vcn(at).allocated(0).real(0),
                            file.add_extension());
         }
