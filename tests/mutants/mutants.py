@@ -152,8 +152,6 @@ class runner:
         self.scratch.mkdir(exist_ok=True, mode=0o777)
         self.scratch.chmod(0o777)
         self.reached = folder / "reached"
-        self.reached.touch()
-        self.reached.chmod(0o666)
 
     def run(self, program, tests, seconds, environment):
         """True if all of the tests pass."""
@@ -185,12 +183,15 @@ class runner:
                 suite = word
 
     def note(self, program):
-        """What each test reaches, and how long it takes. A test that fails as it is, is of no use."""
+        """What each test reaches, and how long it takes. A test that fails as it is, or removes the file that it is to
+        say that in, is of no use."""
         notes = []
         for test in self.tests_of(program):
             self.reached.write_text("")
+            self.reached.chmod(0o666)
             begin = time.monotonic()
-            if self.run(program, [test], 60, {"QUARRY_MUTANTS_REACHED": str(self.reached)}):
+            passes = self.run(program, [test], 60, {"QUARRY_MUTANTS_REACHED": str(self.reached)})
+            if passes and self.reached.exists():
                 numbers = sorted({int(line) for line in self.reached.read_text().split()})
                 notes.append({"program": program, "test": test, "seconds": time.monotonic() - begin,
                               "reached": numbers})
