@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -105,6 +106,30 @@ TEST(list_lines, have_a_longest_length) {
     EXPECT_THAT(lines_of(longest + "x\n/b", 65536), ElementsAre("1:too long", "2:/b"));
     EXPECT_THAT(lines_of(longest + "xx", 65536), ElementsAre("1:too long"));
     EXPECT_THAT(lines_of(std::string(5000000, 'x') + "\n/b", 65536), ElementsAre("1:too long", "2:/b"));
+}
+
+TEST(list_lines, that_came_whole_are_at_hand_before_they_are_given_out) {
+    const std::string text = "/a\n/b\r\n\n/c\n/d";
+    list_lines lines([&text, given = false](std::span<char> buffer) mutable {
+        const std::size_t count = std::exchange(given, true) ? 0 : text.size();
+        std::copy_n(text.begin(), count, buffer.begin());
+        return static_cast<std::ptrdiff_t>(count);
+    });
+    ASSERT_TRUE(lines.begin());
+    const auto at_hand = [&lines](std::uint64_t after, std::uint64_t last) {
+        std::vector<std::string> found;
+        for (const list_lines::line& each : lines.at_hand(after, last)) {
+            found.push_back(std::to_string(each.number) + ":" + each.text);
+        }
+        return found;
+    };
+    ASSERT_EQ((*lines.next())->text, "/a");
+    // Of the last one more may come.
+    EXPECT_THAT(at_hand(1, 9), ElementsAre("2:/b", "4:/c"));
+    EXPECT_THAT(at_hand(2, 9), ElementsAre("4:/c"));
+    EXPECT_THAT(at_hand(1, 3), ElementsAre("2:/b"));
+    ASSERT_EQ((*lines.next())->text, "/b");
+    EXPECT_THAT(at_hand(2, 9), ElementsAre("4:/c"));
 }
 
 TEST(list_lines, that_cannot_be_read_on_are_told_after_those_that_came) {

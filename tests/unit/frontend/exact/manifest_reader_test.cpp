@@ -93,6 +93,82 @@ TEST_F(manifest_reader, knows_a_copy_in_directories_and_of_sources_that_are_no_u
     EXPECT_EQ(size_of(copies), std::nullopt);
 }
 
+TEST_F(manifest_reader, knows_no_copy_whose_line_lacks_a_part_of_what_it_is_known_by) {
+    struct row {
+        std::string_view stored;
+        std::string_view instead;
+    };
+    for (const row& each :
+         {row{R"("files":[)", R"("file":[)"}, row{R"("path":"disk.dd")", R"("path":1)"},
+          row{R"("size":10)", R"("size":"10")"}, row{R"("volume_offset":0)", R"("volume_offset":-1)"},
+          row{R"("serial":")", R"("number":")"}, row{R"("raw":false)", R"("raw":0)"},
+          row{R"("entry":24)", R"("entry":"24")"}, row{R"("sequence":1)", R"("sequence":null)"},
+          row{R"("type":")", R"("kind":")"}, row{R"("stream":"")", R"("stream":[])"},
+          row{R"("size":6)", R"("size":6.0)"}}) {
+        std::string text = line("complete");
+        const std::size_t at = text.find(each.stored);
+        ASSERT_NE(at, std::string::npos) << each.stored << text;
+        text.replace(at, each.stored.size(), each.instead);
+        complete_copies copies;
+        EXPECT_TRUE(copies.add_line(text)) << each.instead;
+        EXPECT_EQ(size_of(copies), std::nullopt) << each.instead;
+        EXPECT_TRUE(copies.has_line_of("/cases", "out/a.txt")) << each.instead;
+    }
+}
+
+TEST_F(manifest_reader, knows_raw_copies_and_copies_of_clusters) {
+    m_object.raw = true;
+    complete_copies copies;
+    EXPECT_TRUE(copies.add_line(line("complete")));
+    EXPECT_EQ(size_of(copies), 6u);
+    m_object = {};
+    m_object.lcn = 100;
+    m_object.clusters = 8;
+    EXPECT_EQ(size_of(copies), std::nullopt);
+    EXPECT_TRUE(copies.add_line(line("complete")));
+    EXPECT_EQ(size_of(copies), 6u);
+    std::string text = line("complete");
+    const std::size_t at = text.find(R"("clusters":8)");
+    ASSERT_NE(at, std::string::npos) << text;
+    EXPECT_TRUE(copies.add_line(text.replace(at, 12, R"("clusters":"8")")));
+    EXPECT_EQ(size_of(copies), std::nullopt);
+}
+
+TEST_F(manifest_reader, knows_no_object_of_which_a_part_is_unknown) {
+    const auto is_known = [this](const exact_volume* volume) {
+        return key_of_copy(m_source, volume, m_object, m_run.directory, "out/a.txt").has_value();
+    };
+    EXPECT_TRUE(is_known(&m_opened.volume()));
+    EXPECT_FALSE(is_known(nullptr));
+    m_object.stream.reset();
+    EXPECT_FALSE(is_known(&m_opened.volume()));
+    m_object.lcn = 100;
+    EXPECT_FALSE(is_known(&m_opened.volume()));
+    m_object.clusters = 8;
+    EXPECT_TRUE(is_known(&m_opened.volume()));
+    m_source.files[0].size.reset();
+    EXPECT_FALSE(is_known(&m_opened.volume()));
+}
+
+TEST_F(manifest_reader, knows_no_path_whose_bytes_are_no_pairs_of_small_hexadecimal_digits) {
+    // In each place a line takes the copy away that an earlier one had put there, if it is a line of that
+    // path.
+    const auto keeps_copy = [this](const std::string& digits) {
+        complete_copies copies;
+        EXPECT_TRUE(copies.add_line(line("complete")));
+        EXPECT_TRUE(copies.add_line(R"({"schema":"quarry-manifest/1","run":{"directory":"/cases"},)"
+                                    R"("copy":{"path_bytes":")" +
+                                    digits + "\"}}"));
+        return size_of(copies).has_value();
+    };
+    EXPECT_FALSE(keeps_copy("6f75742f612e747874"));
+    EXPECT_TRUE(keeps_copy("6F75742F612E747874"));
+    EXPECT_TRUE(keeps_copy("6f75742f612e74787"));
+    EXPECT_TRUE(keeps_copy("6f75742f612e7478g4"));
+    EXPECT_TRUE(keeps_copy("6f75742f612e7478/4"));
+    EXPECT_TRUE(keeps_copy("6f75742f612e7478:4"));
+}
+
 TEST_F(manifest_reader, passes_over_objects_that_are_no_lines_of_its_own) {
     complete_copies copies;
     EXPECT_TRUE(copies.add_line("{}"));
