@@ -4,6 +4,9 @@
 #include "volume/well_known.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
+#include <utility>
 
 namespace quarry::exact {
 
@@ -12,6 +15,26 @@ namespace {
 tl::unexpected<failure> wrong_size(std::uint64_t size, std::optional<std::uint64_t> source_byte) {
     return fail(failure_code::upcase, where::record(upcase_entry),
                 "$UpCase has " + std::to_string(size) + " bytes", source_byte);
+}
+
+// Bytes of the table that are read at once.
+constexpr std::size_t block_bytes = 32768;
+
+// Whether a page maps each unit to itself, `first` and those after it. Four units are compared at once.
+bool maps_to_itself(byte_view page, std::uint64_t first) {
+    if constexpr (std::endian::native != std::endian::little) {
+        return false;
+    }
+    constexpr std::uint64_t one_for_each = 0x0001000100010001;
+    std::uint64_t expected = first * one_for_each + 0x0003000200010000;
+    std::uint64_t differing = 0;
+    for (std::size_t at = 0; at < page.size(); at += sizeof(expected)) {
+        std::uint64_t units = 0;
+        std::memcpy(&units, page.span().data() + at, sizeof(units));
+        differing |= units ^ expected;
+        expected += 4 * one_for_each;
+    }
+    return differing == 0;
 }
 
 }  // namespace
@@ -24,15 +47,40 @@ result<upcase> upcase::load(const mft& table, notices& told) {
             if (stored.size() != table_bytes) {
                 return wrong_size(stored.size(), stored.source_byte());
             }
-            return stored.read_all(table.volume(), table_bytes).map([](std::vector<std::uint8_t> bytes) {
-                return upcase(std::move(bytes));
-            });
+            upcase made;
+            std::vector<std::uint8_t> block(block_bytes);
+            for (std::size_t offset = 0; offset < table_bytes; offset += block.size()) {
+                if (result<void> came = stored.read(table.volume(), block, offset); !came) {
+                    return passed_on(came);
+                }
+                for (std::size_t at = 0; at < block.size(); at += page_bytes) {
+                    made.add_page((offset + at) / page_bytes, byte_view(block).clipped(at, page_bytes));
+                }
+            }
+            return made;
         });
 }
 
 result<upcase> upcase::parse(byte_view bytes) {
-    return bytes.size() == table_bytes ? result<upcase>(upcase(bytes.to_vector()))
-                                       : wrong_size(bytes.size(), std::nullopt);
+    if (bytes.size() != table_bytes) {
+        return wrong_size(bytes.size(), std::nullopt);
+    }
+    upcase made;
+    for (std::size_t number = 0; number < page_count; ++number) {
+        made.add_page(number, bytes.clipped(number * page_bytes, page_bytes));
+    }
+    return made;
+}
+
+void upcase::add_page(std::size_t number, byte_view bytes) {
+    if (maps_to_itself(bytes, number * page_units)) {
+        m_begins[number] = as_they_are;
+        return;
+    }
+    m_begins[number] = m_mapped.size();
+    for (std::size_t at = 0; at < page_bytes; at += 2) {
+        m_mapped.push_back(static_cast<char16_t>(bytes.u16_or_zero(at)));
+    }
 }
 
 std::u16string upcase::upper(std::u16string_view name) const {

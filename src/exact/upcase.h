@@ -9,13 +9,14 @@
 
 #include "exact/failure.h"
 #include "exact/mft.h"
+#include "foundation/byte_view.h"
 
+#include <array>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace quarry::exact {
@@ -30,8 +31,8 @@ class upcase {
     [[nodiscard]] static result<upcase> parse(byte_view bytes);
 
     [[nodiscard]] char16_t upper(char16_t unit) const {
-        const std::size_t at = std::size_t{2} * unit;
-        return static_cast<char16_t>(m_table[at] | m_table[at + 1] << 8);
+        const std::size_t begin = m_begins[unit / page_units];
+        return begin == as_they_are ? unit : m_mapped[begin + unit % page_units];
     }
     [[nodiscard]] std::u16string upper(std::u16string_view name) const;
     // The order of names by their upper-case units, then by length: names that differ only in case are equal.
@@ -41,10 +42,18 @@ class upcase {
     }
 
   private:
-    explicit upcase(std::vector<std::uint8_t> table) : m_table(std::move(table)) {}
+    static constexpr std::size_t page_units = 2048;
+    static constexpr std::size_t page_bytes = 2 * page_units;
+    static constexpr std::size_t page_count = table_bytes / page_bytes;
+    static constexpr std::size_t as_they_are = SIZE_MAX;
 
-    // As it is stored. Most runs look up a few letters only, so it is not converted.
-    std::vector<std::uint8_t> m_table;
+    upcase() = default;
+    void add_page(std::size_t number, byte_view bytes);
+
+    // Most of the table says that a unit has no capital. Pages of it that say nothing else are not kept:
+    // memory that a run touches first is a good part of the time of a small copy.
+    std::array<std::size_t, page_count> m_begins{};  // in m_mapped
+    std::vector<char16_t> m_mapped;
 };
 
 }  // namespace quarry::exact

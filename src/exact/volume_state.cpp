@@ -98,9 +98,10 @@ std::optional<restart_page> read_second_page(const mft& table, const stored_stre
 // Whether the bytes of the journal from `begin` to `end` are all 0xFF, as they are where nothing was written
 // yet.
 bool is_blank(const mft& table, const stored_stream& journal, std::uint64_t begin, std::uint64_t end) {
+    constexpr std::uint64_t bytes_of_a_read = 0x8000;
     std::vector<std::uint8_t> block;
     for (std::uint64_t at = begin; at < end; at += block.size()) {
-        block.resize(static_cast<std::size_t>(std::min(end - at, largest_page)));
+        block.resize(static_cast<std::size_t>(std::min(end - at, bytes_of_a_read)));
         // Each byte is the one before it: a comparison that the library makes many bytes at a time. Journals
         // that were never used have up to 64 MiB.
         if (!journal.read(table.volume(), block, at) || block.front() != 0xFF ||

@@ -28,6 +28,34 @@ TEST(upcase, is_the_table_of_the_volume) {
     EXPECT_FALSE(upcase->equal(u"a", u"A"));
 }
 
+// Its parts that change nothing are not kept: 2,048 units each.
+TEST(upcase, maps_each_unit_as_the_table_does_wherever_it_changes_something) {
+    byte_writer table(131072);
+    for (std::size_t unit = 0; unit < 65536; ++unit) {
+        table.u16(2 * unit, unit);
+    }
+    table.u16(2 * 0x07FF, 0x1234);
+    table.u16(2 * 0x3800, 0xFFFF);
+    table.u16(2 * 0xFFFE, 0x0041);
+    volume_builder volume;
+    volume.add_file_at(10, "$UpCase").stored_data(table.content());
+    opened_exact_volume opened(volume);
+    exact::notices told;
+    const auto& loaded = opened.volume().upper_case(told);
+    ASSERT_TRUE(loaded) << loaded.error().text();
+    const auto parsed = exact::upcase::parse(byte_view(table.content()));
+    std::size_t changed = 0;
+    for (std::uint32_t unit = 0; unit < 65536; ++unit) {
+        const auto same = static_cast<char16_t>(unit);
+        EXPECT_EQ(loaded->upper(same), parsed->upper(same)) << unit;
+        changed += loaded->upper(same) == same ? 0 : 1;
+    }
+    EXPECT_EQ(changed, 3u);
+    EXPECT_EQ(loaded->upper(0x07FF), 0x1234);
+    EXPECT_EQ(loaded->upper(0x3800), 0xFFFF);
+    EXPECT_EQ(loaded->upper(0xFFFE), u'A');
+}
+
 TEST(upcase, orders_names_by_upper_case_units_then_length) {
     const exact::upcase upcase = *exact::upcase::parse(byte_view(upper_case_table()));
     EXPECT_TRUE(upcase.equal(u"Letter", u"lETTER"));
