@@ -25,6 +25,11 @@ constexpr std::size_t most_kept_open = 16;
 constexpr std::size_t most_records_kept = 256;
 // Units of the longest path that the system knows.
 constexpr std::size_t longest_path = 32767;
+// Directories that are gone through for the paths of deleted files: so many for each record of the table, and
+// so many in any case. Most files lie less deep, and neighbours in the table share their directories. The
+// deepest directories of a prepared volume have 16,383 above them, each.
+constexpr std::uint64_t steps_for_a_record = 64;
+constexpr std::uint64_t steps_in_any_case = 0x10000;
 // Records that are read ahead of the one that is needed.
 constexpr std::size_t most_read_ahead = 64;
 
@@ -267,7 +272,8 @@ class deleted_listing {
           m_outputs(outputs),
           m_told(told),
           m_records(volume.table()),
-          m_lists(volume.source().bytes().content_size()) {}
+          m_lists(volume.source().bytes().content_size()),
+          m_steps_left(volume.table().entries() * steps_for_a_record + steps_in_any_case) {}
 
     [[nodiscard]] result<void> run() {
         // Ends with the table; what the table has no clusters for is passed over at once.
@@ -368,7 +374,13 @@ class deleted_listing {
         if (m_last_parent && *m_last_parent == name.parent) {
             return m_last_directory;
         }
+        m_last_parent = name.parent;
+        m_last_directory = "/?";
+        if (m_steps_left == 0) {
+            return m_last_directory;
+        }
         const entry_path path = path_upwards(m_volume.table(), name, true, m_told);
+        take_steps(path.names.size(), name.parent);
         std::size_t units = 0;
         m_last_directory = path.lost ? "/?" : "";
         for (auto each = path.names.begin(); each + 1 != path.names.end(); ++each) {
@@ -378,8 +390,17 @@ class deleted_listing {
         if (units > longest_path) {
             m_last_directory = "/?";
         }
-        m_last_parent = name.parent;
         return m_last_directory;
+    }
+
+    void take_steps(std::uint64_t steps, const reference& directory) {
+        m_steps_left -= std::min(steps, m_steps_left);
+        if (m_steps_left == 0) {
+            m_outputs.damage({failure_code::name, where::record(directory.entry),
+                              "the directories lie deeper than those of any sound volume; from here on the "
+                              "paths of deleted files are not looked for",
+                              std::nullopt});
+        }
     }
 
     exact_volume& m_volume;
@@ -387,6 +408,7 @@ class deleted_listing {
     notices& m_told;
     record_ahead m_records;
     list_budget m_lists;
+    std::uint64_t m_steps_left;    // from a directory to the one above
     std::uint64_t m_tried_to = 0;  // entries before this one were fetched, if they can be
     std::optional<reference> m_last_parent;
     std::string m_last_directory;

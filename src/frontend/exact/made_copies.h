@@ -18,6 +18,8 @@ namespace quarry::exact {
 struct host_file {
     ::dev_t device = 0;
     ::ino_t inode = 0;
+
+    [[nodiscard]] bool operator==(const host_file&) const = default;
 };
 
 // The file at a path, a link itself if it is one; nothing if there is none.

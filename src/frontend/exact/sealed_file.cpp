@@ -282,11 +282,33 @@ result<void> sealed_file::give_name(const std::string& name, bool overwrite) {
     if (error != 0) {
         return fail(failure_code::rename, place, std::strerror(error));
     }
+    if (!is_this_file(name)) {
+        take_name_back(name);
+        return fail(failure_code::rename, place, "another program replaced the temporary file");
+    }
     if (m_earlier != earlier_file::has_temporary_name) {
         m_temporary.clear();
         forget_leftover();
     }
     return {};
+}
+
+// Another program that may write to the directory can give the temporary name to a file of its own.
+bool sealed_file::is_this_file(const std::string& name) const {
+    struct ::stat status {};
+    return ::fstatat(m_directory_fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           host_file{status.st_dev, status.st_ino} == m_identity;
+}
+
+// What has the name is another program's file: it goes back to where that program put it, and stays.
+void sealed_file::take_name_back(const std::string& name) {
+    if (m_earlier == earlier_file::has_temporary_name) {
+        ::renameat2(m_directory_fd, m_temporary.c_str(), m_directory_fd, name.c_str(), RENAME_EXCHANGE);
+    } else {
+        rename_without_replacing(m_directory_fd, name.c_str(), m_temporary.c_str());
+    }
+    m_temporary.clear();
+    forget_leftover();
 }
 
 // The names themselves must reach the disk. If that fails, what was there before is put back.

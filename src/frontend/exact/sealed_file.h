@@ -61,7 +61,8 @@ class sealed_file {
     // Brings everything to the disk and gives the file its name in the directory. A file of that name is
     // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise; what
     // was there before is there again then. Only where the file system cannot exchange two names the copy
-    // keeps the name if the directory cannot be brought to the disk, and the failure says so.
+    // keeps the name if the directory cannot be brought to the disk, and the failure says so. Fails with
+    // rename if another program has put a file of its own in the place of the temporary one.
     [[nodiscard]] result<void> seal(const std::string& name, bool overwrite);
 
   private:
@@ -73,6 +74,8 @@ class sealed_file {
     [[nodiscard]] result<void> reach_size(std::uint64_t size);
     [[nodiscard]] result<void> give_name(const std::string& name, bool overwrite);
     [[nodiscard]] int exchange_or_rename(const std::string& name);
+    [[nodiscard]] bool is_this_file(const std::string& name) const;
+    void take_name_back(const std::string& name);
     [[nodiscard]] result<void> sync_directory(const std::string& name);
     // What give_name() did to the file that had the name.
     enum class earlier_file : std::uint8_t { none, has_temporary_name, lost };

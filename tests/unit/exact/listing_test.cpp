@@ -691,6 +691,30 @@ TEST(listing, of_deleted_files_has_no_directories_on_a_path_longer_than_the_syst
     EXPECT_EQ(lines, "200-1\tF\t0" + at + path + "/near\n201-1\tF\t0" + at + "/?/far\n");
 }
 
+TEST(listing, of_deleted_files_goes_no_further_through_directories_than_a_sound_volume_wants) {
+    // 1,024 records take 65,536 steps and 65,536 more. Neighbours in the table are in different directories,
+    // so that each path is looked for anew: 601 steps and 602 in turn. File 217 takes the last of them.
+    volume_builder volume({.mft_entries = 1024, .system_files = true});
+    std::uint64_t directory = root_entry;
+    std::uint64_t above = root_entry;
+    for (int level = 0; level < 601; ++level) {
+        above = directory;
+        directory = volume.add_directory("d", directory).entry();
+    }
+    for (int i = 0; i < 230; ++i) {
+        volume.add_file("f" + std::to_string(i), i % 2 == 0 ? above : directory).deleted();
+    }
+    const listing all = listed_volume(volume).deleted();
+    EXPECT_EQ(
+        all.damage,
+        "record 624: the directories lie deeper than those of any sound volume; from here on the paths of "
+        "deleted files are not looked for\n");
+    EXPECT_NE(all.lines.find("/d/f217\n"), std::string::npos);
+    EXPECT_NE(all.lines.find("/?/f218\n"), std::string::npos);
+    EXPECT_NE(all.lines.find("/?/f229\n"), std::string::npos);
+    EXPECT_EQ(all.lines.find("/?/f217\n"), std::string::npos);
+}
+
 TEST(listing, of_deleted_files_ends_where_the_table_was_never_written) {
     volume_builder volume(with_system_files());
     volume.add_file("a").deleted();             // 24

@@ -139,6 +139,38 @@ TEST_F(sealed_file_test, replaces_an_earlier_file_where_it_may) {
     EXPECT_EQ(content("copy"), octets{'a'});
 }
 
+TEST_F(sealed_file_test, gives_no_name_to_a_file_that_another_program_put_in_its_place) {
+    for (const bool overwrite : {false, true}) {
+        SCOPED_TRACE(overwrite);
+        if (overwrite) {
+            std::ofstream(in_dir("copy")) << "earlier";
+        }
+        const std::vector<std::string> before = names();
+        std::string temporary;
+        {
+            sealed_file file(directory(), false);
+            ASSERT_TRUE(file.create(3));
+            ASSERT_TRUE(file.append(filled(3, 'a')));
+            const std::vector<std::string> with_temporary = names();
+            temporary = *std::find_if(with_temporary.begin(), with_temporary.end(),
+                                      [](const std::string& name) { return name.front() == '_'; });
+            fs::remove(in_dir(temporary));
+            std::ofstream(in_dir(temporary)) << "other";
+            const result<void> sealed = file.seal("copy", overwrite);
+            ASSERT_FALSE(sealed);
+            EXPECT_EQ(sealed.error().code, failure_code::rename);
+            EXPECT_EQ(sealed.error().why, "another program replaced the temporary file");
+        }
+        // What is another program's stays where that put it.
+        EXPECT_EQ(content(temporary), octets({'o', 't', 'h', 'e', 'r'}));
+        fs::remove(in_dir(temporary));
+        EXPECT_EQ(names(), before);
+        if (overwrite) {
+            EXPECT_EQ(content("copy"), octets({'e', 'a', 'r', 'l', 'i', 'e', 'r'}));
+        }
+    }
+}
+
 TEST_F(sealed_file_test, a_name_that_cannot_be_given_fails_and_leaves_nothing) {
     {
         sealed_file file(directory(), false);
