@@ -4,6 +4,7 @@
 #   servers   documents' recipes that start servers of their own (Slurm, SSH). They want root and packages that a machine
 #             which somebody works on should not have; a container is a good place.
 #   devices   a device with a sector that cannot be read. It wants root and a kernel with a device mapper.
+#   host      a host that fails at each allocation and each call, not at some of them: 3 minutes
 #   damage    scripts/damage.sh with all its cases, some 15 minutes on two cores
 #   oracle    a million damaged volumes, each copy of the exact mode judged by the second reader, some 30 minutes
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
@@ -21,7 +22,7 @@ if [ "${1:-}" = --install ]; then
     shift
 fi
 parts=("$@")
-[ $# -gt 0 ] || parts=(servers devices package damage oracle fuzz coverage tidy)
+[ $# -gt 0 ] || parts=(servers devices host package damage oracle fuzz coverage tidy)
 cd "$QUARRY_ROOT"
 
 servers() {
@@ -42,18 +43,26 @@ oracle() {
     /usr/bin/python3 -B tests/oracle/damage.py --program build/release/tests/exact_damage --cases 1000000
 }
 
+host() {
+    quarry_need build test && quarry_prepare release || return 1
+    quarry_say "testing on a host that fails everywhere"
+    QUARRY_EVERY_FAILURE=1 "$QUARRY_ROOT/build/release/tests/cli_tests" --gtest_brief=1 \
+        --gtest_filter='every_*:failing_host*:exact_source_of_a_host.*'
+}
+
 failed=()
 for part in "${parts[@]}"; do
     case $part in
         servers) servers || failed+=("$part") ;;
         devices) devices || failed+=("$part") ;;
+        host) host || failed+=("$part") ;;
         package) scripts/package.sh --compile || failed+=("$part") ;;
         damage) scripts/damage.sh 200000 || failed+=("$part") ;;
         oracle) oracle || failed+=("$part") ;;
         fuzz) scripts/fuzz.sh 5 || failed+=("$part") ;;
         coverage) scripts/coverage.sh || failed+=("$part") ;;
         tidy) scripts/lint.sh deep || failed+=("$part") ;;
-        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [package] [damage] [oracle] [fuzz] [coverage] [tidy]" >&2; exit 2 ;;
+        *) echo "usage: scripts/full.sh [--install] [servers] [devices] [host] [package] [damage] [oracle] [fuzz] [coverage] [tidy]" >&2; exit 2 ;;
     esac
 done
 if [ ${#failed[@]} -gt 0 ]; then

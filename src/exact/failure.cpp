@@ -60,8 +60,9 @@ constexpr auto code_texts = std::to_array<std::string_view>({
     "rename",
     "memory",
     "manifest",
+    "fault",
 });
-static_assert(code_texts.size() == static_cast<std::size_t>(failure_code::manifest) + 1);
+static_assert(code_texts.size() == static_cast<std::size_t>(failure_code::fault) + 1);
 
 std::string joined(std::string_view a, std::string_view b) {
     return std::string(a).append(b);

@@ -72,6 +72,7 @@ enum class failure_code : std::uint8_t {
     rename,
     memory,
     manifest,
+    fault,  // of the program
 };
 
 // The code as scripts see it, such as "source-read".

@@ -639,33 +639,6 @@ TEST_F(exact_mode, an_old_kernel_gives_the_name_by_a_link) {
     EXPECT_EQ(made(), words{"out/a.txt"});
 }
 
-TEST_F(exact_mode, a_kill_at_any_system_call_leaves_the_old_file_or_the_new_one) {
-    QUARRY_NEEDS_PROGRAM("strace");
-    bool was_killed = true;
-    int with_old_file = 0;
-    for (int call = 1; was_killed; ++call) {
-        for (const std::string& name : made()) {
-            fs::remove(m_dir / name);
-        }
-        std::ofstream(m_dir / "copy") << "earlier";
-        const program_result result = run_program(
-            {"strace", "-o", "/dev/null", "-e", "inject=all:signal=SIGKILL:when=" + std::to_string(call),
-             QUARRY_PROGRAM, "-exact", "-image", "volume", "-src", "/a.txt", "-dst", "copy", "-overwrite"},
-            {.directory = m_dir.path(), .leaks_allowed = true});
-        was_killed = !result.exited;
-        const std::string left = text("copy");
-        ASSERT_TRUE(left == "earlier" || left == "hello\n") << call << ": " << left;
-        with_old_file += left == "earlier" ? 1 : 0;
-        words others = made();
-        std::erase(others, "copy");
-        ASSERT_LE(others.size(), 1u) << call;
-        ASSERT_TRUE(others.empty() || (others.front().size() == 6 && others.front().front() == '_'));
-        ASSERT_LT(call, 1000);
-    }
-    EXPECT_GT(with_old_file, 20);
-    EXPECT_EQ(text("copy"), "hello\n");
-}
-
 TEST_F(exact_mode, a_signal_at_any_system_call_leaves_no_temporary_file) {
     QUARRY_NEEDS_PROGRAM("strace");
     // From the first write to a file on: the call that follows the creation of the temporary file.

@@ -9,6 +9,8 @@
 // - SIGNAL_AT, SIGNAL: once this many bytes were written to a file, this signal is raised
 // - SIGNAL_AT_CREATION: this signal is raised as soon as a file was made that must not have been there
 // - SIGNAL_AT_TRIAL: this signal is raised as soon as a file was opened that may have been made by that
+// - SHRINKS_AFTER, SHRINKS_TO: after this many reads of files, every file ends at this byte
+// - CLOCK_JUMPS: each clock is a year ahead at its first reading, a year late at the next, and so on
 // - SIGNAL_AT_REMOVAL: this signal is raised before a file that is not empty is removed
 #include <algorithm>
 #include <array>
@@ -18,10 +20,12 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -54,6 +58,18 @@ bool is_interrupted() {
     return interrupt;
 }
 
+bool has_shrunk() {
+    static std::uint64_t reads = 0;
+    const std::uint64_t after = setting("SHRINKS_AFTER");
+    return after != never && ++reads > after;
+}
+
+// In seconds. `readings` counts those of one clock.
+std::time_t jump_of_clock(unsigned& readings) {
+    constexpr std::time_t year = 365 * 86400;
+    return setting("CLOCK_JUMPS") == never ? 0 : ++readings % 2 == 1 ? year : -year;
+}
+
 // Bytes of a read that are delivered; -1 with errno set if it fails.
 ::ssize_t allowed_read(std::size_t count, std::uint64_t offset) {
     if (is_interrupted()) {
@@ -61,6 +77,10 @@ bool is_interrupted() {
         return -1;
     }
     count = static_cast<std::size_t>(std::min<std::uint64_t>(count, setting("LONGEST_TRANSFER")));
+    if (has_shrunk()) {
+        const std::uint64_t end = setting("SHRINKS_TO");
+        count = static_cast<std::size_t>(std::min<std::uint64_t>(count, end - std::min(end, offset)));
+    }
     const std::uint64_t from = setting("FAIL_READS_FROM");
     if (offset < setting("FAIL_READS_TO") && from != never && offset + count > from) {
         if (offset >= from) {
@@ -135,6 +155,32 @@ int open64(const char* path, int flags, ...) {
         va_end(arguments);
     }
     return signalled_after(real(path, flags, mode), flags);
+}
+
+int clock_gettime(::clockid_t clock, std::timespec* time) noexcept {
+    static const auto real = next<int(::clockid_t, std::timespec*)>("clock_gettime");
+    static unsigned readings = 0;
+    const int result = real(clock, time);
+    time->tv_sec += jump_of_clock(readings);
+    return result;
+}
+
+int gettimeofday(::timeval* time, void* zone) noexcept {
+    static const auto real = next<int(::timeval*, void*)>("gettimeofday");
+    static unsigned readings = 0;
+    const int result = real(time, zone);
+    time->tv_sec += jump_of_clock(readings);
+    return result;
+}
+
+std::time_t time(std::time_t* seconds) noexcept {
+    static const auto real = next<std::time_t(std::time_t*)>("time");
+    static unsigned readings = 0;
+    const std::time_t result = real(nullptr) + jump_of_clock(readings);
+    if (seconds != nullptr) {
+        *seconds = result;
+    }
+    return result;
 }
 
 int unlink(const char* path) noexcept {

@@ -227,12 +227,20 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     if (!options.manifest_path.empty()) {
         finished.until_recorded = std::make_unique<signals_held_back>();
     }
+    // Memory that runs out must not find a copy under its name that nothing knows.
+    finished.destination = target.path();
+    means.made.make_room(file.identity().device);
+    if (auto on_disk = file.finish(); !on_disk) {
+        return passed_on(on_disk);
+    }
+    if (means.before_name && known != nullptr) {
+        means.before_name(finished, line, told, *known);
+    }
     if (auto sealed = file.seal(target.name, options.overwrite); !sealed) {
         return passed_on(sealed);
     }
     place.made.keep();
     means.made.add(file.identity(), line);
-    finished.destination = target.path();
     return finished;
 }
 
@@ -327,13 +335,7 @@ result<finished_copy> copy_to_destination(copy_means& means, const copy_order& o
         }
         return kept;
     }
-    auto finished = write_copy(means, *object, order.line, std::move(*place), told, known);
-    if (finished) {
-        means.messages.info("copied " + std::to_string(finished->bytes) +
-                            (finished->bytes == 1 ? " byte to " : " bytes to ") +
-                            shown_typed(finished->destination));
-    }
-    return finished;
+    return write_copy(means, *object, order.line, std::move(*place), told, known);
 }
 
 }  // namespace quarry::exact

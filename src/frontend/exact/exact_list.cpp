@@ -2,6 +2,7 @@
 
 #include "exact/name_text.h"
 
+#include <exception>
 #include <utility>
 
 namespace quarry::exact {
@@ -63,17 +64,20 @@ std::string list_count::text() const {
            std::to_string(kept) + " kept";
 }
 
-exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages) {
-    list_count count;
+namespace {
+
+// The lines up to the last one, or to what ends the run.
+void copy_lines(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages,
+                list_count& count) {
     while (true) {
         auto line = lines.next();
         if (!line) {
             messages.err(line.error().text());
             count.cut_off = true;
-            break;
+            return;
         }
         if (!*line) {
-            break;
+            return;
         }
         // What the volume itself needs is in memory after the first copy.
         if (count.asked > 0) {
@@ -81,15 +85,27 @@ exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scou
         }
         count.add(carry_out(session, std::move(**line)).end());
         if (session.must_end()) {
-            break;
+            return;
         }
+    }
+}
+
+}  // namespace
+
+exit_status copy_list(copy_session& session, list_lines& lines, list_scout& scout, exact_messages& messages) {
+    list_count count;
+    try {
+        copy_lines(session, lines, scout, messages, count);
+    } catch (const std::exception&) {
+        messages.tell(count.text());
+        throw;
     }
     // In a pipeline the status of what was to make the list is lost.
     if (count.asked == 0 && !count.cut_off) {
         messages.tell("warning: list: has no line; did the command that makes it fail?");
     }
     messages.tell(count.text());
-    return session.must_end() ? exit_status::failed : count.status();
+    return session.must_end().value_or(count.status());
 }
 
 }  // namespace quarry::exact

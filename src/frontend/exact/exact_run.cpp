@@ -3,6 +3,7 @@
 #include "exact/exact_volume.h"
 #include "exact/name_text.h"
 #include "exact/volume_table.h"
+#include "frontend/exact/broken_run.h"
 #include "frontend/exact/copy_object.h"
 #include "frontend/exact/copy_session.h"
 #include "frontend/exact/destination_path.h"
@@ -24,6 +25,7 @@
 
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -281,7 +283,7 @@ exit_status status_of(const copy_outcome& outcome, const copy_object& object) {
 
 exit_status copy_one(copy_session& session, const copy_object& object) {
     const exit_status status = status_of(session.carry_out({object, text_of(object)}), object);
-    return session.must_end() ? exit_status::failed : status;
+    return session.must_end().value_or(status);
 }
 
 // A listing of a source that changed meanwhile may be of neither state.
@@ -309,6 +311,10 @@ tl::expected<void, ended> begin_list(const exact_options& options, list_lines& l
     }
     auto begun = lines.begin();
     return begun ? tl::expected<void, ended>() : end_with(exit_status::refused, std::move(begun.error()));
+}
+
+std::string where_of_source(const exact_options& options) {
+    return where::source(options.source.paths.empty() ? "" : shown_typed(options.source.paths.front()));
 }
 
 tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
@@ -346,6 +352,19 @@ tl::expected<exit_status, ended> read_and_copy(const exact_options& options,
         });
 }
 
+// The same where memory ran out, or the program has a fault, between copies.
+tl::expected<exit_status, ended> read_and_copy_unless_broken_off(const exact_options& options,
+                                                                 const std::vector<std::string>& source_files,
+                                                                 list_lines& lines, const output_guard& guard,
+                                                                 exact_messages& messages,
+                                                                 manifest* evidence) {
+    try {
+        return read_and_copy(options, source_files, lines, guard, messages, evidence);
+    } catch (const std::exception&) {
+        return end_with(exit_status::broken_off, failure_in_flight(where_of_source(options)));
+    }
+}
+
 // A run that ended before its first copy has its line in the manifest as a copy has. Gives the failure of
 // that line in place of `why` if it cannot be written.
 ended recorded(ended why, const exact_options& options, manifest* evidence, exact_messages& messages) {
@@ -371,6 +390,20 @@ tl::expected<void, ended> look_at_source_files(const result<std::vector<std::str
                         : end_with(exit_status::not_opened, source_files.error());
 }
 
+// With no more rights than it takes. A run that ended before its first copy is in the manifest.
+tl::expected<exit_status, ended> read_and_copy_confined(const exact_options& options,
+                                                        const result<std::vector<std::string>>& source_files,
+                                                        list_lines& lines, const output_guard& guard,
+                                                        exact_messages& messages, manifest* evidence,
+                                                        kernel_calls* kernel) {
+    return look_at_source_files(source_files)
+        .map([&] { give_up_rights(options, *source_files, kernel); })
+        .and_then([&] {
+            return read_and_copy_unless_broken_off(options, *source_files, lines, guard, messages, evidence);
+        })
+        .map_error([&](ended why) { return recorded(std::move(why), options, evidence, messages); });
+}
+
 // The descriptor of standard output or standard error that leads into one of the files, standard error first.
 std::optional<int> stream_into(const std::vector<std::string>& files) {
     output_guard guard;
@@ -394,22 +427,15 @@ exit_status carry_out(const exact_options& options, const result<std::vector<std
     guard.add_sources(source_files.value_or(options.source.paths));
     list_lines lines(read_standard_input);
     std::unique_ptr<manifest> evidence;
-    const auto status =
-        open_log(options, arguments, header, guard, messages)
-            .and_then([&] { return open_manifest(options, arguments, guard); })
-            .map([&](std::unique_ptr<manifest> opened) { evidence = std::move(opened); })
-            .and_then([&] { return refuse_outputs(options, guard); })
-            .and_then([&] { return begin_list(options, lines); })
-            .and_then([&] {
-                return look_at_source_files(source_files)
-                    .map([&] { give_up_rights(options, *source_files, kernel); })
-                    .and_then([&] {
-                        return read_and_copy(options, *source_files, lines, guard, messages, evidence.get());
-                    })
-                    .map_error([&](ended why) {
-                        return recorded(std::move(why), options, evidence.get(), messages);
-                    });
-            });
+    const auto status = open_log(options, arguments, header, guard, messages)
+                            .and_then([&] { return open_manifest(options, arguments, guard); })
+                            .map([&](std::unique_ptr<manifest> opened) { evidence = std::move(opened); })
+                            .and_then([&] { return refuse_outputs(options, guard); })
+                            .and_then([&] { return begin_list(options, lines); })
+                            .and_then([&] {
+                                return read_and_copy_confined(options, source_files, lines, guard, messages,
+                                                              evidence.get(), kernel);
+                            });
     if (!status) {
         messages.err(status.error().why.text());
     }
@@ -449,7 +475,12 @@ exit_status run_exact(const arg_list& arguments, const ql::time& started, kernel
     if (!options->quiet) {
         messages.status_line().start(terminal_of_messages(), options->pipe);
     }
-    const exit_status status = carry_out(*options, source_files, arguments, header, messages, kernel);
+    exit_status status = exit_status::broken_off;
+    try {
+        status = carry_out(*options, source_files, arguments, header, messages, kernel);
+    } catch (const std::exception&) {
+        messages.err(failure_in_flight(where_of_source(*options)).text());
+    }
     messages.log("exit: " + std::to_string(static_cast<int>(status)));
     const bool all_is_well = status == exit_status::complete || status == exit_status::in_doubt;
     return all_is_well && messages.log_is_cut_off() ? exit_status::failed : status;

@@ -3,7 +3,6 @@
 
 namespace quarry::exact {
 
-// Memory that runs out and faults of the program end a run with 255.
 enum class exit_status : int {
     complete = 0,
     failed = 1,       // the copy, or every line of a list
@@ -11,6 +10,7 @@ enum class exit_status : int {
     some_failed = 3,  // some lines of a list; other copies are kept
     in_doubt = 4,     // nothing failed
     not_opened = 5,   // the source or the volume
+    broken_off = 255  // memory ran out, or the program has a fault
 };
 
 }  // namespace quarry::exact

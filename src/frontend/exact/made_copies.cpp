@@ -44,14 +44,18 @@ void made_copies::grow() {
     }
 }
 
-void made_copies::add(const host_file& file, std::uint64_t line) {
+void made_copies::make_room(::dev_t device) {
     if (m_used >= m_slots.size() / 4 * 3) {
         grow();
     }
-    auto device = std::find(m_devices.begin(), m_devices.end(), file.device);
-    if (device == m_devices.end()) {
-        device = m_devices.insert(m_devices.end(), file.device);
+    if (std::find(m_devices.begin(), m_devices.end(), device) == m_devices.end()) {
+        m_devices.push_back(device);
     }
+}
+
+void made_copies::add(const host_file& file, std::uint64_t line) {
+    make_room(file.device);
+    const auto device = std::find(m_devices.begin(), m_devices.end(), file.device);
     const auto device_number = static_cast<std::uint32_t>(device - m_devices.begin());
     slot& target = m_slots[place_of(file.inode, device_number)];
     m_used += target.line == 0 ? 1 : 0;

@@ -27,6 +27,8 @@ struct host_file {
 
 class made_copies {
   public:
+    // Takes the memory for one more file, so that the next `add` for a file system takes none.
+    void make_room(::dev_t device);
     // `line` counts from 1 and is remembered up to 2^32 - 1.
     void add(const host_file& file, std::uint64_t line);
     // The line that a file was made for; nothing for a file that this run has not made.

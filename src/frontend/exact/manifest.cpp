@@ -83,17 +83,26 @@ bool manifest::is_kept(const object_facts& object, const std::string& path) cons
            static_cast<std::uint64_t>(status.st_size) == *size;
 }
 
-result<void> manifest::append(const manifest_entry& entry) {
-    auto appended = m_file->append(manifest_line(entry));
+result<void> manifest::append(std::string_view line, bool has_copy) {
+    auto appended = m_file->append(line);
     if (!appended) {
         appended.error().why =
-            (entry.copy ? "the copy stands, its line is missing: " : "its line is missing: ") +
+            (has_copy ? "the copy stands, its line is missing: " : "its line is missing: ") +
             appended.error().why;
     }
     return appended;
 }
 
 result<void> manifest::add(record added) {
+    const bool has_copy = added.copy.has_value();
+    return append(line_of(std::move(added)), has_copy);
+}
+
+result<void> manifest::add_line_of_copy(std::string_view line) {
+    return append(line, true);
+}
+
+std::string manifest::line_of(record added) const {
     manifest_entry entry{m_run, m_source};
     entry.volume = m_volume;
     entry.line = added.line;
@@ -106,7 +115,7 @@ result<void> manifest::add(record added) {
     }
     entry.object = std::move(added.object);
     entry.copy = std::move(added.copy);
-    return append(entry);
+    return manifest_line(entry);
 }
 
 result<void> manifest::add_ended_run(const failure& why, std::optional<std::string> asked) {
@@ -117,7 +126,7 @@ result<void> manifest::add_ended_run(const failure& why, std::optional<std::stri
     entry.warnings = m_warnings;
     entry.object.asked = std::move(asked);
     entry.object.raw = m_options.raw;
-    return append(entry);
+    return append(manifest_line(entry), false);
 }
 
 }  // namespace quarry::exact

@@ -58,6 +58,10 @@ class manifest {
     };
     // Fails with manifest; the reason says whether there is a copy whose line is missing.
     [[nodiscard]] result<void> add(record added);
+    // The same in two steps, so that the second one takes no memory: the line, and the line of a copy
+    // appended.
+    [[nodiscard]] std::string line_of(record added) const;
+    [[nodiscard]] result<void> add_line_of_copy(std::string_view line);
     // The same for a run that ends before its first copy. `asked` is the object of the command line; nothing
     // for a list.
     [[nodiscard]] result<void> add_ended_run(const failure& why, std::optional<std::string> asked);
@@ -70,7 +74,7 @@ class manifest {
              only_by_open);
 
   private:
-    [[nodiscard]] result<void> append(const manifest_entry& entry);
+    [[nodiscard]] result<void> append(std::string_view line, bool has_copy);
 
     std::unique_ptr<manifest_file> m_file;
     const exact_options& m_options;

@@ -5,27 +5,21 @@
 #include "exact/volume_path.h"
 #include "foundation/md5.h"
 #include "foundation/rfc3339.h"
+#include "frontend/exact/json_writer.h"
 #include "frontend/usage.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <tuple>
 
 namespace quarry::exact {
 
 namespace {
 
-// Members keep the order in which they are added, so that a line reads as the documents show it.
-using json = nlohmann::ordered_json;
-
-template <typename Value>
-json or_null(const std::optional<Value>& value) {
-    return value ? json(*value) : json(nullptr);
-}
-
-json text_or_null(const std::string& text) {
-    return text.empty() ? json(nullptr) : json(text);
+// Null where a text is empty.
+std::optional<std::string_view> text_or_null(const std::string& text) {
+    return text.empty() ? std::nullopt : std::optional<std::string_view>(text);
 }
 
 std::string digits_of(const std::string& bytes) {
@@ -36,218 +30,259 @@ std::string digits_of(const std::string& bytes) {
 
 // A path of the host, and whatever else the user types, is bytes. Where they are no UTF-8, U+FFFD takes their
 // place when the line is written, and a member "NAME_bytes" has them as hexadecimal digits.
-void add_typed(json& object, const std::string& name, const std::string& typed) {
-    object[name] = typed;
+void add_typed(json_writer& line, const std::string& name, const std::string& typed) {
+    line.member(name, typed);
     if (!units_of_utf8(typed)) {
-        object[name + "_bytes"] = digits_of(typed);
+        line.member(name + "_bytes", digits_of(typed));
     }
 }
 
-void add_arguments(json& object, const std::vector<std::string>& arguments) {
-    object["arguments"] = arguments;
+void add_texts(json_writer& line, std::string_view name, const std::vector<std::string>& texts) {
+    line.begin_array(name);
+    for (const std::string& each : texts) {
+        line.element(each);
+    }
+    line.end_array();
+}
+
+void add_arguments(json_writer& line, const std::vector<std::string>& arguments) {
+    add_texts(line, "arguments", arguments);
     if (!std::all_of(arguments.begin(), arguments.end(),
                      [](const std::string& each) { return units_of_utf8(each).has_value(); })) {
-        json all = json::array();
+        line.begin_array("arguments_bytes");
         for (const std::string& each : arguments) {
-            all.push_back(digits_of(each));
+            line.element(digits_of(each));
         }
-        object["arguments_bytes"] = std::move(all);
+        line.end_array();
     }
 }
 
 // ---- times
 
-json time_of(std::uint64_t filetime) {
+void add_time(json_writer& line, std::string_view name, std::uint64_t filetime) {
     if (filetime == 0) {
-        return nullptr;
+        line.member(name, nullptr);
+    } else if (const auto text = rfc3339_of_filetime(filetime)) {
+        line.member(name, *text);
+    } else {
+        line.member(name, filetime);
     }
-    const auto text = rfc3339_of_filetime(filetime);
-    return text ? json(*text) : json(filetime);
 }
 
-json times_of(const std::optional<four_times>& times) {
+void add_times(json_writer& line, std::string_view name, const std::optional<four_times>& times) {
     const four_times values = times.value_or(four_times{});
-    return {{"created", time_of(values.created)},
-            {"modified", time_of(values.modified)},
-            {"changed", time_of(values.changed)},
-            {"accessed", time_of(values.accessed)}};
-}
-
-json time_of_host(std::int64_t seconds) {
-    return or_null(rfc3339_of_seconds(seconds));
+    line.begin_object(name);
+    add_time(line, "created", values.created);
+    add_time(line, "modified", values.modified);
+    add_time(line, "changed", values.changed);
+    add_time(line, "accessed", values.accessed);
+    line.end_object();
 }
 
 // ---- the run
 
-json tool() {
+void add_tool(json_writer& line) {
+    line.begin_object("tool");
+    line.member("name", "quarry");
     // "ver: 1.14"
-    const std::string_view version = version_text.substr(version_text.rfind(' ') + 1);
-    return {{"name", "quarry"}, {"version", version}, {"mode", "exact"}};
+    line.member("version", version_text.substr(version_text.rfind(' ') + 1));
+    line.member("mode", "exact");
+    line.end_object();
 }
 
-json run_of(const manifest_entry& entry) {
-    json members = {{"started", time_of_host(entry.run.started)}, {"host", entry.run.host}};
+void add_run(json_writer& line, const manifest_entry& entry) {
+    line.begin_object("run");
+    line.member("started", rfc3339_of_seconds(entry.run.started));
+    line.member("host", entry.run.host);
     if (entry.run.directory.empty()) {
-        members["directory"] = nullptr;
+        line.member("directory", nullptr);
     } else {
-        add_typed(members, "directory", entry.run.directory);
+        add_typed(line, "directory", entry.run.directory);
     }
-    add_arguments(members, entry.run.arguments);
-    members["line"] = or_null(entry.line);
-    return members;
+    add_arguments(line, entry.run.arguments);
+    line.member("line", entry.line);
+    line.end_object();
 }
 
-json error_of(const failure* error) {
+void add_error(json_writer& line, const failure* error) {
     if (error == nullptr) {
-        return nullptr;
+        line.member("error", nullptr);
+        return;
     }
-    return {{"code", code_text(error->code)}, {"where", error->where}, {"text", error->text()}};
+    line.begin_object("error");
+    line.member("code", code_text(error->code));
+    line.member("where", error->where);
+    line.member("text", error->text());
+    line.end_object();
 }
 
-json warnings_of(const std::vector<notice>& warnings) {
-    json all = json::array();
+void add_warnings(json_writer& line, const std::vector<notice>& warnings) {
+    line.begin_array("warnings");
     for (const notice& each : warnings) {
-        all.push_back({{"code", each.code}, {"text", each.text()}});
+        line.begin_object();
+        line.member("code", each.code);
+        line.member("text", each.text());
+        line.end_object();
     }
-    return all;
+    line.end_array();
 }
 
 // ---- source and volume
 
-json source_of(const manifest_entry& entry) {
+void add_source(json_writer& line, const manifest_entry& entry) {
     const source_facts& source = entry.source;
-    json files = json::array();
+    line.begin_object("source");
+    line.member("kind", source.kind);
+    line.begin_array("files");
+    const std::string nothing;
+    bool is_first = true;
     for (const source_file& file : source.files) {
-        json added = json::object();
-        add_typed(added, "path", file.path);
-        added["size"] = or_null(file.size);
-        const bool is_first = files.empty();
-        added["acquired_md5"] = is_first ? text_or_null(source.acquired_md5) : nullptr;
-        added["acquired_sha1"] = is_first ? text_or_null(source.acquired_sha1) : nullptr;
-        added["sha256_told"] = is_first ? text_or_null(source.sha256_told) : nullptr;
-        files.push_back(std::move(added));
+        line.begin_object();
+        add_typed(line, "path", file.path);
+        line.member("size", file.size);
+        line.member("acquired_md5", text_or_null(is_first ? source.acquired_md5 : nothing));
+        line.member("acquired_sha1", text_or_null(is_first ? source.acquired_sha1 : nothing));
+        line.member("sha256_told", text_or_null(is_first ? source.sha256_told : nothing));
+        line.end_object();
+        is_first = false;
     }
-    return {{"kind", source.kind},
-            {"files", std::move(files)},
-            {"sector_size", or_null(source.sector_size)},
-            {"volume_offset",
-             entry.volume == nullptr ? json(nullptr) : json(entry.volume->shape().volume_offset)},
-            {"mounted", or_null(source.mounted)}};
+    line.end_array();
+    line.member("sector_size", source.sector_size);
+    line.member("volume_offset",
+                entry.volume == nullptr ? std::nullopt : std::optional(entry.volume->shape().volume_offset));
+    line.member("mounted", source.mounted);
+    line.end_object();
 }
 
-json volume_of(const exact_volume* volume) {
-    json members;
-    for (const char* const name : {"serial", "label", "version", "cluster_size", "record_size", "clusters",
-                                   "boot", "mft", "dirty", "journal"}) {
-        members[name] = nullptr;
-    }
+void add_volume(json_writer& line, const exact_volume* volume) {
+    line.begin_object("volume");
     if (volume == nullptr) {
-        return members;
+        for (const char* const name : {"serial", "label", "version", "cluster_size", "record_size",
+                                       "clusters", "boot", "mft", "dirty", "journal"}) {
+            line.member(name, nullptr);
+        }
+    } else {
+        const geometry& shape = volume->shape();
+        const volume_state& state = volume->state();
+        line.member("serial", serial_text(shape.serial));
+        line.member("label", shown_name(state.label));
+        line.member("version", state.major_version ? std::optional(state.version_text()) : std::nullopt);
+        line.member("cluster_size", shape.cluster_size);
+        line.member("record_size", shape.record_size);
+        line.member("clusters", shape.clusters);
+        line.member("boot", shape.from_backup ? "backup" : "primary");
+        line.member("mft", volume->table().from_mirror() ? "mirror" : "primary");
+        line.member("dirty", state.dirty);
+        line.member("journal", journal_text(state.journal));
     }
-    const geometry& shape = volume->shape();
-    const volume_state& state = volume->state();
-    members["serial"] = serial_text(shape.serial);
-    members["label"] = shown_name(state.label);
-    members["version"] = state.major_version ? json(state.version_text()) : json(nullptr);
-    members["cluster_size"] = shape.cluster_size;
-    members["record_size"] = shape.record_size;
-    members["clusters"] = shape.clusters;
-    members["boot"] = shape.from_backup ? "backup" : "primary";
-    members["mft"] = volume->table().from_mirror() ? "mirror" : "primary";
-    members["dirty"] = or_null(state.dirty);
-    members["journal"] = journal_text(state.journal);
-    return members;
+    line.end_object();
 }
 
 // ---- the object
 
-json names_of(const std::optional<entry_facts>& entry) {
-    json all = json::array();
+void add_names(json_writer& line, const std::optional<entry_facts>& entry) {
+    line.begin_array("names");
     if (entry) {
         for (const file_name& each : entry->names) {
-            all.push_back({{"name", shown_name(each.name)},
-                           {"parent", each.parent.entry},
-                           {"parent_sequence", each.parent.sequence},
-                           {"space", name_space_text(each.name_space)}});
+            line.begin_object();
+            line.member("name", shown_name(each.name));
+            line.member("parent", each.parent.entry);
+            line.member("parent_sequence", each.parent.sequence);
+            line.member("space", name_space_text(each.name_space));
+            line.end_object();
         }
     }
-    return all;
+    line.end_array();
 }
 
-json reparse_of(const std::optional<entry_facts>& entry) {
-    return entry && entry->reparse_tag ? json(tag_text(*entry->reparse_tag)) : json(nullptr);
-}
-
-json compression_of(const stream_facts& stream) {
-    if (stream.system_format) {
-        return {{"kind", "wof"}, {"format", format_name(*stream.system_format)}};
-    }
-    if (stream.lznt1_unit) {
-        return {{"kind", "lznt1"}, {"unit", *stream.lznt1_unit}};
-    }
-    return nullptr;
-}
-
-json object_of(const object_facts& object) {
-    json members;
-    if (object.asked) {
-        add_typed(members, "asked", *object.asked);
+void add_compression(json_writer& line, const std::optional<stream_facts>& stream) {
+    if (stream && stream->system_format) {
+        line.begin_object("compression");
+        line.member("kind", "wof");
+        line.member("format", format_name(*stream->system_format));
+        line.end_object();
+    } else if (stream && stream->lznt1_unit) {
+        line.begin_object("compression");
+        line.member("kind", "lznt1");
+        line.member("unit", *stream->lznt1_unit);
+        line.end_object();
     } else {
-        members["asked"] = nullptr;
+        line.member("compression", nullptr);
     }
-    members["path"] = object.path ? json(shown_path(*object.path)) : json(nullptr);
-    members["links"] = object.links;
-    members["entry"] = object.entry ? json(object.entry->self.entry) : json(nullptr);
-    members["sequence"] = object.entry ? json(object.entry->self.sequence) : json(nullptr);
-    members["in_use"] = object.entry ? json(object.entry->in_use) : json(nullptr);
-    members["lcn"] = or_null(object.lcn);
-    members["clusters"] = or_null(object.clusters);
-    // Clusters are read as a stream that has neither type nor name.
-    const bool named = object.stream && !object.lcn;
-    members["type"] = named ? json(type_name(object.stream->type)) : json(nullptr);
-    members["stream"] = named ? json(shown_name(object.stream->name)) : json(nullptr);
-    members["names"] = names_of(object.entry);
-    members["resident"] = object.stream ? json(object.stream->resident) : json(nullptr);
-    members["raw"] = object.raw;
-    members["compression"] = object.stream ? compression_of(*object.stream) : json(nullptr);
-    members["encrypted"] = object.stream ? json(object.stream->encrypted) : json(nullptr);
-    members["sparse"] = object.stream ? json(object.stream->sparse) : json(nullptr);
-    members["reparse"] = reparse_of(object.entry);
-    members["allocated"] = object.stream ? json(object.stream->allocated) : json(nullptr);
-    members["size"] = object.stream ? json(object.stream->size) : json(nullptr);
-    members["valid"] = object.stream ? json(object.stream->valid) : json(nullptr);
-    members["runs"] = object.stream ? json(object.stream->runs) : json(nullptr);
-    members["reused_clusters"] = or_null(object.reused_clusters);
-    return members;
 }
 
-json times_of(const std::optional<entry_facts>& entry) {
-    const auto standard = entry ? entry->standard : std::nullopt;
-    const auto name = entry && entry->used ? std::optional(entry->used->times) : std::nullopt;
-    return {{"standard", times_of(standard)}, {"name", times_of(name)}};
+// A member of something that is perhaps not known; null then.
+template <typename Known, typename Member>
+auto if_known(const std::optional<Known>& known, Member member) {
+    return known ? std::optional(member(*known)) : std::nullopt;
+}
+
+void add_object(json_writer& line, const object_facts& object) {
+    const auto& [entry, stream] = std::tie(object.entry, object.stream);
+    line.begin_object("object");
+    if (object.asked) {
+        add_typed(line, "asked", *object.asked);
+    } else {
+        line.member("asked", nullptr);
+    }
+    line.member("path", if_known(object.path, [](const auto& names) { return shown_path(names); }));
+    add_texts(line, "links", object.links);
+    line.member("entry", if_known(entry, [](const auto& known) { return known.self.entry; }));
+    line.member("sequence", if_known(entry, [](const auto& known) { return known.self.sequence; }));
+    line.member("in_use", if_known(entry, [](const auto& known) { return known.in_use; }));
+    line.member("lcn", object.lcn);
+    line.member("clusters", object.clusters);
+    // Clusters are read as a stream that has neither type nor name.
+    const bool named = stream && !object.lcn;
+    line.member("type", named ? std::optional(type_name(stream->type)) : std::nullopt);
+    line.member("stream", named ? std::optional(shown_name(stream->name)) : std::nullopt);
+    add_names(line, entry);
+    line.member("resident", if_known(stream, [](const auto& known) { return known.resident; }));
+    line.member("raw", object.raw);
+    add_compression(line, stream);
+    line.member("encrypted", if_known(stream, [](const auto& known) { return known.encrypted; }));
+    line.member("sparse", if_known(stream, [](const auto& known) { return known.sparse; }));
+    line.member("reparse", entry ? if_known(entry->reparse_tag, tag_text) : std::nullopt);
+    line.member("allocated", if_known(stream, [](const auto& known) { return known.allocated; }));
+    line.member("size", if_known(stream, [](const auto& known) { return known.size; }));
+    line.member("valid", if_known(stream, [](const auto& known) { return known.valid; }));
+    line.member("runs", if_known(stream, [](const auto& known) { return known.runs; }));
+    line.member("reused_clusters", object.reused_clusters);
+    line.end_object();
+}
+
+void add_times(json_writer& line, const std::optional<entry_facts>& entry) {
+    line.begin_object("times");
+    add_times(line, "standard", entry ? entry->standard : std::nullopt);
+    add_times(line, "name", entry && entry->used ? std::optional(entry->used->times) : std::nullopt);
+    line.end_object();
 }
 
 // ---- the copy
 
-json copy_of(const std::optional<copy_facts>& copy) {
+void add_copy(json_writer& line, const std::optional<copy_facts>& copy) {
     if (!copy) {
-        return nullptr;
+        line.member("copy", nullptr);
+        return;
     }
-    json members;
-    add_typed(members, "path", copy->path);
-    members["size"] = copy->size;
-    members["md5"] = text_or_null(copy->md5);
-    members["sha256"] = text_or_null(copy->sha256);
-    members["sparse"] = copy->sparse;
-    return members;
+    line.begin_object("copy");
+    add_typed(line, "path", copy->path);
+    line.member("size", copy->size);
+    line.member("md5", text_or_null(copy->md5));
+    line.member("sha256", text_or_null(copy->sha256));
+    line.member("sparse", copy->sparse);
+    line.end_object();
 }
 
-json unread_of(const std::vector<byte_range>& ranges) {
-    json all = json::array();
+void add_unread(json_writer& line, const std::vector<byte_range>& ranges) {
+    line.begin_array("unread");
     for (const byte_range& each : ranges) {
-        all.push_back({{"offset", each.offset}, {"length", each.length}});
+        line.begin_object();
+        line.member("offset", each.offset);
+        line.member("length", each.length);
+        line.end_object();
     }
-    return all;
+    line.end_array();
 }
 
 }  // namespace
@@ -259,21 +294,23 @@ std::string serial_text(std::uint64_t serial) {
 }
 
 std::string manifest_line(const manifest_entry& entry) {
-    json line;
-    line["schema"] = manifest_schema;
-    line["tool"] = tool();
-    line["run"] = run_of(entry);
-    line["finished"] = time_of_host(entry.finished);
-    line["result"] = entry.outcome;
-    line["error"] = error_of(entry.error);
-    line["warnings"] = warnings_of(entry.warnings);
-    line["source"] = source_of(entry);
-    line["volume"] = volume_of(entry.volume);
-    line["object"] = object_of(entry.object);
-    line["times"] = times_of(entry.object.entry);
-    line["copy"] = copy_of(entry.copy);
-    line["unread"] = unread_of(entry.object.unread);
-    return line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+    json_writer line;
+    line.begin_object();
+    line.member("schema", manifest_schema);
+    add_tool(line);
+    add_run(line, entry);
+    line.member("finished", rfc3339_of_seconds(entry.finished));
+    line.member("result", entry.outcome);
+    add_error(line, entry.error);
+    add_warnings(line, entry.warnings);
+    add_source(line, entry);
+    add_volume(line, entry.volume);
+    add_object(line, entry.object);
+    add_times(line, entry.object.entry);
+    add_copy(line, entry.copy);
+    add_unread(line, entry.object.unread);
+    line.end_object();
+    return line.text() + "\n";
 }
 
 }  // namespace quarry::exact

@@ -275,22 +275,22 @@ result<void> sealed_file::give_name(const std::string& name, bool overwrite) {
     const signals_held_back quiet;
     const int error = overwrite ? exchange_or_rename(name)
                                 : rename_without_replacing(m_directory_fd, m_temporary.c_str(), name.c_str());
-    const std::string place = where::destination(shown_typed(m_directory + name));
-    if (error == EEXIST) {
-        return fail(failure_code::exists, place, "exists; say -overwrite");
+    if (error == 0 && is_this_file(name)) {
+        if (m_earlier != earlier_file::has_temporary_name) {
+            m_temporary.clear();
+            forget_leftover();
+        }
+        return {};
     }
-    if (error != 0) {
-        return fail(failure_code::rename, place, std::strerror(error));
-    }
-    if (!is_this_file(name)) {
+    if (error == 0) {
         take_name_back(name);
-        return fail(failure_code::rename, place, "another program replaced the temporary file");
     }
-    if (m_earlier != earlier_file::has_temporary_name) {
-        m_temporary.clear();
-        forget_leftover();
+    std::string place = where::destination(shown_typed(m_directory + name));
+    if (error == EEXIST) {
+        return fail(failure_code::exists, std::move(place), "exists; say -overwrite");
     }
-    return {};
+    return fail(failure_code::rename, std::move(place),
+                error == 0 ? "another program replaced the temporary file" : std::strerror(error));
 }
 
 // Another program that may write to the directory can give the temporary name to a file of its own.
@@ -339,7 +339,7 @@ result<void> sealed_file::sync_directory(const std::string& name) {
     return told;
 }
 
-result<void> sealed_file::seal(const std::string& name, bool overwrite) {
+result<void> sealed_file::finish() {
     if (auto reached = reach_size(m_size); !reached) {
         return reached;
     }
@@ -349,7 +349,13 @@ result<void> sealed_file::seal(const std::string& name, bool overwrite) {
     if (::close(std::exchange(m_fd, -1)) != 0) {
         return failed(failure_code::write, errno);
     }
-    return give_name(name, overwrite).and_then([&] { return sync_directory(name); });
+    return {};
+}
+
+result<void> sealed_file::seal(const std::string& name, bool overwrite) {
+    return (m_fd >= 0 ? finish() : result<void>())
+        .and_then([&] { return give_name(name, overwrite); })
+        .and_then([&] { return sync_directory(name); });
 }
 
 }  // namespace quarry::exact

@@ -58,7 +58,9 @@ class sealed_file {
     [[nodiscard]] std::uint64_t size() const { return m_size; }
     // Gives the file these times; to be called after the last byte. Fails with write.
     [[nodiscard]] result<void> set_times(const file_times& times);
-    // Brings everything to the disk and gives the file its name in the directory. A file of that name is
+    // Brings all bytes to the disk; to be called after the last one and the times. Fails with write and sync.
+    [[nodiscard]] result<void> finish();
+    // Finishes the file unless it is finished, and gives it its name in the directory. A file of that name is
     // replaced with `overwrite`, else it fails with exists. Fails with write, sync or rename otherwise; what
     // was there before is there again then. Only where the file system cannot exchange two names the copy
     // keeps the name if the directory cannot be brought to the disk, and the failure says so. Fails with

@@ -17,17 +17,18 @@ namespace {
 
 constexpr ::mode_t new_file_mode = 0666;
 
-void remove_ordinary_file(const std::string& path) {
+void remove_ordinary_file(const char* path) {
     struct ::stat status {};
-    if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-        ::unlink(path.c_str());
+    if (::lstat(path, &status) == 0 && S_ISREG(status.st_mode)) {
+        ::unlink(path);
     }
 }
 
-// What a path leads to when all links are followed; empty if it leads to nothing.
-std::string target_of(const std::string& path) {
+// Removes the file that a path leads to when all links are followed. Takes no memory: where that has run out
+// the file must not stay.
+void remove_target(const char* path) {
     std::array<char, PATH_MAX> target{};
-    return ::realpath(path.c_str(), target.data()) != nullptr ? target.data() : "";
+    remove_ordinary_file(::realpath(path, target.data()) != nullptr ? target.data() : path);
 }
 
 }  // namespace
@@ -53,7 +54,11 @@ bool can_be_created(const output_guard& guard, const std::string& path, output_k
     // replaces it. The user sees no file at all after a copy that fails.
     //
     // A link that led to nothing has a target now, which is to go again.
-    remove_ordinary_file(existed ? path : target_of(path));
+    if (existed) {
+        remove_ordinary_file(path.c_str());
+    } else {
+        remove_target(path.c_str());
+    }
     return true;
 }
 

@@ -15,10 +15,7 @@ std::array<char, PATH_MAX> leftover_path{};
 volatile std::sig_atomic_t has_leftover = 0;
 
 extern "C" void remove_leftover(int signal) {
-    if (has_leftover != 0) {
-        ::unlink(leftover_path.data());
-        has_leftover = 0;
-    }
+    quarry::remove_leftover_now();
     // From here on the system's own handling, so that whoever waits sees which signal it was.
     struct ::sigaction usual {};
     usual.sa_handler = SIG_DFL;
@@ -82,6 +79,13 @@ void remove_if_interrupted(const std::string& path) {
         leftover_path[path.copy(leftover_path.data(), path.size())] = '\0';
         has_leftover = 1;
         install_handlers();
+    }
+}
+
+void remove_leftover_now() noexcept {
+    if (has_leftover != 0) {
+        ::unlink(leftover_path.data());
+        has_leftover = 0;
     }
 }
 

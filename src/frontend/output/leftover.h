@@ -24,5 +24,7 @@ class signals_held_back {
 void remove_if_interrupted(const std::string& path);
 // The file has its name, or is gone already.
 void forget_leftover();
+// Removes the file that is remembered, if there is one. For a program that ends at once; takes no memory.
+void remove_leftover_now() noexcept;
 
 }  // namespace quarry
