@@ -266,10 +266,11 @@ TEST_F(exact_source_of_a_host, that_cannot_read_a_structure_fails_whatever_is_as
         "err: record 0, $DATA \"\": VCN 6: 512 bytes cannot be read: Input/output error, at stream byte "
         "0x6200 (source byte " +
             exact::hex(m_record + 512) + ")\n");
+    // The table is read in pieces of 32 KiB.
     result = with_bad_sector(upper_case, line);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(last_line(result.err),
-              "err: record 10, $DATA \"\": VCN 0: 131072 bytes cannot be read: Input/output error, at stream "
+              "err: record 10, $DATA \"\": VCN 0: 32768 bytes cannot be read: Input/output error, at stream "
               "byte 0x0 (source byte " +
                   exact::hex(upper_case) + ")\n");
     EXPECT_EQ(files(), words{"volume"});
