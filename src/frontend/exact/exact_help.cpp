@@ -1,9 +1,11 @@
 #include "frontend/exact/exact_help.h"
 
 #include "frontend/exact/listing_table.h"
+#include "frontend/options/source_table.h"
 #include "frontend/output/console.h"
 #include "frontend/usage.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -12,7 +14,7 @@ namespace quarry::exact {
 
 namespace {
 
-constexpr std::string_view help_to_listings =
+constexpr std::string_view help_to_sources =
     R"(The exact mode: the whole stream, byte for byte, or a failure that says where.
 
  quarry -exact -image <file> -src <path> -dst <file>
@@ -22,10 +24,10 @@ constexpr std::string_view help_to_listings =
  quarry -exact -image <file> -list / -recurse
 
  source, one of
-   -image <file|device>         = a disk or a bare volume, raw or EWF (E01)
-   -partition <device>          = a bare volume
-   -vmdk "<file> | <file> ..."  = a chain of sparse VMDK files
- volume
+)";
+
+constexpr std::string_view help_from_sources =
+    R"( volume
    -offset <bytes>              = where it begins; no partition table is asked
    -ntfsvol <n>                 = the nth NTFS volume; -first_ntfsvol: the first
    -volumes                     = print the volumes; no copy
@@ -70,15 +72,27 @@ constexpr std::string_view help_from_listings =
 
 )";
 
+// A line of the help: an option with its value, and what it is.
+std::string line_of(std::string_view word, std::string_view value, std::string_view help) {
+    constexpr std::size_t column = 32;  // of the "="
+    std::string line = "   " + std::string(word) + " " + std::string(value);
+    line.resize(column, ' ');
+    return line + "= " + std::string(help) + "\n";
+}
+
 }  // namespace
 
 void print_exact_help() {
-    constexpr std::size_t column = 32;  // of the "="
-    std::string text = banner() + "\n\n" + std::string(help_to_listings);
+    std::string text = banner() + "\n\n" + std::string(help_to_sources);
+    // The usual one is the last in the table.
+    std::for_each(source_options.rbegin(), source_options.rend(), [&text](const source_option& option) {
+        if (option.exact_hint.empty()) {
+            text += line_of(option.word, option.exact_value, option.exact_help);
+        }
+    });
+    text += help_from_sources;
     for (const listing_option& option : listing_options) {
-        std::string line = "   " + std::string(option.word) + " <path>";
-        line.resize(column, ' ');
-        text += line + "= " + std::string(option.help) + "\n";
+        text += line_of(option.word, "<path>", option.help);
     }
     print_error(text + std::string(help_from_listings));
 }

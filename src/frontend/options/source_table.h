@@ -26,6 +26,9 @@ struct source_option {
     std::string_view word;
     source_kind kind = source_kind::none;
     source_value value = source_value::file;
+    // What the help of the exact mode calls the value, and says of it.
+    std::string_view exact_value = {};
+    std::string_view exact_help = {};
     // What the exact mode, which does not take this option, says to do instead; empty if it takes it.
     std::string_view exact_hint = {};
 
@@ -34,10 +37,15 @@ struct source_option {
 
 // The default mode goes by the first of them that is there, in this order.
 inline constexpr std::array<source_option, 4> source_options = {{
-    {"-vmdk", source_kind::virtual_disk, source_value::files},
-    {"-partition", source_kind::partition, source_value::device},
-    {"-image", source_kind::image, source_value::file},
-    {"-drivenum", source_kind::drive, source_value::number, "give the device to -image"},
+    {"-vmdk", source_kind::virtual_disk, source_value::files, "\"<file> | <file> ...\"",
+     "a chain of sparse VMDK files"},
+    {"-partition", source_kind::partition, source_value::device, "<device>", "a bare volume"},
+    {"-image", source_kind::image, source_value::file, "<file|device>",
+     "a disk or a bare volume, raw or EWF (E01)"},
+    {.word = "-drivenum",
+     .kind = source_kind::drive,
+     .value = source_value::number,
+     .exact_hint = "give the device to -image"},
 }};
 
 // The row of a kind of source that the user named.
