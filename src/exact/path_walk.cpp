@@ -362,8 +362,14 @@ result<void> expect_name(const attribute_set& file, reference directory, std::u1
 
 result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
                                                                   const attribute_set& file) {
-    if (file.pieces(attr_reparse_point, {}).empty()) {
+    const std::vector<std::u16string> names = file.names(attr_reparse_point);
+    if (names.empty()) {
         return std::nullopt;
+    }
+    // Passed over, it would make plain data of a file whose data is elsewhere.
+    if (names.size() > 1 || !names.front().empty()) {
+        return fail(failure_code::layout, where::record(file.base().entry()),
+                    "has a $REPARSE_POINT with a name");
     }
     return file.stored(volume.shape(), attr_reparse_point, {})
         .and_then([&](const stored_stream& stored) {

@@ -56,7 +56,8 @@ struct walked_path {
 [[nodiscard]] result<void> expect_name(const attribute_set& file, reference directory,
                                        std::u16string_view name, notices& told);
 
-// The value of a file's reparse point, for read_reparse_point; nothing if it has none. Fails as streams do.
+// The value of a file's reparse point, for read_reparse_point; nothing if it has none. Fails as streams do,
+// and with layout if the attribute has a name.
 [[nodiscard]] result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
                                                                                 const attribute_set& file);
 

@@ -122,7 +122,7 @@ def test_the_volume_is_taken_from_a_partition_device(volume, contents):
                          ids=lambda task: task[0])
 def test_no_word_goes_into_a_source_that_a_shell_opened_for_output(volume, stream, task):
     before = volume.image.read_bytes()
-    why = b'"-path" is no option' if task[0] == "-path" else b"standard output is the source"
+    why = b'"-path" is no option; -exact -h lists them' if task[0] == "-path" else b"standard output is the source"
     with open(volume.image, "r+b") as source:
         streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, stream: source}
         done = subprocess.run([os.environ["QUARRY_PROGRAM"], "-exact", "-image", volume.image, *task], cwd=volume.image.parent,

@@ -274,6 +274,19 @@ TEST(path_walk, passes_through_cloud_directories_and_no_other_reparse_points) {
         "tag | path \"/other\": reparse tag 0x80000013 (DEDUP): the names below are not in this directory");
 }
 
+TEST(path_walk, takes_no_file_for_plain_whose_reparse_point_has_a_name) {
+    volume_builder volume(with_system_files());
+    const attribute_builder point =
+        attribute_builder::resident(0xC0, byte_writer(24).u32(0, 0x80000017).take());
+    volume.add_file("a.txt").attribute(attribute_builder(point).named("ab"));
+    volume.add_file("b.txt").attribute(point).attribute(attribute_builder(point).named("ab"));
+    volume.add_directory("c").attribute(attribute_builder(point).named("ab"));
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/a.txt"), "layout | record 24: has a $REPARSE_POINT with a name");
+    EXPECT_EQ(walked.failure_of("/b.txt"), "layout | record 25: has a $REPARSE_POINT with a name");
+    EXPECT_EQ(walked.failure_of("/c/d.txt"), "layout | record 26: has a $REPARSE_POINT with a name");
+}
+
 TEST(path_walk, wants_index_and_record_to_agree) {
     volume_builder volume(with_system_files());
     const std::uint64_t other = volume.add_directory("other").entry();
