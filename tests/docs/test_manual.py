@@ -27,10 +27,10 @@ def sources_of_frontend():
 
 
 def options_of_exact_mode(state=""):
-    """Those of its own table and of the listings, and the rows of the sources that have no hint to something else."""
+    """Those of its own table and of the listings, and the rows of the sources that have words of its help."""
     table = text_of("src", "frontend", "exact", "option_table.cpp")
     return (set(re.findall(r'row\("(-[a-z][a-z0-9_]*)", option::\w+, \d, ' + state, table)) |
-            set(re.findall(r'\{"(-[a-z]+)", source_kind::\w+, source_value::\w+\}', text_of(*SOURCE_TABLE))) |
+            set(re.findall(r'\{"(-[a-z]+)", source_kind::\w+, source_value::\w+, "', text_of(*SOURCE_TABLE))) |
             set(re.findall(r'\{"(-[a-z]+)", "', text_of("src", "frontend", "exact", "listing_table.h"))))
 
 
