@@ -360,11 +360,29 @@ result<void> expect_name(const attribute_set& file, reference directory, std::u1
     return {};
 }
 
+namespace {
+
+// A file without $REPARSE_POINT must not be one by its $STANDARD_INFORMATION either: one damaged bit in the
+// type of an attribute would make a link a directory, and zeros of a file that the system compressed.
+result<void> expect_no_reparse_flag(const attribute_set& file) {
+    const auto value = file.only_value(attr_standard_information);
+    const bool has_flag =
+        value && *value &&
+        (standard_information_value(**value).attributes() & file_attribute_reparse_point) != 0;
+    if (has_flag) {
+        return fail(failure_code::layout, where::record(file.base().entry()),
+                    "has no $REPARSE_POINT, and $STANDARD_INFORMATION says that it has one");
+    }
+    return {};
+}
+
+}  // namespace
+
 result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
                                                                   const attribute_set& file) {
     const std::vector<std::u16string> names = file.names(attr_reparse_point);
     if (names.empty()) {
-        return std::nullopt;
+        return expect_no_reparse_flag(file).map([] { return std::optional<std::vector<std::uint8_t>>(); });
     }
     // Passed over, it would make plain data of a file whose data is elsewhere.
     if (names.size() > 1 || !names.front().empty()) {

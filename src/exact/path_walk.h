@@ -57,7 +57,7 @@ struct walked_path {
                                        std::u16string_view name, notices& told);
 
 // The value of a file's reparse point, for read_reparse_point; nothing if it has none. Fails as streams do,
-// and with layout if the attribute has a name.
+// and with layout if the attribute has a name, or if $STANDARD_INFORMATION names one that is not there.
 [[nodiscard]] result<std::optional<std::vector<std::uint8_t>>> reparse_value_of(const exact_volume& volume,
                                                                                 const attribute_set& file);
 

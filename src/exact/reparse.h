@@ -30,6 +30,8 @@ inline constexpr std::uint32_t tag_wof = 0x80000017;
 inline constexpr std::uint32_t tag_bit_name_surrogate = 0x20000000;
 // A directory that may hold children of its own.
 inline constexpr std::uint32_t tag_bit_directory = 0x10000000;
+// FILE_ATTRIBUTE_REPARSE_POINT of MS-FSCC 2.6, in the attributes that $STANDARD_INFORMATION keeps.
+inline constexpr std::uint32_t file_attribute_reparse_point = 0x400;
 
 struct reparse_point {
     std::uint32_t tag = 0;

@@ -394,9 +394,8 @@ TEST(damage, of_one_bit_of_metadata_is_silent_only_where_the_volume_says_somethi
     const odd_volume made = make_odd_volume();
     bit_flips flips(made);
     const std::set<std::string> silent = flips.find_silent();
-    // Nothing in the volume contradicts these: how long a stream is and where it lies is said once, and so is
-    // what kind of attribute a thing is. A record that moved because $MFT did is known by its own number,
-    // with a warning.
+    // Nothing in the volume contradicts these: how long a stream is, where it lies and how it is stored is
+    // said once. A record that moved because $MFT did is known by its own number, with a warning.
     const std::set<std::string> said_once = {
         "$DATA size",  // and the copy of it in $FILE_NAME is an old one as often as not
         "$DATA valid length",
@@ -406,8 +405,7 @@ TEST(damage, of_one_bit_of_metadata_is_silent_only_where_the_volume_says_somethi
         "$DATA value length",
         "$DATA value offset",
         "$MFT's $DATA pairs",
-        "$REPARSE_POINT type",  // the target of a link becomes the data of a file
-        "chunks",               // an item of a chunk that decodes
+        "chunks",  // an item of a chunk that decodes
     };
     for (const std::string& field : silent) {
         EXPECT_EQ(said_once.count(field), 1u) << field;

@@ -287,6 +287,20 @@ TEST(path_walk, takes_no_file_for_plain_whose_reparse_point_has_a_name) {
     EXPECT_EQ(walked.failure_of("/c/d.txt"), "layout | record 26: has a $REPARSE_POINT with a name");
 }
 
+// A damaged type of the attribute would make a link a directory, and a compressed file plain.
+TEST(path_walk, takes_no_file_for_plain_whose_reparse_point_is_gone) {
+    volume_builder volume(with_system_files());
+    volume.add_file("a.txt").attributes(0x400);
+    volume.add_directory("b").attributes(0x10000400);
+    volume.add_file("c.txt").attributes(0x400).without_standard_information();
+    walked_volume walked(volume.image());
+    EXPECT_EQ(walked.failure_of("/a.txt"),
+              "layout | record 24: has no $REPARSE_POINT, and $STANDARD_INFORMATION says that it has one");
+    EXPECT_EQ(walked.failure_of("/b/d.txt"),
+              "layout | record 25: has no $REPARSE_POINT, and $STANDARD_INFORMATION says that it has one");
+    EXPECT_EQ(walked.entry("/c.txt"), 26u);
+}
+
 TEST(path_walk, wants_index_and_record_to_agree) {
     volume_builder volume(with_system_files());
     const std::uint64_t other = volume.add_directory("other").entry();
