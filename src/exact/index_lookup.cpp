@@ -67,8 +67,9 @@ class descent {
         if (!entry.child) {
             return {};
         }
-        const auto broken = [&](failure_code code, std::string why) {
-            return fail(code, where::index_block(*entry.child, m_index.entry()), std::move(why));
+        const auto broken = [&](failure_code code, std::string why,
+                                std::optional<std::uint64_t> source_byte = std::nullopt) {
+            return fail(code, where::index_block(*entry.child, m_index.entry()), std::move(why), source_byte);
         };
         if (depth == deepest_tree) {
             return broken(failure_code::index, "the index is deeper than 32 nodes");
@@ -80,21 +81,28 @@ class descent {
         if (!node) {
             return passed_on(node);
         }
-        if (!lies_between(*node, limits)) {
-            return broken(failure_code::index_order, "keys do not fit between those of the node above");
+        if (const index_node_entry* const outside = outside_of(*node, limits)) {
+            return broken(failure_code::index_order, "keys do not fit between those of the node above",
+                          outside->source_byte);
         }
         return search(*node, limits, depth + 1);
     }
 
-    [[nodiscard]] bool lies_between(const index_node& node, bounds limits) const {
+    // An entry whose key does not lie between the limits; null if there is none. The keys of a node rise.
+    [[nodiscard]] const index_node_entry* outside_of(const index_node& node, bounds limits) const {
         if (node.entries.size() == 1) {
-            return true;
+            return nullptr;
         }
-        const index_key& first = *node.entries.front().key;
-        const index_key& last = *node.entries[node.entries.size() - 2].key;
+        const index_node_entry& first = node.entries.front();
+        const index_node_entry& last = node.entries[node.entries.size() - 2];
         const upcase& letters = m_index.letters();
-        return (limits.above == nullptr || std::is_lt(collate(letters, limits.above->name, first.name))) &&
-               (limits.below == nullptr || std::is_lt(collate(letters, last.name, limits.below->name)));
+        if (limits.above != nullptr && std::is_gteq(collate(letters, limits.above->name, first.key->name))) {
+            return &first;
+        }
+        if (limits.below != nullptr && std::is_gteq(collate(letters, last.key->name, limits.below->name))) {
+            return &last;
+        }
+        return nullptr;
     }
 
     const directory_index& m_index;

@@ -104,6 +104,7 @@ class node_reader {
             return broken_entry(offset, "has no child in a node with children");
         }
         index_node_entry entry;
+        entry.source_byte = m_place.source_byte(m_offset + offset);
         if (has_child) {
             entry.child = m_bytes.u64_or_zero(offset + m_length - 8);
         }

@@ -41,6 +41,7 @@ struct index_key {
 struct index_node_entry {
     std::optional<index_key> key;        // none in the last entry
     std::optional<std::uint64_t> child;  // VCN of its child
+    std::optional<std::uint64_t> source_byte;
 };
 
 struct index_node {

@@ -105,7 +105,7 @@ const index_key* index_walk::next(const damage_teller& damage, notices& told) {
         ++top.position;
         top.child_is_done = false;
         if (entry.key) {
-            compare_with_last(top, *entry.key, damage);
+            compare_with_last(top, entry, damage);
             return &*entry.key;
         }
     }
@@ -113,16 +113,18 @@ const index_key* index_walk::next(const damage_teller& damage, notices& told) {
 }
 
 // Within a node the order was tested when it was read. This is about keys on both sides of a border.
-void index_walk::compare_with_last(const level& of, const index_key& key, const damage_teller& damage) {
+void index_walk::compare_with_last(const level& of, const index_node_entry& entry,
+                                   const damage_teller& damage) {
+    const std::u16string& name = entry.key->name;
     if (m_node_has_changed && !m_last.empty() &&
-        std::is_gteq(collate(m_held->index.letters(), m_last, key.name))) {
+        std::is_gteq(collate(m_held->index.letters(), m_last, name))) {
         damage({failure_code::index_order,
                 of.block ? where::index_block(*of.block, m_directory.entry)
                          : where::index_root(m_directory.entry),
-                "keys do not fit between those of the node above", std::nullopt});
+                "keys do not fit between those of the node above", entry.source_byte});
     }
     m_node_has_changed = false;
-    m_last = key.name;
+    m_last = name;
 }
 
 void index_walk::for_each_at_hand(const std::function<void(const index_key&)>& take) const {

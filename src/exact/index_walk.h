@@ -79,7 +79,7 @@ class index_walk {
     [[nodiscard]] result<index_node> read(std::optional<std::uint64_t> block, notices& told) const;
     void enter(std::optional<std::uint64_t> block, const damage_teller& damage, notices& told);
     void announce_children(const index_node& node) const;
-    void compare_with_last(const level& of, const index_key& key, const damage_teller& damage);
+    void compare_with_last(const level& of, const index_node_entry& entry, const damage_teller& damage);
 
     exact_volume* m_volume;
     reference m_directory;

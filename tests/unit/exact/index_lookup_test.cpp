@@ -138,13 +138,21 @@ TEST(index_lookup, fails_at_leaves_that_have_changed_places) {
     std::swap_ranges(one, one + 4096, other);
     std::swap_ranges(one + 16, one + 24, other + 16);  // each says that it is where it lies now
     opened_directory exchanged(image);
-    for (const auto& [name, leaf] : {std::pair(u"name 000", first), std::pair(u"name 299", last)}) {
+    const auto expect_failure = [&](std::u16string_view name, std::uint64_t leaf, std::size_t source_byte) {
         const auto found = exchanged.find(name);
         ASSERT_FALSE(found.has_value());
         EXPECT_EQ(found.error().code, failure_code::index_order);
-        EXPECT_EQ(found.error().text(), "index block " + std::to_string(leaf) +
-                                            " of record 24: keys do not fit between those of the node above");
-    }
+        EXPECT_EQ(found.error().text(),
+                  "index block " + std::to_string(leaf) +
+                      " of record 24: keys do not fit between those of the node above (source byte " +
+                      hex(source_byte) + ")");
+    };
+    // The last name of what was the last leaf: 104 bytes, and 16 of the entry without a key, before the end.
+    const std::size_t node = before.block_position(first) + 24;
+    expect_failure(u"name 000", first, node + image[node + 4] + 256u * image[node + 5] - 16 - 104);
+    // The first name of what was the first leaf.
+    const std::size_t other_node = before.block_position(last) + 24;
+    expect_failure(u"name 299", last, other_node + image[other_node]);
 }
 
 TEST(index_lookup, fails_at_a_block_without_its_signature) {

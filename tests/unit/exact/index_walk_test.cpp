@@ -260,7 +260,9 @@ TEST(index_walk, tells_of_keys_that_do_not_fit_between_those_of_the_node_above) 
     image[first + 16 + 66] = 'a';
     const walked all = walked_directory(image).walk();
     EXPECT_EQ(all.names.size(), 100u);
-    EXPECT_EQ(all.damage, "index block 1 of record 24: keys do not fit between those of the node above\n");
+    EXPECT_EQ(all.damage,
+              "index block 1 of record 24: keys do not fit between those of the node above (source byte " +
+                  hex(first) + ")\n");
 }
 
 TEST(index_walk, ends_in_an_index_that_leads_back_into_itself_or_down_without_end) {
