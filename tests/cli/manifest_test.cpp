@@ -145,7 +145,8 @@ TEST_F(manifests, replace_and_extend_no_other_file) {
     expect_refused({"-manifest", "/dev/null"}, "manifest /dev/null: is no regular file");
     ASSERT_EQ(::mkfifo((m_dir / "pipe").c_str(), 0600), 0);
     expect_refused({"-manifest", "pipe"}, "manifest pipe: is no regular file");
-    expect_refused({"-manifest", "missing/m"}, "manifest missing/m: No such file or directory");
+    expect_refused({"-manifest", "missing/m"},
+                   "manifest missing/m: No such file or directory; make the directory first");
     expect_refused({"-diags", "log", "-manifest", "log"},
                    "manifest log: is the log, or standard input, output or error");
     EXPECT_FALSE(fs::exists(m_dir / "elsewhere"));
@@ -223,15 +224,52 @@ TEST_F(manifests, that_go_on_keep_a_file_with_other_bytes) {
     EXPECT_EQ(other_size.status, 1);
     EXPECT_EQ(other_size.err,
               "err: destination out/b.txt: exists with 7 bytes, the copy has 2; say -overwrite\n");
-    // A file that a line knows is the copy of that line and of no other.
-    ASSERT_EQ(copy("/a.txt", {"-manifest", "m.jsonl", "-overwrite"}).status, 0);
-    fs::copy_file(m_dir / "volume", m_dir / "other");
-    const program_result known =
-        exact({"-image", "other", "-src", "/a.txt", "-dst", "out/", "-manifest", "m.jsonl", "-resume"});
-    EXPECT_EQ(known.err, "err: destination out/a.txt: exists; say -overwrite\n");
     // Without -resume it is refused as ever.
     EXPECT_EQ(copy("/a.txt", {"-manifest", "m.jsonl"}).status, 2);
     EXPECT_EQ(std::distance(fs::directory_iterator(m_dir / "out"), fs::directory_iterator()), 2);
+}
+
+TEST_F(manifests, that_go_on_compare_a_copy_of_a_source_that_was_named_otherwise) {
+    const words resume = {"-manifest", "m.jsonl", "-resume"};
+    ASSERT_EQ(copy("/a.txt", resume).status, 0);
+    fs::rename(m_dir / "volume", m_dir / "moved");
+    const auto from_moved = [&](const std::string& path) {
+        return exact(
+            {"-image", "moved", "-src", path, "-dst", "out/a.txt", "-manifest", "m.jsonl", "-resume"});
+    };
+    const program_result again = from_moved("/a.txt");
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.err,
+              "warning: destination out/a.txt: was there already, with the same bytes, and has its "
+              "line now\n"
+              "ok: /a.txt -> out/a.txt (6 bytes, sha256 " +
+                  hello_sha256 + ")\n");
+    EXPECT_EQ(from_moved("/a.txt").err, "kept: /a.txt\n");
+    // Another file is not taken for it.
+    EXPECT_EQ(from_moved("/b.txt").err,
+              "err: destination out/a.txt: exists with 6 bytes, the copy has 2; say -overwrite\n");
+    write_file(m_dir / "out/a.txt", to_bytes("jello\n"));
+    EXPECT_EQ(
+        exact({"-image", "out/../moved", "-src", "/a.txt", "-dst", "out/", "-manifest", "m.jsonl", "-resume"})
+            .err,
+        "err: destination out/a.txt: exists with other bytes; say -overwrite\n");
+    EXPECT_EQ(text("out/a.txt"), "jello\n");
+}
+
+TEST_F(manifests, that_go_on_leave_a_copy_in_doubt_as_it_is) {
+    volume_builder volume({.system_files = true});
+    volume.add_file("a.txt").stored_data(to_bytes("hello\n")).deleted();
+    write_file(m_dir / "volume", volume.image());
+    const words line = {"-image", "volume", "-mft",      "24",      "-dst",
+                        "out/a",  "-quiet", "-manifest", "m.jsonl", "-resume"};
+    for (std::size_t run = 1; run <= 3; ++run) {
+        const program_result result = exact(line);
+        EXPECT_EQ(result.status, 4) << result.err;
+        EXPECT_EQ(result.err, "");
+        ASSERT_EQ(lines().size(), run);
+        expect_in(lines().back(), R"("result":"in doubt")");
+        EXPECT_EQ(text("out/a"), "hello\n");
+    }
 }
 
 TEST_F(manifests, end_a_run_of_one_copy_that_failed_where_there_is_no_room) {

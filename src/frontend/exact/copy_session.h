@@ -61,7 +61,6 @@ class copy_session {
             m_means.is_kept = [evidence](const object_facts& object, const std::string& path) {
                 return evidence->is_kept(object, path);
             };
-            m_means.has_line = [evidence](const std::string& path) { return evidence->has_line_of(path); };
         }
         if (evidence != nullptr) {
             m_means.before_name = [this](const finished_copy& copy, std::uint64_t line, const notices& told,

@@ -165,10 +165,10 @@ struct copy_place {
     open_directory directory;
     made_directories made;      // of the copy's path; gone again unless there is a copy
     bool kept = false;          // an earlier run has made the copy
-    bool may_be_there = false;  // a file of that size has the name, and no line of the manifest knows it
+    bool may_be_there = false;  // a file of that size has the name, and may be the copy
 };
 
-// The copy of a run that was killed before it could write its line: the same bytes have the name already.
+// The copy of an earlier run: the same bytes have the name already.
 result<finished_copy> take_earlier_copy(copy_means& means, const destination& target, std::uint64_t line,
                                         finished_copy finished, notices& told) {
     finished.destination = target.path();
@@ -244,23 +244,19 @@ result<finished_copy> write_copy(copy_means& means, found_object& object, std::u
     return finished;
 }
 
-// Whether the file at the target may be the copy of a run that was killed. One that a line of the manifest
-// knows, or of another size, is not.
+// Whether the file at the target may be the copy of an earlier run: of one that was killed before it could
+// write the line, of one that named the source by another path, or one in doubt. A file of another size is
+// not.
 result<bool> look_at_earlier_copy(const copy_means& means, const destination& target, std::uint64_t size) {
     const std::string path = target.path();
-    if (!means.has_line || means.options.overwrite || !file_at(path)) {
+    if (!means.options.resume || means.options.overwrite || !file_at(path)) {
         return false;
-    }
-    const auto refused = [&](const std::string& why) {
-        return fail(failure_code::exists, where::destination(shown_typed(path)), why + "; say -overwrite");
-    };
-    if (means.has_line(path)) {
-        return refused("exists");
     }
     return size_of_earlier_file(path).and_then([&](std::uint64_t found) -> result<bool> {
         if (found != size) {
-            return refused("exists with " + std::to_string(found) + " bytes, the copy has " +
-                           std::to_string(size));
+            return fail(failure_code::exists, where::destination(shown_typed(path)),
+                        "exists with " + std::to_string(found) + " bytes, the copy has " +
+                            std::to_string(size) + "; say -overwrite");
         }
         return true;
     });

@@ -50,8 +50,6 @@ struct copy_means {
     worker_pool& workers;
     // With -resume: whether an earlier run has copied the object to a path. Null otherwise.
     std::function<bool(const object_facts& object, const std::string& path)> is_kept = nullptr;
-    // The same: whether a line of the manifest has any copy of a path.
-    std::function<bool(const std::string& path)> has_line = nullptr;
     // Called when a copy lacks nothing but its name, with what is known of it. Null if nobody wants to know.
     // A copy that has its name needs no memory until its line is written.
     std::function<void(const finished_copy& copy, std::uint64_t line, const notices& told,

@@ -42,11 +42,6 @@ class manifest {
     // `path`, and a regular file of that size is there.
     [[nodiscard]] bool is_kept(const object_facts& object, const std::string& path) const;
 
-    // With -resume: true if any line of the manifest has a copy of that path.
-    [[nodiscard]] bool has_line_of(const std::string& path) const {
-        return m_earlier.has_line_of(m_run.directory, path);
-    }
-
     // A copy, or what became known of one that failed. `outcome` is "complete", "in doubt" or "failed".
     struct record {
         std::uint64_t line = 1;  // of the list

@@ -91,7 +91,9 @@ result<std::unique_ptr<manifest_file>> manifest_file::open(const std::string& pa
     const int descriptor = ::open(
         path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, new_file_mode);
     if (descriptor < 0) {
-        return refused(where, std::strerror(errno));
+        const int error = errno;
+        return refused(
+            where, std::string(std::strerror(error)) + (error == ENOENT ? "; make the directory first" : ""));
     }
     auto file = std::make_unique<manifest_file>(descriptor, where, patience, only_by_open{});
     struct ::stat status {};

@@ -217,13 +217,12 @@ bool complete_copies::add_line(std::string_view text) {
     }
     const std::string directory = typed_of(member(line, "run"), "directory").value_or(std::string());
     const copy_key place = key_of_path(directory, *path);
-    held_copy& held = m_held[place];
-    held = {};
+    m_held.erase(place);
     key_maker maker;
     line_parts parts(maker, line, directory);
     if (member(line, "result") == "complete" && member(copy, "size").is_number_unsigned() &&
         parts.add_source() && parts.add_volume() && parts.add_object() && parts.add_path(path)) {
-        held = {maker.key(), member(copy, "size").get<std::uint64_t>()};
+        m_held[place] = {maker.key(), member(copy, "size").get<std::uint64_t>()};
     }
     return true;
 }
@@ -233,10 +232,6 @@ std::optional<std::uint64_t> complete_copies::size_of(const copy_key& key, const
     const auto found = m_held.find(key_of_path(directory, path));
     return found == m_held.end() || found->second.key != key ? std::nullopt
                                                              : std::optional(found->second.size);
-}
-
-bool complete_copies::has_line_of(const std::string& directory, const std::string& path) const {
-    return m_held.count(key_of_path(directory, path)) != 0;
 }
 
 result<complete_copies> complete_copies::read(int descriptor, const std::string& where) {

@@ -37,15 +37,13 @@ class complete_copies {
     // The size in bytes of the copy that `path` holds, if it is that of `key`.
     [[nodiscard]] std::optional<std::uint64_t> size_of(const copy_key& key, const std::string& directory,
                                                        const std::string& path) const;
-    // Whether any line has a copy of that path, complete or in doubt.
-    [[nodiscard]] bool has_line_of(const std::string& directory, const std::string& path) const;
 
   private:
     struct held_copy {
-        std::optional<copy_key> key;  // nothing if the copy is not complete
+        copy_key key{};
         std::uint64_t size = 0;
     };
-    std::map<copy_key, held_copy> m_held;  // by the key of the path
+    std::map<copy_key, held_copy> m_held;  // complete ones, by the key of the path
 };
 
 }  // namespace quarry::exact
