@@ -62,9 +62,10 @@ std::unique_ptr<vmdk_source> vmdk_source::open(const std::vector<open_vmdk_file>
     auto source = std::make_unique<vmdk_source>();
     for (const open_vmdk_file& file : files) {
         if (!source->m_disk.add_open_file(file.path, file.descriptor)) {
-            why = narrow(file.path) +
-                  " is no sparse VMDK file that can be read; give its -flat.vmdk to -image, or " +
-                  std::string(read_by_raw_view);
+            why =
+                narrow(file.path) +
+                " is no sparse VMDK file that can be read; give its -flat.vmdk to -image if it has one, or " +
+                std::string(read_by_raw_view);
             return nullptr;
         }
     }

@@ -26,7 +26,7 @@ struct open_vmdk_file {
 
 // What to do with a disk in a form that is not read here.
 inline constexpr std::string_view read_by_raw_view =
-    "give a raw view of it, as share/doc/quarry/docs/limits.md shows";
+    "give a raw view of it, as share/doc/quarry/docs/limits.md shows under \"Other containers\"";
 
 class vmdk_source final : public byte_source {
   public:

@@ -99,16 +99,21 @@ result<void> refuse_container(const exact_source& source) {
     return {};
 }
 
-void warn_of_compression(const exact_source& source, notices& told) {
+std::string_view compressed_by(const exact_source& source) {
     std::array<std::uint8_t, 6> head{};
     if (source.size() < head.size() || !source.read(head, 0)) {
-        return;
+        return "";
     }
-    for (const compression& each : compressions) {
-        if (byte_view(head).text_at(0, each.signature)) {
-            told.warn("compressed", where::source(source.path()),
-                      "begins as a file of " + std::string(each.program) + " does; decompress it first");
-        }
+    const auto found = std::find_if(compressions.begin(), compressions.end(), [&](const compression& each) {
+        return byte_view(head).text_at(0, each.signature);
+    });
+    return found == compressions.end() ? "" : found->program;
+}
+
+void warn_of_compression(const exact_source& source, notices& told) {
+    if (const std::string_view program = compressed_by(source); !program.empty()) {
+        told.warn("compressed", where::source(source.path()),
+                  "begins as a file of " + std::string(program) + " does; decompress it first");
     }
 }
 

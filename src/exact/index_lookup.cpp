@@ -274,6 +274,14 @@ bool looks_like_a_pattern(std::u16string_view name) {
     return name.size() > 1 ? name.find_first_of(u"*?") != std::u16string_view::npos : name == u"*";
 }
 
+// What may be wrong with a name that is not there; empty if nothing can be seen.
+std::string_view hint_of(std::u16string_view name) {
+    if (name.starts_with(u'"')) {
+        return "; a path has no quotes around it";
+    }
+    return looks_like_a_pattern(name) ? "; patterns are not read, choose lines of -list with grep" : "";
+}
+
 }  // namespace
 
 result<index_key> look_up(const directory_index& index, std::u16string_view name, std::string_view shown,
@@ -289,10 +297,7 @@ result<index_key> look_up(const directory_index& index, std::u16string_view name
         return *same;
     }
     if (found.empty()) {
-        return fail(failure_code::name, where::path(shown),
-                    looks_like_a_pattern(name)
-                        ? "no such name; patterns are not read, choose lines of -list with grep"
-                        : "no such name");
+        return fail(failure_code::name, where::path(shown), "no such name" + std::string(hint_of(name)));
     }
     if (index.case_sensitive()) {
         return fail(

@@ -88,6 +88,11 @@ std::optional<std::uint32_t> type_of(std::u16string_view name) {
     return std::nullopt;
 }
 
+bool is_letter(char16_t unit) {
+    const char16_t small = unit | 0x20;
+    return small >= u'a' && small <= u'z';
+}
+
 // What follows the first colon: "stream" or "stream:$TYPE".
 result<stream_name> read_stream(std::string_view text, typed_text::const_iterator from,
                                 typed_text::const_iterator to) {
@@ -96,9 +101,13 @@ result<stream_name> read_stream(std::string_view text, typed_text::const_iterato
     stream_name out;
     out.name = plain(from, colon);
     if (colon == to) {
-        return out.name.empty()
-                   ? result<stream_name>(no_path(text, "the stream has no name; ::$DATA is the unnamed one"))
-                   : result<stream_name>(out);
+        if (!out.name.empty()) {
+            return out;
+        }
+        const bool is_drive = text.size() == 2 && is_letter(static_cast<unsigned char>(text.front()));
+        return no_path(
+            text, is_drive ? "the stream has no name; the root of a drive is / or " + std::string(text) + "\\"
+                           : "the stream has no name; ::$DATA is the unnamed one");
     }
     if (std::find_if(colon + 1, to, is_colon) != to) {
         return no_path(text, "a name, a stream and a type have two colons between them at most");
@@ -110,11 +119,6 @@ result<stream_name> read_stream(std::string_view text, typed_text::const_iterato
     }
     out.type = *type;
     return out;
-}
-
-bool is_letter(char16_t unit) {
-    const char16_t small = unit | 0x20;
-    return small >= u'a' && small <= u'z';
 }
 
 }  // namespace
@@ -171,8 +175,12 @@ result<volume_path> parse_volume_path(std::string_view text) {
             return no_path(text, "has an empty name; leave the separator at its end out");
         }
         if (name == u"." || name == u".." || (name.empty() && !root_stream)) {
-            return no_path(text,
-                           name.empty() ? "has an empty name" : "has a name \"" + shown_name(name) + "\"");
+            if (!name.empty()) {
+                return no_path(text, "has a name \"" + shown_name(name) + "\"");
+            }
+            return no_path(text, canonical || end == typed.cend()
+                                     ? "has an empty name"
+                                     : "has an empty name; with \\ between names nothing is escaped");
         }
         if (!root_stream) {
             path.names.push_back(std::move(name));
@@ -197,6 +205,15 @@ result<stream_name> parse_stream_name(std::string_view text) {
         return no_path(text, "a stream begins with \":\"");
     }
     return read_stream(text, typed->cbegin() + 1, typed->cend());
+}
+
+std::string_view without_last_separator(std::string_view text) {
+    const char separator = text.find('/') == std::string_view::npos ? '\\' : '/';
+    const bool is_root = text.size() == 1 || (text.size() == 3 && text[1] == ':');
+    if (text.ends_with(separator) && !is_root) {
+        text.remove_suffix(1);
+    }
+    return text;
 }
 
 std::string shown_path(const std::vector<std::u16string>& names) {

@@ -42,6 +42,10 @@ struct volume_path {
 // The same for a stream without a path, ":draft" or "::$INDEX_ROOT", in canonical form.
 [[nodiscard]] result<stream_name> parse_stream_name(std::string_view text);
 
+// A path that may name a directory as shells complete it, "/Users/", without the separator at its end. The
+// root keeps it.
+[[nodiscard]] std::string_view without_last_separator(std::string_view text);
+
 // Names from the root in canonical form; "/" for the root.
 [[nodiscard]] std::string shown_path(const std::vector<std::u16string>& names);
 

@@ -1,6 +1,7 @@
 #include "exact/volume_table.h"
 
 #include "exact/boot.h"
+#include "exact/container.h"
 
 #include <algorithm>
 #include <array>
@@ -56,9 +57,6 @@ void number_volumes(std::vector<listed_volume>& volumes) {
 
 // What -volumes would show of a source with so many NTFS volumes.
 std::string listed_by_volumes(std::size_t count) {
-    if (count == 0) {
-        return "; it has none, -volumes shows what it holds";
-    }
     return count == 1 ? "; -volumes lists the one that it has"
                       : "; -volumes lists the " + std::to_string(count) + " that it has";
 }
@@ -140,7 +138,11 @@ result<volume_table> volume_table::read(const exact_source& source, std::optiona
         }
     }
     number_volumes(volumes);
-    return volume_table(source.path(), std::move(volumes));
+    const std::string_view program = compressed_by(source);
+    std::string hint = program.empty()
+                           ? "-volumes shows what it holds"
+                           : "it begins as a file of " + std::string(program) + " does, decompress it first";
+    return volume_table(source.path(), std::move(volumes), std::move(hint));
 }
 
 std::string volume_table::listing() const {
@@ -168,7 +170,7 @@ result<listed_volume> volume_table::choose(std::optional<std::uint64_t> number) 
     if (found != m_volumes.end()) {
         return *found;
     }
-    if (number) {
+    if (number && count > 0) {
         return fail(failure_code::no_such_volume, where::source(m_source),
                     "has no NTFS volume " + std::to_string(*number) + listed_by_volumes(count));
     }
@@ -183,8 +185,7 @@ result<listed_volume> volume_table::choose(std::optional<std::uint64_t> number) 
     if (unread != m_volumes.end()) {
         return tl::make_unexpected(*unread->unread);
     }
-    return fail(failure_code::no_volume, where::source(m_source),
-                "holds no NTFS volume; -volumes shows what it holds");
+    return fail(failure_code::no_volume, where::source(m_source), "holds no NTFS volume; " + m_hint);
 }
 
 }  // namespace quarry::exact

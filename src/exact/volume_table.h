@@ -44,17 +44,18 @@ class volume_table {
     // One line for each, with its line end.
     [[nodiscard]] std::string listing() const;
     // The NTFS volume of this number, or the only one. Fails with no-such-volume, several-volumes, and where
-    // there is none with enciphered, source-read or no-volume: there is an enciphered one, one that cannot be
-    // read, or nothing of the kind.
+    // there is none at all with enciphered, source-read or no-volume: there is an enciphered one, one that
+    // cannot be read, or nothing of the kind.
     [[nodiscard]] result<listed_volume> choose(std::optional<std::uint64_t> number) const;
 
   private:
-    volume_table(std::string source, std::vector<listed_volume> volumes)
-        : m_source(std::move(source)), m_volumes(std::move(volumes)) {}
+    volume_table(std::string source, std::vector<listed_volume> volumes, std::string hint)
+        : m_source(std::move(source)), m_volumes(std::move(volumes)), m_hint(std::move(hint)) {}
     [[nodiscard]] std::size_t ntfs_count() const;
 
     std::string m_source;  // as it is shown
     std::vector<listed_volume> m_volumes;
+    std::string m_hint;  // what to do where none of them is NTFS
 };
 
 // The volume that begins at a byte of the source and may reach over `length` bytes, by its boot sector or the

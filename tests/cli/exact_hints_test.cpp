@@ -44,8 +44,8 @@ class exact_hints : public command_line_test {
 TEST_F(exact_hints, lead_to_the_listing_where_a_volume_is_not_found) {
     expect_failure({"-image", "zeros"}, 5,
                    "source zeros: holds no NTFS volume; -volumes shows what it holds");
-    expect_failure({"-image", "zeros", "-ntfsvol", "7"}, 2,
-                   "source zeros: has no NTFS volume 7; it has none, -volumes shows what it holds");
+    expect_failure({"-image", "zeros", "-ntfsvol", "7"}, 5,
+                   "source zeros: holds no NTFS volume; -volumes shows what it holds");
     expect_failure({"-image", "disk", "-ntfsvol", "7"}, 2,
                    "source disk: has no NTFS volume 7; -volumes lists the one that it has");
     expect_failure({"-image", "disk", "-offset", "0x9000"}, 5,
@@ -104,8 +104,8 @@ TEST_F(exact_hints, say_what_to_do_with_a_virtual_disk_of_another_kind) {
     write_file(m_dir / "disk.vmdk", to_bytes("# Disk DescriptorFile\n"));
     expect_failure(
         {"-vmdk", "disk.vmdk"}, 5,
-        "source disk.vmdk: disk.vmdk is no sparse VMDK file that can be read; give its -flat.vmdk to "
-        "-image, or give a raw view of it, as share/doc/quarry/docs/limits.md shows");
+        "source disk.vmdk: is no sparse VMDK file that can be read; give its -flat.vmdk to -image if it has "
+        "one, or give a raw view of it, as share/doc/quarry/docs/limits.md shows under \"Other containers\"");
 }
 
 TEST_F(exact_hints, say_that_a_pipe_cannot_be_the_source) {
@@ -115,9 +115,40 @@ TEST_F(exact_hints, say_that_a_pipe_cannot_be_the_source) {
                    "what comes through a pipe to a file first");
 }
 
+TEST_F(exact_hints, say_that_standard_input_cannot_be_the_source) {
+    expect_failure({"-image", "-"}, 5,
+                   "source -: cannot be opened: No such file or directory; the source must be a file or a "
+                   "drive, copy what comes through a pipe to a file first");
+}
+
+TEST_F(exact_hints, say_that_a_compressed_image_is_one_where_it_holds_no_volume) {
+    write_file(m_dir / "image", byte_writer(4096).text(0, "BZh91A").take());
+    expect_failure(
+        {"-image", "image", "-ntfsvol", "1"}, 5,
+        "source image: holds no NTFS volume; it begins as a file of bzip2 does, decompress it first");
+}
+
+TEST_F(exact_hints, say_that_a_path_has_no_quotes_and_no_doubled_backslashes_and_where_a_drive_begins) {
+    expect_failure_of({"-exact", "-quiet", "-image", "disk", "-src", "\"/a.txt\"", "-dst", "copy"}, 1,
+                      "path \"/\"\": no such name; a path has no quotes around it");
+    expect_failure_of({"-exact", "-quiet", "-image", "disk", "-src", "\\\\a.txt", "-dst", "copy"}, 2,
+                      "path \"\\\\a.txt\": has an empty name; with \\ between names nothing is escaped");
+    expect_failure_of({"-exact", "-quiet", "-image", "disk", "-list", "C:"}, 2,
+                      "path \"C:\": the stream has no name; the root of a drive is / or C:\\");
+}
+
+TEST_F(exact_hints, say_that_the_reader_of_a_listing_has_ended) {
+    const program_result result =
+        run({"-exact", "-image", "disk", "-list", "/"}, {.standard_output = output_end::broken});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "err: standard output: cannot be written: Broken pipe; what reads the lines has ended before "
+              "them\n");
+}
+
 TEST_F(exact_hints, have_the_word_of_the_system_where_a_log_cannot_be_opened) {
     expect_failure({"-image", "disk", "-diags", "missing/log"}, 2,
-                   "log missing/log: cannot be opened: No such file or directory");
+                   "log missing/log: cannot be opened: No such file or directory; make the directory first");
     fs::create_directory(m_dir / "folder");
     expect_failure({"-image", "disk", "-diags", "folder"}, 2, "log folder: cannot be opened: Is a directory");
 }

@@ -157,6 +157,16 @@ TEST_F(exact_list, does_not_copy_a_listing_of_another_volume) {
     EXPECT_EQ(made(), words{});
 }
 
+TEST_F(exact_list, says_so_where_a_listing_names_a_record_that_the_volume_has_not) {
+    const program_result result = copy("5000-1\tf\t6\t-\t/a.txt\n");
+    EXPECT_EQ(result.status, 1);
+    const words told_of = told(result, "err: ");
+    ASSERT_EQ(told_of.size(), 1u);
+    EXPECT_TRUE(told_of[0].starts_with("err: list, line 1: record 5000: $MFT has ")) << told_of[0];
+    EXPECT_TRUE(told_of[0].ends_with(" entries; the list may be of another volume")) << told_of[0];
+    EXPECT_FALSE(copy("5000\n").err.find("another volume") != std::string::npos);
+}
+
 TEST_F(exact_list, believes_no_directory_that_a_listing_gives_a_file) {
     const std::string head = "24-1\tf\t6\t-\t";
     for (const std::string path : {"/docs/a.txt", "/Users/victim/a.txt", "/?/a.txt", "/", "/?/24-1"}) {

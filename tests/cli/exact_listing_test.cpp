@@ -123,6 +123,17 @@ TEST_F(exact_listing, says_so_if_standard_output_does_not_take_its_lines) {
         << full.err;
 }
 
+TEST_F(exact_listing, takes_a_separator_at_the_end_of_a_path) {
+    const program_result plain = list({"-list", "/docs"});
+    EXPECT_EQ(plain.status, 0);
+    EXPECT_NE(plain.out, "");
+    for (const std::string path : {"/docs/", "\\docs\\", "C:\\docs\\"}) {
+        const program_result result = list({"-list", path});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, plain.out) << path;
+    }
+}
+
 TEST_F(exact_listing, refuses_what_makes_copies_and_what_it_cannot_list) {
     for (const words& copying : {words{"-dst", "out"},
                                  {"-raw"},

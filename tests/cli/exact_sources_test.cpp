@@ -106,7 +106,8 @@ TEST_F(exact_source_of_a_host, that_is_a_pipe_or_a_socket_fails_at_once) {
 }
 
 TEST_F(exact_source_of_a_host, that_is_a_container_is_refused_with_what_to_do) {
-    const std::string raw = "; give a raw view of it, as share/doc/quarry/docs/limits.md shows\n";
+    const std::string raw =
+        "; give a raw view of it, as share/doc/quarry/docs/limits.md shows under \"Other containers\"\n";
     const auto refused = [&](const bytes& content, const std::string& option) {
         write_file(m_dir / "disk", content);
         const program_result result = copy({option, "disk", "-src", "/a.txt", "-dst", "copy"});

@@ -218,7 +218,7 @@ TEST_F(exact_mode, refuses_a_virtual_disk_whose_grain_tables_cannot_be_read_whol
                                                          {"FAIL_READS_FROM", std::to_string(bad)},
                                                          {"FAIL_READS_TO", std::to_string(bad + 512)}}});
     EXPECT_EQ(result.status, 5);
-    EXPECT_EQ(result.err, "err: source base.vmdk: base.vmdk has grain tables that cannot be read\n");
+    EXPECT_EQ(result.err, "err: source base.vmdk: has grain tables that cannot be read\n");
     EXPECT_EQ(made(), words{"base.vmdk"});
 }
 
@@ -273,7 +273,7 @@ TEST_F(exact_mode, never_writes_a_log_over_the_source_or_the_destination) {
                    "log volume: is the source");
     EXPECT_TRUE(text("volume") == before);
     expect_refused({"-image", "volume", "-src", "/a.txt", "-dst", "copy", "-diags", "missing/log"},
-                   "log missing/log: cannot be opened: No such file or directory");
+                   "log missing/log: cannot be opened: No such file or directory; make the directory first");
     expect_refused(
         {"-image", "volume", "-src", "/a.txt", "-dst", "log", "-overwrite", "-diags", "log"},
         "destination log: is a file of this run: a source, the log, the manifest or a standard stream");

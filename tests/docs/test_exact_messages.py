@@ -59,6 +59,7 @@ def directory(tmp_path_factory):
     (made / "encrypted").write_bytes(changed(disk, STREAM_69 + 12, b"\x00\x40"))
     (made / "cut").write_bytes(disk[:3000000])
     (made / "none").write_bytes(bytes(1 << 20))
+    (made / "gzip").write_bytes(b"\x1f\x8b\x08" + bytes(1 << 20))
     assert disk[0x100003:0x10000B] == b"NTFS    "
     (made / "enciphered").write_bytes(changed(disk, 0x100003, b"-FVE-FS-"))
     (made / "earlier").write_bytes(b"")
@@ -100,7 +101,23 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
      "path ...: after a backslash comes \\, : or uXXXX; write \\\\ for a backslash, / between names"),
     (("-image", "disk", "-src", "/readme.txt:", "-dst", "copy"), 2,
      "path ...: the stream has no name; ::$DATA is the unnamed one"),
-    (("-image", "disk", "-src", "/Documents/", "-dst", "copy"), 2, "path ...: has an empty name"),
+    (("-image", "disk", "-src", "/Documents/", "-dst", "copy"), 2,
+     "path ...: has an empty name; leave the separator at its end out"),
+    (("-image", "disk", "-src", "\\\\readme.txt", "-dst", "copy"), 2,
+     "path ...: has an empty name; with \\ between names nothing is escaped"),
+    (("-image", "disk", "-list", "C:"), 2, "path ...: the stream has no name; the root of a drive is / or C:\\"),
+    (("-image", "disk", "-src", '"/readme.txt"', "-dst", "copy"), 1,
+     "path ...: no such name; a path has no quotes around it"),
+    (("-image", "disk", *COPY, "-manifest", "nowhere/m"), 2,
+     "manifest ...: No such file or directory; make the directory first"),
+    (("-image", "disk", *COPY, "-diags", "nowhere/log"), 2,
+     "log ...: cannot be opened: No such file or directory; make the directory first"),
+    (("-image", "-", *COPY), 5,
+     "source -: cannot be opened: No such file or directory; the source must be a file or a drive, ..."),
+    (("-image", "gzip", *COPY), 5,
+     "source ...: holds no NTFS volume; it begins as a file of gzip does, decompress it first"),
+    (("-image", "none", "-ntfsvol", "2", *COPY), 5, "source ...: holds no NTFS volume; -volumes shows what it holds"),
+    (("-vmdk", "gzip", *COPY), 5, "source ...: is no sparse VMDK file that can be read; ..."),
     (("-image", "disk", "-mft", "5000", "-dst", "copy"), 1, "record ...: $MFT has 93 entries"),
     (("-image", "disk", "-src", "/readme.txt", "-dst", "earlier"), 2, "destination ...: exists; say -overwrite"),
     (("-image", "disk", "-src", "/readme.txt", "-dst", "/dev/null"), 2, "destination ...: is no regular file"),

@@ -43,9 +43,16 @@ def options_without_effect():
     return set(re.findall(r'\{"(-[a-z0-9_]+)", \d', table))
 
 
-def pages_of_both_modes():
-    """The page without its section on the exact mode, and that section."""
+def synopsis_of_page():
     page = text_of("docs", "quarry.1")
+    begin = page.index(".Sh SYNOPSIS\n")
+    return page[begin:page.index(".Sh ", begin + 1)]
+
+
+def pages_of_both_modes():
+    """The page without its section on the exact mode and without the synopsis of both, and that section."""
+    synopsis = synopsis_of_page()
+    page = text_of("docs", "quarry.1").replace(synopsis, "")
     begin = page.index(".Sh EXACT MODE\n")
     end = page.index(".Sh ", begin + 1)
     return page[:begin] + page[end:], page[begin:end]
@@ -87,6 +94,12 @@ def test_the_page_is_without_a_fault(page):
 def test_the_page_has_every_option_of_the_program_and_no_other():
     # What chooses the mode is named in both parts.
     assert options_in(pages_of_both_modes()[0]) == options_of_program() | {"-exact"}
+
+
+def test_the_synopsis_has_what_both_modes_begin_with():
+    exact = {line for line in synopsis_of_page().split(".Nm\n") if line.startswith(".Fl exact\n")}
+    assert {"-volumes", "-list", "-pipe", "-mft", "-src"} <= options_in("".join(exact)) <= options_of_exact_mode() | {"-exact"}
+    assert options_in(synopsis_of_page()) <= options_of_program() | options_of_exact_mode() | {"-exact"}
 
 
 def test_the_page_has_every_option_of_the_exact_mode_and_no_other():

@@ -241,6 +241,9 @@ result<found_object> find_entry(exact_volume& volume, const exact_options& optio
     }
     auto base = volume.table().read_asked(asked.entry, asked.sequence, told);
     if (!base) {
+        if (asked.listed && base.error().code == failure_code::behind_mft) {
+            base.error().why += "; the list may be of another volume";
+        }
         return passed_on(base);
     }
     auto set = attribute_set::of(volume.table(), std::move(*base), told);

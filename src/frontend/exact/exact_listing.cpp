@@ -20,7 +20,7 @@ result<void> list(exact_volume& volume, const exact_options& options, const list
     if (options.deleted) {
         return options.listing->kind->of_deleted(volume, outputs, told);
     }
-    auto path = parse_volume_path(options.listing->path);
+    auto path = parse_volume_path(without_last_separator(options.listing->path));
     if (!path) {
         return passed_on(path);
     }
@@ -40,17 +40,18 @@ result<void> list(exact_volume& volume, const exact_options& options, const list
 }  // namespace
 
 result<void> check_listing(const exact_options& options) {
-    return parse_volume_path(options.listing->path).and_then([&](const volume_path& path) -> result<void> {
-        if (path.stream != stream_name{}) {
-            return fail(failure_code::name, where::path(shown_path(path)),
-                        "is a stream; a listing is of a directory or a file");
-        }
-        if (options.deleted && !path.names.empty()) {
-            return fail(failure_code::name, where::path(shown_path(path)),
-                        "-deleted lists the whole volume; say -list /");
-        }
-        return {};
-    });
+    return parse_volume_path(without_last_separator(options.listing->path))
+        .and_then([&](const volume_path& path) -> result<void> {
+            if (path.stream != stream_name{}) {
+                return fail(failure_code::name, where::path(shown_path(path)),
+                            "is a stream; a listing is of a directory or a file");
+            }
+            if (options.deleted && !path.names.empty()) {
+                return fail(failure_code::name, where::path(shown_path(path)),
+                            "-deleted lists the whole volume; say -list /");
+            }
+            return {};
+        });
 }
 
 exit_status print_listing(exact_volume& volume, const exact_options& options, exact_messages& messages) {

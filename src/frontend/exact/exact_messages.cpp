@@ -15,8 +15,10 @@ result<void> exact_messages::open_log(const std::string& path, const std::string
     m_log_place = "log " + shown_typed(path);
     errno = 0;
     if (!uni::open_output(m_log, widen(path))) {
+        const int error = errno == 0 ? EIO : errno;
         return fail(failure_code::create, m_log_place,
-                    std::string("cannot be opened: ") + std::strerror(errno == 0 ? EIO : errno));
+                    std::string("cannot be opened: ") + std::strerror(error) +
+                        (error == ENOENT ? "; make the directory first" : ""));
     }
     m_log_is_open = true;
     write_to_log(command_line);

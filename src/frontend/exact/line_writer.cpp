@@ -16,7 +16,8 @@ constexpr std::size_t bytes_of_a_write = 65536;
 
 tl::unexpected<failure> cannot_be_written(int error) {
     return fail(failure_code::write, "standard output",
-                std::string("cannot be written: ") + std::strerror(error));
+                std::string("cannot be written: ") + std::strerror(error) +
+                    (error == EPIPE ? "; what reads the lines has ended before them" : ""));
 }
 
 }  // namespace

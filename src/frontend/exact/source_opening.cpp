@@ -47,7 +47,7 @@ result<std::unique_ptr<file_source>> open_file(const std::string& path) {
     auto opened = file_source::open(path, error);
     if (opened == nullptr) {
         std::string why = std::string("cannot be opened: ") + std::strerror(error);
-        if (error == ESPIPE) {
+        if (error == ESPIPE || (error == ENOENT && path == "-")) {
             why += "; the source must be a file or a drive, copy what comes through a pipe to a file first";
         }
         return cannot_open(path, why);
@@ -133,7 +133,12 @@ result<opened_source> open_chain(const std::vector<std::string>& paths) {
     std::string why;
     source.bytes = vmdk_source::open(files, why);
     if (source.bytes == nullptr) {
-        return fail(failure_code::vmdk, where::source(source.shown_path), shown_typed(why));
+        // The file that is at fault is not named twice.
+        std::string shown = shown_typed(why);
+        if (shown.starts_with(source.shown_path + " ")) {
+            shown.erase(0, source.shown_path.size() + 1);
+        }
+        return fail(failure_code::vmdk, where::source(source.shown_path), std::move(shown));
     }
     return source;
 }

@@ -27,7 +27,8 @@ bytes beginning_with(std::string_view text) {
 
 TEST(container, is_refused_by_its_name_with_what_to_do) {
     const std::string head = "source-open: source disk: is ";
-    const std::string raw = "; give a raw view of it, as share/doc/quarry/docs/limits.md shows";
+    const std::string raw =
+        "; give a raw view of it, as share/doc/quarry/docs/limits.md shows under \"Other containers\"";
     EXPECT_EQ(answer(beginning_with(std::string_view("EVF\x09\x0d\x0a\xff\0", 8))),
               head + "an EWF image; say -image");
     EXPECT_EQ(answer(beginning_with("EVF2")), head + "an EWF image; say -image");
@@ -41,7 +42,7 @@ TEST(container, of_the_zip_kind_is_known_by_its_first_file) {
     const bytes aff4 = byte_writer(2048).text(0, "PK\x03\x04").u16(26, 11).text(30, "version.txt").take();
     EXPECT_EQ(answer(aff4),
               "source-open: source disk: is an AFF4 image; give a raw view of it, as "
-              "share/doc/quarry/docs/limits.md shows");
+              "share/doc/quarry/docs/limits.md shows under \"Other containers\"");
     EXPECT_EQ(answer(byte_writer(aff4).u16(26, 10).take()), "taken");
     EXPECT_EQ(answer(byte_writer(aff4).text(30, "Version.txt").take()), "taken");
 }
@@ -49,18 +50,18 @@ TEST(container, of_the_zip_kind_is_known_by_its_first_file) {
 TEST(container, may_be_known_by_its_last_sector) {
     EXPECT_EQ(answer(byte_writer(2048).text(2048 - 512, "conectix").take()),
               "source-open: source disk: is a VHD image; give a raw view of it, as "
-              "share/doc/quarry/docs/limits.md shows");
+              "share/doc/quarry/docs/limits.md shows under \"Other containers\"");
     EXPECT_EQ(answer(byte_writer(2048).text(2048 - 513, "conectix").take()), "taken");
     EXPECT_EQ(answer(byte_writer(2048).text(2048 - 510, "conectix").take()), "taken");
     EXPECT_EQ(answer(byte_writer(512).text(0, "conectix").take()),
               "source-open: source disk: is a VHD image; give a raw view of it, as "
-              "share/doc/quarry/docs/limits.md shows");
+              "share/doc/quarry/docs/limits.md shows under \"Other containers\"");
 }
 
 TEST(container, may_have_a_footer_of_511_bytes) {
     const std::string vhd =
         "source-open: source disk: is a VHD image; give a raw view of it, as share/doc/quarry/docs/limits.md "
-        "shows";
+        "shows under \"Other containers\"";
     EXPECT_EQ(answer(byte_writer(2048).text(2048 - 511, "conectix").take()), vhd);
     EXPECT_EQ(answer(byte_writer(511).text(0, "conectix").take()), vhd);
     EXPECT_EQ(answer(byte_writer(510).text(0, "conectix").take()), "taken");

@@ -90,7 +90,27 @@ TEST(volume_path, may_name_a_stream_of_the_root) {
     EXPECT_EQ(path.stream, (stream_name{0x90, u"$I30"}));
 }
 
+TEST(volume_path, loses_the_separator_at_its_end_but_not_that_of_the_root) {
+    EXPECT_EQ(without_last_separator("/Users/"), "/Users");
+    EXPECT_EQ(without_last_separator("\\Users\\"), "\\Users");
+    EXPECT_EQ(without_last_separator("/Users/a\\\\"), "/Users/a\\\\");
+    EXPECT_EQ(without_last_separator("/Users"), "/Users");
+    EXPECT_EQ(without_last_separator("/Users//"), "/Users/");
+    for (const std::string_view root : {"/", "\\", "C:\\", "C:/", ""}) {
+        EXPECT_EQ(without_last_separator(root), root);
+    }
+}
+
+TEST(volume_path, that_is_a_drive_alone_is_told_where_its_root_is) {
+    EXPECT_EQ(refusal("C:").substr(refusal("C:").find(": the") + 2),
+              "the stream has no name; the root of a drive is / or C:\\");
+    EXPECT_EQ(refusal("1:").substr(refusal("1:").find(": the") + 2),
+              "the stream has no name; ::$DATA is the unnamed one");
+}
+
 TEST(volume_path, has_no_empty_name_and_no_dots) {
+    EXPECT_EQ(refusal("\\\\a\\\\b"),
+              "path \"\\\\a\\\\b\": has an empty name; with \\ between names nothing is escaped");
     EXPECT_EQ(refusal("/a//b"), "path \"/a//b\": has an empty name");
     EXPECT_EQ(refusal("/a/"), "path \"/a/\": has an empty name; leave the separator at its end out");
     EXPECT_EQ(refusal("\\a\\b\\"),

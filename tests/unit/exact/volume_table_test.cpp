@@ -119,6 +119,8 @@ TEST(volume_table, one_volume_is_taken_several_must_be_chosen_from) {
     disk.table(0, {{0x07, 1000, 10}, {0x07, 2000, 10}});
     EXPECT_EQ(choice_of(disk),
               "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
+    EXPECT_EQ(choice_of(disk, 2),
+              "no-volume: source disk.dd: holds no NTFS volume; -volumes shows what it holds");
     disk.put(1000, boot_with_serial(1));
     EXPECT_EQ(choice_of(disk), "0x7D000");
     disk.put(2000, boot_with_serial(2));
@@ -133,9 +135,7 @@ TEST(volume_table, an_enciphered_volume_is_named_as_one) {
     disk_builder disk(4096);
     disk.table(0, {{0x07, 1000, 10}}).put(1000, named_sector(3, "-FVE-FS-"));
     EXPECT_EQ(choice_of(disk), "enciphered: source disk.dd: is enciphered (BitLocker)");
-    EXPECT_EQ(
-        choice_of(disk, 1),
-        "no-such-volume: source disk.dd: has no NTFS volume 1; it has none, -volumes shows what it holds");
+    EXPECT_EQ(choice_of(disk, 1), "enciphered: source disk.dd: is enciphered (BitLocker)");
 }
 
 TEST(volume_table, a_source_that_begins_with_a_boot_sector_is_one_bare_volume) {
