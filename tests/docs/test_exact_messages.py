@@ -1,5 +1,6 @@
 """The messages that the manual page explains for the exact mode are those that the program gives, with their status."""
 
+import glob
 import lzma
 import os
 import re
@@ -139,7 +140,7 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
     (("-image", "disk", "-src", "/Documents", "-dst", "copy"), 1, "path ...: is a directory; name a stream, or list its files with -list"),
     (("-image", "disk", "-src", "/readme.txt:x", "-dst", "copy"), 1, "path ...: no stream ...; there are: ..."),
     (("-image", "disk", "-mft", "92-3", "-dst", "copy"), 1, "record ...: has sequence number 2, the reference says 3"),
-    (("-image", "encrypted", "-mft", "69", "-dst", "copy"), 1, "record ...: encrypted (EFS); -raw copies the stored bytes, ..."),
+    (("-image", "encrypted", "-mft", "69", "-dst", "copy"), 1, "record ...: encrypted (EFS); -raw copies the stored bytes, of which ... count"),
     (("-image", "torn", *COPY), 1, "record ...: torn: ..."),
     (("-image", "marked", *COPY), 1, "record ...: begins with ..."),
     (("-image", "cut", "-src", "/packed/bench.log", "-dst", "copy"), 1, "source ...: ends at byte ..., byte ... is needed"),
@@ -178,3 +179,57 @@ def test_a_message_about_a_list_is_given_and_explained(page, directory, tmp_path
     message = re.sub(r"^list, line \d: (?=dest|rec)", "", message)
     assert (found.returncode, re.findall(f"^{pattern}", said, re.M) != []) == (status, True), said
     assert message in page
+
+
+# What the sources hold of texts but no message has: formats, names of places, and words that a test above has whole.
+NO_MESSAGES = {
+    "index root of", "is not at", "the list may be of another volume", '..." has more than', "/proc/self/fd/",
+    "-dst \"-\": a copy never goes to standard output; a file of that name is ./-",
+    "the source must be a file or a drive, copy what comes through a pipe to a file first",
+    "%4s  offset 0x%016llX%10llu %s", "(boot sector from its backup)\\n", "\\xEF\\xBB\\xBF",
+    "volume{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}", "$LOGGED_UTILITY_STREAM", "STORAGE_SYNC_FOLDER",
+    "it is not needed", "a copy has another size than its stream",
+}
+
+
+def texts_of_exact_mode():
+    """The literals of three words or more in the sources of the mode, but for those of the log and of the help."""
+    found = set()
+    for path in sorted(glob.glob(os.path.join(ROOT, "src", "exact", "*.cpp")) +
+                       glob.glob(os.path.join(ROOT, "src", "frontend", "exact", "*.cpp"))):
+        with open(path, encoding="utf-8") as file:
+            source = re.sub(r"#include[^\n]*|//[^\n]*", "", file.read())
+        for text in re.findall(r'"((?:[^"\\\n]|\\.)*)"', re.sub(r'"\s*\n\s*"', "", source)):
+            text = text.replace("\\\\", "\\").replace('\\"', '"').strip(' ;:,"')
+            if len(re.findall(r"[A-Za-z]{2,}", text)) >= 3 and not text.startswith("info: "):
+                found.add(text)
+    return found
+
+
+def test_texts_are_found_in_the_sources():
+    found = texts_of_exact_mode()
+    assert {"keys do not rise at", "exists with other bytes; say -overwrite", "a stored cluster follows a hole"} <= found
+
+
+def test_the_page_has_every_text_of_the_mode(page):
+    missing = {text for text in texts_of_exact_mode() - NO_MESSAGES if re.sub(r"\s+", " ", text) not in page}
+    assert missing == set()
+
+
+def test_the_page_has_every_code_and_status_of_the_mode(page):
+    with open(os.path.join(ROOT, "src", "exact", "failure.cpp"), encoding="utf-8") as file:
+        codes = set(re.findall(r'^    "([a-z-]+)",$', file.read(), re.M))
+    warned = set()
+    for path in glob.glob(os.path.join(ROOT, "src", "**", "exact", "*.cpp"), recursive=True):
+        with open(path, encoding="utf-8") as file:
+            warned |= set(re.findall(r'(?:\.|->)(?:warn|doubt)\(\s*"([a-z-]+)"', file.read()))
+    assert {"source-open", "fault"} <= codes and {"journal", "reused-clusters"} <= warned
+    with open(MANUAL, encoding="utf-8") as file:
+        source = file.read()
+    part = source[source.index(".Ss Codes in a manifest"):source.index(".Sh DEFAULT MODE")]
+    named = set(re.findall(r"[a-z][a-z-]+", " ".join(re.findall(r"^\.It Sy (.*)$", part, re.M))))
+    assert named == codes | warned
+    with open(os.path.join(ROOT, "src", "frontend", "exact", "exact_status.h"), encoding="utf-8") as file:
+        statuses = set(re.findall(r"= (\d+),", file.read()))
+    mode = source[source.index(".Sh EXACT MODE"):source.index(".Ss Messages of the exact mode")]
+    assert len(statuses) > 5 and set(re.findall(r"^\.It (\d+)$", mode, re.M)) == statuses
