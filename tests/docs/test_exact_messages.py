@@ -140,7 +140,8 @@ COPY = ("-src", "/readme.txt", "-dst", "copy", "-overwrite")
     (("-image", "disk", "-src", "/Documents", "-dst", "copy"), 1, "path ...: is a directory; name a stream, or list its files with -list"),
     (("-image", "disk", "-src", "/readme.txt:x", "-dst", "copy"), 1, "path ...: no stream ...; there are: ..."),
     (("-image", "disk", "-mft", "92-3", "-dst", "copy"), 1, "record ...: has sequence number 2, the reference says 3"),
-    (("-image", "encrypted", "-mft", "69", "-dst", "copy"), 1, "record ...: encrypted (EFS); -raw copies the stored bytes, of which ... count"),
+    (("-image", "encrypted", "-mft", "69", "-dst", "copy"), 1,
+     "record ...: encrypted (EFS); -raw copies the stored bytes, of which ... count"),
     (("-image", "torn", *COPY), 1, "record ...: torn: ..."),
     (("-image", "marked", *COPY), 1, "record ...: begins with ..."),
     (("-image", "cut", "-src", "/packed/bench.log", "-dst", "copy"), 1, "source ...: ends at byte ..., byte ... is needed"),
@@ -230,6 +231,6 @@ def test_the_page_has_every_code_and_status_of_the_mode(page):
     named = set(re.findall(r"[a-z][a-z-]+", " ".join(re.findall(r"^\.It Sy (.*)$", part, re.M))))
     assert named == codes | warned
     with open(os.path.join(ROOT, "src", "frontend", "exact", "exact_status.h"), encoding="utf-8") as file:
-        statuses = set(re.findall(r"= (\d+),", file.read()))
+        statuses = set(re.findall(r"= (\d+)\b", file.read()))
     mode = source[source.index(".Sh EXACT MODE"):source.index(".Ss Messages of the exact mode")]
     assert len(statuses) > 5 and set(re.findall(r"^\.It (\d+)$", mode, re.M)) == statuses
