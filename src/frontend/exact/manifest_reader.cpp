@@ -5,6 +5,7 @@
 #include "foundation/sha256.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -40,6 +41,27 @@ class key_maker {
   private:
     sha256_ctx m_digest;
 };
+
+// More than the arguments of a run, the files of a source and the names of a file can be. Each value takes up
+// to 50 times the memory that it takes in the line.
+constexpr std::size_t most_values = 0x80000;
+
+// The members of a line by which a copy is known; ranges that could not be read and the like are not kept.
+// More than most_values of them are no line of a manifest, and give no object.
+json parsed_line(std::string_view text) {
+    constexpr std::array<const char*, 7> wanted = {"schema", "run",    "result", "source",
+                                                   "volume", "object", "copy"};
+    std::size_t values = 0;
+    bool is_wanted = true;
+    const auto keeps = [&](int depth, json::parse_event_t event, json& parsed) {
+        if (event == json::parse_event_t::key && depth == 1) {
+            is_wanted = std::find(wanted.begin(), wanted.end(), parsed) != wanted.end();
+            return is_wanted;
+        }
+        return depth == 0 ? values <= most_values : is_wanted && ++values <= most_values;
+    };
+    return json::parse(text, keeps, false);
+}
 
 // A member of an object of the line; null for one that is not there.
 const json& member(const json& object, const char* name) {
@@ -206,7 +228,7 @@ std::optional<copy_key> key_of_copy(const source_facts& source, const exact_volu
 }
 
 bool complete_copies::add_line(std::string_view text) {
-    const json line = json::parse(text, nullptr, false);
+    const json line = parsed_line(text);
     if (!line.is_object()) {
         return false;
     }

@@ -180,6 +180,24 @@ TEST_F(manifest_reader, passes_over_objects_that_are_no_lines_of_its_own) {
     EXPECT_FALSE(copies.add_line(line("complete").substr(1)));
 }
 
+// Kept as they are in the line, a million empty arrays would take a hundred times its memory.
+TEST_F(manifest_reader, keeps_of_a_line_what_a_copy_is_known_by) {
+    const auto line_with = [&](const std::string& name, std::size_t arrays) {
+        std::string many = line("complete");
+        many.resize(many.size() - 2);
+        many += ",\"" + name + "\":[";
+        for (std::size_t i = 0; i < arrays; ++i) {
+            many += "[],";
+        }
+        return many + "0]}";
+    };
+    complete_copies copies;
+    EXPECT_TRUE(copies.add_line(line_with("unread", 1000000)));
+    EXPECT_EQ(size_of(copies), 6u);
+    EXPECT_TRUE(copies.add_line(line_with("volume", 100000)));
+    EXPECT_FALSE(copies.add_line(line_with("volume", 1000000)));
+}
+
 TEST_F(manifest_reader, ends_at_a_line_that_is_no_object_and_at_one_that_is_too_long) {
     EXPECT_EQ(refusal_of(""), "");
     EXPECT_EQ(refusal_of(line("complete") + line("failed", false)), "");
