@@ -27,9 +27,8 @@ class exact_source {
     // "source P" until a caller names a better one, or with source-end.
     [[nodiscard]] result<void> read(std::span<std::uint8_t> buffer, std::uint64_t offset) const;
 
-    // Bytes of the source, and of its sectors.
+    // In bytes.
     [[nodiscard]] std::uint64_t size() const { return m_bytes->size(); }
-    [[nodiscard]] std::uint32_t sector_size() const { return m_bytes->sector_size(); }
     [[nodiscard]] const std::string& path() const { return m_path; }
     [[nodiscard]] byte_source& bytes() const { return *m_bytes; }
 

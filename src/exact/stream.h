@@ -73,17 +73,6 @@ class stream {
     // deleted file), free-clusters, short-chunk.
     [[nodiscard]] result<delivery> deliver(stream_sink& sink, const delivery_options& options, notices& told);
 
-    // As stored_stream has them.
-    [[nodiscard]] result<void> read(std::span<std::uint8_t> buffer, std::uint64_t offset) const {
-        return m_stored.read(m_volume->bytes(), buffer, offset);
-    }
-    [[nodiscard]] result<std::vector<std::uint8_t>> read_all(std::uint64_t limit) const {
-        return m_stored.read_all(m_volume->bytes(), limit);
-    }
-    [[nodiscard]] block_place place_of(std::uint64_t offset, std::uint64_t length, std::string where) const {
-        return m_stored.place_of(m_volume->bytes(), offset, length, std::move(where));
-    }
-
   private:
     // Whose clusters they are, which decides what $Bitmap should say of them.
     enum class owner : std::uint8_t { file_in_use, deleted_file, nobody };

@@ -62,6 +62,21 @@ TEST_F(exact_hints, lead_to_the_listing_where_a_volume_is_not_found) {
         "the volumes");
 }
 
+TEST_F(exact_hints, are_none_where_the_source_ends_within_the_boot_sector) {
+    expect_failure({"-image", "zeros", "-offset", "99999"}, 5,
+                   "source zeros: ends at byte 0x186A0, byte 0x186A0 is needed");
+}
+
+TEST_F(exact_hints, list_no_volumes_where_the_number_is_of_none) {
+    expect_failure_of({"-exact", "-image", "disk", "-ntfsvol", "7", "-src", "/a.txt", "-dst", "copy"}, 2,
+                      "source disk: has no NTFS volume 7; -volumes lists the one that it has");
+}
+
+TEST_F(exact_hints, name_a_program_where_a_source_holds_no_digest) {
+    expect_failure_of({"-exact", "-image", "disk", "-verify_source"}, 2,
+                      "source disk: holds no digest of what was acquired; sha256sum computes one");
+}
+
 TEST_F(exact_hints, lead_from_a_partition_to_the_disk_around_it) {
     expect_failure({"-partition", "disk"}, 5,
                    "boot sector: signature is not \"NTFS    \"; a disk with a partition table is named with "

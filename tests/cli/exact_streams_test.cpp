@@ -36,6 +36,21 @@ TEST_F(exact_streams, a_list_that_was_closed_is_refused_and_is_no_empty_one) {
     EXPECT_EQ(exact({"-src", "/a.txt", "-dst", "a"}, {.close_standard_input = true}).status, 0);
 }
 
+TEST_F(exact_streams, standard_output_may_be_a_file_named_like_a_word_that_names_no_source) {
+    const program_result result = run_program(
+        {"/bin/sh", "-c", R"("$0" -exact -image volume -ntfsvol 1 -src /a.txt -dst copy >1)", QUARRY_PROGRAM},
+        {.directory = m_dir.path()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(text("copy"), "hello\n");
+    const std::string before = text("volume");
+    const program_result refused =
+        run_program({"/bin/sh", "-c", R"("$0" -exact -image volume -nonsense 1 >>volume)", QUARRY_PROGRAM},
+                    {.directory = m_dir.path()});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.err, "err: \"-nonsense\" is no option; -exact -h lists them\n");
+    EXPECT_TRUE(text("volume") == before);
+}
+
 TEST_F(exact_streams, volumes_that_standard_output_does_not_take_are_a_failure) {
     for (const output_end end : {output_end::closed, output_end::broken}) {
         const program_result result = exact({"-volumes"}, {.standard_output = end});

@@ -341,7 +341,8 @@ std::size_t byte_of_cluster_96(opened_exact_volume& opened) {
     auto bitmap_record = opened.volume().table().read_system(6, told);
     auto bitmap_set = exact::attribute_set::of(opened.volume().table(), std::move(*bitmap_record), told);
     auto bitmap = exact::stream::open(opened.volume(), *bitmap_set, 0x80, u"", told);
-    return static_cast<std::size_t>(bitmap->place_of(12, 1, "it").source_byte(0).value());
+    return static_cast<std::size_t>(
+        bitmap->stored().place_of(opened.volume().bytes(), 12, 1, "it").source_byte(0).value());
 }
 
 }  // namespace
@@ -407,21 +408,23 @@ TEST(stream, gives_any_range_of_a_structure) {
     auto set = exact::attribute_set::of(opened.volume().table(), std::move(*base), told);
     auto stream = exact::stream::open(opened.volume(), *set, 0x80, u"", told);
     ASSERT_TRUE(stream);
+    const exact::stored_stream& stored = stream->stored();
+    const exact::volume_bytes& volume_bytes = opened.volume().bytes();
     bytes expected = concat({bytes(content.begin() + 2 * cluster, content.end()), bytes(cluster),
                              bytes(content.begin(), content.begin() + 10), bytes(cluster - 10)});
     for (const std::size_t offset :
          {std::size_t{0}, cluster - 1, 2 * cluster, 3 * cluster + 5, 4 * cluster}) {
         bytes part(4 * cluster - offset, 0xEE);
-        ASSERT_TRUE(stream->read(part, offset));
+        ASSERT_TRUE(stored.read(volume_bytes, part, offset));
         EXPECT_TRUE(part == bytes(expected.begin() + static_cast<std::ptrdiff_t>(offset), expected.end()))
             << offset;
     }
     bytes one(1);
-    EXPECT_EQ(stream->read(one, 4 * cluster).error().code, exact::failure_code::sizes);
-    EXPECT_EQ(stream->read(one, ~std::uint64_t{0}).error().code, exact::failure_code::sizes);
-    EXPECT_TRUE(stream->read_all(4 * cluster).value_or(bytes{}) == expected);
-    EXPECT_FALSE(stream->read_all(4 * cluster - 1));
-    const exact::block_place place = stream->place_of(cluster, 3 * cluster, "it");
+    EXPECT_EQ(stored.read(volume_bytes, one, 4 * cluster).error().code, exact::failure_code::sizes);
+    EXPECT_EQ(stored.read(volume_bytes, one, ~std::uint64_t{0}).error().code, exact::failure_code::sizes);
+    EXPECT_TRUE(stored.read_all(volume_bytes, 4 * cluster).value_or(bytes{}) == expected);
+    EXPECT_FALSE(stored.read_all(volume_bytes, 4 * cluster - 1));
+    const exact::block_place place = stored.place_of(volume_bytes, cluster, 3 * cluster, "it");
     EXPECT_EQ(place.source_byte(0), 103 * cluster);
     EXPECT_EQ(place.source_byte(2 * cluster + 1), 100 * cluster + 1);
 }

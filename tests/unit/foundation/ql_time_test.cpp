@@ -212,6 +212,14 @@ TEST(time_from_filetime, the_last_hours_of_3000_stay_valid_where_local_time_is_i
     EXPECT_TRUE(value.valid);
 }
 
+TEST(time_from_filetime, the_first_hours_of_3001_are_not_valid_where_local_time_is_in_3000_still) {
+    const with_zone zone("XYZ5");  // five hours behind
+    const time value = filetime_of(year_3001);
+    EXPECT_TRUE(value.tm_failed);
+    EXPECT_EQ(value.local_tm.tm_year, 0);
+    EXPECT_FALSE(value.valid);
+}
+
 TEST(time_from_unix_time, seconds_become_a_filetime) {
     const time value(1551982961, type_time::unix_time);
     EXPECT_TRUE(value.valid);

@@ -115,6 +115,14 @@ TEST_F(output_guard_test, knows_a_report_by_each_of_its_names_and_by_its_path_wh
     EXPECT_EQ(on("a"), output_verdict::taken);
 }
 
+TEST_F(output_guard_test, knows_the_path_of_a_report_that_is_gone_however_it_is_written) {
+    guard.tell_reports_from_copies();
+    guard.note(dir / "a", output_kind::report);
+    fs::remove(dir / "a");
+    EXPECT_EQ(on("./a"), output_verdict::taken);
+    EXPECT_EQ(on("./b"), output_verdict::free);
+}
+
 TEST_F(output_guard_test, forgets_the_path_of_what_got_another_name) {
     guard.tell_reports_from_copies();
     guard.note(dir / "a", output_kind::report);
