@@ -230,6 +230,12 @@ TEST(index_lookup, wants_a_root_of_names_with_blocks_of_a_sound_size) {
     }
 }
 
+TEST(index_lookup, wants_a_directory) {
+    volume_builder volume({.mft_entries = 64, .system_files = true});
+    volume.add_file("no directory");
+    EXPECT_EQ(opened_directory(volume.image()).failure_of(u"a"), "record 24: is no directory");
+}
+
 TEST(index_lookup, wants_one_root_that_is_resident) {
     const auto with = [](const std::vector<attribute_builder>& roots) {
         volume_builder volume({.mft_entries = 64, .system_files = true});

@@ -278,6 +278,17 @@ TEST(mft, reads_what_a_reference_leads_to) {
     EXPECT_THAT(table.read_in_use({25, 1}, told).error().text(), HasSubstr("record 25: is not in use"));
 }
 
+TEST(mft, has_no_system_file_in_a_record_that_is_not_in_use) {
+    volume_builder volume;
+    volume.add_file("a.txt");
+    volume.add_file("b.txt").deleted();
+    opened_exact_volume opened(volume);
+    const exact::mft& table = opened.volume().table();
+    notices told;
+    EXPECT_TRUE(table.read_system(24, told));
+    EXPECT_THAT(table.read_system(25, told).error().text(), HasSubstr("record 25: is not in use"));
+}
+
 TEST(mft, reads_what_is_asked_for_by_number) {
     volume_builder volume;
     volume.add_file("a.txt").sequence(7);

@@ -127,6 +127,15 @@ TEST(partition_table, an_extended_table_without_its_mark_fails) {
               "(source byte 0x7D000)");
 }
 
+TEST(partition_table, an_extended_table_that_cannot_be_read_fails) {
+    disk_builder disk(2000);
+    disk.table(0, {{0x05, 1000, 100}});
+    memory_source source(disk.image());
+    source.unreadable(1000 * 512, 512);
+    EXPECT_EQ(table_of(source).failed.rfind("source-read: ", 0), 0u) << table_of(source).failed;
+    EXPECT_TRUE(table_of(source).found.empty());
+}
+
 TEST(partition_table, an_extended_table_past_the_end_of_the_source_hides_no_other_partition) {
     disk_builder disk(2000);
     disk.table(0, {{0x05, 2000, 100}, {0x07, 100, 50}});

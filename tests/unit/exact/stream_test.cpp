@@ -427,6 +427,8 @@ TEST(stream, gives_any_range_of_a_structure) {
     const exact::block_place place = stored.place_of(volume_bytes, cluster, 3 * cluster, "it");
     EXPECT_EQ(place.source_byte(0), 103 * cluster);
     EXPECT_EQ(place.source_byte(2 * cluster + 1), 100 * cluster + 1);
+    const exact::block_place beyond = stored.place_of(volume_bytes, 4 * cluster, cluster, "it");
+    EXPECT_EQ(beyond.source_byte(0), std::nullopt);
 }
 
 TEST(stream, that_is_compressed_is_decoded_unit_by_unit) {

@@ -1,5 +1,6 @@
 #include "exact/volume_path.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace quarry::test {
@@ -9,6 +10,7 @@ using namespace quarry::exact;
 namespace {
 
 using names = std::vector<std::u16string>;
+using testing::EndsWith;
 
 volume_path parsed(std::string_view text) {
     auto path = parse_volume_path(text);
@@ -142,6 +144,9 @@ TEST(stream_name, is_read_in_canonical_form) {
     EXPECT_EQ(parse_stream_name("::$INDEX_ROOT").value(), (stream_name{0x90, u""}));
     EXPECT_EQ(parse_stream_name("draft").error().text(), "path \"draft\": a stream begins with \":\"");
     EXPECT_EQ(parse_stream_name("").error().text(), "path \"\": a stream begins with \":\"");
+    EXPECT_THAT(parse_stream_name(":\xFF").error().text(), EndsWith(": is not UTF-8"));
+    EXPECT_THAT(parse_stream_name(":\\u12").error().text(),
+                EndsWith(": \\u is followed by four hexadecimal digits"));
 }
 
 }  // namespace quarry::test
