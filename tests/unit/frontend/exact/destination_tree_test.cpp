@@ -143,6 +143,19 @@ TEST_F(destination_tree, that_is_made_for_nothing_is_removed_down_to_what_was_th
     EXPECT_TRUE(exact::open_tree(base(), {u"kept", u"too"}, m_guard)->made().empty());
 }
 
+TEST_F(destination_tree, ends_at_what_the_host_neither_opens_nor_makes) {
+    const auto directory = exact::open_tree(base(), {u"gone"}, m_guard);
+    ASSERT_TRUE(directory);
+    const auto long_name = directory->child(std::string(256, 'a'), m_guard);
+    ASSERT_FALSE(long_name);
+    EXPECT_EQ(long_name.error().why, "File name too long");
+    fs::remove(m_dir / "out/gone");
+    const auto orphan = directory->child("a", m_guard);
+    ASSERT_FALSE(orphan);
+    EXPECT_EQ(orphan.error().why, "No such file or directory");
+    EXPECT_TRUE(fs::is_empty(m_dir / "out"));
+}
+
 TEST_F(destination_tree, below_a_directory_that_is_missing_is_not_made) {
     const auto directory = exact::open_tree((m_dir / "none/").string(), {u"docs"}, m_guard);
     ASSERT_FALSE(directory);

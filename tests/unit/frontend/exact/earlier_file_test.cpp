@@ -46,6 +46,9 @@ TEST_F(earlier_file, is_a_regular_file_and_no_link) {
     EXPECT_FALSE(size_of_earlier_file(path()));
     fs::remove(path());
     EXPECT_EQ(refusal(), "exists and cannot be read: No such file or directory");
+    const auto missing = size_of_earlier_file(path());
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().why, "No such file or directory");
     ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
     const auto size = size_of_earlier_file(path());
     ASSERT_FALSE(size);

@@ -54,6 +54,12 @@ TEST(manifest_line, keeps_the_bytes_of_a_path_that_is_no_utf_8) {
     EXPECT_FALSE(has(manifest_line(manifest_entry{lab_run, source}), "path_bytes"));
 }
 
+TEST(manifest_line, has_no_directory_where_the_host_named_none) {
+    const run_facts nowhere = {0, "lab1", "", {"quarry"}};
+    EXPECT_TRUE(has(manifest_line(manifest_entry{nowhere, source}), R"("host":"lab1","directory":null)"));
+    EXPECT_FALSE(has(manifest_line(manifest_entry{lab_run, source}), R"("directory":null)"));
+}
+
 TEST(manifest_line, keeps_the_bytes_of_whatever_was_typed_in_no_utf_8) {
     // The first is a surrogate without a partner.
     const run_facts odd = {0, "lab1", "/c\xED\xA0\x80", {"quarry", "-src", "/\xFF"}};
