@@ -131,6 +131,15 @@ std::unique_ptr<RAW_DISK_IO> source::open_as_named() const {
     return named.open();
 }
 
+void source::keep_open() {
+    if (kept_open != nullptr || kind != source_kind::image || type != source_type_path) {
+        return;
+    }
+    if (opened_bytes opened = open_path(paths.front(), false, raw_kind_path); opened.bytes != nullptr) {
+        kept_open = std::make_shared<const opened_bytes>(std::move(opened));
+    }
+}
+
 std::uint64_t source::settle_offset(RAW_DISK_IO& opened) const {
     if (kind != source_kind::virtual_disk) {
         return offset;

@@ -70,6 +70,10 @@ struct source {
     // The same with a letter form taken for the name of a file like any other, as the search for volumes
     // does.
     [[nodiscard]] std::unique_ptr<RAW_DISK_IO> open_as_named() const;
+    // Opens an image by path, for this value and the copies of it that are made from now on: what was looked
+    // at is then what is read, and nobody can put another file there in between. Does nothing for another
+    // kind, a letter form, a device name and what cannot be opened.
+    void keep_open();
     // Where the volume begins on the opened source, in bytes. A virtual disk keeps it as its origin.
     [[nodiscard]] std::uint64_t settle_offset(RAW_DISK_IO& opened) const;
     // The line for a source that open_as_named could not make usable.

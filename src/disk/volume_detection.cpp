@@ -154,6 +154,7 @@ bool locate_volume(std::ostream& stream, source& on, bool& found, bool ignore_im
     if (on.is_left_to_the_path()) {
         return false;
     }
+    on.keep_open();
     const std::unique_ptr<RAW_DISK_IO> disk = on.open_as_named();
     if (disk == nullptr || !disk->is_ok()) {
         stream << on.unusable_words();

@@ -27,8 +27,8 @@ namespace quarry {
 [[nodiscard]] bool locate_ntfs_volume(std::ostream& stream, bool& found, std::uint64_t& offset,
                                       RAW_DISK_IO* disk, bool ignore_image_size);
 
-// The same on a source, whose offset is the user's and becomes what was settled. A source with nothing to
-// open is false without a word; one that cannot be opened gets a message.
+// The same on a source, whose offset is the user's and becomes what was settled; an image stays open in it.
+// A source with nothing to open is false without a word; one that cannot be opened gets a message.
 [[nodiscard]] bool locate_volume(std::ostream& stream, source& on, bool& found, bool ignore_image_size);
 
 // Reserved: the program asks with a `source`. The same on an image, on the files of a virtual disk, and on a

@@ -48,8 +48,8 @@ int open_file(const std::string& path, int flags, ::mode_t mode) {
     struct ::stat64 status = {};
     bool accepted = ::fstat64(fd, &status) == 0 && !is_pipe_or_socket(status.st_mode);
     if (accepted && (flags & O_NONBLOCK) == 0) {
-        const int now = ::fcntl(fd, F_GETFL);
-        accepted = now != -1 && ::fcntl(fd, F_SETFL, now & ~O_NONBLOCK) != -1;
+        // Of these flags F_SETFL takes those that can change. O_NONBLOCK is not among them.
+        accepted = ::fcntl(fd, F_SETFL, flags) != -1;
     }
     if (!accepted) {
         ::close(fd);

@@ -12,9 +12,11 @@
 #include <cstddef>
 #include <dirent.h>
 #include <fcntl.h>
+#include <iterator>
 #include <linux/landlock.h>
 #include <map>
 #include <memory>
+#include <set>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -221,9 +223,12 @@ needed_files files_needed_by(const quarry_opts& opts) {
     needed_files files;
     files.reads_any_file =
         !opts.m_source.is_given() || opts.m_run.m_enum || looks_into_files(opts.m_run.m_filter);
-    files.sources = opts.m_run.m_source_files;
-    const std::vector<std::string> chosen = opts.m_source.files();
-    files.sources.insert(files.sources.end(), chosen.begin(), chosen.end());
+    files.sources = opts.m_source.files();
+    // The chosen source is known by its whole path. A rule for it as it was typed would be a second one.
+    const std::set<std::string> chosen(files.sources.begin(), files.sources.end());
+    std::copy_if(
+        opts.m_run.m_source_files.begin(), opts.m_run.m_source_files.end(), std::back_inserter(files.sources),
+        [&chosen](const std::string& typed) { return !chosen.contains(canonical_path(typed, '/')); });
     // Among the devices is the first drive: clusters of an image that cannot be opened are read from there.
     files.read_dirs = host_descriptions();
     const std::string destination = narrow(opts.m_dst);

@@ -92,6 +92,34 @@ TEST_F(volume_detection_test, a_bare_volume_needs_no_offset) {
     EXPECT_EQ(answer.words, "");
 }
 
+TEST_F(volume_detection_test, the_image_that_was_looked_at_is_the_one_that_is_read) {
+    volume_builder().write_to(m_image);
+    const std::uint64_t size = std::filesystem::file_size(m_image);
+    source image = source::of_image(m_image.wstring(), 0);
+    std::ostringstream stream;
+    bool found = false;
+    ASSERT_TRUE(locate_volume(stream, image, found, false)) << stream.str();
+    std::ofstream(m_dir / "other") << "another file";
+    std::filesystem::rename(m_dir / "other", m_image);
+    const source copied = image;
+    const auto opened = copied.open();
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(opened->size(), size);
+    EXPECT_EQ(opened->m_path, m_image.wstring());
+    std::filesystem::remove(m_image);
+    EXPECT_EQ(copied.open(true)->size(), 0U) << "for writing it is opened anew";
+}
+
+TEST_F(volume_detection_test, an_image_that_cannot_be_opened_is_tried_again_when_it_is_read) {
+    source image = source::of_image(m_image.wstring(), 0);
+    std::ostringstream stream;
+    bool found = false;
+    EXPECT_FALSE(locate_volume(stream, image, found, false));
+    EXPECT_EQ(image.kept_open, nullptr);
+    std::ofstream(m_image) << "it is there now";
+    EXPECT_EQ(image.open()->size(), 15U);
+}
+
 TEST_F(volume_detection_test, a_bare_volume_that_is_cut_short_is_found_at_0_and_said_to_be_too_small) {
     disk_builder disk(1000);
     disk.put(0, ntfs_boot_sector(1001));

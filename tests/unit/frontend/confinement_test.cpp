@@ -1,6 +1,7 @@
 #include "frontend/confinement.h"
 
 #include "foundation/descriptor_io.h"
+#include "foundation/ql_string.h"
 #include "support/byte_writer.h"
 #include "support/temp_dir.h"
 #include "support/volume_builder.h"
@@ -240,6 +241,20 @@ TEST(files_needed, are_the_source_the_outputs_and_where_the_host_describes_itsel
     EXPECT_THAT(files.read_dirs, ElementsAre("/dev", "/proc", "/sys"));
     EXPECT_THAT(files.outputs, ElementsAre("out/a", "out/a.meta.txt", log));
     EXPECT_TRUE(files.output_dirs.empty());
+}
+
+TEST(files_needed, are_the_chosen_source_once_and_whatever_else_the_source_options_name) {
+    quarry_opts opts;
+    opts.m_source = source::of_image(L"/cases/disk.dd", 0);
+    opts.m_run.m_source_files = {"/cases/disk.dd", "/cases/a/../disk.dd", "/cases/other.dd"};
+    // Where a directory on the way is a link, ".." leads to another file.
+    EXPECT_THAT(files_needed_by(opts).sources,
+                ElementsAre("/cases/disk.dd", "/cases/a/../disk.dd", "/cases/other.dd"));
+    // As it is typed in the directory that it is in.
+    const std::string here = std::filesystem::current_path().string();
+    opts.m_source = source::of_image(widen(here + "/disk.dd"), 0);
+    opts.m_run.m_source_files = {"disk.dd"};
+    EXPECT_THAT(files_needed_by(opts).sources, ElementsAre(here + "/disk.dd"));
 }
 
 TEST(files_needed, of_a_virtual_disk_are_all_of_its_files) {
