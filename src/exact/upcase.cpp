@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <span>
 #include <utility>
 
 namespace quarry::exact {
@@ -19,6 +20,9 @@ tl::unexpected<failure> wrong_size(std::uint64_t size, std::optional<std::uint64
 
 // Bytes of the table that are read at once.
 constexpr std::size_t block_bytes = 32768;
+
+// Room for the letters of a usual table: the one of mkntfs has capitals in 16 pages.
+constexpr std::size_t usual_mapped_units = std::size_t{19} * 256;
 
 // Whether a page maps each unit to itself, `first` and those after it. Four units are compared at once.
 bool maps_to_itself(byte_view page, std::uint64_t first) {
@@ -48,6 +52,7 @@ result<upcase> upcase::load(const mft& table, notices& told) {
                 return wrong_size(stored.size(), stored.source_byte());
             }
             upcase made;
+            made.m_mapped.reserve(usual_mapped_units);
             std::vector<std::uint8_t> block(block_bytes);
             for (std::size_t offset = 0; offset < table_bytes; offset += block.size()) {
                 if (result<void> came = stored.read(table.volume(), block, offset); !came) {
@@ -77,9 +82,11 @@ void upcase::add_page(std::size_t number, byte_view bytes) {
         m_begins[number] = as_they_are;
         return;
     }
-    m_begins[number] = m_mapped.size();
-    for (std::size_t at = 0; at < page_bytes; at += 2) {
-        m_mapped.push_back(static_cast<char16_t>(bytes.u16_or_zero(at)));
+    m_begins[number] = static_cast<std::uint32_t>(m_mapped.size());
+    m_mapped.resize(m_mapped.size() + page_units);
+    const std::span<char16_t> page = std::span(m_mapped).last(page_units);
+    for (std::size_t unit = 0; unit < page_units; ++unit) {
+        page[unit] = static_cast<char16_t>(bytes.u16_or_zero(2 * unit));
     }
 }
 

@@ -31,7 +31,7 @@ class upcase {
     [[nodiscard]] static result<upcase> parse(byte_view bytes);
 
     [[nodiscard]] char16_t upper(char16_t unit) const {
-        const std::size_t begin = m_begins[unit / page_units];
+        const std::uint32_t begin = m_begins[unit / page_units];
         return begin == as_they_are ? unit : m_mapped[begin + unit % page_units];
     }
     [[nodiscard]] std::u16string upper(std::u16string_view name) const;
@@ -42,17 +42,17 @@ class upcase {
     }
 
   private:
-    static constexpr std::size_t page_units = 2048;
+    static constexpr std::size_t page_units = 256;
     static constexpr std::size_t page_bytes = 2 * page_units;
     static constexpr std::size_t page_count = table_bytes / page_bytes;
-    static constexpr std::size_t as_they_are = SIZE_MAX;
+    static constexpr std::uint32_t as_they_are = UINT32_MAX;
 
     upcase() = default;
     void add_page(std::size_t number, byte_view bytes);
 
     // Most of the table says that a unit has no capital. Pages of it that say nothing else are not kept:
     // memory that a run touches first is a good part of the time of a small copy.
-    std::array<std::size_t, page_count> m_begins{};  // in m_mapped
+    std::array<std::uint32_t, page_count> m_begins{};  // in m_mapped
     std::vector<char16_t> m_mapped;
 };
 

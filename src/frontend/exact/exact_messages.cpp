@@ -13,8 +13,9 @@ namespace quarry::exact {
 result<void> exact_messages::open_log(const std::string& path, const std::string& command_line,
                                       const std::string& header) {
     m_log_place = "log " + shown_typed(path);
+    m_log = std::make_unique<uni::ofstream>();
     errno = 0;
-    if (!uni::open_output(m_log, widen(path))) {
+    if (!uni::open_output(*m_log, widen(path))) {
         const int error = errno == 0 ? EIO : errno;
         return fail(failure_code::create, m_log_place,
                     std::string("cannot be opened: ") + std::strerror(error) +
@@ -31,8 +32,8 @@ void exact_messages::write_to_log(const std::string& line) {
         return;
     }
     errno = 0;
-    m_log << "->" << line << "\n" << std::flush;
-    if (!m_log) {
+    *m_log << "->" << line << "\n" << std::flush;
+    if (!*m_log) {
         m_log_failure = failure{failure_code::write, m_log_place,
                                 std::string("cannot be written: ") + std::strerror(errno == 0 ? EIO : errno),
                                 std::nullopt};

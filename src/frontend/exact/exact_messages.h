@@ -9,6 +9,7 @@
 #include "frontend/exact/progress.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,7 +51,8 @@ class exact_messages {
     std::string m_log_place;  // "log P"
     std::optional<failure> m_log_failure;
     progress m_status_line;
-    uni::ofstream m_log;
+    // Null while there is no log, as in most runs: a stream of the library takes a while to set up.
+    std::unique_ptr<uni::ofstream> m_log;
 };
 
 }  // namespace quarry::exact

@@ -42,9 +42,9 @@ tl::unexpected<failure> cannot_open(const std::string& path, const std::string& 
 }
 
 // A file or device of the source; fails with source-open.
-result<std::unique_ptr<file_source>> open_file(const std::string& path) {
+result<std::shared_ptr<file_source>> open_file(const std::string& path) {
     int error = 0;
-    auto opened = file_source::open(path, error);
+    std::shared_ptr<file_source> opened = file_source::open(path, error);
     if (opened == nullptr) {
         std::string why = std::string("cannot be opened: ") + std::strerror(error);
         if (error == ESPIPE || (error == ENOENT && path == "-")) {
@@ -73,7 +73,7 @@ result<void> watch(opened_source& source, const std::vector<std::string>& files)
     return {};
 }
 
-result<opened_source> open_raw(const std::string& path, std::unique_ptr<file_source> bytes, notices& told) {
+result<opened_source> open_raw(const std::string& path, std::shared_ptr<file_source> bytes, notices& told) {
     const std::string shown = shown_typed(path);
     const exact_source content(*bytes, shown);
     if (auto refused = refuse_container(content); !refused) {
@@ -84,9 +84,9 @@ result<opened_source> open_raw(const std::string& path, std::unique_ptr<file_sou
     if (mounted) {
         told.warn("source-mounted", where::source(shown), "is mounted; it may change while it is read");
     }
-    opened_source source{std::move(bytes), shown, {}};
+    opened_source source{bytes, shown, {bytes}};
     source.mounted = mounted;
-    return watch(source, {path}).map([&] { return std::move(source); });
+    return source;
 }
 
 // A set may have more segments than a process may usually have files open, and each is open twice.

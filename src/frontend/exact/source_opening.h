@@ -20,10 +20,10 @@ namespace quarry::exact {
 [[nodiscard]] std::set<::dev_t> mounted_devices(std::istream& mounts);
 
 struct opened_source {
-    std::unique_ptr<byte_source> bytes;
+    std::shared_ptr<byte_source> bytes;
     std::string shown_path;
-    // The files that the bytes come from, opened to see whether they change.
-    std::vector<std::unique_ptr<file_source>> files;
+    // The files that the bytes come from, to see whether they change. A raw image is itself the bytes.
+    std::vector<std::shared_ptr<file_source>> files;
     bool mounted = false;       // a block device that this system has mounted
     ewf_source* ewf = nullptr;  // the bytes, if they are those of an EWF image
 

@@ -60,4 +60,14 @@ TEST(source_opening, sees_another_size_and_another_time) {
     EXPECT_TRUE(told.all().empty());
 }
 
+TEST(source_opening, watches_the_image_that_is_read_and_not_one_put_in_its_place) {
+    const temp_dir directory;
+    write_file(directory / "image", bytes(4096));
+    exact::notices told;
+    const auto opened = exact::open_source(image(directory), image(directory).paths, told);
+    ASSERT_TRUE(opened) << opened.error().text();
+    ASSERT_EQ(opened->files.size(), 1U);
+    EXPECT_EQ(opened->files[0].get(), opened->bytes.get());
+}
+
 }  // namespace quarry::test
