@@ -213,7 +213,7 @@ TEST(time_from_filetime, the_last_hours_of_3000_stay_valid_where_local_time_is_i
 }
 
 TEST(time_from_filetime, the_first_hours_of_3001_are_not_valid_where_local_time_is_in_3000_still) {
-    const with_zone zone("XYZ5");  // five hours behind
+    const with_zone zone("XYZ5");  // five hours west of UTC
     const time value = filetime_of(year_3001);
     EXPECT_TRUE(value.tm_failed);
     EXPECT_EQ(value.local_tm.tm_year, 0);
