@@ -57,7 +57,8 @@ struct index_node {
 
 // Reads the node whose header is at byte `offset` of `block`, the value of an $INDEX_ROOT or an index block,
 // and which may reach to its end. `fills_block` is set for an index block, whose node has the whole rest of
-// it. Fails with `index` for a broken rule and with `index-order` where a key does not rise.
+// it and begins after the update sequence array. Fails with `index` for a broken rule and with `index-order`
+// where a key does not rise.
 [[nodiscard]] result<index_node> read_index_node(byte_view block, std::uint64_t offset, bool fills_block,
                                                  const upcase& letters, const block_place& place);
 

@@ -42,12 +42,27 @@ std::string refusal(const bytes& node, bool fills_block = false) {
     return read_node ? "" : read_node.error().text();
 }
 
+result<index_node> read_block(const index_block_builder& block) {
+    const bytes built = block.build_restored();
+    return read_index_node(built, 24, true, letters(), place_at(0x1000));
+}
+
+std::string refusal_of_block(const index_block_builder& block) {
+    const auto read_node = read_block(block);
+    EXPECT_FALSE(read_node.has_value());
+    return read_node ? "" : read_node.error().text();
+}
+
 const std::vector<index_entry> two_names = {name_entry(0x0001000000000030, named(u"a.txt")),
                                             name_entry(0x0002000000000031, named(u"b.txt"))};
 // Each of the two is 16 + 66 + 10 bytes, rounded up to 96.
 constexpr std::size_t first_entry = 16;
 constexpr std::size_t second_entry = 16 + 96;
 constexpr std::size_t last_entry = 16 + 2 * 96;
+
+index_block_builder two_names_in_a_block() {
+    return index_block_builder().add(two_names[0]).add(two_names[1]);
+}
 
 }  // namespace
 
@@ -118,12 +133,58 @@ TEST(index_node, has_its_sizes_in_their_order) {
 }
 
 TEST(index_node, of_a_block_has_all_of_it) {
-    bytes node = build_index_node(two_names);
-    EXPECT_TRUE(read(node, true).has_value());
-    node.resize(node.size() + 8);
-    EXPECT_TRUE(read(node, false).has_value());
-    EXPECT_EQ(refusal(node, true),
-              "index root of record 5: the node has 224 bytes, its place 232 (source byte 0x1000)");
+    EXPECT_TRUE(read_block(two_names_in_a_block()).has_value());
+    EXPECT_EQ(refusal_of_block(two_names_in_a_block().force(32, 4, 4064)),
+              "index root of record 5: the node has 4064 bytes, its place 4072 (source byte 0x1018)");
+    bytes in_root = build_index_node(two_names);
+    in_root.resize(in_root.size() + 8);
+    EXPECT_TRUE(read(in_root).has_value());
+}
+
+// The node begins at 24, the array of 9 numbers at 40. It ends at 58, so that the first entry is at 64, which
+// is 40 from the node. The entry of a name takes 88 bytes at least.
+TEST(index_node, hides_no_name_ahead_of_its_first_entry) {
+    EXPECT_EQ(two_names_in_a_block().first_entry_position(), 64u);
+    EXPECT_TRUE(refusal_of_block(two_names_in_a_block().force(24, 4, 127)).find("first entry") ==
+                std::string::npos);
+    for (const auto& [first, shown] :
+         {std::pair(39u, "0x27"), std::pair(128u, "0x80"), std::pair(136u, "0x88")}) {
+        EXPECT_EQ(refusal_of_block(two_names_in_a_block().force(24, 4, first)),
+                  "index root of record 5: the first entry of the node is at " + std::string(shown) +
+                      " (source byte 0x1018)");
+    }
+    EXPECT_EQ(refusal(byte_writer(build_index_node(two_names)).u32(0, second_entry).take()),
+              "index root of record 5: the first entry of the node is at 0x70 (source byte 0x1000)");
+}
+
+TEST(index_node, has_no_entry_that_covers_the_next_one) {
+    const bytes whole = build_index_node(two_names);
+    const std::string place = "index root of record 5: entry at 0x10: ";
+    const auto with_length = [&](std::uint32_t length) {
+        return byte_writer(whole).u16(first_entry + 8, length);
+    };
+    EXPECT_EQ(refusal(with_length(192).take()),
+              place + "has a length of 192, and a name of 5 units (source byte 0x1010)");
+    EXPECT_EQ(refusal(with_length(192).u16(first_entry + 10, 176).take()),
+              place + "has a length of 192, and a name of 5 units (source byte 0x1010)");
+    EXPECT_EQ(refusal(with_length(104).take()),
+              place + "has a length of 104, and a name of 5 units (source byte 0x1010)");
+}
+
+TEST(index_node, ends_where_its_last_entry_ends) {
+    const bytes whole = build_index_node(two_names);
+    // The second name becomes the last entry, with its length and with that of a last entry.
+    EXPECT_EQ(refusal(byte_writer(whole).u16(second_entry + 12, 2).take()),
+              "index root of record 5: entry at 0x70: is the last, with a length of 96 (source byte 0x1070)");
+    const bytes early = byte_writer(whole).u16(second_entry + 12, 2).u16(second_entry + 8, 16).take();
+    EXPECT_EQ(
+        refusal(early),
+        "index root of record 5: the node uses 224 bytes, its last entry ends at 0x80 (source byte 0x1000)");
+    // What can be read is taken all the same.
+    const auto damaged = read_damaged_index_node(early, 0, false, letters(), place_at(0x1000));
+    ASSERT_TRUE(damaged.has_value());
+    EXPECT_EQ(damaged->entries.size(), 2u);
+    EXPECT_EQ(damaged->damage.size(), 1u);
 }
 
 TEST(index_node, has_entries_of_whole_eights_inside_of_it) {
