@@ -18,7 +18,8 @@ std::size_t size_without_memory = no_size;  // NOLINT: seen by operator new
 
 }  // namespace
 
-// This one too, since what it makes is freed by the operator below: std::stable_sort takes its buffer from it.
+// This one too, since what it makes is freed by the operator below: std::stable_sort takes its buffer from
+// it.
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return size == size_without_memory ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
