@@ -10,7 +10,7 @@
 #   fuzz      scripts/fuzz.sh with five minutes for each target, some 25 minutes on two cores
 #   package   scripts/package.sh --compile: the source tarball compiled too, some 5 minutes
 #   coverage  scripts/coverage.sh: the lines and branches of the exact mode that the tests reach, a build of its own
-#   tidy      scripts/lint.sh deep: the static analyzer without the bound that it has there otherwise, 10 minutes
+#   tidy      scripts/lint.sh deep: clang-tidy with the static analyzer, some 15 minutes
 #
 # Usage: scripts/full.sh [--install] [PART...]      all of them unless told otherwise; each runs, whatever the others found
 set -euo pipefail
