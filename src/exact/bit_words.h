@@ -13,6 +13,7 @@
 #include "foundation/byte_view.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -35,7 +36,7 @@ class bit_words {
         constexpr std::size_t four_words = 8;
         if (m_next + four_words <= m_size) {
             // What of the four words does not count yet is there again, the same, when it is fetched.
-            m_bits |= (word(0) << 48 | word(2) << 32 | word(4) << 16 | word(6)) >> m_count;
+            m_bits |= (two_words(0) << 32 | two_words(4)) >> m_count;
             const unsigned fetched = (63 - m_count) / bits_of_word;
             m_next += bytes_of_word * fetched;
             m_count += bits_of_word * fetched;
@@ -97,6 +98,13 @@ class bit_words {
     [[nodiscard]] std::uint64_t word(std::size_t ahead) const {
         const std::uint8_t* const at = m_bytes + m_next + ahead;
         return at[0] | std::uint64_t{at[1]} << 8;
+    }
+
+    [[nodiscard]] std::uint64_t two_words(std::size_t ahead) const {
+        const std::uint8_t* const at = m_bytes + m_next + ahead;
+        const std::uint32_t stored =
+            at[0] | std::uint32_t{at[1]} << 8 | std::uint32_t{at[2]} << 16 | std::uint32_t{at[3]} << 24;
+        return std::rotl(stored, 16);
     }
 
     void fill_at_end() {
