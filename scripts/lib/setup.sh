@@ -28,7 +28,7 @@ quarry_packages() {
         clang) echo clang libclang-rt-14-dev llvm ;;
         lint) echo clang-format clang-tidy codespell git python3 shellcheck ;;
         valgrind) echo valgrind ntfs-3g xz-utils coreutils ;;
-        bench) echo libbenchmark-dev time python3-matplotlib ;;
+        bench) echo libbenchmark-dev libwim-dev time python3-matplotlib ;;
         *) echo "unknown package group: $1" >&2; return 1 ;;
     esac
 }
